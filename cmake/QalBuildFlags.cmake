@@ -1,0 +1,52 @@
+# How every target of this project is compiled. Linked as a private requirement, so nothing of it
+# reaches a program that uses the installed library.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+
+include(CheckPIESupported)
+check_pie_supported()
+
+set(QAL_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
+option(QAL_WERROR "Treat warnings as errors" OFF)
+
+add_library(qal_build_flags INTERFACE)
+target_compile_options(
+  qal_build_flags
+  INTERFACE -Wall
+            -Wextra
+            -Wshadow
+            -Wconversion
+            -Wformat=2
+            $<$<BOOL:${QAL_WERROR}>:-Werror>
+            # Build paths stay out of the binaries: two builds in different folders are equal.
+            -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+            -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+
+if(QAL_SANITIZE)
+  target_compile_options(
+    qal_build_flags INTERFACE -fsanitize=${QAL_SANITIZE} -fno-sanitize-recover=all
+                              -fno-omit-frame-pointer)
+  target_link_options(qal_build_flags INTERFACE -fsanitize=${QAL_SANITIZE})
+else()
+  # The sanitizers replace what these would check.
+  target_compile_options(
+    qal_build_flags INTERFACE -fstack-protector-strong -fstack-clash-protection
+                              $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
+endif()
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86" AND NOT APPLE)
+  target_compile_options(qal_build_flags INTERFACE -fcf-protection)
+endif()
+if(NOT APPLE)
+  target_link_options(qal_build_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+endif()

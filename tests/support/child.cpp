@@ -1,0 +1,125 @@
+#include "support/child.hpp"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace qal::test {
+namespace {
+
+constexpr uid_t unprivileged_id = 65534;
+
+struct Pipe {
+  Pipe() {
+    if (pipe(ends) != 0) std::abort();
+  }
+  int ends[2];
+};
+
+// Collects both streams until the child has closed them.
+void drain(int out, int err, ChildResult &result) {
+  std::array<pollfd, 2> streams{pollfd{out, POLLIN, 0}, pollfd{err, POLLIN, 0}};
+  const std::array<std::string *, 2> texts{&result.out, &result.err};
+  for (int open_streams = 2; open_streams > 0;) {
+    if (poll(streams.data(), streams.size(), -1) < 0 && errno != EINTR) std::abort();
+    for (std::size_t i = 0; i < streams.size(); ++i) {
+      if (streams[i].fd < 0 || !streams[i].revents) continue;
+      char block[4096];
+      const auto got = read(streams[i].fd, block, sizeof block);
+      if (got > 0) {
+        texts[i]->append(block, static_cast<std::size_t>(got));
+      } else if (got == 0) {
+        close(streams[i].fd);
+        streams[i].fd = -1;
+        --open_streams;
+      }
+    }
+  }
+}
+
+ChildResult fork_and_wait(const std::function<int()> &child) {
+  Pipe out;
+  Pipe err;
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid < 0) std::abort();
+  if (pid == 0) {
+    dup2(out.ends[1], STDOUT_FILENO);
+    dup2(err.ends[1], STDERR_FILENO);
+    for (const int end : {out.ends[0], out.ends[1], err.ends[0], err.ends[1]}) close(end);
+    const int code = child();
+    std::fflush(nullptr);
+    _exit(code);
+  }
+  close(out.ends[1]);
+  close(err.ends[1]);
+  ChildResult result;
+  drain(out.ends[0], err.ends[0], result);
+  while (waitpid(pid, &result.status, 0) < 0 && errno == EINTR) {
+  }
+  return result;
+}
+
+int exec_program(std::vector<std::string> arguments,
+                 const std::map<std::string, std::string> &environment) {
+  const int null_device = open("/dev/null", O_RDONLY);
+  dup2(null_device, STDIN_FILENO);
+  close(null_device);
+  std::vector<std::string> settings;
+  for (const auto &[name, value] : environment) settings.push_back(name + "=" + value);
+  std::vector<char *> argv;
+  std::vector<char *> envp;
+  for (auto &argument : arguments) argv.push_back(argument.data());
+  for (auto &setting : settings) envp.push_back(setting.data());
+  argv.push_back(nullptr);
+  envp.push_back(nullptr);
+  execve(argv[0], argv.data(), envp.data());
+  return 127;
+}
+
+}  // namespace
+
+bool ChildResult::exited_with(int code) const {
+  return WIFEXITED(status) && WEXITSTATUS(status) == code;
+}
+
+bool ChildResult::killed_by(int signal) const {
+  return WIFSIGNALED(status) && WTERMSIG(status) == signal;
+}
+
+ChildResult run_in_child(const std::function<void()> &body) {
+  return fork_and_wait([&body] {
+    body();
+    return testing::Test::HasFailure() ? 1 : 0;
+  });
+}
+
+void become_unprivileged() {
+  if (geteuid() != 0) return;
+  if (setgroups(0, nullptr) != 0 || setgid(unprivileged_id) != 0 || setuid(unprivileged_id) != 0) {
+    std::perror("cannot give up root");
+    std::abort();
+  }
+}
+
+ChildResult run_unprivileged(const std::function<void()> &body) {
+  return run_in_child([&body] {
+    become_unprivileged();
+    body();
+  });
+}
+
+ChildResult run_program(const std::vector<std::string> &arguments,
+                        const std::map<std::string, std::string> &environment) {
+  return fork_and_wait([&] { return exec_program(arguments, environment); });
+}
+
+}  // namespace qal::test

@@ -1,0 +1,33 @@
+// Work that needs a process of its own: another environment, another user, another end.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace qal::test {
+
+struct ChildResult {
+  int status = -1;   // as waitpid gives it
+  std::string out;   // what it wrote to standard output
+  std::string err;   // what it wrote to standard error
+
+  bool exited_with(int code) const;
+  bool killed_by(int signal) const;
+};
+
+// Runs `body` in a forked child. Its exit status is 1 when an expectation in it failed, else 0;
+// `EXPECT_TRUE(result.exited_with(0)) << result.out` passes a failure on to the parent.
+ChildResult run_in_child(const std::function<void()> &body);
+
+// The same as an ordinary user: gives up root first. Run as anybody else it changes nothing.
+ChildResult run_unprivileged(const std::function<void()> &body);
+
+// Starts a program with exactly this environment, its standard input empty, and waits for it.
+ChildResult run_program(const std::vector<std::string> &arguments,
+                        const std::map<std::string, std::string> &environment);
+
+void become_unprivileged();
+
+}  // namespace qal::test

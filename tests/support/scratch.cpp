@@ -1,0 +1,85 @@
+#include "support/scratch.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+namespace qal::test {
+namespace {
+
+// Tests give up root for some cases, so other users must be able to walk to the directory; a build
+// below somebody's closed home cannot serve then.
+bool reachable_by_everybody(const fs::path &path) {
+  for (fs::path at = path; !at.empty(); at = at.parent_path()) {
+    struct stat info;
+    if (stat(at.c_str(), &info) != 0 || !(info.st_mode & S_IXOTH)) return false;
+    if (at == at.root_path()) break;
+  }
+  return true;
+}
+
+fs::path scratch_base() {
+  const fs::path build{QAL_TEST_SCRATCH};
+  fs::create_directories(build);
+  if (reachable_by_everybody(build) || geteuid() != 0) return build;
+  return "/dev/shm";
+}
+
+}  // namespace
+
+ScratchDir::ScratchDir() {
+  std::string pattern = scratch_base() / "qal-test-XXXXXX";
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make " + pattern);
+  fs::permissions(pattern, fs::perms(0755));
+  path_ = fs::canonical(pattern);
+}
+
+ScratchDir::~ScratchDir() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+std::string ScratchDir::file(std::string_view name, std::string_view content) const {
+  const auto path = *this / name;
+  write_file(path, content);
+  return path;
+}
+
+std::string ScratchDir::directory(std::string_view name) const {
+  const auto path = *this / name;
+  fs::create_directories(path);
+  return path;
+}
+
+bool exists(const std::string &path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
+
+std::string read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  EXPECT_TRUE(in) << "cannot read " << path;
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write_file(const std::string &path, std::string_view content) {
+  std::ofstream out(path, std::ios::binary);
+  out.write(content.data(), static_cast<std::streamsize>(content.size()));
+  out.close();
+  ASSERT_TRUE(out) << "cannot write " << path;
+}
+
+std::vector<std::string> names_in(const std::string &directory) {
+  std::vector<std::string> names;
+  for (const auto &entry : fs::directory_iterator(directory)) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace qal::test

@@ -1,0 +1,37 @@
+// What the library needs from the system beyond POSIX. platform_posix.cpp holds what all systems
+// share, platform_linux.cpp and platform_macos.cpp the rest, format_*.cpp the text formatting; the
+// build chooses, code never asks which system it runs on.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+
+namespace qal::internal::platform {
+
+// Machine figures. Those that answer bool store their figure only when they answer true.
+int page_size_bytes();
+// The most threads a process may have, or -1 where the system names no limit.
+int thread_limit();
+// On false `errno` says why.
+bool physical_memory_bytes(std::uint64_t &bytes);
+// The processors that can be used now. On false `errno` says why.
+bool processor_count(int &count);
+bool processor_packages(int &count);
+bool physical_cores(int &count);
+bool logical_processors(int &count);
+// Memory of this process that is held in RAM.
+bool resident_bytes(std::uint64_t &bytes);
+
+// Formats as vsnprintf does: at most room - 1 bytes and a terminator, answering the length that the
+// whole text has, or a negative value on failure. On macOS the platform's object placeholder is
+// understood too.
+int format_text(char *out, std::size_t room, const char *format, std::va_list arguments);
+
+// Overwrites a secret in a way that no optimiser removes.
+void clear_secret(void *secret, std::size_t size);
+
+// The name under which the dynamic loader finds libcurl.
+const char *curl_library_name();
+
+}  // namespace qal::internal::platform
