@@ -9,9 +9,9 @@
 namespace qal::test {
 
 struct ChildResult {
-  int status = -1;   // as waitpid gives it
-  std::string out;   // what it wrote to standard output
-  std::string err;   // what it wrote to standard error
+  int status = -1;  // as waitpid gives it
+  std::string out;  // what it wrote to standard output
+  std::string err;  // what it wrote to standard error
 
   bool exited_with(int code) const;
   bool killed_by(int signal) const;

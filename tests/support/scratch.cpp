@@ -60,7 +60,9 @@ std::string ScratchDir::directory(std::string_view name) const {
   return path;
 }
 
-bool exists(const std::string &path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
+bool exists(const std::string &path) {
+  return fs::symlink_status(path).type() != fs::file_type::not_found;
+}
 
 std::string read_file(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
@@ -77,7 +79,8 @@ void write_file(const std::string &path, std::string_view content) {
 
 std::vector<std::string> names_in(const std::string &directory) {
   std::vector<std::string> names;
-  for (const auto &entry : fs::directory_iterator(directory)) names.push_back(entry.path().filename());
+  for (const auto &entry : fs::directory_iterator(directory))
+    names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
