@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Installs the project to empty prefixes, static and shared, and builds strangers' programs against
+# each through find_package and through pkg-config.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+
+work=$PWD/build/install-test
+rm -rf "$work"
+mkdir -p "$work"
+passed=0
+
+check() {
+  local what=$1
+  shift
+  if ! "$@" >"$work/log" 2>&1; then
+    cat "$work/log"
+    echo "FAILED: $what"
+    exit 1
+  fi
+  echo "ok: $what: $(tail -n 1 "$work/log")"
+  passed=$((passed + 1))
+}
+
+install_project() {
+  local shared=$1 prefix=$2
+  cmake -S . -B "$work/build-$shared" -G Ninja -DQAL_BUILD_TESTS=OFF -DBUILD_SHARED_LIBS="$shared" \
+    --install-prefix "$prefix"
+  cmake --build "$work/build-$shared"
+  cmake --install "$work/build-$shared"
+}
+
+through_find_package() {
+  local project=$1 prefix=$2 build=$work/find-package-$1-${2##*/}
+  cmake -S "tests/package/$project" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix"
+  cmake --build "$build"
+  "$build/stranger"
+}
+
+through_pkg_config() {
+  local source=$1 prefix=$2 flags
+  shift 2
+  flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qal.pc)") pkg-config --cflags --libs qal)
+  # shellcheck disable=SC2086  # the flags are words
+  "$@" "$source" $flags -Wl,-rpath,"$prefix/lib" -o "$work/stranger"
+  "$work/stranger"
+}
+
+for shared in OFF ON; do
+  prefix=$work/shared-$shared
+  check "install with BUILD_SHARED_LIBS=$shared" install_project "$shared" "$prefix"
+  # A moved tree must still work: nothing may remember where it was installed first.
+  mv "$prefix" "$prefix-moved"
+  prefix=$prefix-moved
+  check "C through find_package" through_find_package c_project "$prefix"
+  check "C++ through find_package" through_find_package cxx_project "$prefix"
+  check "C through pkg-config" through_pkg_config tests/package/c_project/main.c "$prefix" gcc -std=c11
+  check "C++ through pkg-config" through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
+  check "the installed tool starts" env -i ZUL_USER_HOMEDIR="$work/home" "$prefix/bin/kalmora-sweep"
+done
+echo "$passed passed, 0 failed"
