@@ -1,0 +1,126 @@
+/** @file
+ *  Messages: four console levels, one that ends the process, and a separate log channel.
+ *
+ *  The logger owns no stream. A host installs a console callback and a log callback with
+ *  qal_logger_init; until then every level is silent and a call costs one comparison. A line is
+ *  composed in 8192 bytes on the caller's stack, so it holds at most 8191 bytes and a longer one is
+ *  cut; nothing is allocated. A level adds its marker and no line end: the format carries its own.
+ *
+ *  Threads: any thread may log. The settings (qal_logger_init, qal_logger_done,
+ *  qal_logger_time_stamp, _qal_logger_set_file, Verbose_level) belong to set-up, while no other
+ *  thread logs. Logging leaves `errno` as it was.
+ *
+ *  Source: utils/libsrc/qal_logger.cpp; nsstring_vsprintf: cxxutils/libsrc/qal_identity.cpp. */
+#ifndef QAL_LOGGER_H
+#define QAL_LOGGER_H
+
+#include <qal/export.h>
+#include <stdarg.h>
+#include <stdio.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Receives a finished line.
+ *
+ *  @param stream  the handle that was installed with the callback.
+ *  @param format  the line, markers and line end included, with no further arguments. A callback
+ *                 that formats it again reads each "%" in it as a directive: hosts that log
+ *                 foreign text pass it through qal_scrub_format_string first, or install
+ *                 _qal_logger_func, which knows a finished line. Valid during the call only. */
+typedef void (*QalLoggerFunc)(void *stream, const char *format, ...);
+
+/** How talkative a host wants the library to be; 0 at start. No level of the logger looks at it. */
+extern QAL_API int Verbose_level;
+
+/** Installs the callbacks and the handles that they are called with.
+ *
+ *  @param console_stream  first argument of the console callback, never looked at; may be null.
+ *  @param console_func    receives the console levels; null makes them silent.
+ *  @param log_stream      first argument of the log callback, never looked at; may be null.
+ *  @param log_func        receives qal_log; null makes it silent. */
+QAL_API void qal_logger_init(void *console_stream, QalLoggerFunc console_func, void *log_stream,
+                             QalLoggerFunc log_func);
+
+/** Removes both callbacks and both handles. The copy file and the time stamp stay as they are. */
+QAL_API void qal_logger_done(void);
+
+/** Switches the time stamp.
+ *
+ *  @param on  0: lines start with their marker; anything else: with the local time as HH:MM:SS. */
+QAL_API void qal_logger_time_stamp(int on);
+
+/** Hands the console callback a line without a marker; silent without a callback.
+ *
+ *  @param format  as printf takes it, its line end included; borrowed. The other levels alike. */
+QAL_API void qal_info(const char *format, ...) QAL_PRINTF(1, 2);
+
+/** Hands the console callback a line marked "WARNING: "; silent without a callback. */
+QAL_API void qal_warn(const char *format, ...) QAL_PRINTF(1, 2);
+
+/** Hands the console callback a line marked "ERROR: "; silent without a callback. */
+QAL_API void qal_error(const char *format, ...) QAL_PRINTF(1, 2);
+
+/** Hands the console callback a line marked "FATAL: "; silent without a callback. It returns:
+ *  ending the process is the caller's decision. */
+QAL_API void qal_fatal(const char *format, ...) QAL_PRINTF(1, 2);
+
+/** Hands the console callback a line marked "ABORT: " and ends the process with `abort`. Without a
+ *  console callback it does neither and returns. */
+QAL_API void qal_abort(const char *format, ...) QAL_PRINTF(1, 2);
+
+/** Hands the log callback a line without a marker; silent without a log callback. */
+QAL_API void qal_log(const char *format, ...) QAL_PRINTF(1, 2);
+
+/** Does nothing with its arguments, so that calls can stay in the code. */
+QAL_API void qal_debug(const char *format, ...) QAL_PRINTF(1, 2);
+
+/** Does nothing: the place for a breakpoint that stops on failures of the thread layer. */
+QAL_API void qal_stop_here(void);
+
+/** Writes a text to a standard stream and to the copy file: the ready-made callback.
+ *
+ *  Called with the line that the logger is delivering on this thread, it takes that line as
+ *  finished: "%%" gives "%" and every other byte stands. Any other format is formatted as usual.
+ *
+ *  @param stream  a `FILE *`, for example stderr; borrowed and not flushed. Null: copy file only.
+ *  @param format  as printf takes it; more than 8191 bytes of text are cut.
+ *  @note  The copy file is flushed at once, so that it holds the last line before a crash. */
+QAL_API void _qal_logger_func(void *stream, const char *format, ...) QAL_PRINTF(2, 3);
+
+/** Chooses the file that _qal_logger_func copies to; an earlier one is closed first.
+ *
+ *  @param path  file to create or to empty; borrowed. Null: no copy.
+ *  @return the open file, which stays the logger's, or null when it cannot be opened (`errno` says
+ *          why); there is no copy then. */
+QAL_API FILE *_qal_logger_set_file(const char *path);
+
+/** Answers the copy file, which stays the logger's, or null when there is none. */
+QAL_API FILE *_qal_logger_get_file(void);
+
+/** Makes a copy of a text that printf-like functions print as the text itself: every "%" doubled.
+ *
+ *  @param text  NUL-terminated, any length; borrowed.
+ *  @return a new buffer of twice the length and one byte, zero after the text, which the caller
+ *          releases with `free`; null when memory is short. */
+QAL_API char *qal_scrub_format_string(const char *text);
+
+/** Does nothing here: a hook for systems whose console window follows the program's state.
+ *
+ *  @param state  not looked at. */
+QAL_API void update_windows_console(int state);
+
+/** Formats with the platform's own text formatting, whatever the length.
+ *
+ *  @param out        receives the text and its terminator. There is no bound: the caller provides
+ *                    the room. It is the empty text when the arguments cannot be converted.
+ *  @param format     as printf takes it; on macOS the object placeholder "%@" too; borrowed.
+ *  @param arguments  the format's arguments; indeterminate afterwards, as after vprintf. */
+QAL_API void nsstring_vsprintf(char *out, const char *format, va_list arguments) QAL_PRINTF(2, 0);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

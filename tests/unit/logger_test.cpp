@@ -1,0 +1,588 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qal/logger.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "support/child.hpp"
+#include "support/log_capture.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using qal::internal::File;
+using qal::internal::OwnedText;
+using qal::test::LogCapture;
+using qal::test::read_file;
+using qal::test::run_in_child;
+using qal::test::ScratchDir;
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+constexpr std::size_t longest_line = 8191;
+
+struct Call {
+  void *stream;
+  std::string line;
+  bool operator==(const Call &) const = default;
+};
+std::vector<Call> console_calls;
+std::vector<Call> log_calls;
+
+void record_console(void *stream, const char *line, ...) {
+  console_calls.push_back({stream, line});
+}
+void record_log(void *stream, const char *line, ...) { log_calls.push_back({stream, line}); }
+
+void record_console_locked(void *stream, const char *line, ...) {
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  console_calls.push_back({stream, line});
+}
+
+// A host's own callback that takes its second argument as a format.
+QAL_PRINTF(2, 3) void format_again(void *stream, const char *format, ...) {
+  char text[1024];
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  *static_cast<std::string *>(stream) += text;
+}
+
+// A callback that does what a test wants to be done during a delivery.
+std::function<void(const char *line)> during_delivery;
+void run_during_delivery(void *, const char *line, ...) { during_delivery(line); }
+
+// What the ready-made callback writes while `body` runs.
+std::string written_by(const std::function<void(std::FILE *)> &body) {
+  const ScratchDir scratch;
+  {
+    const File file{std::fopen((scratch / "console").c_str(), "wb")};
+    body(file.get());
+  }
+  qal_logger_done();
+  return read_file(scratch / "console");
+}
+
+std::string logged_through_ready_made(const char *text) {
+  return written_by([&](std::FILE *stream) {
+    qal_logger_init(stream, &_qal_logger_func, nullptr, nullptr);
+    qal_info("%s", text);
+  });
+}
+
+QAL_PRINTF(2, 3) std::string formatted(std::size_t room, const char *format, ...) {
+  std::vector<char> out(room, 'x');
+  std::va_list arguments;
+  va_start(arguments, format);
+  nsstring_vsprintf(out.data(), format, arguments);
+  va_end(arguments);
+  return out.data();
+}
+
+TEST(LoggerInit, HandsEachCallbackItsOwnStream) {
+  int console = 0;
+  int log = 0;
+  qal_logger_init(&console, &record_console, &log, &record_log);
+  qal_info("to the console\n");
+  qal_log("to the log\n");
+  EXPECT_THAT(console_calls, ElementsAre(Call{&console, "to the console\n"}));
+  EXPECT_THAT(log_calls, ElementsAre(Call{&log, "to the log\n"}));
+}
+
+TEST(LoggerInit, AcceptsNullStreams) {
+  qal_logger_init(nullptr, &record_console, nullptr, &record_log);
+  qal_info("a\n");
+  qal_log("b\n");
+  EXPECT_THAT(console_calls, ElementsAre(Call{nullptr, "a\n"}));
+  EXPECT_THAT(log_calls, ElementsAre(Call{nullptr, "b\n"}));
+}
+
+TEST(LoggerInit, SilencesTheSideWithoutCallback) {
+  qal_logger_init(nullptr, nullptr, nullptr, &record_log);
+  qal_error("lost\n");
+  qal_log("kept\n");
+  EXPECT_THAT(log_calls, ElementsAre(Call{nullptr, "kept\n"}));
+
+  log_calls.clear();
+  qal_logger_init(nullptr, &record_console, nullptr, nullptr);
+  qal_log("lost\n");
+  qal_error("kept\n");
+  EXPECT_TRUE(log_calls.empty());
+  EXPECT_THAT(console_calls, ElementsAre(Call{nullptr, "ERROR: kept\n"}));
+}
+
+TEST(LoggerDone, RemovesBothCallbacks) {
+  qal_logger_init(nullptr, &record_console, nullptr, &record_log);
+  qal_logger_done();
+  qal_info("lost\n");
+  qal_log("lost\n");
+  EXPECT_TRUE(console_calls.empty());
+  EXPECT_TRUE(log_calls.empty());
+}
+
+TEST(LoggerDone, KeepsTheTimeStampAndTheCopyFile) {
+  const ScratchDir scratch;
+  qal_logger_time_stamp(1);
+  std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
+  qal_logger_done();
+  EXPECT_EQ(_qal_logger_get_file(), copy);
+  const LogCapture log;
+  qal_info("message\n");
+  EXPECT_THAT(log.text(), MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9] message\n"));
+  _qal_logger_set_file(nullptr);
+}
+
+TEST(LoggerLevels, CarryTheirMarkersWithoutTimeStamp) {
+  const LogCapture log;
+  qal_info("message\n");
+  qal_warn("full\n");
+  qal_error("message\n");
+  qal_fatal("message\n");
+  EXPECT_THAT(log.lines(),
+              ElementsAre("message\n", "WARNING: full\n", "ERROR: message\n", "FATAL: message\n"));
+}
+
+TEST(LoggerLevels, SeparateTheirMarkersFromTheTimeStamp) {
+  const LogCapture log;
+  qal_logger_time_stamp(1);
+  qal_info("message\n");
+  qal_warn("full\n");
+  qal_error("message\n");
+  qal_fatal("message\n");
+  const std::string time = "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]";
+  EXPECT_THAT(log.lines(), ElementsAre(MatchesRegex(time + " message\n"),
+                                       MatchesRegex(time + " WARNING: full\n"),
+                                       MatchesRegex(time + " ERROR: message\n"),
+                                       MatchesRegex(time + " FATAL: message\n")));
+}
+
+TEST(LoggerLevels, StampLogLinesAsInformation) {
+  qal_logger_init(nullptr, nullptr, nullptr, &record_log);
+  qal_logger_time_stamp(-1);
+  qal_log("stamped\n");
+  qal_logger_time_stamp(0);
+  qal_log("plain\n");
+  ASSERT_EQ(log_calls.size(), 2U);
+  EXPECT_THAT(log_calls[0].line, MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9] stamped\n"));
+  EXPECT_EQ(log_calls[1].line, "plain\n");
+}
+
+TEST(LoggerLevels, FormatTheirArgumentsAndAddNoLineEnd) {
+  const LogCapture log;
+  qal_info("%s is %d of %5.2f%%", "this", 3, 7.5);
+  qal_warn("%c", 'x');
+  EXPECT_THAT(log.lines(), ElementsAre("this is 3 of  7.50%", "WARNING: x"));
+}
+
+TEST(LoggerLevels, TakeAnEmptyMessage) {
+  const LogCapture log;
+  qal_info("%s", "");
+  qal_error("%s", "");
+  EXPECT_THAT(log.lines(), ElementsAre("", "ERROR: "));
+}
+
+TEST(LoggerLevels, IgnoreTheVerbosity) {
+  EXPECT_EQ(Verbose_level, 0);
+  const LogCapture log;
+  for (const int level : {-1, 0, 1, 99}) {
+    Verbose_level = level;
+    qal_info("line\n");
+  }
+  EXPECT_EQ(log.text(), "line\nline\nline\nline\n");
+}
+
+TEST(LoggerLevels, FillALineOf8191Bytes) {
+  const LogCapture log;
+  const std::string message(longest_line, 'm');
+  qal_info("%s", message.c_str());
+  EXPECT_EQ(log.lines().front(), message);
+}
+
+TEST(LoggerLevels, CutALongerLine) {
+  const LogCapture log;
+  const std::string message(longest_line + 1, 'm');
+  qal_info("%s", message.c_str());
+  qal_warn("%s", message.c_str());
+  EXPECT_EQ(log.lines()[0], message.substr(1));
+  EXPECT_EQ(log.lines()[1], ("WARNING: " + message).substr(0, longest_line));
+}
+
+TEST(LoggerLevels, CutALongerLineBehindATimeStamp) {
+  const LogCapture log;
+  qal_logger_time_stamp(1);
+  qal_fatal("%s", std::string(3 * longest_line, 'm').c_str());
+  EXPECT_EQ(log.lines()[0].size(), longest_line);
+  EXPECT_EQ(log.lines()[0].substr(8, 9), " FATAL: m");
+}
+
+TEST(LoggerLevels, KeepTheMarkerWhenTheArgumentsCannotBeConverted) {
+  const LogCapture log;
+  qal_error("before %ls after\n", L"\x20ac");  // no such character in the C locale
+  EXPECT_THAT(log.lines(), ElementsAre("ERROR: "));
+}
+
+TEST(LoggerLevels, DoNothingWithoutCallback) {
+  const auto child = run_in_child([] {
+    qal_info("x %d\n", 1);
+    qal_warn("x %d\n", 1);
+    qal_error("x %d\n", 1);
+    qal_fatal("x %d\n", 1);
+    qal_log("x %d\n", 1);
+    qal_debug("x %d\n", 1);
+  });
+  EXPECT_TRUE(child.exited_with(0));
+  EXPECT_EQ(child.out + child.err, "");
+}
+
+TEST(LoggerLevels, DoNotFormatWithoutCallback) {
+  int count = 7;
+  qal_info("text%n", &count);
+  qal_error("text%n", &count);
+  qal_log("text%n", &count);
+  EXPECT_EQ(count, 7);
+}
+
+TEST(LoggerLevels, KeepErrno) {
+  const LogCapture log;
+  qal_logger_time_stamp(1);
+  errno = ENOTDIR;
+  qal_error("%ls", L"\x20ac");  // sets errno inside
+  EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST(LoggerLevels, KeepErrnoAcrossACallbackThatSetsIt) {
+  during_delivery = [](const char *) { errno = EBADF; };
+  qal_logger_init(nullptr, &run_during_delivery, nullptr, &run_during_delivery);
+  errno = ENOTDIR;
+  qal_info("line\n");
+  qal_log("line\n");
+  EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST(LoggerLevels, ComposeEachThreadsLinesApart) {
+  qal_logger_init(nullptr, &record_console_locked, nullptr, nullptr);
+  std::vector<std::thread> threads;
+  for (char letter = 'a'; letter < 'e'; ++letter) {
+    threads.emplace_back([letter] {
+      const std::string word(100, letter);
+      for (int i = 0; i < 500; ++i) qal_info("%s", word.c_str());
+    });
+  }
+  for (auto &thread : threads) thread.join();
+  EXPECT_EQ(console_calls.size(), 2000U);
+  for (const auto &[stream, line] : console_calls) EXPECT_EQ(line, std::string(100, line[0]));
+}
+
+TEST(LoggerFatal, ReturnsToItsCaller) {
+  const auto child = run_in_child([] {
+    const LogCapture log;
+    qal_fatal("the end\n");
+    EXPECT_EQ(log.text(), "FATAL: the end\n");
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+TEST(LoggerAbort, DeliversItsLineAndEndsTheProcess) {
+  const auto child = run_in_child([] {
+    std::atexit([] { std::fputs("clean-up\n", stderr); });
+    qal_logger_init(stderr, &_qal_logger_func, nullptr, nullptr);
+    qal_abort("reason %d\n", 5);
+  });
+  EXPECT_TRUE(child.killed_by(SIGABRT));
+  EXPECT_EQ(child.err, "ABORT: reason 5\n");
+}
+
+TEST(LoggerAbort, SeparatesItsMarkerFromTheTimeStamp) {
+  const auto child = run_in_child([] {
+    qal_logger_init(stderr, &_qal_logger_func, nullptr, nullptr);
+    qal_logger_time_stamp(1);
+    qal_abort("reason\n");
+  });
+  EXPECT_TRUE(child.killed_by(SIGABRT));
+  EXPECT_THAT(child.err, MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9] ABORT: reason\n"));
+}
+
+TEST(LoggerAbort, ReturnsWhenNobodyListensOnTheConsole) {
+  const auto child = run_in_child([] {
+    qal_abort("x\n");
+    qal_logger_init(nullptr, nullptr, nullptr, &record_log);
+    qal_abort("x\n");
+    EXPECT_TRUE(log_calls.empty());
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "");
+}
+
+TEST(LoggerDebug, DoesNotFormat) {
+  int count = 7;
+  const LogCapture log;
+  qal_debug("text%n\n", &count);
+  EXPECT_EQ(count, 7);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(LoggerStopHere, HasNoEffect) {
+  const LogCapture log;
+  errno = ENOTDIR;
+  qal_stop_here();
+  update_windows_console(0);
+  update_windows_console(1);
+  EXPECT_EQ(errno, ENOTDIR);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(LoggerFormatPosition, LetsAPrintfLikeCallbackReadDirectivesInTheLine) {
+  std::string out;
+  qal_logger_init(&out, &format_again, nullptr, nullptr);
+  qal_info("%s\n", "100%% sure");
+  EXPECT_EQ(out, "100% sure\n");
+}
+
+TEST(LoggerFormatPosition, PrintsScrubbedTextLiterally) {
+  std::string out;
+  qal_logger_init(&out, &format_again, nullptr, nullptr);
+  const OwnedText scrubbed{qal_scrub_format_string("100% %s %n")};
+  qal_info("%s\n", scrubbed.get());
+  EXPECT_EQ(out, "100% %s %n\n");
+}
+
+TEST(LoggerFunc, FormatsAndWritesToTheStream) {
+  EXPECT_EQ(
+      written_by([](std::FILE *stream) { _qal_logger_func(stream, "%s %d%%\n", "level", 40); }),
+      "level 40%\n");
+}
+
+TEST(LoggerFunc, WritesAFinishedLineAsItStands) {
+  EXPECT_EQ(logged_through_ready_made("%s %n %d %*c\n"), "%s %n %d %*c\n");
+  EXPECT_EQ(logged_through_ready_made("trailing %"), "trailing %");
+}
+
+TEST(LoggerFunc, UndoublesPercentSignsOfAFinishedLineFromTheLeft) {
+  EXPECT_EQ(logged_through_ready_made("100%%\n"), "100%\n");
+  EXPECT_EQ(logged_through_ready_made("%%%"), "%%");
+  EXPECT_EQ(logged_through_ready_made("%%%%"), "%%");
+  EXPECT_EQ(logged_through_ready_made("%%s%%%d"), "%s%%d");
+}
+
+TEST(LoggerFunc, PrintsScrubbedTextLiterally) {
+  const std::string text = "50% of %s and %% too";
+  const OwnedText scrubbed{qal_scrub_format_string(text.c_str())};
+  EXPECT_EQ(logged_through_ready_made(scrubbed.get()), text);
+}
+
+TEST(LoggerFunc, KnowsFinishedLinesOfTheLogChannelToo) {
+  EXPECT_EQ(written_by([](std::FILE *stream) {
+              qal_logger_init(nullptr, nullptr, stream, &_qal_logger_func);
+              qal_log("%s", "%s%%\n");
+            }),
+            "%s%\n");
+}
+
+TEST(LoggerFunc, WritesTheLongestFinishedLineWhole) {
+  const std::string message(longest_line, '%');
+  EXPECT_EQ(logged_through_ready_made(message.c_str()), std::string(4096, '%'));
+  const std::string plain(longest_line, 'p');
+  EXPECT_EQ(logged_through_ready_made(plain.c_str()), plain);
+}
+
+TEST(LoggerFunc, FormatsAnyOtherTextDuringADelivery) {
+  EXPECT_EQ(written_by([](std::FILE *stream) {
+              during_delivery = [stream](const char *line) {
+                const std::string copy = line;
+                _qal_logger_func(stream, "%s|%d\n", "own", 1);
+                // The same text at another address is a format like any other.
+                const QalLoggerFunc call = &_qal_logger_func;
+                call(stream, copy.c_str(), 42);
+                call(stream, line, 42);
+              };
+              qal_logger_init(nullptr, &run_during_delivery, nullptr, nullptr);
+              qal_info("%s", "%d\n");
+            }),
+            "own|1\n42\n%d\n");
+}
+
+TEST(LoggerFunc, KnowsTheOuterLineAgainAfterANestedDelivery) {
+  EXPECT_EQ(written_by([](std::FILE *stream) {
+              during_delivery = [stream](const char *line) {
+                qal_log("%s", "inner %d\n");
+                const QalLoggerFunc call = &_qal_logger_func;
+                call(stream, line, 42);
+              };
+              qal_logger_init(nullptr, &run_during_delivery, stream, &_qal_logger_func);
+              qal_info("%s", "outer %d\n");
+            }),
+            "inner %d\nouter %d\n");
+}
+
+TEST(LoggerFunc, KnowsOnlyTheLineOfItsOwnThread) {
+  EXPECT_EQ(written_by([](std::FILE *stream) {
+              during_delivery = [stream](const char *line) {
+                const QalLoggerFunc call = &_qal_logger_func;
+                std::thread([&] { call(stream, line, 42); }).join();
+              };
+              qal_logger_init(nullptr, &run_during_delivery, nullptr, nullptr);
+              qal_info("%s", "%d\n");
+            }),
+            "42\n");
+}
+
+TEST(LoggerFunc, FormatsAsUsualAfterADelivery) {
+  static char line[8192];
+  EXPECT_EQ(written_by([](std::FILE *stream) {
+              const QalLoggerFunc call = &_qal_logger_func;
+              qal_logger_init(stream, &_qal_logger_func, nullptr, nullptr);
+              qal_info("%s", "%d\n");
+              std::snprintf(line, sizeof line, "%s", "%d\n");
+              call(stream, line, 42);
+            }),
+            "%d\n42\n");
+}
+
+TEST(LoggerFunc, WritesAtMost8191Bytes) {
+  const std::string fits(longest_line, 'f');
+  const std::string longer(longest_line + 1, 'l');
+  EXPECT_EQ(written_by([&](std::FILE *stream) { _qal_logger_func(stream, "%s", fits.c_str()); }),
+            fits);
+  EXPECT_EQ(written_by([&](std::FILE *stream) { _qal_logger_func(stream, "%s", longer.c_str()); }),
+            longer.substr(1));
+}
+
+TEST(LoggerFunc, DoesNotFlushTheStream) {
+  const ScratchDir scratch;
+  const File file{std::fopen((scratch / "console").c_str(), "wb")};
+  _qal_logger_func(file.get(), "buffered\n");
+  EXPECT_EQ(read_file(scratch / "console"), "");
+}
+
+TEST(LoggerFunc, WritesNothingWhenTheArgumentsCannotBeConverted) {
+  EXPECT_EQ(
+      written_by([](std::FILE *stream) { _qal_logger_func(stream, "before %ls", L"\x20ac"); }), "");
+}
+
+TEST(LoggerFunc, KeepsErrno) {
+  written_by([](std::FILE *stream) {
+    errno = ENOTDIR;
+    _qal_logger_func(stream, "%ls", L"\x20ac");
+    EXPECT_EQ(errno, ENOTDIR);
+  });
+}
+
+TEST(LoggerFile, ReceivesACopyOfEveryLineAtOnce) {
+  const ScratchDir scratch;
+  std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(_qal_logger_get_file(), copy);
+  const auto console = written_by([&](std::FILE *stream) {
+    qal_logger_init(stream, &_qal_logger_func, nullptr, nullptr);
+    qal_warn("%s", "%d%%\n");
+    EXPECT_EQ(read_file(scratch / "copy"), "WARNING: %d%\n");
+    _qal_logger_func(stream, "%d\n", 2);
+    EXPECT_EQ(read_file(scratch / "copy"), "WARNING: %d%\n2\n");
+  });
+  EXPECT_EQ(console, "WARNING: %d%\n2\n");
+  _qal_logger_set_file(nullptr);
+}
+
+TEST(LoggerFile, ReceivesTheLineWithoutAStreamToo) {
+  const ScratchDir scratch;
+  _qal_logger_set_file((scratch / "copy").c_str());
+  _qal_logger_func(nullptr, "only here\n");
+  EXPECT_EQ(read_file(scratch / "copy"), "only here\n");
+  _qal_logger_set_file(nullptr);
+}
+
+TEST(LoggerFile, StartsEmpty) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("copy", "from an earlier run\n");
+  _qal_logger_set_file(path.c_str());
+  EXPECT_EQ(read_file(path), "");
+  _qal_logger_set_file(nullptr);
+}
+
+TEST(LoggerFile, ClosesTheFirstFileBeforeItOpensTheSecond) {
+  const ScratchDir scratch;
+  const int first = fileno(_qal_logger_set_file((scratch / "first").c_str()));
+  const int second = fileno(_qal_logger_set_file((scratch / "second").c_str()));
+  EXPECT_EQ(first, second);  // the lowest free number was free again
+  _qal_logger_func(nullptr, "line\n");
+  EXPECT_EQ(read_file(scratch / "first"), "");
+  EXPECT_EQ(read_file(scratch / "second"), "line\n");
+  _qal_logger_set_file(nullptr);
+}
+
+TEST(LoggerFile, StopsCopyingWhenTheSecondCannotBeOpened) {
+  const ScratchDir scratch;
+  const LogCapture log;
+  _qal_logger_set_file((scratch / "copy").c_str());
+  EXPECT_EQ(_qal_logger_set_file((scratch / "missing/copy").c_str()), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(_qal_logger_get_file(), nullptr);
+  _qal_logger_func(nullptr, "line\n");
+  EXPECT_EQ(read_file(scratch / "copy"), "");
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(LoggerFile, IsNotThereAtStart) { EXPECT_EQ(_qal_logger_get_file(), nullptr); }
+
+TEST(LoggerFile, IsRemovedByANullPath) {
+  const ScratchDir scratch;
+  _qal_logger_set_file((scratch / "copy").c_str());
+  EXPECT_EQ(_qal_logger_set_file(nullptr), nullptr);
+  EXPECT_EQ(_qal_logger_get_file(), nullptr);
+}
+
+TEST(LoggerFile, IsClosedInPrograms) {
+  const ScratchDir scratch;
+  std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
+  EXPECT_TRUE(fcntl(fileno(copy), F_GETFD) & FD_CLOEXEC);
+  _qal_logger_set_file(nullptr);
+}
+
+TEST(LoggerScrub, DoublesEveryPercentSign) {
+  EXPECT_STREQ(OwnedText{qal_scrub_format_string("100%")}.get(), "100%%");
+  EXPECT_STREQ(OwnedText{qal_scrub_format_string("%")}.get(), "%%");
+  EXPECT_STREQ(OwnedText{qal_scrub_format_string("%%d")}.get(), "%%%%d");
+  EXPECT_STREQ(OwnedText{qal_scrub_format_string("plain \xff")}.get(), "plain \xff");
+}
+
+TEST(LoggerScrub, AnswersAnEmptyTextForAnEmptyText) {
+  EXPECT_STREQ(OwnedText{qal_scrub_format_string("")}.get(), "");
+}
+
+TEST(LoggerScrub, ZeroFillsTwiceTheLengthAndOneByte) {
+  const OwnedText scrubbed{qal_scrub_format_string("abc%")};
+  EXPECT_EQ(std::string(scrubbed.get(), 9), std::string("abc%%\0\0\0\0", 9));
+}
+
+TEST(LoggerScrub, AnswersNullForNoText) { EXPECT_EQ(qal_scrub_format_string(nullptr), nullptr); }
+
+TEST(LoggerVsprintf, FormatsAsPrintfDoes) {
+  EXPECT_EQ(formatted(64, "%s %05d %.3f %c%%", "text", 42, 0.5, 'x'), "text 00042 0.500 x%");
+  EXPECT_EQ(formatted(64, "%s", ""), "");
+}
+
+TEST(LoggerVsprintf, HasNoBoundOfItsOwn) {
+  const std::string text(100'000, 't');
+  EXPECT_EQ(formatted(text.size() + 1, "%s", text.c_str()), text);
+}
+
+TEST(LoggerVsprintf, AnswersAnEmptyTextWhenTheArgumentsCannotBeConverted) {
+  EXPECT_EQ(formatted(64, "before %ls", L"\x20ac"), "");
+}
+
+}  // namespace
