@@ -1,0 +1,70 @@
+/** @file
+ *  Heap memory with a place: allocation that reports its own failure.
+ *
+ *  The library allocates through these calls only. Each carries a label (the calling function, or
+ *  what the block is for) and the line and file of the call; when memory is short, four lines at
+ *  error level name them. The process is never ended: callers test their pointer.
+ *
+ *  Results are written into the caller's pointer variable, whose address is passed as `out`; it may
+ *  be a pointer to any object type. Blocks come from the C library and may be released with `free`.
+ *
+ *  Threads: no state, so any thread may call.
+ *
+ *  Source: utils/libsrc/qal_temp_mem.cpp. */
+#ifndef QAL_ALLOC_H
+#define QAL_ALLOC_H
+
+#include <qal/export.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Allocates a block.
+ *
+ *  @param label  NUL-terminated, for the report; borrowed.
+ *  @param out    address of the caller's pointer, which receives the block, uninitialised, or null:
+ *                on failure, and when `size` is 0, which is no failure.
+ *  @param size   bytes. The report shows it as a 32-bit int, so 2 GiB and more appear wrapped.
+ *  @param line   line of the call, for the report.
+ *  @param file   NUL-terminated file of the call, for the report; borrowed. */
+QAL_API void qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file);
+
+/** Resizes the block that the caller's pointer holds.
+ *
+ *  A null pointer with a size makes a block as qal_malloc does, its report included; a pointer with
+ *  size 0 is freed and becomes null; a null pointer with size 0 stays null.
+ *
+ *  @param label  NUL-terminated, for the report; borrowed.
+ *  @param out    address of the caller's pointer: null or a block of the C library. It receives the
+ *                block, which may have moved. On failure it becomes null although the old block
+ *                still exists: a caller that wants it back keeps a copy of the pointer.
+ *  @param size   bytes; a negative size cannot be had and fails.
+ *  @param line   line of the call, for the report.
+ *  @param file   NUL-terminated file of the call, for the report; borrowed. */
+QAL_API void qal_realloc(const char *label, void *out, int64_t size, int line, const char *file);
+
+/** Frees a block. The caller's variable keeps its value.
+ *
+ *  @param ptr   a block of the C library, or null.
+ *  @param line  line of the call; not used.
+ *  @param file  file of the call; not used. */
+QAL_API void qal_free(void *ptr, int line, const char *file);
+
+/** qal_malloc into the pointer variable `ptr`, with the place of the call. */
+#define QAL_MALLOC(label, ptr, size) \
+  qal_malloc((label), (void *)&(ptr), (uint64_t)(size), __LINE__, __FILE__)
+
+/** qal_realloc of the pointer variable `ptr`, with the place of the call. */
+#define QAL_REALLOC(label, ptr, size) \
+  qal_realloc((label), (void *)&(ptr), (int64_t)(size), __LINE__, __FILE__)
+
+/** qal_free of the block `ptr`, with the place of the call. */
+#define QAL_FREE(ptr) qal_free((ptr), __LINE__, __FILE__)
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,284 @@
+// What happens when memory is short. The linker wraps malloc, calloc and realloc.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qal/alloc.h>
+#include <qal/logger.h>
+#include <qal/temp_mem.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "support/log_capture.hpp"
+
+namespace {
+
+// Counts down to the allocation that fails; 0 lets all succeed.
+std::atomic<int> calls_until_failure = 0;
+std::atomic<int> allocations = 0;
+std::atomic<void *> last_block = nullptr;
+
+bool fails_now() {
+  ++allocations;
+  return calls_until_failure > 0 && --calls_until_failure == 0;
+}
+
+void *out_of_memory() {
+  errno = ENOMEM;
+  return nullptr;
+}
+
+}  // namespace
+
+extern "C" {
+void *__real_malloc(std::size_t size);
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__real_realloc(void *block, std::size_t size);
+
+void *__wrap_malloc(std::size_t size) {
+  if (fails_now()) return out_of_memory();
+  return last_block = __real_malloc(size);
+}
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+  return fails_now() ? out_of_memory() : __real_calloc(count, size);
+}
+void *__wrap_realloc(void *block, std::size_t size) {
+  return fails_now() ? out_of_memory() : __real_realloc(block, size);
+}
+}
+
+namespace {
+
+using qal::test::LogCapture;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// The system's text for ENOMEM, as the first line of a report shows it.
+const std::string no_memory = "ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n";
+
+// Logs like LogCapture but without allocating, so that nothing else is counted.
+int delivered_lines = 0;
+void count_line(void *, const char *, ...) { ++delivered_lines; }
+
+TEST(AllocMallocFault, ReportsFourLinesAndLeavesNull) {
+  const LogCapture log;
+  int unrelated = 0;
+  void *block = &unrelated;
+  calls_until_failure = 1;
+  qal_malloc("my label", static_cast<void *>(&block), 4096, 77, "some/file");
+  EXPECT_EQ(block, nullptr);
+  EXPECT_THAT(log.lines(),
+              ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 4096) failed:\n",
+                          "ERROR: At line 77 in file some/file\n",
+                          "ERROR: my label: Memory allocation failed.\n"));
+}
+
+TEST(AllocMallocFault, KeepsErrno) {
+  const LogCapture log;
+  char *block = nullptr;
+  calls_until_failure = 1;
+  QAL_MALLOC("label", block, 1);
+  EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST(AllocMallocFault, IsSilentWithoutAHost) {
+  char *block = nullptr;
+  calls_until_failure = 1;
+  QAL_MALLOC("label", block, 1);
+  EXPECT_EQ(block, nullptr);
+}
+
+// Deliberate: the size of a failed request is shown as a 32-bit int.
+TEST(AllocMallocFault, ShowsSizesOf2GiBAndMoreWrapped) {
+  const struct {
+    uint64_t size;
+    const char *shown;
+  } cases[] = {{2147483647U, "2147483647"},
+               {2147483648U, "-2147483648"},
+               {4294967295U, "-1"},
+               {4294967296U + 5, "5"}};
+  for (const auto &[size, shown] : cases) {
+    const LogCapture log;
+    char *block = nullptr;
+    calls_until_failure = 1;
+    QAL_MALLOC("label", block, size);
+    ASSERT_EQ(log.lines().size(), 4U);
+    EXPECT_EQ(log.lines()[1],
+              std::string("ERROR: QAL_MALLOC: Memory allocation (size ") + shown + ") failed:\n");
+  }
+}
+
+TEST(AllocMallocFault, NamesThePlaceOfTheMacroCall) {
+  const LogCapture log;
+  char *block = nullptr;
+  calls_until_failure = 1;
+  const int line = __LINE__ + 1;
+  QAL_MALLOC("label", block, 1);
+  ASSERT_EQ(log.lines().size(), 4U);
+  EXPECT_EQ(log.lines()[2],
+            "ERROR: At line " + std::to_string(line) + " in file " + __FILE__ + "\n");
+}
+
+TEST(AllocReallocFault, OfANullPointerReportsAsMallocDoes) {
+  const LogCapture log;
+  char *block = nullptr;
+  calls_until_failure = 1;
+  qal_realloc("my label", static_cast<void *>(&block), 12, 5, "f");
+  EXPECT_EQ(block, nullptr);
+  EXPECT_THAT(
+      log.lines(),
+      ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 12) failed:\n",
+                  "ERROR: At line 5 in file f\n", "ERROR: my label: Memory allocation failed.\n"));
+}
+
+// Deliberate: the caller's pointer becomes null although the old block still exists.
+TEST(AllocReallocFault, LosesTheOldBlock) {
+  const LogCapture log;
+  char *block = nullptr;
+  QAL_MALLOC("label", block, 6);
+  std::memcpy(block, "hello", 6);
+  char *const kept = block;
+  calls_until_failure = 1;
+  qal_realloc("my label", static_cast<void *>(&block), 24, 9, "f");
+  EXPECT_EQ(block, nullptr);
+  EXPECT_STREQ(kept, "hello");
+  EXPECT_THAT(
+      log.lines(),
+      ElementsAre(no_memory, "ERROR: QAL_REALLOC: Memory allocation (size 24) failed:\n",
+                  "ERROR: At line 9 in file f\n", "ERROR: my label: Memory allocation failed.\n"));
+  QAL_FREE(kept);
+}
+
+TEST(AllocReallocFault, NeverAsksTheSystemToResizeToNothing) {
+  char *block = nullptr;
+  QAL_MALLOC("label", block, 6);
+  const int before = allocations;
+  QAL_REALLOC("label", block, 0);
+  EXPECT_EQ(block, nullptr);
+  EXPECT_EQ(allocations, before);
+}
+
+TEST(TempMemAllocFault, NamesTheRecordThatFailed) {
+  const LogCapture log;
+  calls_until_failure = 1;
+  EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
+  EXPECT_THAT(log.lines(),
+              ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 32) failed:\n",
+                          "ERROR: At line 153 in file utils/libsrc/qal_temp_mem\n",
+                          "ERROR: qal tmem segment: Memory allocation failed.\n"));
+  EXPECT_EQ(Tmem_InUse, nullptr);
+  EXPECT_EQ(Tmem_Avail, nullptr);
+}
+
+// Deliberate: the record of a block that could not be had is lost.
+TEST(TempMemAllocFault, NamesTheBlockThatFailedAndLosesItsRecord) {
+  const LogCapture log;
+  calls_until_failure = 2;
+  EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
+  void *const record = last_block;
+  EXPECT_THAT(log.lines(),
+              ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 5000) failed:\n",
+                          "ERROR: At line 160 in file utils/libsrc/qal_temp_mem\n",
+                          "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
+  EXPECT_EQ(Tmem_InUse, nullptr);
+  EXPECT_EQ(Tmem_Avail, nullptr);
+  std::free(record);  // still allocated: nobody freed it
+}
+
+TEST(TempMemAllocFault, AsksForTheEffectiveSize) {
+  const LogCapture log;
+  calls_until_failure = 2;
+  EXPECT_EQ(qal_temp_mem_alloc(-5), nullptr);
+  void *const record = last_block;
+  EXPECT_EQ(log.lines()[1], "ERROR: QAL_MALLOC: Memory allocation (size 100) failed:\n");
+  std::free(record);
+}
+
+TEST(TempMemAllocFault, LeavesTheListsAsTheyWere) {
+  void *available = qal_temp_mem_alloc(200);
+  void *in_use = qal_temp_mem_alloc(300);
+  qal_temp_mem_release(available);
+  calls_until_failure = 1;
+  EXPECT_EQ(qal_temp_mem_alloc(400), nullptr);
+  ASSERT_NE(Tmem_InUse, nullptr);
+  EXPECT_EQ(Tmem_InUse->mptr, in_use);
+  EXPECT_EQ(Tmem_InUse->next, nullptr);
+  EXPECT_EQ(Tmem_Avail->mptr, available);
+  EXPECT_EQ(Tmem_Avail->next, nullptr);
+  qal_temp_mem_free_all();
+}
+
+// Deliberate: the segment stays in use without a block.
+TEST(TempMemResizeFault, KeepsTheSegmentWithoutABlock) {
+  const LogCapture log;
+  void *const block = qal_temp_mem_alloc(200);
+  calls_until_failure = 1;
+  EXPECT_EQ(qal_temp_mem_resize(block, 9000), nullptr);
+  EXPECT_THAT(log.lines(),
+              ElementsAre(no_memory, "ERROR: QAL_REALLOC: Memory allocation (size 9000) failed:\n",
+                          "ERROR: At line 333 in file utils/libsrc/qal_temp_mem\n",
+                          "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
+  ASSERT_NE(Tmem_InUse, nullptr);
+  EXPECT_EQ(Tmem_InUse->mptr, nullptr);
+  EXPECT_EQ(Tmem_InUse->size, 200);
+  EXPECT_EQ(Tmem_InUse->requested, 200);
+  EXPECT_EQ(Tmem_InUse->next, nullptr);
+  EXPECT_EQ(qal_temp_mem_free(nullptr), 0);
+  EXPECT_EQ(Tmem_InUse, nullptr);
+  EXPECT_EQ(qal_temp_mem_free(nullptr), 1);
+  std::free(block);
+}
+
+TEST(TempMemResizeFault, LetsFreeAllRemoveSegmentsWithoutABlock) {
+  void *const first = qal_temp_mem_alloc(200);
+  void *const second = qal_temp_mem_alloc(300);
+  qal_temp_mem_alloc(400);
+  for (void *const block : {first, second}) {
+    calls_until_failure = 1;
+    EXPECT_EQ(qal_temp_mem_resize(block, 9000), nullptr);
+  }
+  EXPECT_EQ(qal_temp_mem_free_all(), 0);
+  EXPECT_EQ(Tmem_InUse, nullptr);
+  EXPECT_EQ(Tmem_Avail, nullptr);
+  std::free(first);
+  std::free(second);
+}
+
+TEST(TempMemResizeFault, MakesANewBlockForTheSegmentWithoutOne) {
+  void *const lost = qal_temp_mem_alloc(200);
+  calls_until_failure = 1;
+  qal_temp_mem_resize(lost, 9000);
+  EXPECT_EQ(qal_temp_mem_resize(nullptr, 100), nullptr);  // its size is still 200
+  void *const block = qal_temp_mem_resize(nullptr, 9000);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(Tmem_InUse->mptr, block);
+  EXPECT_EQ(Tmem_InUse->size, 9000);
+  qal_temp_mem_free_all();
+  std::free(lost);
+}
+
+TEST(LoggerFault, AllocatesNothingForALine) {
+  const std::string word(3000, 'w');
+  qal_logger_init(nullptr, &count_line, nullptr, &count_line);
+  qal_logger_time_stamp(1);
+  qal_info("the time zone is read by the first stamp\n");
+  const int before = allocations;
+  qal_error("%s %d %f\n", word.c_str(), INT_MAX, 0.125);
+  qal_log("%s %d %f\n", word.c_str(), INT_MAX, 0.125);
+  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(delivered_lines, 3);
+}
+
+TEST(LoggerScrubFault, AnswersNullInSilence) {
+  const LogCapture log;
+  calls_until_failure = 1;
+  EXPECT_EQ(qal_scrub_format_string("100%"), nullptr);
+  EXPECT_EQ(calls_until_failure, 0);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+}  // namespace
