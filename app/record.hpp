@@ -1,0 +1,37 @@
+// Reads a server record: "URL user password process-id", separated by white space. Anybody may
+// have written it, so a file that does not hold four sound fields is malformed, never repaired: a
+// shortened URL would send the credentials to another host.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+
+namespace qal::internal {
+
+inline constexpr std::size_t record_field_room = 256;  // a text with its terminator
+inline constexpr std::size_t record_scan_bytes =
+    std::size_t{1024} * 1024;  // four fields are complete by then
+
+// Holds credentials and wipes them at its end.
+struct Record {
+  Record() = default;
+  ~Record();
+  Record(const Record &) = delete;
+  Record &operator=(const Record &) = delete;
+
+  // A text that begins with a NUL byte is complete and yet empty.
+  bool has_all_texts() const { return *url && *user && *password; }
+
+  char url[record_field_room] = {};
+  char user[record_field_room] = {};
+  char password[record_field_room] = {};
+  int pid = 0;
+};
+
+// Fills `record` from an open file, whose `fstat` is `info`, and says whether it held all four
+// fields. Only a regular file can. Each byte is read once at most and none behind the first MiB.
+// After "false" the texts may be filled in part.
+bool read_record(int descriptor, const struct stat &info, Record &record);
+
+}  // namespace qal::internal
