@@ -1,0 +1,322 @@
+// Two wildcard matchers that never recurse. What follows a star is looked for from left to right,
+// and once it has led to the next star only that one is ever revisited: whatever a later place
+// would let the next star try, the earlier place lets it try as well.
+#include <qal/wildcard.h>
+
+#include <cctype>
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+using Byte = unsigned char;
+
+constexpr int match_found = 0;
+constexpr int no_match = 1;
+constexpr std::size_t name_limit = 1024;  // names of this length and more match nothing
+
+// A member of a bracket expression: the ends of a range, equal for a single byte.
+struct Member {
+  Byte low;
+  Byte high;
+};
+
+const Byte *read_set_byte(const Byte *at, bool escapes, Byte &byte) {
+  if (escapes && *at == '\\') ++at;
+  byte = *at;
+  return byte ? at + 1 : nullptr;
+}
+
+const Byte *read_member(const Byte *at, bool escapes, Member &member) {
+  at = read_set_byte(at, escapes, member.low);
+  member.high = member.low;
+  if (!at || at[0] != '-' || at[1] == ']') return at;
+  return read_set_byte(at + 1, escapes, member.high);
+}
+
+// Reads a set from the position after its bracket. Gives the position after the set, or null when
+// it does not match or is never closed.
+template <typename Contains>
+const Byte *match_set(const Byte *at, bool escapes, bool first_is_member, Contains contains) {
+  const bool negated = *at == '!' || *at == '^';
+  if (negated) ++at;
+  bool found = false;
+  for (bool forced = first_is_member; forced || *at != ']'; forced = false) {
+    Member member;
+    at = read_member(at, escapes, member);
+    if (!at) return nullptr;
+    found = found || contains(member);
+  }
+  return found != negated ? at + 1 : nullptr;
+}
+
+struct SignedRange {
+  signed char byte;
+  bool operator()(const Member &member) const {
+    // Deliberate: bytes above 0x7F are negative here, so [a-\xFF] holds nothing.
+    return static_cast<signed char>(member.low) <= byte &&
+           byte <= static_cast<signed char>(member.high);
+  }
+};
+
+// One token that is no star against one byte of the name: the position after it, or null.
+const Byte *match_token(const Byte *pattern, Byte byte) {
+  switch (*pattern) {
+    case '?':
+      return pattern + 1;
+    case '[':
+      return match_set(pattern + 1, true, true, SignedRange{static_cast<signed char>(byte)});
+    case '\\':
+      ++pattern;
+      [[fallthrough]];
+    default:
+      return *pattern == byte ? pattern + 1 : nullptr;
+  }
+}
+
+class NameMatcher {
+ public:
+  NameMatcher(const Byte *pattern, const Byte *name, std::size_t length)
+      : pattern_(pattern), name_(name), end_(name + length) {}
+
+  bool matches() {
+    for (;;) {
+      if (*pattern_ == '*') {
+        if (!enter_star()) return false;
+        if (!*pattern_) return true;
+      }
+      // What follows a star needs at least what is left, so a later start cannot help either.
+      if (name_ == end_) return !*pattern_;
+      if (const Byte *next = match_token(pattern_, *name_)) {
+        pattern_ = next;
+        ++name_;
+      } else if (!behind_star_ || !retry_from(tried_ + 1)) {
+        return false;
+      }
+    }
+  }
+
+ private:
+  // Takes a run of stars and question marks; false when the name is too short for it.
+  bool enter_star() {
+    for (; *pattern_ == '*' || *pattern_ == '?'; ++pattern_) {
+      if (*pattern_ == '?' && name_++ == end_) return false;
+    }
+    behind_star_ = pattern_;
+    return !*pattern_ || retry_from(name_);
+  }
+
+  // Goes to the first place from `from` on where the token behind the star can match.
+  bool retry_from(const Byte *from) {
+    pattern_ = behind_star_;
+    tried_ = name_ =
+        *pattern_ == '[' ? from : find(*pattern_ == '\\' ? pattern_[1] : *pattern_, from);
+    return name_ != nullptr;
+  }
+
+  const Byte *find(Byte anchor, const Byte *from) const {
+    return static_cast<const Byte *>(
+        std::memchr(from, anchor, static_cast<std::size_t>(end_ - from)));
+  }
+
+  const Byte *pattern_;
+  const Byte *name_;
+  const Byte *end_;
+  const Byte *behind_star_ = nullptr;  // where the pattern goes on behind the last star
+  const Byte *tried_ = nullptr;        // where the last attempt at that began
+};
+
+Byte ascii_upper(Byte byte) {
+  return byte >= 'a' && byte <= 'z' ? static_cast<Byte>(byte - 'a' + 'A') : byte;
+}
+
+struct UnsignedRange {
+  Byte byte;
+  bool operator()(const Member &member) const { return member.low <= byte && byte <= member.high; }
+};
+
+struct FoldedRange {
+  Byte byte;
+  bool operator()(const Member &member) const {
+    return UnsignedRange{ascii_upper(byte)}({ascii_upper(member.low), ascii_upper(member.high)});
+  }
+};
+
+enum class Outcome { match, mismatch, star, passed };
+
+struct Cursor {
+  const Byte *pattern;
+  const Byte *string;
+  bool decided = false;  // no later attempt behind the same star can end otherwise
+};
+
+class PathMatcher {
+ public:
+  PathMatcher(const Byte *string, unsigned flags) : string_(string), flags_(flags) {}
+
+  bool matches(const Byte *pattern) {
+    Cursor cursor{pattern, string_};
+    Outcome outcome = walk(cursor);
+    // Deliberate: behind a star that has to search, a leading period is an ordinary byte.
+    flags_ &= ~static_cast<unsigned>(QAL_FNM_PERIOD);
+    while (outcome == Outcome::star) outcome = search(cursor);
+    return outcome == Outcome::match;
+  }
+
+ private:
+  // Tries what follows a star at each place that the star allows. Leaves the cursor at the next
+  // star when that is all that could be reached.
+  //
+  // Under the trailing slash tolerance the places after the leftmost one that reached the next star
+  // matter too: an attempt that begins later may run into the end of the string and match there.
+  Outcome search(Cursor &cursor) const {
+    const Byte anchor = first_literal(cursor.pattern);
+    Cursor leftmost{nullptr, nullptr};
+    bool settled = false;
+    for (const Byte *at = cursor.string; *at && !settled; ++at) {
+      settled = is_separator(*at);
+      if (anchor && *at != anchor) continue;
+      Cursor attempt{cursor.pattern, at};
+      const Outcome outcome = walk(attempt);
+      if (outcome == Outcome::match) return outcome;
+      if (outcome == Outcome::star && !leftmost.pattern) leftmost = attempt;
+      settled = settled || attempt.decided || (leftmost.pattern && !has(QAL_FNM_TRAILING_SLASH));
+    }
+    if (!leftmost.pattern) return Outcome::mismatch;
+    cursor = leftmost;
+    return Outcome::star;
+  }
+
+  // The one byte that the pattern can go on with, 0 if there is a choice.
+  Byte first_literal(const Byte *pattern) const {
+    const bool open = *pattern == '?' || *pattern == '[' || *pattern == '\\';
+    return open || has(QAL_FNM_CASEFOLD) ? Byte{0} : *pattern;
+  }
+
+  // Follows the pattern to an answer, or to a star that has to search.
+  Outcome walk(Cursor &cursor) const {
+    const Byte *const begin = cursor.string;
+    Outcome outcome;
+    do {
+      outcome = step(cursor, begin);
+    } while (outcome == Outcome::passed);
+    return outcome;
+  }
+
+  Outcome step(Cursor &cursor, const Byte *begin) const {
+    switch (*cursor.pattern) {
+      case '\0':
+        return may_end(*cursor.string) ? Outcome::match : Outcome::mismatch;
+      case '*':
+        return pass_star(cursor);
+      case '?':
+        return pass_any(cursor);
+      case '[':
+        return pass_set(cursor);
+      default:
+        return pass_literal(cursor, begin);
+    }
+  }
+
+  bool may_end(Byte next) const { return !next || (next == '/' && has(QAL_FNM_LEADING_DIR)); }
+
+  Outcome pass_star(Cursor &cursor) const {
+    if (at_hidden_period(cursor.string)) return Outcome::mismatch;
+    while (*cursor.pattern == '*') ++cursor.pattern;
+    if (!*cursor.pattern) return take_rest(cursor);
+    if (is_separator(*cursor.pattern)) return jump_to_separator(cursor);
+    return *cursor.string ? Outcome::star : Outcome::mismatch;
+  }
+
+  Outcome take_rest(Cursor &cursor) const {
+    cursor.decided = true;
+    if (!has(QAL_FNM_PATHNAME) || has(QAL_FNM_LEADING_DIR)) return Outcome::match;
+    return next_slash(cursor.string) ? Outcome::mismatch : Outcome::match;
+  }
+
+  // A star before a separator has no choice: it takes everything up to the next one.
+  Outcome jump_to_separator(Cursor &cursor) const {
+    cursor.decided = true;
+    cursor.string = next_slash(cursor.string);
+    return cursor.string ? Outcome::passed : Outcome::mismatch;
+  }
+
+  Outcome pass_any(Cursor &cursor) const {
+    const Byte byte = *cursor.string;
+    if (!byte || is_separator(byte) || at_hidden_period(cursor.string)) return Outcome::mismatch;
+    ++cursor.pattern;
+    ++cursor.string;
+    return Outcome::passed;
+  }
+
+  Outcome pass_set(Cursor &cursor) const {
+    const Byte byte = *cursor.string;
+    if (!byte || is_separator(byte)) return Outcome::mismatch;
+    const Byte *const members = cursor.pattern + 1;
+    const Byte *const after = has(QAL_FNM_CASEFOLD)
+                                  ? match_set(members, escapes(), false, FoldedRange{byte})
+                                  : match_set(members, escapes(), false, UnsignedRange{byte});
+    if (!after) return Outcome::mismatch;
+    cursor.pattern = after;
+    ++cursor.string;
+    return Outcome::passed;
+  }
+
+  Outcome pass_literal(Cursor &cursor, const Byte *begin) const {
+    if (*cursor.pattern == '\\' && escapes() && cursor.pattern[1]) ++cursor.pattern;
+    const Byte literal = *cursor.pattern;
+    if (!equal(literal, *cursor.string)) {
+      return tolerates(literal, begin, cursor.string) ? Outcome::match : Outcome::mismatch;
+    }
+    ++cursor.pattern;
+    ++cursor.string;
+    return Outcome::passed;
+  }
+
+  // `begin` is where the current attempt began: behind a star, that is its whole string.
+  bool tolerates(Byte literal, const Byte *begin, const Byte *string) const {
+    if (!has(QAL_FNM_TRAILING_SLASH) || *string || string == begin) return false;
+    // Deliberate: the slash need not be the pattern's last, and a lone "/" bears any literal.
+    return literal == '/' || (*begin == '/' && string == begin + 1);
+  }
+
+  bool equal(Byte literal, Byte byte) const {
+    return literal == byte ||
+           (has(QAL_FNM_CASEFOLD) && std::tolower(literal) == std::tolower(byte));
+  }
+
+  bool at_hidden_period(const Byte *string) const {
+    if (*string != '.' || !has(QAL_FNM_PERIOD)) return false;
+    return string == string_ || is_separator(string[-1]);
+  }
+
+  static const Byte *next_slash(const Byte *string) {
+    return reinterpret_cast<const Byte *>(std::strchr(reinterpret_cast<const char *>(string), '/'));
+  }
+
+  bool is_separator(Byte byte) const { return byte == '/' && has(QAL_FNM_PATHNAME); }
+  bool escapes() const { return !has(QAL_FNM_NOESCAPE); }
+  bool has(unsigned flag) const { return (flags_ & flag) != 0; }
+
+  const Byte *string_;
+  unsigned flags_;
+};
+
+}  // namespace
+
+int zul_fnmatch(const unsigned char *pattern, const unsigned char *name) {
+  if (!pattern || !name) return no_match;
+  const std::size_t length = strnlen(reinterpret_cast<const char *>(name), name_limit);
+  if (length == name_limit) return no_match;
+  return NameMatcher(pattern, name, length).matches() ? match_found : no_match;
+}
+
+int qal_fnmatch(const unsigned char *pattern, const char *string, unsigned flags) {
+  if (!pattern || !string) return no_match;
+  PathMatcher matcher(reinterpret_cast<const Byte *>(string), flags);
+  return matcher.matches(pattern) ? match_found : no_match;
+}
+
+int qal_fnmatch_pathnames(const unsigned char *pattern, const char *string, unsigned flags) {
+  return qal_fnmatch(pattern, string, flags);
+}
