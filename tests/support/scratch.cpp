@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,11 +28,18 @@ bool reachable_by_everybody(const fs::path &path) {
   return true;
 }
 
+// The tool itself is started from a scratch directory.
+bool runs_programs(const fs::path &path) {
+  struct statvfs info;
+  return statvfs(path.c_str(), &info) == 0 && !(info.f_flag & ST_NOEXEC);
+}
+
 fs::path scratch_base() {
   const fs::path build{QAL_TEST_SCRATCH};
   fs::create_directories(build);
   if (reachable_by_everybody(build) || geteuid() != 0) return build;
-  return "/dev/shm";
+  const fs::path memory{"/dev/shm"};
+  return runs_programs(memory) ? memory : fs::path("/var/tmp");
 }
 
 }  // namespace

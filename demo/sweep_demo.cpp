@@ -1,0 +1,130 @@
+// Shows the tool at work: one record of every kind, a server on loopback that checks credentials,
+// one run of the real executable, and a table of what became of each record.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/scratch.hpp"
+#include "support/sweep_world.hpp"
+
+namespace {
+
+using qal::test::RecordServer;
+using qal::test::SweepWorld;
+
+enum class Fate { deleted, kept };
+
+struct Row {
+  std::string path;     // of the record
+  std::string holds;    // what a person should know about it
+  std::string asks;     // the path of the URL in it, empty if it has none
+  int expected_status;  // of the server's answer, 0 if it must not be asked
+  Fate expected_fate;
+};
+
+struct Outcome {
+  std::string received;
+  int status = 0;
+  int requests = 0;
+};
+
+class Demo {
+ public:
+  int run() {
+    write_records();
+    const auto result = world_.run_tool();
+    const bool silent = succeeded_in_silence(result);
+    print_heading();
+    bool all = true;
+    for (const auto &row : rows_) all = print(row) && all;
+    std::printf("\nkalmora-sweep ended with exit status %d and printed %zu bytes.\n",
+                WEXITSTATUS(result.status), result.out.size() + result.err.size());
+    std::printf(all && silent ? "Every record was settled as it should be.\n"
+                              : "SOMETHING IS NOT AS IT SHOULD BE.\n");
+    return all && silent ? 0 : 1;
+  }
+
+ private:
+  void write_records() {
+    const int live = owner_.pid();
+    add(world_.resources(), "halix_server1.dat", "its owner is running", "/live", live, 200,
+        Fate::deleted);
+    add(world_.resources(), "halix_server2.dat", "its owner has ended", "/dead",
+        qal::test::vanished_pid(), 0, Fate::kept);
+    add(world_.resources(), "halix_server3.dat", "another user's process", "/foreign",
+        qal::test::foreign_pid(), 200, Fate::deleted);
+    add_text(world_.resources(), "halix_server4.dat", "running, wrong password",
+             qal::test::record_text(server_.url("/refused"), "halix", "guess", live), "/refused",
+             401, Fate::deleted);
+    add_text(world_.temporary(), "halix_server5.dat", "only one word", "interrupted", "", 0,
+             Fate::deleted);
+    add_text(world_.temporary(), "halix_server6.dat", "nothing", "", "", 0, Fate::deleted);
+    add_text(world_.temporary(), "halix_server7.dat", "three fields, no process",
+             server_.url("/three") + " halix s3cret\n", "/three", 0, Fate::deleted);
+    add_text(world_.temporary(), "halix_server8.dat", "a user name of 256 bytes",
+             qal::test::record_text(server_.url("/long"), std::string(256, 'u'), "s3cret", live),
+             "/long", 0, Fate::deleted);
+    add(world_.temporary(), "halix_server9.dat", "not readable", "/unreadable", live, 0,
+        Fate::kept);
+    chmod(rows_.back().path.c_str(), 0);
+    rows_.push_back({world_.directory("tmp/halix_server10.dat"), "a directory", "", 0, Fate::kept});
+    add(world_.temporary(), "halix_server.txt", "running, but another name", "/other", live, 0,
+        Fate::kept);
+  }
+
+  void add(const std::string &directory, const char *name, const char *holds, const char *asks,
+           int pid, int expected_status, Fate fate) {
+    add_text(directory, name, holds, server_.record(pid, asks), asks, expected_status, fate);
+  }
+
+  void add_text(const std::string &directory, const char *name, const char *holds,
+                const std::string &text, const char *asks, int expected_status, Fate fate) {
+    rows_.push_back(
+        {world_.file(directory + "/" + name, text), holds, asks, expected_status, fate});
+  }
+
+  Outcome outcome_of(const Row &row) const {
+    Outcome outcome;
+    for (const auto &request : server_.requests()) {
+      if (row.asks.empty() || request.path != row.asks) continue;
+      outcome.received = request.method + " " + request.path + " from " + request.user + ", " +
+                         std::to_string(request.status);
+      outcome.status = request.status;
+      ++outcome.requests;
+    }
+    return outcome;
+  }
+
+  void print_heading() const {
+    std::printf("home       %s\ntemporary  %s\nserver     http://%s\n\n", world_.home().c_str(),
+                world_.temporary().c_str(), server_.authority().c_str());
+    std::printf(line, "", "RECORD", "WHAT IT HOLDS", "WHAT THE SERVER RECEIVED", "THE FILE");
+  }
+
+  bool print(const Row &row) const {
+    const Outcome outcome = outcome_of(row);
+    const Fate fate = qal::test::exists(row.path) ? Fate::kept : Fate::deleted;
+    const bool right = fate == row.expected_fate && outcome.status == row.expected_status &&
+                       outcome.requests == (row.expected_status != 0 ? 1 : 0);
+    const auto name = row.path.substr(row.path.rfind('/') + 1);
+    std::printf(line, right ? "ok" : "??", name.c_str(), row.holds.c_str(),
+                outcome.received.empty() ? "-" : outcome.received.c_str(),
+                fate == Fate::kept ? "kept" : "deleted");
+    return right;
+  }
+
+  static constexpr char line[] = "%-3s %-19s %-26s %-32s %s\n";
+
+  SweepWorld world_{KALMORA_SWEEP_PATH};
+  RecordServer server_;
+  qal::test::LiveOwner owner_;
+  std::vector<Row> rows_;
+};
+
+}  // namespace
+
+int main() { return Demo().run(); }
