@@ -1,0 +1,194 @@
+/** @file
+ *  Pathnames: conversion, normalisation, parts, full paths, home directories, numbered files.
+ *
+ *  Paths are NUL-terminated byte strings that the caller owns. Both "/" and "\" are separators
+ *  where a function does not say otherwise, because the same paths travel between systems. All
+ *  functions work on the text alone, except those that say that they ask the system. A function
+ *  that works in place never makes its text longer. Sizes are in bytes, the NUL included; a path
+ *  that does not fit is refused, never cut.
+ *
+ *  Nothing is reported to the logger, except that qal_get_norm_path, qal_expand_pathname and
+ *  qal_valid_pathname_range allocate through qal_malloc, which reports its own failures.
+ *
+ *  Threads: any thread may call. The working directory belongs to the whole process.
+ *
+ *  Source: utils/libsrc/qal_io/path_convert.cpp, path_norm.cpp, path_parts.cpp, path_full.cpp and
+ *  path_range.cpp. */
+#ifndef QAL_PATH_H
+#define QAL_PATH_H
+
+#include <qal/export.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** What qal_convert_pathname does, put together with "|". */
+enum {
+  QAL_PATH_TO_BACKSLASH = 2,    /**< every separator becomes "\"; without it, "/" */
+  QAL_PATH_FIX_ILLEGAL = 0x100, /**< characters that file names may not hold become "_" */
+  QAL_PATH_COMPACT = 0x200      /**< redundant pieces are removed */
+};
+
+/** Converts the separators of a path and, if asked, cleans and compacts it.
+ *
+ *  The bytes : * ? " < > | are illegal in names; a ":" in second place ends a drive and stays.
+ *  Compacting removes "." pieces, a ".." piece together with the piece before it, and repeated
+ *  separators. It looks only at pieces that a separator follows, so a last "." or ".." stays; so
+ *  does a ".." without a separator before it ("a/../b"). Two leading separators stay, three and
+ *  more become two. It is one pass and not idempotent: "a/x//../b" becomes "a/x/../b".
+ *
+ *  @param path   converted in place, never made longer; null is allowed and left alone.
+ *  @param flags  the sum of the settings above. The bits other than 8 to 15 are one number:
+ *                exactly 2 asks for backslashes, all others, 0 included, for slashes.
+ *  @return 0. */
+QAL_API int qal_convert_pathname(char *path, uint32_t flags);
+
+/** Normalises a path: slashes only, no repeated ones, and no segments that begin with a dot.
+ *
+ *  A segment that begins with ".." also removes the nearest one kept before it. All other segments
+ *  that begin with a dot are dropped, hidden names such as ".config" included. Exactly two leading
+ *  slashes stay; three and more become one. A segment that is not the first of the path has a
+ *  slash before it even when all those before it vanished: "./a" gives "/a" and "/x/../y" gives
+ *  "//y". When nothing is left the result is ".".
+ *
+ *  @param path      borrowed; must not overlap `out`.
+ *  @param out       the result; caller-owned. Null is allowed with an `out_size` below 1. Must hold
+ *                   a text, usually "": the result of a relative path is appended to it.
+ *  @param out_size  size of `out`; what is below 1 is too small.
+ *  @return 0; -1 when `path` is null, begins with "..", leads above its first segment, has more
+ *          than 1024 segments or memory is short, or when `out` is null; else the size that `out`
+ *          needs. The needed size counts a slash for each segment, so it can exceed the result's
+ *          by one. `out` is untouched unless 0 is returned. An empty path gives "." and 0; when
+ *          `out_size` is 1 that is "", and nothing is written when it is smaller. */
+QAL_API int qal_get_norm_path(const char *path, char *out, int out_size);
+
+/** Answers the directory part of a path.
+ *
+ *  A path that holds any "\" has that as its separator, else "/" is.
+ *
+ *  @param path  changed in place: trailing separators are removed and the text is cut at the last
+ *               separator left. Null is allowed.
+ *  @return `path`, or a text that the library owns: "." for a null, empty or blank (" ") path and
+ *          where no separator is left; the separator where only the first byte is one; "\\" (two
+ *          backslashes) where the last backslash is the second byte, which makes it the answer for
+ *          "a\b" too. A bare "/", "\" or "\\" is answered as it is.
+ *  @note   The one-separator text is the calling thread's and changes with its next call. */
+QAL_API const char *qal_dirname(char *path);
+
+/** Answers the last part of a path.
+ *
+ *  @param path  changed in place: trailing separators, chosen as by qal_dirname, are removed. Null
+ *               is allowed.
+ *  @return a place in `path`, or "." for a null, empty or blank (" ") path. A path of slashes only
+ *          gives "", but a bare "/", "\" or "\\" is answered as it is. */
+QAL_API const char *qal_basename(char *path);
+
+/** Says whether a path is absolute: begins with "/", "~", or an ASCII letter and ":".
+ *
+ *  @param path  borrowed; null is allowed and not absolute.
+ *  @return 1 or 0. A leading "\" alone is not absolute. */
+QAL_API int qal_path_is_absolute(const char *path);
+
+/** Puts the working directory before a path that is not absolute; nothing is normalised.
+ *
+ *  The separator between them is "\" where the working directory holds one, else "/".
+ *
+ *  @param path      borrowed; must not overlap `out`.
+ *  @param out       the result; caller-owned. Null counts as no room.
+ *  @param out_size  size of `out`; what is below 1 is too small.
+ *  @return 0; -1 when `path` is null or empty, or when there is no working directory or it has more
+ *          than 1023 bytes; else the size that `out` needs. `out` is untouched unless 0 is
+ *          returned. */
+QAL_API int qal_get_full_path(const char *path, char *out, int out_size);
+
+/** Answers the working directory, exactly as the platform's getcwd does.
+ *
+ *  @param buf   receives the path; caller-owned.
+ *  @param size  size of `buf`.
+ *  @return `buf`, or null with errno set. */
+QAL_API char *qal_getcwd(char *buf, size_t size);
+
+/** Changes the working directory of the process, as the platform's chdir does.
+ *
+ *  @param path  borrowed; null fails with EFAULT.
+ *  @return 0, or -1 with errno set. */
+QAL_API int qal_setcwd(const char *path);
+
+/** Adds a path, given by its components, to a ":"-separated list of paths.
+ *
+ *      char list[64];
+ *      qal_addpath(list, "/opt/a:/opt/b", "home", "lib", (char *)NULL);
+ *
+ *  makes "/opt/a:/opt/b:home/lib".
+ *
+ *  @param dst   receives the list; caller-owned. Its size is not checked: it must be large enough.
+ *               May be `base` itself; no component may lie in it. Null is allowed: nothing happens.
+ *  @param base  the list so far; borrowed. Null means none: then no ":" is written.
+ *  @param ...   components, borrowed, ended by a null `char *`; without any, `dst` is `base`.
+ *  @return 0. */
+QAL_API int qal_addpath(char *dst, const char *base, ...);
+
+/** Finds the last dot in the last part of a path.
+ *
+ *  @param path  borrowed; null is allowed.
+ *  @return the dot's place in `path`, or null. */
+QAL_API char *qal_find_dot_in_filename(const char *path);
+
+/** Cuts the extension off: the last dot in the last part of the path, and what follows it.
+ *
+ *  @param path  changed in place; null is allowed.
+ *  @return 1 when something was cut (".profile" becomes ""), else 0. */
+QAL_API int qal_remove_ext(char *path);
+
+/** Finds a run of numbered files, such as frame.0000.img to frame.0119.img for frame.####.img.
+ *
+ *  The field reaches from the first "#" to the last, at most 9 bytes, and is replaced whole by the
+ *  number with leading zeros. A number with more digits than that, or a negative one, has no file.
+ *  The last "@" of the template stands for the letter "l". A file is there when it can be opened
+ *  for reading.
+ *
+ *  @param template_path  at most 1023 bytes; borrowed.
+ *  @param first  in: the number to begin with, or -1 for the smallest that has a file. Out: the
+ *                number begun with.
+ *  @param last   in: the number to stop at, itself looked at, or -1 for none. Out: the last number
+ *                before the first missing file, which is `*first` - 1 when there is none at
+ *                `*first`; or the number to stop at when all are there, for which -1 stands for
+ *                10 to the power of the field's width.
+ *  @return QAL_STATUS_OK or QAL_STATUS_INVALID: a null argument, a template that is too long, has
+ *          no "#" or too wide a field, no file at all, or `*first` is INT32_MIN. On failure both
+ *          numbers are untouched.
+ *  @note   Opens each file of the run. The smallest number is looked for in the directory when the
+ *          field is in the template's last component, else by opening one number after the other.
+ */
+QAL_API int qal_valid_pathname_range(const char *template_path, int32_t *first, int32_t *last);
+
+/** Replaces a leading "~" or "~name" by the home directory of the current or the named user.
+ *
+ *  The password database is asked, for the current user by the real user id; HOME is not. The
+ *  home directory is always followed by a "/": "~" gives "/home/me/".
+ *
+ *  @param path      borrowed; must not overlap `out`. A path without "~" is copied.
+ *  @param out       the result; caller-owned.
+ *  @param out_size  size of `out`, at least 1.
+ *  @return QAL_STATUS_OK, QAL_STATUS_INVALID (an argument is null, or `out` is too small) or
+ *          QAL_STATUS_NOT_FOUND (no such user). On failure `out` is "", where it has room. */
+QAL_API int qal_expand_pathname(const char *path, char *out, int out_size);
+
+/** Answers the suffix of a kind of file on a platform.
+ *
+ *  The first of the words linux, sun, sgi, cpq, ibm (Unix), hp (HP-UX), apple (macOS) and win
+ *  (Windows) that `arch` holds anywhere decides, so "darwin" is Windows.
+ *
+ *  @param arch  architecture text such as "linux_2.6_64"; borrowed. Null means "apple".
+ *  @param kind  0 executable, 1 object file, 2 static library, 3 shared library.
+ *  @return a constant text, or null when `kind` is above 3 or no word is found. */
+QAL_API const char *qal_file_extension(const char *arch, unsigned kind);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,357 @@
+// What paths answer when the system refuses, and how often they ask it. Linked with
+//   -Wl,--wrap=malloc,--wrap=open,--wrap=opendir,--wrap=readdir,--wrap=getcwd
+//   -Wl,--wrap=getpwuid_r,--wrap=getpwnam_r
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <qal/path.h>
+#include <qal/status.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "internal/password.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+// What the wrapped calls do instead of their work; a test sets it before it calls the library.
+struct Faults {
+  std::size_t smallest_refused_block = SIZE_MAX;
+  int open_interrupts = 0;
+  int opendir_error = 0;
+  int readdir_error = 0;  // after the first entry
+  bool no_working_directory = false;
+  int lookup_interrupts = 0;
+  int lookup_range_errors = 0;
+  int lookup_error = 0;
+  bool no_home = false;
+  std::vector<std::size_t> lookup_sizes;
+  bool record_opens = false;
+  std::vector<std::string> opened;
+  int last_open_flags = 0;
+  int directories_opened = 0;
+  int entries_read = 0;
+};
+Faults faults;
+
+}  // namespace
+
+extern "C" {
+
+void *__real_malloc(std::size_t size);
+int __real_open(const char *path, int flags, ...);
+DIR *__real_opendir(const char *path);
+dirent *__real_readdir(DIR *directory);
+char *__real_getcwd(char *buffer, std::size_t size);
+int __real_getpwuid_r(uid_t user, passwd *entry, char *store, std::size_t size, passwd **found);
+int __real_getpwnam_r(const char *user, passwd *entry, char *store, std::size_t size,
+                      passwd **found);
+
+void *__wrap_malloc(std::size_t size) {
+  return size >= faults.smallest_refused_block ? nullptr : __real_malloc(size);
+}
+
+int __wrap_open(const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
+  va_end(arguments);
+  if (faults.record_opens) {
+    faults.opened.emplace_back(path);
+    faults.last_open_flags = flags;
+  }
+  if (faults.open_interrupts > 0) {
+    --faults.open_interrupts;
+    errno = EINTR;
+    return -1;
+  }
+  return __real_open(path, flags, mode);
+}
+
+DIR *__wrap_opendir(const char *path) {
+  ++faults.directories_opened;
+  if (faults.opendir_error == 0) return __real_opendir(path);
+  errno = faults.opendir_error;
+  return nullptr;
+}
+
+dirent *__wrap_readdir(DIR *directory) {
+  if (faults.readdir_error == 0 || faults.entries_read++ == 0) return __real_readdir(directory);
+  errno = faults.readdir_error;
+  return nullptr;
+}
+
+char *__wrap_getcwd(char *buffer, std::size_t size) {
+  if (!faults.no_working_directory) return __real_getcwd(buffer, size);
+  errno = ENOENT;
+  return nullptr;
+}
+
+// The error that a look-up fails with in its turn, or 0 to let it work.
+static int lookup_fault(std::size_t size, passwd **found) {
+  faults.lookup_sizes.push_back(size);
+  *found = nullptr;
+  if (faults.lookup_interrupts-- > 0) return EINTR;
+  if (faults.lookup_range_errors-- > 0) return ERANGE;
+  return faults.lookup_error;
+}
+
+static int without_home(int result, passwd *entry) {
+  if (faults.no_home) entry->pw_dir = nullptr;
+  return result;
+}
+
+int __wrap_getpwuid_r(uid_t user, passwd *entry, char *store, std::size_t size, passwd **found) {
+  if (const int error = lookup_fault(size, found)) return error;
+  return without_home(__real_getpwuid_r(user, entry, store, size, found), entry);
+}
+
+int __wrap_getpwnam_r(const char *user, passwd *entry, char *store, std::size_t size,
+                      passwd **found) {
+  if (const int error = lookup_fault(size, found)) return error;
+  return without_home(__real_getpwnam_r(user, entry, store, size, found), entry);
+}
+
+}  // extern "C"
+
+namespace {
+
+using qal::internal::PasswordEntry;
+using qal::test::ScratchDir;
+
+class PathFault : public testing::Test {
+ protected:
+  void SetUp() override { faults = Faults{}; }
+  void TearDown() override { faults = Faults{}; }
+};
+
+using PathNormaliseFault = PathFault;
+using PathFullFault = PathFault;
+using PathExpandFault = PathFault;
+using PathRangeFault = PathFault;
+
+struct Range {
+  int status;
+  std::int32_t first;
+  std::int32_t last;
+  bool operator==(const Range &) const = default;
+};
+
+Range find_range(const std::string &path, std::int32_t first = -1, std::int32_t last = -1) {
+  faults.record_opens = true;
+  const int status = qal_valid_pathname_range(path.c_str(), &first, &last);
+  faults.record_opens = false;
+  return {status, first, last};
+}
+
+int expand(const char *path) {
+  std::array<char, 1024> out{};
+  const int status = qal_expand_pathname(path, out.data(), static_cast<int>(out.size()));
+  EXPECT_TRUE(status == QAL_STATUS_OK || out[0] == '\0');
+  return status;
+}
+
+TEST_F(PathNormaliseFault, RefusesWhenMemoryIsShort) {
+  std::string path(100, 'a');
+  std::array<char, 256> out{"kept"};
+  faults.smallest_refused_block = path.size() + 64;
+  EXPECT_EQ(-1, qal_get_norm_path(path.c_str(), out.data(), 256));
+  EXPECT_STREQ("kept", out.data());
+}
+
+TEST_F(PathNormaliseFault, AllocatesThePathAnd64Bytes) {
+  std::string path(100, 'a');
+  std::array<char, 256> out{};
+  faults.smallest_refused_block = path.size() + 65;
+  EXPECT_EQ(0, qal_get_norm_path(path.c_str(), out.data(), 256));
+}
+
+TEST_F(PathNormaliseFault, NeedsNoMemoryForAnEmptyPath) {
+  std::array<char, 4> out{};
+  faults.smallest_refused_block = 64;
+  EXPECT_EQ(0, qal_get_norm_path("", out.data(), 4));
+  EXPECT_STREQ(".", out.data());
+}
+
+TEST_F(PathFullFault, RefusesWithoutAWorkingDirectory) {
+  std::array<char, 64> out{"kept"};
+  faults.no_working_directory = true;
+  EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 64));
+  EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 0));
+  EXPECT_STREQ("kept", out.data());
+}
+
+TEST_F(PathFullFault, NeedsNoWorkingDirectoryForAnAbsolutePath) {
+  std::array<char, 64> out{};
+  faults.no_working_directory = true;
+  EXPECT_EQ(0, qal_get_full_path("/name", out.data(), 64));
+}
+
+TEST_F(PathExpandFault, DoesNotFindAnyoneWhenTheDatabaseFails) {
+  faults.lookup_error = EIO;
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~"));
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~daemon/x"));
+}
+
+TEST_F(PathExpandFault, RepeatsAnInterruptedLookUp) {
+  faults.lookup_interrupts = 3;
+  EXPECT_EQ(QAL_STATUS_OK, expand("~/x"));
+  faults.lookup_interrupts = 3;
+  EXPECT_EQ(QAL_STATUS_OK, expand("~daemon"));
+}
+
+TEST_F(PathExpandFault, GrowsTheStoreOfALongEntry) {
+  faults.lookup_range_errors = 3;
+  EXPECT_EQ(QAL_STATUS_OK, expand("~daemon"));
+  EXPECT_EQ((std::vector<std::size_t>{1024, 2048, 4096, 8192}), faults.lookup_sizes);
+}
+
+TEST_F(PathExpandFault, GivesUpOnAnEntryWithoutEnd) {
+  faults.lookup_range_errors = 1000;
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~"));
+  EXPECT_EQ(1U << 20, faults.lookup_sizes.back());
+}
+
+TEST_F(PathExpandFault, DoesNotFindAnyoneWhenMemoryIsShort) {
+  faults.smallest_refused_block = 1024;
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~"));
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~daemon"));
+  const std::string long_name = "~" + std::string(1023, 'n');
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand(long_name.c_str()));
+  EXPECT_TRUE(faults.lookup_sizes.empty());
+}
+
+TEST_F(PathExpandFault, TakesAMissingHomeForAnEmptyOne) {
+  faults.no_home = true;
+  std::array<char, 16> out{};
+  EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname("~/x", out.data(), 16));
+  EXPECT_STREQ("/x", out.data());
+}
+
+TEST_F(PathExpandFault, KnowsNeitherNameNorHomeOfAnUnknownUser) {
+  const PasswordEntry nobody_known{"no-such-user"};
+  EXPECT_FALSE(nobody_known);
+  const PasswordEntry daemon{"daemon"};
+  EXPECT_TRUE(daemon);
+  EXPECT_EQ("daemon", daemon.name());
+}
+
+TEST_F(PathRangeFault, ReadsTheDirectoryOnceInsteadOfProbing) {
+  const ScratchDir scratch;
+  scratch.file("f987654321");
+  EXPECT_EQ((Range{0, 987654321, 987654321}), find_range(scratch / "f#########"));
+  EXPECT_EQ(1, faults.directories_opened);
+  EXPECT_EQ((std::vector<std::string>{scratch / "f987654321", scratch / "f987654321",
+                                      scratch / "f987654322"}),
+            faults.opened);
+}
+
+TEST_F(PathRangeFault, OpensNothingWhenTheDirectoryListsNothing) {
+  const ScratchDir scratch;
+  EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f#########"));
+  EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "absent/f#########"));
+  EXPECT_TRUE(faults.opened.empty());
+}
+
+TEST_F(PathRangeFault, OpensNothingWhereTheDirectoryCannotBe) {
+  for (const int error : {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG}) {
+    faults.opendir_error = error;
+    EXPECT_EQ((Range{6, -1, -1}), find_range("/f##")) << error;
+  }
+  EXPECT_TRUE(faults.opened.empty());
+}
+
+TEST_F(PathRangeFault, ConfirmsTheListedNumbersInAscendingOrder) {
+  const ScratchDir scratch;
+  for (const char *name : {"F7", "F2", "F5", "F3", "f8"}) scratch.file(name);
+  EXPECT_EQ((Range{0, 8, 8}), find_range(scratch / "f#"));
+  EXPECT_EQ(
+      (std::vector<std::string>{scratch / "f2", scratch / "f3", scratch / "f5", scratch / "f7",
+                                scratch / "f8", scratch / "f8", scratch / "f9"}),
+      faults.opened);
+}
+
+TEST_F(PathRangeFault, DoesNotReadTheDirectoryForAGivenFirstNumber) {
+  const ScratchDir scratch;
+  scratch.file("f1");
+  EXPECT_EQ((Range{0, 1, 1}), find_range(scratch / "f#", 1));
+  EXPECT_EQ(0, faults.directories_opened);
+}
+
+TEST_F(PathRangeFault, DoesNotProbeBeyondTheLimitOrTheField) {
+  const ScratchDir scratch;
+  for (const char *name : {"f8", "f9"}) scratch.file(name);
+  find_range(scratch / "f#", 8, 8);
+  find_range(scratch / "f#", 9, 12);
+  EXPECT_EQ((std::vector<std::string>{scratch / "f8", scratch / "f9"}), faults.opened);
+}
+
+TEST_F(PathRangeFault, OpensWithoutWaitingAndWithoutInheritance) {
+  const ScratchDir scratch;
+  scratch.file("f0");
+  find_range(scratch / "f#");
+  EXPECT_EQ(O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, faults.last_open_flags);
+}
+
+TEST_F(PathRangeFault, RepeatsAnInterruptedOpen) {
+  const ScratchDir scratch;
+  scratch.file("f0");
+  faults.open_interrupts = 3;
+  EXPECT_EQ((Range{0, 0, 0}), find_range(scratch / "f#"));
+}
+
+TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {
+  const ScratchDir scratch;
+  for (const char *name : {"f1", "f2"}) scratch.file(name);
+  const int lowest_free = dup(STDOUT_FILENO);
+  close(lowest_free);
+  find_range(scratch / "f#");
+  faults.readdir_error = EIO;
+  find_range(scratch / "f#");
+  const int still_lowest = dup(STDOUT_FILENO);
+  close(still_lowest);
+  EXPECT_EQ(lowest_free, still_lowest);
+}
+
+TEST_F(PathRangeFault, ProbesWhenTheDirectoryCannotBeOpened) {
+  const ScratchDir scratch;
+  scratch.file("f42");
+  faults.opendir_error = EACCES;
+  EXPECT_EQ((Range{0, 42, 42}), find_range(scratch / "f##"));
+  EXPECT_EQ(scratch / "f00", faults.opened.front());
+}
+
+TEST_F(PathRangeFault, ProbesAllNumbersBeforeItFails) {
+  const ScratchDir scratch;
+  faults.opendir_error = EACCES;
+  EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f##"));
+  EXPECT_EQ(100U, faults.opened.size());
+  EXPECT_EQ(scratch / "f99", faults.opened.back());
+}
+
+TEST_F(PathRangeFault, ProbesWhenReadingTheDirectoryFails) {
+  const ScratchDir scratch;
+  for (const char *name : {"f41", "f42"}) scratch.file(name);
+  faults.readdir_error = EIO;
+  EXPECT_EQ((Range{0, 41, 42}), find_range(scratch / "f##"));
+}
+
+TEST_F(PathRangeFault, ProbesWhenMemoryIsShort) {
+  const ScratchDir scratch;
+  for (int number = 10; number < 99; ++number) scratch.file("f" + std::to_string(number));
+  faults.smallest_refused_block = 512;  // the second block of the list
+  EXPECT_EQ((Range{0, 10, 98}), find_range(scratch / "f##"));
+  faults.smallest_refused_block = SIZE_MAX;
+  EXPECT_EQ(scratch / "f00", faults.opened.front());
+}
+
+}  // namespace

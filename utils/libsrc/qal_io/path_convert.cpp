@@ -1,0 +1,90 @@
+#include <qal/path.h>
+
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+constexpr std::uint32_t mode_mask = 0xffff00ffU;  // bits 8 to 15 hold the further settings
+constexpr const char *illegal_in_names = ":*?\"<>|";
+
+// Writes only where something changes: most paths are clean and need no more than the search.
+void replace_all(char *path, char from, char to) {
+  for (char *hit = path; (hit = std::strchr(hit, from)) != nullptr; ++hit) *hit = to;
+}
+
+void replace_illegal_characters(char *path) {
+  for (char *hit = path; (hit = std::strpbrk(hit, illegal_in_names)) != nullptr; ++hit) {
+    const bool ends_drive = hit == path + 1 && *hit == ':';
+    if (!ends_drive) *hit = '_';
+  }
+}
+
+// Rewrites a path over itself: reading never falls behind writing. The path holds only one kind of
+// separator, for the conversion comes first.
+class Compaction {
+ public:
+  Compaction(char *path, char separator) : path_(path), separator_(separator) {}
+
+  void run() {
+    while (path_[read_] != '\0') {
+      if (path_[read_] != separator_) {
+        path_[write_++] = path_[read_++];
+      } else if (at_piece(".")) {
+        read_ += 2;
+      } else if (at_piece("..") && written_separators_ > 0) {
+        drop_written_piece();
+      } else {
+        copy_separator();
+      }
+    }
+    path_[write_] = '\0';
+  }
+
+ private:
+  // Whether the separator at the reading position begins a piece of this name that another one
+  // ends.
+  bool at_piece(std::string_view name) const {
+    const char *piece = path_ + read_ + 1;
+    return std::strncmp(piece, name.data(), name.size()) == 0 && piece[name.size()] == separator_;
+  }
+
+  // Takes back the last written separator and what follows it. Counting the separators spares the
+  // search where there is none: a long first piece would be searched once for every "..".
+  void drop_written_piece() {
+    do {
+      --write_;
+    } while (path_[write_] != separator_);
+    --written_separators_;
+    read_ += 3;
+  }
+
+  void copy_separator() {
+    const bool may_begin_network_name = read_ == 0;
+    path_[write_++] = path_[read_++];
+    ++written_separators_;
+    // Deliberate: the repeat behind a first separator is not skipped but looked at in its turn, so
+    // "//server" keeps both, and a ".." behind the pair takes only the second back.
+    if (may_begin_network_name) return;
+    while (path_[read_] == separator_) ++read_;
+  }
+
+  char *path_;
+  char separator_;
+  std::size_t read_ = 0;
+  std::size_t write_ = 0;
+  std::size_t written_separators_ = 0;
+};
+
+}  // namespace
+
+int qal_convert_pathname(char *path, std::uint32_t flags) {
+  if (!path) return 0;
+  const bool to_backslash = (flags & mode_mask) == QAL_PATH_TO_BACKSLASH;
+  const char separator = to_backslash ? '\\' : '/';
+  replace_all(path, to_backslash ? '/' : '\\', separator);
+  if (flags & QAL_PATH_FIX_ILLEGAL) replace_illegal_characters(path);
+  if (flags & QAL_PATH_COMPACT) Compaction{path, separator}.run();
+  return 0;
+}

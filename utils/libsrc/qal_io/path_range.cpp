@@ -1,0 +1,212 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <qal/alloc.h>
+#include <qal/path.h>
+#include <qal/status.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "internal/handles.hpp"
+
+namespace {
+
+using qal::internal::Descriptor;
+using qal::internal::Directory;
+using qal::internal::FreeMemory;
+
+constexpr std::size_t template_bytes = 1024;
+constexpr std::size_t widest_field = 9;
+constexpr std::int32_t unknown = -1;
+
+// Opening is the test, as a reader would; non-blocking, for a FIFO without a writer is there too.
+bool can_be_opened(const char *path) {
+  Descriptor file;
+  do {
+    file = Descriptor{open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)};
+  } while (!file && errno == EINTR);
+  return static_cast<bool>(file);
+}
+
+// The digits of `text` as a number; it has at most nine.
+std::optional<std::int32_t> parse_digits(std::string_view text) {
+  std::int32_t number = 0;
+  for (const char digit : text) {
+    if (digit < '0' || digit > '9') return std::nullopt;
+    number = number * 10 + (digit - '0');
+  }
+  return number;
+}
+
+class NumberedPath {
+ public:
+  static std::optional<NumberedPath> parse(std::string_view text) {
+    NumberedPath path;
+    return path.read(text) ? std::optional{path} : std::nullopt;
+  }
+
+  // 10 to the power of the field's width: the first number that it has no room for.
+  std::int32_t end() const {
+    std::int32_t power = 1;
+    for (std::size_t digit = 0; digit < width_; ++digit) power *= 10;
+    return power;
+  }
+
+  bool exists(std::int32_t number) {
+    if (number < 0 || number >= end()) return false;
+    write(number);
+    return can_be_opened(text_.data());
+  }
+
+  bool field_is_in_last_component() const { return suffix().find('/') == std::string_view::npos; }
+
+  // The directory of the numbered files, when their field is in the last component.
+  Directory open_directory() const {
+    std::array<char, template_bytes> directory{};
+    const std::string_view parent = text().substr(0, name_position());
+    if (parent.empty()) return Directory{opendir(".")};
+    parent.copy(directory.data(), parent.size());
+    return Directory{opendir(directory.data())};
+  }
+
+  // The number in a directory entry's name. Case is disregarded because some file systems do so;
+  // opening decides in the end.
+  std::optional<std::int32_t> number_in(const char *entry) const {
+    const std::string_view name{entry};
+    const std::string_view before = prefix().substr(name_position());
+    if (name.size() != before.size() + width_ + suffix().size()) return std::nullopt;
+    const char *behind = entry + before.size() + width_;
+    if (strncasecmp(entry, before.data(), before.size()) != 0) return std::nullopt;
+    if (strncasecmp(behind, suffix().data(), suffix().size()) != 0) return std::nullopt;
+    return parse_digits(name.substr(before.size(), width_));
+  }
+
+ private:
+  bool read(std::string_view text) {
+    if (text.size() >= template_bytes) return false;
+    length_ = text.copy(text_.data(), text.size());
+    // Deliberate: the last "@" always stood for the letter before the field's length.
+    if (const auto at = text.rfind('@'); at != std::string_view::npos) text_[at] = 'l';
+    field_ = text.find('#');
+    if (field_ == std::string_view::npos) return false;
+    width_ = text.rfind('#') - field_ + 1;
+    return width_ <= widest_field;
+  }
+
+  void write(std::int32_t number) {
+    for (std::size_t digit = width_; digit-- > 0; number /= 10) {
+      text_[field_ + digit] = static_cast<char>('0' + number % 10);
+    }
+  }
+
+  std::string_view text() const { return {text_.data(), length_}; }
+  std::string_view prefix() const { return text().substr(0, field_); }
+  std::string_view suffix() const { return text().substr(field_ + width_); }
+  std::size_t name_position() const { return prefix().rfind('/') + 1; }  // 0 without a slash
+
+  std::array<char, template_bytes> text_{};
+  std::size_t length_ = 0;
+  std::size_t field_ = 0;
+  std::size_t width_ = 0;
+};
+
+// Numbers in a growing block of the checked allocator.
+class NumberList {
+ public:
+  bool add(std::int32_t number) {
+    if (count_ == capacity_ && !grow()) return false;
+    numbers_.get()[count_++] = number;
+    return true;
+  }
+  std::span<std::int32_t> all() { return {numbers_.get(), count_}; }
+
+ private:
+  bool grow() {
+    const std::size_t capacity = capacity_ == 0 ? 64 : 2 * capacity_;
+    std::int32_t *larger = nullptr;
+    QAL_MALLOC("qal_valid_pathname_range", larger, capacity * sizeof *larger);
+    if (!larger) return false;
+    std::ranges::copy(all(), larger);
+    numbers_.reset(larger);
+    capacity_ = capacity;
+    return true;
+  }
+
+  std::unique_ptr<std::int32_t, FreeMemory> numbers_;
+  std::size_t count_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+// Whether a directory that could not be opened has no files, rather than files it will not list.
+bool is_absent(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
+
+// Collects the numbers that the directory has entries for; false when it cannot be read whole.
+bool list_numbers(const NumberedPath &path, NumberList &numbers) {
+  const Directory directory = path.open_directory();
+  if (!directory) return is_absent(errno);
+  errno = 0;  // only a change tells an error from the end
+  while (const dirent *entry = readdir(directory.get())) {
+    const auto number = path.number_in(entry->d_name);
+    if (number && !numbers.add(*number)) return false;
+    errno = 0;
+  }
+  return errno == 0;
+}
+
+std::optional<std::int32_t> first_listed(NumberedPath &path, std::span<std::int32_t> numbers) {
+  std::ranges::sort(numbers);
+  const auto hit = std::ranges::find_if(numbers, [&](auto number) { return path.exists(number); });
+  return hit == numbers.end() ? std::nullopt : std::optional{*hit};
+}
+
+std::optional<std::int32_t> first_probed(NumberedPath &path) {
+  for (std::int32_t number = 0; number < path.end(); ++number) {
+    if (path.exists(number)) return number;
+  }
+  return std::nullopt;
+}
+
+// One reading of the directory spares up to 10^9 openings.
+std::optional<std::int32_t> find_first(NumberedPath &path) {
+  NumberList numbers;
+  if (path.field_is_in_last_component() && list_numbers(path, numbers)) {
+    return first_listed(path, numbers.all());
+  }
+  return first_probed(path);
+}
+
+// Probes from `first` up to the limit, the limit included.
+std::int32_t find_last(NumberedPath &path, std::int32_t first, std::int32_t limit) {
+  // Deliberate: with every number present an open search answers 10^width, which has no file.
+  const std::int32_t last_probe = limit == unknown ? path.end() - 1 : limit;
+  const std::int32_t reached = limit == unknown ? path.end() : limit;
+  for (std::int32_t number = first;; ++number) {
+    if (!path.exists(number)) return number - 1;
+    if (number >= last_probe) return reached;
+  }
+}
+
+}  // namespace
+
+int qal_valid_pathname_range(const char *template_path, std::int32_t *first, std::int32_t *last) {
+  if (!template_path || !first || !last) return QAL_STATUS_INVALID;
+  if (*first == INT32_MIN) return QAL_STATUS_INVALID;  // no number before it to answer with
+  auto path = NumberedPath::parse(template_path);
+  if (!path) return QAL_STATUS_INVALID;
+  const auto start = *first == unknown ? find_first(*path) : *first;
+  if (!start) return QAL_STATUS_INVALID;
+  *first = *start;
+  *last = find_last(*path, *start, *last);
+  return QAL_STATUS_OK;
+}
