@@ -1,5 +1,5 @@
 // What the library needs from the system beyond POSIX. platform_posix.cpp holds what all systems
-// share, platform_linux.cpp and platform_macos.cpp the rest, format_*.cpp the text formatting; the
+// share, platform_linux.cpp and platform_macos.cpp the rest, format_* the text formatting; the
 // build chooses, code never asks which system it runs on.
 #pragma once
 

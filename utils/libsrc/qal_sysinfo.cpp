@@ -1,0 +1,191 @@
+#include <qal/system.h>
+#include <qal/text.h>
+#include <sched.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "internal/password.hpp"
+#include "platform/platform.hpp"
+
+namespace qal::internal {
+namespace {
+
+enum Query {
+  page_size = 0,
+  physical_memory = 1,
+  processors = 5,
+  thread_limit = 6,
+  resident_memory = 7,
+  packages = 8,
+  physical_cores = 9,
+  logical_processors = 10
+};
+
+enum Answer { platform_failure = -1, not_supported = 0, answered = 1 };
+
+// The name of the call that supplies these figures on macOS is part of the message everywhere.
+Answer answered_or_reported(bool success) {
+  if (success) return answered;
+  std::perror("sysctl");
+  return platform_failure;
+}
+
+int in_kib(std::uint64_t bytes) {
+  return static_cast<int>(std::min<std::uint64_t>(bytes >> 10, INT_MAX));
+}
+
+bool physical_memory_kib(int &value) {
+  std::uint64_t bytes = 0;
+  if (!platform::physical_memory_bytes(bytes)) return false;
+  value = in_kib(bytes);
+  return true;
+}
+
+int resident_kib() {
+  std::uint64_t bytes = 0;
+  return platform::resident_bytes(bytes) ? in_kib(bytes) : -1;
+}
+
+// Each count falls back to the next finer one that the system can name.
+bool count_logical(int &count) {
+  return platform::logical_processors(count) || platform::processor_count(count);
+}
+
+bool count_cores(int &count) { return platform::physical_cores(count) || count_logical(count); }
+
+bool count_packages(int &count) {
+  return platform::processor_packages(count) || count_cores(count);
+}
+
+struct ClosePipe {
+  void operator()(std::FILE *pipe) const { pclose(pipe); }
+};
+using Pipe = std::unique_ptr<std::FILE, ClosePipe>;
+
+constexpr const char *version_command = "/usr/bin/sw_vers";
+constexpr char version_label[] = "ProductVersion:";
+
+// One byte more than is ever read, so that the output is always terminated.
+using VersionOutput = std::array<char, 1025>;
+
+bool read_version_output(VersionOutput &output) {
+  // "r" alone: popen takes the "e" of other opens on some systems only.
+  const Pipe pipe{popen(version_command, "r")};
+  if (!pipe) return false;
+  (void)std::fread(output.data(), 1, output.size() - 1, pipe.get());
+  return true;
+}
+
+// Reads a decimal number as scanf does, but keeps one that an int cannot hold at the nearest end.
+bool read_number(const char *&text, int &number) {
+  char *end = nullptr;
+  const long value = std::strtol(text, &end, 10);
+  if (end == text) return false;
+  number = static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
+  text = end;
+  return true;
+}
+
+// White space after the label is passed over together with that before any number. What follows
+// the second number is of no interest.
+bool parse_version(const char *output, int &major, int &minor) {
+  const char *text = std::strstr(output, version_label);
+  if (!text) return false;
+  text += std::strlen(version_label);
+  int first = 0;
+  int second = 0;
+  if (!read_number(text, first) || *text++ != '.' || !read_number(text, second)) return false;
+  major = first;
+  minor = second;
+  return true;
+}
+
+}  // namespace
+}  // namespace qal::internal
+
+using namespace qal::internal;
+
+int qal_sysinfo(int query, int *value) {
+  switch (query) {
+    case page_size:
+      *value = platform::page_size_bytes();
+      return answered;
+    case physical_memory:
+      return answered_or_reported(physical_memory_kib(*value));
+    case processors:
+      return answered_or_reported(platform::processor_count(*value));
+    case thread_limit:
+      *value = platform::thread_limit();
+      return answered;
+    case resident_memory:
+      *value = resident_kib();
+      return answered;
+    case packages:
+      return answered_or_reported(count_packages(*value));
+    case physical_cores:
+      return answered_or_reported(count_cores(*value));
+    case logical_processors:
+      return answered_or_reported(count_logical(*value));
+    default:
+      return not_supported;
+  }
+}
+
+int qal_endian() { return std::endian::native == std::endian::little ? 0 : 1; }
+
+int qal_username(char *dst, int size) {
+  if (size < 1) return 0;
+  const PasswordEntry user;  // its texts are terminated
+  qal_strncpy(dst, user ? user.name().data() : "notfound", size);
+  return 0;
+}
+
+int qal_sleep(unsigned seconds) {
+  sleep(seconds);
+  return 0;
+}
+
+int qal_usleep(unsigned microseconds) {
+  usleep(microseconds);
+  return 0;
+}
+
+int qal_sched_yield() { return sched_yield(); }
+
+int qal_signal(int signal_number, void (*handler)(int)) {
+  signal(signal_number, handler);
+  return 0;
+}
+
+int qal_getpid() { return getpid(); }
+
+int qal_is_pid_running(int pid) {
+  // Deliberate: 1 says that the process is gone. The sweep of server records relies on this sense.
+  return kill(pid, 0) != 0 && errno == ESRCH ? 1 : 0;
+}
+
+int qal_get_osx_ver(char *name, int *major, int *minor) {
+  std::memcpy(name, "Mac OS X", sizeof "Mac OS X");
+  *major = *minor = -1;
+  VersionOutput output{};
+  if (!read_version_output(output)) {
+    std::fprintf(stderr, "error: qal_get_osx_ver() can't run command to get OS version: <%s>\n",
+                 version_command);
+    return -1;
+  }
+  if (parse_version(output.data(), *major, *minor)) return 0;
+  std::fprintf(stderr, "error: qal_get_osx_ver() can't parse OS version string: <%s>\n",
+               output.data());
+  return -1;
+}
