@@ -1,0 +1,160 @@
+/** @file
+ *  Byte strings: character classes, copies that always end, replacement in place, search without
+ *  case, trimming, and a bounded print that tells when it had to cut.
+ *
+ *  Every text is narrow, ends with a NUL and belongs to the caller; every pointer is needed unless
+ *  it is said that null is allowed. Nothing here allocates, and nothing keeps state: any thread may
+ *  call any function on texts of its own. Sizes count bytes and include the terminator.
+ *
+ *  "The platform's class" and "the platform's conversion" mean those of the locale that the program
+ *  has set; the library itself never sets one.
+ *
+ *  Source: utils/libsrc/qal_ctype.cpp (classes), utils/libsrc/qal_string.cpp (the rest). */
+#ifndef QAL_TEXT_H
+#define QAL_TEXT_H
+
+#include <qal/export.h>
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** @name Character classes
+ *  Each takes any int, looks only at its low byte, and answers exactly 1 or 0. */
+/**@{*/
+
+/** Tells whether bit 7 of the byte is clear; no locale plays a part. */
+QAL_API int qal_isascii(int c);
+/** Tells whether the byte is a tab or a space; no locale plays a part. */
+QAL_API int qal_isblank(int c);
+/** Tells whether the byte is one of 0 to 9; no locale plays a part. */
+QAL_API int qal_isdigit(int c);
+/** Tells whether the byte is one of 0-9, a-f, A-F; no locale plays a part. */
+QAL_API int qal_isxdigit(int c);
+/** Tells whether the byte is of the platform's upper-case or lower-case class. Letters without a
+ *  case, which some locales have, do not count. */
+QAL_API int qal_isalpha(int c);
+/** Tells whether the byte is alphabetic as qal_isalpha has it, or one of 0 to 9. */
+QAL_API int qal_isalnum(int c);
+/** Tells whether the byte is of the platform's control class. */
+QAL_API int qal_iscntrl(int c);
+/** Tells whether the byte is of the platform's visible class. */
+QAL_API int qal_isgraph(int c);
+/** Tells whether the byte is of the platform's lower-case class. */
+QAL_API int qal_islower(int c);
+/** Tells whether the byte is of the platform's printable class. */
+QAL_API int qal_isprint(int c);
+/** Tells whether the byte is of the platform's punctuation class. */
+QAL_API int qal_ispunct(int c);
+/** Tells whether the byte is of the platform's space class. */
+QAL_API int qal_isspace(int c);
+/** Tells whether the byte is of the platform's upper-case class. */
+QAL_API int qal_isupper(int c);
+/**@}*/
+
+/** Copies a text into a buffer, cut to fit, and fills the rest of the buffer with NUL.
+ *
+ *  @param dst   receives the copy; `size` bytes, all of them are written.
+ *  @param src   text to copy; may overlap `dst`. At most `size` - 1 bytes of it are looked at.
+ *  @param size  size of `dst`, at least 1. Below 1 nothing is written.
+ *  @return `dst`. A text that was cut is not reported. */
+QAL_API char *qal_strncpy(char *dst, const char *src, int size);
+
+/** Appends a text to the text in a buffer, cut to fit, and fills the rest with NUL.
+ *
+ *  @param dst   buffer of `size` bytes that holds a text shorter than `size`.
+ *  @param src   text to append; may overlap `dst`.
+ *  @param size  size of the whole buffer, not of the room left. When the text in `dst` leaves no
+ *               room nothing is written.
+ *  @return where the appended part begins: the old end of the text, not `dst`. */
+QAL_API char *qal_strncat(char *dst, const char *src, unsigned size);
+
+/** Finds the first `character` (taken as a char) in a text, its terminator included.
+ *
+ *  @return its place in `string`, or null. */
+QAL_API char *qal_strchr(const char *string, int character);
+
+/** Finds the last `character` (taken as a char) in a text, its terminator included.
+ *
+ *  @return its place in `string`, or null. */
+QAL_API char *qal_strrchr(const char *string, int character);
+
+/** Gives the platform's upper-case form of a character below 128; others come back unchanged. */
+QAL_API unsigned qal_toupper(unsigned character);
+
+/** Gives the platform's lower-case form of a character below 128; others come back unchanged. */
+QAL_API unsigned qal_tolower(unsigned character);
+
+/** Finds a text in another without regard to case.
+ *
+ *  Bytes below 128 are compared in the platform's upper case, all others exactly. The work is at
+ *  most the product of both lengths, and close to the length of `haystack` for ordinary text.
+ *
+ *  @param haystack  text to search.
+ *  @param needle    text to find.
+ *  @return the first place in `haystack` where the whole of `needle` stands, or null. An empty
+ *          `needle` is nowhere: the answer is null, unlike that of the platform's strstr. */
+QAL_API char *qal_strcasestr(const char *haystack, const char *needle);
+
+/** Changes the case of a text in place, or forces it to seven bits.
+ *
+ *  @param string  text to change.
+ *  @param mode    0: a-z to upper case; 1: A-Z to lower case; 2: bit 7 of every byte is cleared
+ *                 (a byte 0x80 thus ends the text); any other: nothing happens. Only ASCII letters
+ *                 change case, whatever the locale. */
+QAL_API void qal_changecase(char *string, int mode);
+
+/** Replaces the occurrences of one text by another, in place and from left to right.
+ *
+ *  What was put in is not searched again, so a replacement may contain `find`. The work is linear
+ *  in the lengths of the old and the new text.
+ *
+ *  @param string       text to change. Its buffer must have room for the result: no size is passed
+ *                      and none is checked.
+ *  @param find         what to replace; null or empty finds nothing. Must not lie in `string`.
+ *  @param replacement  what to put in its place; null counts as empty. Must not lie in `string`.
+ *  @param flags        bit 0x1: stop after the first replacement. Other bits mean nothing.
+ *  @return the number of replacements; with 0 the text is as it was. */
+QAL_API int qal_strrepl(char *string, const char *find, const char *replacement, int flags);
+
+/** Cuts a text at the first character that belongs to a set.
+ *
+ *  @param string  text to cut; every byte from the cut to its old end becomes NUL.
+ *  @param set     the characters to cut at; empty cuts nothing.
+ *  @return the length that is left. */
+QAL_API int qal_strip_at_the_chars(char *string, const char *set);
+
+/** Copies a text without the run of one byte at its beginning and at its end.
+ *
+ *  @param src        text to copy.
+ *  @param dst        receives the copy; strlen(src) + 1 bytes. May be `src` or overlap it.
+ *  @param character  the byte to leave out; only its low byte counts.
+ *  @return the length written; 0, with `dst` empty, when nothing else was in `src`. */
+QAL_API int qal_strip_pre_post_chars(const char *src, char *dst, int character);
+
+/** Copies a text without the run of the platform's space class at its beginning and at its end.
+ *
+ *  @param src  text to copy.
+ *  @param dst  receives the copy; strlen(src) + 1 bytes. May be `src` or overlap it.
+ *  @return the length written; 0, with `dst` empty, when only spaces were in `src`. */
+QAL_API int qal_strip_pre_post_spaces(const char *src, char *dst);
+
+/** Prints into a buffer and tells whether all of it fitted.
+ *
+ *  The last byte of the buffer is looked at even when the output is shorter, so what it held before
+ *  the call plays a part in one case: empty output into a buffer of 2 bytes or more that held no
+ *  NUL behind its first byte counts as failed.
+ *
+ *  @param buffer  receives the text; null gives 1.
+ *  @param size    size of `buffer`; 0 gives 1 and nothing is written.
+ *  @param format  as for printf.
+ *  @return 0 when the whole output stands in `buffer`. 1 when it was cut, when formatting failed,
+ * or in the case above; the last byte of `buffer` is then NUL. */
+QAL_API int qal_snprintf(char *buffer, size_t size, const char *format, ...) QAL_PRINTF(3, 4);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,714 @@
+#include <gtest/gtest.h>
+#include <qal/text.h>
+
+#include <algorithm>
+#include <cctype>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using qal::test::ScratchDir;
+
+// A buffer of exactly this many bytes on the heap, so that a step past its end is noticed.
+class Buffer {
+ public:
+  explicit Buffer(std::size_t size, char fill = '#') : bytes_(size, fill) {}
+  Buffer(std::size_t size, std::string_view text) : Buffer(size) {
+    std::ranges::copy(text, bytes_.begin());
+    bytes_.at(text.size()) = '\0';
+  }
+
+  char *data() { return bytes_.data(); }
+  int size() const { return static_cast<int>(bytes_.size()); }
+  std::string text() const { return {bytes_.data()}; }
+  std::string all() const { return {bytes_.begin(), bytes_.end()}; }
+
+ private:
+  std::vector<char> bytes_;
+};
+
+// Every text of up to `longest` characters of the alphabet.
+std::vector<std::string> texts_of(std::string_view alphabet, std::size_t longest) {
+  std::vector<std::string> texts{""};
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (texts[i].size() == longest) continue;
+    for (const char c : alphabet) texts.push_back(texts[i] + c);
+  }
+  return texts;
+}
+
+// Compiles a locale, given by its name or by a source file, for this test alone and sets it; false
+// where the system cannot.
+bool use_compiled_locale(const ScratchDir &scratch, const std::string &source,
+                         const std::string &charmap) {
+  const std::string compiler = "/usr/bin/localedef";
+  if (!qal::test::exists(compiler)) return false;
+  qal::test::run_program(
+      {compiler, "--no-archive", "-c", "-i", source, "-f", charmap, scratch / "test_locale"},
+      {{"PATH", "/usr/bin:/bin"}});
+  setenv("LOCPATH", scratch.path().c_str(), 1);
+  return std::setlocale(LC_CTYPE, "test_locale") != nullptr;
+}
+
+using CharClass = int (*)(int);
+
+struct ClassPair {
+  const char *name;
+  CharClass ours;
+  std::function<bool(int)> expected;
+};
+
+std::vector<ClassPair> classes() {
+  const auto digit = [](int c) { return c >= '0' && c <= '9'; };
+  const auto cased = [](int c) { return std::isupper(c) || std::islower(c); };
+  return {
+      {"ascii", qal_isascii, [](int c) { return c < 128; }},
+      {"blank", qal_isblank, [](int c) { return c == 9 || c == 32; }},
+      {"digit", qal_isdigit, digit},
+      {"alnum", qal_isalnum, [=](int c) { return cased(c) || digit(c); }},
+      {"alpha", qal_isalpha, cased},
+      {"cntrl", qal_iscntrl, [](int c) { return std::iscntrl(c) != 0; }},
+      {"graph", qal_isgraph, [](int c) { return std::isgraph(c) != 0; }},
+      {"lower", qal_islower, [](int c) { return std::islower(c) != 0; }},
+      {"print", qal_isprint, [](int c) { return std::isprint(c) != 0; }},
+      {"punct", qal_ispunct, [](int c) { return std::ispunct(c) != 0; }},
+      {"space", qal_isspace, [](int c) { return std::isspace(c) != 0; }},
+      {"upper", qal_isupper, [](int c) { return std::isupper(c) != 0; }},
+      {"xdigit", qal_isxdigit,
+       [](int c) {
+         return std::string_view{"0123456789abcdefABCDEF"}.find(static_cast<char>(c)) !=
+                std::string_view::npos;
+       }},
+  };
+}
+
+void expect_classes_of_the_locale() {
+  for (const auto &[name, ours, expected] : classes()) {
+    for (int c = 0; c < 256; ++c) {
+      ASSERT_EQ(ours(c), expected(c) ? 1 : 0) << name << " of " << c;
+    }
+  }
+}
+
+TEST(TextClass, AnswersOneOrZeroForEveryByte) { expect_classes_of_the_locale(); }
+
+TEST(TextClass, KnowsTheOrdinaryMembers) {
+  EXPECT_EQ(qal_isalpha('q'), 1);
+  EXPECT_EQ(qal_isalpha('5'), 0);
+  EXPECT_EQ(qal_isalnum('5'), 1);
+  EXPECT_EQ(qal_isalnum('_'), 0);
+  EXPECT_EQ(qal_isspace('\n'), 1);
+  EXPECT_EQ(qal_isblank('\n'), 0);
+  EXPECT_EQ(qal_isblank('\t'), 1);
+  EXPECT_EQ(qal_iscntrl(0x1f), 1);
+  EXPECT_EQ(qal_iscntrl(' '), 0);
+  EXPECT_EQ(qal_isgraph(' '), 0);
+  EXPECT_EQ(qal_isprint(' '), 1);
+  EXPECT_EQ(qal_ispunct('%'), 1);
+  EXPECT_EQ(qal_islower('A'), 0);
+  EXPECT_EQ(qal_isupper('A'), 1);
+  EXPECT_EQ(qal_isxdigit('f'), 1);
+  EXPECT_EQ(qal_isxdigit('g'), 0);
+  EXPECT_EQ(qal_isascii(0x7f), 1);
+  EXPECT_EQ(qal_isascii(0x80), 0);
+}
+
+TEST(TextClass, LooksOnlyAtTheLowByte) {
+  for (const auto &[name, ours, expected] : classes()) {
+    for (int c = 0; c < 256; ++c) {
+      for (const int high : {0x100, 0x4100, 0x7fffff00, -0x100, -0x8000}) {
+        ASSERT_EQ(ours(high + c), expected(c) ? 1 : 0) << name << " of " << c << " with " << high;
+      }
+    }
+  }
+}
+
+TEST(TextClass, FollowsTheLocaleAboveSevenBits) {
+  const ScratchDir scratch;
+  if (!use_compiled_locale(scratch, "de_DE", "ISO-8859-1")) GTEST_SKIP() << "no such locale";
+  expect_classes_of_the_locale();
+  constexpr int small_a_umlaut = 0xe4;
+  EXPECT_EQ(qal_islower(small_a_umlaut), 1);
+  EXPECT_EQ(qal_isalpha(small_a_umlaut), 1);
+  EXPECT_EQ(qal_isalnum(small_a_umlaut), 1);
+  EXPECT_EQ(qal_isascii(small_a_umlaut), 0);
+}
+
+TEST(TextClass, CountsNoLetterWithoutACaseAsAlphabetic) {
+  const ScratchDir scratch;
+  if (!use_compiled_locale(scratch, "th_TH", "TIS-620")) GTEST_SKIP() << "no such locale";
+  constexpr int ko_kai = 0xa1;
+  ASSERT_TRUE(std::isalpha(ko_kai));
+  EXPECT_EQ(qal_isalpha(ko_kai), 0);
+  EXPECT_EQ(qal_isalnum(ko_kai), 0);
+}
+
+TEST(TextCase, ConvertsCharactersBelow128) {
+  for (unsigned c = 0; c < 128; ++c) {
+    ASSERT_EQ(qal_toupper(c), static_cast<unsigned>(std::toupper(static_cast<int>(c))));
+    ASSERT_EQ(qal_tolower(c), static_cast<unsigned>(std::tolower(static_cast<int>(c))));
+  }
+  EXPECT_EQ(qal_toupper('z'), unsigned{'Z'});
+  EXPECT_EQ(qal_tolower('Z'), unsigned{'z'});
+}
+
+TEST(TextCase, KeepsCharactersFrom128On) {
+  const ScratchDir scratch;
+  use_compiled_locale(scratch, "de_DE", "ISO-8859-1");
+  for (const unsigned c : {128U, 0xc4U, 0xe4U, 255U, 256U, 256U + 'a', 0x80000061U, 0xffffffffU}) {
+    EXPECT_EQ(qal_toupper(c), c);
+    EXPECT_EQ(qal_tolower(c), c);
+  }
+}
+
+TEST(TextCase, FollowsTheMappingOfTheLocale) {
+  const ScratchDir scratch;
+  if (!use_compiled_locale(scratch, "tr_TR", "ISO-8859-9")) GTEST_SKIP() << "no such locale";
+  constexpr unsigned capital_i_with_dot = 0xdd;
+  constexpr unsigned small_i_without_dot = 0xfd;
+  EXPECT_EQ(qal_toupper('i'), capital_i_with_dot);
+  EXPECT_EQ(qal_tolower('I'), small_i_without_dot);
+  EXPECT_EQ(qal_strcasestr("FILE", "file"), nullptr);
+  EXPECT_STREQ(qal_strcasestr("a\xdd", "Ai"), "a\xdd");
+  // The case of a whole text is ASCII's in every locale.
+  Buffer text(5, "fiLI");
+  qal_changecase(text.data(), 0);
+  EXPECT_EQ(text.text(), "FILI");
+  qal_changecase(text.data(), 1);
+  EXPECT_EQ(text.text(), "fili");
+}
+
+TEST(TextChangecase, RaisesAndLowersAsciiLettersOnly) {
+  std::string every_byte;
+  for (int c = 1; c < 256; ++c) every_byte += static_cast<char>(c);
+  for (const int mode : {0, 1}) {
+    Buffer text(256, every_byte);
+    qal_changecase(text.data(), mode);
+    for (int c = 1; c < 256; ++c) {
+      int expected = c;
+      if (mode == 0 && c >= 'a' && c <= 'z') expected = c - 32;
+      if (mode == 1 && c >= 'A' && c <= 'Z') expected = c + 32;
+      ASSERT_EQ(static_cast<unsigned char>(text.data()[c - 1]), expected) << "mode " << mode;
+    }
+  }
+}
+
+TEST(TextChangecase, ForcesSevenBitsInModeTwo) {
+  Buffer text(6, "A\xc1z\xfa\x7f");
+  qal_changecase(text.data(), 2);
+  EXPECT_EQ(text.text(), "AAzz\x7f");
+}
+
+TEST(TextChangecase, ClearsBitSevenBehindAByteThatBecomesNul) {
+  Buffer text(5, "a\x80\xe2\xe3");
+  qal_changecase(text.data(), 2);
+  EXPECT_EQ(text.all(), std::string("a\0bc\0", 5));
+}
+
+TEST(TextChangecase, DoesNothingInOtherModes) {
+  for (const int mode : {-1, 3, 4, 256, 258}) {
+    Buffer text(5, "aB\xc1z");
+    qal_changecase(text.data(), mode);
+    EXPECT_EQ(text.text(), "aB\xc1z");
+  }
+}
+
+TEST(TextChangecase, AcceptsAnEmptyText) {
+  for (const int mode : {0, 1, 2}) {
+    Buffer text(1, "");
+    qal_changecase(text.data(), mode);
+    EXPECT_EQ(text.text(), "");
+  }
+}
+
+TEST(TextStrncpy, CopiesAndFillsTheRestWithNul) {
+  Buffer dst(8);
+  EXPECT_EQ(qal_strncpy(dst.data(), "abc", 6), dst.data());
+  EXPECT_EQ(dst.all(), std::string("abc\0\0\0##", 8));
+}
+
+TEST(TextStrncpy, CutsATextThatDoesNotFit) {
+  Buffer dst(4);
+  EXPECT_EQ(qal_strncpy(dst.data(), "abcdef", 4), dst.data());
+  EXPECT_EQ(dst.text(), "abc");
+}
+
+TEST(TextStrncpy, TakesALengthThatJustFits) {
+  Buffer dst(4);
+  qal_strncpy(dst.data(), "abc", 4);
+  EXPECT_EQ(dst.text(), "abc");
+}
+
+TEST(TextStrncpy, LeavesOnlyTheTerminatorInOneByte) {
+  Buffer dst(2);
+  qal_strncpy(dst.data(), "abc", 1);
+  EXPECT_EQ(dst.all(), std::string("\0#", 2));
+}
+
+TEST(TextStrncpy, WritesNothingForASizeBelowOne) {
+  for (const int size : {0, -1, -1024}) {
+    Buffer dst(4);
+    EXPECT_EQ(qal_strncpy(dst.data(), "abc", size), dst.data());
+    EXPECT_EQ(dst.all(), "####");
+  }
+}
+
+TEST(TextStrncpy, LooksNoFurtherThanItCopies) {
+  Buffer src(3, 'x');  // no terminator
+  Buffer dst(4);
+  qal_strncpy(dst.data(), src.data(), 4);
+  EXPECT_EQ(dst.text(), "xxx");
+}
+
+TEST(TextStrncpy, CopiesWithinOneBuffer) {
+  Buffer forward(8, "abcdefg");
+  qal_strncpy(forward.data(), forward.data() + 2, 8);
+  EXPECT_EQ(forward.all(), std::string("cdefg\0\0\0", 8));
+  Buffer backward(10, "abcdefg");
+  qal_strncpy(backward.data() + 2, backward.data(), 8);
+  EXPECT_EQ(backward.text(), "ababcdefg");
+  Buffer same(4, "abc");
+  qal_strncpy(same.data(), same.data(), 4);
+  EXPECT_EQ(same.text(), "abc");
+}
+
+TEST(TextStrncat, AnswersWhereTheAppendedPartBegins) {
+  Buffer dst(5, "ab");
+  const char *appended = qal_strncat(dst.data(), "cdef", 5);
+  EXPECT_EQ(dst.text(), "abcd");
+  EXPECT_EQ(appended, dst.data() + 2);
+  EXPECT_STREQ(appended, "cd");
+}
+
+TEST(TextStrncat, FillsTheRestOfTheBufferWithNul) {
+  Buffer dst(9, "ab");
+  qal_strncat(dst.data(), "c", 8);
+  EXPECT_EQ(dst.all(), std::string("abc\0\0\0\0\0#", 9));
+}
+
+TEST(TextStrncat, TakesALengthThatJustFits) {
+  Buffer dst(5, "ab");
+  qal_strncat(dst.data(), "cd", 5);
+  EXPECT_EQ(dst.text(), "abcd");
+}
+
+TEST(TextStrncat, AppendsNothingInTheLastByte) {
+  Buffer dst(5, "abcd");
+  EXPECT_EQ(qal_strncat(dst.data(), "e", 5), dst.data() + 4);
+  EXPECT_EQ(dst.text(), "abcd");
+}
+
+TEST(TextStrncat, WritesNothingToAFullBuffer) {
+  for (const unsigned size : {0U, 1U, 3U, 4U}) {
+    Buffer dst(8, "abcd");
+    const std::string before = dst.all();
+    EXPECT_EQ(qal_strncat(dst.data(), "xyz", size), dst.data() + 4);
+    EXPECT_EQ(dst.all(), before) << "size " << size;
+  }
+}
+
+TEST(TextStrncat, AppendsATextToItself) {
+  Buffer dst(6, "ab");
+  qal_strncat(dst.data(), dst.data(), 6);
+  EXPECT_EQ(dst.text(), "abab");
+}
+
+TEST(TextStrchr, FindsTheFirstAndTheLast) {
+  const char *text = "abcabc";
+  EXPECT_EQ(qal_strchr(text, 'b'), text + 1);
+  EXPECT_EQ(qal_strrchr(text, 'b'), text + 4);
+}
+
+TEST(TextStrchr, AnswersNullForAMissingCharacter) {
+  EXPECT_EQ(qal_strchr("abc", 'x'), nullptr);
+  EXPECT_EQ(qal_strrchr("abc", 'x'), nullptr);
+}
+
+TEST(TextStrchr, FindsTheTerminator) {
+  const char *text = "abc";
+  EXPECT_EQ(qal_strchr(text, '\0'), text + 3);
+  EXPECT_EQ(qal_strrchr(text, '\0'), text + 3);
+}
+
+TEST(TextStrchr, TakesTheCharacterAsAChar) {
+  const char *text = "a\xe4";
+  EXPECT_EQ(qal_strchr(text, 0xe4), text + 1);
+  EXPECT_EQ(qal_strrchr(text, 0x100 + 'a'), text);
+}
+
+TEST(TextStrcasestr, FindsTheFirstMatchWithoutRegardToCase) {
+  const char *text = "Hello, hELLO";
+  EXPECT_EQ(qal_strcasestr(text, "LL"), text + 2);
+  EXPECT_EQ(qal_strcasestr(text, "hello"), text);
+  EXPECT_EQ(qal_strcasestr(text, " HELLO"), text + 6);
+}
+
+TEST(TextStrcasestr, AnswersNullWithoutAMatch) {
+  EXPECT_EQ(qal_strcasestr("hello", "world"), nullptr);
+  EXPECT_EQ(qal_strcasestr("hello", "hello!"), nullptr);
+  EXPECT_EQ(qal_strcasestr("hello", "elo"), nullptr);
+}
+
+TEST(TextStrcasestr, FindsNothingInAnEmptyText) {
+  EXPECT_EQ(qal_strcasestr("", "x"), nullptr);
+  EXPECT_EQ(qal_strcasestr("", ""), nullptr);
+}
+
+TEST(TextStrcasestr, FindsNoEmptyNeedleUnlikeStrstr) {
+  EXPECT_EQ(qal_strcasestr("x", ""), nullptr);
+}
+
+TEST(TextStrcasestr, FoldsOnlyLettersBelow128) {
+  for (int a = 1; a < 256; ++a) {
+    for (int b = 1; b < 256; ++b) {
+      const char text[] = {static_cast<char>(a), '\0'};
+      const char needle[] = {static_cast<char>(b), '\0'};
+      const bool same = a == b || (a < 128 && b < 128 && std::toupper(a) == std::toupper(b));
+      ASSERT_EQ(qal_strcasestr(text, needle), same ? text : nullptr) << a << ", " << b;
+    }
+  }
+}
+
+TEST(TextStrcasestr, ComparesHighBytesExactlyWhateverTheLocale) {
+  const ScratchDir scratch;
+  use_compiled_locale(scratch, "de_DE", "ISO-8859-1");
+  EXPECT_EQ(qal_strcasestr("\xe4", "\xc4"), nullptr);
+  EXPECT_STREQ(qal_strcasestr("x\xe4y", "\xe4Y"), "\xe4y");
+}
+
+TEST(TextStrcasestr, AgreesWithTryingEveryPlace) {
+  const auto raised = [](std::string text) {
+    for (char &c : text) {
+      if (c == 'a') c = 'A';
+    }
+    return text;
+  };
+  for (const auto &text : texts_of("aAb\xc1", 5)) {
+    for (const auto &needle : texts_of("aAb\xc1", 3)) {
+      const auto at = raised(text).find(raised(needle));
+      const bool found = !needle.empty() && at != std::string::npos;
+      Buffer exact(text.size() + 1, text);
+      ASSERT_EQ(qal_strcasestr(exact.data(), needle.c_str()), found ? exact.data() + at : nullptr)
+          << text << ", " << needle;
+    }
+  }
+}
+
+struct Replaced {
+  std::string text;
+  int count;
+};
+
+// One replacement after the other, each moving the whole tail.
+Replaced replaced_slowly(std::string text, const std::string &find, const std::string &replacement,
+                         bool first_only) {
+  int count = 0;
+  std::size_t at = 0;
+  while (!find.empty() && (at = text.find(find, at)) != std::string::npos) {
+    text.replace(at, find.size(), replacement);
+    at += replacement.size();
+    ++count;
+    if (first_only) break;
+  }
+  return {text, count};
+}
+
+Replaced replaced_in_place(const std::string &text, const std::string &find,
+                           const std::string &replacement, int flags, std::size_t room) {
+  Buffer buffer(room, text);
+  const int count = qal_strrepl(buffer.data(), find.c_str(), replacement.c_str(), flags);
+  return {buffer.text(), count};
+}
+
+TEST(TextStrrepl, ReplacesEveryMatchFromTheLeft) {
+  Buffer text(5, "aaaa");
+  EXPECT_EQ(qal_strrepl(text.data(), "aa", "a", 0), 2);
+  EXPECT_EQ(text.text(), "aa");
+  Buffer spaced(16, " a b  c ");
+  EXPECT_EQ(qal_strrepl(spaced.data(), " ", "", 0), 5);
+  EXPECT_EQ(spaced.text(), "abc");
+}
+
+TEST(TextStrrepl, StopsAfterTheFirstWhenAsked) {
+  Buffer text(5, "aaaa");
+  EXPECT_EQ(qal_strrepl(text.data(), "aa", "a", 0x1), 1);
+  EXPECT_EQ(text.text(), "aaa");
+  Buffer grown(6, "abab");
+  EXPECT_EQ(qal_strrepl(grown.data(), "a", "xy", 0x1), 1);
+  EXPECT_EQ(grown.text(), "xybab");
+}
+
+TEST(TextStrrepl, HeedsNoOtherFlag) {
+  Buffer text(3, "aa");
+  EXPECT_EQ(qal_strrepl(text.data(), "a", "b", ~0x1), 2);
+  EXPECT_EQ(text.text(), "bb");
+  Buffer first(3, "aa");
+  EXPECT_EQ(qal_strrepl(first.data(), "a", "b", -1), 1);
+  EXPECT_EQ(first.text(), "ba");
+}
+
+TEST(TextStrrepl, DoesNotSearchWhatItPutIn) {
+  Buffer text(5, "aa");
+  EXPECT_EQ(qal_strrepl(text.data(), "a", "ab", 0), 2);
+  EXPECT_EQ(text.text(), "abab");
+  Buffer joined(5, "aabb");
+  EXPECT_EQ(qal_strrepl(joined.data(), "ab", "", 0), 1);
+  EXPECT_EQ(joined.text(), "ab");
+}
+
+TEST(TextStrrepl, TakesANullReplacementAsEmpty) {
+  Buffer text(4, "abc");
+  EXPECT_EQ(qal_strrepl(text.data(), "b", nullptr, 0), 1);
+  EXPECT_EQ(text.text(), "ac");
+}
+
+TEST(TextStrrepl, FindsNothingForANullOrEmptyFind) {
+  Buffer text(4, "abc");
+  EXPECT_EQ(qal_strrepl(text.data(), nullptr, "x", 0), 0);
+  EXPECT_EQ(qal_strrepl(text.data(), "", "x", 0), 0);
+  EXPECT_EQ(text.text(), "abc");
+}
+
+TEST(TextStrrepl, LeavesATextWithoutAMatch) {
+  Buffer text(4, "abc");
+  EXPECT_EQ(qal_strrepl(text.data(), "x", "longer than the text", 0), 0);
+  EXPECT_EQ(qal_strrepl(text.data(), "abcd", "", 0), 0);
+  EXPECT_EQ(text.text(), "abc");
+  Buffer empty(1, "");
+  EXPECT_EQ(qal_strrepl(empty.data(), "x", "yy", 0), 0);
+  EXPECT_EQ(empty.text(), "");
+}
+
+TEST(TextStrrepl, ReplacesAnyBytes) {
+  Buffer text(16, "\xff\x80%\xff\x80");
+  EXPECT_EQ(qal_strrepl(text.data(), "\xff\x80", "\x01%s", 0), 2);
+  EXPECT_EQ(text.text(), "\x01%s%\x01%s");
+}
+
+TEST(TextStrrepl, WritesNothingBehindTheLongerOfBothTexts) {
+  Buffer shrunk(12, "a--b");
+  EXPECT_EQ(qal_strrepl(shrunk.data(), "--", "+", 0), 1);
+  EXPECT_EQ(shrunk.all().substr(5), "#######");
+  Buffer grown(12, "a-b");
+  EXPECT_EQ(qal_strrepl(grown.data(), "-", "++", 0), 1);
+  EXPECT_EQ(grown.all().substr(0, 5), std::string("a++b\0", 5));
+  EXPECT_EQ(grown.all().substr(5), "#######");
+}
+
+TEST(TextStrrepl, AgreesWithReplacingOneAfterTheOther) {
+  const auto texts = texts_of("ab", 8);
+  const auto finds = texts_of("ab", 3);
+  const auto replacements = texts_of("ab", 4);
+  for (const auto &text : texts) {
+    for (const auto &find : finds) {
+      for (const auto &replacement : replacements) {
+        for (const int flags : {0, 1}) {
+          const auto expected = replaced_slowly(text, find, replacement, flags == 1);
+          const auto room = std::max(text.size(), expected.text.size()) + 1;
+          const auto actual = replaced_in_place(text, find, replacement, flags, room);
+          ASSERT_EQ(actual.count, expected.count) << text << ", " << find << ", " << replacement;
+          ASSERT_EQ(actual.text, expected.text) << text << ", " << find << ", " << replacement;
+        }
+      }
+    }
+  }
+}
+
+// Moving the tail at each of these matches would copy some 10^12 bytes.
+TEST(TextStrrepl, MovesALargeTextOnce) {
+  constexpr std::size_t size = 4U << 20U;
+  Buffer text(2 * size + 1, std::string(size, 'a'));
+  EXPECT_EQ(qal_strrepl(text.data(), "a", "bc", 0), static_cast<int>(size));
+  EXPECT_EQ(std::strlen(text.data()), 2 * size);
+  EXPECT_EQ(qal_strrepl(text.data(), "bc", "d", 0), static_cast<int>(size));
+  EXPECT_TRUE(text.text() == std::string(size, 'd'));
+}
+
+TEST(TextStripAtTheChars, CutsAtTheFirstOfTheSet) {
+  Buffer text(12, "name=va;lue");
+  EXPECT_EQ(qal_strip_at_the_chars(text.data(), ";="), 4);
+  EXPECT_EQ(text.all(), "name" + std::string(8, '\0'));
+}
+
+TEST(TextStripAtTheChars, KeepsATextWithoutAnyOfTheSet) {
+  Buffer text(8, "name");
+  EXPECT_EQ(qal_strip_at_the_chars(text.data(), ";="), 4);
+  EXPECT_EQ(qal_strip_at_the_chars(text.data(), ""), 4);
+  EXPECT_EQ(text.all(), std::string("name\0###", 8));
+}
+
+TEST(TextStripAtTheChars, CanLeaveNothing) {
+  Buffer text(4, "abc");
+  EXPECT_EQ(qal_strip_at_the_chars(text.data(), "cba"), 0);
+  EXPECT_EQ(text.all(), std::string(4, '\0'));
+  EXPECT_EQ(qal_strip_at_the_chars(text.data(), "a"), 0);
+}
+
+TEST(TextStripPrePostChars, DropsBothRuns) {
+  Buffer dst(8);
+  EXPECT_EQ(qal_strip_pre_post_chars("--a-b--", dst.data(), '-'), 3);
+  EXPECT_EQ(dst.all(), std::string("a-b\0####", 8));
+}
+
+TEST(TextStripPrePostChars, WritesAnEmptyTextWhenNothingIsLeft) {
+  for (const char *src : {"", "-", "----"}) {
+    Buffer dst(5);
+    EXPECT_EQ(qal_strip_pre_post_chars(src, dst.data(), '-'), 0);
+    EXPECT_EQ(dst.text(), "");
+  }
+}
+
+TEST(TextStripPrePostChars, KeepsATextWithoutSuchRuns) {
+  Buffer dst(4);
+  EXPECT_EQ(qal_strip_pre_post_chars("a-b", dst.data(), '-'), 3);
+  EXPECT_EQ(dst.text(), "a-b");
+  EXPECT_EQ(qal_strip_pre_post_chars("abc", dst.data(), '\0'), 3);
+  EXPECT_EQ(dst.text(), "abc");
+}
+
+TEST(TextStripPrePostChars, LooksOnlyAtTheLowByteOfTheCharacter) {
+  Buffer dst(4);
+  EXPECT_EQ(qal_strip_pre_post_chars("-a-", dst.data(), 0x1200 + '-'), 1);
+  EXPECT_EQ(dst.text(), "a");
+  EXPECT_EQ(qal_strip_pre_post_chars("\xe4z\xe4", dst.data(), 0xe4), 1);
+  EXPECT_EQ(dst.text(), "z");
+  EXPECT_EQ(qal_strip_pre_post_chars("\xe4z\xe4", dst.data(), 0xe4 - 0x100), 1);
+  EXPECT_EQ(dst.text(), "z");
+}
+
+TEST(TextStripPrePostChars, WorksInPlace) {
+  Buffer text(8, "--a-b--");
+  EXPECT_EQ(qal_strip_pre_post_chars(text.data(), text.data(), '-'), 3);
+  EXPECT_EQ(text.text(), "a-b");
+}
+
+TEST(TextStripPrePostSpaces, DropsEveryKindOfSpace) {
+  Buffer dst(16);
+  EXPECT_EQ(qal_strip_pre_post_spaces(" \t\n\v\f\ra b\r \n", dst.data()), 3);
+  EXPECT_EQ(dst.text(), "a b");
+}
+
+TEST(TextStripPrePostSpaces, WritesAnEmptyTextWhenNothingIsLeft) {
+  for (const char *src : {"", " ", " \t\n"}) {
+    Buffer dst(4);
+    EXPECT_EQ(qal_strip_pre_post_spaces(src, dst.data()), 0);
+    EXPECT_EQ(dst.text(), "");
+  }
+}
+
+TEST(TextStripPrePostSpaces, KeepsHighBytesThatAreNoSpaces) {
+  Buffer dst(6);
+  EXPECT_EQ(qal_strip_pre_post_spaces(" \xe4\xa0 ", dst.data()), 2);
+  EXPECT_EQ(dst.text(), "\xe4\xa0");
+}
+
+TEST(TextStripPrePostSpaces, FollowsTheLocaleAboveSevenBits) {
+  const ScratchDir scratch;
+  const std::string source = scratch.file("no_break_space_is_a_space",
+                                          "comment_char %\nescape_char /\n"
+                                          "LC_CTYPE\nspace <U0020>;<U00A0>\nEND LC_CTYPE\n");
+  if (!use_compiled_locale(scratch, source, "ISO-8859-1")) GTEST_SKIP() << "no such locale";
+  Buffer dst(6);
+  EXPECT_EQ(qal_strip_pre_post_spaces("\xa0 a\xa0", dst.data()), 1);
+  EXPECT_EQ(dst.text(), "a");
+  EXPECT_EQ(qal_isspace(0xa0), 1);
+}
+
+TEST(TextStripPrePostSpaces, WorksInPlace) {
+  Buffer text(8, "  a b  ");
+  EXPECT_EQ(qal_strip_pre_post_spaces(text.data(), text.data()), 3);
+  EXPECT_EQ(text.text(), "a b");
+}
+
+TEST(TextSnprintf, PrintsWhatFits) {
+  Buffer buffer(10);
+  EXPECT_EQ(qal_snprintf(buffer.data(), 10, "%s-%d", "ab", 42), 0);
+  EXPECT_EQ(buffer.text(), "ab-42");
+}
+
+TEST(TextSnprintf, KeepsNineOfTenCharactersInTenBytes) {
+  Buffer buffer(10);
+  EXPECT_EQ(qal_snprintf(buffer.data(), 10, "%s", "0123456789"), 1);
+  EXPECT_EQ(buffer.text(), "012345678");
+  EXPECT_EQ(qal_snprintf(buffer.data(), 10, "%s", "much longer than the buffer is"), 1);
+  EXPECT_EQ(buffer.text(), "much long");
+}
+
+TEST(TextSnprintf, TakesALengthThatJustFits) {
+  Buffer buffer(10);
+  EXPECT_EQ(qal_snprintf(buffer.data(), 10, "%s", "012345678"), 0);
+  EXPECT_EQ(buffer.text(), "012345678");
+}
+
+TEST(TextSnprintf, RefusesANullBuffer) {
+  EXPECT_EQ(qal_snprintf(nullptr, 10, "%s", "a"), 1);
+  EXPECT_EQ(qal_snprintf(nullptr, 0, "%s", ""), 1);
+}
+
+TEST(TextSnprintf, WritesNothingForSizeZero) {
+  Buffer buffer(2);
+  EXPECT_EQ(qal_snprintf(buffer.data(), 0, "%s", ""), 1);
+  EXPECT_EQ(qal_snprintf(buffer.data(), 0, "%s", "a"), 1);
+  EXPECT_EQ(buffer.all(), "##");
+}
+
+TEST(TextSnprintf, FitsOnlyEmptyOutputInOneByte) {
+  Buffer buffer(2);
+  EXPECT_EQ(qal_snprintf(buffer.data(), 1, "%s", ""), 0);
+  EXPECT_EQ(buffer.all(), std::string("\0#", 2));
+  EXPECT_EQ(qal_snprintf(buffer.data(), 1, "%s", "a"), 1);
+  EXPECT_EQ(buffer.all(), std::string("\0#", 2));
+}
+
+TEST(TextSnprintf, EndsTheBufferWhenFormattingFails) {
+  Buffer buffer(8);
+  EXPECT_EQ(qal_snprintf(buffer.data(), 8, "%ls", L"\x20ac"), 1);  // not in the C locale
+  EXPECT_EQ(buffer.data()[7], '\0');
+}
+
+TEST(TextSnprintf, AlwaysEndsTheBuffer) {
+  Buffer stale(6, '#');
+  EXPECT_EQ(qal_snprintf(stale.data(), 6, "%s", "ab"), 0);
+  EXPECT_EQ(stale.all(), std::string("ab\0##\0", 6));
+  Buffer clean(6, '\0');
+  EXPECT_EQ(qal_snprintf(clean.data(), 6, "%s", "ab"), 0);
+  EXPECT_EQ(clean.all(), std::string("ab\0\0\0\0", 6));
+}
+
+TEST(TextSnprintf, TakesOneCharacterOverStaleBytes) {
+  Buffer buffer(6, '#');
+  EXPECT_EQ(qal_snprintf(buffer.data(), 6, "%s", "a"), 0);
+  Buffer three(3, '#');
+  EXPECT_EQ(qal_snprintf(three.data(), 3, "%s", "a"), 0);
+  Buffer two(2, '#');
+  EXPECT_EQ(qal_snprintf(two.data(), 2, "%s", "a"), 0);
+}
+
+TEST(TextSnprintf, CountsEmptyOutputOverStaleBytesAsFailed) {
+  for (const std::size_t size : {2U, 3U, 6U}) {
+    Buffer buffer(size, '#');
+    EXPECT_EQ(qal_snprintf(buffer.data(), size, "%s", ""), 1) << size;
+    EXPECT_EQ(buffer.data()[0], '\0');
+    EXPECT_EQ(buffer.data()[size - 1], '\0');
+  }
+}
+
+TEST(TextSnprintf, FitsEmptyOutputWhenSomeLaterByteIsNul) {
+  for (const std::size_t nul : {1U, 3U, 4U, 5U}) {
+    Buffer buffer(6, '#');
+    buffer.data()[nul] = '\0';
+    EXPECT_EQ(qal_snprintf(buffer.data(), 6, "%s", ""), 0) << nul;
+    EXPECT_EQ(buffer.data()[5], '\0');
+  }
+}
+
+}  // namespace

@@ -1,0 +1,217 @@
+#include <qal/text.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+namespace {
+
+constexpr unsigned ascii_end = 0x80;
+
+// Called through volatile pointers because the optimiser takes for granted that toupper and tolower
+// keep ASCII within ASCII, and drops comparisons on the strength of it. Turkish locales do not.
+int (*volatile const platform_toupper)(int) = std::toupper;
+int (*volatile const platform_tolower)(int) = std::tolower;
+
+// Copies as much of `source` as fits and sets all that follows to NUL, at least one byte. The
+// source may overlap the room.
+void fill(std::span<char> room, const char *source) {
+  const std::size_t length = strnlen(source, room.size() - 1);
+  std::memmove(room.data(), source, length);
+  std::ranges::fill(room.subspan(length), '\0');
+}
+
+// Moves a piece to `out` and gives the place behind it.
+char *put(char *out, std::string_view piece) {
+  if (out != piece.data()) std::memmove(out, piece.data(), piece.size());
+  return out + piece.size();
+}
+
+int folded(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < ascii_end ? platform_toupper(byte) : byte;
+}
+
+bool begins_folded(const char *text, const char *prefix) {
+  // Only NUL folds to NUL, so the end of the text differs from every character of the prefix.
+  while (*prefix != '\0' && folded(*text) == folded(*prefix)) {
+    ++text;
+    ++prefix;
+  }
+  return *prefix == '\0';
+}
+
+char to_upper_ascii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+char to_lower_ascii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+char to_seven_bits(char c) { return static_cast<char>(c & 0x7f); }
+
+void change_all(char *string, char (*changed)(char)) {
+  for (; *string != '\0'; ++string) *string = changed(*string);
+}
+
+struct Replacing {
+  std::string_view find;
+  std::string_view replacement;
+  std::size_t limit;  // most replacements to make
+
+  bool grows() const { return replacement.size() > find.size(); }
+};
+
+// memmem and not string_view::find, whose work is the product of both lengths at worst; nor strstr,
+// which may measure the whole rest of the text for each match.
+std::size_t position_in(std::string_view text, std::string_view find) {
+  const void *match = memmem(text.data(), text.size(), find.data(), find.size());
+  if (match == nullptr) return std::string_view::npos;
+  return static_cast<std::size_t>(static_cast<const char *>(match) - text.data());
+}
+
+std::size_t count_matches(std::string_view text, const Replacing &job) {
+  std::size_t count = 0;
+  for (; count < job.limit; ++count) {
+    const std::size_t skipped = position_in(text, job.find);
+    if (skipped == std::string_view::npos) break;
+    text.remove_prefix(skipped + job.find.size());
+  }
+  return count;
+}
+
+// Moves a text to the end of the room it will fill when it has grown, so that it can be rewritten
+// from the front without writing over what is still unread.
+std::string_view moved_to_grown_end(std::string_view text, char *string, const Replacing &job) {
+  const std::size_t growth = count_matches(text, job) * (job.replacement.size() - job.find.size());
+  put(string + growth, text);
+  return {string + growth, text.size()};
+}
+
+// Writes `unread`, which begins at `out` or behind it, to `out` with its matches replaced.
+std::size_t rewrite(char *out, std::string_view unread, const Replacing &job) {
+  std::size_t count = 0;
+  for (; count < job.limit; ++count) {
+    const std::size_t kept = position_in(unread, job.find);
+    if (kept == std::string_view::npos) break;
+    out = put(out, unread.substr(0, kept));
+    out = put(out, job.replacement);
+    unread.remove_prefix(kept + job.find.size());
+  }
+  *put(out, unread) = '\0';
+  return count;
+}
+
+// Copies what lies between the leading and the trailing run of unwanted characters.
+template <typename Unwanted>
+int strip_both_ends(const char *src, char *dst, Unwanted unwanted) {
+  const char *last = src + std::strlen(src);
+  const char *first = std::find_if_not(src, last, unwanted);
+  while (last != first && unwanted(last[-1])) --last;
+  const auto length = static_cast<std::size_t>(last - first);
+  *put(dst, {first, length}) = '\0';
+  return static_cast<int>(length);
+}
+
+// The last byte of the buffer may hold anything when the output was shorter. If it was not NUL it
+// is made so, and then some NUL behind the first byte must show that the text ends earlier.
+// Deliberate: an empty output leaves its NUL in the first byte, where it is not looked for.
+bool is_terminated(std::span<char> buffer) {
+  if (buffer.back() == '\0') return true;
+  buffer.back() = '\0';
+  const auto inner = buffer.subspan(1, buffer.size() - 2);
+  return std::ranges::find(inner, '\0') != inner.end();
+}
+
+}  // namespace
+
+char *qal_strncpy(char *dst, const char *src, int size) {
+  if (size >= 1) fill({dst, static_cast<std::size_t>(size)}, src);
+  return dst;
+}
+
+char *qal_strncat(char *dst, const char *src, unsigned size) {
+  const std::size_t length = std::strlen(dst);
+  if (length < size) fill({dst + length, size - length}, src);
+  // Deliberate: not `dst`; callers go on from the part that was appended.
+  return dst + length;
+}
+
+char *qal_strchr(const char *string, int character) {
+  return const_cast<char *>(std::strchr(string, character));
+}
+
+char *qal_strrchr(const char *string, int character) {
+  return const_cast<char *>(std::strrchr(string, character));
+}
+
+unsigned qal_toupper(unsigned character) {
+  if (character >= ascii_end) return character;
+  return static_cast<unsigned>(platform_toupper(static_cast<int>(character)));
+}
+
+unsigned qal_tolower(unsigned character) {
+  if (character >= ascii_end) return character;
+  return static_cast<unsigned>(platform_tolower(static_cast<int>(character)));
+}
+
+char *qal_strcasestr(const char *haystack, const char *needle) {
+  // Deliberate: an empty needle is found nowhere, not at the beginning as strstr has it.
+  if (*needle == '\0') return nullptr;
+  const int first = folded(*needle);
+  for (; *haystack != '\0'; ++haystack) {
+    if (folded(*haystack) == first && begins_folded(haystack, needle)) {
+      return const_cast<char *>(haystack);
+    }
+  }
+  return nullptr;
+}
+
+void qal_changecase(char *string, int mode) {
+  if (mode == 0) change_all(string, to_upper_ascii);
+  if (mode == 1) change_all(string, to_lower_ascii);
+  if (mode == 2) change_all(string, to_seven_bits);
+}
+
+int qal_strrepl(char *string, const char *find, const char *replacement, int flags) {
+  constexpr int first_only = 0x1;
+  if (find == nullptr || *find == '\0') return 0;
+  const Replacing job{.find = find,
+                      .replacement = replacement != nullptr ? replacement : "",
+                      .limit = (flags & first_only) != 0 ? 1 : SIZE_MAX};
+  std::string_view unread{string};
+  if (job.grows()) unread = moved_to_grown_end(unread, string, job);
+  return static_cast<int>(rewrite(string, unread, job));
+}
+
+int qal_strip_at_the_chars(char *string, const char *set) {
+  const std::size_t kept = std::strcspn(string, set);
+  std::memset(string + kept, '\0', std::strlen(string + kept));
+  return static_cast<int>(kept);
+}
+
+int qal_strip_pre_post_chars(const char *src, char *dst, int character) {
+  const auto unwanted_byte = static_cast<unsigned char>(character);
+  return strip_both_ends(src, dst,
+                         [=](char c) { return static_cast<unsigned char>(c) == unwanted_byte; });
+}
+
+int qal_strip_pre_post_spaces(const char *src, char *dst) {
+  return strip_both_ends(src, dst,
+                         [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; });
+}
+
+int qal_snprintf(char *buffer, size_t size, const char *format, ...) {
+  if (buffer == nullptr || size == 0) return 1;
+  va_list arguments;
+  va_start(arguments, format);
+  const int printed = std::vsnprintf(buffer, size, format, arguments);
+  va_end(arguments);
+  if (printed < 0 || static_cast<std::size_t>(printed) >= size) {
+    buffer[size - 1] = '\0';
+    return 1;
+  }
+  return is_terminated({buffer, size}) ? 0 : 1;
+}
