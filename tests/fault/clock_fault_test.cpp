@@ -1,0 +1,335 @@
+// Clocks, dates and timers under a clock that stands where the test puts it. Linked with
+// gettimeofday and time wrapped.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qal/clock.h>
+#include <sys/time.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/log_capture.hpp"
+
+namespace {
+
+struct Moment {
+  std::time_t seconds;
+  suseconds_t microseconds;
+};
+
+std::optional<Moment> fixed;  // the real clock runs while there is none
+int readings = 0;             // of the fixed clock
+
+}  // namespace
+
+extern "C" {
+int __real_gettimeofday(timeval *now, void *zone);
+std::time_t __real_time(std::time_t *now);
+
+int __wrap_gettimeofday(timeval *now, void *zone) {
+  if (!fixed) return __real_gettimeofday(now, zone);
+  ++readings;
+  now->tv_sec = fixed->seconds;
+  now->tv_usec = fixed->microseconds;
+  return 0;
+}
+
+std::time_t __wrap_time(std::time_t *now) {
+  if (!fixed) return __real_time(now);
+  if (now != nullptr) *now = fixed->seconds;
+  return fixed->seconds;
+}
+}
+
+namespace {
+
+using qal::test::LogCapture;
+using ::testing::ElementsAre;
+
+constexpr std::time_t some_day = 1'700'000'000;
+
+class FixedClock {
+ public:
+  explicit FixedClock(std::time_t seconds, suseconds_t microseconds = 0) {
+    set(seconds, microseconds);
+    readings = 0;
+  }
+  ~FixedClock() { fixed.reset(); }
+  FixedClock(const FixedClock &) = delete;
+  FixedClock &operator=(const FixedClock &) = delete;
+
+  static void set(std::time_t seconds, suseconds_t microseconds = 0) {
+    fixed = Moment{seconds, microseconds};
+  }
+};
+
+// The moment at which the clocks on the wall show this, in the time zone that is set now.
+std::time_t local_moment(int year, int month, int day, int hour, int minute, int second) {
+  std::tm local{};
+  local.tm_year = year - 1900;
+  local.tm_mon = month - 1;
+  local.tm_mday = day;
+  local.tm_hour = hour;
+  local.tm_min = minute;
+  local.tm_sec = second;
+  local.tm_isdst = -1;
+  return std::mktime(&local);
+}
+
+void use_zone(const char *zone) {
+  setenv("TZ", zone, 1);
+  tzset();
+}
+
+std::string date_text(int long_form) {
+  char text[15];
+  const int written = qal_date_get_string(text, long_form);
+  EXPECT_EQ(std::string(text).size(), static_cast<std::size_t>(written));
+  return text;
+}
+
+std::vector<int> date_numbers() {
+  int date[6] = {};
+  EXPECT_EQ(qal_date_get(date), date[5]);
+  return {date, date + 6};
+}
+
+int new_timer() {
+  int id = -1;
+  qal_timer_new(&id);
+  return id;
+}
+
+TEST(ClockFixedTime, GivesSecondsAndMicroseconds) {
+  const FixedClock clock{some_day, 250'000};
+  QalTime now{};
+  qal_time_get(&now);
+  EXPECT_EQ(now.seconds, 1'700'000'000);
+  EXPECT_EQ(now.microseconds, 250'000);
+  EXPECT_EQ(qal_time_get_s(), 1'700'000'000.25);
+  EXPECT_EQ(readings, 2);
+}
+
+TEST(ClockFixedTime, GivesTheLastMicrosecondOfASecond) {
+  const FixedClock clock{some_day, 999'999};
+  QalTime now{};
+  qal_time_get(&now);
+  EXPECT_EQ(now.microseconds, 999'999);
+  EXPECT_DOUBLE_EQ(qal_time_get_s(), 1'700'000'000.999999);
+}
+
+TEST(ClockFixedTime, KeepsTheLow32BitsOfTheSeconds) {
+  const FixedClock clock{INT32_MAX};
+  QalTime now{};
+  qal_time_get(&now);
+  EXPECT_EQ(now.seconds, INT32_MAX);
+  FixedClock::set(std::time_t{INT32_MAX} + 1, 5);
+  qal_time_get(&now);
+  EXPECT_EQ(now.seconds, INT32_MIN);
+  EXPECT_EQ(now.microseconds, 5);
+}
+
+TEST(ClockFixedTime, AsDoubleGoesOnPast32Bits) {
+  const FixedClock clock{std::time_t{INT32_MAX} + 1, 500'000};
+  EXPECT_EQ(qal_time_get_s(), 2'147'483'648.5);
+}
+
+TEST(ClockFixedDate, GivesTheLocalDateAsNumbersAndText) {
+  use_zone("UTC0");
+  const FixedClock clock{local_moment(2024, 3, 5, 9, 7, 3)};
+  EXPECT_THAT(date_numbers(), ElementsAre(2024, 3, 5, 9, 7, 3));
+  EXPECT_EQ(date_text(1), "02:05 09:07:03");
+  EXPECT_EQ(date_text(0), "09:07:03");
+}
+
+TEST(ClockFixedDate, TakesAnyOtherThanZeroAsLongForm) {
+  use_zone("UTC0");
+  const FixedClock clock{local_moment(2024, 3, 5, 9, 7, 3)};
+  EXPECT_EQ(date_text(-1), "02:05 09:07:03");
+  EXPECT_EQ(date_text(256), "02:05 09:07:03");
+}
+
+TEST(ClockFixedDate, CountsTheMonthsOfItsTextFromZero) {
+  use_zone("UTC0");
+  const FixedClock clock{local_moment(2023, 1, 1, 0, 0, 0)};
+  EXPECT_THAT(date_numbers(), ElementsAre(2023, 1, 1, 0, 0, 0));
+  EXPECT_EQ(date_text(1), "00:01 00:00:00");
+  FixedClock::set(local_moment(2023, 12, 31, 23, 59, 59));
+  EXPECT_THAT(date_numbers(), ElementsAre(2023, 12, 31, 23, 59, 59));
+  EXPECT_EQ(date_text(1), "11:31 23:59:59");
+}
+
+TEST(ClockFixedDate, FollowsAChangeOfTheTimeZone) {
+  use_zone("UTC0");
+  const FixedClock clock{local_moment(2024, 3, 5, 1, 7, 3)};
+  EXPECT_EQ(date_text(0), "01:07:03");
+  setenv("TZ", "XXX5", 1);
+  EXPECT_EQ(date_text(0), "20:07:03");
+  EXPECT_THAT(date_numbers(), ElementsAre(2024, 3, 4, 20, 7, 3));
+  setenv("TZ", "YYY-9:30", 1);
+  EXPECT_THAT(date_numbers(), ElementsAre(2024, 3, 5, 10, 37, 3));
+}
+
+TEST(ClockFixedDate, FollowsDaylightSaving) {
+  use_zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  constexpr std::time_t clocks_go_forward = 1'711'846'800;  // 31 March 2024
+  const FixedClock clock{clocks_go_forward - 1};
+  EXPECT_EQ(date_text(0), "01:59:59");
+  FixedClock::set(clocks_go_forward);
+  EXPECT_EQ(date_text(0), "03:00:00");
+}
+
+TEST(ClockFixedDate, SurvivesAnUnknownTimeZone) {
+  setenv("TZ", "/no/such/zone", 1);
+  const FixedClock clock{some_day};
+  EXPECT_EQ(date_text(0), "22:13:20");
+}
+
+TEST(ClockFixedDate, GoesOnPast2038) {
+  use_zone("UTC0");
+  const FixedClock clock{std::time_t{INT32_MAX} + 1};
+  EXPECT_THAT(date_numbers(), ElementsAre(2038, 1, 19, 3, 14, 8));
+}
+
+TEST(ClockFixedTimer, AddsUpWhatItRan) {
+  const FixedClock clock{some_day};
+  const LogCapture log;
+  const int id = new_timer();
+  EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
+  qal_timer_start(&id);
+  FixedClock::set(some_day, 250'000);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 0.25F);
+  FixedClock::set(some_day + 60);
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 60, 250'000);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 0.5F);
+  qal_timer_print(&id);
+  EXPECT_THAT(log.lines(), ElementsAre("\ttime: 0.500000\n"));
+}
+
+TEST(ClockFixedTimer, ReadsTheClockOnceForAStartAndOnceForAStop) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  EXPECT_EQ(readings, 1);
+  qal_timer_stop(&id);
+  EXPECT_EQ(readings, 2);
+}
+
+TEST(ClockFixedTimer, RunsApartFromTheOthers) {
+  const FixedClock clock{some_day};
+  const int first = new_timer();
+  const int second = new_timer();
+  qal_timer_start(&first);
+  FixedClock::set(some_day + 1);
+  qal_timer_start(&second);
+  FixedClock::set(some_day + 3);
+  qal_timer_stop(&first);
+  qal_timer_stop(&second);
+  EXPECT_EQ(qal_timer_elapsed(&first), 3.0F);
+  EXPECT_EQ(qal_timer_elapsed(&second), 2.0F);
+}
+
+TEST(ClockFixedTimer, AddsAgainFromTheSameStartWhenStoppedTwice) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 2);
+  qal_timer_stop(&id);
+  FixedClock::set(some_day + 5);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 7.0F);
+}
+
+TEST(ClockFixedTimer, AddsTheTimeSinceTheEpochWithoutAStart) {
+  const FixedClock clock{1024, 500'000};
+  const int id = new_timer();
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 1024.5F);
+}
+
+TEST(ClockFixedTimer, KeepsItsStartWhenCleared) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 2);
+  qal_timer_stop(&id);
+  qal_timer_clear(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
+  FixedClock::set(some_day + 4);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 4.0F);
+}
+
+TEST(ClockFixedTimer, KeepsAStartMadeBeforeItWasHandedOut) {
+  const FixedClock clock{some_day};
+  const int id = 0;
+  qal_timer_start(&id);
+  EXPECT_EQ(new_timer(), id);
+  FixedClock::set(some_day + 2);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 2.0F);
+}
+
+TEST(ClockFixedTimer, LeavesTheOthersWhenCleared) {
+  const FixedClock clock{some_day};
+  const int first = new_timer();
+  const int second = new_timer();
+  qal_timer_start(&first);
+  FixedClock::set(some_day + 2);
+  qal_timer_stop(&first);
+  qal_timer_clear(&second);
+  EXPECT_EQ(qal_timer_elapsed(&first), 2.0F);
+}
+
+TEST(ClockFixedTimer, RunsBackwardsWithTheClock) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(some_day - 3600);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), -3600.0F);
+}
+
+TEST(ClockFixedTimer, DoesNotWrapIn2038) {
+  const FixedClock clock{INT32_MAX};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(std::time_t{INT32_MAX} + 1);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 1.0F);
+}
+
+TEST(ClockFixedTimer, PrintsItsSumInSinglePrecision) {
+  const FixedClock clock{16'777'217};  // the first whole number that single precision lacks
+  const LogCapture log;
+  const int id = new_timer();
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 16'777'216.0F);
+  qal_timer_print(&id);
+  EXPECT_THAT(log.lines(), ElementsAre("\ttime: 16777216.000000\n"));
+}
+
+TEST(ClockFixedTimer, PrintsSixDecimals) {
+  const FixedClock clock{0, 123'456};
+  const LogCapture log;
+  const int id = new_timer();
+  qal_timer_stop(&id);
+  qal_timer_print(&id);
+  EXPECT_THAT(log.lines(), ElementsAre("\ttime: 0.123456\n"));
+}
+
+TEST(ClockFixedTimer, RefusedStopReadsNoClock) {
+  const FixedClock clock{some_day};
+  const int not_handed_out = 0;
+  qal_timer_stop(&not_handed_out);
+  EXPECT_EQ(readings, 0);
+  EXPECT_EQ(qal_timer_elapsed(&not_handed_out), 0.0F);
+}
+
+}  // namespace

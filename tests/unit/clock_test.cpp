@@ -1,0 +1,143 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qal/clock.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <type_traits>
+
+#include "support/log_capture.hpp"
+
+namespace {
+
+using qal::test::LogCapture;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr auto stop_message = "ERROR: stop_timer: error, invalid timer number\n";
+constexpr auto print_message = "ERROR: print_timer: error, invalid timer number\n";
+constexpr auto full_message = "ERROR: qal_timer_start: error, exceeded QAL_MAX_TIMERS\n";
+
+constexpr int most_timers = 1023;
+
+int new_timer() {
+  int id = -1;
+  qal_timer_new(&id);
+  return id;
+}
+
+void hand_out(int count) {
+  for (int i = 0; i < count; ++i) new_timer();
+}
+
+TEST(ClockTime, LiesBetweenTwoReadingsOfThePlatform) {
+  const std::time_t before = std::time(nullptr);
+  QalTime now{-1, -1};
+  qal_time_get(&now);
+  const double seconds = qal_time_get_s();
+  // time() may lag behind the time of day by a tick of the clock.
+  const std::time_t after = std::time(nullptr) + 1;
+  EXPECT_GE(now.seconds, before);
+  EXPECT_LE(now.seconds, after);
+  EXPECT_GE(now.microseconds, 0);
+  EXPECT_LE(now.microseconds, 999999);
+  EXPECT_GE(seconds, static_cast<double>(before));
+  EXPECT_LE(seconds, static_cast<double>(after));
+}
+
+TEST(ClockTime, HoldsTwoSigned32BitFields) {
+  static_assert(std::is_same_v<decltype(QalTime::seconds), int32_t>);
+  static_assert(std::is_same_v<decltype(QalTime::microseconds), int32_t>);
+  EXPECT_EQ(sizeof(QalTime), 8U);
+}
+
+TEST(ClockDate, WritesNoMoreThanItsRoom) {
+  std::string text(16, '#');
+  EXPECT_EQ(qal_date_get_string(text.data(), 0), 8);
+  EXPECT_EQ(text.substr(8), std::string("\0#######", 8));
+  text.assign(16, '#');
+  EXPECT_EQ(qal_date_get_string(text.data(), 1), 14);
+  EXPECT_EQ(text.substr(14), std::string("\0#", 2));
+}
+
+TEST(ClockTimer, CapacityIs1024) { EXPECT_EQ(QAL_MAX_TIMERS, 1024); }
+
+TEST(ClockTimer, NumbersCountUpFromZero) {
+  EXPECT_EQ(new_timer(), 0);
+  EXPECT_EQ(new_timer(), 1);
+  EXPECT_EQ(new_timer(), 2);
+}
+
+TEST(ClockTimer, HandsOutAllButTheLastEntry) {
+  const LogCapture log;
+  hand_out(most_timers - 1);
+  EXPECT_EQ(new_timer(), 1022);
+  EXPECT_THAT(log.lines(), IsEmpty());
+  int id = 77;
+  qal_timer_new(&id);
+  EXPECT_EQ(id, 77);
+  EXPECT_THAT(log.lines(), ElementsAre(full_message));
+  qal_timer_new(&id);
+  EXPECT_EQ(id, 77);
+  EXPECT_THAT(log.lines(), ElementsAre(full_message, full_message));
+}
+
+TEST(ClockTimer, IsUsableUpToTheLastOneHandedOut) {
+  hand_out(most_timers);
+  const LogCapture log;
+  const int last = most_timers - 1;
+  qal_timer_start(&last);
+  qal_timer_stop(&last);
+  qal_timer_print(&last);
+  EXPECT_THAT(log.lines(), ElementsAre(::testing::StartsWith("\ttime: ")));
+}
+
+TEST(ClockTimer, RefusesToStopANumberThatWasNotHandedOut) {
+  const LogCapture log;
+  hand_out(3);
+  for (const int id : {3, 5, 1023, 1024, -1}) qal_timer_stop(&id);
+  EXPECT_THAT(log.lines(),
+              ElementsAre(stop_message, stop_message, stop_message, stop_message, stop_message));
+  const int not_handed_out = 5;
+  EXPECT_EQ(qal_timer_elapsed(&not_handed_out), 0.0F);
+}
+
+TEST(ClockTimer, RefusesToPrintANumberThatWasNotHandedOut) {
+  const LogCapture log;
+  hand_out(3);
+  for (const int id : {3, 1023, 1024, -1}) qal_timer_print(&id);
+  EXPECT_THAT(log.lines(), ElementsAre(print_message, print_message, print_message, print_message));
+}
+
+TEST(ClockTimer, ClearsTheWholeTableWithoutAskingWhatWasHandedOut) {
+  const LogCapture log;
+  for (const int id : {0, 5, 1022, 1023}) qal_timer_clear(&id);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(ClockTimer, ReportsAClearOutsideTheTableInTheWordsOfStop) {
+  const LogCapture log;
+  for (const int id : {1024, -1, INT32_MIN}) qal_timer_clear(&id);
+  EXPECT_THAT(log.lines(), ElementsAre(stop_message, stop_message, stop_message));
+}
+
+TEST(ClockTimer, IgnoresAStartOutsideTheTable) {
+  const LogCapture log;
+  for (const int id : {1024, 1 << 20, INT32_MAX, -1, INT32_MIN}) {
+    qal_timer_start(&id);
+    EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
+  }
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(ClockTimer, StartsAndReadsAnyEntryOfTheTableInSilence) {
+  const LogCapture log;
+  for (const int id : {0, 5, 1023}) {
+    qal_timer_start(&id);
+    EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
+  }
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+}  // namespace

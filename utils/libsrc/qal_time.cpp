@@ -1,0 +1,124 @@
+#include <qal/clock.h>
+#include <qal/logger.h>
+#include <sys/time.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+
+// The layout belongs to the interface: nothing may come before, between or behind the fields.
+static_assert(offsetof(QalTime, seconds) == 0);
+static_assert(offsetof(QalTime, microseconds) == 4);
+static_assert(sizeof(QalTime) == 8);
+
+namespace {
+
+// Unlocked: timers are handed out from one thread, and each is used by one thread at a time.
+struct TimerTable {
+  double TimerSum[QAL_MAX_TIMERS];    // seconds
+  double TimerStart[QAL_MAX_TIMERS];  // seconds since the epoch
+  int32_t NTimers;                    // handed out so far
+} timers;
+
+timeval time_of_day() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  return now;
+}
+
+// The re-entrant conversion, so that any thread may log with time stamps. It need not look at the
+// time zone again by itself, hence tzset.
+std::tm local_time() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  tzset();
+  localtime_r(&now, &local);
+  return local;
+}
+
+bool is_in_table(int id) { return id >= 0 && id < QAL_MAX_TIMERS; }
+
+bool is_handed_out(int id) { return id >= 0 && id < timers.NTimers; }
+
+void report_invalid_stop() { qal_error("stop_timer: error, invalid timer number\n"); }
+
+}  // namespace
+
+void qal_time_get(QalTime *out) {
+  const timeval now = time_of_day();
+  out->seconds = static_cast<int32_t>(now.tv_sec);
+  out->microseconds = static_cast<int32_t>(now.tv_usec);
+}
+
+double qal_time_get_s(void) {
+  const timeval now = time_of_day();
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1e6;
+}
+
+int qal_date_get(int out[6]) {
+  const std::tm local = local_time();
+  out[0] = local.tm_year + 1900;
+  out[1] = local.tm_mon + 1;
+  out[2] = local.tm_mday;
+  out[3] = local.tm_hour;
+  out[4] = local.tm_min;
+  out[5] = local.tm_sec;
+  return out[5];
+}
+
+int qal_date_get_string(char *dst, int long_form) {
+  constexpr std::size_t short_size = sizeof "HH:MM:SS";
+  constexpr std::size_t long_size = sizeof "MM:DD HH:MM:SS";
+  const std::tm local = local_time();
+  if (long_form == 0) {
+    return std::snprintf(dst, short_size, "%02d:%02d:%02d", local.tm_hour, local.tm_min,
+                         local.tm_sec);
+  }
+  // Deliberate: the month counts from 0 here, unlike that of qal_date_get.
+  return std::snprintf(dst, long_size, "%02d:%02d %02d:%02d:%02d", local.tm_mon, local.tm_mday,
+                       local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+void qal_timer_new(int *id) {
+  // Deliberate: the last entry is never handed out, and the message names the start function.
+  if (timers.NTimers >= QAL_MAX_TIMERS - 1) {
+    qal_error("qal_timer_start: error, exceeded QAL_MAX_TIMERS\n");
+    return;
+  }
+  *id = timers.NTimers;
+  timers.TimerSum[*id] = 0;
+  ++timers.NTimers;
+}
+
+void qal_timer_start(const int *id) {
+  if (is_in_table(*id)) timers.TimerStart[*id] = qal_time_get_s();
+}
+
+void qal_timer_stop(const int *id) {
+  if (!is_handed_out(*id)) {
+    report_invalid_stop();
+    return;
+  }
+  timers.TimerSum[*id] += qal_time_get_s() - timers.TimerStart[*id];
+}
+
+void qal_timer_clear(const int *id) {
+  // Deliberate: the whole table may be cleared, and the message is that of the stop function.
+  if (!is_in_table(*id)) {
+    report_invalid_stop();
+    return;
+  }
+  timers.TimerSum[*id] = 0;
+}
+
+void qal_timer_print(const int *id) {
+  if (!is_handed_out(*id)) {
+    qal_error("print_timer: error, invalid timer number\n");
+    return;
+  }
+  qal_info("\ttime: %f\n", static_cast<double>(static_cast<float>(timers.TimerSum[*id])));
+}
+
+float qal_timer_elapsed(const int *id) {
+  return is_in_table(*id) ? static_cast<float>(timers.TimerSum[*id]) : 0.0F;
+}
