@@ -59,10 +59,11 @@ QAL_API int qal_convert_pathname(char *path, uint32_t flags);
  *                   a text, usually "": the result of a relative path is appended to it.
  *  @param out_size  size of `out`; what is below 1 is too small.
  *  @return 0; -1 when `path` is null, begins with "..", leads above its first segment, has more
- *          than 1024 segments or memory is short, or when `out` is null; else the size that `out`
- *          needs. The needed size counts a slash for each segment, so it can exceed the result's
- *          by one. `out` is untouched unless 0 is returned. An empty path gives "." and 0; when
- *          `out_size` is 1 that is "", and nothing is written when it is smaller. */
+ *          than 1024 segments or memory is short, or when `out` is null although it should have
+ *          room; else the size that `out` needs. That counts a slash for every segment kept, so it
+ *          can exceed the result's own by one; for a result of "." it is 2, or 1 when `out_size` is
+ *          below 1. `out` is untouched unless 0 is returned. An empty path gives 0 and a "." that
+ *          is cut to `out_size`: "" in one byte, and nothing is written when there is none. */
 QAL_API int qal_get_norm_path(const char *path, char *out, int out_size);
 
 /** Answers the directory part of a path.
