@@ -262,6 +262,15 @@ TEST_F(PathRangeFault, OpensNothingWhenTheDirectoryListsNothing) {
   EXPECT_TRUE(faults.opened.empty());
 }
 
+TEST_F(PathRangeFault, OpensOnlyWhatTheDirectoryListsInTheTemplatesForm) {
+  const ScratchDir scratch;
+  for (const char *name : {"f1.b", "g2.a", "fx.a", "f:.a", "f44.a", "f.a", "af5.a"}) {
+    scratch.file(name);
+  }
+  EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f#.a"));
+  EXPECT_TRUE(faults.opened.empty());
+}
+
 TEST_F(PathRangeFault, OpensNothingWhereTheDirectoryCannotBe) {
   for (const int error : {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG}) {
     faults.opendir_error = error;

@@ -94,7 +94,7 @@ class NumberedPath {
   bool read(std::string_view text) {
     if (text.size() >= template_bytes) return false;
     length_ = text.copy(text_.data(), text.size());
-    // Deliberate: the last "@" always stood for the letter before the field's length.
+    // Deliberate: in a template the last "@" means the letter "l", whatever the files are called.
     if (const auto at = text.rfind('@'); at != std::string_view::npos) text_[at] = 'l';
     field_ = text.find('#');
     if (field_ == std::string_view::npos) return false;
