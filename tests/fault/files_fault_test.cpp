@@ -1,0 +1,526 @@
+// What the operating system refuses in the middle of the work. The calls are replaced at link time;
+// each passes through unless a test says which of them is to fail.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <qal/files.h>
+#include <qal/status.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "support/child.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using qal::internal::File;
+using qal::test::exists;
+using qal::test::names_in;
+using qal::test::read_file;
+using qal::test::run_in_child;
+using qal::test::ScratchDir;
+
+using Lines = std::vector<std::string>;
+
+// Which of the calls to one function fail, and how.
+struct Fault {
+  int error = EIO;
+  int first = 1;           // the first call that fails, counted from 1
+  int how_many = 1 << 30;  // and how many from there on
+  int calls = 0;
+
+  bool strikes() {
+    ++calls;
+    if (calls < first || calls - first >= how_many) return false;
+    errno = error;
+    return true;
+  }
+};
+
+using Plan = std::map<std::string_view, Fault>;
+
+Plan faults;
+std::vector<std::string> made_calls;  // of the functions that `faults` names, in their order
+std::size_t most_bytes = SIZE_MAX;    // that one read or write moves
+
+bool all_opened_close_on_exec = true;
+
+bool fails(const char *call) {
+  const auto found = faults.find(call);
+  if (found == faults.end()) return false;
+  made_calls.emplace_back(call);
+  return found->second.strikes();
+}
+
+// Arms the faults for as long as it lives, so that the test's own checks run undisturbed.
+class Faults {
+ public:
+  explicit Faults(Plan armed) {
+    made_calls.clear();
+    faults = std::move(armed);
+  }
+  ~Faults() { faults.clear(); }
+  Faults(const Faults &) = delete;
+  Faults &operator=(const Faults &) = delete;
+};
+
+constexpr Fault never{.first = 1 << 30};
+constexpr Fault interrupted_twice{.error = EINTR, .how_many = 2};
+
+}  // namespace
+
+extern "C" {
+
+int __real_open(const char *, int, ...);
+int __real_openat(int, const char *, int, ...);
+ssize_t __real_read(int, void *, size_t);
+ssize_t __real_write(int, const void *, size_t);
+int __real_close(int);
+int __real_fstat(int, struct stat *);
+int __real_ftruncate(int, off_t);
+int __real_fsync(int);
+int __real_unlink(const char *);
+int __real_unlinkat(int, const char *, int);
+DIR *__real_fdopendir(int);
+dirent *__real_readdir(DIR *);
+void *__real_realloc(void *, size_t);
+
+int __wrap_open(const char *path, int flags, ...) {
+  all_opened_close_on_exec &= (flags & O_CLOEXEC) != 0;
+  if (fails("open")) return -1;
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return __real_open(path, flags, mode);
+}
+int __wrap_openat(int parent, const char *path, int flags, ...) {
+  all_opened_close_on_exec &= (flags & O_CLOEXEC) != 0;
+  return fails("openat") ? -1 : __real_openat(parent, path, flags);
+}
+ssize_t __wrap_read(int file, void *to, size_t size) {
+  return fails("read") ? -1 : __real_read(file, to, std::min(size, most_bytes));
+}
+ssize_t __wrap_write(int file, const void *from, size_t size) {
+  return fails("write") ? -1 : __real_write(file, from, std::min(size, most_bytes));
+}
+// A close that fails has closed the descriptor all the same.
+int __wrap_close(int file) {
+  const int result = __real_close(file);
+  return fails("close") ? -1 : result;
+}
+int __wrap_fstat(int file, struct stat *info) {
+  return fails("fstat") ? -1 : __real_fstat(file, info);
+}
+int __wrap_ftruncate(int file, off_t size) {
+  return fails("ftruncate") ? -1 : __real_ftruncate(file, size);
+}
+int __wrap_fsync(int file) { return fails("fsync") ? -1 : __real_fsync(file); }
+int __wrap_unlink(const char *path) { return fails("unlink") ? -1 : __real_unlink(path); }
+int __wrap_unlinkat(int parent, const char *path, int flags) {
+  return fails(flags & AT_REMOVEDIR ? "rmdirat" : "unlinkat")
+             ? -1
+             : __real_unlinkat(parent, path, flags);
+}
+DIR *__wrap_fdopendir(int file) { return fails("fdopendir") ? nullptr : __real_fdopendir(file); }
+dirent *__wrap_readdir(DIR *directory) {
+  return fails("readdir") ? nullptr : __real_readdir(directory);
+}
+void *__wrap_realloc(void *block, size_t size) {
+  return fails("realloc") ? nullptr : __real_realloc(block, size);
+}
+
+}  // extern "C"
+
+namespace {
+
+int open_descriptors() {
+  int count = 0;
+  for (int number = 0; number < 1024; ++number) count += fcntl(number, F_GETFD) >= 0;
+  return count;
+}
+
+class CopyFault : public testing::Test {
+ protected:
+  int copy(Plan armed) const {
+    const Faults guard(std::move(armed));
+    return qal_file_copy(from.c_str(), to.c_str(), 0);
+  }
+  int move(Plan armed) const {
+    const Faults guard(std::move(armed));
+    return qal_file_rename(from.c_str(), to.c_str(), 0x10000);
+  }
+
+  const ScratchDir scratch;
+  const std::string content = std::string(40000, 'c') + "end";
+  const std::string from = scratch.file("from", content);
+  const std::string to = scratch / "to";
+};
+
+TEST_F(CopyFault, ShortReadsAndWritesChangeNothing) {
+  most_bytes = 1;
+  EXPECT_EQ(copy({}), QAL_STATUS_OK);
+  most_bytes = SIZE_MAX;
+  EXPECT_EQ(read_file(to), content);
+}
+
+TEST_F(CopyFault, BlocksHave16384Bytes) {
+  EXPECT_EQ(copy({{"read", never}, {"write", never}}), QAL_STATUS_OK);
+  EXPECT_EQ(made_calls, (Lines{"read", "write", "read", "write", "read", "write", "read"}));
+}
+
+TEST_F(CopyFault, InterruptedCallsAreMadeAgain) {
+  EXPECT_EQ(copy({{"open", interrupted_twice},
+                  {"read", interrupted_twice},
+                  {"write", interrupted_twice},
+                  {"ftruncate", interrupted_twice}}),
+            QAL_STATUS_OK);
+  EXPECT_EQ(read_file(to), content);
+  EXPECT_EQ(copy({{"open", {.error = EINTR, .first = 2, .how_many = 1}}}), QAL_STATUS_OK);
+}
+
+TEST_F(CopyFault, AReadErrorFailsAndThePartStays) {
+  EXPECT_EQ(copy({{"read", {.first = 2}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(to), content.substr(0, 16384));
+}
+
+TEST_F(CopyFault, AWriteErrorFailsAndThePartStays) {
+  EXPECT_EQ(copy({{"write", {.error = ENOSPC, .first = 3}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(to), content.substr(0, 32768));
+}
+
+TEST_F(CopyFault, TheResultOfClosingTheDestinationCounts) {
+  EXPECT_EQ(copy({{"close", {.error = ENOSPC, .how_many = 1}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(to), content);
+}
+
+TEST_F(CopyFault, TheResultOfClosingTheSourceDoesNot) {
+  EXPECT_EQ(copy({{"close", {.first = 2}}}), QAL_STATUS_OK);
+}
+
+TEST_F(CopyFault, WhatCannotBeExaminedIsNotTouched) {
+  for (const int nth : {1, 2}) {
+    scratch.file("to", "kept");
+    EXPECT_EQ(copy({{"fstat", {.first = nth, .how_many = 1}}}), QAL_STATUS_FAILED);
+    EXPECT_EQ(read_file(to), "kept");
+  }
+}
+
+TEST_F(CopyFault, ADestinationThatCannotBeEmptiedFails) {
+  scratch.file("to", "kept");
+  EXPECT_EQ(copy({{"ftruncate", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(to), "kept");
+}
+
+TEST_F(CopyFault, WithoutMoveNothingIsForcedToTheDisk) {
+  EXPECT_EQ(copy({{"fsync", never}}), QAL_STATUS_OK);
+  EXPECT_EQ(made_calls, Lines{});
+}
+
+TEST_F(CopyFault, NoDescriptorStaysOpen) {
+  const int before = open_descriptors();
+  for (const char *call : {"open", "fstat", "ftruncate", "read", "write", "close"}) {
+    copy({{call, {}}});
+    copy({{call, {.first = 2}}});
+  }
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(CopyFault, WithoutADescriptorLeftThereIsNoSource) {
+  const auto result = run_in_child([this] {
+    const auto last = static_cast<rlim_t>(dup(0));
+    const rlimit none{last, last};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 0), QAL_STATUS_NO_SOURCE);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST_F(CopyFault, AFullDeviceFails) {
+  if (!exists("/dev/full")) GTEST_SKIP() << "no full device here";
+  EXPECT_EQ(qal_file_copy(from.c_str(), "/dev/full", 0), QAL_STATUS_FAILED);
+}
+
+TEST_F(CopyFault, BeyondTheFileSizeLimitCopyAndMoveFailAndTheSourceIsIntact) {
+  const auto result = run_in_child([this] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{20000, 20000};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(copy({}), QAL_STATUS_FAILED);
+    ASSERT_EQ(unlink(to.c_str()), 0);
+    EXPECT_EQ(move({}), QAL_STATUS_FAILED);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_EQ(read_file(to), content.substr(0, 20000));
+  EXPECT_EQ(read_file(from), content);
+}
+
+TEST_F(CopyFault, AMoveIsOnTheDiskAndClosedBeforeTheSourceGoes) {
+  EXPECT_EQ(move({{"fsync", never}, {"unlink", never}, {"close", never}}), QAL_STATUS_OK);
+  EXPECT_EQ(made_calls, (Lines{"fsync", "close", "close", "unlink"}));
+  EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
+}
+
+TEST_F(CopyFault, AMoveKeepsTheSourceWhenTheDiskDoesNotAnswer) {
+  EXPECT_EQ(move({{"fsync", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(from), content);
+}
+
+TEST_F(CopyFault, AMoveKeepsTheSourceWhenClosingFails) {
+  EXPECT_EQ(move({{"close", {.how_many = 1}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(from), content);
+}
+
+TEST_F(CopyFault, AMoveGoesOnWhereNothingCanBeForcedToTheDisk) {
+  EXPECT_EQ(move({{"fsync", {.error = EINVAL}}}), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
+}
+
+TEST_F(CopyFault, AnInterruptedFsyncIsMadeAgain) {
+  EXPECT_EQ(move({{"fsync", interrupted_twice}}), QAL_STATUS_OK);
+  EXPECT_EQ(made_calls, (Lines{"fsync", "fsync", "fsync"}));
+}
+
+TEST_F(CopyFault, AMoveWhoseSourceStaysFails) {
+  EXPECT_EQ(move({{"unlink", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(from), content);
+  EXPECT_EQ(read_file(to), content);
+}
+
+TEST(UnlinkFault, ARefusalFails) {
+  const ScratchDir scratch;
+  const auto file = scratch.file("a");
+  const Faults guard(Plan{{"unlink", {}}});
+  EXPECT_EQ(qal_file_unlink(file.c_str()), QAL_STATUS_FAILED);
+}
+
+// Deliberate: the question is whether the file can be created, and it was.
+TEST(CheckFault, AFileThatCouldBeCreatedIsUsableEvenIfItCannotBeRemoved) {
+  const ScratchDir scratch;
+  const Faults guard(Plan{{"unlink", {}}});
+  EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
+}
+
+TEST(CheckFault, AnInterruptedCreationIsMadeAgain) {
+  const ScratchDir scratch;
+  const Faults guard(Plan{{"open", interrupted_twice}});
+  EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
+  EXPECT_FALSE(exists(scratch / "new"));
+}
+
+class TreeFault : public testing::Test {
+ protected:
+  TreeFault() {
+    scratch.directory("tree/d/e");
+    for (const char *name : {"tree/a", "tree/b", "tree/d/c", "tree/d/e/f"}) scratch.file(name);
+  }
+  int remove(Plan armed) const {
+    const Faults guard(std::move(armed));
+    return qal_file_rmdir(tree.c_str(), 1);
+  }
+
+  const ScratchDir scratch;
+  const std::string tree = scratch / "tree";
+};
+
+TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
+  const int before = open_descriptors();
+  for (const char *call : {"openat", "fdopendir", "readdir", "unlinkat", "rmdirat", "realloc"}) {
+    for (int nth = 1; nth <= 3; ++nth) {
+      scratch.directory("tree/d/e");
+      for (const char *name : {"tree/a", "tree/d/c", "tree/d/e/f"}) scratch.file(name);
+      EXPECT_EQ(remove({{call, {.first = nth, .how_many = 1}}}), QAL_STATUS_FAILED) << call << nth;
+      EXPECT_TRUE(exists(tree));
+      EXPECT_EQ(open_descriptors(), before);
+    }
+  }
+}
+
+TEST_F(TreeFault, NoDescriptorReachesAProgramStartedMeanwhile) {
+  all_opened_close_on_exec = true;
+  EXPECT_EQ(remove({}), QAL_STATUS_OK);
+  const auto file = scratch.file("file");
+  EXPECT_EQ(qal_file_copy(file.c_str(), (scratch / "copy").c_str(), 1), QAL_STATUS_OK);
+  EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
+  EXPECT_TRUE(all_opened_close_on_exec);
+}
+
+TEST_F(TreeFault, TheFirstFileThatStaysIsTheLastOneTried) {
+  EXPECT_EQ(remove({{"unlinkat", {.how_many = 1}}, {"rmdirat", never}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(made_calls, Lines{"unlinkat"});
+  EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
+}
+
+TEST_F(TreeFault, FilesGoBeforeSubdirectoriesAndThoseBeforeTheirParent) {
+  EXPECT_EQ(remove({{"unlinkat", never}, {"rmdirat", never}, {"openat", never}}), QAL_STATUS_OK);
+  EXPECT_EQ(made_calls, (Lines{"openat", "unlinkat", "unlinkat", "openat", "unlinkat", "openat",
+                               "unlinkat", "rmdirat", "rmdirat", "rmdirat"}));
+}
+
+TEST_F(TreeFault, ADirectoryThatCannotBeReadToItsEndLosesNothing) {
+  for (const int nth : {1, 2, 3}) {
+    EXPECT_EQ(remove({{"readdir", {.first = nth}}}), QAL_STATUS_FAILED);
+    EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
+  }
+}
+
+// Deliberate: a stream that yields not even "." is taken for an unreadable one.
+TEST_F(TreeFault, ADirectoryWithoutAnyEntryFails) {
+  const auto empty = scratch.directory("empty");
+  const Faults guard(Plan{{"readdir", {.error = 0}}});
+  EXPECT_EQ(qal_file_rmdir(empty.c_str(), 1), QAL_STATUS_FAILED);
+}
+
+TEST_F(TreeFault, AnInterruptedOpenIsMadeAgain) {
+  EXPECT_EQ(remove({{"openat", interrupted_twice}}), QAL_STATUS_OK);
+  EXPECT_FALSE(exists(tree));
+}
+
+TEST_F(TreeFault, MoreLevelsThanDescriptorsFail) {
+  std::string deep = "tree";
+  for (int level = 0; level < 40; ++level) deep += "/d";
+  scratch.directory(deep);
+  const auto result = run_in_child([this] {
+    const auto last = static_cast<rlim_t>(dup(0));
+    const rlimit few{last + 20, last + 20};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    EXPECT_EQ(remove({}), QAL_STATUS_FAILED);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_TRUE(exists(scratch / deep));
+}
+
+// A stream that gives `content` in pieces and fails where `errors` says: before how many bytes.
+struct Source {
+  std::string content;
+  std::size_t most_bytes = SIZE_MAX;
+  std::vector<std::size_t> errors = {};
+  int error = EIO;
+  std::size_t position = 0;
+
+  ssize_t read(char *to, std::size_t size) {
+    const auto at = std::find(errors.begin(), errors.end(), position);
+    if (at != errors.end()) {
+      errors.erase(at);
+      errno = error;
+      return -1;
+    }
+    size = std::min({size, most_bytes, content.size() - position});
+    for (const std::size_t stop : errors) {
+      if (stop > position) size = std::min(size, stop - position);
+    }
+    std::memcpy(to, content.data() + position, size);
+    position += size;
+    return static_cast<ssize_t>(size);
+  }
+};
+
+ssize_t read_source(void *source, char *to, size_t size) {
+  return static_cast<Source *>(source)->read(to, size);
+}
+
+File stream_from(Source &source) {
+  cookie_io_functions_t calls{};
+  calls.read = &read_source;
+  File stream{fopencookie(&source, "r", calls)};
+  std::setvbuf(stream.get(), nullptr, _IONBF, 0);
+  return stream;
+}
+
+TEST(ReadFault, ShortReadsChangeNothing) {
+  Source source{.content = "abcdefghijkl", .most_bytes = 1};
+  const File stream = stream_from(source);
+  char buffer[13] = {};
+  EXPECT_EQ(qal_fread(buffer, 3, 4, stream.get()), 4U);
+  EXPECT_STREQ(buffer, "abcdefghijkl");
+}
+
+TEST(ReadFault, AfterAnErrorTheRestIsReadInHalfTheChunk) {
+  Source source{.content = "abcdefgh", .errors = {4}};
+  const File stream = stream_from(source);
+  char buffer[9] = {};
+  EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), 8U);
+  EXPECT_STREQ(buffer, "abcdefgh");
+  EXPECT_EQ(std::ferror(stream.get()), 0);
+}
+
+TEST(ReadFault, EachErrorHalvesTheChunkUntilNothingIsLeft) {
+  for (const std::size_t errors : {3U, 4U}) {  // chunks of 8, 4, 2 and 1
+    Source source{.content = "abcdefgh", .errors = std::vector<std::size_t>(errors, 0)};
+    const File stream = stream_from(source);
+    char buffer[9] = {};
+    EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), errors == 3 ? 8U : 0U);
+    EXPECT_STREQ(buffer, errors == 3 ? "abcdefgh" : "");
+    EXPECT_EQ(std::ferror(stream.get()), 0);
+  }
+}
+
+TEST(ReadFault, TheChunkStaysHalvedAfterASuccess) {
+  Source source{.content = "abcdefgh", .errors = {0, 2, 4, 6}};  // chunks of 8, 4, 2 and 1
+  const File stream = stream_from(source);
+  char buffer[9] = {};
+  EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), 6U);
+  EXPECT_STREQ(buffer, "abcdef");
+}
+
+// Deliberate: the bytes of a broken item are overwritten by the next one.
+TEST(ReadFault, OnlyWholeItemsCountAndAdvance) {
+  Source source{.content = "abcdXYefgh", .errors = {6}};
+  const File stream = stream_from(source);
+  char buffer[17] = {};
+  EXPECT_EQ(qal_fread(buffer, 4, 2, stream.get()), 2U);
+  EXPECT_STREQ(buffer, "abcdefgh");
+}
+
+TEST(ReadFault, AnEndInsideAnItemLeavesItOut) {
+  Source source{.content = "abcdef", .most_bytes = 1};
+  const File stream = stream_from(source);
+  char buffer[9] = {};
+  EXPECT_EQ(qal_fread(buffer, 4, 2, stream.get()), 1U);
+}
+
+TEST(LineFault, ALineArrivesByteByByte) {
+  Source source{.content = "ab\r\ncd", .most_bytes = 1};
+  const File stream = stream_from(source);
+  char buffer[9];
+  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
+  EXPECT_STREQ(buffer, "ab");
+  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
+  EXPECT_STREQ(buffer, "cd");
+}
+
+TEST(LineFault, AnInterruptedReadIsTakenUpAgain) {
+  Source source{.content = "abcd\n", .errors = {0, 2, 2}, .error = EINTR};
+  const File stream = stream_from(source);
+  char buffer[9];
+  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 4);
+  EXPECT_STREQ(buffer, "abcd");
+}
+
+TEST(LineFault, AReadErrorEndsTheLineLikeTheEndOfTheFile) {
+  Source source{.content = "abcd\n", .errors = {2, 2}};
+  const File stream = stream_from(source);
+  char buffer[9];
+  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
+  EXPECT_STREQ(buffer, "ab");
+  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), -1);
+  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
+  EXPECT_STREQ(buffer, "cd");
+}
+
+}  // namespace

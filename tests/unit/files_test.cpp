@@ -1,0 +1,1202 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <qal/files.h>
+#include <qal/status.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "support/child.hpp"
+#include "support/log_capture.hpp"
+#include "support/scratch.hpp"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using qal::internal::File;
+using qal::internal::OwnedText;
+using qal::test::exists;
+using qal::test::LogCapture;
+using qal::test::names_in;
+using qal::test::read_file;
+using qal::test::run_in_child;
+using qal::test::run_unprivileged;
+using qal::test::ScratchDir;
+using qal::test::write_file;
+
+using Lines = std::vector<std::string>;
+
+unsigned permissions_of(const std::string &path) {
+  struct stat info {};
+  EXPECT_EQ(stat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
+int open_descriptors() {
+  int count = 0;
+  for (int number = 0; number < 256; ++number) count += fcntl(number, F_GETFD) >= 0;
+  return count;
+}
+
+// Bound from inside its directory: the address of a socket is shorter than many a path.
+void make_socket(const fs::path &path) {
+  const auto name = path.filename().string();
+  const auto working_directory = fs::current_path();
+  const int handle = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_GE(handle, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  ASSERT_LT(name.size(), sizeof address.sun_path);
+  name.copy(address.sun_path, name.size());
+  fs::current_path(path.parent_path());
+  EXPECT_EQ(bind(handle, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  fs::current_path(working_directory);
+  close(handle);
+}
+
+bool make_device(const std::string &path, mode_t kind) {
+  struct stat null_device {};
+  return stat("/dev/null", &null_device) == 0 &&
+         mknod(path.c_str(), kind | 0600, null_device.st_rdev) == 0;
+}
+
+// What qal_io_chkfil logs; the answer goes to `usable`.
+Lines log_of_check(const std::string &path, unsigned mode, int verbose, int &usable) {
+  const LogCapture log;
+  usable = qal_io_chkfil(path.c_str(), mode, verbose);
+  return log.lines();
+}
+
+constexpr unsigned for_reading = 0;
+constexpr unsigned for_writing = 1;
+constexpr unsigned refuse_directory = 0x100;
+constexpr unsigned refuse_irregular = 0x200;
+
+TEST(FilesCheck, AFileThatCanBeReadIsUsableInSilence) {
+  const ScratchDir scratch;
+  int usable = -1;
+  EXPECT_EQ(log_of_check(scratch.file("a"), for_reading, 1, usable), Lines{});
+  EXPECT_EQ(usable, 1);
+}
+
+TEST(FilesCheck, AMissingFileCannotBeRead) {
+  const ScratchDir scratch;
+  int usable = -1;
+  const auto path = scratch / "absent";
+  EXPECT_EQ(log_of_check(path, for_reading, 1, usable),
+            Lines{"ERROR: File '" + path + "' cannot be read."});
+  EXPECT_EQ(usable, 0);
+}
+
+TEST(FilesCheck, AFileWithoutReadPermissionCannotBeRead) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("closed");
+  ASSERT_EQ(chmod(path.c_str(), 0200), 0);
+  const auto result = run_unprivileged([&path] {
+    int usable = -1;
+    EXPECT_EQ(log_of_check(path, for_reading, 1, usable),
+              Lines{"ERROR: File '" + path + "' cannot be read."});
+    EXPECT_EQ(usable, 0);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(FilesCheck, ADirectoryIsRefusedWithItsBit) {
+  const ScratchDir scratch;
+  int usable = -1;
+  for (const unsigned access_kind : {for_reading, for_writing}) {
+    EXPECT_EQ(log_of_check(scratch.path(), access_kind | refuse_directory, 1, usable),
+              Lines{"ERROR: File '" + scratch.path() + "' is a directory."});
+    EXPECT_EQ(usable, 0);
+  }
+}
+
+TEST(FilesCheck, ADirectoryIsReadableWithoutTheBit) {
+  const ScratchDir scratch;
+  int usable = -1;
+  EXPECT_EQ(log_of_check(scratch.path(), for_reading, 1, usable), Lines{});
+  EXPECT_EQ(usable, 1);
+}
+
+TEST(FilesCheck, ADirectoryIsNoRegularFile) {
+  const ScratchDir scratch;
+  int usable = -1;
+  EXPECT_EQ(log_of_check(scratch.path(), refuse_irregular, 1, usable),
+            Lines{"ERROR: File '" + scratch.path() + "' is not a regular file."});
+  EXPECT_EQ(usable, 0);
+}
+
+TEST(FilesCheck, TheDirectoryBitIsLookedAtFirst) {
+  const ScratchDir scratch;
+  int usable = -1;
+  EXPECT_EQ(log_of_check(scratch.path(), refuse_directory | refuse_irregular, 1, usable),
+            Lines{"ERROR: File '" + scratch.path() + "' is a directory."});
+}
+
+TEST(FilesCheck, ADeviceIsNoRegularFileButNoDirectoryEither) {
+  int usable = -1;
+  EXPECT_EQ(log_of_check("/dev/null", refuse_irregular, 1, usable),
+            Lines{"ERROR: File '/dev/null' is not a regular file."});
+  EXPECT_EQ(usable, 0);
+  EXPECT_EQ(log_of_check("/dev/null", refuse_directory, 1, usable), Lines{});
+  EXPECT_EQ(usable, 1);
+}
+
+TEST(FilesCheck, BothBitsLetARegularFilePassAlsoBehindALink) {
+  const ScratchDir scratch;
+  const auto link = scratch / "link";
+  ASSERT_EQ(symlink(scratch.file("a").c_str(), link.c_str()), 0);
+  int usable = -1;
+  EXPECT_EQ(log_of_check(link, refuse_directory | refuse_irregular, 1, usable), Lines{});
+  EXPECT_EQ(usable, 1);
+}
+
+TEST(FilesCheck, TheBitsSayNothingAboutAMissingFile) {
+  const ScratchDir scratch;
+  int usable = -1;
+  const auto path = scratch / "absent";
+  EXPECT_EQ(log_of_check(path, refuse_directory | refuse_irregular, 1, usable),
+            Lines{"ERROR: File '" + path + "' cannot be read."});
+}
+
+TEST(FilesCheck, AMissingFileThatCanBeCreatedIsUsableAndLeavesNothing) {
+  const ScratchDir scratch;
+  int usable = -1;
+  const int before = open_descriptors();
+  EXPECT_EQ(log_of_check(scratch / "new", for_writing, 1, usable), Lines{});
+  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(names_in(scratch.path()), Lines{});
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(FilesCheck, AnExistingFileIsUsableWithTheQuestionAndStaysAsItIs) {
+  const ScratchDir scratch;
+  int usable = -1;
+  const auto path = scratch.file("old", "content");
+  EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
+            Lines{"ERROR: File '" + path + "' already exists.\n Okaying will overwrite it."});
+  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(read_file(path), "content");
+}
+
+TEST(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("closed");
+  const auto result = run_unprivileged([&path] {
+    int usable = -1;
+    EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
+              Lines{"ERROR: File '" + path + "' cannot be created. Permission denied."});
+    EXPECT_EQ(usable, 0);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
+  const ScratchDir scratch;
+  const auto result = run_unprivileged([&scratch] {
+    for (const char *name : {"new", "absent/new"}) {
+      int usable = -1;
+      const auto path = scratch / name;
+      EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
+                Lines{"ERROR: File '" + path + "' cannot be created. Permission denied."});
+      EXPECT_EQ(usable, 0);
+    }
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(FilesCheck, ALinkThatLeadsNowhereIsNeitherCreatedThroughNorRemoved) {
+  const ScratchDir scratch;
+  const auto link = scratch / "link";
+  ASSERT_EQ(symlink((scratch / "target").c_str(), link.c_str()), 0);
+  EXPECT_EQ(qal_io_chkfil(link.c_str(), for_writing, 0), 0);
+  EXPECT_EQ(names_in(scratch.path()), Lines{"link"});
+}
+
+TEST(FilesCheck, TheWordWithoutBits8To15SelectsTheCheck) {
+  const ScratchDir scratch;
+  const auto path = scratch / "absent";
+  for (const unsigned writing : {0x1U, 0x2U, 0x80U, 0xffU, 0x1fc01U, 0x10000U, 0x80000000U}) {
+    EXPECT_EQ(qal_io_chkfil(path.c_str(), writing, 0), 1) << writing;
+  }
+  for (const unsigned reading : {0x0U, 0x100U, 0x300U, 0x400U, 0x8000U, 0xff00U}) {
+    EXPECT_EQ(qal_io_chkfil(path.c_str(), reading, 0), 0) << reading;
+  }
+}
+
+TEST(FilesCheck, OnlyExactlyOneIsVerbose) {
+  const ScratchDir scratch;
+  int usable = -1;
+  for (const int verbose : {0, 2, -1, 0x101}) {
+    EXPECT_EQ(log_of_check(scratch.path(), refuse_directory, verbose, usable), Lines{});
+    EXPECT_EQ(usable, 0);
+    EXPECT_EQ(log_of_check(scratch.path(), refuse_irregular, verbose, usable), Lines{});
+    EXPECT_EQ(log_of_check(scratch / "absent", for_reading, verbose, usable), Lines{});
+    EXPECT_EQ(log_of_check(scratch / "absent/a", for_writing, verbose, usable), Lines{});
+    EXPECT_EQ(log_of_check(scratch.file("old"), for_writing, verbose, usable), Lines{});
+  }
+}
+
+TEST(FilesCheck, APathIsNeverTakenForAFormat) {
+  int usable = -1;
+  EXPECT_EQ(log_of_check("/absent/%n%s", for_reading, 1, usable),
+            Lines{"ERROR: File '/absent/%n%s' cannot be read."});
+}
+
+TEST(FilesCheck, ANullPathNamesNothing) {
+  const LogCapture log;
+  EXPECT_EQ(qal_io_chkfil(nullptr, for_reading, 1), 0);
+  EXPECT_EQ(qal_io_chkfil(nullptr, for_writing, 0), 0);
+  EXPECT_EQ(log.lines(), Lines{"ERROR: File '' cannot be read."});
+}
+
+void spoil_errno(void *, const char *, ...) { errno = 0; }
+
+TEST(FilesCheck, ReportingKeepsTheReasonInErrno) {
+  qal_logger_init(nullptr, &spoil_errno, nullptr, nullptr);
+  EXPECT_EQ(qal_io_chkfil("/absent/file", for_reading, 1), 0);
+  EXPECT_EQ(errno, ENOENT);
+  qal_logger_done();
+}
+
+// A stream over `content`, and a buffer of which every byte that nobody wrote is '#'.
+class LineReader {
+ public:
+  explicit LineReader(std::string_view content)
+      : stream_(std::fopen(scratch_.file("lines", content).c_str(), "rbe")) {
+    std::fill(std::begin(buffer), std::end(buffer), '#');
+  }
+  int next(int max_chars) { return qal_io_get_aline(stream_.get(), max_chars, buffer); }
+  std::string rest() {
+    std::string text;
+    for (int c = std::fgetc(stream_.get()); c != EOF; c = std::fgetc(stream_.get())) {
+      text += static_cast<char>(c);
+    }
+    return text;
+  }
+  std::string written(std::size_t bytes) const { return {buffer, bytes}; }
+
+  char buffer[32];
+
+ private:
+  ScratchDir scratch_;
+  File stream_;
+};
+
+TEST(FilesGetLine, LinesComeOneAfterAnotherWithoutTheirNewline) {
+  LineReader lines("ab\n\nc\n");
+  EXPECT_EQ(lines.next(10), 2);
+  EXPECT_STREQ(lines.buffer, "ab");
+  EXPECT_EQ(lines.next(10), 0);
+  EXPECT_STREQ(lines.buffer, "");
+  EXPECT_EQ(lines.next(10), 1);
+  EXPECT_STREQ(lines.buffer, "c");
+  EXPECT_EQ(lines.next(10), -1);
+}
+
+TEST(FilesGetLine, TheEndOfTheFileEndsTheLastLine) {
+  LineReader lines("ab");
+  EXPECT_EQ(lines.next(10), 2);
+  EXPECT_STREQ(lines.buffer, "ab");
+  EXPECT_EQ(lines.next(10), -1);
+}
+
+TEST(FilesGetLine, OneCarriageReturnAtTheEndIsDropped) {
+  LineReader lines("ab\r\na\rb\nc\r\r\n\r\n\r");
+  EXPECT_EQ(lines.next(10), 2);
+  EXPECT_STREQ(lines.buffer, "ab");
+  EXPECT_EQ(lines.next(10), 3);
+  EXPECT_STREQ(lines.buffer, "a\rb");
+  EXPECT_EQ(lines.next(10), 2);
+  EXPECT_STREQ(lines.buffer, "c\r");
+  EXPECT_EQ(lines.next(10), 0);
+  EXPECT_STREQ(lines.buffer, "");
+  EXPECT_EQ(lines.next(10), 0);
+  EXPECT_STREQ(lines.buffer, "");
+  EXPECT_EQ(lines.next(10), -1);
+}
+
+TEST(FilesGetLine, ALineOfExactlyTheMaximumFits) {
+  LineReader lines("abcd\nabc\r\n");
+  EXPECT_EQ(lines.next(4), 4);
+  EXPECT_EQ(lines.written(6), std::string("abcd\0#", 6));
+  EXPECT_EQ(lines.next(4), 3);
+  EXPECT_STREQ(lines.buffer, "abc");
+}
+
+TEST(FilesGetLine, ALongerLineIsRefusedUnterminatedAndLosesOneCharacter) {
+  LineReader lines("abcdefg\n");
+  EXPECT_EQ(lines.next(4), -2);
+  EXPECT_EQ(lines.written(6), "abcd##");
+  EXPECT_EQ(lines.rest(), "fg\n");
+}
+
+TEST(FilesGetLine, ALineOneTooLongLeavesItsNewlineForTheNextCall) {
+  LineReader lines("abcde\nx\n");
+  EXPECT_EQ(lines.next(4), -2);
+  EXPECT_EQ(lines.next(4), 0);
+  EXPECT_EQ(lines.next(4), 1);
+  EXPECT_STREQ(lines.buffer, "x");
+}
+
+TEST(FilesGetLine, TheCarriageReturnCountsTowardTheMaximum) {
+  LineReader lines("abcd\r\n");
+  EXPECT_EQ(lines.next(4), -2);
+  EXPECT_EQ(lines.rest(), "\n");
+}
+
+TEST(FilesGetLine, BytesAbove127AndZeroBytesAreCharactersLikeOthers) {
+  LineReader lines(std::string_view("\xff\0\x80\n", 4));
+  EXPECT_EQ(lines.next(4), 3);
+  EXPECT_EQ(lines.written(5), std::string("\xff\0\x80\0#", 5));
+}
+
+TEST(FilesGetLine, AtTheEndOfTheFileTheBufferIsEmpty) {
+  LineReader lines("");
+  EXPECT_EQ(lines.next(4), -1);
+  EXPECT_EQ(lines.written(2), std::string("\0#", 2));
+}
+
+TEST(FilesGetLine, AMaximumOfZeroTakesEmptyLinesOnly) {
+  LineReader lines("\nab\n");
+  EXPECT_EQ(lines.next(0), 0);
+  EXPECT_EQ(lines.written(2), std::string("\0#", 2));
+  lines.buffer[0] = '#';
+  EXPECT_EQ(lines.next(0), -2);
+  EXPECT_EQ(lines.rest(), "b\n");
+  EXPECT_EQ(lines.next(0), -1);
+  EXPECT_EQ(lines.written(2), "##");
+}
+
+TEST(FilesGetLine, ANegativeMaximumWritesNothing) {
+  LineReader lines("\nab");
+  EXPECT_EQ(lines.next(-1), 0);
+  EXPECT_EQ(lines.next(-5), -2);
+  EXPECT_EQ(lines.next(-1), -2);
+  EXPECT_EQ(lines.next(-1), -1);
+  EXPECT_EQ(lines.written(3), "###");
+}
+
+TEST(FilesGetLine, WithoutStreamOrBufferThereIsNoLine) {
+  char buffer[4] = "abc";
+  EXPECT_EQ(qal_io_get_aline(nullptr, 3, buffer), -1);
+  EXPECT_STREQ(buffer, "abc");
+  const File stream{std::fopen("/dev/zero", "rbe")};
+  EXPECT_EQ(qal_io_get_aline(stream.get(), 3, nullptr), -1);
+}
+
+TEST(FilesStat, EveryFieldIsThePlatforms) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("a", "12345");
+  ASSERT_EQ(link(path.c_str(), (scratch / "b").c_str()), 0);
+  ASSERT_EQ(chmod(path.c_str(), 04751), 0);
+  if (geteuid() == 0) {
+    ASSERT_EQ(chown(path.c_str(), 1234, 5678), 0);
+  }
+  const timespec times[2] = {{1000000001, 0}, {5000000002, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  struct stat info {};
+  ASSERT_EQ(stat(path.c_str(), &info), 0);
+
+  QalStat record;
+  ASSERT_EQ(qal_stat(path.c_str(), &record), 0);
+  EXPECT_EQ(record.access_time, 1000000001);
+  EXPECT_EQ(record.modification_time, 5000000002);
+  EXPECT_EQ(record.change_time, info.st_ctime);
+  EXPECT_EQ(record.inode, info.st_ino);
+  EXPECT_EQ(record.group_id, info.st_gid);
+  EXPECT_EQ(record.user_id, info.st_uid);
+  EXPECT_EQ(record.device, static_cast<int32_t>(info.st_dev));
+  EXPECT_EQ(record.mode, info.st_mode);
+  EXPECT_EQ(record.mode & 0170000U, 0100000U);
+  EXPECT_EQ(record.link_count, 2U);
+  EXPECT_EQ(record.special_device, 0);
+  EXPECT_EQ(record.size, 5);
+}
+
+TEST(FilesStat, ADeviceFileNamesItsDevice) {
+  struct stat info {};
+  ASSERT_EQ(stat("/dev/null", &info), 0);
+  QalStat record;
+  ASSERT_EQ(qal_stat("/dev/null", &record), 0);
+  EXPECT_EQ(record.special_device, static_cast<int32_t>(info.st_rdev));
+  EXPECT_NE(record.special_device, 0);
+  EXPECT_EQ(record.mode & 0170000U, 0020000U);
+}
+
+TEST(FilesStat, SizesBeyond32BitsAreWhole) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("sparse");
+  ASSERT_EQ(truncate(path.c_str(), 5'000'000'000), 0);
+  QalStat record;
+  ASSERT_EQ(qal_stat(path.c_str(), &record), 0);
+  EXPECT_EQ(record.size, 5'000'000'000);
+}
+
+TEST(FilesStat, LinksAreFollowed) {
+  const ScratchDir scratch;
+  ASSERT_EQ(symlink(scratch.file("a", "123").c_str(), (scratch / "link").c_str()), 0);
+  QalStat record;
+  ASSERT_EQ(qal_stat((scratch / "link").c_str(), &record), 0);
+  EXPECT_EQ(record.size, 3);
+  EXPECT_EQ(record.mode & 0170000U, 0100000U);
+}
+
+TEST(FilesStat, AFailureLeavesTheRecordZeroAndSaysWhy) {
+  for (const char *path : {"/absent/file", "", static_cast<const char *>(nullptr)}) {
+    QalStat record;
+    std::fill_n(reinterpret_cast<char *>(&record), sizeof record, '\x5a');
+    errno = 0;
+    EXPECT_EQ(qal_stat(path, &record), -1);
+    EXPECT_EQ(errno, ENOENT);
+    const auto *bytes = reinterpret_cast<const char *>(&record);
+    EXPECT_EQ(std::count(bytes, bytes + sizeof record, '\0'), 64);
+  }
+}
+
+TEST(FilesIsDirectory, OnlyDirectoriesAndLinksToThemAre) {
+  const ScratchDir scratch;
+  const auto directory = scratch.directory("d");
+  const auto file = scratch.file("f");
+  ASSERT_EQ(symlink(directory.c_str(), (scratch / "to_d").c_str()), 0);
+  ASSERT_EQ(symlink(file.c_str(), (scratch / "to_f").c_str()), 0);
+  EXPECT_EQ(qal_is_dir(directory.c_str()), 1);
+  EXPECT_EQ(qal_is_dir((directory + "/").c_str()), 1);
+  EXPECT_EQ(qal_is_dir((scratch / "to_d").c_str()), 1);
+  EXPECT_EQ(qal_is_dir(file.c_str()), 0);
+  EXPECT_EQ(qal_is_dir((scratch / "to_f").c_str()), 0);
+  EXPECT_EQ(qal_is_dir((scratch / "absent").c_str()), 0);
+  EXPECT_EQ(qal_is_dir("/dev/null"), 0);
+  EXPECT_EQ(qal_is_dir(""), 0);
+  EXPECT_EQ(qal_is_dir(nullptr), 0);
+}
+
+TEST(FilesIsDirectory, TheWholeTypeIsCompared) {
+  const ScratchDir scratch;
+  const auto path = scratch / "socket";
+  make_socket(path);
+  EXPECT_EQ(qal_is_dir(path.c_str()), 0);
+}
+
+std::string patterned(std::size_t size_bytes) {
+  std::string text(size_bytes, '\0');
+  for (std::size_t i = 0; i < size_bytes; ++i) text[i] = static_cast<char>(i * 31 + i / 251);
+  return text;
+}
+
+TEST(FilesCopy, TheContentIsEqualOnBothSidesOfEveryBlock) {
+  const ScratchDir scratch;
+  for (const std::size_t size : {0U, 1U, 16383U, 16384U, 16385U, 32768U, 100000U}) {
+    const auto content = patterned(size);
+    const auto from = scratch.file("from", content);
+    ASSERT_EQ(qal_file_copy(from.c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_OK) << size;
+    EXPECT_EQ(read_file(scratch / "to"), content);
+    EXPECT_EQ(read_file(from), content);
+  }
+}
+
+TEST(FilesCopy, AnExistingDestinationIsReplacedAndKeepsItsPermissions) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "new");
+  const auto to = scratch.file("to", "something longer");
+  ASSERT_EQ(chmod(to.c_str(), 0640), 0);
+  EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(read_file(to), "new");
+  EXPECT_EQ(permissions_of(to), 0640U);
+}
+
+TEST(FilesCopy, ANewDestinationTakesTheSourcesPermissionsLessTheMask) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "x");
+  const auto old_mask = umask(027);
+  ASSERT_EQ(chmod(from.c_str(), 0755), 0);
+  EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "program").c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(permissions_of(scratch / "program"), 0750U);
+  ASSERT_EQ(chmod(from.c_str(), 0400), 0);
+  EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "secret").c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(permissions_of(scratch / "secret"), 0400U);
+  ASSERT_EQ(chmod(from.c_str(), 06711), 0);
+  EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "plain").c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(permissions_of(scratch / "plain"), 0710U);
+  umask(old_mask);
+}
+
+TEST(FilesCopy, AMissingSourceIsNoSourceAndTheDestinationStays) {
+  const ScratchDir scratch;
+  const auto to = scratch.file("to", "kept");
+  EXPECT_EQ(qal_file_copy((scratch / "absent").c_str(), to.c_str(), 0), QAL_STATUS_NO_SOURCE);
+  EXPECT_EQ(qal_file_copy((scratch / "absent").c_str(), to.c_str(), 1), QAL_STATUS_NO_SOURCE);
+  EXPECT_EQ(qal_file_copy(nullptr, to.c_str(), 0), QAL_STATUS_NO_SOURCE);
+  EXPECT_EQ(read_file(to), "kept");
+  EXPECT_EQ(qal_file_copy((scratch / "absent").c_str(), (scratch / "new").c_str(), 0),
+            QAL_STATUS_NO_SOURCE);
+  EXPECT_FALSE(exists(scratch / "new"));
+}
+
+TEST(FilesCopy, AnUnreadableSourceIsNoSource) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "secret");
+  ASSERT_EQ(chmod(from.c_str(), 0), 0);
+  ASSERT_EQ(chmod(scratch.path().c_str(), 0777), 0);
+  const auto result = run_unprivileged([&] {
+    EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_NO_SOURCE);
+    EXPECT_FALSE(exists(scratch / "to"));
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(FilesCopy, OnRequestAnExistingDestinationIsKept) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "new");
+  const auto to = scratch.file("to", "old");
+  EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 1), QAL_STATUS_EXISTS);
+  EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 0xff), QAL_STATUS_EXISTS);
+  EXPECT_EQ(read_file(to), "old");
+  EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "fresh").c_str(), 1), QAL_STATUS_OK);
+  EXPECT_EQ(read_file(scratch / "fresh"), "new");
+}
+
+TEST(FilesCopy, OtherFlagsDoNotKeepTheDestination) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "new");
+  const auto to = scratch.file("to", "old");
+  EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 0xfffffffe), QAL_STATUS_OK);
+  EXPECT_EQ(read_file(to), "new");
+}
+
+TEST(FilesCopy, AFifoWithoutAWriterIsKeptWithoutWaiting) {
+  const ScratchDir scratch;
+  ASSERT_EQ(mkfifo((scratch / "fifo").c_str(), 0600), 0);
+  EXPECT_EQ(qal_file_copy(scratch.file("from").c_str(), (scratch / "fifo").c_str(), 1),
+            QAL_STATUS_EXISTS);
+}
+
+// Deliberate: what counts is whether the destination can be opened for reading, not whether it is
+// there.
+TEST(FilesCopy, AnUnreadableDestinationIsNotKept) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "new");
+  const auto to = scratch.file("to", "old");
+  ASSERT_EQ(chmod(to.c_str(), 0222), 0);
+  const auto result = run_unprivileged(
+      [&] { EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 1), QAL_STATUS_OK); });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_EQ(read_file(to), "new");
+}
+
+TEST(FilesCopy, AFileOntoItselfFailsAndStaysWhole) {
+  const ScratchDir scratch;
+  const auto file = scratch.file("file", "content");
+  ASSERT_EQ(link(file.c_str(), (scratch / "hard").c_str()), 0);
+  ASSERT_EQ(symlink("file", (scratch / "soft").c_str()), 0);
+  for (const char *name : {"file", "./file", "hard", "soft"}) {
+    EXPECT_EQ(qal_file_copy(file.c_str(), (scratch / name).c_str(), 0), QAL_STATUS_FAILED) << name;
+    EXPECT_EQ(qal_file_copy((scratch / name).c_str(), file.c_str(), 0), QAL_STATUS_FAILED) << name;
+    EXPECT_EQ(qal_file_copy(file.c_str(), (scratch / name).c_str(), 1), QAL_STATUS_EXISTS) << name;
+  }
+  EXPECT_EQ(read_file(file), "content");
+}
+
+TEST(FilesCopy, ADestinationThatCannotBeOpenedFails) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "x");
+  const auto directory = scratch.directory("d");
+  EXPECT_EQ(qal_file_copy(from.c_str(), directory.c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_copy(from.c_str(), directory.c_str(), 1), QAL_STATUS_EXISTS);
+  EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "absent/to").c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_copy(from.c_str(), "", 1), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_copy(from.c_str(), nullptr, 1), QAL_STATUS_FAILED);
+}
+
+TEST(FilesCopy, ADirectoryOpensAsASourceButCannotBeRead) {
+  const ScratchDir scratch;
+  EXPECT_EQ(qal_file_copy(scratch.path().c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(scratch / "to"), "");
+}
+
+TEST(FilesCopy, DevicesServeOnBothSides) {
+  const ScratchDir scratch;
+  EXPECT_EQ(qal_file_copy("/dev/null", (scratch / "to").c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(read_file(scratch / "to"), "");
+  EXPECT_EQ(qal_file_copy(scratch.file("from", "x").c_str(), "/dev/null", 0), QAL_STATUS_OK);
+}
+
+TEST(FilesCopy, NoDescriptorStaysOpenOnAnyPath) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "x");
+  const int before = open_descriptors();
+  qal_file_copy(from.c_str(), (scratch / "to").c_str(), 0);
+  qal_file_copy(from.c_str(), (scratch / "to").c_str(), 1);
+  qal_file_copy(from.c_str(), from.c_str(), 0);
+  qal_file_copy(from.c_str(), scratch.path().c_str(), 0);
+  qal_file_copy(scratch.path().c_str(), (scratch / "to").c_str(), 0);
+  qal_file_copy("/absent", from.c_str(), 0);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(FilesUnlink, AFileGoes) {
+  const ScratchDir scratch;
+  EXPECT_EQ(qal_file_unlink(scratch.file("a").c_str()), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), Lines{});
+}
+
+TEST(FilesUnlink, ALinkGoesAndItsTargetStays) {
+  const ScratchDir scratch;
+  const auto target = scratch.file("target", "kept");
+  ASSERT_EQ(symlink(target.c_str(), (scratch / "link").c_str()), 0);
+  EXPECT_EQ(qal_file_unlink((scratch / "link").c_str()), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), Lines{"target"});
+  EXPECT_EQ(read_file(target), "kept");
+}
+
+TEST(FilesUnlink, WhatIsNoFileFails) {
+  const ScratchDir scratch;
+  EXPECT_EQ(qal_file_unlink((scratch / "absent").c_str()), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_unlink(scratch.directory("d").c_str()), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_unlink(""), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_unlink(nullptr), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(scratch.path()), Lines{"d"});
+}
+
+TEST(FilesRemoveDirectory, AnEmptyOneGoesEitherWay) {
+  const ScratchDir scratch;
+  for (const int recursive : {0, 1, 2, -1}) {
+    EXPECT_EQ(qal_file_rmdir(scratch.directory("d").c_str(), recursive), QAL_STATUS_OK);
+    EXPECT_FALSE(exists(scratch / "d"));
+  }
+}
+
+TEST(FilesRemoveDirectory, OnlyExactlyOneIsRecursive) {
+  const ScratchDir scratch;
+  const auto directory = scratch.directory("d");
+  scratch.file("d/a");
+  for (const int recursive : {0, 2, -1, 0x101}) {
+    EXPECT_EQ(qal_file_rmdir(directory.c_str(), recursive), QAL_STATUS_FAILED);
+  }
+  EXPECT_EQ(names_in(directory), Lines{"a"});
+  EXPECT_EQ(qal_file_rmdir(directory.c_str(), 1), QAL_STATUS_OK);
+}
+
+TEST(FilesRemoveDirectory, WithoutRecursionTheBackslashIsANameLikeAnyOther) {
+  const ScratchDir scratch;
+  EXPECT_EQ(qal_file_rmdir(scratch.directory("a\\b").c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), Lines{});
+}
+
+TEST(FilesRemoveDirectory, WhatIsNoDirectoryFails) {
+  const ScratchDir scratch;
+  const auto file = scratch.file("file", "kept");
+  for (const int recursive : {0, 1}) {
+    EXPECT_EQ(qal_file_rmdir(file.c_str(), recursive), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rmdir((file + "/").c_str(), recursive), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rmdir((scratch / "absent").c_str(), recursive), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rmdir("", recursive), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rmdir(nullptr, recursive), QAL_STATUS_FAILED);
+  }
+  EXPECT_EQ(read_file(file), "kept");
+}
+
+// Below the scratch directory: what is to be removed, and what must stay beside it.
+class TreeRemoval : public testing::Test {
+ protected:
+  TreeRemoval() {
+    scratch.directory("tree");
+    put("outside/kept", "content");
+  }
+  // Like ScratchDir's own, and makes the directories on the way.
+  std::string put(const fs::path &name, std::string_view content = "") const {
+    scratch.directory(name.parent_path().string());
+    return scratch.file(name.string(), content);
+  }
+  int remove() const { return qal_file_rmdir(tree.c_str(), 1); }
+  void link_in_tree(const std::string &target, const char *name) const {
+    ASSERT_EQ(symlink(target.c_str(), (tree + "/" + name).c_str()), 0);
+  }
+  void expect_outside_whole() const {
+    EXPECT_EQ(names_in(outside), Lines{"kept"});
+    EXPECT_EQ(read_file(outside + "/kept"), "content");
+  }
+
+  const ScratchDir scratch;
+  const std::string tree = scratch / "tree";
+  const std::string outside = scratch / "outside";
+};
+
+TEST_F(TreeRemoval, HiddenFilesAndNestedDirectoriesGo) {
+  scratch.directory("tree/e");
+  for (const char *name : {"f", ".g", "...", "..h", "a/i", "a/b/.j", "a/b/c/k", ".hidden/l"}) {
+    put(std::string("tree/") + name, "x");
+  }
+  EXPECT_EQ(remove(), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), Lines{"outside"});
+}
+
+TEST_F(TreeRemoval, OddNamesArePlainNames) {
+  for (const char *name : {"new\nline", "%s%n", "*", "~", " ", "-rf", "\xff\xfe"}) {
+    put(std::string("tree/") + name);
+    put(std::string("tree/d") + name + "/file");
+  }
+  EXPECT_EQ(remove(), QAL_STATUS_OK);
+  EXPECT_FALSE(exists(tree));
+}
+
+TEST_F(TreeRemoval, ThousandsOfNamesGo) {
+  for (int i = 0; i < 3000; ++i) {
+    const auto path = tree + "/" + std::to_string(i) + std::string(40, 'n');
+    const int handle = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_GE(handle, 0);
+    close(handle);
+  }
+  EXPECT_EQ(remove(), QAL_STATUS_OK);
+  EXPECT_FALSE(exists(tree));
+}
+
+TEST_F(TreeRemoval, ReadOnlyFilesGo) {
+  ASSERT_EQ(chmod(put("tree/a").c_str(), 0), 0);
+  EXPECT_EQ(remove(), QAL_STATUS_OK);
+}
+
+TEST_F(TreeRemoval, FifosAndCharacterDevicesAreFiles) {
+  ASSERT_EQ(mkfifo((tree + "/fifo").c_str(), 0600), 0);
+  link_in_tree("fifo", "to_fifo");
+  link_in_tree("/dev/null", "to_device");
+  make_device(tree + "/device", S_IFCHR);  // one more where the user may make it
+  EXPECT_EQ(remove(), QAL_STATUS_OK);
+  EXPECT_TRUE(exists("/dev/null"));
+}
+
+TEST_F(TreeRemoval, ALinkToAFileGoesAndTheFileStays) {
+  link_in_tree(outside + "/kept", "link");
+  EXPECT_EQ(remove(), QAL_STATUS_OK);
+  EXPECT_FALSE(exists(tree));
+  expect_outside_whole();
+}
+
+// Deliberate: nothing is ever removed through a link.
+TEST_F(TreeRemoval, ALinkToADirectoryFailsWhenMetAndItsTargetStaysWhole) {
+  link_in_tree("../outside", "link");
+  put("tree/file");
+  EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(tree), Lines{"link"});
+  expect_outside_whole();
+}
+
+TEST_F(TreeRemoval, ALinkToADirectoryDeeperInFailsAsWell) {
+  scratch.directory("tree/a/b");
+  link_in_tree(outside, "a/b/link");
+  EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  EXPECT_TRUE(exists(tree + "/a/b/link"));
+  expect_outside_whole();
+}
+
+TEST_F(TreeRemoval, APathThatIsALinkFailsAlsoWithATrailingSlashOrDot) {
+  const auto link = scratch / "link";
+  ASSERT_EQ(symlink("outside", link.c_str()), 0);
+  for (const char *ending : {"", "/", "//", "\\", "/\\/", "/.", "/./", "\\."}) {
+    EXPECT_EQ(qal_file_rmdir((link + ending).c_str(), 1), QAL_STATUS_FAILED) << ending;
+    EXPECT_TRUE(exists(link));
+    expect_outside_whole();
+  }
+}
+
+TEST_F(TreeRemoval, ALinkOnTheWayToTheDirectoryIsThePlatformsAffair) {
+  put("outside/d/e");
+  ASSERT_EQ(symlink("outside", (scratch / "link").c_str()), 0);
+  EXPECT_EQ(qal_file_rmdir((scratch / "link/d").c_str(), 1), QAL_STATUS_OK);
+  expect_outside_whole();
+}
+
+TEST_F(TreeRemoval, ALinkThatLeadsNowhereStaysAndSoDoesItsDirectory) {
+  link_in_tree("absent", "link");
+  put("tree/a/file");
+  EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(tree), Lines{"link"});
+}
+
+TEST_F(TreeRemoval, ANameWithABackslashFailsWhenMetAndTouchesNothingElsewhere) {
+  for (const char *name : {"..\\outside\\kept", "\\", "a\\"}) {
+    const auto odd = put(std::string("tree/") + name, "odd");
+    put("tree/d/file");
+    EXPECT_EQ(remove(), QAL_STATUS_FAILED) << name;
+    EXPECT_EQ(read_file(odd), "odd");
+    EXPECT_TRUE(exists(tree + "/d/file"));
+    expect_outside_whole();
+    ASSERT_EQ(unlink(odd.c_str()), 0);
+  }
+}
+
+TEST_F(TreeRemoval, ADirectoryWithABackslashInItsNameFailsWhenMet) {
+  put("tree/..\\outside/kept", "inside");
+  put("tree/file");
+  EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(tree), Lines{"..\\outside"});
+  EXPECT_EQ(read_file(tree + "/..\\outside/kept"), "inside");
+  expect_outside_whole();
+}
+
+TEST_F(TreeRemoval, BackslashesInThePathAreSlashesThroughout) {
+  put("tree/a/b/file");
+  put("tree/a\\b/file", "kept");
+  EXPECT_EQ(qal_file_rmdir((tree + "\\a\\b").c_str(), 1), QAL_STATUS_OK);
+  EXPECT_FALSE(exists(tree + "/a/b"));
+  EXPECT_EQ(read_file(tree + "/a\\b/file"), "kept");
+}
+
+TEST_F(TreeRemoval, TrailingSlashesAreAllowed) {
+  for (const char *ending : {"/", "//", "\\", "/\\"}) {
+    put("tree/a/file");
+    EXPECT_EQ(qal_file_rmdir((tree + ending).c_str(), 1), QAL_STATUS_OK) << ending;
+    EXPECT_FALSE(exists(tree));
+  }
+}
+
+TEST_F(TreeRemoval, ATildeIsAName) {
+  put("~/file");
+  const auto result = run_in_child([this] {
+    ASSERT_EQ(setenv("HOME", outside.c_str(), 1), 0);
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+    EXPECT_EQ(qal_file_rmdir("~", 1), QAL_STATUS_OK);
+    EXPECT_EQ(qal_file_rmdir("~", 1), QAL_STATUS_FAILED);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_FALSE(exists(scratch / "~"));
+  expect_outside_whole();
+}
+
+// Deliberate: the platform removes no directory by these names, so its content stays as well.
+TEST_F(TreeRemoval, APathThatEndsInADotNameFailsWithNothingRemoved) {
+  put("tree/a/file");
+  for (const char *ending : {"/.", "/..", "/a/..", "/./", "/a/../"}) {
+    EXPECT_EQ(qal_file_rmdir((tree + ending).c_str(), 1), QAL_STATUS_FAILED) << ending;
+    EXPECT_TRUE(exists(tree + "/a/file"));
+  }
+  const auto result = run_in_child([this] {
+    ASSERT_EQ(chdir(tree.c_str()), 0);
+    EXPECT_EQ(qal_file_rmdir(".", 1), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rmdir("..", 1), QAL_STATUS_FAILED);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_TRUE(exists(tree + "/a/file"));
+  expect_outside_whole();
+}
+
+// Locked into the scratch directory: were the check missing, nothing else could be lost.
+TEST_F(TreeRemoval, TheRootFailsWithNothingRemoved) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root changes the root directory";
+  const auto result = run_in_child([this] {
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+    ASSERT_EQ(chroot("."), 0);
+    for (const char *path : {"/", "//", "\\", "/."}) {
+      EXPECT_EQ(qal_file_rmdir(path, 1), QAL_STATUS_FAILED) << path;
+    }
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  expect_outside_whole();
+}
+
+// Deliberate: a socket has the bit in its type that tells directories, so it counts as one.
+TEST_F(TreeRemoval, ASocketFailsAfterTheFiles) {
+  make_socket(tree + "/socket");
+  put("tree/file");
+  EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(tree), Lines{"socket"});
+}
+
+TEST_F(TreeRemoval, ABlockDeviceFailsAfterTheFiles) {
+  if (!make_device(tree + "/device", S_IFBLK)) GTEST_SKIP() << "device files may not be made";
+  put("tree/file");
+  EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(tree), Lines{"device"});
+}
+
+TEST_F(TreeRemoval, FilesGoBeforeSubdirectories) {
+  put("tree/locked/file");
+  for (const char *name : {"a", "z", "locked.file"}) put(std::string("tree/") + name);
+  ASSERT_EQ(chmod(tree.c_str(), 0777), 0);
+  const auto result = run_unprivileged([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_EQ(names_in(tree), Lines{"locked"});
+  EXPECT_EQ(names_in(tree + "/locked"), Lines{"file"});
+}
+
+TEST_F(TreeRemoval, ADirectoryThatMayNotBeReadFails) {
+  scratch.directory("tree/d");
+  ASSERT_EQ(chmod((tree + "/d").c_str(), 0), 0);
+  ASSERT_EQ(chmod(tree.c_str(), 0777), 0);
+  const auto result = run_unprivileged([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_TRUE(exists(tree + "/d"));
+}
+
+TEST_F(TreeRemoval, ADirectoryThatMayNotBeSearchedKeepsItsContent) {
+  put("tree/file");
+  ASSERT_EQ(chmod(tree.c_str(), 0666), 0);
+  const auto result = run_unprivileged([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_EQ(names_in(tree), Lines{"file"});
+}
+
+// Makes `levels` directories named "d", one in the other, below the working directory.
+void descend(int levels) {
+  for (int level = 0; level < levels; ++level) {
+    ASSERT_EQ(mkdir("d", 0755), 0);
+    ASSERT_EQ(chdir("d"), 0);
+  }
+}
+
+TEST_F(TreeRemoval, ATreeAsDeepAsAPathAllowsGoes) {
+  const auto result = run_in_child([this] {
+    ASSERT_EQ(chdir(tree.c_str()), 0);
+    ASSERT_NO_FATAL_FAILURE(descend(509));
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+    EXPECT_EQ(qal_file_rmdir("tree", 1), QAL_STATUS_OK);  // its longest path has 1022 bytes
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_FALSE(exists(tree));
+}
+
+TEST_F(TreeRemoval, AnEntryPathOf1023BytesIsTheLongest) {
+  const std::string name(199, 'd');
+  const std::string longest(18, 'f');  // "tree" and five names with their slashes take 1004 bytes
+  const auto result = run_in_child([&] {
+    for (const std::string &last : {longest, longest + "f"}) {
+      ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+      ASSERT_TRUE(mkdir("tree", 0755) == 0 || errno == EEXIST);
+      ASSERT_EQ(chdir("tree"), 0);
+      for (int level = 0; level < 5; ++level) {
+        ASSERT_EQ(mkdir(name.c_str(), 0755), 0);
+        ASSERT_EQ(chdir(name.c_str()), 0);
+      }
+      ASSERT_NO_FATAL_FAILURE(write_file(last, "x"));
+      ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+      EXPECT_EQ(qal_file_rmdir("tree", 1), last == longest ? QAL_STATUS_OK : QAL_STATUS_FAILED);
+    }
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_TRUE(exists(tree));
+}
+
+TEST_F(TreeRemoval, AMuchDeeperTreeFailsWithoutHarm) {
+  const auto result = run_in_child([this] {
+    ASSERT_EQ(chdir(tree.c_str()), 0);
+    ASSERT_NO_FATAL_FAILURE(descend(600));
+    EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_TRUE(exists(tree));
+}
+
+TEST_F(TreeRemoval, APathThatDoesNotFit1024BytesFails) {
+  std::string longest = tree;
+  while (longest.size() < 1023) longest += '/';
+  put("tree/file");
+  EXPECT_EQ(qal_file_rmdir((tree + std::string(5000, 'x')).c_str(), 1), QAL_STATUS_FAILED);
+  EXPECT_TRUE(exists(tree + "/file"));
+  EXPECT_EQ(qal_file_rmdir(longest.c_str(), 1), QAL_STATUS_OK);
+}
+
+TEST_F(TreeRemoval, NothingIsReportedAndNoDescriptorStaysOpen) {
+  link_in_tree("absent", "link");
+  put("tree/a/b/file");
+  const int before = open_descriptors();
+  const LogCapture log;
+  EXPECT_EQ(remove(), QAL_STATUS_FAILED);
+  ASSERT_EQ(unlink((tree + "/link").c_str()), 0);
+  EXPECT_EQ(remove(), QAL_STATUS_OK);
+  EXPECT_EQ(log.lines(), Lines{});
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(FilesRename, TheFileTakesTheNewNameAndReplacesAnOldOne) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "new");
+  const auto to = scratch.file("to", "old");
+  EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
+  EXPECT_EQ(read_file(to), "new");
+}
+
+TEST(FilesRename, DirectoriesAreRenamedToo) {
+  const ScratchDir scratch;
+  scratch.directory("from");
+  scratch.file("from/a");
+  EXPECT_EQ(qal_file_rename((scratch / "from").c_str(), (scratch / "to").c_str(), 0xfffeffff),
+            QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch / "to"), Lines{"a"});
+}
+
+TEST(FilesRename, WhatThePlatformRefusesFails) {
+  const ScratchDir scratch;
+  const auto file = scratch.file("file", "x");
+  EXPECT_EQ(qal_file_rename((scratch / "absent").c_str(), file.c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rename(file.c_str(), (scratch / "absent/to").c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rename(nullptr, file.c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rename(file.c_str(), nullptr, 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(file), "x");
+}
+
+constexpr unsigned by_copying = 0x10000;
+
+TEST(FilesRename, ByCopyingANewFileTakesThePlace) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", patterned(50000));
+  ASSERT_EQ(link(from.c_str(), (scratch / "witness").c_str()), 0);
+  EXPECT_EQ(qal_file_rename(from.c_str(), (scratch / "to").c_str(), by_copying), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), (Lines{"to", "witness"}));
+  EXPECT_EQ(read_file(scratch / "to"), patterned(50000));
+  EXPECT_FALSE(fs::equivalent(scratch / "to", scratch / "witness"));
+}
+
+TEST(FilesRename, ByCopyingAnExistingNameIsKeptAndNothingChanges) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "new");
+  const auto to = scratch.file("to", "old");
+  EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), by_copying), QAL_STATUS_EXISTS);
+  EXPECT_EQ(qal_file_rename(from.c_str(), from.c_str(), by_copying), QAL_STATUS_EXISTS);
+  EXPECT_EQ(read_file(from), "new");
+  EXPECT_EQ(read_file(to), "old");
+}
+
+TEST(FilesRename, ByCopyingTheStatusOfTheCopyIsTheResult) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "x");
+  const auto to = scratch / "to";
+  EXPECT_EQ(qal_file_rename((scratch / "absent").c_str(), to.c_str(), by_copying),
+            QAL_STATUS_NO_SOURCE);
+  EXPECT_EQ(qal_file_rename(nullptr, to.c_str(), by_copying), QAL_STATUS_NO_SOURCE);
+  EXPECT_EQ(qal_file_rename(from.c_str(), (scratch / "absent/to").c_str(), by_copying),
+            QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rename(from.c_str(), nullptr, by_copying), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(scratch.path()), Lines{"from"});
+}
+
+TEST(FilesRename, ByCopyingASourceThatCannotBeRemovedFailsWithBothThere) {
+  const ScratchDir scratch;
+  scratch.directory("locked");
+  const auto from = scratch.file("locked/from", "x");
+  const auto target = scratch.directory("open");
+  ASSERT_EQ(chmod(target.c_str(), 0777), 0);
+  const auto result = run_unprivileged([&] {
+    EXPECT_EQ(qal_file_rename(from.c_str(), (target + "/to").c_str(), by_copying),
+              QAL_STATUS_FAILED);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  EXPECT_EQ(read_file(from), "x");
+  EXPECT_EQ(read_file(target + "/to"), "x");
+}
+
+// A stream over `content`.
+File stream_over(const ScratchDir &scratch, std::string_view content) {
+  return File{std::fopen(scratch.file("stream", content).c_str(), "rbe")};
+}
+
+TEST(FilesRead, EveryItemArrives) {
+  const ScratchDir scratch;
+  const auto content = patterned(100000);
+  const File stream = stream_over(scratch, content);
+  std::string buffer(100000, '#');
+  EXPECT_EQ(qal_fread(buffer.data(), 8, 12500, stream.get()), 12500U);
+  EXPECT_EQ(buffer, content);
+}
+
+TEST(FilesRead, AnEarlyEndGivesTheWholeItems) {
+  const ScratchDir scratch;
+  const File stream = stream_over(scratch, "abcdefghijk");
+  char buffer[20] = {};
+  EXPECT_EQ(qal_fread(buffer, 4, 5, stream.get()), 2U);
+  EXPECT_EQ(std::string(buffer, 8), "abcdefgh");
+  EXPECT_NE(std::feof(stream.get()), 0);
+  EXPECT_EQ(qal_fread(buffer, 4, 5, stream.get()), 0U);
+}
+
+TEST(FilesRead, NoMoreIsReadThanAskedFor) {
+  const ScratchDir scratch;
+  const File stream = stream_over(scratch, "abcdef");
+  char buffer[8] = "#######";
+  EXPECT_EQ(qal_fread(buffer, 2, 2, stream.get()), 2U);
+  EXPECT_STREQ(buffer, "abcd###");
+  EXPECT_EQ(std::fgetc(stream.get()), 'e');
+}
+
+TEST(FilesRead, NothingAskedForIsNothingRead) {
+  const ScratchDir scratch;
+  const File stream = stream_over(scratch, "abc");
+  char buffer[4] = "###";
+  EXPECT_EQ(qal_fread(buffer, 1, 0, stream.get()), 0U);
+  EXPECT_EQ(qal_fread(buffer, 0, 3, stream.get()), 0U);
+  EXPECT_EQ(qal_fread(nullptr, 1, 3, stream.get()), 0U);
+  EXPECT_EQ(qal_fread(buffer, 1, 3, nullptr), 0U);
+  EXPECT_STREQ(buffer, "###");
+  EXPECT_EQ(std::fgetc(stream.get()), 'a');
+}
+
+TEST(FilesRead, MoreThanTheAddressSpaceHoldsIsNotRead) {
+  const ScratchDir scratch;
+  const File stream = stream_over(scratch, "abc");
+  char buffer[4] = "###";
+  EXPECT_EQ(qal_fread(buffer, uint64_t{1} << 32, uint64_t{1} << 32, stream.get()), 0U);
+  EXPECT_EQ(qal_fread(buffer, 3, UINT64_MAX / 3 + 1, stream.get()), 0U);
+  EXPECT_STREQ(buffer, "###");
+  EXPECT_EQ(std::fgetc(stream.get()), 'a');
+}
+
+TEST(FilesRead, AStreamThatCannotBeReadGivesNothingAndLosesItsErrorMark) {
+  const ScratchDir scratch;
+  const File stream{std::fopen((scratch / "out").c_str(), "wbe")};
+  char buffer[16];
+  EXPECT_EQ(qal_fread(buffer, 1, 16, stream.get()), 0U);
+  EXPECT_EQ(std::ferror(stream.get()), 0);
+}
+
+TEST(FilesTempName, TheDirectoryAndThePrefixAreUsed) {
+  const ScratchDir scratch;
+  unsetenv("TMPDIR");
+  const OwnedText name{qal_tempnam(scratch.path().c_str(), "pre")};
+  ASSERT_NE(name, nullptr);
+  EXPECT_EQ(std::string(name.get()).rfind(scratch / "pre", 0), 0U) << name.get();
+  EXPECT_FALSE(exists(name.get()));
+  const OwnedText other{qal_tempnam(scratch.path().c_str(), "pre")};
+  EXPECT_STRNE(name.get(), other.get());
+}
+
+TEST(FilesTempName, WithoutADirectoryTheEnvironmentNamesIt) {
+  const ScratchDir scratch;
+  unsetenv("TMPDIR");
+  ASSERT_EQ(setenv("ZUL_TMPDIR", scratch.path().c_str(), 1), 0);
+  const OwnedText name{qal_tempnam(nullptr, nullptr)};
+  ASSERT_NE(name, nullptr);
+  EXPECT_EQ(std::string(name.get()).rfind(scratch.path() + "/", 0), 0U) << name.get();
+}
+
+TEST(FilesTempName, AGivenDirectoryGoesBeforeTheEnvironment) {
+  const ScratchDir scratch;
+  const auto given = scratch.directory("given");
+  unsetenv("TMPDIR");
+  ASSERT_EQ(setenv("ZUL_TMPDIR", scratch.path().c_str(), 1), 0);
+  const OwnedText name{qal_tempnam(given.c_str(), "x")};
+  ASSERT_NE(name, nullptr);
+  EXPECT_EQ(std::string(name.get()).rfind(given + "/x", 0), 0U) << name.get();
+}
+
+TEST(FilesTempName, WithNeitherThePlatformChooses) {
+  unsetenv("ZUL_TMPDIR");
+  const ScratchDir scratch;
+  ASSERT_EQ(setenv("TMPDIR", scratch.path().c_str(), 1), 0);
+  const OwnedText name{qal_tempnam(nullptr, "x")};
+  ASSERT_NE(name, nullptr);
+  EXPECT_EQ(std::string(name.get()).rfind(scratch / "x", 0), 0U) << name.get();
+}
+
+}  // namespace

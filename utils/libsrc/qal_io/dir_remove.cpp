@@ -1,0 +1,163 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <qal/files.h>
+#include <qal/status.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "internal/bounded_text.hpp"
+#include "internal/handles.hpp"
+#include "internal/retry.hpp"
+
+namespace {
+
+using qal::internal::BoundedText;
+using qal::internal::Descriptor;
+using qal::internal::Directory;
+using qal::internal::OwnedText;
+using qal::internal::retry_interrupted;
+
+constexpr std::size_t path_room = 1024;
+constexpr std::size_t longest_name = 255;
+// Deliberate: one bit of the file type only. Sockets and block devices carry it too, so they are
+// taken for directories, cannot be opened as one, and end the removal.
+constexpr mode_t directory_bit = 0040000;
+
+// Names one after another, each with its terminator.
+class NameList {
+ public:
+  bool append(std::string_view name) {
+    if (!reserve(name.size() + 1)) return false;
+    std::memcpy(text_.get() + length_, name.data(), name.size());
+    length_ += name.size();
+    text_.get()[length_++] = '\0';
+    return true;
+  }
+
+  // Stops at the first name that `use` answers false to, and says whether there was none.
+  template <typename Use>
+  bool all_of(Use use) const {
+    const char *end = text_.get() + length_;
+    for (const char *name = text_.get(); name != end; name += std::strlen(name) + 1) {
+      if (!use(name)) return false;
+    }
+    return true;
+  }
+
+ private:
+  bool reserve(std::size_t more) {
+    const std::size_t needed = length_ + more;
+    if (needed <= capacity_) return true;
+    std::size_t capacity = 0;
+    if (__builtin_mul_overflow(needed, 2, &capacity)) return false;
+    auto *grown = static_cast<char *>(std::realloc(text_.get(), capacity));
+    if (!grown) return false;
+    static_cast<void>(text_.release());
+    text_.reset(grown);
+    capacity_ = capacity;
+    return true;
+  }
+
+  OwnedText text_;
+  std::size_t length_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+struct Content {
+  NameList files;
+  NameList directories;
+};
+
+// Never follows a link in the last component of `path`.
+Directory open_directory(int parent, const char *path) {
+  Descriptor opened{retry_interrupted([parent, path] {
+    return openat(parent, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  })};
+  if (!opened) return nullptr;
+  Directory directory{fdopendir(opened.get())};
+  if (directory) opened.release();
+  return directory;
+}
+
+bool is_dot_entry(std::string_view name) { return name == "." || name == ".."; }
+
+// What the directory listing passes over is passed over here as well and then keeps its directory
+// from being removed: what cannot be examined (links that lead nowhere) and what is too long.
+bool note_entry(DIR *directory, std::string_view name, std::size_t path_length, Content &content) {
+  struct stat info;
+  if (is_dot_entry(name) || name.size() > longest_name) return true;
+  if (path_length + 1 + name.size() >= path_room) return true;
+  if (fstatat(dirfd(directory), name.data(), &info, 0) != 0) return true;
+  return (info.st_mode & directory_bit ? content.directories : content.files).append(name);
+}
+
+// Everything is read before anything is removed: some systems skip entries of a directory that
+// shrinks while it is read. Like the listing, a directory without even "." counts as unreadable.
+bool read_content(DIR *directory, std::size_t path_length, Content &content) {
+  for (bool first = true;; first = false) {
+    errno = 0;
+    const dirent *entry = readdir(directory);
+    if (!entry) return errno == 0 && !first;
+    if (!note_entry(directory, entry->d_name, path_length, content)) return false;
+  }
+}
+
+// Deliberate: such a name means two things, a file and a path, so it ends the removal.
+bool is_ambiguous(const char *name) { return std::strchr(name, '\\') != nullptr; }
+
+bool remove_tree(int parent, const char *path, std::size_t path_length);
+
+bool remove_content(DIR *directory, std::size_t path_length) {
+  Content content;
+  if (!read_content(directory, path_length, content)) return false;
+  const int here = dirfd(directory);
+  return content.files.all_of([here](const char *name) {
+    return !is_ambiguous(name) && unlinkat(here, name, 0) == 0;
+  }) && content.directories.all_of([here, path_length](const char *name) {
+    return !is_ambiguous(name) && remove_tree(here, name, path_length + 1 + std::strlen(name));
+  });
+}
+
+// `path_length` counts from the start of the whole tree's path. Every level adds two bytes or more,
+// so the room of a path bounds the depth of the recursion too.
+bool remove_tree(int parent, const char *path, std::size_t path_length) {
+  const Directory directory = open_directory(parent, path);
+  return directory && remove_content(directory.get(), path_length) &&
+         unlinkat(parent, path, AT_REMOVEDIR) == 0;
+}
+
+// A slash at the end would make the system follow a link.
+std::string_view without_trailing_slashes(std::string_view path) {
+  const auto last = path.find_last_not_of("/\\");
+  return path.substr(0, last == std::string_view::npos ? 0 : last + 1);
+}
+
+// No system removes a directory by these names, so its content is not touched either; and
+// "link/." would lead through a link.
+bool ends_in_dot_entry(std::string_view path) {
+  return is_dot_entry(path.substr(path.find_last_of('/') + 1));
+}
+
+bool remove_recursively(std::string_view path) {
+  char room[path_room];
+  BoundedText text{room};
+  if (!text.append(without_trailing_slashes(path)) || text.length() == 0) return false;
+  std::replace(text.data(), text.data() + text.length(), '\\', '/');
+  if (ends_in_dot_entry(text.view())) return false;
+  return remove_tree(AT_FDCWD, text.c_str(), text.length());
+}
+
+}  // namespace
+
+int qal_file_rmdir(const char *path, int recursive) {
+  if (!path) return QAL_STATUS_FAILED;
+  const bool removed = recursive == 1 ? remove_recursively(path) : rmdir(path) == 0;
+  return removed ? QAL_STATUS_OK : QAL_STATUS_FAILED;
+}

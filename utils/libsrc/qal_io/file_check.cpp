@@ -1,0 +1,147 @@
+#include <fcntl.h>
+#include <qal/files.h>
+#include <qal/logger.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+
+#include "internal/handles.hpp"
+#include "internal/retry.hpp"
+
+namespace {
+
+using qal::internal::Descriptor;
+using qal::internal::retry_interrupted;
+
+// Programs of the family read the record by these places.
+static_assert(offsetof(QalStat, access_time) == 0);
+static_assert(offsetof(QalStat, change_time) == 8);
+static_assert(offsetof(QalStat, modification_time) == 16);
+static_assert(offsetof(QalStat, inode) == 24);
+static_assert(offsetof(QalStat, group_id) == 32);
+static_assert(offsetof(QalStat, user_id) == 36);
+static_assert(offsetof(QalStat, device) == 40);
+static_assert(offsetof(QalStat, mode) == 44);
+static_assert(offsetof(QalStat, link_count) == 48);
+static_assert(offsetof(QalStat, special_device) == 52);
+static_assert(offsetof(QalStat, size) == 56);
+static_assert(sizeof(QalStat) == 64);
+
+constexpr unsigned refuse_directory = 0x100;
+constexpr unsigned refuse_irregular = 0x200;
+constexpr unsigned option_bits = 0xff00;
+
+constexpr int end_of_file = -1;
+constexpr int line_too_long = -2;
+
+struct Verdict {
+  int usable;
+  const char *finding;  // what to tell after the file's name; null for nothing
+};
+
+constexpr uint32_t type_mask = 0170000;
+constexpr uint32_t type_directory = 0040000;
+constexpr uint32_t type_regular = 0100000;
+
+uint32_t file_type(const QalStat &record) { return record.mode & type_mask; }
+
+const char *wrong_kind(const char *path, unsigned mode) {
+  QalStat record;
+  if (!(mode & (refuse_directory | refuse_irregular))) return nullptr;
+  if (qal_stat(path, &record) != 0) return nullptr;
+  if ((mode & refuse_directory) && file_type(record) == type_directory) return "is a directory.";
+  if ((mode & refuse_irregular) && file_type(record) != type_regular)
+    return "is not a regular file.";
+  return nullptr;
+}
+
+// Exclusive, so that a file that somebody else creates meanwhile is neither emptied nor removed.
+bool can_be_created(const char *path) {
+  const Descriptor file{retry_interrupted(
+      [path] { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); })};
+  if (!file) return false;
+  unlink(path);
+  return true;
+}
+
+Verdict check_writing(const char *path) {
+  if (access(path, F_OK) != 0) {
+    if (can_be_created(path)) return {1, nullptr};
+  } else if (access(path, W_OK) == 0) {
+    return {1, "already exists.\n Okaying will overwrite it."};
+  }
+  return {0, "cannot be created. Permission denied."};
+}
+
+Verdict check(const char *path, unsigned mode) {
+  if (const char *finding = wrong_kind(path, mode)) return {0, finding};
+  if (mode & ~option_bits) return check_writing(path);
+  if (access(path, R_OK) == 0) return {1, nullptr};
+  return {0, "cannot be read."};
+}
+
+int next_character(FILE *stream) {
+  for (;;) {
+    const int character = std::fgetc(stream);
+    if (character != EOF || !std::ferror(stream) || errno != EINTR) return character;
+    std::clearerr(stream);
+  }
+}
+
+// The last step of a line of `length` characters; answers the length of what remains.
+int end_line(char *buf, int length) {
+  if (length > 0 && buf[length - 1] == '\r') --length;
+  buf[length] = '\0';
+  return length;
+}
+
+}  // namespace
+
+int qal_io_chkfil(const char *path, unsigned mode, int verbose) {
+  if (!path) path = "";
+  const Verdict verdict = check(path, mode);
+  if (verbose == 1 && verdict.finding) {
+    const int saved_errno = errno;
+    qal_error("File '%s' %s", path, verdict.finding);
+    errno = saved_errno;
+  }
+  return verdict.usable;
+}
+
+int qal_io_get_aline(FILE *stream, int max_chars, char *buf) {
+  if (!stream || !buf) return end_of_file;
+  if (max_chars > 0) buf[0] = '\0';
+  for (int length = 0;; ++length) {
+    const int character = next_character(stream);
+    if (character == EOF && length == 0) return end_of_file;
+    if (character == EOF || character == '\n') return max_chars < 0 ? 0 : end_line(buf, length);
+    if (length >= max_chars) return line_too_long;
+    buf[length] = static_cast<char>(character);
+  }
+}
+
+int qal_stat(const char *path, QalStat *record) {
+  *record = QalStat{};
+  struct stat info;
+  const int result = stat(path ? path : "", &info);
+  if (result != 0) return result;
+  record->access_time = static_cast<int64_t>(info.st_atime);
+  record->change_time = static_cast<int64_t>(info.st_ctime);
+  record->modification_time = static_cast<int64_t>(info.st_mtime);
+  record->inode = static_cast<uint64_t>(info.st_ino);
+  record->group_id = static_cast<uint32_t>(info.st_gid);
+  record->user_id = static_cast<uint32_t>(info.st_uid);
+  record->device = static_cast<int32_t>(info.st_dev);
+  record->mode = static_cast<uint32_t>(info.st_mode);
+  record->link_count = static_cast<uint32_t>(info.st_nlink);
+  record->special_device = static_cast<int32_t>(info.st_rdev);
+  record->size = static_cast<int64_t>(info.st_size);
+  return result;
+}
+
+int qal_is_dir(const char *path) {
+  QalStat record;
+  return qal_stat(path, &record) == 0 && file_type(record) == type_directory;
+}

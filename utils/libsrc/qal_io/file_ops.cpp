@@ -1,0 +1,139 @@
+#include <fcntl.h>
+#include <qal/files.h>
+#include <qal/status.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <string_view>
+
+#include "internal/handles.hpp"
+#include "internal/retry.hpp"
+
+namespace {
+
+using qal::internal::Descriptor;
+using qal::internal::retry_interrupted;
+
+constexpr unsigned copy_keeps_existing = 0x1;
+constexpr unsigned rename_copies = 0x10000;
+constexpr std::size_t block_size = 16384;
+
+enum class Durability { cached, on_disk };
+
+const char *text_of(const char *path) { return path ? path : ""; }
+
+int status_of(int result) { return result == 0 ? QAL_STATUS_OK : QAL_STATUS_FAILED; }
+
+Descriptor open_source(const char *path) {
+  return Descriptor{retry_interrupted([path] { return open(path, O_RDONLY | O_CLOEXEC); })};
+}
+
+// Non-blocking: a FIFO without a writer answers at once.
+bool can_be_opened(const char *path) {
+  const Descriptor file{retry_interrupted(
+      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); })};
+  return static_cast<bool>(file);
+}
+
+bool is_same_file(const struct stat &one, const struct stat &other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+bool emptied(int file, const struct stat &info) {
+  if (!S_ISREG(info.st_mode)) return true;  // devices and pipes hold nothing to truncate
+  return retry_interrupted([file] { return ftruncate(file, 0); }) == 0;
+}
+
+// Opened without truncating: only the open file can tell that it is not the source itself.
+Descriptor open_destination(const char *path, const struct stat &source) {
+  const auto permissions = static_cast<mode_t>(source.st_mode & 0777);
+  Descriptor file{
+      retry_interrupted([&] { return open(path, O_WRONLY | O_CREAT | O_CLOEXEC, permissions); })};
+  struct stat info;
+  if (!file || fstat(file.get(), &info) != 0) return Descriptor{};
+  if (is_same_file(source, info) || !emptied(file.get(), info)) return Descriptor{};
+  return file;
+}
+
+bool write_whole(int file, std::string_view block) {
+  while (!block.empty()) {
+    const auto written = retry_interrupted([&] { return write(file, block.data(), block.size()); });
+    if (written <= 0) return false;
+    block.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+bool copy_content(int from, int to) {
+  std::array<char, block_size> block;
+  for (;;) {
+    const auto got = retry_interrupted([&] { return read(from, block.data(), block_size); });
+    if (got <= 0) return got == 0;
+    if (!write_whole(to, {block.data(), static_cast<std::size_t>(got)})) return false;
+  }
+}
+
+// What cannot be synchronised at all (EINVAL: a device, a plain file system) is as safe as it gets.
+bool reached_disk(int file) {
+  return retry_interrupted([file] { return fsync(file); }) == 0 || errno == EINVAL;
+}
+
+int copy_file(const char *src, const char *dst, unsigned flags, Durability durability) {
+  const Descriptor from = open_source(src);
+  if (!from) return QAL_STATUS_NO_SOURCE;
+  if ((flags & copy_keeps_existing) && can_be_opened(dst)) return QAL_STATUS_EXISTS;
+  struct stat source;
+  if (fstat(from.get(), &source) != 0) return QAL_STATUS_FAILED;
+  Descriptor to = open_destination(dst, source);
+  if (!to) return QAL_STATUS_FAILED;
+  const bool copied = copy_content(from.get(), to.get()) &&
+                      (durability == Durability::cached || reached_disk(to.get()));
+  const bool closed = close(to.release()) == 0;  // where some file systems report a full disk
+  return copied && closed ? QAL_STATUS_OK : QAL_STATUS_FAILED;
+}
+
+}  // namespace
+
+int qal_file_copy(const char *src, const char *dst, unsigned flags) {
+  return copy_file(text_of(src), text_of(dst), flags, Durability::cached);
+}
+
+int qal_file_unlink(const char *path) { return status_of(unlink(text_of(path))); }
+
+int qal_file_rename(const char *from, const char *to, unsigned flags) {
+  if (!(flags & rename_copies)) return status_of(std::rename(text_of(from), text_of(to)));
+  const int copied =
+      copy_file(text_of(from), text_of(to), copy_keeps_existing, Durability::on_disk);
+  return copied == QAL_STATUS_OK ? qal_file_unlink(from) : copied;
+}
+
+uint64_t qal_fread(void *buf, uint64_t item_size, uint64_t count, FILE *stream) {
+  std::size_t bytes = 0;
+  if (!buf || !stream || __builtin_mul_overflow(item_size, count, &bytes) || bytes == 0) return 0;
+  auto *to = static_cast<char *>(buf);
+  std::size_t total = 0;
+  for (std::size_t chunk = count; chunk > 0 && total < count;) {
+    chunk = std::min(chunk, static_cast<std::size_t>(count) - total);
+    const std::size_t got = std::fread(to + total * item_size, item_size, chunk, stream);
+    total += got;
+    if (got == chunk) continue;
+    if (std::feof(stream)) break;
+    std::clearerr(stream);
+    chunk /= 2;
+  }
+  return total;
+}
+
+// Deliberate: the platform's own choice of names, although it reserves none; some platforms mark
+// the call as deprecated for that.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+char *qal_tempnam(const char *dir, const char *prefix) {
+  return tempnam(dir ? dir : std::getenv("ZUL_TMPDIR"), prefix);
+}
+#pragma GCC diagnostic pop
