@@ -90,11 +90,12 @@ bool is_dot_entry(std::string_view name) { return name == "." || name == ".."; }
 
 // What the directory listing passes over is passed over here as well and then keeps its directory
 // from being removed: what cannot be examined (links that lead nowhere) and what is too long.
-bool note_entry(DIR *directory, std::string_view name, std::size_t path_length, Content &content) {
+bool note_entry(DIR *directory, const char *name, std::size_t path_length, Content &content) {
+  const std::size_t name_length = std::strlen(name);
+  if (is_dot_entry(name) || name_length > longest_name) return true;
+  if (path_length + 1 + name_length >= path_room) return true;
   struct stat info;
-  if (is_dot_entry(name) || name.size() > longest_name) return true;
-  if (path_length + 1 + name.size() >= path_room) return true;
-  if (fstatat(dirfd(directory), name.data(), &info, 0) != 0) return true;
+  if (fstatat(dirfd(directory), name, &info, 0) != 0) return true;
   return (info.st_mode & directory_bit ? content.directories : content.files).append(name);
 }
 
