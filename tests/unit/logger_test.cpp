@@ -274,6 +274,18 @@ TEST(LoggerLevels, KeepErrnoAcrossACallbackThatSetsIt) {
   EXPECT_EQ(errno, ENOTDIR);
 }
 
+TEST(LoggerLevels, ShowTheCallersErrnoBehindATimeStamp) {
+  setenv("TZ", ":/no/such/zone", 1);  // looking for it sets errno inside
+  const LogCapture log;
+  qal_logger_time_stamp(1);
+  errno = ENOTDIR;
+  char reason[100];
+  std::snprintf(reason, sizeof reason, "%m\n");
+  errno = ENOTDIR;
+  qal_error("%m\n");
+  EXPECT_THAT(log.text(), testing::EndsWith(std::string(" ERROR: ") + reason));
+}
+
 TEST(LoggerLevels, ComposeEachThreadsLinesApart) {
   qal_logger_init(nullptr, &record_console_locked, nullptr, nullptr);
   std::vector<std::thread> threads;

@@ -66,6 +66,7 @@ void begin_line(BoundedText &line, std::string_view marker) {
     line.append(marker.substr(1));
     return;
   }
+  const KeptErrno kept_errno;  // the format may ask for it
   char time[sizeof "hh:mm:ss"];
   qal_date_get_string(time, 0);
   line.append({time, marker});
