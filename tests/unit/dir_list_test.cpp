@@ -1,0 +1,546 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qal/dir_list.h>
+#include <qal/status.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/log_capture.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qal::test::LogCapture;
+using qal::test::run_in_child;
+using qal::test::run_unprivileged;
+using qal::test::ScratchDir;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::UnorderedElementsAre;
+
+using Names = std::vector<std::string>;
+
+constexpr int unset_count = -77;
+
+Names lines_of(const char *text) {
+  Names lines;
+  std::istringstream in(text ? text : "");
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+// One call and everything it left behind. The outputs start with values that no call produces.
+class Listing {
+ public:
+  explicit Listing(const std::string &pattern, bool verbose = false) {
+    status = qal_dir_list(pattern.c_str(), &full_path, &directory_count, &directory_text,
+                          &file_count, &file_text, verbose);
+  }
+  ~Listing() {
+    std::free(full_path);
+    std::free(directory_text);
+    std::free(file_text);
+  }
+  Listing(const Listing &) = delete;
+  Listing &operator=(const Listing &) = delete;
+
+  Names directories() const { return lines_of(directory_text); }
+  Names files() const { return lines_of(file_text); }
+
+  int status = -1;
+  char *full_path = unallocated();
+  char *directory_text = unallocated();
+  char *file_text = unallocated();
+  int directory_count = unset_count;
+  int file_count = unset_count;
+
+ private:
+  static char *unallocated() {
+    static char never_freed[1];
+    return never_freed;
+  }
+};
+
+Names stream_order(const std::string &directory) {
+  Names names;
+  const std::unique_ptr<DIR, int (*)(DIR *)> stream{opendir(directory.c_str()), closedir};
+  while (const dirent *entry = readdir(stream.get())) names.push_back(entry->d_name);
+  return names;
+}
+
+std::string couldnt_get_info(const std::string &path) {
+  return "ERROR: qal_dir_list: couldn't get info on '" + path + "'";
+}
+
+TEST(DirList, ListsMatchingFilesAndEveryDirectory) {
+  const ScratchDir scratch;
+  scratch.file("a.dat");
+  scratch.file("b.txt");
+  scratch.directory("sub");
+  const Listing listing(scratch / "*.dat");
+  EXPECT_EQ(listing.status, QAL_STATUS_OK);
+  EXPECT_STREQ(listing.file_text, "a.dat\n");
+  EXPECT_EQ(listing.file_count, 1);
+  EXPECT_THAT(listing.directories(), UnorderedElementsAre(".", "..", "sub"));
+  EXPECT_EQ(listing.directories(), [&] {
+    Names order = stream_order(scratch.path());
+    std::erase_if(order, [](const auto &name) { return name == "a.dat" || name == "b.txt"; });
+    return order;
+  }());
+  EXPECT_EQ(listing.directory_count, 3);
+  EXPECT_EQ(listing.full_path, scratch / "*.dat");
+}
+
+TEST(DirList, KeepsTheOrderOfTheStream) {
+  const ScratchDir scratch;
+  for (int i = 0; i < 100; ++i) {
+    scratch.file("file" + std::to_string(i * 7919 % 100));
+    scratch.directory("directory" + std::to_string(i * 7919 % 100));
+  }
+  const Listing listing(scratch / "*");
+  Names files;
+  Names directories;
+  for (const auto &name : stream_order(scratch.path())) {
+    (name.starts_with("file") ? files : directories).push_back(name);
+  }
+  EXPECT_EQ(listing.files(), files);
+  EXPECT_EQ(listing.directories(), directories);
+}
+
+TEST(DirList, FindsServerRecords) {
+  const ScratchDir scratch;
+  for (const auto *name : {"halix_server1.dat", "halix_server.dat", "halix_server1.dat.bak",
+                           "Halix_server2.dat", "halix_client.dat"}) {
+    scratch.file(name);
+  }
+  const Listing listing(scratch / "halix_server*.dat");
+  EXPECT_THAT(listing.files(), UnorderedElementsAre("halix_server1.dat", "halix_server.dat"));
+  EXPECT_EQ(listing.file_count, 2);
+}
+
+TEST(DirList, ListsAllFilesForAPatternThatEndsInASlash) {
+  const ScratchDir scratch;
+  scratch.file("a");
+  scratch.file(".hidden");
+  scratch.file("b.txt");
+  const Listing listing(scratch.path() + "/");
+  EXPECT_EQ(listing.status, QAL_STATUS_OK);
+  EXPECT_THAT(listing.files(), UnorderedElementsAre("a", ".hidden", "b.txt"));
+  EXPECT_EQ(listing.full_path, scratch.path() + "/");
+}
+
+TEST(DirList, MatchesHiddenFilesLikeOthers) {
+  const ScratchDir scratch;
+  scratch.file(".hidden");
+  scratch.file("a");
+  EXPECT_THAT(Listing(scratch / "*").files(), UnorderedElementsAre(".hidden", "a"));
+  EXPECT_THAT(Listing(scratch / "?hidden").files(), ElementsAre(".hidden"));
+}
+
+TEST(DirList, KnowsSetsAndEscapesInThePattern) {
+  const ScratchDir scratch;
+  for (const auto *name : {"a1", "b1", "c1", "*", "A1"}) scratch.file(name);
+  EXPECT_THAT(Listing(scratch / "[ab]1").files(), UnorderedElementsAre("a1", "b1"));
+  EXPECT_THAT(Listing(scratch / "\\*").files(), ElementsAre("*"));
+}
+
+TEST(DirList, GivesEmptyTextsWhenNothingMatches) {
+  const ScratchDir scratch;
+  scratch.file("a");
+  const Listing listing(scratch / "*.dat");
+  EXPECT_EQ(listing.status, QAL_STATUS_OK);
+  EXPECT_STREQ(listing.file_text, "");
+  EXPECT_EQ(listing.file_count, 0);
+}
+
+TEST(DirList, GrowsItsTextsForManyLongNames) {
+  const ScratchDir scratch;
+  for (int i = 0; i < 300; ++i) {
+    const std::string number = std::to_string(1000 + i);
+    scratch.file(std::string(200, 'f') + number);
+    scratch.directory(std::string(200, 'd') + number);
+  }
+  const Listing listing(scratch / "f*");
+  EXPECT_EQ(listing.status, QAL_STATUS_OK);
+  EXPECT_EQ(listing.file_count, 300);
+  EXPECT_EQ(listing.directory_count, 302);
+  const std::string file_text = listing.file_text;
+  const std::string directory_text = listing.directory_text;
+  EXPECT_EQ(std::count(file_text.begin(), file_text.end(), '\n'), 300);
+  EXPECT_EQ(std::count(directory_text.begin(), directory_text.end(), '\n'), 302);
+  EXPECT_EQ(file_text.size(), 300U * 205);
+  EXPECT_THAT(listing.directories(),
+              IsSupersetOf({".", "..", (std::string(200, 'd') + "1299").c_str()}));
+}
+
+TEST(DirList, DoesNotFilterDirectories) {
+  const ScratchDir scratch;
+  scratch.directory("one");
+  scratch.directory("two.dat");
+  EXPECT_THAT(Listing(scratch / "*.dat").directories(),
+              UnorderedElementsAre(".", "..", "one", "two.dat"));
+}
+
+TEST(DirList, FollowsLinks) {
+  const ScratchDir scratch;
+  fs::create_symlink(scratch.directory("sub"), scratch / "to_directory");
+  fs::create_symlink(scratch.file("file"), scratch / "to_file");
+  const LogCapture log;
+  const Listing listing(scratch / "*");
+  EXPECT_THAT(listing.files(), UnorderedElementsAre("file", "to_file"));
+  EXPECT_THAT(listing.directories(), UnorderedElementsAre(".", "..", "sub", "to_directory"));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(DirList, ReportsAndSkipsLinksThatLeadNowhere) {
+  const ScratchDir scratch;
+  scratch.file("file");
+  fs::create_symlink(scratch / "missing", scratch / "dangling");
+  fs::create_symlink(scratch / "loop", scratch / "loop");
+  const LogCapture log;
+  const Listing listing(scratch / "*");
+  EXPECT_EQ(listing.status, QAL_STATUS_OK);
+  EXPECT_THAT(listing.files(), ElementsAre("file"));
+  EXPECT_THAT(listing.directories(), UnorderedElementsAre(".", ".."));
+  EXPECT_THAT(log.lines(), UnorderedElementsAre(couldnt_get_info(scratch / "dangling"),
+                                                couldnt_get_info(scratch / "loop")));
+}
+
+TEST(DirList, ListsSocketsAsDirectories) {
+  // Deliberate: a socket's type shares the bit that directories are told by.
+  const ScratchDir scratch;
+  run_in_child([&] {
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);  // a socket's path has only about 100 bytes
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string("socket").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int socket_end = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(socket_end, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  });
+  ASSERT_TRUE(qal::test::exists(scratch / "socket"));
+  const Listing listing(scratch / "*");
+  EXPECT_THAT(listing.directories(), Contains("socket"));
+  EXPECT_THAT(listing.files(), IsEmpty());
+}
+
+TEST(DirList, ListsPipesAsFiles) {
+  const ScratchDir scratch;
+  ASSERT_EQ(mkfifo((scratch / "pipe").c_str(), 0600), 0);
+  EXPECT_THAT(Listing(scratch / "p*").files(), ElementsAre("pipe"));
+  EXPECT_THAT(Listing(scratch / "x*").files(), IsEmpty());
+}
+
+TEST(DirList, ListsBlockDevicesAsDirectories) {
+  const ScratchDir scratch;
+  if (mknod((scratch / "disk").c_str(), S_IFBLK | 0600, 0) != 0) {
+    GTEST_SKIP() << "no right to make a block device";
+  }
+  EXPECT_THAT(Listing(scratch / "*").directories(), Contains("disk"));
+}
+
+TEST(DirList, ListsTheRootDirectory) {
+  const Listing listing("/*");
+  EXPECT_EQ(listing.status, QAL_STATUS_OK);
+  EXPECT_STREQ(listing.full_path, "/*");
+  Names directories;
+  for (const auto &name : stream_order("/")) {
+    if (fs::is_directory("/" + name)) directories.push_back(name);
+  }
+  EXPECT_EQ(listing.directories(), directories);
+}
+
+TEST(DirList, KeepsTheFullPathAsItWasGiven) {
+  const ScratchDir scratch;
+  scratch.file("a");
+  const auto pattern = scratch.path() + "//./*";
+  const Listing listing(pattern);
+  EXPECT_EQ(listing.full_path, pattern);
+  EXPECT_THAT(listing.files(), ElementsAre("a"));
+}
+
+TEST(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
+  const ScratchDir scratch;
+  scratch.directory("sub/inner");
+  scratch.file("sub/a.dat");
+  const auto result = run_in_child([&] {
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+    const Listing listing("sub/*.dat");
+    EXPECT_EQ(listing.status, QAL_STATUS_OK);
+    EXPECT_EQ(listing.full_path, scratch / "sub/*.dat");
+    EXPECT_THAT(listing.files(), ElementsAre("a.dat"));
+    EXPECT_THAT(listing.directories(), UnorderedElementsAre(".", "..", "inner"));
+    EXPECT_THAT(Listing("./*").directories(), UnorderedElementsAre(".", "..", "sub"));
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(DirList, NamesEntriesOfARelativePatternByTheirFullPath) {
+  const ScratchDir scratch;
+  scratch.directory("sub");
+  fs::create_symlink("missing", scratch / "sub/dangling");
+  const auto result = run_in_child([&] {
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+    const LogCapture log;
+    const Listing listing("sub/*");
+    EXPECT_THAT(log.lines(), ElementsAre(couldnt_get_info(scratch / "sub/dangling")));
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(DirList, DoesNotFindABareName) {
+  // Deliberate: without a directory part there is no directory to open.
+  const ScratchDir scratch;
+  scratch.file("a.dat");
+  const auto result = run_in_child([&] {
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+    const LogCapture log;
+    const Listing listing("*.dat", true);
+    EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
+    EXPECT_EQ(listing.full_path, scratch / "*.dat");
+    EXPECT_EQ(listing.directory_text, nullptr);
+    EXPECT_EQ(listing.file_text, nullptr);
+    EXPECT_THAT(log.lines(), IsEmpty());
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(DirList, DoesNotFindTheEmptyPattern) {
+  const ScratchDir scratch;
+  const auto result = run_in_child([&] {
+    ASSERT_EQ(chdir(scratch.path().c_str()), 0);
+    const Listing listing("");
+    EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
+    EXPECT_EQ(listing.full_path, scratch / "*");
+    EXPECT_EQ(listing.file_count, unset_count);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
+  const ScratchDir scratch;
+  const auto gone = scratch.directory("gone");
+  const auto result = run_in_child([&] {
+    ASSERT_EQ(chdir(gone.c_str()), 0);
+    ASSERT_EQ(rmdir(gone.c_str()), 0);
+    const LogCapture log;
+    const Listing listing("./*", true);
+    EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
+    EXPECT_EQ(listing.full_path, nullptr);
+    EXPECT_EQ(listing.directory_text, nullptr);
+    EXPECT_EQ(listing.file_text, nullptr);
+    EXPECT_THAT(log.lines(), IsEmpty());
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(DirList, DoesNotFindAnUnknownUsersHome) {
+  const Listing listing("~no-such-user-here/*");
+  EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
+  EXPECT_EQ(listing.full_path, nullptr);
+  EXPECT_EQ(listing.directory_text, nullptr);
+  EXPECT_EQ(listing.file_text, nullptr);
+  EXPECT_EQ(listing.file_count, unset_count);
+  EXPECT_EQ(listing.directory_count, unset_count);
+}
+
+TEST(DirList, DoesNotFindAMissingDirectory) {
+  const ScratchDir scratch;
+  const LogCapture log;
+  const Listing listing(scratch / "missing/*", true);
+  EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
+  EXPECT_EQ(listing.full_path, scratch / "missing/*");
+  EXPECT_EQ(listing.directory_text, nullptr);
+  EXPECT_EQ(listing.file_text, nullptr);
+  EXPECT_EQ(listing.file_count, unset_count);
+  EXPECT_EQ(listing.directory_count, unset_count);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(DirList, DoesNotFindAFileInPlaceOfADirectory) {
+  const ScratchDir scratch;
+  EXPECT_EQ(Listing(scratch.file("file") + "/*").status, QAL_STATUS_NOT_FOUND);
+}
+
+TEST(DirList, DoesNotFindADirectoryThatMayNotBeRead) {
+  const ScratchDir scratch;
+  fs::permissions(scratch.directory("closed"), fs::perms(0711));
+  const auto result = run_unprivileged([&] {
+    const LogCapture log;
+    EXPECT_EQ(Listing(scratch / "closed/*", true).status, QAL_STATUS_NOT_FOUND);
+    EXPECT_THAT(log.lines(), IsEmpty());
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
+  const ScratchDir scratch;
+  scratch.directory("list");
+  scratch.file("list/file");
+  scratch.directory("list/sub");
+  fs::permissions(scratch / "list", fs::perms(0744));
+  const auto result = run_unprivileged([&] {
+    const LogCapture log;
+    const Listing listing(scratch / "list/*");
+    EXPECT_EQ(listing.status, QAL_STATUS_OK);
+    EXPECT_EQ(listing.file_count, 0);
+    EXPECT_EQ(listing.directory_count, 0);
+    EXPECT_STREQ(listing.file_text, "");
+    EXPECT_STREQ(listing.directory_text, "");
+    EXPECT_THAT(log.lines(), UnorderedElementsAre(couldnt_get_info(scratch / "list/."),
+                                                  couldnt_get_info(scratch / "list/.."),
+                                                  couldnt_get_info(scratch / "list/file"),
+                                                  couldnt_get_info(scratch / "list/sub")));
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  fs::permissions(scratch / "list", fs::perms(0755));
+}
+
+TEST(DirList, TakesAnExpandedPatternOf1023Bytes) {
+  const ScratchDir scratch;
+  scratch.file("a");
+  // Repeated slashes make any length; the wildcard is the last byte.
+  const auto pattern_of = [&](std::size_t length) {
+    return scratch.path() + std::string(length - scratch.path().size() - 1, '/') + "a";
+  };
+  const LogCapture log;
+  const Listing fits(pattern_of(1023));
+  EXPECT_EQ(fits.status, QAL_STATUS_OK);
+  EXPECT_EQ(fits.full_path, pattern_of(1023));
+  EXPECT_THAT(fits.files(), ElementsAre("a"));
+  const Listing too_long(pattern_of(1024));
+  EXPECT_EQ(too_long.status, QAL_STATUS_INVALID);
+  EXPECT_EQ(too_long.full_path, nullptr);
+  EXPECT_EQ(too_long.directory_text, nullptr);
+  EXPECT_EQ(too_long.file_text, nullptr);
+}
+
+TEST(DirList, SkipsEntriesWhosePathsHave1024BytesOrMore) {
+  const ScratchDir scratch;
+  scratch.file("aa");
+  scratch.file("aaa");
+  scratch.directory("ddd");
+  const std::string directory =
+      scratch.path() + std::string(1020 - scratch.path().size(), '/');  // "…/aa" has 1023 bytes
+  const LogCapture log;
+  const Listing listing(directory + "/*");
+  EXPECT_EQ(listing.status, QAL_STATUS_OK);
+  EXPECT_THAT(listing.files(), ElementsAre("aa"));
+  EXPECT_THAT(listing.directories(), UnorderedElementsAre(".", ".."));
+  EXPECT_THAT(log.lines(), UnorderedElementsAre(couldnt_get_info(directory + "/aaa"),
+                                                couldnt_get_info(directory + "/ddd")));
+}
+
+TEST(DirList, ListsNamesOf255Bytes) {
+  const ScratchDir scratch;
+  const std::string name(255, 'n');
+  scratch.file(name);
+  EXPECT_THAT(Listing(scratch / "*").files(), ElementsAre(name));
+}
+
+TEST(DirList, TakesStrangeNamesAsTheyAre) {
+  const ScratchDir scratch;
+  scratch.file("50%s.dat");
+  scratch.file("back\\slash.dat");
+  scratch.file("\xFF\x01 .dat");
+  EXPECT_THAT(Listing(scratch / "*.dat").files(),
+              UnorderedElementsAre("50%s.dat", "back\\slash.dat", "\xFF\x01 .dat"));
+}
+
+TEST(DirList, ReportsStrangeNamesAsTheyAre) {
+  const ScratchDir scratch;
+  fs::create_symlink("missing", scratch / "%s%n");
+  const LogCapture log;
+  const Listing listing(scratch / "*");
+  EXPECT_THAT(log.lines(), ElementsAre(couldnt_get_info(scratch / "%s%n")));
+}
+
+TEST(DirList, CountsANameWithANewlineOnce) {
+  // Deliberate: the text cannot tell such a name from two, only the count does.
+  const ScratchDir scratch;
+  scratch.file("one\ntwo.dat");
+  const Listing listing(scratch / "*.dat");
+  EXPECT_STREQ(listing.file_text, "one\ntwo.dat\n");
+  EXPECT_EQ(listing.file_count, 1);
+}
+
+TEST(DirList, FlushesStandardOutput) {
+  const ScratchDir scratch;
+  const auto result = run_in_child([&] {
+    static char buffer[256];
+    std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+    std::fputs("pending", stdout);
+    const Listing listing(scratch / "*");
+    _exit(listing.status);  // without the flush that an ordinary exit makes
+  });
+  EXPECT_TRUE(result.exited_with(0));
+  EXPECT_EQ(result.out, "pending");
+}
+
+TEST(DirList, LeavesNoDescriptorOpen) {
+  const ScratchDir scratch;
+  const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  close(before);
+  EXPECT_EQ(Listing(scratch / "*").status, QAL_STATUS_OK);
+  EXPECT_EQ(Listing(scratch / "missing/*").status, QAL_STATUS_NOT_FOUND);
+  const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  close(after);
+  EXPECT_EQ(after, before);
+}
+
+TEST(DirList, RefusesNullArguments) {
+  char *path = nullptr;
+  char *directories = nullptr;
+  char *files = nullptr;
+  int directory_count = unset_count;
+  int file_count = unset_count;
+  const auto refused = [](int status) { return status == QAL_STATUS_INVALID; };
+  EXPECT_TRUE(
+      refused(qal_dir_list("/*", nullptr, &directory_count, &directories, &file_count, &files, 0)));
+  EXPECT_TRUE(refused(qal_dir_list("/*", &path, nullptr, &directories, &file_count, &files, 0)));
+  EXPECT_TRUE(
+      refused(qal_dir_list("/*", &path, &directory_count, nullptr, &file_count, &files, 0)));
+  EXPECT_TRUE(
+      refused(qal_dir_list("/*", &path, &directory_count, &directories, nullptr, &files, 0)));
+  EXPECT_TRUE(
+      refused(qal_dir_list("/*", &path, &directory_count, &directories, &file_count, nullptr, 0)));
+  EXPECT_EQ(path, nullptr);
+  EXPECT_EQ(directories, nullptr);
+  EXPECT_EQ(files, nullptr);
+  EXPECT_EQ(directory_count, unset_count);
+  EXPECT_EQ(file_count, unset_count);
+}
+
+TEST(DirList, RefusesANullPatternAndClearsItsTexts) {
+  char nothing[1];
+  char *path = nothing;
+  char *directories = nothing;
+  char *files = nothing;
+  int directory_count = unset_count;
+  int file_count = unset_count;
+  EXPECT_EQ(qal_dir_list(nullptr, &path, &directory_count, &directories, &file_count, &files, 0),
+            QAL_STATUS_INVALID);
+  EXPECT_EQ(path, nullptr);
+  EXPECT_EQ(directories, nullptr);
+  EXPECT_EQ(files, nullptr);
+  EXPECT_EQ(directory_count, unset_count);
+  EXPECT_EQ(file_count, unset_count);
+}
+
+}  // namespace
