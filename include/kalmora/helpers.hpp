@@ -1,0 +1,178 @@
+/** @file
+ *  Small routines that the family's programs share beside the foundation library: tilde expansion
+ *  and other file helpers, names and version texts, a repeatable random generator, tolerances.
+ *  C++ only.
+ *
+ *  Limits, in bytes: an expanded home path 1023, a part name 80, the saved shell command 1023.
+ *  Texts are NUL-terminated and borrowed for the call; buffers belong to the caller, and what a
+ *  routine allocates is released with the C library's `free` or with our_freenamelist().
+ *
+ *  Results that are failures are small negative numbers, not status codes; every routine says
+ *  which. None of them logs anything.
+ *
+ *  Threads: only change_rsh() keeps state, which belongs to one thread at a time. our_tempdir()
+ *  reads the environment, which nobody may change meanwhile.
+ *
+ *  Source: app/helpers_file.cpp, app/helpers_number.cpp, app/helpers_text.cpp. */
+#ifndef KALMORA_HELPERS_HPP
+#define KALMORA_HELPERS_HPP
+
+#include <dirent.h>
+
+#include <cstdint>
+
+/** Expands a leading "~" or "~user" to that user's home and turns every "\" into "/".
+ *
+ *  The home comes from the password database: of `user`, or of the real user id for "~" alone. The
+ *  user part ends at the first "/", a backslash belongs to it. Other names are copied.
+ *
+ *  @param name      the name; null or empty is a failure.
+ *  @param length    how many of its bytes count; more than it has means all, below 0 means none.
+ *  @param out       the result; null counts as no capacity. Must not overlap `name`.
+ *  @param capacity  size of `out` in bytes; the result is shorter than this. Below 1 nothing is
+ *                   written.
+ *  @return the result's length; -1 for no name or an unknown user; -2 when the result does not fit
+ *          `capacity`, or home and rest together exceed 1023 bytes. On failure `out` is empty. */
+int expfnam(const char *name, int length, char *out, int capacity);
+
+/** Names the directory for temporary files: TMPDIR when it is set (even to nothing), else the
+ *  first of "/tmp" and "/usr/tmp" that is writable.
+ *
+ *  @param out       receives the directory and a "/"; may be null.
+ *  @param capacity  size of `out` in bytes. Nothing is written unless it exceeds the directory's
+ *                   length by more than 2.
+ *  @return the directory's length plus 1, written or not; -1 when there is no such directory. */
+int our_tempdir(char *out, int capacity);
+
+/** Counts the lines of a text file that are not blank.
+ *
+ *  @param path  the file; a leading "~" is expanded, and the result is shorter than 499 bytes.
+ *  @return the number of non-empty lines, the last one with or without its line feed, at most
+ *          INT_MAX; 0 for a file that begins with a line feed; -1 when the name is null, empty or
+ *          cannot be expanded, or the file cannot be opened. */
+int file_getlinecount(const char *path);
+
+/** Replaces by "_" what a sanitised name must not hold: space and ! " # $ ' ( ) * + , - . / : < >
+ *  ? @ [ \ ] ^ |
+ *
+ *  @param name  changed in place; null counts as empty.
+ *  @return 1 if anything was replaced, else 0. */
+int replace_illegal(char *name);
+
+/** Orders two names without regard to spaces and letter case.
+ *
+ *  @return less than, equal to or greater than 0 as strcasecmp; 1 when either name is null or
+ *          longer than 80 bytes. */
+int readercmp(const char *a, const char *b);
+
+/** Copies a text in lower case. Bytes below 128 follow the current locale, others are kept.
+ *
+ *  @return the copy, to be released with `free`; null when `text` is or memory is short. */
+char *lower_case(const char *text);
+
+/** Keeps one shell command for the process.
+ *
+ *  @param text  mode 1: the command, cut to 1023 bytes; mode 0: a buffer with room for what is
+ *               stored, at most 1024 bytes. Null changes nothing.
+ *  @param mode  1 stores, 0 retrieves, anything else does nothing.
+ *  @return mode 1: the stored text, which stays valid and changes with the next store; else `text`.
+ */
+char *change_rsh(char *text, int mode);
+
+/** Names of parts: `count` buffers of at least 81 bytes each, owned by the caller. */
+struct FILE_PART_LIST {
+  int count;
+  char **names;
+};
+
+/** Sorts the names of a list ascending by their bytes. The buffers stay where they are, their
+ *  contents move; a name of more than 80 bytes that has to move is cut to 80.
+ *
+ *  @param list  null, without names or with fewer than two: nothing happens. */
+void sort_master_part_list(FILE_PART_LIST *list);
+
+/** Takes a version text "major.minor.patch(letter)" apart.
+ *
+ *  A number is set only when the character that ends it is found, and is held within `int`. The
+ *  letter is the one after the first "("; in the form "(1-b)" it is the one after the hyphen.
+ *
+ *  @param text  the version; null counts as empty.
+ *  @param major,minor,patch  receive 0 or the number; each may be null.
+ *  @param letter             receives "a" or the letter; may be null. */
+void version_number_from_version_string(const char *text, int *major, int *minor, int *patch,
+                                        char *letter);
+
+/** Finds the first place where `part` occurs in `text`.
+ *
+ *  @param first,last  receive the positions of the match's first and last byte, or -1 and -1. An
+ *                     empty `part` matches at 0 and ends at -1. A null text matches nothing. */
+void sub_string_in_string(const char *text, const char *part, int *first, int *last);
+
+/** Draws the next number of a repeatable sequence: minimal standard generator, modulus 2^31 - 1,
+ *  multiplier 69621.
+ *
+ *  @param seed  the state, kept combined with a mask so that 0 is a good start; updated.
+ *  @return a number from 0 to 1. The 64 largest of the 2^31 states round up to 1. */
+float erand0(int64_t *seed);
+
+/** Tells how far apart values that count as equal may lie: the size of the last mantissa bits.
+ *
+ *  @param value   where on the number line; its sign is the result's sign.
+ *  @param digits  how many low mantissa bits count, held within 1 to 8.
+ *  @param factor  above 1 divides the result's binary exponent, which draws the tolerance
+ *                 towards 1. */
+float kal_flt_tolerance(float value, int digits, int factor);
+
+/** The same in double precision. */
+double kal_dbl_tolerance(double value, int digits, int factor);
+
+/** The absolute value. A value that is not below zero comes back as it is, negative zero and NaN
+ *  included. */
+float our_fabsf(float x);
+
+/** The same in double precision. */
+double our_fabsd(double x);
+
+/** Subtracts two 32-bit integers given by address, for sorting. The difference wraps around, so
+ *  numbers more than 2^31 - 1 apart come in the wrong order. */
+int numcompar(const void *a, const void *b);
+
+/** Tells whether `x` lies in a range, both ends included: 1 or 0. */
+int in_range(float x, float low, float high);
+
+/** Releases a list and every text or entry in it.
+ *
+ *  @param list  a null-terminated array of allocated blocks, itself allocated; null is ignored. */
+void our_freenamelist(void *list);
+
+/** Reads a directory, "." and ".." included.
+ *
+ *  @param directory  the path; null is a failure.
+ *  @param list       receives a null-terminated array for our_freenamelist(), or null on failure.
+ *                    An entry has its inode, record length and name; everything else is zero.
+ *  @param keep       leaves out the entries it answers 0 for; null keeps all.
+ *  @param compare    sorts the entries, stably; need not be a consistent order. Null leaves them
+ *                    in the directory's own order.
+ *  @return the number of entries; -1 when the directory cannot be read or memory is short. */
+int our_scandir(const char *directory, struct dirent ***list, int (*keep)(const struct dirent *),
+                int (*compare)(const struct dirent **, const struct dirent **));
+
+/** Reads or writes a piece of a file, or asks for its size.
+ *
+ *  @param path      the file; null is a failure.
+ *  @param flags     the low 8 bits are the mode: 0 reads, 1 writes, 2 asks for the size. For
+ *                   writing 256 keeps the file that is there; without it the file is made empty.
+ *  @param origin    SEEK_SET, SEEK_CUR or SEEK_END; not used for the size.
+ *  @param offset    where the piece begins, counted in bytes from `origin`.
+ *  @param count     its length in bytes; 0 only positions. Not used for the size.
+ *  @param buffer    the piece; may be null when `count` is 0.
+ *  @param position  receives where the stream stands afterwards, for mode 2 the file's size, and 0
+ *                   on failure; may be null.
+ *  @return 0; -1 for a null path or another mode; -2 when the file cannot be opened; -3 for a bad
+ *          origin, a count below 0, a missing buffer (the file is then left alone), a position that
+ *          cannot be reached or a piece that could not be moved whole. What was written has
+ *          reached the system when 0 is reported. */
+int remote_fileio(const char *path, int flags, int origin, int64_t offset, int64_t count,
+                  void *buffer, int64_t *position);
+
+#endif

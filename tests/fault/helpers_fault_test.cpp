@@ -1,0 +1,352 @@
+// The program helpers when memory is short, the password database fails or a stream breaks. The C
+// library's calls are replaced at link time.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <kalmora/helpers.hpp>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using qal::test::run_in_child;
+using qal::test::ScratchDir;
+
+// Which call of a function fails: 1 is the next one, 0 none. Each failure happens once.
+class Fault {
+ public:
+  void arm(int call, int error) {
+    countdown_ = call;
+    error_ = error;
+  }
+  bool strikes() {
+    if (countdown_ == 0 || --countdown_ > 0) return false;
+    errno = error_;
+    return true;
+  }
+  int error() const { return error_; }
+
+ private:
+  int countdown_ = 0;
+  int error_ = 0;
+};
+
+struct Faults {
+  Fault calloc, strdup, fopen, opendir, readdir, fstat, ftello;
+};
+Faults faults;
+
+// What the password database answers while it is replaced.
+struct Database {
+  bool replaced = false;
+  bool known = true;
+  int error = 0;  // answered `error_times` times, then the entry
+  int error_times = 1000;
+  std::size_t needed = 0;  // smaller buffers are answered with ERANGE
+  std::string home;
+  uid_t asked_id = 0;
+  std::string asked_name;
+};
+Database database;
+
+std::map<std::string, bool> writable;  // answers of access; others are asked for
+
+int answer(passwd *entry, char *store, std::size_t size, passwd **found) {
+  *found = nullptr;
+  if (database.error != 0 && database.error_times-- > 0) return database.error;
+  if (size < database.needed || size <= database.home.size()) return ERANGE;
+  if (!database.known) return 0;
+  *entry = {};
+  entry->pw_dir = store;
+  std::memcpy(store, database.home.c_str(), database.home.size() + 1);
+  *found = entry;
+  return 0;
+}
+
+}  // namespace
+
+extern "C" {
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+  return faults.calloc.strikes() ? nullptr : __real_calloc(count, size);
+}
+
+char *__real_strdup(const char *text);
+char *__wrap_strdup(const char *text) {
+  return faults.strdup.strikes() ? nullptr : __real_strdup(text);
+}
+
+FILE *__real_fopen(const char *path, const char *mode);
+FILE *__wrap_fopen(const char *path, const char *mode) {
+  return faults.fopen.strikes() ? nullptr : __real_fopen(path, mode);
+}
+
+DIR *__real_opendir(const char *path);
+DIR *__wrap_opendir(const char *path) {
+  return faults.opendir.strikes() ? nullptr : __real_opendir(path);
+}
+
+dirent *__real_readdir(DIR *directory);
+dirent *__wrap_readdir(DIR *directory) {
+  return faults.readdir.strikes() ? nullptr : __real_readdir(directory);
+}
+
+int __real_fstat(int file, struct stat *info);
+int __wrap_fstat(int file, struct stat *info) {
+  return faults.fstat.strikes() ? -1 : __real_fstat(file, info);
+}
+
+off_t __real_ftello(FILE *file);
+off_t __wrap_ftello(FILE *file) { return faults.ftello.strikes() ? -1 : __real_ftello(file); }
+
+int __real_access(const char *path, int mode);
+int __wrap_access(const char *path, int mode) {
+  const auto answer = writable.find(path);
+  if (answer == writable.end()) return __real_access(path, mode);
+  EXPECT_EQ(mode, W_OK);
+  return answer->second ? 0 : -1;
+}
+
+int __real_getpwuid_r(uid_t id, passwd *entry, char *store, std::size_t size, passwd **found);
+int __wrap_getpwuid_r(uid_t id, passwd *entry, char *store, std::size_t size, passwd **found) {
+  if (!database.replaced) return __real_getpwuid_r(id, entry, store, size, found);
+  database.asked_id = id;
+  return answer(entry, store, size, found);
+}
+
+int __real_getpwnam_r(const char *name, passwd *entry, char *store, std::size_t size,
+                      passwd **found);
+int __wrap_getpwnam_r(const char *name, passwd *entry, char *store, std::size_t size,
+                      passwd **found) {
+  if (!database.replaced) return __real_getpwnam_r(name, entry, store, size, found);
+  database.asked_name = name;
+  return answer(entry, store, size, found);
+}
+}
+
+namespace {
+
+struct Expanded {
+  int result;
+  std::string text;
+};
+
+Expanded expanded(const std::string &name, int capacity = 1024) {
+  database.replaced = true;
+  std::vector<char> room(static_cast<std::size_t>(capacity), '#');
+  const int result = expfnam(name.c_str(), static_cast<int>(name.size()), room.data(), capacity);
+  return {result, room.data()};
+}
+
+TEST(TildeExpand, AsksForTheRealUserAndForTheNamedOne) {
+  database.home = "/home/mira";
+  database.asked_id = 4711;
+  EXPECT_EQ(expanded("~/x").text, "/home/mira/x");
+  EXPECT_EQ(database.asked_id, getuid());
+  EXPECT_EQ(expanded("~mira\\x/y").text, "/home/mira/y");
+  EXPECT_EQ(database.asked_name, "mira\\x");
+}
+
+TEST(TildeExpand, TurnsTheBackslashesOfTheHomeToo) {
+  database.home = "\\home\\mira";
+  EXPECT_EQ(expanded("~\\").result, 10);
+  EXPECT_EQ(expanded("~/x").text, "/home/mira/x");
+}
+
+TEST(TildeExpand, GivesNothingForAnEmptyHome) {
+  database.home = "";
+  const auto got = expanded("~");
+  EXPECT_EQ(got.result, 0);
+  EXPECT_EQ(got.text, "");
+}
+
+TEST(TildeExpand, TakesAHomeOf1023BytesAndNoLongerOne) {
+  for (const std::size_t length : {1000u, 1008u, 1023u}) {
+    database.home = std::string(length, 'h');
+    EXPECT_EQ(expanded("~").text, database.home);
+  }
+  for (const std::size_t length : {1024u, 5000u}) {
+    database.home = std::string(length, 'h');
+    const auto got = expanded("~", 8000);
+    EXPECT_EQ(got.result, -2);
+    EXPECT_EQ(got.text, "");
+  }
+}
+
+TEST(TildeExpand, GrowsTheBufferOfTheDatabase) {
+  database.home = "/home/mira";
+  database.needed = 100000;
+  EXPECT_EQ(expanded("~").text, "/home/mira");
+  EXPECT_EQ(expanded("~mira").text, "/home/mira");
+}
+
+TEST(TildeExpand, RefusesAUserThatTheDatabaseDoesNotKnowOrCannotFind) {
+  database.home = "/home/mira";
+  for (const int error : {0, EIO, ENOENT}) {
+    database.known = error != 0;
+    database.error = error;
+    database.error_times = 1000;
+    EXPECT_EQ(expanded("~").result, -1);
+    EXPECT_EQ(expanded("~mira/x").result, -1);
+    EXPECT_EQ(expanded("~mira/x").text, "");
+  }
+}
+
+TEST(TildeExpand, AsksTheDatabaseAgainAfterASignal) {
+  database.home = "/home/mira";
+  database.error = EINTR;
+  database.error_times = 2;
+  EXPECT_EQ(expanded("~").text, "/home/mira");
+}
+
+void without_tmpdir(bool tmp, bool usr_tmp, const std::function<void()> &body) {
+  const auto child = run_in_child([&] {
+    clearenv();
+    writable = {{"/tmp", tmp}, {"/usr/tmp", usr_tmp}};
+    body();
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+TEST(TemporaryDirectory, PrefersTmp) {
+  without_tmpdir(true, true, [] { EXPECT_EQ(our_tempdir(nullptr, 0), 5); });
+}
+
+TEST(TemporaryDirectory, IsUsrTmpWhenTmpIsNotWritable) {
+  without_tmpdir(false, true, [] {
+    char out[64];
+    EXPECT_EQ(our_tempdir(out, sizeof out), 9);
+    EXPECT_STREQ(out, "/usr/tmp/");
+  });
+}
+
+TEST(TemporaryDirectory, IsNoneWhenNeitherIsWritable) {
+  without_tmpdir(false, false, [] {
+    char out[8] = "#######";
+    EXPECT_EQ(our_tempdir(out, sizeof out), -1);
+    EXPECT_STREQ(out, "#######");
+  });
+}
+
+TEST(LowerCase, AnswersNullWhenMemoryIsShort) {
+  faults.strdup.arm(1, ENOMEM);
+  EXPECT_EQ(lower_case("Text"), nullptr);
+}
+
+TEST(LineCount, OpensAgainAfterASignal) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("lines.txt", "one\ntwo\n");
+  faults.fopen.arm(1, EINTR);
+  EXPECT_EQ(file_getlinecount(path.c_str()), 2);
+  faults.fopen.arm(1, EMFILE);
+  EXPECT_EQ(file_getlinecount(path.c_str()), -1);
+}
+
+std::size_t open_descriptors() {
+  DIR *const directory = __real_opendir("/dev/fd");
+  std::size_t count = 0;
+  while (__real_readdir(directory)) ++count;
+  closedir(directory);
+  return count;
+}
+
+int by_name(const dirent **a, const dirent **b) { return std::strcmp((*a)->d_name, (*b)->d_name); }
+
+int scan(const ScratchDir &scratch, dirent ***list) {
+  return our_scandir(scratch.path().c_str(), list, nullptr, by_name);
+}
+
+void expect_failed_scan(const ScratchDir &scratch) {
+  const auto before = open_descriptors();
+  auto *list = reinterpret_cast<dirent **>(8);
+  EXPECT_EQ(scan(scratch, &list), -1);
+  EXPECT_EQ(list, nullptr);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+// 260 entries with "." and "..": the array, 256 entries, the larger array, four entries and the
+// room for sorting.
+constexpr int file_count = 258;
+constexpr int allocation_count = 1 + 256 + 1 + 4 + 1;
+
+TEST(DirectoryScan, FailsWithoutALeakWhicheverAllocationFails) {
+  const ScratchDir scratch;
+  for (int i = 0; i < file_count; ++i) scratch.file("f" + std::to_string(i));
+  for (int failing = 1; failing <= allocation_count; ++failing) {
+    faults.calloc.arm(failing, ENOMEM);
+    expect_failed_scan(scratch);
+  }
+  faults.calloc.arm(allocation_count + 1, ENOMEM);
+  dirent **list = nullptr;
+  EXPECT_EQ(scan(scratch, &list), file_count + 2);
+  our_freenamelist(list);
+}
+
+TEST(DirectoryScan, FailsWhenTheStatusCannotBeAsked) {
+  const ScratchDir scratch;
+  faults.fstat.arm(1, EIO);
+  expect_failed_scan(scratch);
+}
+
+TEST(DirectoryScan, FailsWhenReadingBreaksOff) {
+  const ScratchDir scratch;
+  scratch.file("f");
+  for (const int call : {1, 2, 4}) {
+    faults.readdir.arm(call, EIO);
+    expect_failed_scan(scratch);
+  }
+}
+
+TEST(DirectoryScan, OpensAgainAfterASignal) {
+  const ScratchDir scratch;
+  faults.opendir.arm(1, EINTR);
+  dirent **list = nullptr;
+  EXPECT_EQ(scan(scratch, &list), 2);
+  our_freenamelist(list);
+}
+
+int spoil_errno(const dirent *) {
+  errno = EACCES;
+  return 1;
+}
+
+TEST(DirectoryScan, IsNotMisledByWhatTheSelectionLeavesBehind) {
+  const ScratchDir scratch;
+  dirent **list = nullptr;
+  EXPECT_EQ(our_scandir(scratch.path().c_str(), &list, spoil_errno, nullptr), 2);
+  our_freenamelist(list);
+}
+
+TEST(FileAccess, OpensAgainAfterASignal) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  std::int64_t position = 99;
+  faults.fopen.arm(1, EINTR);
+  EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), 0);
+  EXPECT_EQ(position, 10);
+}
+
+TEST(FileAccess, FailsWhenThePositionCannotBeAsked) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  const auto before = open_descriptors();
+  std::int64_t position = 99;
+  faults.ftello.arm(1, EIO);
+  EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), -3);
+  EXPECT_EQ(position, 0);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+}  // namespace

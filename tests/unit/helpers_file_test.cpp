@@ -1,0 +1,736 @@
+// Tilde expansion, temporary directory, line counts, directory scans and access by path.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <kalmora/helpers.hpp>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using qal::test::read_file;
+using qal::test::run_in_child;
+using qal::test::run_unprivileged;
+using qal::test::ScratchDir;
+
+// Expands into a buffer whose bytes beyond the capacity must stay as they were.
+struct Expanded {
+  int result;
+  std::string text;
+};
+
+Expanded expanded_part(const std::string &name, int length, int capacity = 1024) {
+  std::vector<char> room(static_cast<std::size_t>(std::max(capacity, 0)) + 16, '#');
+  const int result = expfnam(name.c_str(), length, room.data(), capacity);
+  const auto guard = room.begin() + std::max(capacity, 0);
+  EXPECT_EQ(std::count(guard, room.end(), '#'), 16);
+  return {result, capacity > 0 ? room.data() : ""};
+}
+
+Expanded expanded(const std::string &name, int capacity = 1024) {
+  return expanded_part(name, static_cast<int>(name.size()), capacity);
+}
+
+void expect_failure(const Expanded &got, int code) {
+  EXPECT_EQ(got.result, code);
+  EXPECT_EQ(got.text, "");
+}
+
+void expect_expansion(const Expanded &got, const std::string &text) {
+  EXPECT_EQ(got.result, static_cast<int>(text.size()));
+  EXPECT_EQ(got.text, text);
+}
+
+passwd *entry_of(uid_t id) {
+  static char store[16384];
+  static passwd entry;
+  passwd *found = nullptr;
+  EXPECT_EQ(getpwuid_r(id, &entry, store, sizeof store, &found), 0);
+  return found;
+}
+
+std::string home_of(uid_t id) { return entry_of(id)->pw_dir; }
+
+TEST(TildeExpand, CopiesANameWithoutTilde) {
+  expect_expansion(expanded("/opt/parts/wing.dat"), "/opt/parts/wing.dat");
+  expect_expansion(expanded("parts~/x"), "parts~/x");
+}
+
+TEST(TildeExpand, PutsTheHomeOfTheCurrentUserForTheTilde) {
+  const auto home = home_of(getuid());
+  expect_expansion(expanded("~"), home);
+  expect_expansion(expanded("~/"), home + "/");
+  expect_expansion(expanded("~/a/~b"), home + "/a/~b");
+}
+
+TEST(TildeExpand, TakesTheHomeFromThePasswordDatabaseNotTheEnvironment) {
+  const auto home = home_of(getuid());
+  const auto child = run_in_child([&] {
+    setenv("HOME", "/somewhere/else", 1);
+    expect_expansion(expanded("~"), home);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+TEST(TildeExpand, PutsTheHomeOfANamedUser) {
+  const auto home = home_of(0);
+  expect_expansion(expanded("~root"), home);
+  expect_expansion(expanded("~root/x"), home + "/x");
+}
+
+TEST(TildeExpand, UsesTheRealUserId) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another effective user";
+  const auto home = home_of(0);
+  const auto child = run_in_child([&] {
+    ASSERT_EQ(seteuid(65534), 0);
+    expect_expansion(expanded("~"), home);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+TEST(TildeExpand, RefusesAnUnknownUser) {
+  expect_failure(expanded("~no-such-user-here"), -1);
+  expect_failure(expanded("~no-such-user-here/x"), -1);
+}
+
+TEST(TildeExpand, EndsTheUserAtASlashOnly) { expect_failure(expanded("~root\\x"), -1); }
+
+TEST(TildeExpand, TurnsEveryBackslashIntoASlash) {
+  expect_expansion(expanded("\\a\\b/c\\"), "/a/b/c/");
+  expect_expansion(expanded("~/a\\b"), home_of(getuid()) + "/a/b");
+}
+
+TEST(TildeExpand, TakesOnlyTheGivenLength) {
+  expect_expansion(expanded_part("/opt/parts", 4), "/opt");
+  expect_expansion(expanded_part("~root-and-more", 5), home_of(0));
+  expect_expansion(expanded_part("~/x", 1), home_of(getuid()));
+}
+
+TEST(TildeExpand, ReadsNoFurtherThanTheGivenLength) {
+  const char name[] = {'/', 'o', 'p', 't'};  // no terminator
+  char out[16];
+  EXPECT_EQ(expfnam(name, 4, out, sizeof out), 4);
+  EXPECT_STREQ(out, "/opt");
+}
+
+TEST(TildeExpand, HoldsTheLengthWithinTheName) {
+  expect_expansion(expanded_part("/opt", 5), "/opt");
+  expect_expansion(expanded_part("/opt", INT_MAX), "/opt");
+  expect_expansion(expanded_part("/opt", 0), "");
+  expect_expansion(expanded_part("/opt", -1), "");
+  expect_expansion(expanded_part("~no-such-user-here", INT_MIN), "");
+}
+
+TEST(TildeExpand, NeedsRoomForTheTerminator) {
+  expect_expansion(expanded("/opt", 5), "/opt");
+  expect_failure(expanded("/opt", 4), -2);
+  expect_failure(expanded("/opt", 1), -2);
+  const auto home = home_of(getuid());
+  expect_expansion(expanded("~", static_cast<int>(home.size()) + 1), home);
+  expect_failure(expanded("~", static_cast<int>(home.size())), -2);
+}
+
+TEST(TildeExpand, TakesLongNamesThatHaveNoTilde) {
+  const std::string name(5000, 'n');
+  expect_expansion(expanded(name, 5001), name);
+  expect_failure(expanded(name, 5000), -2);
+}
+
+TEST(TildeExpand, HoldsHomeAndRestWithin1023Bytes) {
+  const auto home = home_of(getuid());
+  const std::string rest = "/" + std::string(1022 - home.size(), 'r');
+  ASSERT_EQ(home.size() + rest.size(), 1023u);
+  expect_expansion(expanded("~" + rest, 5000), home + rest);
+  expect_failure(expanded("~" + rest + "r", 5000), -2);
+}
+
+TEST(TildeExpand, RefusesAnEmptyOrNullName) {
+  expect_failure(expanded(""), -1);
+  expect_failure(expanded_part("", 3), -1);
+  char out[8] = "before";
+  EXPECT_EQ(expfnam(nullptr, 3, out, sizeof out), -1);
+  EXPECT_STREQ(out, "");
+}
+
+TEST(TildeExpand, WritesNothingWithoutRoom) {
+  char out[8] = "before";
+  EXPECT_EQ(expfnam("/opt", 4, out, 0), -2);
+  EXPECT_EQ(expfnam("/opt", 4, out, -1), -2);
+  EXPECT_EQ(expfnam("~", 1, out, 0), -2);
+  EXPECT_STREQ(out, "before");
+  EXPECT_EQ(expfnam("/opt", 4, nullptr, 100), -2);
+}
+
+// Runs in a child whose only setting is TMPDIR, or none at all.
+void with_tmpdir(const char *value, const std::function<void()> &body) {
+  const auto child = run_in_child([&] {
+    clearenv();
+    if (value) setenv("TMPDIR", value, 1);
+    body();
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+TEST(TemporaryDirectory, IsTheOneInTheEnvironment) {
+  with_tmpdir("/var/scratch", [] {
+    char out[64];
+    EXPECT_EQ(our_tempdir(out, sizeof out), 13);
+    EXPECT_STREQ(out, "/var/scratch/");
+  });
+}
+
+TEST(TemporaryDirectory, NeedNotExistWhenItIsSet) {
+  with_tmpdir("/no/such/place/", [] {
+    char out[64];
+    EXPECT_EQ(our_tempdir(out, sizeof out), 16);
+    EXPECT_STREQ(out, "/no/such/place//");
+  });
+}
+
+TEST(TemporaryDirectory, IsTmpWhenNothingIsSet) {
+  with_tmpdir(nullptr, [] {
+    char out[64];
+    EXPECT_EQ(our_tempdir(out, sizeof out), 5);
+    EXPECT_STREQ(out, "/tmp/");
+  });
+}
+
+TEST(TemporaryDirectory, TakesAnEmptySettingAsSet) {
+  with_tmpdir("", [] {
+    char out[64];
+    EXPECT_EQ(our_tempdir(out, sizeof out), 1);
+    EXPECT_STREQ(out, "/");
+  });
+}
+
+TEST(TemporaryDirectory, IsWrittenOnlyWithMoreThanTwoBytesToSpare) {
+  with_tmpdir("/tmp", [] {
+    char out[8] = "#######";
+    EXPECT_EQ(our_tempdir(out, 6), 5);
+    EXPECT_STREQ(out, "#######");
+    EXPECT_EQ(our_tempdir(out, 7), 5);
+    EXPECT_EQ(std::string(out, sizeof out), std::string("/tmp/\0#\0", 8));
+  });
+}
+
+TEST(TemporaryDirectory, IsOnlyMeasuredWithoutABuffer) {
+  with_tmpdir("/tmp", [] {
+    EXPECT_EQ(our_tempdir(nullptr, 100), 5);
+    char out[8] = "#######";
+    EXPECT_EQ(our_tempdir(out, 0), 5);
+    EXPECT_EQ(our_tempdir(out, INT_MIN), 5);
+    EXPECT_STREQ(out, "#######");
+  });
+}
+
+TEST(TemporaryDirectory, KeepsWithinItsBufferForLongSettings) {
+  for (const std::size_t length : {1000u, 1008u, 1023u, 1024u, 5000u}) {
+    const std::string value(length, 'd');
+    with_tmpdir(value.c_str(), [&] {
+      std::vector<char> out(1024 + 16, '#');
+      EXPECT_EQ(our_tempdir(out.data(), 1024), static_cast<int>(length) + 1);
+      if (length + 2 < 1024) {
+        EXPECT_EQ(out.data(), value + "/");
+      } else {
+        EXPECT_EQ(std::count(out.begin(), out.end(), '#'), 1024 + 16);
+      }
+    });
+  }
+}
+
+int lines_of(std::string_view content) {
+  const ScratchDir scratch;
+  return file_getlinecount(scratch.file("lines.txt", content).c_str());
+}
+
+TEST(LineCount, CountsLines) {
+  EXPECT_EQ(lines_of("one\ntwo\nthree\n"), 3);
+  EXPECT_EQ(lines_of("one"), 1);
+  EXPECT_EQ(lines_of("one\ntwo"), 2);
+  EXPECT_EQ(lines_of(""), 0);
+}
+
+TEST(LineCount, LeavesBlankLinesOut) {
+  EXPECT_EQ(lines_of("one\n\n\ntwo\n\n"), 2);
+  EXPECT_EQ(lines_of("one\n \n\r\ntwo"), 4);
+}
+
+TEST(LineCount, TakesAFileThatBeginsWithALineFeedAsEmpty) {
+  EXPECT_EQ(lines_of("\none\ntwo\n"), 0);
+  EXPECT_EQ(lines_of("\n"), 0);
+  EXPECT_EQ(lines_of("\n\n\none"), 0);
+}
+
+TEST(LineCount, TakesAnyByteForText) {
+  EXPECT_EQ(lines_of(std::string_view("\0\n\xff\xfe\n\0\0", 7)), 3);
+}
+
+TEST(LineCount, TakesLinesOfAnyLength) {
+  EXPECT_EQ(lines_of(std::string(1 << 20, 'x') + "\n" + std::string(4096, 'y')), 2);
+}
+
+TEST(LineCount, DoesNotDependOnWhereTheReadingIsSplit) {
+  for (const std::size_t length : {4094u, 4095u, 4096u, 4097u, 8191u, 8192u}) {
+    const std::string line(length, 'x');
+    EXPECT_EQ(lines_of(line + "\nend\n"), 2) << length;
+    EXPECT_EQ(lines_of(line + "\n\nend"), 2) << length;
+    EXPECT_EQ(lines_of(line + "\n"), 1) << length;
+  }
+}
+
+TEST(LineCount, RefusesWhatCannotBeOpened) {
+  const ScratchDir scratch;
+  EXPECT_EQ(file_getlinecount((scratch / "missing").c_str()), -1);
+  EXPECT_EQ(file_getlinecount(""), -1);
+  EXPECT_EQ(file_getlinecount(nullptr), -1);
+  EXPECT_EQ(file_getlinecount("~no-such-user-here/x"), -1);
+}
+
+TEST(LineCount, RefusesAFileThatMayNotBeRead) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("closed.txt", "one\n");
+  chmod(path.c_str(), 0);
+  const auto child = run_unprivileged([&] { EXPECT_EQ(file_getlinecount(path.c_str()), -1); });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+TEST(LineCount, ExpandsTheTilde) {
+  // From the home the scratch directory is reached over "..", so that nothing is made there.
+  const ScratchDir scratch;
+  scratch.file("lines.txt", "one\ntwo\n");
+  const auto home = home_of(getuid());
+  std::string up;
+  for (const char c : home) up += c == '/' ? "/.." : "";
+  if (access(home.c_str(), X_OK) != 0) GTEST_SKIP() << "the home cannot be entered";
+  EXPECT_EQ(file_getlinecount(("~" + up + scratch.path() + "/lines.txt").c_str()), 2);
+}
+
+TEST(LineCount, TakesBackslashesForSlashes) {
+  const ScratchDir scratch;
+  scratch.directory("sub");
+  scratch.file("sub/lines.txt", "one\ntwo\n");
+  EXPECT_EQ(file_getlinecount((scratch / "sub\\lines.txt").c_str()), 2);
+}
+
+TEST(LineCount, TakesPathsBelow499Bytes) {
+  const ScratchDir scratch;
+  scratch.file("f", "one\n");
+  std::string path = scratch.path();
+  while (path.size() < 496) path += "/";
+  path.resize(496);
+  EXPECT_EQ(file_getlinecount((path + "/f").c_str()), 1);
+  EXPECT_EQ(file_getlinecount((path + "//f").c_str()), -1);
+}
+
+// Owns what a scan returns.
+class Scan {
+ public:
+  explicit Scan(const std::string &path, int (*keep)(const dirent *) = nullptr,
+                int (*compare)(const dirent **, const dirent **) = nullptr)
+      : count_(our_scandir(path.c_str(), &list_, keep, compare)) {}
+  ~Scan() { our_freenamelist(list_); }
+  Scan(const Scan &) = delete;
+  Scan &operator=(const Scan &) = delete;
+
+  int count() const { return count_; }
+  dirent **list() const { return list_; }
+  std::vector<std::string> names() const {
+    std::vector<std::string> names;
+    for (auto **at = list_; at && *at; ++at) names.emplace_back((*at)->d_name);
+    return names;
+  }
+
+ private:
+  dirent **list_ = nullptr;
+  int count_;
+};
+
+int is_visible(const dirent *entry) { return entry->d_name[0] != '.'; }
+int is_never(const dirent *) { return 0; }
+int by_name(const dirent **a, const dirent **b) { return std::strcmp((*a)->d_name, (*b)->d_name); }
+int by_length(const dirent **a, const dirent **b) {
+  return static_cast<int>(std::strlen((*a)->d_name)) - static_cast<int>(std::strlen((*b)->d_name));
+}
+int always_greater(const dirent **, const dirent **) { return 1; }
+int at_random(const dirent **, const dirent **) {
+  static std::mt19937 random(11);
+  return static_cast<int>(random() % 3) - 1;
+}
+
+std::vector<std::string> system_order(const std::string &path) {
+  std::vector<std::string> names;
+  DIR *const directory = opendir(path.c_str());
+  while (const dirent *const entry = readdir(directory)) names.emplace_back(entry->d_name);
+  closedir(directory);
+  return names;
+}
+
+void fill(const ScratchDir &scratch, int count, int from = 0) {
+  for (int i = from; i < count; ++i) scratch.file("f" + std::to_string(i));
+}
+
+TEST(DirectoryScan, ReturnsEveryEntryInTheSystemsOrder) {
+  const ScratchDir scratch;
+  fill(scratch, 20);
+  scratch.directory("sub");
+  const Scan scan{scratch.path()};
+  EXPECT_EQ(scan.count(), 23);  // with "." and ".."
+  EXPECT_EQ(scan.names(), system_order(scratch.path()));
+}
+
+TEST(DirectoryScan, SkipsWhatTheSelectionRefuses) {
+  const ScratchDir scratch;
+  fill(scratch, 3);
+  const Scan scan{scratch.path(), is_visible, by_name};
+  EXPECT_EQ(scan.count(), 3);
+  EXPECT_EQ(scan.names(), (std::vector<std::string>{"f0", "f1", "f2"}));
+}
+
+TEST(DirectoryScan, GivesAnEmptyListWhenNothingIsSelected) {
+  const ScratchDir scratch;
+  const Scan scan{scratch.path(), is_never, always_greater};
+  EXPECT_EQ(scan.count(), 0);
+  ASSERT_NE(scan.list(), nullptr);
+  EXPECT_EQ(scan.list()[0], nullptr);
+}
+
+TEST(DirectoryScan, SortsStably) {
+  const ScratchDir scratch;
+  fill(scratch, 60);
+  auto expected = system_order(scratch.path());
+  std::stable_sort(expected.begin(), expected.end(),
+                   [](const auto &a, const auto &b) { return a.size() < b.size(); });
+  const Scan scan{scratch.path(), nullptr, by_length};
+  EXPECT_EQ(scan.names(), expected);
+}
+
+TEST(DirectoryScan, GrowsBy256Entries) {
+  const ScratchDir scratch;
+  int made = 0;
+  for (const int count : {255, 256, 257, 512, 513}) {
+    fill(scratch, count, std::exchange(made, count));
+    const Scan scan{scratch.path(), is_visible, by_name};
+    EXPECT_EQ(scan.count(), count);
+    const auto names = scan.names();
+    EXPECT_EQ(names.size(), static_cast<std::size_t>(count));
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
+  }
+}
+
+TEST(DirectoryScan, KeepsInodeRecordLengthAndNameOnly) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("entry.dat");
+  struct stat info;
+  ASSERT_EQ(stat(path.c_str(), &info), 0);
+  const Scan scan{scratch.path(), is_visible};
+  ASSERT_EQ(scan.count(), 1);
+  const dirent *const entry = scan.list()[0];
+  EXPECT_EQ(entry->d_ino, info.st_ino);
+  EXPECT_GT(entry->d_reclen, std::strlen("entry.dat"));
+
+  // Everything else is zero, over the promised size of the allocation.
+  const std::size_t size = std::strlen("entry.dat") + 1049;
+  std::vector<char> expected(size, '\0');
+  const auto put = [&](std::size_t offset, const void *value, std::size_t length) {
+    std::memcpy(expected.data() + offset, value, length);
+  };
+  put(offsetof(dirent, d_ino), &entry->d_ino, sizeof entry->d_ino);
+  put(offsetof(dirent, d_reclen), &entry->d_reclen, sizeof entry->d_reclen);
+  put(offsetof(dirent, d_name), "entry.dat", 9);
+  EXPECT_EQ(std::memcmp(entry, expected.data(), size), 0);
+}
+
+TEST(DirectoryScan, TakesNamesOf255Bytes) {
+  const ScratchDir scratch;
+  const std::string name(255, 'n');
+  scratch.file(name);
+  EXPECT_EQ(Scan(scratch.path(), is_visible).names(), std::vector<std::string>{name});
+}
+
+TEST(DirectoryScan, LosesNothingUnderAComparisonThatIsNoOrder) {
+  const ScratchDir scratch;
+  fill(scratch, 300);
+  auto expected = system_order(scratch.path());
+  std::sort(expected.begin(), expected.end());
+  for (auto *const compare : {always_greater, at_random}) {
+    const Scan scan{scratch.path(), nullptr, compare};
+    auto names = scan.names();
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, expected);
+  }
+}
+
+TEST(DirectoryScan, RefusesWhatIsNoReadableDirectory) {
+  const ScratchDir scratch;
+  for (const auto &path : {scratch / "missing", scratch.file("file"), std::string()}) {
+    const Scan scan{path};
+    EXPECT_EQ(scan.count(), -1);
+    EXPECT_EQ(scan.list(), nullptr);
+  }
+  dirent **list = nullptr;
+  EXPECT_EQ(our_scandir(nullptr, &list, nullptr, nullptr), -1);
+  EXPECT_EQ(our_scandir(scratch.path().c_str(), nullptr, nullptr, nullptr), -1);
+}
+
+TEST(DirectoryScan, ClearsTheListOnFailure) {
+  auto *list = reinterpret_cast<dirent **>(8);
+  EXPECT_EQ(our_scandir("/no/such/directory", &list, nullptr, nullptr), -1);
+  EXPECT_EQ(list, nullptr);
+}
+
+std::size_t open_descriptors() { return system_order("/dev/fd").size(); }
+
+TEST(DirectoryScan, ClosesTheDirectory) {
+  const ScratchDir scratch;
+  const auto before = open_descriptors();
+  { const Scan scan{scratch.path()}; }
+  { const Scan scan{scratch / "missing"}; }
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(NameListFree, TakesNullAndListsOfAnyTexts) {
+  our_freenamelist(nullptr);
+  auto **const texts = static_cast<char **>(std::calloc(3, sizeof(char *)));
+  texts[0] = strdup("first");
+  texts[1] = strdup("second");
+  our_freenamelist(texts);
+  our_freenamelist(std::calloc(1, sizeof(char *)));
+}
+
+constexpr int mode_read = 0;
+constexpr int mode_write = 1;
+constexpr int mode_size = 2;
+constexpr int keep_file = 256;
+
+struct Access {
+  int result;
+  std::int64_t position;
+};
+
+bool operator==(const Access &a, const Access &b) {
+  return a.result == b.result && a.position == b.position;
+}
+
+void PrintTo(const Access &access, std::ostream *out) {
+  *out << access.result << " at " << access.position;
+}
+
+Access access_file(const std::string &path, int flags, int origin, std::int64_t offset,
+                   std::int64_t count, void *buffer) {
+  Access access{99, 99};
+  access.result =
+      remote_fileio(path.c_str(), flags, origin, offset, count, buffer, &access.position);
+  return access;
+}
+
+Access write_text(const std::string &path, int flags, int origin, std::int64_t offset,
+                  std::string text) {
+  return access_file(path, flags, origin, offset, static_cast<std::int64_t>(text.size()),
+                     text.data());
+}
+
+TEST(FileAccess, ReadsAPiece) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[5] = "####";
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 3, 4, piece), (Access{0, 7}));
+  EXPECT_STREQ(piece, "3456");
+  EXPECT_EQ(access_file(path, mode_read, SEEK_CUR, 2, 4, piece), (Access{0, 6}));
+  EXPECT_STREQ(piece, "2345");
+  EXPECT_EQ(access_file(path, mode_read, SEEK_END, -4, 4, piece), (Access{0, 10}));
+  EXPECT_STREQ(piece, "6789");
+}
+
+TEST(FileAccess, OnlyPositionsForACountOfZero) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 4, 0, nullptr), (Access{0, 4}));
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 400, 0, nullptr), (Access{0, 400}));
+  EXPECT_EQ(access_file(path, mode_write | keep_file, SEEK_END, 0, 0, nullptr), (Access{0, 10}));
+  EXPECT_EQ(read_file(path), "0123456789");
+}
+
+TEST(FileAccess, FailsOnAShortRead) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[16];
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 7, 3, piece), (Access{0, 10}));
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 7, 4, piece), (Access{-3, 0}));
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 10, 1, piece), (Access{-3, 0}));
+}
+
+TEST(FileAccess, EmptiesTheFileBeforeWriting) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  EXPECT_EQ(write_text(path, mode_write, SEEK_SET, 0, "abc"), (Access{0, 3}));
+  EXPECT_EQ(read_file(path), "abc");
+}
+
+TEST(FileAccess, CreatesTheFileForWriting) {
+  const ScratchDir scratch;
+  EXPECT_EQ(write_text(scratch / "new", mode_write, SEEK_SET, 2, "abc"), (Access{0, 5}));
+  EXPECT_EQ(read_file(scratch / "new"), std::string("\0\0abc", 5));
+}
+
+TEST(FileAccess, WritesIntoTheFileThatIsKept) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_SET, 2, "ab"), (Access{0, 4}));
+  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_END, 0, "cd"), (Access{0, 12}));
+  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_END, -12, "e"), (Access{0, 1}));
+  EXPECT_EQ(read_file(path), "e1ab456789cd");
+}
+
+TEST(FileAccess, KeepsNoFileThatIsNotThere) {
+  const ScratchDir scratch;
+  const auto path = scratch / "missing";
+  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_SET, 0, "a"), (Access{-2, 0}));
+  EXPECT_FALSE(qal::test::exists(path));
+}
+
+TEST(FileAccess, TellsTheSize) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  EXPECT_EQ(access_file(path, mode_size, SEEK_SET, 0, 0, nullptr), (Access{0, 10}));
+  EXPECT_EQ(access_file(scratch.file("empty"), mode_size, 0, 0, 0, nullptr), (Access{0, 0}));
+}
+
+TEST(FileAccess, TellsTheSizeWhateverTheOtherArgumentsAre) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  EXPECT_EQ(access_file(path, mode_size, 77, -5, -1, nullptr), (Access{0, 10}));
+  EXPECT_EQ(access_file(path, mode_size | keep_file, 77, 5, 3, nullptr), (Access{0, 10}));
+}
+
+TEST(FileAccess, GoesBeyondFourGigabytes) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data");
+  const std::int64_t far = (std::int64_t{1} << 32) + 5;
+  EXPECT_EQ(write_text(path, mode_write, SEEK_SET, far, "end"), (Access{0, far + 3}));
+  EXPECT_EQ(access_file(path, mode_size, SEEK_SET, 0, 0, nullptr), (Access{0, far + 3}));
+  char piece[4] = "###";
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, far, 3, piece), (Access{0, far + 3}));
+  EXPECT_STREQ(piece, "end");
+}
+
+TEST(FileAccess, TakesTheModeFromTheLowEightBits) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[2] = "#";
+  EXPECT_EQ(access_file(path, 0x7ffffe00 | mode_read, SEEK_SET, 1, 1, piece), (Access{0, 2}));
+  EXPECT_STREQ(piece, "1");
+  EXPECT_EQ(write_text(path, 0x200 | mode_write, SEEK_SET, 0, "x"), (Access{0, 1}));
+  EXPECT_EQ(read_file(path), "x");
+}
+
+TEST(FileAccess, RefusesOtherModesAndANullPath) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[2];
+  for (const int mode : {3, 255, -1, keep_file | 3}) {
+    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, 1, piece), (Access{-1, 0})) << mode;
+  }
+  std::int64_t position = 99;
+  EXPECT_EQ(remote_fileio(nullptr, mode_read, SEEK_SET, 0, 0, nullptr, &position), -1);
+  EXPECT_EQ(position, 0);
+  EXPECT_EQ(read_file(path), "0123456789");
+}
+
+TEST(FileAccess, RefusesWhatCannotBeOpened) {
+  const ScratchDir scratch;
+  char piece[2];
+  EXPECT_EQ(access_file(scratch / "missing", mode_read, SEEK_SET, 0, 1, piece), (Access{-2, 0}));
+  EXPECT_EQ(access_file(scratch / "missing", mode_size, SEEK_SET, 0, 0, piece), (Access{-2, 0}));
+  EXPECT_EQ(access_file(scratch.path(), mode_write, SEEK_SET, 0, 1, piece), (Access{-2, 0}));
+  EXPECT_EQ(access_file("", mode_read, SEEK_SET, 0, 1, piece), (Access{-2, 0}));
+}
+
+TEST(FileAccess, FailsWhereThePositionCannotBeReached) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[2];
+  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, -1, 1, piece), (Access{-3, 0}));
+  EXPECT_EQ(access_file(path, mode_read, SEEK_END, -11, 0, piece), (Access{-3, 0}));
+  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_CUR, -1, "x"), (Access{-3, 0}));
+  EXPECT_EQ(read_file(path), "0123456789");
+}
+
+TEST(FileAccess, FailsToTellTheSizeOfAStreamWithoutPositions) {
+  const ScratchDir scratch;
+  const auto path = scratch / "fifo";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  const int held = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  EXPECT_EQ(access_file(path, mode_size, SEEK_SET, 0, 0, nullptr), (Access{-3, 0}));
+  close(held);
+}
+
+TEST(FileAccess, LeavesTheFileAloneWhenArgumentsMakeNoSense) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[2] = "x";
+  for (const int mode : {mode_read, mode_write, mode_write | keep_file}) {
+    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, -1, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, INT64_MIN, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(path, mode, -1, 0, 1, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(path, mode, 3, 0, 1, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, 1, nullptr), (Access{-3, 0}));
+  }
+  EXPECT_EQ(read_file(path), "0123456789");
+}
+
+TEST(FileAccess, FailsToReadADirectory) {
+  const ScratchDir scratch;
+  char piece[2];
+  EXPECT_EQ(access_file(scratch.path(), mode_read, SEEK_SET, 0, 1, piece), (Access{-3, 0}));
+}
+
+TEST(FileAccess, NeedsNoPlaceForThePosition) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[2] = "#";
+  EXPECT_EQ(remote_fileio(path.c_str(), mode_read, SEEK_SET, 9, 1, piece, nullptr), 0);
+  EXPECT_STREQ(piece, "9");
+  EXPECT_EQ(remote_fileio(path.c_str(), 7, SEEK_SET, 9, 1, piece, nullptr), -1);
+}
+
+TEST(FileAccess, FailsWhenTheDiskIsFull) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no device that is always full";
+  const ScratchDir scratch;
+  // Small enough to stay in the stream's buffer until it is closed, and far too large for that.
+  EXPECT_EQ(write_text("/dev/full", mode_write, SEEK_SET, 0, "x"), (Access{-3, 0}));
+  EXPECT_EQ(write_text("/dev/full", mode_write, SEEK_SET, 0, std::string(1 << 20, 'x')),
+            (Access{-3, 0}));
+}
+
+TEST(FileAccess, ClosesTheFileOnEveryPath) {
+  const ScratchDir scratch;
+  const auto path = scratch.file("data", "0123456789");
+  char piece[16];
+  const auto before = open_descriptors();
+  access_file(path, mode_read, SEEK_SET, 0, 10, piece);
+  access_file(path, mode_read, SEEK_SET, 0, 11, piece);
+  access_file(path, mode_read, SEEK_SET, -1, 1, piece);
+  access_file(path, mode_size, SEEK_SET, 0, 0, piece);
+  write_text(path, mode_write, SEEK_SET, 0, "x");
+  write_text("/dev/full", mode_write, SEEK_SET, 0, "x");
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+}  // namespace
