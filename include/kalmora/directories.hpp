@@ -1,0 +1,58 @@
+/** @file
+ *  Where the installation, the user's resources and the search paths are: resolved once from the
+ *  environment into process-wide texts. C++ only.
+ *
+ *  Read are ZUL_HOME, ZUL_USER_HOMEDIR, TRANSPORT_DIR, LAUNCH_CONFIG_DIR and TMPDIR. A variable
+ * that is set to nothing counts as set, except the two search paths, which then add nothing.
+ *
+ *  The sizes of the texts are in bytes and count the terminator. A directory that does not fit its
+ *  text leaves it empty, because a cut path is another directory; a search path takes an entry
+ * whole or not at all. Only Zul_home_directory and the two 64-byte texts are cut.
+ *
+ *  Threads: query_env_vars() and the first qal_zul_home() belong to the main thread, before other
+ *  threads start. Afterwards every thread may read; nobody writes.
+ *
+ *  Source: app/directories.cpp, app/installation.cpp. */
+#ifndef KALMORA_DIRECTORIES_HPP
+#define KALMORA_DIRECTORIES_HPP
+
+/** The user's resource directory of this version, and of the previous one, relative to the home. */
+extern char App_resource_directory[64], Old_App_resource_directory[64];
+
+extern char Zul_home_directory[1024];             /**< the installation root */
+extern char App_home_directory[1024];             /**< the product's own tree */
+extern char App_site_preferences_directory[1024]; /**< the site's preferences */
+extern char Vemo_home_directory[1024];            /**< the companion Vemo tree */
+extern char Zul_arch[80];                         /**< the platform word */
+extern char User_home_directory[1024];            /**< the user's home */
+
+/** Home and App_resource_directory, joined. Begins with "/" when the home is empty; is itself empty
+ *  only when the home or the joined path did not fit. */
+extern char User_resource_directory[1024];
+
+extern char TransportPaths[1024]; /**< transport directories, separated by ":" */
+
+/** Launch configuration directories, separated by ":". Readers skip empty entries: the list begins
+ *  with one when there is no Vemo tree. */
+extern char LaunchConfigPaths[1024];
+
+/** Fills the texts. Only the first call in a process does anything.
+ *
+ *  Never fails as a whole: what cannot be resolved is left empty. Reports what it found through
+ *  qal_info(). The product's tree carries the base product name of QalIdentity::currentIdentity,
+ *  or no name when there is none.
+ *
+ *  @param product  the lower-case product word in the names of the resource directories; null
+ *                  counts as empty. */
+void query_env_vars(const char *product);
+
+/** The installation root: ZUL_HOME without one separator at its end, or "/usr/local/ZUL".
+ *
+ *  @return a text that stays the same for the life of the process, of at most 1023 bytes; never
+ *          null. A later change of ZUL_HOME is not seen. */
+const char *qal_zul_home();
+
+/** The platform word, "apple" on every platform that we build for. */
+const char *qal_zul_arch();
+
+#endif

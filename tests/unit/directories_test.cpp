@@ -1,0 +1,599 @@
+// Directory resolution, each case in a child process with an environment of its own.
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
+#include <kalmora/directories.hpp>
+#include <qal/identity.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/log_capture.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using qal::test::LogCapture;
+using qal::test::run_in_child;
+using qal::test::ScratchDir;
+using Settings = std::map<std::string, std::string>;
+
+constexpr std::size_t limits[] = {1000, 1008, 1022, 1023, 1024, 5000};
+
+// A path of exactly so many bytes that no step changes.
+std::string path_of(std::size_t length) { return "/" + std::string(length - 1, 'p'); }
+
+std::string real_home() {
+  char store[16384];
+  passwd entry;
+  passwd *found = nullptr;
+  EXPECT_EQ(getpwuid_r(getuid(), &entry, store, sizeof store, &found), 0);
+  return found->pw_dir;
+}
+
+void in_child(const Settings &settings, const std::function<void()> &body) {
+  const auto child = run_in_child([&] {
+    clearenv();
+    for (const auto &[name, value] : settings) setenv(name.c_str(), value.c_str(), 1);
+    body();
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+// Resolves as the product "kalmora" of a host whose identity is Kalmora.
+void resolve(const char *product = "kalmora") {
+  QalIdentity identity{"tool"};
+  identity.setProduct(1);
+  QalIdentity::currentIdentity = &identity;
+  query_env_vars(product);
+  QalIdentity::currentIdentity = nullptr;
+}
+
+void resolved(const Settings &settings, const std::function<void()> &checks) {
+  in_child(settings, [&] {
+    resolve();
+    checks();
+  });
+}
+
+std::string root_for(const char *value) {
+  const auto child = run_in_child([&] {
+    clearenv();
+    if (value) setenv("ZUL_HOME", value, 1);
+    std::fputs(qal_zul_home(), stdout);
+  });
+  EXPECT_TRUE(child.exited_with(0));
+  return child.out;
+}
+
+std::string root_for(const std::string &value) { return root_for(value.c_str()); }
+
+std::string or_empty(const std::string &path, std::size_t longest) {
+  return path.size() <= longest ? path : "";
+}
+
+std::string slashed(std::string path) {
+  std::replace(path.begin(), path.end(), '\\', '/');
+  return path;
+}
+
+std::string model_root(const Settings &settings) {
+  const auto set = settings.find("ZUL_HOME");
+  if (set == settings.end()) return "/usr/local/ZUL";
+  std::string root = set->second.substr(0, 1023);
+  const auto last = root.find_last_not_of("\r\n");
+  const bool separator = last != root.npos && (root[last] == '/' || root[last] == '\\');
+  return separator && last > 0 ? root.substr(0, last) : root;
+}
+
+std::string model_tree(const std::string &path) {
+  const auto plain = slashed(or_empty(path, 1023));
+  const bool tilde = !plain.empty() && plain[0] == '~';
+  return or_empty(tilde ? real_home() + plain.substr(1) : plain, 1022);
+}
+
+void append(std::string &list, const std::string &entry) {
+  if (list.size() + entry.size() <= 1023) list += entry;
+}
+
+std::string setting(const Settings &settings, const std::string &name) {
+  const auto found = settings.find(name);
+  return found == settings.end() ? "" : found->second;
+}
+
+// Compares every text with what a second, plainer writing of the rules gives.
+void expect_model(const Settings &settings) {
+  const std::string resources = "Library/Application Support/kalmora102";
+  const auto root = model_root(settings);
+  const auto vemo = model_tree(root + "/vemo32");
+  const bool home_set = settings.count("ZUL_USER_HOMEDIR") != 0;
+  const auto wanted_home = home_set ? setting(settings, "ZUL_USER_HOMEDIR") : real_home();
+  const auto home = or_empty(wanted_home, 1023);
+  const bool home_fits = home.size() == wanted_home.size();
+
+  EXPECT_EQ(App_resource_directory, resources);
+  EXPECT_STREQ(Old_App_resource_directory, "Library/Application Support/kalmora101");
+  EXPECT_EQ(Zul_home_directory, root);
+  EXPECT_EQ(App_home_directory, model_tree(root + "/kalmora102"));
+  EXPECT_EQ(App_site_preferences_directory, model_tree(root + "/kalmora102/site_preferences"));
+  EXPECT_EQ(Vemo_home_directory, vemo);
+  EXPECT_STREQ(Zul_arch, "apple");
+  EXPECT_EQ(User_home_directory, home);
+  const auto joined = slashed(or_empty(home + "/" + resources, 1023));
+  EXPECT_EQ(User_resource_directory, home_fits ? joined : "");
+
+  std::string transports;
+  append(transports, slashed(setting(settings, "TRANSPORT_DIR")));
+  const auto machines = or_empty(slashed(vemo + "/machines/apple/ZUL/transports"), 1023);
+  if (!vemo.empty() && !machines.empty()) {
+    append(transports, (transports.empty() ? "" : ":") + machines);
+  }
+  EXPECT_EQ(TransportPaths, transports);
+
+  std::string launches;
+  if (!vemo.empty()) append(launches, vemo + "/launch_configs");
+  const auto own = setting(settings, "LAUNCH_CONFIG_DIR");
+  if (!own.empty()) append(launches, slashed(":" + own));
+  const auto last = or_empty(slashed(home + "/" + resources + "/launch_configs"), 1023);
+  if (!last.empty()) append(launches, ":" + last);
+  EXPECT_EQ(LaunchConfigPaths, launches);
+}
+
+TEST(InstallationRoot, HasAFixedPlaceWhenNothingIsSet) {
+  EXPECT_EQ(root_for(nullptr), "/usr/local/ZUL");
+}
+
+TEST(InstallationRoot, IsTheOneInTheEnvironment) { EXPECT_EQ(root_for("/opt/zul"), "/opt/zul"); }
+
+TEST(InstallationRoot, LosesOneSeparatorAtItsEnd) {
+  EXPECT_EQ(root_for("/opt/zul/"), "/opt/zul");
+  EXPECT_EQ(root_for("/opt/zul//"), "/opt/zul/");
+  EXPECT_EQ(root_for("C:\\zul\\"), "C:\\zul");
+  EXPECT_EQ(root_for("/opt/zul\\/"), "/opt/zul\\");
+}
+
+TEST(InstallationRoot, IsSearchedForItsSeparatorBeforeLineEnds) {
+  EXPECT_EQ(root_for("/opt/zul/\n"), "/opt/zul");
+  EXPECT_EQ(root_for("/opt/zul/\r\n\n\r"), "/opt/zul");
+  EXPECT_EQ(root_for("/opt/zul\n"), "/opt/zul\n");  // passed over, not removed
+  EXPECT_EQ(root_for("/opt/zul\n/\n"), "/opt/zul\n");
+  EXPECT_EQ(root_for("/opt/zul/ "), "/opt/zul/ ");
+}
+
+TEST(InstallationRoot, KeepsItsFirstCharacterWhateverItIs) {
+  EXPECT_EQ(root_for("/"), "/");
+  EXPECT_EQ(root_for("\\"), "\\");
+  EXPECT_EQ(root_for("//"), "/");
+  EXPECT_EQ(root_for("/\n"), "/\n");
+  EXPECT_EQ(root_for("\n/"), "\n");
+}
+
+TEST(InstallationRoot, MayBeEmpty) { EXPECT_EQ(root_for(""), ""); }
+
+TEST(InstallationRoot, IsCutTo1023Bytes) {
+  for (const auto length : limits) {
+    EXPECT_EQ(root_for(path_of(length)), path_of(std::min<std::size_t>(length, 1023)));
+  }
+}
+
+TEST(InstallationRoot, LooksForItsSeparatorAfterTheCut) {
+  EXPECT_EQ(root_for(path_of(1022) + "/"), path_of(1022));
+  EXPECT_EQ(root_for(path_of(1022) + "/x"), path_of(1022));
+  EXPECT_EQ(root_for(path_of(1023) + "/"), path_of(1023));
+}
+
+TEST(InstallationRoot, IsRememberedForTheProcess) {
+  in_child({{"ZUL_HOME", "/first"}}, [] {
+    const char *const root = qal_zul_home();
+    setenv("ZUL_HOME", "/second", 1);
+    EXPECT_EQ(qal_zul_home(), root);
+    EXPECT_STREQ(root, "/first");
+    unsetenv("ZUL_HOME");
+    EXPECT_STREQ(qal_zul_home(), "/first");
+  });
+}
+
+TEST(InstallationRoot, IsACopyOfTheSetting) {
+  in_child({{"ZUL_HOME", "/first/"}}, [] {
+    EXPECT_STREQ(qal_zul_home(), "/first");
+    EXPECT_STREQ(std::getenv("ZUL_HOME"), "/first/");
+  });
+}
+
+TEST(PlatformWord, IsAppleEverywhere) { EXPECT_STREQ(qal_zul_arch(), "apple"); }
+
+TEST(DirectoryTexts, HaveTheirSizesAndFirstValues) {
+  EXPECT_EQ(sizeof App_resource_directory, 64u);
+  EXPECT_EQ(sizeof Old_App_resource_directory, 64u);
+  EXPECT_EQ(sizeof Zul_arch, 80u);
+  EXPECT_STREQ(App_resource_directory, "Library/Application Support/Kalmora102");
+  EXPECT_STREQ(Old_App_resource_directory, "Library/Application Support/Kalmora101");
+  for (const auto *text :
+       {&Zul_home_directory, &App_home_directory, &App_site_preferences_directory,
+        &Vemo_home_directory, &User_home_directory, &User_resource_directory, &TransportPaths,
+        &LaunchConfigPaths}) {
+    EXPECT_EQ(sizeof *text, 1024u);
+    EXPECT_STREQ(*text, "");
+  }
+  EXPECT_STREQ(Zul_arch, "");
+}
+
+TEST(DirectoryResolve, UsesFixedPlacesWhenNothingIsSet) {
+  resolved({}, [] {
+    const auto home = real_home();
+    EXPECT_STREQ(App_resource_directory, "Library/Application Support/kalmora102");
+    EXPECT_STREQ(Old_App_resource_directory, "Library/Application Support/kalmora101");
+    EXPECT_STREQ(Zul_home_directory, "/usr/local/ZUL");
+    EXPECT_STREQ(App_home_directory, "/usr/local/ZUL/kalmora102");
+    EXPECT_STREQ(App_site_preferences_directory, "/usr/local/ZUL/kalmora102/site_preferences");
+    EXPECT_STREQ(Vemo_home_directory, "/usr/local/ZUL/vemo32");
+    EXPECT_STREQ(Zul_arch, "apple");
+    EXPECT_EQ(User_home_directory, home);
+    EXPECT_EQ(User_resource_directory, home + "/Library/Application Support/kalmora102");
+    EXPECT_STREQ(TransportPaths, "/usr/local/ZUL/vemo32/machines/apple/ZUL/transports");
+    EXPECT_EQ(LaunchConfigPaths, "/usr/local/ZUL/vemo32/launch_configs:" + home +
+                                     "/Library/Application Support/kalmora102/launch_configs");
+  });
+}
+
+TEST(DirectoryResolve, FollowsTheEnvironment) {
+  resolved({{"ZUL_HOME", "/opt/zul/"},
+            {"ZUL_USER_HOMEDIR", "/home/mira"},
+            {"TRANSPORT_DIR", "/t1:/t2"},
+            {"LAUNCH_CONFIG_DIR", "/l1:/l2"}},
+           [] {
+             EXPECT_STREQ(Zul_home_directory, "/opt/zul");
+             EXPECT_STREQ(App_home_directory, "/opt/zul/kalmora102");
+             EXPECT_STREQ(App_site_preferences_directory, "/opt/zul/kalmora102/site_preferences");
+             EXPECT_STREQ(Vemo_home_directory, "/opt/zul/vemo32");
+             EXPECT_STREQ(User_home_directory, "/home/mira");
+             EXPECT_STREQ(User_resource_directory,
+                          "/home/mira/Library/Application Support/kalmora102");
+             EXPECT_STREQ(TransportPaths, "/t1:/t2:/opt/zul/vemo32/machines/apple/ZUL/transports");
+             EXPECT_STREQ(LaunchConfigPaths,
+                          "/opt/zul/vemo32/launch_configs:/l1:/l2:"
+                          "/home/mira/Library/Application Support/kalmora102/launch_configs");
+           });
+}
+
+TEST(DirectoryResolve, NamesTheProductTreeAfterTheIdentity) {
+  in_child({{"ZUL_HOME", "/opt/zul"}}, [] {
+    QalIdentity identity{"tool"};
+    identity.setProduct(3);
+    QalIdentity::currentIdentity = &identity;
+    query_env_vars("kalmora");
+    EXPECT_STREQ(App_home_directory, "/opt/zul/pellum102");
+    EXPECT_STREQ(App_site_preferences_directory, "/opt/zul/kalmora102/site_preferences");
+  });
+}
+
+TEST(DirectoryResolve, NamesNoProductWithoutAnIdentity) {
+  in_child({{"ZUL_HOME", "/opt/zul"}}, [] {
+    query_env_vars("kalmora");
+    EXPECT_STREQ(App_home_directory, "/opt/zul/102");
+  });
+}
+
+TEST(DirectoryResolve, NamesTheResourceDirectoriesAfterTheProductWord) {
+  in_child({{"ZUL_USER_HOMEDIR", "/h"}}, [] {
+    resolve("pellum");
+    EXPECT_STREQ(App_resource_directory, "Library/Application Support/pellum102");
+    EXPECT_STREQ(Old_App_resource_directory, "Library/Application Support/pellum101");
+    EXPECT_STREQ(User_resource_directory, "/h/Library/Application Support/pellum102");
+    EXPECT_STREQ(App_home_directory, "/usr/local/ZUL/kalmora102");
+  });
+}
+
+TEST(DirectoryResolve, TakesANullProductAsEmpty) {
+  in_child({{"ZUL_USER_HOMEDIR", "/h"}}, [] {
+    resolve(nullptr);
+    EXPECT_STREQ(App_resource_directory, "Library/Application Support/102");
+    EXPECT_STREQ(Old_App_resource_directory, "Library/Application Support/101");
+    EXPECT_STREQ(User_resource_directory, "/h/Library/Application Support/102");
+  });
+}
+
+TEST(DirectoryResolve, CutsALongProductWordTo63Bytes) {
+  const std::string folder = "Library/Application Support/";
+  for (const std::size_t length : {32u, 33u, 35u, 36u, 5000u}) {
+    in_child({}, [&] {
+      const std::string product(length, 'w');
+      resolve(product.c_str());
+      EXPECT_EQ(App_resource_directory, (folder + product + "102").substr(0, 63));
+      EXPECT_EQ(Old_App_resource_directory, (folder + product + "101").substr(0, 63));
+    });
+  }
+}
+
+TEST(DirectoryResolve, DoesNothingTheSecondTime) {
+  in_child({{"ZUL_USER_HOMEDIR", "/first"}}, [] {
+    resolve();
+    setenv("ZUL_USER_HOMEDIR", "/second", 1);
+    setenv("TMPDIR", "/no/such/place", 1);
+    User_home_directory[1] = 'F';
+    const LogCapture log;
+    resolve("pellum");
+    EXPECT_STREQ(App_resource_directory, "Library/Application Support/kalmora102");
+    EXPECT_STREQ(User_home_directory, "/First");
+    EXPECT_EQ(log.text(), "");
+  });
+}
+
+TEST(DirectoryResolve, TakesARootThatBeginsWithABlankAsUnset) {
+  for (const auto &root : {" ", " /opt/zul", " ~\\x"}) {
+    in_child({{"ZUL_HOME", root}, {"ZUL_USER_HOMEDIR", "/h"}}, [] {
+      const LogCapture log;
+      resolve();
+      EXPECT_STREQ(Zul_home_directory, "/usr/local/ZUL/");
+      EXPECT_STREQ(App_home_directory, "/usr/local/ZUL/kalmora102");
+      EXPECT_STREQ(App_site_preferences_directory, "/usr/local/ZUL/kalmora102/site_preferences");
+      EXPECT_STREQ(Vemo_home_directory, "/usr/local/ZUL/vemo32");
+      EXPECT_STREQ(TransportPaths, "/usr/local/ZUL/vemo32/machines/apple/ZUL/transports");
+      EXPECT_EQ(log.text(), "getenv(ZUL_HOME) returned NULL\n");
+    });
+  }
+}
+
+TEST(DirectoryResolve, TakesOnlyASpaceForABlank) {
+  resolved({{"ZUL_HOME", "\t/opt"}}, [] { EXPECT_STREQ(Zul_home_directory, "\t/opt"); });
+}
+
+// An identity whose base name is more than a path would take unchanged.
+struct OddIdentity : QalIdentity {
+  explicit OddIdentity(std::string base) : QalIdentity("tool"), base_(std::move(base)) {}
+  const char *getBaseProductName(bool lower) override {
+    EXPECT_TRUE(lower);
+    return base_.c_str();
+  }
+  std::string base_;
+};
+
+TEST(DirectoryResolve, ConvertsNothingInTheFixedTrees) {
+  in_child({{"ZUL_HOME", " "}}, [] {
+    OddIdentity identity{"a\\b"};
+    QalIdentity::currentIdentity = &identity;
+    query_env_vars("kalmora");
+    EXPECT_STREQ(App_home_directory, "/usr/local/ZUL/a\\b102");
+  });
+}
+
+TEST(DirectoryResolve, EmptiesATreeWhoseProductNameDoesNotFit) {
+  for (const bool fixed : {false, true}) {
+    const std::size_t longest = fixed ? 1023 : 1022;
+    const std::size_t room = longest - std::string("/usr/local/ZUL/102").size();
+    for (const std::size_t length : {room, room + 1, std::size_t{5000}}) {
+      in_child({{"ZUL_HOME", fixed ? " " : "/usr/local/ZUL"}}, [&] {
+        OddIdentity identity{std::string(length, 'b')};
+        QalIdentity::currentIdentity = &identity;
+        query_env_vars("kalmora");
+        EXPECT_EQ(App_home_directory,
+                  length == room ? "/usr/local/ZUL/" + identity.base_ + "102" : std::string());
+        EXPECT_STREQ(App_site_preferences_directory, "/usr/local/ZUL/kalmora102/site_preferences");
+        EXPECT_STREQ(Vemo_home_directory, "/usr/local/ZUL/vemo32");
+      });
+    }
+  }
+}
+
+TEST(DirectoryResolve, ReportsTheRoot) {
+  in_child({{"ZUL_HOME", "/opt/100%s/"}}, [] {
+    const LogCapture log;
+    resolve();
+    EXPECT_EQ(log.text(), "getenv(ZUL_HOME) returned [/opt/100%s]\n");
+  });
+}
+
+TEST(DirectoryResolve, ReportsTheFixedRootToo) {
+  in_child({}, [] {
+    const LogCapture log;
+    resolve();
+    EXPECT_EQ(log.text(), "getenv(ZUL_HOME) returned [/usr/local/ZUL]\n");
+  });
+}
+
+TEST(DirectoryResolve, ConvertsAndExpandsTheTreesBelowARoot) {
+  resolved({{"ZUL_HOME", "~\\zul"}}, [] {
+    const auto home = real_home();
+    EXPECT_STREQ(Zul_home_directory, "~\\zul");
+    EXPECT_EQ(App_home_directory, home + "/zul/kalmora102");
+    EXPECT_EQ(App_site_preferences_directory, home + "/zul/kalmora102/site_preferences");
+    EXPECT_EQ(Vemo_home_directory, home + "/zul/vemo32");
+  });
+}
+
+TEST(DirectoryResolve, EmptiesTheTreesOfAnUnknownUser) {
+  resolved({{"ZUL_HOME", "~no-such-user-here/zul"}, {"ZUL_USER_HOMEDIR", "/h"}}, [] {
+    EXPECT_STREQ(Zul_home_directory, "~no-such-user-here/zul");
+    EXPECT_STREQ(App_home_directory, "");
+    EXPECT_STREQ(App_site_preferences_directory, "");
+    EXPECT_STREQ(Vemo_home_directory, "");
+    EXPECT_STREQ(TransportPaths, "");
+  });
+}
+
+TEST(DirectoryResolve, TakesAnEmptyRootAsSet) {
+  in_child({{"ZUL_HOME", ""}}, [] {
+    const LogCapture log;
+    resolve();
+    EXPECT_STREQ(Zul_home_directory, "");
+    EXPECT_STREQ(App_home_directory, "/kalmora102");
+    EXPECT_STREQ(Vemo_home_directory, "/vemo32");
+    EXPECT_EQ(log.text(), "getenv(ZUL_HOME) returned []\n");
+  });
+}
+
+TEST(DirectoryResolve, LeavesThePlatformWordOutOfTheEnvironment) {
+  resolved({}, [] { EXPECT_EQ(std::getenv("ZUL_ARCH"), nullptr); });
+  resolved({{"ZUL_ARCH", "other"}}, [] {
+    EXPECT_STREQ(Zul_arch, "apple");
+    EXPECT_STREQ(std::getenv("ZUL_ARCH"), "other");
+  });
+}
+
+TEST(DirectoryResolve, TakesTheUserHomeAsItIsSet) {
+  resolved({{"ZUL_USER_HOMEDIR", "~\\mira/"}}, [] {
+    EXPECT_STREQ(User_home_directory, "~\\mira/");
+    EXPECT_STREQ(User_resource_directory, "~/mira//Library/Application Support/kalmora102");
+  });
+}
+
+TEST(DirectoryResolve, KeepsTheLeadingSlashForAnEmptyHome) {
+  resolved({{"ZUL_USER_HOMEDIR", ""}}, [] {
+    EXPECT_STREQ(User_home_directory, "");
+    EXPECT_STREQ(User_resource_directory, "/Library/Application Support/kalmora102");
+  });
+}
+
+TEST(DirectoryResolve, HasNoResourceDirectoryWhenTheHomeDoesNotFit) {
+  const auto expect_none = [] { EXPECT_STREQ(User_resource_directory, ""); };
+  for (const std::size_t length : {1024u, 5000u}) {
+    resolved({{"ZUL_USER_HOMEDIR", path_of(length)}}, [&] {
+      EXPECT_STREQ(User_home_directory, "");
+      expect_none();
+    });
+  }
+  const std::size_t room = 1023 - std::string("/Library/Application Support/kalmora102").size();
+  resolved({{"ZUL_USER_HOMEDIR", path_of(room)}}, [&] {
+    EXPECT_EQ(User_resource_directory, path_of(room) + "/Library/Application Support/kalmora102");
+  });
+  resolved({{"ZUL_USER_HOMEDIR", path_of(room + 1)}}, [&] {
+    EXPECT_EQ(User_home_directory, path_of(room + 1));
+    expect_none();
+  });
+}
+
+TEST(DirectoryResolve, ConvertsTheTransports) {
+  resolved({{"TRANSPORT_DIR", "C:\\t1:\\t2\\"}}, [] {
+    EXPECT_STREQ(TransportPaths, "C:/t1:/t2/:/usr/local/ZUL/vemo32/machines/apple/ZUL/transports");
+  });
+}
+
+TEST(DirectoryResolve, AddsNothingForAnEmptyTransportSetting) {
+  resolved({{"TRANSPORT_DIR", ""}}, [] {
+    EXPECT_STREQ(TransportPaths, "/usr/local/ZUL/vemo32/machines/apple/ZUL/transports");
+  });
+}
+
+TEST(DirectoryResolve, HasOnlyTheSetTransportsWithoutAVemoTree) {
+  resolved({{"ZUL_HOME", path_of(1020)}, {"TRANSPORT_DIR", "/t"}},
+           [] { EXPECT_STREQ(TransportPaths, "/t"); });
+  resolved({{"ZUL_HOME", path_of(1020)}}, [] { EXPECT_STREQ(TransportPaths, ""); });
+}
+
+TEST(DirectoryResolve, ConvertsTheSetLaunchConfigurations) {
+  resolved({{"ZUL_USER_HOMEDIR", "\\h"}, {"LAUNCH_CONFIG_DIR", "\\l1:l2\\"}}, [] {
+    EXPECT_STREQ(LaunchConfigPaths,
+                 "/usr/local/ZUL/vemo32/launch_configs:/l1:l2/:"
+                 "/h/Library/Application Support/kalmora102/launch_configs");
+  });
+}
+
+TEST(DirectoryResolve, AddsNothingForAnEmptyLaunchSetting) {
+  resolved({{"LAUNCH_CONFIG_DIR", ""}, {"ZUL_USER_HOMEDIR", "/h"}}, [] {
+    EXPECT_STREQ(LaunchConfigPaths,
+                 "/usr/local/ZUL/vemo32/launch_configs:"
+                 "/h/Library/Application Support/kalmora102/launch_configs");
+  });
+}
+
+TEST(DirectoryResolve, BeginsTheLaunchListWithAnEmptyEntryWithoutAVemoTree) {
+  resolved({{"ZUL_HOME", path_of(1020)}, {"ZUL_USER_HOMEDIR", "/h"}}, [] {
+    EXPECT_STREQ(LaunchConfigPaths, ":/h/Library/Application Support/kalmora102/launch_configs");
+  });
+  resolved({{"ZUL_HOME", path_of(1020)}, {"ZUL_USER_HOMEDIR", "/h"}, {"LAUNCH_CONFIG_DIR", "/l"}},
+           [] {
+             EXPECT_STREQ(LaunchConfigPaths,
+                          ":/l:/h/Library/Application Support/kalmora102/launch_configs");
+           });
+}
+
+TEST(DirectoryResolve, AppendsAListEntryWithItsSeparatorOrNotAtAll) {
+  const std::string machines = ":/usr/local/ZUL/vemo32/machines/apple/ZUL/transports";
+  const std::size_t room = 1023 - machines.size();
+  resolved({{"TRANSPORT_DIR", path_of(room)}},
+           [&] { EXPECT_EQ(TransportPaths, path_of(room) + machines); });
+  resolved({{"TRANSPORT_DIR", path_of(room + 1)}},
+           [&] { EXPECT_EQ(TransportPaths, path_of(room + 1)); });
+  resolved({{"TRANSPORT_DIR", path_of(1023)}}, [&] { EXPECT_EQ(TransportPaths, path_of(1023)); });
+  resolved({{"TRANSPORT_DIR", path_of(1024)}},
+           [&] { EXPECT_EQ(TransportPaths, machines.substr(1)); });
+
+  const std::string vemo = "/usr/local/ZUL/vemo32/launch_configs";
+  const std::string own = ":/h/Library/Application Support/kalmora102/launch_configs";
+  const std::size_t launch_room = 1023 - vemo.size() - 1;
+  const auto launch = [&](std::size_t length, const std::string &expected) {
+    resolved({{"LAUNCH_CONFIG_DIR", path_of(length)}, {"ZUL_USER_HOMEDIR", "/h"}},
+             [&] { EXPECT_EQ(LaunchConfigPaths, expected); });
+  };
+  const std::size_t both = launch_room - own.size();
+  launch(both, vemo + ":" + path_of(both) + own);
+  launch(both + 1, vemo + ":" + path_of(both + 1));
+  launch(launch_room, vemo + ":" + path_of(launch_room));
+  launch(launch_room + 1, vemo + own);
+}
+
+TEST(DirectoryResolve, HoldsEveryTextWithinItsSizeForLongSettings) {
+  for (const auto length : limits) {
+    const std::string path = path_of(length);
+    for (const auto *name :
+         {"ZUL_HOME", "ZUL_USER_HOMEDIR", "TRANSPORT_DIR", "LAUNCH_CONFIG_DIR"}) {
+      const Settings one{{name, path}};
+      resolved(one, [&] { expect_model(one); });
+    }
+    const Settings all{{"ZUL_HOME", path},
+                       {"ZUL_USER_HOMEDIR", path},
+                       {"TRANSPORT_DIR", path},
+                       {"LAUNCH_CONFIG_DIR", path},
+                       {"TMPDIR", path}};
+    resolved(all, [&] { expect_model(all); });
+  }
+}
+
+TEST(DirectoryResolve, HoldsTheTreesWithinTheirRoomAroundEachLimit) {
+  for (std::size_t length = 975; length <= 1024; ++length) {
+    for (const std::string prefix : {"", "~"}) {
+      const Settings settings{{"ZUL_HOME", prefix + path_of(length)}};
+      resolved(settings, [&] { expect_model(settings); });
+    }
+  }
+}
+
+std::string log_for(const std::string &tmpdir) {
+  const auto child = run_in_child([&] {
+    clearenv();
+    setenv("TMPDIR", tmpdir.c_str(), 1);
+    const LogCapture log;
+    resolve();
+    EXPECT_STREQ(Zul_arch, "apple");
+    const std::string first = "getenv(ZUL_HOME) returned [/usr/local/ZUL]\n";
+    EXPECT_EQ(log.lines().at(0), first);
+    std::fputs(log.text().substr(first.size()).c_str(), stdout);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  return child.out;
+}
+
+TEST(TemporaryDirectoryCheck, AcceptsADirectory) {
+  const ScratchDir scratch;
+  EXPECT_EQ(log_for(scratch.path()), "");
+}
+
+TEST(TemporaryDirectoryCheck, WarnsOfAMissingPath) {
+  const ScratchDir scratch;
+  const std::string warning = "Warning: TMPDIR is set to a non-existing path\n";
+  EXPECT_EQ(log_for(scratch / "missing"), warning);
+  EXPECT_EQ(log_for(""), warning);
+  EXPECT_EQ(log_for(path_of(5000)), warning);
+}
+
+TEST(TemporaryDirectoryCheck, WarnsOfAFile) {
+  const ScratchDir scratch;
+  EXPECT_EQ(log_for(scratch.file("file")), "Warning: TMPDIR is set to a non-directory path\n");
+}
+
+}  // namespace
