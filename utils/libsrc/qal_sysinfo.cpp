@@ -83,7 +83,7 @@ bool read_version_output(VersionOutput &output) {
   // "r" alone: popen takes the "e" of other opens on some systems only.
   const Pipe pipe{popen(version_command, "r")};
   if (!pipe) return false;
-  (void)std::fread(output.data(), 1, output.size() - 1, pipe.get());
+  output[std::fread(output.data(), 1, output.size() - 1, pipe.get())] = '\0';
   return true;
 }
 
