@@ -1,0 +1,185 @@
+#include "notify.hpp"
+
+// Older versions of libcurl know only the deprecated way to restrict the protocols.
+#define CURL_DISABLE_DEPRECATION
+#include <curl/curl.h>
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include "platform/platform.hpp"
+
+namespace qal::internal {
+namespace {
+
+constexpr long connect_limit_ms = 5'000;
+constexpr long request_limit_ms = 10'000;
+constexpr long hurried_limit_ms = 1'000;
+constexpr std::int64_t patience_ms = 60'000;
+constexpr std::size_t body_limit_bytes = std::size_t{1024} * 1024;
+
+// libcurl copies the credentials into blocks of its own. These functions are its allocator: they
+// wipe each block before they release it. The block's size stands in front of it.
+struct alignas(std::max_align_t) BlockHead {
+  std::size_t size;
+};
+
+BlockHead *head_of(void *block) { return static_cast<BlockHead *>(block) - 1; }
+
+void *allocate(std::size_t size) {
+  std::size_t whole = 0;
+  if (__builtin_add_overflow(size, sizeof(BlockHead), &whole)) return nullptr;
+  auto *const head = static_cast<BlockHead *>(std::malloc(whole));
+  if (!head) return nullptr;
+  head->size = size;
+  return head + 1;
+}
+
+void release(void *block) {
+  if (!block) return;
+  platform::clear_secret(block, head_of(block)->size);
+  std::free(head_of(block));
+}
+
+void *resize(void *block, std::size_t size) {
+  void *const moved = allocate(size);
+  if (!moved || !block) return moved;
+  std::memcpy(moved, block, std::min(size, head_of(block)->size));
+  release(block);
+  return moved;
+}
+
+void *allocate_zeroed(std::size_t count, std::size_t size) {
+  std::size_t whole = 0;
+  if (__builtin_mul_overflow(count, size, &whole)) return nullptr;
+  void *const block = allocate(whole);
+  return block ? std::memset(block, 0, whole) : nullptr;
+}
+
+char *duplicate(const char *text) {
+  const std::size_t size = std::strlen(text) + 1;
+  void *const copy = allocate(size);
+  return copy ? static_cast<char *>(std::memcpy(copy, text, size)) : nullptr;
+}
+
+struct Curl {
+  decltype(&curl_easy_init) init = nullptr;
+  decltype(&curl_easy_setopt) set_option = nullptr;
+  decltype(&curl_easy_perform) perform = nullptr;
+  decltype(&curl_easy_cleanup) cleanup = nullptr;
+
+  bool is_complete() const { return init && set_option && perform && cleanup; }
+};
+
+template <typename Function>
+void look_up(void *library, const char *name, Function &function) {
+  function = reinterpret_cast<Function>(dlsym(library, name));
+}
+
+// Stays loaded: libcurl keeps state, and perhaps a resolver thread, until the process ends.
+Curl load_curl() {
+  Curl curl;
+  void *const library = dlopen(platform::curl_library_name(), RTLD_NOW | RTLD_LOCAL);
+  if (!library) return curl;
+  look_up(library, "curl_easy_init", curl.init);
+  look_up(library, "curl_easy_setopt", curl.set_option);
+  look_up(library, "curl_easy_perform", curl.perform);
+  look_up(library, "curl_easy_cleanup", curl.cleanup);
+  decltype(&curl_global_init_mem) use_memory = nullptr;
+  look_up(library, "curl_global_init_mem", use_memory);
+  if (curl.is_complete() && use_memory) {
+    use_memory(CURL_GLOBAL_DEFAULT, allocate, release, resize, duplicate, allocate_zeroed);
+  }
+  return curl;
+}
+
+const Curl &loaded_curl() {
+  static const Curl curl = load_curl();
+  return curl;
+}
+
+// One transfer: the handle and what has arrived of the body.
+class Request {
+ public:
+  explicit Request(const Curl &curl) : curl_(curl), handle_(curl.init(), curl.cleanup) {}
+
+  explicit operator bool() const { return handle_ != nullptr; }
+
+  // What is refused is refused: the results do not count, as those of the request do not.
+  void address(const Record &record) {
+    set(CURLOPT_URL, record.url);
+    set(CURLOPT_HTTPGET, 1L);
+    set(CURLOPT_USERNAME, record.user);
+    set(CURLOPT_PASSWORD, record.password);
+  }
+
+  // The record may have been written by anybody: nothing that it names may be printed, make the
+  // tool read files or wait for ever, or pass the credentials on. False when the protocols cannot
+  // be restricted; no request may be made then.
+  bool guard(long limit_ms) {
+    set(CURLOPT_WRITEFUNCTION, &Request::drop_body);
+    set(CURLOPT_WRITEDATA, static_cast<void *>(&body_bytes_));
+    const bool restricted =
+        set(CURLOPT_PROTOCOLS_STR, "http,https") ||
+        set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+    set(CURLOPT_DEFAULT_PROTOCOL, "http");
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PROXY, "");
+    set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L);
+    set(CURLOPT_CONNECTTIMEOUT_MS, connect_limit_ms);
+    set(CURLOPT_TIMEOUT_MS, limit_ms);
+    set(CURLOPT_VERBOSE, 0L);
+    return restricted;
+  }
+
+  CURLcode perform() { return curl_.perform(handle_.get()); }
+
+ private:
+  template <typename Value>
+  bool set(CURLoption option, Value value) {
+    return curl_.set_option(handle_.get(), option, value) == CURLE_OK;
+  }
+
+  // Counts what it drops. An answer other than the number of bytes ends the transfer.
+  static std::size_t drop_body(const char *, std::size_t size, std::size_t count, void *total) {
+    const std::size_t bytes = size * count;
+    auto &body_bytes = *static_cast<std::size_t *>(total);
+    body_bytes += bytes;
+    return body_bytes > body_limit_bytes ? 0 : bytes;
+  }
+
+  const Curl &curl_;
+  std::unique_ptr<CURL, decltype(Curl::cleanup)> handle_;
+  std::size_t body_bytes_ = 0;
+};
+
+std::int64_t monotonic_ms() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+}  // namespace
+
+long Notifier::time_limit_ms() const {
+  return lost_ms_ < patience_ms ? request_limit_ms : hurried_limit_ms;
+}
+
+void Notifier::notify(const Record &record) {
+  const Curl &curl = loaded_curl();
+  if (!curl.is_complete()) return;
+  Request request{curl};
+  if (!request) return;
+  request.address(record);
+  if (!request.guard(time_limit_ms())) return;
+  const std::int64_t start_ms = monotonic_ms();
+  if (request.perform() == CURLE_OPERATION_TIMEDOUT) lost_ms_ += monotonic_ms() - start_ms;
+}
+
+}  // namespace qal::internal

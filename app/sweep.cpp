@@ -1,0 +1,121 @@
+#include <fcntl.h>
+#include <qal/dir_list.h>
+#include <qal/files.h>
+#include <qal/path.h>
+#include <qal/status.h>
+#include <qal/system.h>
+#include <qal/wildcard.h>
+#include <sys/stat.h>
+#include <kalmora/sweep.hpp>
+
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "internal/bounded_text.hpp"
+#include "internal/handles.hpp"
+#include "internal/retry.hpp"
+#include "notify.hpp"
+#include "record.hpp"
+
+namespace {
+
+using qal::internal::Descriptor;
+using qal::internal::Notifier;
+using qal::internal::OwnedText;
+using qal::internal::Record;
+
+constexpr std::size_t path_room = 1024;
+constexpr char record_pattern[] = "halix_server*.dat";
+
+// Makes "dir/name" with slashes only. False when it does not fit.
+bool join(std::string_view dir, std::string_view name, char (&path)[path_room]) {
+  if (!qal::internal::BoundedText{path}.append({dir, "/", name})) return false;
+  qal_convert_pathname(path, 0);
+  return true;
+}
+
+// The names of the matching plain files, each followed by a newline. None when the directory
+// cannot be listed; what the listing had handed over by then is released all the same.
+OwnedText matching_names(const char *wildcard) {
+  char *full_path = nullptr;
+  char *directories = nullptr;
+  char *files = nullptr;
+  int directory_count = 0;
+  int file_count = 0;
+  const int status =
+      qal_dir_list(wildcard, &full_path, &directory_count, &directories, &file_count, &files, 0);
+  const OwnedText unused[] = {OwnedText{full_path}, OwnedText{directories}};
+  OwnedText names{files};
+  if (status != QAL_STATUS_OK) names.reset();
+  return names;
+}
+
+// Whether an entry of `dir` is one of its own records. A file name may hold a newline, which the
+// list takes for the end of a name, or a backslash, which is a slash by now: such an entry may
+// lead anywhere.
+bool is_own_record(std::string_view dir, const std::string &path) {
+  const std::string_view name = std::string_view{path}.substr(dir.size() + 1);
+  if (name.find('/') != std::string_view::npos) return false;
+  return zul_fnmatch(reinterpret_cast<const unsigned char *>(record_pattern),
+                     reinterpret_cast<const unsigned char *>(name.data())) == 0;
+}
+
+// Must neither wait for a FIFO's writer nor acquire a terminal: the name may mean anything.
+Descriptor open_record(const char *path) {
+  return Descriptor{qal::internal::retry_interrupted(
+      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); })};
+}
+
+bool still_means(const char *path, const struct stat &opened) {
+  struct stat now;
+  return stat(path, &now) == 0 && now.st_dev == opened.st_dev && now.st_ino == opened.st_ino;
+}
+
+// Deliberate: the record of a process that exists is settled and that of a vanished one is kept.
+// The sweep follows the probe's answer, which is 0 for a process that exists.
+bool is_settled(const Record &record, Notifier &notifier) {
+  if (qal_is_pid_running(record.pid) != 0) return false;
+  if (record.has_all_texts()) notifier.notify(record);
+  return true;
+}
+
+void settle(const char *path, Notifier &notifier) {
+  Descriptor file = open_record(path);
+  struct stat info;
+  if (!file || fstat(file.get(), &info) != 0) return;
+  Record record;
+  if (read_record(file.get(), info, record) && !is_settled(record, notifier)) return;
+  // Asked while the file is open, so that no new file can have come by its inode.
+  const bool unchanged = still_means(path, info);
+  file = Descriptor{};
+  if (unchanged) qal_file_unlink(path);
+}
+
+}  // namespace
+
+std::vector<std::string> find_files(const char *dir, const char *pattern) {
+  std::vector<std::string> paths;
+  char path[path_room];
+  if (!dir || !pattern || !join(dir, pattern, path)) return paths;
+  const OwnedText names = matching_names(path);
+  if (!names) return paths;
+  // Deliberate: the empty piece behind the last newline is an entry too, "dir/".
+  for (std::string_view rest = names.get();;) {
+    const std::size_t end = rest.find('\n');
+    if (join(dir, rest.substr(0, end), path)) paths.emplace_back(path);
+    if (end == std::string_view::npos) return paths;
+    rest.remove_prefix(end + 1);
+  }
+}
+
+void process_directory(const char *dir) {
+  try {
+    Notifier notifier;
+    for (const std::string &path : find_files(dir, record_pattern)) {
+      if (is_own_record(dir, path)) settle(path.c_str(), notifier);
+    }
+  } catch (const std::bad_alloc &) {
+    // No memory for the list is a listing that failed: the records wait for the next run.
+  }
+}

@@ -1,0 +1,54 @@
+/** @file
+ *  The sweep of server records: notifies the servers that left a record in a directory and deletes
+ *  the records that are settled.
+ *
+ *  A record is a file "halix_server*.dat" that holds a URL, a user name, a password and the id of
+ *  the process that owns it, separated by white space. Each text has at most 255 bytes, the number
+ *  is an `int`, and all four must be complete within the first MiB; any other file of such a name
+ *  counts as malformed. What becomes of a record follows the answer of qal_is_pid_running (see
+ *  qal/system.h), which is 0 for a process that exists:
+ *
+ *  | record                        | probe | request                          | file    |
+ *  |-------------------------------|-------|----------------------------------|---------|
+ *  | cannot be opened              | -     | none                             | kept    |
+ *  | malformed                     | -     | none                             | deleted |
+ *  | four fields                   | 1     | none                             | kept    |
+ *  | four fields, no text empty    | 0     | one GET with user and password   | deleted |
+ *  | four fields, some text empty  | 0     | none                             | deleted |
+ *
+ *  A path is at most 1023 bytes; what does not fit is left alone, never cut. libcurl is loaded when
+ *  the first request is made and may be missing: the record is then deleted without a request.
+ *
+ *  One sweep at a time: nothing here is guarded against a second thread. Source: app/sweep.cpp. */
+#ifndef KALMORA_SWEEP_HPP
+#define KALMORA_SWEEP_HPP
+
+#include <string>
+#include <vector>
+
+/** Lists the plain files of a directory whose names match a wildcard pattern.
+ *
+ *  @param dir      directory, NUL-terminated; a null pointer gives an empty list.
+ *  @param pattern  as zul_fnmatch takes it (qal/wildcard.h), matched against names without `dir`; a
+ *                  null pointer gives an empty list.
+ *  @return The paths "dir/name" with every backslash turned into a slash, in the order in which the
+ *          system lists them, and behind them one entry more, "dir/". A name that holds a newline
+ *          comes as several entries, and a path that does not fit is left out. Empty when the
+ *          directory cannot be listed or when "dir/pattern" does not fit.
+ *  @throws std::bad_alloc  when memory is short; nothing leaks. */
+std::vector<std::string> find_files(const char *dir, const char *pattern);
+
+/** Settles every record of one directory, as the table above says.
+ *
+ *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
+ *  are passed over. A record whose name means another file by the time it is to be deleted stays.
+ *  A request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
+ *  seconds; once 60 seconds of a sweep were lost to time-outs, each further one gets 1 second. How
+ *  it ends changes nothing.
+ *
+ *  Every failure is silent: nothing is printed, logged or thrown.
+ *
+ *  @param dir  directory, NUL-terminated; "" means "/", a null pointer none. */
+void process_directory(const char *dir);
+
+#endif

@@ -1,0 +1,804 @@
+// The sweep with a listing, a libcurl, a clock and system calls that do what a test tells them to.
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <kalmora/sweep.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "notify.hpp"
+#include "record.hpp"
+#include "support/record_model.hpp"
+#include "support/sweep_world.hpp"
+
+namespace {
+
+using namespace std::string_literals;
+using qal::test::exists;
+using qal::test::record_text;
+using qal::test::SweepWorld;
+using qal::test::vanished_pid;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+using Option = std::pair<CURLoption, std::string>;
+
+// What the replaced functions do and what was asked of them. Left alone they behave.
+struct Stage {
+  // libcurl
+  bool library_missing = false;
+  std::set<std::string> functions_missing;
+  bool init_fails = false;
+  std::set<CURLoption> refused;
+  std::function<CURLcode()> perform = [] { return CURLE_OK; };
+  int loads = 0;
+  int handles_open = 0;
+  int performs = 0;
+  std::vector<Option> options;
+  curl_write_callback write = nullptr;
+  void *write_target = nullptr;
+  std::size_t body_bytes = 0;
+  bool memory_given = false;
+  curl_malloc_callback memory_allocate = nullptr;
+  curl_free_callback memory_release = nullptr;
+  curl_realloc_callback memory_resize = nullptr;
+  curl_strdup_callback memory_duplicate = nullptr;
+  curl_calloc_callback memory_allocate_zeroed = nullptr;
+  // the clock
+  std::int64_t later_ms = 0;
+  // the listing, when a test brings its own
+  bool listing_runs = false;
+  bool listing_replaced = false;
+  int listing_status = 0;
+  const char *listing_names = nullptr;
+  std::set<void *> listing_outputs;  // not released yet
+  // system calls
+  std::vector<std::string> calls;
+  bool calls_recorded = false;
+  std::size_t read_at_most = SIZE_MAX;
+  int interrupted_opens = 0;
+  int interrupted_reads = 0;
+  bool reads_fail_after_the_first = false;
+  bool fstat_fails = false;
+  bool stat_fails = false;
+  int reads = 0;
+  std::size_t bytes_read = 0;
+  // memory
+  int allocations_left = -1;  // below 0: any number
+  std::string wiped;          // everything that was wiped, before it was
+};
+
+Stage stage;
+
+void note(const char *call) {
+  if (stage.calls_recorded) stage.calls.emplace_back(call);
+}
+
+CURL *fake_init() {
+  if (stage.init_fails) return nullptr;
+  ++stage.handles_open;
+  return new int;
+}
+
+std::string option_text(CURLoption option, va_list value) {
+  if (option < CURLOPTTYPE_OBJECTPOINT) return std::to_string(va_arg(value, long));
+  void *const pointer = va_arg(value, void *);
+  if (option == CURLOPT_WRITEFUNCTION) {
+    stage.write = reinterpret_cast<curl_write_callback>(pointer);
+    return "function";
+  }
+  if (option == CURLOPT_WRITEDATA) {
+    stage.write_target = pointer;
+    return "data";
+  }
+  return static_cast<const char *>(pointer);
+}
+
+// The type of the real function, whose last named parameter is an enumeration.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"
+CURLcode fake_setopt(CURL *, CURLoption option, ...) {
+  va_list value;
+  va_start(value, option);
+  stage.options.emplace_back(option, option_text(option, value));
+  va_end(value);
+  return stage.refused.count(option) ? CURLE_UNKNOWN_OPTION : CURLE_OK;
+}
+#pragma GCC diagnostic pop
+
+CURLcode fake_perform(CURL *) {
+  note("request");
+  ++stage.performs;
+  return stage.perform();
+}
+
+void fake_cleanup(CURL *handle) {
+  --stage.handles_open;
+  delete static_cast<int *>(handle);
+}
+
+CURLcode fake_global_init_mem(long, curl_malloc_callback allocate, curl_free_callback release,
+                              curl_realloc_callback resize, curl_strdup_callback duplicate,
+                              curl_calloc_callback allocate_zeroed) {
+  EXPECT_EQ(stage.handles_open, 0);
+  stage.memory_given = true;
+  stage.memory_allocate = allocate;
+  stage.memory_release = release;
+  stage.memory_resize = resize;
+  stage.memory_duplicate = duplicate;
+  stage.memory_allocate_zeroed = allocate_zeroed;
+  return CURLE_OK;
+}
+
+template <typename Function>
+void *address(Function *function) {
+  return reinterpret_cast<void *>(function);
+}
+
+void *find_fake(const std::string &name) {
+  if (stage.functions_missing.count(name)) return nullptr;
+  if (name == "curl_easy_init") return address(fake_init);
+  if (name == "curl_easy_setopt") return address(fake_setopt);
+  if (name == "curl_easy_perform") return address(fake_perform);
+  if (name == "curl_easy_cleanup") return address(fake_cleanup);
+  if (name == "curl_global_init_mem") return address(fake_global_init_mem);
+  return nullptr;
+}
+
+char *listing_output(const char *text) {
+  if (!text) return nullptr;
+  char *const output = strdup(text);
+  stage.listing_outputs.insert(output);
+  return output;
+}
+
+int fake_listing(char **full_path, char **directories, char **files) {
+  *full_path = listing_output("/full/path");
+  *directories = listing_output(".\n..\n");
+  *files = listing_output(stage.listing_names);
+  return stage.listing_status;
+}
+
+}  // namespace
+
+// Never inlined: the compiler would take `free` for a mismatch with the call of `new` that it sees.
+[[gnu::noinline]] void *operator new(std::size_t size) {
+  if (stage.allocations_left == 0) throw std::bad_alloc{};
+  if (stage.allocations_left > 0) --stage.allocations_left;
+  void *const block = std::malloc(size ? size : 1);
+  if (!block) throw std::bad_alloc{};
+  return block;
+}
+[[gnu::noinline]] void operator delete(void *block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void *block, std::size_t) noexcept { std::free(block); }
+
+extern "C" {
+
+int __real_open(const char *path, int flags, ...);
+ssize_t __real_read(int descriptor, void *room, size_t size);
+int __real_close(int descriptor);
+int __real_fstat(int descriptor, struct stat *info);
+int __real_stat(const char *path, struct stat *info);
+int __real_clock_gettime(clockid_t clock, timespec *now);
+void __real_free(void *block);
+int __real_qal_dir_list(const char *, char **, int *, char **, int *, char **, int);
+int __real_qal_is_pid_running(int pid);
+int __real_qal_file_unlink(const char *path);
+void __real__ZN3qal8internal8platform12clear_secretEPvm(void *secret, size_t size);
+
+void *__wrap_dlopen(const char *, int) {
+  ++stage.loads;
+  return stage.library_missing ? nullptr : &stage;
+}
+
+void *__wrap_dlsym(void *library, const char *name) {
+  EXPECT_EQ(library, &stage);
+  return find_fake(name);
+}
+
+int __wrap_clock_gettime(clockid_t clock, timespec *now) {
+  const int result = __real_clock_gettime(clock, now);
+  if (clock != CLOCK_MONOTONIC) return result;
+  *now = {static_cast<time_t>(1000 + stage.later_ms / 1000), stage.later_ms % 1000 * 1'000'000};
+  return result;
+}
+
+int __wrap_open(const char *path, int flags, int mode) {
+  if (std::string_view{path}.find("halix_server") == std::string_view::npos) {
+    return __real_open(path, flags, mode);
+  }
+  note("open");
+  EXPECT_EQ(flags, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (stage.interrupted_opens-- > 0) {
+    errno = EINTR;
+    return -1;
+  }
+  return __real_open(path, flags, mode);
+}
+
+ssize_t __wrap_read(int descriptor, void *room, size_t size) {
+  note("read");
+  if (stage.interrupted_reads-- > 0) {
+    errno = EINTR;
+    return -1;
+  }
+  if (stage.reads_fail_after_the_first && stage.reads > 0) {
+    errno = EIO;
+    return -1;
+  }
+  EXPECT_LE(size, 4096u);
+  const ssize_t got = __real_read(descriptor, room, std::min(size, stage.read_at_most));
+  ++stage.reads;
+  if (got > 0) stage.bytes_read += static_cast<std::size_t>(got);
+  return got;
+}
+
+// What a fortified build calls instead.
+ssize_t __wrap___read_chk(int descriptor, void *room, size_t size, size_t room_size) {
+  EXPECT_LE(size, room_size);
+  return __wrap_read(descriptor, room, size);
+}
+
+int __wrap_close(int descriptor) {
+  note("close");
+  return __real_close(descriptor);
+}
+
+int __wrap_fstat(int descriptor, struct stat *info) {
+  note("fstat");
+  return stage.fstat_fails ? -1 : __real_fstat(descriptor, info);
+}
+
+int __wrap_stat(const char *path, struct stat *info) {
+  if (stage.listing_runs) return __real_stat(path, info);
+  note("stat");
+  return stage.stat_fails ? -1 : __real_stat(path, info);
+}
+
+int __wrap_qal_dir_list(const char *pattern, char **full_path, int *directory_count,
+                        char **directories, int *file_count, char **files, int verbose) {
+  EXPECT_EQ(verbose, 0);
+  if (stage.listing_replaced) return fake_listing(full_path, directories, files);
+  stage.listing_runs = true;
+  const int status = __real_qal_dir_list(pattern, full_path, directory_count, directories,
+                                         file_count, files, verbose);
+  stage.listing_runs = false;
+  return status;
+}
+
+int __wrap_qal_is_pid_running(int pid) {
+  note("probe");
+  return __real_qal_is_pid_running(pid);
+}
+
+int __wrap_qal_file_unlink(const char *path) {
+  note("unlink");
+  return __real_qal_file_unlink(path);
+}
+
+void __wrap_free(void *block) {
+  stage.listing_outputs.erase(block);
+  __real_free(block);
+}
+
+// clear_secret: keeps what was wiped, so that a test can look for it.
+void __wrap__ZN3qal8internal8platform12clear_secretEPvm(void *secret, size_t size) {
+  if (stage.allocations_left < 0) stage.wiped.append(static_cast<const char *>(secret), size);
+  __real__ZN3qal8internal8platform12clear_secretEPvm(secret, size);
+}
+
+}  // extern "C"
+
+namespace {
+
+class SweepStage : public testing::Test {
+ protected:
+  SweepStage() { stage = Stage{}; }
+  ~SweepStage() override {
+    EXPECT_EQ(stage.handles_open, 0);
+    stage = Stage{};
+  }
+
+  std::string notified_record(int number = 1) const {
+    return world_.record("halix_server" + std::to_string(number) + ".dat",
+                         record_text("http://127.0.0.1/x", "halix", "secret", getpid()));
+  }
+  void sweep() const { process_directory(world_.temporary().c_str()); }
+  void sweep_one() const {
+    const auto path = notified_record();
+    sweep();
+    EXPECT_FALSE(exists(path));
+  }
+
+  static std::vector<std::string> values_of(CURLoption option) {
+    std::vector<std::string> values;
+    for (const auto &[name, value] : stage.options) {
+      if (name == option) values.push_back(value);
+    }
+    return values;
+  }
+
+  SweepWorld world_;
+};
+
+using SweepRequest = SweepStage;
+using SweepCurl = SweepStage;
+using SweepBudget = SweepStage;
+using SweepCalls = SweepStage;
+using SweepListing = SweepStage;
+using SweepMemory = SweepStage;
+
+TEST_F(SweepRequest, SetsTheFourOptionsFirstAndThenItsGuards) {
+  sweep_one();
+  EXPECT_THAT(
+      stage.options,
+      ElementsAre(
+          Option{CURLOPT_URL, "http://127.0.0.1/x"}, Option{CURLOPT_HTTPGET, "1"},
+          Option{CURLOPT_USERNAME, "halix"}, Option{CURLOPT_PASSWORD, "secret"},
+          Option{CURLOPT_WRITEFUNCTION, "function"}, Option{CURLOPT_WRITEDATA, "data"},
+          Option{CURLOPT_PROTOCOLS_STR, "http,https"}, Option{CURLOPT_DEFAULT_PROTOCOL, "http"},
+          Option{CURLOPT_FOLLOWLOCATION, "0"}, Option{CURLOPT_PROXY, ""},
+          Option{CURLOPT_NETRC, std::to_string(CURL_NETRC_IGNORED)}, Option{CURLOPT_NOSIGNAL, "1"},
+          Option{CURLOPT_QUICK_EXIT, "1"}, Option{CURLOPT_CONNECTTIMEOUT_MS, "5000"},
+          Option{CURLOPT_TIMEOUT_MS, "10000"}, Option{CURLOPT_VERBOSE, "0"}));
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepRequest, GoesAheadWhenOptionsAreRefused) {
+  for (const auto option : {CURLOPT_URL, CURLOPT_HTTPGET, CURLOPT_USERNAME, CURLOPT_PASSWORD,
+                            CURLOPT_PROXY, CURLOPT_QUICK_EXIT, CURLOPT_TIMEOUT_MS}) {
+    stage.refused.insert(option);
+  }
+  sweep_one();
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepRequest, RestrictsTheProtocolsTheOldWayWhenTheNewOneIsRefused) {
+  stage.refused = {CURLOPT_PROTOCOLS_STR};
+  sweep_one();
+  EXPECT_THAT(values_of(static_cast<CURLoption>(181)),
+              ElementsAre(std::to_string(CURLPROTO_HTTP | CURLPROTO_HTTPS)));
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepRequest, IsNotMadeWhenTheProtocolsCannotBeRestricted) {
+  stage.refused = {CURLOPT_PROTOCOLS_STR, static_cast<CURLoption>(181)};
+  sweep_one();
+  EXPECT_EQ(stage.performs, 0);
+}
+
+TEST_F(SweepRequest, DropsABodyOfUpToOneMebibyte) {
+  stage.perform = [] {
+    std::string piece(65536, 'x');
+    for (int i = 0; i < 16; ++i) {
+      EXPECT_EQ(stage.write(piece.data(), 1, piece.size(), stage.write_target), piece.size());
+    }
+    EXPECT_EQ(stage.write(piece.data(), 1, 0, stage.write_target), 0u);
+    EXPECT_NE(stage.write(piece.data(), 1, 1, stage.write_target), 1u) << "a byte too many";
+    return CURLE_WRITE_ERROR;
+  };
+  sweep_one();
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepRequest, CountsTheBodyOfEachRequestAnew) {
+  stage.perform = [] {
+    std::string most(1'000'000, 'x');
+    EXPECT_EQ(stage.write(most.data(), 1, most.size(), stage.write_target), most.size());
+    return CURLE_OK;
+  };
+  notified_record(1);
+  notified_record(2);
+  sweep();
+  EXPECT_EQ(stage.performs, 2);
+}
+
+TEST_F(SweepRequest, HasNoSayInWhatBecomesOfTheRecord) {
+  for (const CURLcode code : {CURLE_OK, CURLE_COULDNT_CONNECT, CURLE_OPERATION_TIMEDOUT,
+                              CURLE_WRITE_ERROR, CURLE_OUT_OF_MEMORY, CURLE_URL_MALFORMAT}) {
+    stage.perform = [code] { return code; };
+    sweep_one();
+  }
+  EXPECT_EQ(stage.performs, 6);
+}
+
+TEST_F(SweepRequest, IsMadeOncePerRecordInTheListingsOrder) {
+  for (int i = 0; i < 20; ++i) {
+    world_.record(
+        "halix_server" + std::to_string(i) + ".dat",
+        record_text("http://127.0.0.1/" + std::to_string(i), "halix", "secret", getpid()));
+  }
+  std::vector<std::string> expected;
+  for (const auto &path : find_files(world_.temporary().c_str(), "halix_server*.dat")) {
+    if (exists(path) && path.back() != '/') {
+      expected.push_back(qal::test::model_of(qal::test::read_file(path))->url);
+    }
+  }
+  sweep();
+  EXPECT_EQ(expected.size(), 20u);
+  EXPECT_EQ(values_of(CURLOPT_URL), expected);
+  EXPECT_EQ(stage.loads, 1);
+}
+
+TEST_F(SweepCurl, MissingMeansThatTheRecordIsDeletedWithoutARequest) {
+  stage.library_missing = true;
+  sweep_one();
+  EXPECT_EQ(stage.loads, 1);
+}
+
+// Every function in turn; each needs a process of its own, because the library is loaded once.
+void sweep_without(const char *function) {
+  const auto result = qal::test::run_in_child([function] {
+    stage = Stage{};
+    stage.functions_missing = {function};
+    const SweepWorld world;
+    const auto path = world.record("halix_server1.dat", record_text("u", "n", "p", getpid()));
+    process_directory(world.temporary().c_str());
+    EXPECT_FALSE(exists(path));
+    EXPECT_EQ(stage.performs, 0);
+    EXPECT_FALSE(stage.memory_given);
+    EXPECT_EQ(stage.handles_open, 0);
+    EXPECT_THAT(stage.options, IsEmpty());
+  });
+  EXPECT_TRUE(result.exited_with(0)) << function << result.out;
+}
+
+TEST_F(SweepCurl, IncompleteMeansThatTheRecordIsDeletedWithoutARequest) {
+  for (const auto function :
+       {"curl_easy_init", "curl_easy_setopt", "curl_easy_perform", "curl_easy_cleanup"}) {
+    sweep_without(function);
+  }
+}
+
+TEST_F(SweepCurl, WithoutItsMemoryFunctionsIsUsedAllTheSame) {
+  stage.functions_missing = {"curl_global_init_mem"};
+  sweep_one();
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepCurl, WithoutAHandleMeansThatTheRecordIsDeletedWithoutARequest) {
+  stage.init_fails = true;
+  sweep_one();
+  EXPECT_EQ(stage.performs, 0);
+  stage.init_fails = false;
+  sweep_one();
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepCurl, IsNotLoadedWhenNobodyIsToBeNotified) {
+  world_.record("halix_server1.dat", "malformed");
+  world_.record("halix_server2.dat", record_text("u", "n", "p", vanished_pid()));
+  world_.record("halix_server3.dat", "\0 n p "s + std::to_string(getpid()));
+  sweep();
+  EXPECT_EQ(stage.loads, 0);
+}
+
+// `count` records for a server, each of whose requests takes `elapsed_ms` and ends with `code`.
+std::vector<std::string> limits_for(const SweepWorld &world, int count, std::int64_t elapsed_ms,
+                                    CURLcode code) {
+  stage.perform = [=] {
+    stage.later_ms += elapsed_ms;
+    return code;
+  };
+  stage.options.clear();
+  for (int i = 0; i < count; ++i) {
+    world.record("halix_server" + std::to_string(i) + ".dat", record_text("u", "n", "p", getpid()));
+  }
+  process_directory(world.temporary().c_str());
+  std::vector<std::string> limits;
+  for (const auto &[option, value] : stage.options) {
+    if (option == CURLOPT_TIMEOUT_MS) limits.push_back(value);
+  }
+  return limits;
+}
+
+TEST_F(SweepBudget, LeavesASecondToEachRequestOnceAMinuteWasLostToTimeouts) {
+  EXPECT_THAT(
+      limits_for(world_, 9, 10'000, CURLE_OPERATION_TIMEDOUT),
+      ElementsAre("10000", "10000", "10000", "10000", "10000", "10000", "1000", "1000", "1000"));
+  EXPECT_EQ(stage.performs, 9);
+}
+
+TEST_F(SweepBudget, IsNotUsedUpAMillisecondEarlier) {
+  EXPECT_THAT(limits_for(world_, 4, 29'999, CURLE_OPERATION_TIMEDOUT),
+              ElementsAre("10000", "10000", "10000", "1000"));
+  EXPECT_THAT(limits_for(world_, 3, 30'000, CURLE_OPERATION_TIMEDOUT),
+              ElementsAre("10000", "10000", "1000"));
+  EXPECT_THAT(limits_for(world_, 2, 59'999, CURLE_OPERATION_TIMEDOUT),
+              ElementsAre("10000", "10000"));
+}
+
+TEST_F(SweepBudget, CountsTimeoutsOnly) {
+  for (const CURLcode code : {CURLE_OK, CURLE_COULDNT_CONNECT, CURLE_RECV_ERROR}) {
+    EXPECT_THAT(limits_for(world_, 3, 100'000, code), ElementsAre("10000", "10000", "10000"));
+  }
+}
+
+TEST_F(SweepBudget, BeginsAnewWithEachSweep) {
+  EXPECT_THAT(limits_for(world_, 2, 100'000, CURLE_OPERATION_TIMEDOUT),
+              ElementsAre("10000", "1000"));
+  EXPECT_THAT(limits_for(world_, 1, 100'000, CURLE_OPERATION_TIMEDOUT), ElementsAre("10000"));
+}
+
+TEST_F(SweepCalls, ReadsProbesAsksClosesAndDeletesInThisOrder) {
+  notified_record();
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls,
+              ElementsAre("open", "fstat", "read", "probe", "request", "stat", "close", "unlink"));
+}
+
+TEST_F(SweepCalls, CloseAndKeepARecordOfAVanishedProcess) {
+  world_.record("halix_server1.dat", record_text("u", "n", "p", vanished_pid()));
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "read", "probe", "close"));
+}
+
+TEST_F(SweepCalls, NeitherProbeNorAskForAMalformedRecord) {
+  world_.record("halix_server1.dat", "malformed");
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "read", "read", "stat", "close", "unlink"));
+}
+
+TEST_F(SweepCalls, NeverReadWhatIsNoRegularFile) {
+  ASSERT_EQ(mkfifo((world_.temporary() + "/halix_server1.dat").c_str(), 0666), 0);
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "stat", "close", "unlink"));
+}
+
+TEST_F(SweepCalls, GoOnAfterAnInterruption) {
+  stage.interrupted_opens = 3;
+  stage.interrupted_reads = 3;
+  sweep_one();
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepCalls, ReadEachByteOnceHoweverShortTheReadsAre) {
+  const auto path = notified_record();
+  const auto size = qal::test::read_file(path).size();
+  for (const std::size_t at_most : {std::size_t{1}, std::size_t{2}, std::size_t{7}}) {
+    stage.read_at_most = at_most;
+    stage.bytes_read = 0;
+    sweep_one();
+    EXPECT_EQ(stage.bytes_read, size);
+  }
+  EXPECT_EQ(stage.performs, 3);
+  EXPECT_THAT(values_of(CURLOPT_PASSWORD), ElementsAre("secret", "secret", "secret"));
+}
+
+TEST_F(SweepCalls, ReadBlocksOfFourKibibytesUpToOneMebibyte) {
+  world_.record("halix_server1.dat", std::string(2 << 20, ' '));
+  sweep();
+  EXPECT_EQ(stage.reads, 256);
+  EXPECT_EQ(stage.bytes_read, std::size_t{1} << 20);
+}
+
+TEST_F(SweepCalls, StayBelowOneMebibyteWithShortReadsToo) {
+  world_.record("halix_server1.dat", std::string(2 << 20, ' '));
+  stage.read_at_most = 4095;
+  sweep();
+  EXPECT_EQ(stage.bytes_read, std::size_t{1} << 20);
+}
+
+TEST_F(SweepCalls, ReadOnceWhenTheRecordIsComplete) {
+  sweep_one();
+  EXPECT_EQ(stage.reads, 1);
+}
+
+TEST_F(SweepCalls, TakeAnErrorForTheEndOfAMalformedRecord) {
+  const auto path = world_.record("halix_server1.dat", record_text("u", "n", "p", getpid()) + "\n");
+  stage.reads_fail_after_the_first = true;
+  stage.read_at_most = 7;  // the number has begun and may go on
+  sweep();
+  EXPECT_EQ(stage.performs, 0);
+  EXPECT_FALSE(exists(path));
+}
+
+TEST_F(SweepCalls, KeepAFileThatCannotBeTold) {
+  const auto path = notified_record();
+  stage.fstat_fails = true;
+  sweep();
+  EXPECT_TRUE(exists(path));
+  EXPECT_EQ(stage.performs, 0);
+}
+
+TEST_F(SweepCalls, KeepAFileWhoseNameCannotBeAskedFor) {
+  const auto path = notified_record();
+  stage.stat_fails = true;
+  sweep();
+  EXPECT_TRUE(exists(path));
+}
+
+TEST_F(SweepCalls, KeepAFileThatTookTheRecordsNameMeanwhile) {
+  const auto path = notified_record();
+  stage.perform = [this, &path] {
+    rename(world_.file(world_.home() + "/new", "newer").c_str(), path.c_str());
+    return CURLE_OK;
+  };
+  sweep();
+  ASSERT_TRUE(exists(path));
+  EXPECT_EQ(qal::test::read_file(path), "newer");
+}
+
+TEST_F(SweepCalls, KeepALinkThatTookTheRecordsNameMeanwhile) {
+  const auto path = notified_record();
+  const auto target = world_.file(world_.home() + "/target", "target");
+  stage.perform = [&] {
+    unlink(path.c_str());
+    EXPECT_EQ(symlink(target.c_str(), path.c_str()), 0);
+    return CURLE_OK;
+  };
+  sweep();
+  EXPECT_TRUE(exists(path));
+}
+
+TEST_F(SweepCalls, DeleteALinkThatStillLeadsToTheRecord) {
+  const auto path = notified_record();
+  stage.perform = [this, &path] {
+    const auto moved = world_.home() + "/moved";
+    rename(path.c_str(), moved.c_str());
+    EXPECT_EQ(symlink(moved.c_str(), path.c_str()), 0);
+    return CURLE_OK;
+  };
+  sweep();
+  EXPECT_FALSE(exists(path));
+  EXPECT_TRUE(exists(world_.home() + "/moved"));
+}
+
+TEST_F(SweepCalls, AreContentWhenTheRecordVanishesMeanwhile) {
+  const auto path = notified_record();
+  stage.perform = [&path] {
+    unlink(path.c_str());
+    return CURLE_OK;
+  };
+  sweep();
+  EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepListing, ReleasesAllItsOutputsOnSuccess) {
+  stage.listing_replaced = true;
+  stage.listing_names = "a\nb\n";
+  EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/a", "/dir/b", "/dir/"));
+  EXPECT_THAT(stage.listing_outputs, IsEmpty());
+}
+
+TEST_F(SweepListing, ReleasesAllItsOutputsOnFailure) {
+  stage.listing_replaced = true;
+  stage.listing_names = "a\nb\n";
+  for (const int status : {2, 6, 8}) {
+    stage.listing_status = status;
+    EXPECT_THAT(find_files("/dir", "*"), IsEmpty());
+    EXPECT_THAT(stage.listing_outputs, IsEmpty());
+  }
+}
+
+TEST_F(SweepListing, TakesNoNamesForAnEmptyList) {
+  stage.listing_replaced = true;
+  EXPECT_THAT(find_files("/dir", "*"), IsEmpty());
+  EXPECT_THAT(stage.listing_outputs, IsEmpty());
+}
+
+TEST_F(SweepListing, TakesThePieceBehindTheLastNewline) {
+  stage.listing_replaced = true;
+  stage.listing_names = "a\n\nb";
+  EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/a", "/dir/", "/dir/b"));
+}
+
+TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
+  const auto outside = world_.file(world_.home() + "/halix_server1.dat", "malformed");
+  const auto foreign = world_.record("notes.txt", "malformed");
+  const auto record = world_.record("halix_server2.dat", "malformed");
+  stage.listing_replaced = true;
+  stage.listing_names =
+      "../home/halix_server1.dat\n..\\home\\halix_server1.dat\nnotes.txt\n./halix_server2.dat\n";
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, IsEmpty());
+  EXPECT_TRUE(exists(outside));
+  EXPECT_TRUE(exists(foreign));
+  EXPECT_TRUE(exists(record));
+}
+
+TEST_F(SweepMemory, ShortageEndsTheSweepWithoutHarm) {
+  const auto count_left = [this] { return qal::test::names_in(world_.temporary()).size(); };
+  for (int i = 0; i < 20; ++i) {
+    world_.record("halix_server" + std::to_string(i) + std::string(60, 'x') + ".dat", "malformed");
+  }
+  const std::string dir = world_.temporary();
+  int failures = 0;
+  for (;; ++failures) {
+    stage.allocations_left = failures;
+    process_directory(dir.c_str());
+    stage.allocations_left = -1;
+    if (count_left() == 0) break;
+    ASSERT_EQ(count_left(), 20u);
+    ASSERT_LT(failures, 1000);
+  }
+  EXPECT_GT(failures, 20);
+}
+
+TEST_F(SweepMemory, HoldsNoCredentialsAfterARecord) {
+  notified_record();
+  sweep();
+  const auto times = [](std::string_view text) {
+    std::size_t count = 0;
+    for (auto at = stage.wiped.find(text); at != std::string::npos;
+         at = stage.wiped.find(text, at + 1)) {
+      ++count;
+    }
+    return count;
+  };
+  EXPECT_EQ(times("secret"), 2u) << "the record and the block that it was read into";
+  EXPECT_EQ(times("http://127.0.0.1/x"), 2u);
+}
+
+TEST_F(SweepMemory, HoldsNoCredentialsAfterAMalformedOrKeptRecord) {
+  world_.record("halix_server1.dat", "url user unsound_password x");
+  world_.record("halix_server2.dat", record_text("u", "n", "kept_password", vanished_pid()));
+  sweep();
+  EXPECT_NE(stage.wiped.find("unsound_password x"), std::string::npos);
+  EXPECT_NE(stage.wiped.find(std::string("kept_password") + '\0'), std::string::npos);
+}
+
+TEST_F(SweepMemory, OfCurlIsWipedBeforeItIsReleased) {
+  sweep_one();
+  ASSERT_TRUE(stage.memory_given);
+  stage.wiped.clear();
+  char *const copy = stage.memory_duplicate("copied password");
+  EXPECT_STREQ(copy, "copied password");
+  stage.memory_release(copy);
+  EXPECT_EQ(stage.wiped, "copied password"s + '\0');
+
+  stage.wiped.clear();
+  auto *const block = static_cast<char *>(stage.memory_allocate(9));
+  std::memcpy(block, "password", 9);
+  auto *const grown = static_cast<char *>(stage.memory_resize(block, 4000));
+  EXPECT_STREQ(grown, "password");
+  EXPECT_EQ(stage.wiped, "password"s + '\0');
+  auto *const shrunk = static_cast<char *>(stage.memory_resize(grown, 4));
+  EXPECT_EQ(std::string(shrunk, 4), "pass");
+  stage.memory_release(shrunk);
+  EXPECT_EQ(stage.wiped.size(), 9u + 4000u + 4u);
+}
+
+TEST_F(SweepMemory, OfCurlBehavesAsTheCLibrarys) {
+  sweep_one();
+  ASSERT_TRUE(stage.memory_given);
+  stage.memory_release(nullptr);
+  auto *const zeroed = static_cast<char *>(stage.memory_allocate_zeroed(30, 100));
+  EXPECT_EQ(std::count(zeroed, zeroed + 3000, '\0'), 3000);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(zeroed) % alignof(std::max_align_t), 0u);
+  stage.memory_release(zeroed);
+  void *const fresh = stage.memory_resize(nullptr, 10);
+  EXPECT_NE(fresh, nullptr);
+  stage.memory_release(fresh);
+  EXPECT_EQ(stage.memory_allocate_zeroed(SIZE_MAX / 2, 3), nullptr);
+  EXPECT_EQ(stage.memory_allocate(SIZE_MAX - 3), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,412 @@
+#include "support/sweep_world.hpp"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace fs = std::filesystem;
+
+extern char **environ;
+
+namespace qal::test {
+namespace {
+
+constexpr uid_t unprivileged_id = 65534;
+constexpr unsigned owner_seconds = 300;  // nothing of a test that was killed stays for long
+
+int collect(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return status;
+}
+
+void give_to_tool_user(const std::string &path) {
+  if (geteuid() == 0 && lchown(path.c_str(), unprivileged_id, unprivileged_id) != 0) {
+    throw std::runtime_error("cannot give away " + path);
+  }
+}
+
+std::string decode_base64(std::string_view text) {
+  constexpr std::string_view alphabet =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string bytes;
+  unsigned pending = 0;
+  int bits = 0;
+  for (const char digit : text.substr(0, text.find('='))) {
+    pending = (pending << 6 | static_cast<unsigned>(alphabet.find(digit))) & 0xFFFF;
+    bits += 6;
+    if (bits < 8) continue;
+    bits -= 8;
+    bytes += static_cast<char>(pending >> bits);
+  }
+  return bytes;
+}
+
+ServedRequest as_served(const httplib::Request &request) {
+  ServedRequest served;
+  served.method = request.method;
+  served.path = request.path;
+  served.headers = {request.headers.begin(), request.headers.end()};
+  const std::string credentials = request.get_header_value("Authorization");
+  if (credentials.rfind("Basic ", 0) == 0) {
+    const std::string pair = decode_base64(std::string_view{credentials}.substr(6));
+    const std::size_t colon = pair.find(':');
+    served.user = pair.substr(0, colon);
+    if (colon != std::string::npos) served.password = pair.substr(colon + 1);
+  }
+  return served;
+}
+
+// A socket on a free port of the loopback interface that the system accepts connections for.
+int loopback_listener() {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (listener < 0 || fcntl(listener, F_SETFD, FD_CLOEXEC) != 0 ||
+      bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+      listen(listener, SOMAXCONN) != 0) {
+    throw std::runtime_error("cannot listen on the loopback interface");
+  }
+  return listener;
+}
+
+std::string authority_of(int listener) {
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
+  return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+}
+
+// What a sanitizer or a coverage build needs to know, too.
+bool belongs_to_the_build(std::string_view setting) {
+  for (const auto prefix : {"ASAN_", "LSAN_", "UBSAN_", "TSAN_", "GCOV_", "LLVM_PROFILE_"}) {
+    if (setting.rfind(prefix, 0) == 0) return true;
+  }
+  return false;
+}
+
+std::map<std::string, std::string> build_environment() {
+  std::map<std::string, std::string> environment;
+  for (char **setting = environ; *setting; ++setting) {
+    const std::string_view text = *setting;
+    const std::size_t equals = text.find('=');
+    if (belongs_to_the_build(text))
+      environment.emplace(text.substr(0, equals), text.substr(equals + 1));
+  }
+  return environment;
+}
+
+std::vector<char *> pointers_to(std::vector<std::string> &texts) {
+  std::vector<char *> pointers;
+  for (auto &text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// Between fork and exec of a process that has threads: only calls that are safe there.
+[[noreturn]] void become_tool(const char *path, char **argv, char **envp, const int (&streams)[3],
+                              const std::vector<int> &closed) {
+  for (int number = 0; number < 3; ++number) dup2(streams[number], number);
+  for (const int number : closed) close(number);
+  std::signal(SIGPIPE, SIG_DFL);  // a server of the test may have had it ignored
+  become_unprivileged();
+  execve(path, argv, envp);
+  _exit(127);
+}
+
+int open_or_throw(const std::string &path, int flags) {
+  const int descriptor = open(path.c_str(), flags | O_CLOEXEC, 0600);
+  if (descriptor < 0) throw std::runtime_error("cannot open " + path);
+  return descriptor;
+}
+
+}  // namespace
+
+std::string record_text(std::string_view url, std::string_view user, std::string_view password,
+                        long long pid) {
+  std::string text;
+  for (const auto field : {url, user, password}) text.append(field).append(" ");
+  return text + std::to_string(pid) + "\n";
+}
+
+LiveOwner::LiveOwner() : pid_(fork()) {
+  if (pid_ < 0) throw std::runtime_error("cannot fork");
+  if (pid_ > 0) return;
+  become_unprivileged();
+  std::signal(SIGALRM, SIG_DFL);
+  alarm(owner_seconds);
+  for (;;) pause();
+}
+
+LiveOwner::~LiveOwner() {
+  kill(pid_, SIGKILL);
+  collect(pid_);
+}
+
+int vanished_pid() {
+  const pid_t pid = fork();
+  if (pid < 0) throw std::runtime_error("cannot fork");
+  if (pid == 0) _exit(0);
+  collect(pid);
+  return pid;
+}
+
+int foreign_pid() { return geteuid() == 0 ? getpid() : 1; }
+
+struct RecordServer::Inside {
+  Inside() {
+    server.set_pre_routing_handler(
+        [this](const httplib::Request &request, httplib::Response &response) {
+          serve(request, response);
+          return httplib::Server::HandlerResponse::Handled;
+        });
+    port = server.bind_to_any_port("127.0.0.1");
+    if (port < 0) throw std::runtime_error("cannot listen on the loopback interface");
+    thread = std::thread([this] { server.listen_after_bind(); });
+    while (!server.is_running()) std::this_thread::yield();
+  }
+
+  ~Inside() {
+    server.stop();
+    thread.join();
+  }
+
+  void serve(const httplib::Request &request, httplib::Response &response) {
+    std::function<void()> step;
+    ServedRequest served = as_served(request);
+    answer(served, response);
+    {
+      const std::lock_guard lock{mutex};
+      requests.push_back(std::move(served));
+      step = before_answer;
+    }
+    if (step) step();
+  }
+
+  void answer(ServedRequest &served, httplib::Response &response) const {
+    response.status = 200;
+    if (served.user != user || served.password != password) {
+      response.status = 401;
+      response.set_header("WWW-Authenticate", "Basic realm=\"records\"");
+    } else if (served.path == redirecting_path) {
+      response.set_redirect("/elsewhere");
+    } else if (served.path == endless_path) {
+      stream_without_end(response);
+    }
+    served.status = response.status;
+  }
+
+  static void stream_without_end(httplib::Response &response) {
+    response.set_content_provider("text/plain", [](std::size_t, httplib::DataSink &sink) {
+      static const std::string piece(16384, 'x');
+      return sink.write(piece.data(), piece.size());
+    });
+  }
+
+  httplib::Server server;
+  int port = -1;
+  std::thread thread;
+  mutable std::mutex mutex;  // guards what follows
+  std::vector<ServedRequest> requests;
+  std::function<void()> before_answer;
+};
+
+RecordServer::RecordServer() : inside_(std::make_unique<Inside>()) {}
+RecordServer::~RecordServer() = default;
+
+std::string RecordServer::authority() const { return "127.0.0.1:" + std::to_string(inside_->port); }
+
+std::string RecordServer::url(std::string_view path) const {
+  return "http://" + authority() + std::string(path);
+}
+
+std::string RecordServer::record(int pid, std::string_view path) const {
+  return record_text(url(path), user, password, pid);
+}
+
+std::vector<ServedRequest> RecordServer::requests() const {
+  const std::lock_guard lock{inside_->mutex};
+  return inside_->requests;
+}
+
+std::vector<std::string> RecordServer::paths() const {
+  std::vector<std::string> paths;
+  for (const auto &request : requests()) paths.push_back(request.path);
+  return paths;
+}
+
+void RecordServer::before_answer(std::function<void()> step) {
+  const std::lock_guard lock{inside_->mutex};
+  inside_->before_answer = std::move(step);
+}
+
+struct RawServer::Inside {
+  explicit Inside(std::string text) : answer(std::move(text)), listener(loopback_listener()) {
+    if (pipe(stop) != 0) throw std::runtime_error("cannot make a pipe");
+    std::signal(SIGPIPE, SIG_IGN);  // clients may hang up first
+    thread = std::thread([this] { serve_until_stopped(); });
+  }
+
+  ~Inside() {
+    if (write(stop[1], "", 1) != 1) std::abort();
+    thread.join();
+    for (const int descriptor : {stop[0], stop[1], listener}) close(descriptor);
+  }
+
+  void serve_until_stopped() {
+    pollfd waiting[2] = {{listener, POLLIN, 0}, {stop[0], POLLIN, 0}};
+    while (poll(waiting, 2, -1) < 0 || !waiting[1].revents) {
+      if (!waiting[0].revents) continue;
+      const int connection = accept(listener, nullptr, nullptr);
+      if (connection < 0) continue;
+      serve(connection);
+      close(connection);
+    }
+  }
+
+  void serve(int connection) {
+    char request[4096];
+    const auto got = recv(connection, request, sizeof request, 0);
+    {
+      const std::lock_guard lock{mutex};
+      requests.emplace_back(request, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    }
+    send(connection, answer.data(), answer.size(), 0);
+  }
+
+  const std::string answer;
+  const int listener;
+  int stop[2] = {-1, -1};
+  std::thread thread;
+  std::mutex mutex;  // guards `requests`
+  std::vector<std::string> requests;
+};
+
+RawServer::RawServer(std::string answer) : inside_(std::make_unique<Inside>(std::move(answer))) {}
+RawServer::~RawServer() = default;
+
+std::string RawServer::authority() const { return authority_of(inside_->listener); }
+
+std::vector<std::string> RawServer::requests() const {
+  const std::lock_guard lock{inside_->mutex};
+  return inside_->requests;
+}
+
+SilentServer::SilentServer() : listener_(loopback_listener()) {
+  fcntl(listener_, F_SETFL, O_NONBLOCK);
+}
+
+SilentServer::~SilentServer() { close(listener_); }
+
+std::string SilentServer::authority() const { return authority_of(listener_); }
+
+int SilentServer::connections() const {
+  int count = 0;
+  for (int one = accept(listener_, nullptr, nullptr); one >= 0;
+       one = accept(listener_, nullptr, nullptr)) {
+    close(one);
+    ++count;
+  }
+  return count;
+}
+
+SweepWorld::SweepWorld(std::string tool)
+    : tool_(std::move(tool)),
+      home_(directory("home")),
+      resources_(directory("home/Library/Application Support/kalmora102")),
+      temporary_(directory("tmp")) {
+  if (tool_.empty() || geteuid() != 0) return;
+  // The ordinary user may not be able to walk to the build.
+  const std::string reachable = scratch_ / "kalmora-sweep";
+  fs::copy_file(tool_, reachable);
+  tool_ = reachable;
+}
+
+std::string SweepWorld::directory(std::string_view name) const {
+  const std::string path = scratch_.directory(name);
+  give_to_tool_user(path);
+  return path;
+}
+
+std::string SweepWorld::file(const std::string &path, std::string_view content) const {
+  write_file(path, content);
+  give_to_tool_user(path);
+  return path;
+}
+
+std::string SweepWorld::record(std::string_view name, std::string_view content) const {
+  return file(temporary_ + "/" + std::string(name), content);
+}
+
+std::map<std::string, std::string> SweepWorld::contents() const {
+  std::map<std::string, std::string> contents;
+  for (const auto &entry : fs::recursive_directory_iterator(root())) {
+    const std::string name = entry.path().lexically_relative(root());
+    if (name == "kalmora-sweep") continue;
+    contents[name] = fs::is_regular_file(entry.symlink_status()) ? read_file(entry.path()) : "";
+  }
+  return contents;
+}
+
+std::map<std::string, std::string> SweepWorld::environment(const ToolStart &start) const {
+  auto environment = start.environment;
+  environment.insert({{"ZUL_HOME", root()}, {"ZUL_USER_HOMEDIR", home_}, {"TMPDIR", temporary_}});
+  environment.merge(build_environment());
+  for (const auto &name : start.unset) environment.erase(name);
+  return environment;
+}
+
+ChildResult SweepWorld::run_tool(const ToolStart &start) const {
+  std::vector<std::string> settings;
+  for (const auto &[name, value] : environment(start)) settings.push_back(name + "=" + value);
+  std::vector<std::string> arguments = start.arguments;
+  const auto envp = pointers_to(settings);
+  const auto argv = pointers_to(arguments);
+  const ScratchDir streams;
+  const int numbers[3] = {open_or_throw("/dev/null", O_RDONLY),
+                          open_or_throw(streams / "out", O_WRONLY | O_CREAT),
+                          open_or_throw(streams / "err", O_WRONLY | O_CREAT)};
+  const pid_t pid = fork();
+  if (pid < 0) throw std::runtime_error("cannot fork");
+  if (pid == 0) {
+    become_tool(tool_.c_str(), const_cast<char **>(argv.data()), const_cast<char **>(envp.data()),
+                numbers, start.closed_streams);
+  }
+  tool_pid_ = pid;
+  ChildResult result;
+  result.status = collect(pid);
+  for (const int number : numbers) close(number);
+  result.out = read_file(streams / "out");
+  result.err = read_file(streams / "err");
+  return result;
+}
+
+testing::AssertionResult succeeded_in_silence(const ChildResult &result) {
+  if (!result.exited_with(0)) {
+    return testing::AssertionFailure()
+           << "ended with wait status " << result.status << "; wrote " << result.out << result.err;
+  }
+  if (!result.out.empty() || !result.err.empty()) {
+    return testing::AssertionFailure() << "wrote " << result.out << result.err;
+  }
+  return testing::AssertionSuccess();
+}
+
+}  // namespace qal::test
