@@ -1,0 +1,59 @@
+// kalmora-sweep: settles the server records of the user's resource directory and of the temporary
+// directory. Takes no arguments and never prints.
+#include <fcntl.h>
+#include <qal/startup.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <kalmora/directories.hpp>
+#include <kalmora/sweep.hpp>
+#include <qal/identity.hpp>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+namespace {
+
+constexpr int product_kalmora = 1;
+constexpr int component_of_the_tool = 1;
+
+// A record opened as descriptor 1 or 2 would be written to by whatever prints. The lowest free
+// number is taken, so each missing one is filled in turn.
+void fill_missing_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) < 0 && errno == EBADF) open("/dev/null", O_RDWR | O_CLOEXEC);
+  }
+}
+
+// The memory holds credentials.
+void forbid_core_dump() {
+  const rlimit none = {0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+}
+
+void harden_process() {
+  fill_missing_streams();
+  std::signal(SIGPIPE, SIG_IGN);  // a server may hang up while it is being written to
+  forbid_core_dump();
+}
+
+void sweep() {
+  // Empty only when a path did not fit; as a directory it would mean "/".
+  if (*User_resource_directory) process_directory(User_resource_directory);
+  if (const char *const temporary = std::getenv("TMPDIR")) process_directory(temporary);
+}
+
+}  // namespace
+
+int main(int, char **argv) {
+  harden_process();
+  QalIdentity identity{argv[0] ? argv[0] : ""};
+  identity.setProduct(product_kalmora);
+  identity.setComponent(component_of_the_tool);
+  QalIdentity::currentIdentity = &identity;
+  if (qal_utils_init() != 0) return 1;
+  query_env_vars("kalmora");
+  sweep();
+  // Deliberate: the library is not shut down, the end of the process releases everything.
+  return 0;
+}
