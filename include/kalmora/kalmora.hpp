@@ -4,6 +4,7 @@
 #ifndef KALMORA_KALMORA_HPP
 #define KALMORA_KALMORA_HPP
 
+#include <kalmora/blocks.hpp>
 #include <kalmora/directories.hpp>
 #include <kalmora/helpers.hpp>
 #include <kalmora/sweep.hpp>

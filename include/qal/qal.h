@@ -18,16 +18,26 @@
 #define QAL_QAL_H
 
 #include <qal/alloc.h>
+#include <qal/barrier.h>
+#include <qal/blocks.h>
 #include <qal/clock.h>
 #include <qal/dir_list.h>
 #include <qal/files.h>
+#include <qal/hash.h>
+#include <qal/list.h>
 #include <qal/logger.h>
+#include <qal/mpool.h>
 #include <qal/path.h>
+#include <qal/pipe.h>
+#include <qal/plist.h>
 #include <qal/startup.h>
 #include <qal/status.h>
 #include <qal/system.h>
 #include <qal/temp_mem.h>
 #include <qal/text.h>
+#include <qal/thread.h>
+#include <qal/uid.h>
+#include <qal/utf8.h>
 #include <qal/version.h>
 #include <qal/wildcard.h>
 

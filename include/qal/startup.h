@@ -16,16 +16,18 @@
 extern "C" {
 #endif
 
-/** Starts the library, once per process; the cache directory is none afterwards.
+/** Starts the library, once per process: the unique ids, the pools of the pointer lists and the
+ *  thread layer. The cache directory is none afterwards.
  *
  *  Every further call answers QAL_STATUS_OK and does nothing, whether the first one succeeded or
  *  not and also after qal_utils_done.
  *
- *  @return QAL_STATUS_OK. */
+ *  @return QAL_STATUS_OK, or 5 when the thread layer does not start. Ids and pools that could not
+ *          be made for want of memory are no failure here: what needs them answers so later. */
 QAL_API int qal_utils_init(void);
 
-/** Shuts the library down: the cache directory is released and becomes none. A later
- *  qal_utils_init starts nothing again.
+/** Shuts the library down: the cache directory is released and becomes none, and the pools of the
+ *  pointer lists end with every list. A later qal_utils_init starts nothing again.
  *
  *  @return QAL_STATUS_OK. */
 QAL_API int qal_utils_done(void);

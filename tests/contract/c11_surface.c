@@ -148,6 +148,152 @@ static void system_information(void) {
   HAS(int, qal_get_osx_ver, char *, int *, int *);
 }
 
+static void threads(void) {
+  HAS(int, qal_thread_init, void);
+  HAS(int, qal_thread_init_sys, void);
+  HAS(int, qal_thread_setconcurrency, int);
+  HAS(int, qal_thread_self, void);
+  HAS(int, qal_thread_index, void);
+  HAS(int, qal_thread_create, int *, QalThreadRoutine, void *);
+  HAS(int, qal_thread_join, const int *, int *);
+  HAS(int, qal_thread_cancel, const int *);
+  HAS(int, qal_thread_create_sys, QalThreadHandle *, int);
+  HAS(int, qal_thread_join_sys, QalThreadHandle);
+  HAS(int, qal_thread_cancel_sys, QalThreadHandle);
+  HAS(void *, qal_thread_start_void, void *);
+  HAS(void *, qal_thread_start_int, void *);
+  HAS(int, qal_thread_key_create, QalThreadKey *);
+  HAS(int, qal_thread_setspecific, QalThreadKey, const void *);
+  HAS(void *, qal_thread_getspecific, QalThreadKey);
+  HAS(int, qal_thread_mutex_init, QalThreadMutex *);
+  HAS(int, qal_thread_mutex_destroy, QalThreadMutex *);
+  HAS(int, qal_thread_mutex_lock, QalThreadMutex *);
+  HAS(int, qal_thread_mutex_trylock, QalThreadMutex *);
+  HAS(int, qal_thread_mutex_unlock, QalThreadMutex *);
+  HAS(int, qal_thread_cond_init, QalThreadCond *);
+  HAS(int, qal_thread_cond_destroy, QalThreadCond *);
+  HAS(int, qal_thread_cond_broadcast, QalThreadCond *);
+  HAS(int, qal_thread_cond_signal, QalThreadCond *);
+  HAS(int, qal_thread_cond_wait, QalThreadCond *, QalThreadMutex *);
+  HAS(int, qal_thread_cond_timedwait, QalThreadCond *, QalThreadMutex *, float);
+  HAS(int, qal_thread_sema_init, QalThreadSema *, int);
+  HAS(int, qal_thread_sema_destroy, QalThreadSema *);
+  HAS(int, qal_thread_sema_wait, QalThreadSema *);
+  HAS(int, qal_thread_sema_release, QalThreadSema *);
+  HAS(int, qal_thread_sema_reset, QalThreadSema *, int);
+}
+
+static void barriers(void) {
+  HAS(int, qal_thread_barrier_init, QalThreadBarrier *);
+  HAS(void, qal_thread_barrier_reinit, QalThreadBarrier *);
+  HAS(int, qal_thread_barrier_destroy, QalThreadBarrier *);
+  HAS(int, qal_thread_barrier, QalThreadBarrier *, unsigned);
+  HAS(double, qal_thread_reduce_dmax, double, int);
+  HAS(double, qal_thread_reduce_dmin, double, int);
+  HAS(double, qal_thread_global_dsum, double, int);
+  HAS(int, qal_thread_global_isum, int, int);
+  HAS(void, qal_thread_global_dsums, const double *, double *, int, int);
+  HAS(void, qal_thread_global_isums, const int *, int *, int, int);
+}
+
+static void lists(void) {
+  HAS(QalMpool *, qal_mpool_create, uint32_t, uint32_t);
+  HAS(void, qal_mpool_destroy, QalMpool **);
+  HAS(void *, qal_mpool_alloc, QalMpool *);
+  HAS(int, qal_mpool_free, QalMpool *, void *);
+  HAS(int, qal_mpool_verify_ptr, QalMpool *, const void *);
+  HAS(uint32_t, qal_mpool_status, QalMpool *, uint32_t *, uint32_t *);
+  HAS(void, qal_mpool_check_corruption, void);
+  HAS(void, qal_mpool_debug, void);
+  HAS(int, qal_plist_pool_create, uint32_t, uint32_t);
+  HAS(int, qal_plist_pool_destroy, void);
+  HAS(QalPlist *, qal_plist_create, void);
+  HAS(void, qal_plist_destroy, QalPlist **);
+  HAS(QalPlistNode *, qal_plist_alloc, void);
+  HAS(void, qal_plist_free, QalPlistNode **);
+  HAS(QalPlistNode *, qal_plist_first, const QalPlist *);
+  HAS(QalPlistNode *, qal_plist_last, const QalPlist *);
+  HAS(QalPlistNode *, qal_plist_next, const QalPlistNode *);
+  HAS(QalPlistNode *, qal_plist_prev, const QalPlistNode *);
+  HAS(void, qal_plist_prepend, QalPlist *, QalPlistNode *);
+  HAS(void, qal_plist_append, QalPlist *, QalPlistNode *);
+  HAS(void, qal_plist_insert_after, QalPlist *, QalPlistNode *, QalPlistNode *);
+  HAS(void, qal_plist_insert_before, QalPlist *, QalPlistNode *, QalPlistNode *);
+  HAS(void, qal_plist_remove, QalPlist *, QalPlistNode *);
+  HAS(QalPlistNode *, qal_plist_pop, QalPlist *);
+  HAS(void, qal_plist_concat, QalPlist *, QalPlist *);
+  HAS(uint32_t, qal_plist_length, const QalPlist *);
+  HAS(void, qal_plist_sort, QalPlist *, QalPlistCompare);
+  HAS(QalListPool *, qal_list_pool_create, uint32_t, uint32_t, int32_t);
+  HAS(void, qal_list_pool_destroy, QalListPool **);
+  HAS(QalList *, qal_list_create, QalListPool *);
+  HAS(void, qal_list_destroy, QalList **);
+  HAS(void *, qal_list_alloc, QalList *);
+  HAS(void *, qal_list_alloc2, QalListPool *);
+  HAS(void, qal_list_free, QalList *, void *);
+  HAS(void, qal_list_free2, QalListPool *, void *);
+  HAS(void *, qal_list_first, const QalList *);
+  HAS(void *, qal_list_last, const QalList *);
+  HAS(void *, qal_list_next, const void *);
+  HAS(void *, qal_list_prev, const void *);
+  HAS(void, qal_list_prepend, QalList *, void *);
+  HAS(void, qal_list_append, QalList *, void *);
+  HAS(void, qal_list_insert_after, QalList *, void *, void *);
+  HAS(void, qal_list_insert_before, QalList *, void *, void *);
+  HAS(void, qal_list_remove, QalList *, void *);
+  HAS(void *, qal_list_pop, QalList *);
+  HAS(void, qal_list_concat, QalList *, QalList *);
+  HAS(uint32_t, qal_list_length, const QalList *);
+  HAS(void, qal_list_sort, QalList *, QalListCompare);
+}
+
+static void tables(void) {
+  HAS(QalHash *, qal_hash_create, int32_t, int32_t, int32_t, int32_t, uint32_t);
+  HAS(void, qal_hash_destroy, QalHash **);
+  HAS(void, qal_hash_reinit, QalHash *);
+  HAS(int, qal_hash_add, QalHash *, int32_t, const void *, const void *);
+  HAS(int, qal_hash_find, QalHash *, int32_t, const void *, void *);
+  HAS(int, qal_hash_remove, QalHash *, int32_t, const void *, void *);
+  HAS(int, qal_hash_merge, QalHash *, QalHash *, QalHashMergeFunc, void *);
+  HAS(void, qal_hash_slot_traverse, QalHash *, int32_t);
+  HAS(QalHashPairs *, qal_hash_pairs_create, int32_t, int32_t, int32_t, uint32_t);
+  HAS(void, qal_hash_pairs_destroy, QalHashPairs **);
+  HAS(void, qal_hash_pairs_reinit, QalHashPairs *);
+  HAS(int, qal_hash_pairs_add, QalHashPairs *, int32_t, int32_t, const void *);
+  HAS(int, qal_hash_pairs_find, QalHashPairs *, int32_t, int32_t, void *);
+  HAS(int, qal_hash_pairs_remove, QalHashPairs *, int32_t, int32_t, void *);
+  HAS(int, qal_uid_init, void);
+  HAS(uint64_t, qal_uid_new, uint64_t, uint64_t);
+  HAS(uint64_t, qal_uid_next, void);
+  HAS(int, qal_uid_find, uint64_t, uint64_t *, uint64_t *);
+  HAS(int, qal_uid_destroy, uint64_t);
+}
+
+static void streams(void) {
+  HAS(FILE *, qal_pipe_popen_id, const char *, const char *, int *);
+  HAS(FILE *, qal_pipe_popen, const char *, const char *);
+  HAS(int, qal_pipe_pclose, FILE *);
+  HAS(char *, qal_pipe_fgets, char *, uint32_t, FILE *);
+  HAS(size_t, qal_pipe_fread, void *, size_t, size_t, FILE *);
+  HAS(size_t, qal_pipe_fwrite, const void *, size_t, size_t, FILE *);
+  HAS(int, qal_pipe_feof, FILE *);
+  HAS(size_t, qal_fwrite_zlib, const void *, size_t, size_t, FILE *);
+  HAS(size_t, qal_fread_zlib, void *, size_t, size_t, FILE *);
+  named += zlib_io_in_bytes == 0 && zlib_io_out_bytes == 0;
+}
+
+static void characters(void) {
+  HAS(uint32_t, qal_kalmora_symbol_to_unicode, int32_t);
+  HAS(int, qal_char_utf8_to_unicode, const unsigned char *, uint32_t *);
+  HAS(int, qal_char_unicode_to_utf8, uint32_t, unsigned char *);
+  HAS(char *, qal_string_native_to_utf8, const char *);
+  HAS(char *, qal_string_utf8_to_native, const char *);
+  HAS(int, qal_string_native_to_utf8_inplace, void);
+  HAS(int, qal_string_utf8_to_native_inplace, void);
+  HAS(int, qal_get_current_code_page, void);
+  named += old_sym_font_to_unicode[255] == 0x40;
+}
+
 static int constants_hold(void) {
   return QAL_STATUS_OK == 0 && QAL_STATUS_NO_MEMORY == 2 && QAL_STATUS_INVALID == 6 &&
          QAL_STATUS_FAILED == 7 && QAL_STATUS_NOT_FOUND == 8 && QAL_STATUS_EXISTS == 10 &&
@@ -166,6 +312,12 @@ int main(void) {
   paths();
   files();
   system_information();
+  threads();
+  barriers();
+  lists();
+  tables();
+  streams();
+  characters();
   printf("%d functions and variables found\n", named);
   return constants_hold() ? 0 : 1;
 }

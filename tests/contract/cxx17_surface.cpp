@@ -39,6 +39,14 @@ int helpers() {
                   remote_fileio>;
 }
 
+int blocks() {
+  return promised<std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *),
+                  fwrite_zlib> +
+         promised<std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *), fread_zlib> +
+         promised<void (*)(int *, int), zlib_compression_method> +
+         promised<void (*)(std::uint64_t *, std::uint64_t *, int), zlib_io_stats>;
+}
+
 int driver() {
   return promised<void (*)(Text), query_env_vars> + promised<Text (*)(), qal_zul_home> +
          promised<Text (*)(), qal_zul_arch> + promised<void (*)(Text), process_directory> +
@@ -78,6 +86,6 @@ static_assert(std::is_same_v<decltype(FILE_PART_LIST::names), char **>);
 }  // namespace
 
 int main() {
-  std::printf("%d functions found\n", helpers() + driver() + identity());
+  std::printf("%d functions found\n", helpers() + blocks() + driver() + identity());
   return QalIdentity::currentIdentity == nullptr && Zul_arch[0] == '\0' ? 0 : 1;
 }

@@ -1,10 +1,19 @@
 #include <qal/alloc.h>
+#include <qal/plist.h>
 #include <qal/startup.h>
+#include <qal/thread.h>
+#include <qal/uid.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
+
+constexpr int threads_failed = 5;
+constexpr int expected_threads = 256;
+constexpr std::uint32_t list_headers_per_chunk = 32;
+constexpr std::uint32_t list_nodes_per_chunk = 256;
 
 // Touched by the main thread only.
 struct State {
@@ -31,13 +40,18 @@ int qal_utils_init() {
   if (state.started) return QAL_STATUS_OK;
   // Deliberate: set before anything is started, so a start-up that failed is never tried again.
   state.started = true;
+  qal_uid_init();
+  qal_plist_pool_create(list_headers_per_chunk, list_nodes_per_chunk);
   forget_cachedir();
+  if (qal_thread_init() != 0) return threads_failed;
+  qal_thread_setconcurrency(expected_threads);
   return QAL_STATUS_OK;
 }
 
 int qal_utils_done() {
   // Deliberate: the library stays marked as started, so it is started at most once per process.
   forget_cachedir();
+  qal_plist_pool_destroy();
   return QAL_STATUS_OK;
 }
 

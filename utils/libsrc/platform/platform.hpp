@@ -28,6 +28,12 @@ bool resident_bytes(std::uint64_t &bytes);
 // understood too.
 int format_text(char *out, std::size_t room, const char *format, std::va_list arguments);
 
+// Opens a pipe whose ends are not passed on to programs. On false nothing is open.
+bool open_pipe(int (&ends)[2]);
+
+// What an error number means, from a function that a forked child may call before it execs.
+const char *error_text(int error);
+
 // Overwrites a secret in a way that no optimiser removes.
 void clear_secret(void *secret, std::size_t size);
 

@@ -167,6 +167,13 @@ bool resident_bytes(std::uint64_t &bytes) {
   return true;
 }
 
+bool open_pipe(int (&ends)[2]) { return pipe2(ends, O_CLOEXEC) == 0; }
+
+const char *error_text(int error) {
+  const char *const text = strerrordesc_np(error);
+  return text ? text : "Unknown error";
+}
+
 void clear_secret(void *secret, std::size_t size) { explicit_bzero(secret, size); }
 
 const char *curl_library_name() { return "libcurl.so.4"; }

@@ -1,6 +1,8 @@
 // memset_s is declared only on request.
 #define __STDC_WANT_LIB_EXT1__ 1
+#include <fcntl.h>
 #include <mach/mach.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/sysctl.h>
 #include <unistd.h>
@@ -62,6 +64,16 @@ bool resident_bytes(std::uint64_t &bytes) {
   if (result != KERN_SUCCESS || count != TASK_BASIC_INFO_64_COUNT) return false;
   bytes = info.resident_size;
   return true;
+}
+
+bool open_pipe(int (&ends)[2]) {
+  if (pipe(ends) != 0) return false;
+  for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
+  return true;
+}
+
+const char *error_text(int error) {
+  return error >= 0 && error < sys_nerr ? sys_errlist[error] : "Unknown error";
 }
 
 void clear_secret(void *secret, std::size_t size) { memset_s(secret, size, 0, size); }

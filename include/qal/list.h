@@ -1,0 +1,97 @@
+/** @file
+ *  Doubly linked lists whose elements hold the caller's data inline (utils/libsrc/qal_list.cpp).
+ *
+ *  An element is a payload of fixed size with two hidden links in front of it; every function takes
+ *  and answers payload addresses. Elements come from a list pool, which any number of lists can
+ *  share, so that a record costs one allocation and, once the pool has chunks, none from the
+ *  system. Payloads start on an 8-byte boundary and are not cleared.
+ *
+ *  A list is used by one thread at a time; lists of one pool may be used by different threads at
+ *  once. Links cannot fail. They do nothing when an argument is none, and an element is in one list
+ *  at most: what is linked in must be fresh, popped or removed. */
+#ifndef QAL_LIST_H
+#define QAL_LIST_H
+
+#include <qal/export.h>
+#include <qal/mpool.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Where lists and their elements come from. */
+typedef struct QalListPool {
+  uint32_t element_size;   /**< payload bytes per element */
+  uint32_t chunk_count;    /**< elements carved at a time */
+  QalMpool *element_pool;  /**< of links and payload together */
+  int32_t use_header_pool; /**< not 0: headers come from header_pool, else from qal_malloc */
+  QalMpool *header_pool;
+} QalListPool;
+
+/** A list: its ends as payload addresses, both none exactly when it is empty. */
+typedef struct QalList {
+  QalListPool *pool;
+  void *first, *last;
+} QalList;
+
+/** Says, with a result above 0, that the first payload belongs after the second. It receives two
+ *  payloads, the one that stands earlier first. */
+typedef int (*QalListCompare)(const void *earlier, const void *later);
+
+/** Makes a list pool.
+ *
+ *  @param element_size    payload bytes, 0 allowed; with the links it must fit 32 bits.
+ *  @param chunk_count     elements to carve at a time, at least 1 for any to be had.
+ *  @param use_header_pool not 0: list headers are pooled as well, 20 at a time.
+ *  @return the pool, or none; nothing is then left behind. */
+QAL_API QalListPool *qal_list_pool_create(uint32_t element_size, uint32_t chunk_count,
+                                          int32_t use_header_pool);
+/** Ends a pool and sets the caller's handle to none. Its elements become invalid, and so do lists
+ *  with pooled headers; lists with other headers must have been destroyed. */
+QAL_API void qal_list_pool_destroy(QalListPool **pool_address);
+
+/** A new empty list, or none. */
+QAL_API QalList *qal_list_create(QalListPool *pool);
+/** Gives a list and its elements back. The caller's handle is set to none if the header was not
+ *  pooled; with pooled headers it keeps the old address, and the caller clears it. */
+QAL_API void qal_list_destroy(QalList **list_address);
+
+/** A fresh element from the list's pool, or from a pool directly; or none. */
+QAL_API void *qal_list_alloc(QalList *list);
+QAL_API void *qal_list_alloc2(QalListPool *pool);
+/** Give back an element that is in no list. A none payload is ignored. */
+QAL_API void qal_list_free(QalList *list, void *payload);
+QAL_API void qal_list_free2(QalListPool *pool, void *payload);
+
+/** The ends of a list and the neighbours of an element: a payload, or none. */
+QAL_API void *qal_list_first(const QalList *list);
+QAL_API void *qal_list_last(const QalList *list);
+QAL_API void *qal_list_next(const void *payload);
+QAL_API void *qal_list_prev(const void *payload);
+
+/** Link an element in: before all others, behind them, or beside the element `at` of that list. */
+QAL_API void qal_list_prepend(QalList *list, void *payload);
+QAL_API void qal_list_append(QalList *list, void *payload);
+QAL_API void qal_list_insert_after(QalList *list, void *at, void *payload);
+QAL_API void qal_list_insert_before(QalList *list, void *at, void *payload);
+
+/** Unlinks an element of the list. It is the caller's then. */
+QAL_API void qal_list_remove(QalList *list, void *payload);
+/** Unlinks the first element and hands its payload over, or answers none. */
+QAL_API void *qal_list_pop(QalList *list);
+/** Moves all elements of `src` behind those of `dst`, a list of the same pool. A list joined to
+ *  itself stays as it is. */
+QAL_API void qal_list_concat(QalList *dst, QalList *src);
+/** Counts the elements. */
+QAL_API uint32_t qal_list_length(const QalList *list);
+
+/** Sorts in place with a stable merge sort, in at most n log n comparisons: payloads that compare
+ *  as equal keep their order. The comparison may not change the list. */
+QAL_API void qal_list_sort(QalList *list, QalListCompare compare);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,74 @@
+/** @file
+ *  A pool of elements of one size (utils/libsrc/qal_mpool.cpp).
+ *
+ *  Elements are carved from chunks, and chunks are given back only when the pool ends. Each thread
+ *  index (thread.h) has a free list of its own, from which it allocates without a lock; freed
+ *  elements go to one shared list, from which the thread lists are refilled a chunk's worth at a
+ *  time. Elements are aligned to 8 bytes and not cleared.
+ *
+ *  Threads that thread.h did not start share index 0 with the main thread and must not use pools.
+ *  Any other threads may use one pool at once. */
+#ifndef QAL_MPOOL_H
+#define QAL_MPOOL_H
+
+#include <qal/export.h>
+#include <qal/thread.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** A pool. The fields are for debuggers; use the functions. */
+typedef struct QalMpool {
+  uint32_t element_size;   /**< bytes per element, at least 16, a multiple of 8 */
+  uint32_t chunk_count;    /**< elements per chunk */
+  void *thread_free[2048]; /**< each thread index's own free list */
+  QalThreadMutex lock;     /**< guards the fields below */
+  void *shared_free;       /**< the free list that freed elements go to */
+  int32_t shared_count;    /**< elements on it */
+  void *chunks;            /**< every chunk, the newest first */
+} QalMpool;
+
+/** Makes an empty pool.
+ *
+ *  @param element_size bytes per element, raised to at least 16 and to a multiple of 8.
+ *  @param chunk_count  elements to carve at a time. With 0, or when a chunk would need 4 GiB or
+ *                      more, the pool is made but every allocation from it answers none.
+ *  @return the pool, or none without memory or when the raised size does not fit 32 bits. */
+QAL_API QalMpool *qal_mpool_create(uint32_t element_size, uint32_t chunk_count);
+
+/** Ends a pool with all its elements, those in use included, and sets the caller's handle to none.
+ */
+QAL_API void qal_mpool_destroy(QalMpool **pool_address);
+
+/** Takes an element.
+ *
+ *  @return the element; or none for a none pool, on a thread whose index is outside the table
+ *          (reported with qal_error), for a pool that cannot have chunks, and without memory.
+ *  @warning When memory for a chunk is refused, the pool's lock stays held: whatever frees to the
+ *           pool or refills from it afterwards waits for good. */
+QAL_API void *qal_mpool_alloc(QalMpool *pool);
+
+/** Gives an element of the pool back. It is not checked; qal_mpool_verify_ptr can be asked before.
+ *  @return 0, or -1 for a none pool or element and when the mutex is refused. */
+QAL_API int qal_mpool_free(QalMpool *pool, void *element);
+
+/** Tells whether an address lies in one of the pool's chunks, in whatever place.
+ *  @return 1 or 0. For diagnosis: takes no lock. */
+QAL_API int qal_mpool_verify_ptr(QalMpool *pool, const void *address);
+
+/** Counts the pool's elements, all of them into `total_out` and the free ones into `free_out`, each
+ *  of which may be null.
+ *  @return the free ones. Takes no lock: call it while no other thread uses the pool. */
+QAL_API uint32_t qal_mpool_status(QalMpool *pool, uint32_t *total_out, uint32_t *free_out);
+
+/** Hooks for checks that this build does not have; they do nothing. */
+QAL_API void qal_mpool_check_corruption(void);
+QAL_API void qal_mpool_debug(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

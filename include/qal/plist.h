@@ -1,0 +1,83 @@
+/** @file
+ *  Doubly linked lists of pointers whose headers and nodes come from two process-wide pools
+ *  (utils/libsrc/qal_plist.cpp).
+ *
+ *  A list never owns what its nodes point to. qal_utils_init (startup.h) makes the pools and
+ *  qal_utils_done ends them; outside that time what would take a list or a node answers none.
+ *  A list is used by one thread at a time; different threads may use lists of their own at once.
+ *
+ *  Links cannot fail. They do nothing when an argument is none, and a node is in one list at most:
+ *  what is linked in must come from qal_plist_alloc, qal_plist_pop or qal_plist_remove. */
+#ifndef QAL_PLIST_H
+#define QAL_PLIST_H
+
+#include <qal/export.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** A node. `data` is the caller's to read and to set. */
+typedef struct QalPlistNode {
+  struct QalPlistNode *prev, *next;
+  void *data;
+} QalPlistNode;
+
+/** A list: its ends, both none exactly when it is empty. */
+typedef struct QalPlist {
+  QalPlistNode *first, *last;
+} QalPlist;
+
+/** Says, with a result above 0, that the first belongs after the second. It receives the `data` of
+ *  two nodes, the one that stands earlier first. */
+typedef int (*QalPlistCompare)(const void *earlier, const void *later);
+
+/** Makes the two pools, carving so many headers and nodes at a time. Earlier pools are abandoned.
+ *  @return 0, or 2 without memory; there are then no pools. */
+QAL_API int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk);
+
+/** Ends the two pools; every list and node becomes invalid at once.
+ *  @return 0, also when there are none. */
+QAL_API int qal_plist_pool_destroy(void);
+
+/** A new empty list, or none. */
+QAL_API QalPlist *qal_plist_create(void);
+/** Gives a list and its nodes back and sets the caller's handle to none. What the nodes point to is
+ *  not touched. */
+QAL_API void qal_plist_destroy(QalPlist **list_address);
+/** A node with all fields none, or none. */
+QAL_API QalPlistNode *qal_plist_alloc(void);
+/** Gives a node that is in no list back and sets the caller's handle to none. */
+QAL_API void qal_plist_free(QalPlistNode **node_address);
+
+/** The ends of a list and the neighbours of a node: a node, or none. */
+QAL_API QalPlistNode *qal_plist_first(const QalPlist *list);
+QAL_API QalPlistNode *qal_plist_last(const QalPlist *list);
+QAL_API QalPlistNode *qal_plist_next(const QalPlistNode *node);
+QAL_API QalPlistNode *qal_plist_prev(const QalPlistNode *node);
+
+/** Link a node in: before all others, behind them, or beside the node `at` of the same list. */
+QAL_API void qal_plist_prepend(QalPlist *list, QalPlistNode *node);
+QAL_API void qal_plist_append(QalPlist *list, QalPlistNode *node);
+QAL_API void qal_plist_insert_after(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
+QAL_API void qal_plist_insert_before(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
+
+/** Unlinks a node of the list. It is the caller's then, its links none. */
+QAL_API void qal_plist_remove(QalPlist *list, QalPlistNode *node);
+/** Unlinks the first node and hands it over, or answers none. */
+QAL_API QalPlistNode *qal_plist_pop(QalPlist *list);
+/** Moves all nodes of `src` behind those of `dst`. A list joined to itself stays as it is. */
+QAL_API void qal_plist_concat(QalPlist *dst, QalPlist *src);
+/** Counts the nodes. */
+QAL_API uint32_t qal_plist_length(const QalPlist *list);
+
+/** Sorts in place with a stable merge sort, in at most n log n comparisons: nodes that compare as
+ *  equal keep their order. The comparison may not change the list. */
+QAL_API void qal_plist_sort(QalPlist *list, QalPlistCompare compare);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,57 @@
+/** @file
+ *  UTF-8, code points and the products' old symbol font (utils/libsrc/qal_utf8.cpp; the font's
+ * table is in qal_symbol_font.cpp).
+ *
+ *  The native encoding of the platforms of today is UTF-8, so texts are only copied. */
+#ifndef QAL_UTF8_H
+#define QAL_UTF8_H
+
+#include <qal/export.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** The code point that each of the symbol font's 256 codes stands for; 0 where there is none. */
+QAL_API extern const uint32_t old_sym_font_to_unicode[256];
+
+/** The code point of a symbol-font code. Codes below 0 count as 0, above 255 as 255. */
+QAL_API uint32_t qal_kalmora_symbol_to_unicode(int32_t code);
+
+/** Reads one character.
+ *
+ *  @param bytes text of at least one byte; a byte is looked at only if the one before called for
+ * it, so nothing is read past a terminating NUL.
+ *  @param out   receives the decoded value. For more than one byte that is not the character's code
+ *               point: only the upper payload bits of the sequence and the top two bits of its last
+ *               byte count, so C3 A9 gives U+00C0. A byte that begins no whole sequence gives
+ * itself.
+ *  @return the bytes consumed, 1 to 4. */
+QAL_API int qal_char_utf8_to_unicode(const unsigned char *bytes, uint32_t *out);
+
+/** Writes one code point as UTF-8, surrogates like any other, and a NUL behind it.
+ *
+ *  @param out room for 5 bytes.
+ *  @return the bytes written before the NUL, 1 to 4; 0 for 0x200000 and above. */
+QAL_API int qal_char_unicode_to_utf8(uint32_t code_point, unsigned char *out);
+
+/** Copies a text into the other encoding.
+ *  @return the copy, released with `free`; null for null and without memory. */
+QAL_API char *qal_string_native_to_utf8(const char *string);
+QAL_API char *qal_string_utf8_to_native(const char *string);
+
+/** Do nothing, since the encodings are the same.
+ *  @return 0. */
+QAL_API int qal_string_native_to_utf8_inplace(void);
+QAL_API int qal_string_utf8_to_native_inplace(void);
+
+/** The number of the native encoding's code page.
+ *  @return 65001, UTF-8. */
+QAL_API int qal_get_current_code_page(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

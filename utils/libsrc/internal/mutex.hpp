@@ -1,0 +1,47 @@
+// A scope guard for the library's mutexes, and the words by which clang's thread-safety analysis
+// proves what each mutex guards.
+#pragma once
+
+#include <qal/thread.h>
+
+#ifdef __clang__
+#define QAL_THREAD_ANNOTATION(annotation) __attribute__((annotation))
+#else
+#define QAL_THREAD_ANNOTATION(annotation)
+#endif
+#define QAL_GUARDED_BY(mutex) QAL_THREAD_ANNOTATION(guarded_by(mutex))
+#define QAL_REQUIRES(mutex) QAL_THREAD_ANNOTATION(requires_capability(mutex))
+
+namespace qal::internal {
+
+// A process-wide mutex that needs no start-up. `platform()` hands it to functions that wait or set
+// it up anew.
+class QAL_THREAD_ANNOTATION(capability("mutex")) Mutex {
+ public:
+  // Answers the platform's error number, 0 with the mutex held.
+  int lock() QAL_THREAD_ANNOTATION(try_acquire_capability(0)) {
+    return pthread_mutex_lock(&mutex_);
+  }
+  int unlock() QAL_THREAD_ANNOTATION(release_capability()) { return pthread_mutex_unlock(&mutex_); }
+  QalThreadMutex &platform() { return mutex_; }
+
+ private:
+  QalThreadMutex mutex_ = PTHREAD_MUTEX_INITIALIZER;
+};
+
+class QAL_THREAD_ANNOTATION(scoped_lockable) Lock {
+ public:
+  explicit Lock(Mutex &mutex) QAL_THREAD_ANNOTATION(acquire_capability(mutex))
+      QAL_THREAD_ANNOTATION(no_thread_safety_analysis)
+      : mutex_(mutex) {
+    mutex_.lock();
+  }
+  ~Lock() QAL_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+  Lock(const Lock &) = delete;
+  Lock &operator=(const Lock &) = delete;
+
+ private:
+  Mutex &mutex_;
+};
+
+}  // namespace qal::internal

@@ -1,0 +1,49 @@
+// The public barrier.
+#include <qal/barrier.h>
+
+#include <cstdint>
+#include <limits>
+
+#include "internal/barrier.hpp"
+
+namespace {
+
+using qal::internal::barrier_valid;
+
+constexpr int ok = 0;
+constexpr int failed = -1;
+constexpr std::uint32_t destroyed = std::numeric_limits<std::uint32_t>::max();
+
+}  // namespace
+
+int qal_thread_barrier_init(QalThreadBarrier *b) {
+  if (!b) return failed;
+  b->count = b->remaining = b->phase = 0;
+  if (pthread_mutex_init(&b->mutex, nullptr) != 0) return failed;
+  if (pthread_cond_init(&b->condition, nullptr) != 0) {
+    pthread_mutex_destroy(&b->mutex);
+    return failed;
+  }
+  b->magic = barrier_valid;
+  return ok;
+}
+
+void qal_thread_barrier_reinit(QalThreadBarrier *b) {
+  if (b) b->count = 0;
+}
+
+int qal_thread_barrier_destroy(QalThreadBarrier *b) {
+  if (!b || b->magic != barrier_valid) return failed;
+  b->magic = destroyed;
+  pthread_mutex_destroy(&b->mutex);
+  pthread_cond_destroy(&b->condition);
+  return ok;
+}
+
+int qal_thread_barrier(QalThreadBarrier *b, unsigned n) {
+  if (!b) return failed;
+  // The phase changes with every cycle, so a thread that races ahead into the next cycle cannot
+  // release the stragglers of this one.
+  return qal::internal::arrive(
+      *b, n, [b] { return b->phase; }, [b] { b->phase ^= 1U; });
+}

@@ -1,0 +1,202 @@
+// Tables whose slots the caller picks.
+#include <qal/alloc.h>
+#include <qal/hash.h>
+#include <qal/list.h>
+#include <qal/status.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+namespace {
+
+constexpr const char *source = "utils/libsrc/qal_hash";
+constexpr int found = 1;
+constexpr int not_found = 0;
+constexpr int take_source_data = 2;
+constexpr int remove_both = 0;
+
+std::size_t key_bytes(const QalHash &table) { return static_cast<std::size_t>(table.key_size); }
+
+std::size_t data_bytes(const QalHash &table) { return static_cast<std::size_t>(table.data_size); }
+
+std::byte *data_of(const QalHash &table, void *record) {
+  return static_cast<std::byte *>(record) + key_bytes(table);
+}
+
+bool has_slot(const QalHash &table, std::int32_t slot) {
+  return slot >= 0 && slot < table.num_slots;
+}
+
+QalList *&list_at(QalHash &table, std::int32_t slot) { return table.slots[slot]; }
+
+std::span<QalList *> slots_of(QalHash &table) {
+  return {table.slots, static_cast<std::size_t>(table.num_slots)};
+}
+
+void copy_bytes(void *to, const void *from, std::size_t size) {
+  if (size > 0 && to) std::memcpy(to, from, size);
+}
+
+// The first record of the list with that key, or none.
+void *find_record(const QalHash &table, const QalList *list, const void *key) {
+  const std::size_t size = key_bytes(table);
+  if (!key && size > 0) return nullptr;
+  for (void *record = qal_list_first(list); record; record = qal_list_next(record)) {
+    if (size == 0 || std::memcmp(record, key, size) == 0) return record;
+  }
+  return nullptr;
+}
+
+void drop_record(QalHash &table, QalList *list, void *record) {
+  qal_list_remove(list, record);
+  qal_list_free2(table.pool, record);
+}
+
+void empty_slots(QalHash &table) {
+  for (QalList *&list : slots_of(table)) {
+    qal_list_destroy(&list);
+    list = nullptr;
+  }
+}
+
+bool alike(const QalHash &a, const QalHash &b) {
+  return a.num_slots == b.num_slots && a.key_size == b.key_size && a.data_size == b.data_size;
+}
+
+struct Merge {
+  QalHash &dst;
+  QalHash &src;
+  QalHashMergeFunc callback;
+  void *user;
+
+  void slot(std::int32_t slot) const {
+    QalList *const from = list_at(src, slot);
+    if (!from) return;
+    // Deliberate: a slot without a list takes everything, equal keys included; a list that is only
+    // empty takes the rule for duplicates.
+    const bool takes_all = !list_at(dst, slot);
+    for (void *record = qal_list_first(from); record; record = qal_list_next(record)) {
+      void *const twin = takes_all ? nullptr : find_record(dst, list_at(dst, slot), record);
+      if (twin) {
+        settle(slot, twin, record);
+      } else {
+        qal_hash_add(&dst, slot, record, data_of(src, record));
+      }
+    }
+  }
+
+  void settle(std::int32_t slot, void *twin, void *record) const {
+    if (!callback) return;
+    std::byte *const dst_data = data_of(dst, twin);
+    std::byte *const src_data = data_of(src, record);
+    const int verdict = callback(twin, dst_data, src_data, user);
+    if (verdict == take_source_data) copy_bytes(dst_data, src_data, data_bytes(dst));
+    if (verdict == remove_both) qal_hash_remove(&dst, slot, record, src_data);
+  }
+};
+
+void print_key(const QalHash &table, const void *record) {
+  std::fputs("   id=0x", stderr);
+  for (const auto byte : std::span(static_cast<const unsigned char *>(record), key_bytes(table))) {
+    std::fprintf(stderr, "%02x", byte);
+  }
+  std::fputc('\n', stderr);
+}
+
+}  // namespace
+
+QalHash *qal_hash_create(int32_t num_slots, int32_t chunk_count, int32_t key_size,
+                         int32_t data_size, uint32_t remove_on_find) {
+  if (num_slots < 1 || chunk_count < 1 || key_size < 0 || data_size < 0) return nullptr;
+  QalHash *table = nullptr;
+  qal_malloc("qal_hash_create", &table, sizeof *table, 75, source);
+  if (!table) return nullptr;
+  *table = QalHash{num_slots, chunk_count, key_size, data_size, remove_on_find, nullptr, nullptr};
+  qal_malloc("qal_hash_create", &table->slots, slots_of(*table).size() * sizeof(QalList *), 86,
+             source);
+  if (!table->slots) {
+    qal_free(table, 88, source);
+    return nullptr;
+  }
+  for (QalList *&list : slots_of(*table)) list = nullptr;
+  // Two sizes of at most 2^31 - 1 fit 32 bits unsigned; the list pool refuses what its links no
+  // longer fit.
+  table->pool = qal_list_pool_create(
+      static_cast<std::uint32_t>(key_size) + static_cast<std::uint32_t>(data_size),
+      static_cast<std::uint32_t>(chunk_count), 1);
+  if (table->pool) return table;
+  qal_free(table->slots, 99, source);
+  qal_free(table, 100, source);
+  return nullptr;
+}
+
+void qal_hash_destroy(QalHash **table_address) {
+  if (!table_address || !*table_address) return;
+  QalHash *const table = *table_address;
+  empty_slots(*table);
+  qal_list_pool_destroy(&table->pool);
+  qal_free(table->slots, 129, source);
+  qal_free(table, 130, source);
+  *table_address = nullptr;
+}
+
+void qal_hash_reinit(QalHash *table) {
+  if (table && table->num_slots >= 1) empty_slots(*table);
+}
+
+int qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data) {
+  if (!table) return QAL_STATUS_OK;
+  if (!has_slot(*table, slot)) return QAL_STATUS_INVALID;
+  if ((!key && table->key_size > 0) || (!data && table->data_size > 0)) return QAL_STATUS_INVALID;
+  QalList *&list = list_at(*table, slot);
+  if (!list) list = qal_list_create(table->pool);
+  if (!list) return QAL_STATUS_NO_MEMORY;
+  void *const record = qal_list_alloc2(table->pool);
+  if (!record) return QAL_STATUS_NO_MEMORY;
+  copy_bytes(record, key, key_bytes(*table));
+  copy_bytes(data_of(*table, record), data, data_bytes(*table));
+  qal_list_append(list, record);
+  return QAL_STATUS_OK;
+}
+
+int qal_hash_find(QalHash *table, int32_t slot, const void *key, void *data_out) {
+  if (!table || !has_slot(*table, slot)) return not_found;
+  QalList *const list = list_at(*table, slot);
+  void *const record = find_record(*table, list, key);
+  if (!record) return not_found;
+  copy_bytes(data_out, data_of(*table, record), data_bytes(*table));
+  if (table->remove_on_find) drop_record(*table, list, record);
+  return found;
+}
+
+int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void *data_out) {
+  if (!table) return QAL_STATUS_OK;
+  if (!has_slot(*table, slot)) return QAL_STATUS_INVALID;
+  QalList *const list = list_at(*table, slot);
+  void *const record = find_record(*table, list, key);
+  if (!record) return QAL_STATUS_INVALID;
+  copy_bytes(data_out, data_of(*table, record), data_bytes(*table));
+  drop_record(*table, list, record);
+  return QAL_STATUS_OK;
+}
+
+int qal_hash_merge(QalHash *dst, QalHash *src, QalHashMergeFunc callback, void *user) {
+  if (!dst || !src || !alike(*dst, *src)) return QAL_STATUS_INVALID;
+  if (dst == src) return QAL_STATUS_OK;
+  const Merge merge{*dst, *src, callback, user};
+  for (std::int32_t slot = 0; slot < dst->num_slots; ++slot) merge.slot(slot);
+  empty_slots(*src);
+  return QAL_STATUS_OK;
+}
+
+void qal_hash_slot_traverse(QalHash *table, int32_t slot) {
+  if (!table || !has_slot(*table, slot)) return;
+  QalList *const list = list_at(*table, slot);
+  std::fprintf(stderr, "HashBucket[%d] list=%p\n", slot, static_cast<void *>(list));
+  for (void *record = qal_list_first(list); record; record = qal_list_next(record)) {
+    print_key(*table, record);
+  }
+}

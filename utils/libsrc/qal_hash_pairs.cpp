@@ -1,0 +1,72 @@
+// Tables keyed by unordered pairs of integers.
+#include <qal/alloc.h>
+#include <qal/hash.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+constexpr const char *source = "utils/libsrc/qal_hash";
+
+// The pair in ascending order, as the inner table stores it.
+struct Pair {
+  std::int32_t smaller;
+  std::int32_t larger;
+
+  Pair(std::int32_t a, std::int32_t b) : smaller(std::min(a, b)), larger(std::max(a, b)) {}
+
+  // Pairs with one mean share a slot: the sum, wrapped to 32 bits, is halved toward zero first.
+  std::int32_t slot(const QalHashPairs &pairs) const {
+    const auto sum = static_cast<std::int32_t>(static_cast<std::uint32_t>(smaller) +
+                                               static_cast<std::uint32_t>(larger));
+    return std::abs(sum / 2 % pairs.num_slots);
+  }
+};
+static_assert(sizeof(Pair) == 8);
+
+}  // namespace
+
+QalHashPairs *qal_hash_pairs_create(int32_t num_slots, int32_t chunk_count, int32_t data_size,
+                                    uint32_t remove_on_find) {
+  if (num_slots < 1 || chunk_count < 1 || data_size < 0) return nullptr;
+  QalHashPairs *pairs = nullptr;
+  qal_malloc("qal_hash_pairs_create", &pairs, sizeof *pairs, 484, source);
+  if (!pairs) return nullptr;
+  constexpr std::int32_t key_size = sizeof(Pair);
+  *pairs = QalHashPairs{num_slots, chunk_count, key_size, data_size, remove_on_find, nullptr};
+  pairs->table = qal_hash_create(num_slots, chunk_count, key_size, data_size, remove_on_find);
+  if (pairs->table) return pairs;
+  qal_free(pairs, 498, source);
+  return nullptr;
+}
+
+void qal_hash_pairs_destroy(QalHashPairs **pairs_address) {
+  if (!pairs_address || !*pairs_address) return;
+  qal_hash_destroy(&(*pairs_address)->table);
+  qal_free(*pairs_address, 545, source);
+  *pairs_address = nullptr;
+}
+
+void qal_hash_pairs_reinit(QalHashPairs *pairs) {
+  if (pairs) qal_hash_reinit(pairs->table);
+}
+
+int qal_hash_pairs_add(QalHashPairs *pairs, int32_t a, int32_t b, const void *data) {
+  if (!pairs) return 0;
+  const Pair key(a, b);
+  return qal_hash_add(pairs->table, key.slot(*pairs), &key, data);
+}
+
+int qal_hash_pairs_find(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out) {
+  if (!pairs) return 0;
+  const Pair key(a, b);
+  return qal_hash_find(pairs->table, key.slot(*pairs), &key, data_out);
+}
+
+int qal_hash_pairs_remove(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out) {
+  if (!pairs) return 0;
+  const Pair key(a, b);
+  return qal_hash_remove(pairs->table, key.slot(*pairs), &key, data_out);
+}

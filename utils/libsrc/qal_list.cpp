@@ -1,0 +1,191 @@
+// Pooled lists with inline payloads.
+#include <qal/alloc.h>
+#include <qal/list.h>
+#include <qal/mpool.h>
+
+#include <cstdint>
+#include <limits>
+
+#include "internal/chain.hpp"
+#include "internal/merge_sort.hpp"
+
+namespace {
+
+constexpr const char *source = "utils/libsrc/qal_list";
+constexpr std::uint32_t headers_per_chunk = 20;
+
+// The links in front of a payload.
+struct Element {
+  Element *prev, *next;
+};
+
+using ElementChain = qal::internal::Chain<Element>;
+
+Element *element_of(void *payload) {
+  return payload ? static_cast<Element *>(payload) - 1 : nullptr;
+}
+
+const Element *element_of(const void *payload) {
+  return payload ? static_cast<const Element *>(payload) - 1 : nullptr;
+}
+
+void *payload_of(Element *element) { return element ? element + 1 : nullptr; }
+
+ElementChain chain_of(const QalList &list) {
+  return {element_of(list.first), element_of(list.last)};
+}
+
+void store(QalList &list, const ElementChain &chain) {
+  list.first = payload_of(chain.first);
+  list.last = payload_of(chain.last);
+}
+
+template <typename Change>
+void change_links(QalList &list, const Change &change) {
+  ElementChain chain = chain_of(list);
+  change(chain);
+  store(list, chain);
+}
+
+QalList *new_header(const QalListPool &pool) {
+  if (pool.use_header_pool) return static_cast<QalList *>(qal_mpool_alloc(pool.header_pool));
+  QalList *list = nullptr;
+  qal_malloc("qal_list_create", &list, sizeof *list, 139, source);
+  return list;
+}
+
+}  // namespace
+
+QalListPool *qal_list_pool_create(uint32_t element_size, uint32_t chunk_count,
+                                  int32_t use_header_pool) {
+  if (element_size > std::numeric_limits<std::uint32_t>::max() - sizeof(Element)) return nullptr;
+  const auto linked_size = static_cast<std::uint32_t>(element_size + sizeof(Element));
+  QalMpool *elements = qal_mpool_create(linked_size, chunk_count);
+  if (!elements) return nullptr;
+  QalListPool *pool = nullptr;
+  qal_malloc("qal_list_pool_create", &pool, sizeof *pool, 83, source);
+  if (!pool) {
+    qal_mpool_destroy(&elements);
+    return nullptr;
+  }
+  *pool = QalListPool{element_size, chunk_count, elements, use_header_pool, nullptr};
+  if (!use_header_pool) return pool;
+  pool->header_pool = qal_mpool_create(sizeof(QalList), headers_per_chunk);
+  if (pool->header_pool) return pool;
+  qal_mpool_destroy(&elements);
+  qal_free(pool, 100, source);
+  return nullptr;
+}
+
+void qal_list_pool_destroy(QalListPool **pool_address) {
+  if (!pool_address || !*pool_address) return;
+  QalListPool *const pool = *pool_address;
+  qal_mpool_destroy(&pool->element_pool);
+  if (pool->use_header_pool) qal_mpool_destroy(&pool->header_pool);
+  qal_free(pool, 123, source);
+  *pool_address = nullptr;
+}
+
+QalList *qal_list_create(QalListPool *pool) {
+  if (!pool) return nullptr;
+  QalList *const list = new_header(*pool);
+  if (list) *list = QalList{pool, nullptr, nullptr};
+  return list;
+}
+
+void qal_list_destroy(QalList **list_address) {
+  if (!list_address || !*list_address) return;
+  QalList *const list = *list_address;
+  while (void *const payload = qal_list_pop(list)) qal_list_free(list, payload);
+  if (list->pool->use_header_pool) {
+    // Deliberate: the caller's handle keeps the old address here; whoever reuses it clears it.
+    qal_mpool_free(list->pool->header_pool, list);
+    return;
+  }
+  qal_free(list, 175, source);
+  *list_address = nullptr;
+}
+
+void *qal_list_alloc(QalList *list) { return list ? qal_list_alloc2(list->pool) : nullptr; }
+
+void *qal_list_alloc2(QalListPool *pool) {
+  if (!pool) return nullptr;
+  auto *const element = static_cast<Element *>(qal_mpool_alloc(pool->element_pool));
+  if (element) *element = Element{};
+  return payload_of(element);
+}
+
+void qal_list_free(QalList *list, void *payload) {
+  if (list) qal_list_free2(list->pool, payload);
+}
+
+void qal_list_free2(QalListPool *pool, void *payload) {
+  if (!pool || !payload) return;
+  Element *const element = element_of(payload);
+  *element = Element{};
+  qal_mpool_free(pool->element_pool, element);
+}
+
+void *qal_list_first(const QalList *list) { return list ? list->first : nullptr; }
+
+void *qal_list_last(const QalList *list) { return list ? list->last : nullptr; }
+
+void *qal_list_next(const void *payload) {
+  return payload ? payload_of(element_of(payload)->next) : nullptr;
+}
+
+void *qal_list_prev(const void *payload) {
+  return payload ? payload_of(element_of(payload)->prev) : nullptr;
+}
+
+void qal_list_prepend(QalList *list, void *payload) {
+  if (!list || !payload) return;
+  change_links(*list, [=](ElementChain &chain) { chain.prepend(element_of(payload)); });
+}
+
+void qal_list_append(QalList *list, void *payload) {
+  if (!list || !payload) return;
+  change_links(*list, [=](ElementChain &chain) { chain.append(element_of(payload)); });
+}
+
+void qal_list_insert_after(QalList *list, void *at, void *payload) {
+  if (!list || !at || !payload) return;
+  change_links(
+      *list, [=](ElementChain &chain) { chain.insert_after(element_of(at), element_of(payload)); });
+}
+
+void qal_list_insert_before(QalList *list, void *at, void *payload) {
+  if (!list || !at || !payload) return;
+  change_links(*list, [=](ElementChain &chain) {
+    chain.insert_before(element_of(at), element_of(payload));
+  });
+}
+
+void qal_list_remove(QalList *list, void *payload) {
+  if (!list || !payload) return;
+  change_links(*list, [=](ElementChain &chain) { chain.remove(element_of(payload)); });
+}
+
+void *qal_list_pop(QalList *list) {
+  if (!list) return nullptr;
+  void *payload = nullptr;
+  change_links(*list, [&](ElementChain &chain) { payload = payload_of(chain.pop()); });
+  return payload;
+}
+
+void qal_list_concat(QalList *dst, QalList *src) {
+  if (!dst || !src || dst == src) return;
+  ElementChain rest = chain_of(*src);
+  change_links(*dst, [&](ElementChain &chain) { chain.concat(rest); });
+  store(*src, rest);
+}
+
+uint32_t qal_list_length(const QalList *list) { return list ? chain_of(*list).length() : 0; }
+
+void qal_list_sort(QalList *list, QalListCompare compare) {
+  if (!list || !compare) return;
+  change_links(*list, [=](ElementChain &chain) {
+    qal::internal::merge_sort(
+        chain, [=](const Element *p, const Element *q) { return compare(p + 1, q + 1) > 0; });
+  });
+}

@@ -1,0 +1,195 @@
+// The fixed-size memory pool.
+#include <qal/alloc.h>
+#include <qal/logger.h>
+#include <qal/mpool.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr const char *source = "utils/libsrc/qal_mpool";
+constexpr unsigned thread_list_count = 2048;
+constexpr std::uint64_t smallest_element = 16;
+constexpr int failed = -1;
+
+struct FreeElement {
+  FreeElement *next;
+};
+
+// A chunk's elements follow its link.
+struct Chunk {
+  Chunk *next;
+};
+
+std::uint64_t rounded_size(std::uint32_t requested) {
+  return (std::max<std::uint64_t>(requested, smallest_element) + 7) / 8 * 8;
+}
+
+std::uint64_t payload_size(const QalMpool &pool) {
+  return std::uint64_t{pool.chunk_count} * pool.element_size;
+}
+
+bool can_have_chunks(const QalMpool &pool) {
+  return pool.chunk_count > 0 && payload_size(pool) <= std::numeric_limits<std::uint32_t>::max();
+}
+
+FreeElement *link(void *element, void *next) {
+  return ::new (element) FreeElement{static_cast<FreeElement *>(next)};
+}
+
+void *pop(void *&list) {
+  auto *const head = static_cast<FreeElement *>(list);
+  list = head->next;
+  return head;
+}
+
+bool has_shared_batch(const QalMpool &pool) {
+  return pool.shared_free && pool.shared_count >= static_cast<std::int32_t>(pool.chunk_count);
+}
+
+void *detach_batch(QalMpool &pool) {
+  auto *const first = static_cast<FreeElement *>(pool.shared_free);
+  FreeElement *last = first;
+  for (std::uint32_t i = 1; i < pool.chunk_count; ++i) last = last->next;
+  pool.shared_free = last->next;
+  last->next = nullptr;
+  pool.shared_count -= static_cast<std::int32_t>(pool.chunk_count);
+  return first;
+}
+
+// Reporting a failure may reach a cancellation point, and a thread that is cancelled here would
+// leave the pool locked.
+Chunk *new_chunk(QalMpool &pool) {
+  int previous = 0;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
+  void *block = nullptr;
+  qal_malloc("qal_mpool_alloc", &block, payload_size(pool) + sizeof(Chunk), 168, source);
+  pthread_setcancelstate(previous, nullptr);
+  if (!block) return nullptr;
+  auto *const chunk = ::new (block) Chunk{static_cast<Chunk *>(pool.chunks)};
+  pool.chunks = chunk;
+  return chunk;
+}
+
+// Links the elements in the order of their addresses.
+void *carve(const QalMpool &pool, Chunk *chunk) {
+  auto *const elements = reinterpret_cast<std::byte *>(chunk + 1);
+  void *next = nullptr;
+  for (std::size_t i = pool.chunk_count; i-- > 0;) {
+    next = link(elements + i * pool.element_size, next);
+  }
+  return next;
+}
+
+// A chunk's worth of elements for the calling thread's empty list, or none.
+void *refill(QalMpool &pool) {
+  qal_thread_mutex_lock(&pool.lock);
+  if (has_shared_batch(pool)) {
+    void *const batch = detach_batch(pool);
+    qal_thread_mutex_unlock(&pool.lock);
+    return batch;
+  }
+  Chunk *const chunk = new_chunk(pool);
+  // Deliberate: without memory the lock stays held, and whoever needs the shared list waits.
+  if (!chunk) return nullptr;
+  qal_thread_mutex_unlock(&pool.lock);
+  return carve(pool, chunk);
+}
+
+std::uint32_t count(const void *list) {
+  std::uint32_t elements = 0;
+  for (auto *at = static_cast<const FreeElement *>(list); at; at = at->next) ++elements;
+  return elements;
+}
+
+std::uint32_t total_elements(const QalMpool &pool) {
+  std::uint32_t chunks = 0;
+  for (auto *at = static_cast<const Chunk *>(pool.chunks); at; at = at->next) ++chunks;
+  return chunks * pool.chunk_count;
+}
+
+std::uint32_t free_elements(const QalMpool &pool) {
+  auto elements = static_cast<std::uint32_t>(pool.shared_count);
+  for (const void *list : pool.thread_free) elements += count(list);
+  return elements;
+}
+
+}  // namespace
+
+QalMpool *qal_mpool_create(uint32_t element_size, uint32_t chunk_count) {
+  const std::uint64_t rounded = rounded_size(element_size);
+  if (rounded > std::numeric_limits<std::uint32_t>::max()) return nullptr;
+  QalMpool *pool = nullptr;
+  qal_malloc("qal_mpool_create", &pool, sizeof *pool, 65, source);
+  if (!pool) return nullptr;
+  std::memset(pool, 0, sizeof *pool);
+  pool->element_size = static_cast<std::uint32_t>(rounded);
+  pool->chunk_count = chunk_count;
+  qal_thread_mutex_init(&pool->lock);
+  return pool;
+}
+
+void qal_mpool_destroy(QalMpool **pool_address) {
+  if (!pool_address || !*pool_address) return;
+  QalMpool *const pool = *pool_address;
+  for (auto *at = static_cast<Chunk *>(pool->chunks); at;) {
+    Chunk *const next = at->next;
+    qal_free(at, 115, source);
+    at = next;
+  }
+  qal_thread_mutex_destroy(&pool->lock);
+  qal_free(pool, 123, source);
+  *pool_address = nullptr;
+}
+
+void *qal_mpool_alloc(QalMpool *pool) {
+  if (!pool) return nullptr;
+  const auto index = static_cast<unsigned>(qal_thread_index());
+  if (index >= thread_list_count) {
+    qal_error("Bad thread index in qal_mpool_alloc\n");
+    return nullptr;
+  }
+  void *&own = pool->thread_free[index];
+  if (!own) {
+    if (!can_have_chunks(*pool)) return nullptr;
+    own = refill(*pool);
+    if (!own) return nullptr;
+  }
+  return pop(own);
+}
+
+int qal_mpool_free(QalMpool *pool, void *element) {
+  if (!pool || !element) return failed;
+  qal_thread_mutex_lock(&pool->lock);
+  pool->shared_free = link(element, pool->shared_free);
+  ++pool->shared_count;
+  return qal_thread_mutex_unlock(&pool->lock);
+}
+
+int qal_mpool_verify_ptr(QalMpool *pool, const void *address) {
+  if (!pool) return 0;
+  const auto wanted = reinterpret_cast<std::uintptr_t>(address);
+  const std::uint64_t size = sizeof(Chunk) + payload_size(*pool);
+  for (auto *at = static_cast<const Chunk *>(pool->chunks); at; at = at->next) {
+    const auto start = reinterpret_cast<std::uintptr_t>(at);
+    if (wanted >= start && wanted - start < size) return 1;
+  }
+  return 0;
+}
+
+uint32_t qal_mpool_status(QalMpool *pool, uint32_t *total_out, uint32_t *free_out) {
+  const std::uint32_t total = pool ? total_elements(*pool) : 0;
+  const std::uint32_t free_count = pool ? free_elements(*pool) : 0;
+  if (total_out) *total_out = total;
+  if (free_out) *free_out = free_count;
+  return free_count;
+}
+
+void qal_mpool_check_corruption() {}
+
+void qal_mpool_debug() {}

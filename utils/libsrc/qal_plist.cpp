@@ -1,0 +1,149 @@
+// Pooled lists of pointers.
+#include <qal/mpool.h>
+#include <qal/plist.h>
+#include <qal/status.h>
+
+#include <cstdint>
+
+#include "internal/chain.hpp"
+#include "internal/merge_sort.hpp"
+
+namespace {
+
+using NodeChain = qal::internal::Chain<QalPlistNode>;
+
+struct ListPool {
+  std::uint32_t header_chunk_count;
+  std::uint32_t node_chunk_count;
+  QalMpool *header_pool;
+  QalMpool *node_pool;
+};
+
+ListPool PListPool{};  // written by start-up and shut-down alone
+
+NodeChain chain_of(const QalPlist &list) { return {list.first, list.last}; }
+
+void store(QalPlist &list, const NodeChain &chain) {
+  list.first = chain.first;
+  list.last = chain.last;
+}
+
+template <typename Change>
+void change_links(QalPlist &list, const Change &change) {
+  NodeChain chain = chain_of(list);
+  change(chain);
+  store(list, chain);
+}
+
+void give_back(QalPlistNode *node) {
+  *node = QalPlistNode{};
+  qal_mpool_free(PListPool.node_pool, node);
+}
+
+}  // namespace
+
+int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk) {
+  PListPool = ListPool{};
+  QalMpool *headers = qal_mpool_create(sizeof(QalPlist), header_chunk);
+  if (!headers) return QAL_STATUS_NO_MEMORY;
+  QalMpool *const nodes = qal_mpool_create(sizeof(QalPlistNode), node_chunk);
+  if (!nodes) {
+    qal_mpool_destroy(&headers);
+    return QAL_STATUS_NO_MEMORY;
+  }
+  PListPool = ListPool{header_chunk, node_chunk, headers, nodes};
+  return QAL_STATUS_OK;
+}
+
+int qal_plist_pool_destroy() {
+  qal_mpool_destroy(&PListPool.header_pool);
+  qal_mpool_destroy(&PListPool.node_pool);
+  PListPool = ListPool{};
+  return QAL_STATUS_OK;
+}
+
+QalPlist *qal_plist_create() {
+  auto *const list = static_cast<QalPlist *>(qal_mpool_alloc(PListPool.header_pool));
+  if (list) *list = QalPlist{};
+  return list;
+}
+
+void qal_plist_destroy(QalPlist **list_address) {
+  if (!list_address || !*list_address) return;
+  // Without pools the list has gone with them already.
+  if (PListPool.header_pool) {
+    while (QalPlistNode *const node = qal_plist_pop(*list_address)) give_back(node);
+    qal_mpool_free(PListPool.header_pool, *list_address);
+  }
+  *list_address = nullptr;
+}
+
+QalPlistNode *qal_plist_alloc() {
+  auto *const node = static_cast<QalPlistNode *>(qal_mpool_alloc(PListPool.node_pool));
+  if (node) *node = QalPlistNode{};
+  return node;
+}
+
+void qal_plist_free(QalPlistNode **node_address) {
+  if (!node_address || !*node_address) return;
+  if (PListPool.node_pool) give_back(*node_address);
+  *node_address = nullptr;
+}
+
+QalPlistNode *qal_plist_first(const QalPlist *list) { return list ? list->first : nullptr; }
+
+QalPlistNode *qal_plist_last(const QalPlist *list) { return list ? list->last : nullptr; }
+
+QalPlistNode *qal_plist_next(const QalPlistNode *node) { return node ? node->next : nullptr; }
+
+QalPlistNode *qal_plist_prev(const QalPlistNode *node) { return node ? node->prev : nullptr; }
+
+void qal_plist_prepend(QalPlist *list, QalPlistNode *node) {
+  if (!list || !node) return;
+  change_links(*list, [=](NodeChain &chain) { chain.prepend(node); });
+}
+
+void qal_plist_append(QalPlist *list, QalPlistNode *node) {
+  if (!list || !node) return;
+  change_links(*list, [=](NodeChain &chain) { chain.append(node); });
+}
+
+void qal_plist_insert_after(QalPlist *list, QalPlistNode *at, QalPlistNode *node) {
+  if (!list || !at || !node) return;
+  change_links(*list, [=](NodeChain &chain) { chain.insert_after(at, node); });
+}
+
+void qal_plist_insert_before(QalPlist *list, QalPlistNode *at, QalPlistNode *node) {
+  if (!list || !at || !node) return;
+  change_links(*list, [=](NodeChain &chain) { chain.insert_before(at, node); });
+}
+
+void qal_plist_remove(QalPlist *list, QalPlistNode *node) {
+  if (!list || !node) return;
+  change_links(*list, [=](NodeChain &chain) { chain.remove(node); });
+}
+
+QalPlistNode *qal_plist_pop(QalPlist *list) {
+  if (!list) return nullptr;
+  QalPlistNode *node = nullptr;
+  change_links(*list, [&](NodeChain &chain) { node = chain.pop(); });
+  return node;
+}
+
+void qal_plist_concat(QalPlist *dst, QalPlist *src) {
+  if (!dst || !src || dst == src) return;
+  NodeChain rest = chain_of(*src);
+  change_links(*dst, [&](NodeChain &chain) { chain.concat(rest); });
+  store(*src, rest);
+}
+
+uint32_t qal_plist_length(const QalPlist *list) { return list ? chain_of(*list).length() : 0; }
+
+void qal_plist_sort(QalPlist *list, QalPlistCompare compare) {
+  if (!list || !compare) return;
+  change_links(*list, [=](NodeChain &chain) {
+    qal::internal::merge_sort(chain, [=](const QalPlistNode *p, const QalPlistNode *q) {
+      return compare(p->data, q->data) > 0;
+    });
+  });
+}

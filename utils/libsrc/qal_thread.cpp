@@ -1,0 +1,150 @@
+// The thread table: indices, start, join, cancellation.
+#include <qal/thread.h>
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "internal/mutex.hpp"
+
+using qal::internal::Lock;
+using qal::internal::Mutex;
+
+namespace {
+
+constexpr int ok = 0;
+constexpr int failed = -1;
+constexpr int slot_count = 2048;
+constexpr int main_thread = 0;
+constexpr std::int32_t no_result = -1;
+
+enum SlotState : std::int32_t { slot_free = 0, slot_claimed = 1, slot_finished = 2 };
+
+struct ThreadSlot {
+  std::atomic<std::int32_t> state;  // a finishing thread writes it without the mutex
+  std::int32_t result;
+  QalThreadHandle handle;
+  QalThreadRoutine routine;
+  void *argument;
+};
+
+Mutex QalThreadsInternalMutex;
+std::array<ThreadSlot, slot_count> _qal_threads;
+std::int32_t _qal_thread_idx QAL_GUARDED_BY(QalThreadsInternalMutex) = 0;
+
+// The key exists from start-up on; before that every thread reads as index 0.
+QalThreadKey _qal_thread_self_key;
+bool self_key_made = false;
+
+// Which slots have a platform thread that was not joined yet. It is kept beside the table because a
+// slot's state does not tell: a start that failed leaves a claimed slot, start-up clears them all.
+std::array<std::atomic<bool>, slot_count> joinable;
+
+bool in_table(std::intptr_t index) { return index >= 0 && index < slot_count; }
+
+void clear_table() {
+  for (auto &slot : _qal_threads) {
+    slot.state = slot_free;
+    slot.result = 0;
+  }
+}
+
+void claim(ThreadSlot &slot, QalThreadRoutine routine, void *argument) {
+  slot.state = slot_claimed;
+  slot.result = no_result;
+  slot.routine = routine;
+  slot.argument = argument;
+}
+
+// The next free slot after the one examined last, or `failed` after a whole round.
+int next_free_slot() QAL_REQUIRES(QalThreadsInternalMutex) {
+  for (int tested = 0; tested < slot_count; ++tested) {
+    _qal_thread_idx = (_qal_thread_idx + 1) % slot_count;
+    if (_qal_threads[static_cast<std::size_t>(_qal_thread_idx)].state == slot_free) {
+      return _qal_thread_idx;
+    }
+  }
+  return failed;
+}
+
+void set_own_index(void *index) {
+  // The creator holds the mutex until the slot is filled and its index stored, so the routine
+  // cannot begin before.
+  const Lock lock(QalThreadsInternalMutex);
+  if (self_key_made) pthread_setspecific(_qal_thread_self_key, index);
+}
+
+void *start(void *index) {
+  set_own_index(index);
+  const auto number = reinterpret_cast<std::intptr_t>(index);
+  if (!in_table(number)) return nullptr;
+  ThreadSlot &slot = _qal_threads[static_cast<std::size_t>(number)];
+  if (!slot.routine) return nullptr;
+  slot.result = slot.routine(slot.argument);
+  slot.state = slot_finished;
+  return nullptr;
+}
+
+}  // namespace
+
+int qal_thread_init() {
+  clear_table();
+  {
+    const Lock lock(QalThreadsInternalMutex);
+    _qal_thread_idx = 0;
+  }
+  if (const int status = qal_thread_init_sys(); status != ok) return status;
+  if (qal_thread_key_create(&_qal_thread_self_key) == ok) self_key_made = true;
+  claim(_qal_threads[main_thread], nullptr, nullptr);
+  if (self_key_made) pthread_setspecific(_qal_thread_self_key, nullptr);
+  qal_thread_mutex_init(&QalThreadsInternalMutex.platform());
+  return ok;
+}
+
+int qal_thread_setconcurrency(int) { return ok; }
+
+int qal_thread_index() {
+  if (!self_key_made) return main_thread;
+  return static_cast<int>(
+      reinterpret_cast<std::intptr_t>(pthread_getspecific(_qal_thread_self_key)));
+}
+
+int qal_thread_self() { return qal_thread_index(); }
+
+int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument) {
+  if (!index_out) return failed;
+  const Lock lock(QalThreadsInternalMutex);
+  const int index = next_free_slot();
+  if (index == failed) return failed;
+  const auto at = static_cast<std::size_t>(index);
+  claim(_qal_threads[at], routine, argument);
+  const int status = qal_thread_create_sys(&_qal_threads[at].handle, index);
+  if (status == ok) joinable[at] = true;
+  // Deliberate: a slot whose start failed stays claimed, and its index is handed out so that the
+  // caller can join it.
+  *index_out = index;
+  return status;
+}
+
+int qal_thread_join(const int *index, int *result_out) {
+  if (!index || !in_table(*index)) return failed;
+  const auto at = static_cast<std::size_t>(*index);
+  ThreadSlot &slot = _qal_threads[at];
+  const int status = joinable[at] ? qal_thread_join_sys(slot.handle) : failed;
+  const Lock lock(QalThreadsInternalMutex);
+  if (status == ok) joinable[at] = false;
+  if (result_out) *result_out = slot.result;
+  if (at != main_thread) slot.state = slot_free;
+  return status;
+}
+
+int qal_thread_cancel(const int *index) {
+  if (!index || !in_table(*index)) return failed;
+  const auto at = static_cast<std::size_t>(*index);
+  return joinable[at] ? qal_thread_cancel_sys(_qal_threads[at].handle) : failed;
+}
+
+void *qal_thread_start_void(void *index) { return start(index); }
+
+void *qal_thread_start_int(void *index) { return start(index); }

