@@ -19,8 +19,9 @@ using qal::test::SweepWorld;
 enum class Fate { deleted, kept };
 
 struct Row {
-  std::string path;     // of the record
-  std::string holds;    // what a person should know about it
+  std::string path;  // of the record
+  std::string owner;
+  std::string content;
   std::string asks;     // the path of the URL in it, empty if it has none
   int expected_status;  // of the server's answer, 0 if it must not be asked
   Fate expected_fate;
@@ -50,41 +51,38 @@ class Demo {
 
  private:
   void write_records() {
+    using qal::test::record_text;
     const int live = owner_.pid();
-    add(world_.resources(), "halix_server1.dat", "its owner is running", "/live", live, 200,
+    const std::string &home = world_.resources();
+    const std::string &temporary = world_.temporary();
+    add(home + "/halix_server1.dat", "running", "complete", server_.record(live, "/live"), "/live",
+        200, Fate::deleted);
+    add(home + "/halix_server2.dat", "ended", "complete",
+        server_.record(qal::test::vanished_pid(), "/ended"), "/ended", 0, Fate::kept);
+    add(home + "/halix_server3.dat", "of another user", "complete",
+        server_.record(qal::test::foreign_pid(), "/foreign"), "/foreign", 200, Fate::deleted);
+    add(home + "/halix_server4.dat", "running", "wrong password",
+        record_text(server_.url("/refused"), "halix", "guess", live), "/refused", 401,
         Fate::deleted);
-    add(world_.resources(), "halix_server2.dat", "its owner has ended", "/dead",
-        qal::test::vanished_pid(), 0, Fate::kept);
-    add(world_.resources(), "halix_server3.dat", "another user's process", "/foreign",
-        qal::test::foreign_pid(), 200, Fate::deleted);
-    add_text(world_.resources(), "halix_server4.dat", "running, wrong password",
-             qal::test::record_text(server_.url("/refused"), "halix", "guess", live), "/refused",
-             401, Fate::deleted);
-    add_text(world_.temporary(), "halix_server5.dat", "only one word", "interrupted", "", 0,
-             Fate::deleted);
-    add_text(world_.temporary(), "halix_server6.dat", "nothing", "", "", 0, Fate::deleted);
-    add_text(world_.temporary(), "halix_server7.dat", "three fields, no process",
-             server_.url("/three") + " halix s3cret\n", "/three", 0, Fate::deleted);
-    add_text(world_.temporary(), "halix_server8.dat", "a user name of 256 bytes",
-             qal::test::record_text(server_.url("/long"), std::string(256, 'u'), "s3cret", live),
-             "/long", 0, Fate::deleted);
-    add(world_.temporary(), "halix_server9.dat", "not readable", "/unreadable", live, 0,
-        Fate::kept);
+    add(temporary + "/halix_server5.dat", "-", "one word", "interrupted", "", 0, Fate::deleted);
+    add(temporary + "/halix_server6.dat", "-", "empty", "", "", 0, Fate::deleted);
+    add(temporary + "/halix_server7.dat", "-", "three fields",
+        server_.url("/three") + " halix s3cret\n", "/three", 0, Fate::deleted);
+    add(temporary + "/halix_server8.dat", "running", "user of 256 bytes",
+        record_text(server_.url("/long"), std::string(256, 'u'), "s3cret", live), "/long", 0,
+        Fate::deleted);
+    add(temporary + "/halix_server9.dat", "running", "unreadable",
+        server_.record(live, "/unreadable"), "/unreadable", 0, Fate::kept);
     chmod(rows_.back().path.c_str(), 0);
-    rows_.push_back({world_.directory("tmp/halix_server10.dat"), "a directory", "", 0, Fate::kept});
-    add(world_.temporary(), "halix_server.txt", "running, but another name", "/other", live, 0,
-        Fate::kept);
-  }
-
-  void add(const std::string &directory, const char *name, const char *holds, const char *asks,
-           int pid, int expected_status, Fate fate) {
-    add_text(directory, name, holds, server_.record(pid, asks), asks, expected_status, fate);
-  }
-
-  void add_text(const std::string &directory, const char *name, const char *holds,
-                const std::string &text, const char *asks, int expected_status, Fate fate) {
     rows_.push_back(
-        {world_.file(directory + "/" + name, text), holds, asks, expected_status, fate});
+        {world_.directory("tmp/halix_server10.dat"), "-", "a directory", "", 0, Fate::kept});
+    add(temporary + "/halix_server.txt", "running", "complete, other name",
+        server_.record(live, "/other"), "/other", 0, Fate::kept);
+  }
+
+  void add(const std::string &path, const char *owner, const char *content, const std::string &text,
+           const char *asks, int expected_status, Fate fate) {
+    rows_.push_back({world_.file(path, text), owner, content, asks, expected_status, fate});
   }
 
   Outcome outcome_of(const Row &row) const {
@@ -102,7 +100,7 @@ class Demo {
   void print_heading() const {
     std::printf("home       %s\ntemporary  %s\nserver     http://%s\n\n", world_.home().c_str(),
                 world_.temporary().c_str(), server_.authority().c_str());
-    std::printf(line, "", "RECORD", "WHAT IT HOLDS", "WHAT THE SERVER RECEIVED", "THE FILE");
+    std::printf(line, "", "RECORD", "OWNER", "CONTENT", "WHAT THE SERVER RECEIVED", "FILE");
   }
 
   bool print(const Row &row) const {
@@ -111,13 +109,13 @@ class Demo {
     const bool right = fate == row.expected_fate && outcome.status == row.expected_status &&
                        outcome.requests == (row.expected_status != 0 ? 1 : 0);
     const auto name = row.path.substr(row.path.rfind('/') + 1);
-    std::printf(line, right ? "ok" : "??", name.c_str(), row.holds.c_str(),
+    std::printf(line, right ? "ok" : "??", name.c_str(), row.owner.c_str(), row.content.c_str(),
                 outcome.received.empty() ? "-" : outcome.received.c_str(),
                 fate == Fate::kept ? "kept" : "deleted");
     return right;
   }
 
-  static constexpr char line[] = "%-3s %-19s %-26s %-32s %s\n";
+  static constexpr char line[] = "%-3s %-19s %-16s %-21s %-31s %s\n";
 
   SweepWorld world_{KALMORA_SWEEP_PATH};
   RecordServer server_;

@@ -58,7 +58,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // The system's text for ENOMEM, as the first line of a report shows it.
-const std::string no_memory = "ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n";
+std::string no_memory() {
+  return "ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n";
+}
 
 // Logs like LogCapture but without allocating, so that nothing else is counted.
 int delivered_lines = 0;
@@ -72,7 +74,7 @@ TEST(AllocMallocFault, ReportsFourLinesAndLeavesNull) {
   qal_malloc("my label", static_cast<void *>(&block), 4096, 77, "some/file");
   EXPECT_EQ(block, nullptr);
   EXPECT_THAT(log.lines(),
-              ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 4096) failed:\n",
+              ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 4096) failed:\n",
                           "ERROR: At line 77 in file some/file\n",
                           "ERROR: my label: Memory allocation failed.\n"));
 }
@@ -131,7 +133,7 @@ TEST(AllocReallocFault, OfANullPointerReportsAsMallocDoes) {
   EXPECT_EQ(block, nullptr);
   EXPECT_THAT(
       log.lines(),
-      ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 12) failed:\n",
+      ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 12) failed:\n",
                   "ERROR: At line 5 in file f\n", "ERROR: my label: Memory allocation failed.\n"));
 }
 
@@ -148,7 +150,7 @@ TEST(AllocReallocFault, LosesTheOldBlock) {
   EXPECT_STREQ(kept, "hello");
   EXPECT_THAT(
       log.lines(),
-      ElementsAre(no_memory, "ERROR: QAL_REALLOC: Memory allocation (size 24) failed:\n",
+      ElementsAre(no_memory(), "ERROR: QAL_REALLOC: Memory allocation (size 24) failed:\n",
                   "ERROR: At line 9 in file f\n", "ERROR: my label: Memory allocation failed.\n"));
   QAL_FREE(kept);
 }
@@ -167,7 +169,7 @@ TEST(TempMemAllocFault, NamesTheRecordThatFailed) {
   calls_until_failure = 1;
   EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
   EXPECT_THAT(log.lines(),
-              ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 32) failed:\n",
+              ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 32) failed:\n",
                           "ERROR: At line 153 in file utils/libsrc/qal_temp_mem\n",
                           "ERROR: qal tmem segment: Memory allocation failed.\n"));
   EXPECT_EQ(Tmem_InUse, nullptr);
@@ -181,7 +183,7 @@ TEST(TempMemAllocFault, NamesTheBlockThatFailedAndLosesItsRecord) {
   EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
   void *const record = last_block;
   EXPECT_THAT(log.lines(),
-              ElementsAre(no_memory, "ERROR: QAL_MALLOC: Memory allocation (size 5000) failed:\n",
+              ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 5000) failed:\n",
                           "ERROR: At line 160 in file utils/libsrc/qal_temp_mem\n",
                           "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
   EXPECT_EQ(Tmem_InUse, nullptr);
@@ -218,10 +220,11 @@ TEST(TempMemResizeFault, KeepsTheSegmentWithoutABlock) {
   void *const block = qal_temp_mem_alloc(200);
   calls_until_failure = 1;
   EXPECT_EQ(qal_temp_mem_resize(block, 9000), nullptr);
-  EXPECT_THAT(log.lines(),
-              ElementsAre(no_memory, "ERROR: QAL_REALLOC: Memory allocation (size 9000) failed:\n",
-                          "ERROR: At line 333 in file utils/libsrc/qal_temp_mem\n",
-                          "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
+  EXPECT_THAT(
+      log.lines(),
+      ElementsAre(no_memory(), "ERROR: QAL_REALLOC: Memory allocation (size 9000) failed:\n",
+                  "ERROR: At line 333 in file utils/libsrc/qal_temp_mem\n",
+                  "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
   ASSERT_NE(Tmem_InUse, nullptr);
   EXPECT_EQ(Tmem_InUse->mptr, nullptr);
   EXPECT_EQ(Tmem_InUse->size, 200);

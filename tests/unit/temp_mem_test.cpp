@@ -294,7 +294,7 @@ TEST_F(TempMemFree, OfAllAvailableBlocksLeavesThoseInUse) {
 }
 
 TEST_F(TempMemFree, OfAllBlocksEmptiesBothLists) {
-  for (int i = 0; i < 4; ++i) qal_temp_mem_alloc(100 * i);
+  for (const int64_t size : {0, 100, 200, 300}) qal_temp_mem_alloc(size);
   released(500);
   EXPECT_EQ(qal_temp_mem_free_all(), 0);
   EXPECT_EQ(Tmem_InUse, nullptr);

@@ -216,4 +216,12 @@ TEST(BothMatchers, EndOnStarsBetweenSeparators) {
   }
 }
 
+// Were each place of the star to look for the separator anew, these would take minutes.
+TEST(FullMatcherModel, EndsOnLongStringsBeforeASeparator) {
+  const std::string name = std::string(8 << 20, 'a') + "/c";
+  EXPECT_EQ(qal_fnmatch(bytes("*[a]*/b"), name.c_str(), QAL_FNM_PATHNAME), 1);
+  EXPECT_EQ(qal_fnmatch(bytes("*[a]*/c"), name.c_str(), QAL_FNM_PATHNAME), 0);
+  EXPECT_EQ(qal_fnmatch(bytes("*[a]*"), name.c_str(), QAL_FNM_PATHNAME), 1);
+}
+
 }  // namespace

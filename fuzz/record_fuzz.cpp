@@ -1,0 +1,81 @@
+// The record reader on any file, compared with the C library's scanner. An input is two bytes that
+// choose how many blanks stand in front, so that fields meet the end of a block, and the bytes of
+// the record.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "record.hpp"
+#include "support/record_model.hpp"
+
+namespace {
+
+using qal::internal::read_record;
+using qal::internal::Record;
+
+constexpr std::size_t block_bytes = 4096;
+
+void require(bool holds, const char *what) {
+  if (holds) return;
+  std::fprintf(stderr, "record_fuzz: %s\n", what);
+  std::abort();
+}
+
+int nameless_file(std::string pattern) {
+  const int descriptor = mkstemp(pattern.data());
+  if (descriptor >= 0) unlink(pattern.c_str());
+  return descriptor;
+}
+
+// One file for all inputs, in memory where the system has a place for it.
+int scratch_file() {
+  static const int in_memory = nameless_file("/dev/shm/record-fuzz-XXXXXX");
+  static const int file = in_memory >= 0 ? in_memory : nameless_file("record-fuzz-XXXXXX");
+  require(file >= 0, "no scratch file");
+  return file;
+}
+
+// Mostly none; else up to 255 bytes short of the end of a block.
+std::size_t blanks_in_front(std::uint8_t kind, std::uint8_t distance) {
+  return kind >= 0xC0 ? block_bytes - distance : 0;
+}
+
+void fill(int file, const std::string &content) {
+  require(ftruncate(file, 0) == 0, "cannot empty the file");
+  const ssize_t size = pwrite(file, content.data(), content.size(), 0);
+  require(size == static_cast<ssize_t>(content.size()), "cannot fill the file");
+  lseek(file, 0, SEEK_SET);
+}
+
+void compare(const std::string &content) {
+  const int file = scratch_file();
+  fill(file, content);
+  struct stat info;
+  require(fstat(file, &info) == 0, "cannot ask for the file");
+  Record record;
+  const bool complete = read_record(file, info, record);
+  const auto expected = qal::test::model_of(content);
+  require(complete == expected.has_value(), "wrong about completeness");
+  if (!complete) return;
+  require(record.url == expected->url, "wrong URL");
+  require(record.user == expected->user, "wrong user");
+  require(record.password == expected->password, "wrong password");
+  require(record.pid == expected->pid, "wrong process id");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  if (size < 2) return 0;
+  std::string content(blanks_in_front(data[0], data[1]), ' ');
+  content.append(reinterpret_cast<const char *>(data) + 2, size - 2);
+  compare(content);
+  return 0;
+}
