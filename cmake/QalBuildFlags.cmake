@@ -28,6 +28,7 @@ target_compile_options(
             -Wshadow
             -Wconversion
             -Wformat=2
+            $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
             $<$<BOOL:${QAL_WERROR}>:-Werror>
             # Build paths stay out of the binaries: two builds in different folders are equal.
             -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
