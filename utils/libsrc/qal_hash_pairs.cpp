@@ -3,8 +3,17 @@
 #include <qal/hash.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+
+static_assert(offsetof(QalHashPairs, num_slots) == 0);
+static_assert(offsetof(QalHashPairs, chunk_count) == 4);
+static_assert(offsetof(QalHashPairs, key_size) == 8);
+static_assert(offsetof(QalHashPairs, data_size) == 12);
+static_assert(offsetof(QalHashPairs, remove_on_find) == 16);
+static_assert(offsetof(QalHashPairs, table) == 24);
+static_assert(sizeof(QalHashPairs) == 32);
 
 namespace {
 
@@ -24,6 +33,7 @@ struct Pair {
     return std::abs(sum / 2 % pairs.num_slots);
   }
 };
+static_assert(offsetof(Pair, smaller) == 0 && offsetof(Pair, larger) == 4);
 static_assert(sizeof(Pair) == 8);
 
 }  // namespace

@@ -3,11 +3,23 @@
 #include <qal/list.h>
 #include <qal/mpool.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
+
+static_assert(offsetof(QalListPool, element_size) == 0);
+static_assert(offsetof(QalListPool, chunk_count) == 4);
+static_assert(offsetof(QalListPool, element_pool) == 8);
+static_assert(offsetof(QalListPool, use_header_pool) == 16);
+static_assert(offsetof(QalListPool, header_pool) == 24);
+static_assert(sizeof(QalListPool) == 32);
+static_assert(offsetof(QalList, pool) == 0);
+static_assert(offsetof(QalList, first) == 8);
+static_assert(offsetof(QalList, last) == 16);
+static_assert(sizeof(QalList) == 24);
 
 namespace {
 
@@ -18,6 +30,9 @@ constexpr std::uint32_t headers_per_chunk = 20;
 struct Element {
   Element *prev, *next;
 };
+static_assert(offsetof(Element, prev) == 0);
+static_assert(offsetof(Element, next) == 8);
+static_assert(sizeof(Element) == 16);
 
 using ElementChain = qal::internal::Chain<Element>;
 

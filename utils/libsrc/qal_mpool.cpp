@@ -10,6 +10,15 @@
 #include <limits>
 #include <new>
 
+static_assert(offsetof(QalMpool, element_size) == 0);
+static_assert(offsetof(QalMpool, chunk_count) == 4);
+static_assert(offsetof(QalMpool, thread_free) == 8);
+static_assert(offsetof(QalMpool, lock) == 8 + 2048 * 8);
+static_assert(offsetof(QalMpool, shared_free) == 8 + 2048 * 8 + sizeof(QalThreadMutex));
+static_assert(offsetof(QalMpool, shared_count) == 16 + 2048 * 8 + sizeof(QalThreadMutex));
+static_assert(offsetof(QalMpool, chunks) == 24 + 2048 * 8 + sizeof(QalThreadMutex));
+static_assert(sizeof(QalMpool) == 32 + 2048 * 8 + sizeof(QalThreadMutex));
+
 namespace {
 
 constexpr const char *source = "utils/libsrc/qal_mpool";
@@ -25,6 +34,7 @@ struct FreeElement {
 struct Chunk {
   Chunk *next;
 };
+static_assert(sizeof(FreeElement) == 8 && sizeof(Chunk) == 8);
 
 std::uint64_t rounded_size(std::uint32_t requested) {
   return (std::max<std::uint64_t>(requested, smallest_element) + 7) / 8 * 8;

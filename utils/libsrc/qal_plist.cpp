@@ -3,10 +3,19 @@
 #include <qal/plist.h>
 #include <qal/status.h>
 
+#include <cstddef>
 #include <cstdint>
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
+
+static_assert(offsetof(QalPlist, first) == 0);
+static_assert(offsetof(QalPlist, last) == 8);
+static_assert(sizeof(QalPlist) == 16);
+static_assert(offsetof(QalPlistNode, prev) == 0);
+static_assert(offsetof(QalPlistNode, next) == 8);
+static_assert(offsetof(QalPlistNode, data) == 16);
+static_assert(sizeof(QalPlistNode) == 24);
 
 namespace {
 
@@ -18,6 +27,11 @@ struct ListPool {
   QalMpool *header_pool;
   QalMpool *node_pool;
 };
+static_assert(offsetof(ListPool, header_chunk_count) == 0);
+static_assert(offsetof(ListPool, node_chunk_count) == 4);
+static_assert(offsetof(ListPool, header_pool) == 8);
+static_assert(offsetof(ListPool, node_pool) == 16);
+static_assert(sizeof(ListPool) == 24);
 
 ListPool PListPool{};  // written by start-up and shut-down alone
 

@@ -2,6 +2,7 @@
 #include <qal/hash.h>
 #include <qal/uid.h>
 
+#include <cstddef>
 #include <cstdint>
 
 #include "internal/mutex.hpp"
@@ -20,6 +21,8 @@ struct Values {
   std::uint64_t first;
   std::uint64_t second;
 };
+static_assert(offsetof(Values, first) == 0 && offsetof(Values, second) == 8);
+static_assert(sizeof(Values) == 16);
 
 Mutex mutex;
 std::uint64_t curId QAL_GUARDED_BY(mutex) = 1;

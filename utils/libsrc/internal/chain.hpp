@@ -60,7 +60,14 @@ struct Chain {
   // The former first node, unlinked, or none.
   Node *pop() {
     Node *const node = first;
-    if (node) remove(node);
+    if (!node) return nullptr;
+    first = node->next;
+    if (first) {
+      first->prev = nullptr;
+    } else {
+      last = nullptr;
+    }
+    node->prev = node->next = nullptr;
     return node;
   }
 
