@@ -1,0 +1,583 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qal/mpool.h>
+#include <qal/startup.h>
+#include <qal/thread.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/log_capture.hpp"
+#include "support/threads.hpp"
+
+namespace {
+
+using qal::test::ChildResult;
+using qal::test::LogCapture;
+using qal::test::repetitions;
+using qal::test::run_in_child;
+using qal::test::run_together;
+using qal::test::Watchdog;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct DestroyPool {
+  void operator()(QalMpool *pool) const { qal_mpool_destroy(&pool); }
+};
+using Pool = std::unique_ptr<QalMpool, DestroyPool>;
+
+Pool new_pool(uint32_t element_size, uint32_t chunk_count) {
+  return Pool(qal_mpool_create(element_size, chunk_count));
+}
+
+// Makes the calling thread one with that index.
+void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
+
+// A free element and a chunk both begin with the address of the next.
+void *next_of(const void *block) {
+  void *next = nullptr;
+  std::memcpy(&next, block, sizeof next);
+  return next;
+}
+
+std::vector<void *> chain_from(void *head) {
+  std::vector<void *> all;
+  for (; head; head = next_of(head)) all.push_back(head);
+  return all;
+}
+
+std::byte *bytes(void *address) { return static_cast<std::byte *>(address); }
+
+// Where a chunk's elements lie, in the order of their addresses.
+std::vector<void *> elements_of(const QalMpool &pool, void *chunk) {
+  std::vector<void *> all;
+  for (uint32_t i = 0; i < pool.chunk_count; ++i) {
+    all.push_back(bytes(chunk) + sizeof(void *) + std::size_t{i} * pool.element_size);
+  }
+  return all;
+}
+
+struct Counts {
+  uint32_t total;
+  uint32_t free;
+};
+
+Counts counts_of(QalMpool *pool) {
+  Counts counts{};
+  EXPECT_EQ(qal_mpool_status(pool, &counts.total, &counts.free), counts.free);
+  return counts;
+}
+
+void expect_counts(const Pool &pool, uint32_t total, uint32_t free) {
+  const Counts counts = counts_of(pool.get());
+  EXPECT_EQ(counts.total, total);
+  EXPECT_EQ(counts.free, free);
+}
+
+bool is_locked(QalMpool *pool) {
+  const int status = qal_thread_mutex_trylock(&pool->lock);
+  if (status == 0) qal_thread_mutex_unlock(&pool->lock);
+  return status != 0;
+}
+
+class Mpool : public testing::Test {
+ protected:
+  Mpool() { qal_utils_init(); }
+  ~Mpool() override {
+    become_index(0);
+    qal_utils_done();
+  }
+};
+using MpoolCreate = Mpool;
+using MpoolAlloc = Mpool;
+using MpoolFree = Mpool;
+using MpoolVerifyPtr = Mpool;
+using MpoolStatus = Mpool;
+using MpoolDestroy = Mpool;
+using MpoolHooks = Mpool;
+using MpoolThreads = Mpool;
+
+TEST_F(MpoolCreate, MakesAnEmptyPool) {
+  const Pool pool = new_pool(40, 7);
+  ASSERT_NE(pool, nullptr);
+  EXPECT_EQ(pool->element_size, 40U);
+  EXPECT_EQ(pool->chunk_count, 7U);
+  for (const void *const list : pool->thread_free) EXPECT_EQ(list, nullptr);
+  EXPECT_EQ(pool->shared_free, nullptr);
+  EXPECT_EQ(pool->shared_count, 0);
+  EXPECT_EQ(pool->chunks, nullptr);
+  EXPECT_FALSE(is_locked(pool.get()));
+}
+
+TEST_F(MpoolCreate, KeepsAListForEachOf2048Threads) {
+  EXPECT_EQ(std::size(QalMpool{}.thread_free), 2048U);
+}
+
+TEST_F(MpoolCreate, RaisesSizesTo16AndToMultiplesOf8) {
+  const std::map<uint32_t, uint32_t> raised = {{0, 16},  {1, 16},  {8, 16},  {15, 16}, {16, 16},
+                                               {17, 24}, {20, 24}, {23, 24}, {24, 24}, {25, 32}};
+  for (const auto &[requested, size] : raised) {
+    EXPECT_EQ(new_pool(requested, 1)->element_size, size) << requested;
+  }
+}
+
+TEST_F(MpoolCreate, RefusesSizesWhoseRaisingLeaves32Bits) {
+  EXPECT_EQ(new_pool(UINT32_MAX - 7, 1)->element_size, UINT32_MAX - 7);
+  for (uint32_t size = UINT32_MAX - 6; size != 0; ++size) EXPECT_EQ(new_pool(size, 1), nullptr);
+}
+
+TEST_F(MpoolAlloc, CarvesAChunkInTheOrderOfAddresses) {
+  const Pool pool = new_pool(24, 4);
+  void *const first = qal_mpool_alloc(pool.get());
+  ASSERT_NE(pool->chunks, nullptr);
+  EXPECT_EQ(next_of(pool->chunks), nullptr);
+  const std::vector<void *> all = elements_of(*pool, pool->chunks);
+  EXPECT_EQ(first, all[0]);
+  EXPECT_THAT(chain_from(pool->thread_free[0]), ElementsAre(all[1], all[2], all[3]));
+  EXPECT_EQ(qal_mpool_alloc(pool.get()), all[1]);
+  EXPECT_THAT(chain_from(pool->thread_free[0]), ElementsAre(all[2], all[3]));
+  EXPECT_EQ(pool->shared_free, nullptr);
+  EXPECT_EQ(pool->shared_count, 0);
+}
+
+TEST_F(MpoolAlloc, LeavesTheRestOfTheFirstChunkToItsThread) {
+  const Pool pool = new_pool(16, 4);
+  qal_mpool_alloc(pool.get());
+  expect_counts(pool, 4, 3);
+}
+
+TEST_F(MpoolAlloc, PutsTheNewestChunkFirst) {
+  const Pool pool = new_pool(16, 1);
+  void *const first = qal_mpool_alloc(pool.get());
+  void *const second = qal_mpool_alloc(pool.get());
+  EXPECT_THAT(chain_from(pool->chunks),
+              ElementsAre(bytes(second) - sizeof(void *), bytes(first) - sizeof(void *)));
+}
+
+TEST_F(MpoolAlloc, GivesWholeElementsOnPointerBoundaries) {
+  const Pool pool = new_pool(21, 5);
+  std::vector<void *> all;
+  for (int i = 0; i < 17; ++i) {
+    all.push_back(qal_mpool_alloc(pool.get()));
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(all.back()) % 8, 0U);
+    std::memset(all.back(), i, pool->element_size);
+  }
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    const std::vector<std::byte> expected(pool->element_size, static_cast<std::byte>(i));
+    EXPECT_EQ(std::memcmp(all[i], expected.data(), expected.size()), 0);
+  }
+}
+
+TEST_F(MpoolAlloc, RefillsFromTheSharedListOnlyWithAWholeChunksWorth) {
+  const Pool pool = new_pool(16, 4);
+  std::vector<void *> used;
+  for (int i = 0; i < 8; ++i) used.push_back(qal_mpool_alloc(pool.get()));
+  for (int i = 0; i < 3; ++i) qal_mpool_free(pool.get(), used[static_cast<std::size_t>(i)]);
+  qal_mpool_alloc(pool.get());  // three are fewer than four
+  expect_counts(pool, 12, 6);
+  EXPECT_THAT(chain_from(pool->shared_free), ElementsAre(used[2], used[1], used[0]));
+  for (int i = 0; i < 3; ++i) qal_mpool_alloc(pool.get());
+  qal_mpool_free(pool.get(), used[3]);
+  EXPECT_EQ(qal_mpool_alloc(pool.get()), used[3]);
+  EXPECT_THAT(chain_from(pool->thread_free[0]), ElementsAre(used[2], used[1], used[0]));
+  EXPECT_EQ(pool->shared_free, nullptr);
+  EXPECT_EQ(pool->shared_count, 0);
+  expect_counts(pool, 12, 3);
+}
+
+TEST_F(MpoolAlloc, LeavesWhatExceedsOneChunksWorthOnTheSharedList) {
+  const Pool pool = new_pool(16, 2);
+  std::vector<void *> used;
+  for (int i = 0; i < 6; ++i) used.push_back(qal_mpool_alloc(pool.get()));
+  for (int i = 0; i < 5; ++i) qal_mpool_free(pool.get(), used[static_cast<std::size_t>(i)]);
+  EXPECT_EQ(qal_mpool_alloc(pool.get()), used[4]);
+  EXPECT_THAT(chain_from(pool->thread_free[0]), ElementsAre(used[3]));
+  EXPECT_THAT(chain_from(pool->shared_free), ElementsAre(used[2], used[1], used[0]));
+  EXPECT_EQ(pool->shared_count, 3);
+}
+
+TEST_F(MpoolAlloc, ServesEachThreadIndexFromItsOwnList) {
+  const Pool pool = new_pool(16, 3);
+  qal_mpool_alloc(pool.get());
+  const std::vector<void *> of_main = chain_from(pool->thread_free[0]);
+  for (const int index : {1, 1024, 2047}) {
+    become_index(index);
+    qal_mpool_alloc(pool.get());
+    EXPECT_EQ(chain_from(pool->thread_free[index]).size(), 2U) << index;
+  }
+  EXPECT_EQ(chain_from(pool->thread_free[0]), of_main);
+  expect_counts(pool, 12, 8);
+}
+
+TEST_F(MpoolAlloc, TakesNoLockForAnElementOfTheThreadsOwnList) {
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    const Pool pool = new_pool(16, 3);
+    qal_mpool_alloc(pool.get());
+    qal_thread_mutex_lock(&pool->lock);
+    EXPECT_NE(qal_mpool_alloc(pool.get()), nullptr);
+    EXPECT_NE(qal_mpool_alloc(pool.get()), nullptr);
+    qal_thread_mutex_unlock(&pool->lock);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST_F(MpoolAlloc, ReportsAThreadIndexOutsideTheTable) {
+  const Pool pool = new_pool(16, 4);
+  qal_mpool_alloc(pool.get());
+  for (const intptr_t index :
+       {intptr_t{2048}, intptr_t{-1}, intptr_t{INT_MIN}, intptr_t{INT_MAX}}) {
+    const LogCapture log;
+    become_index(index);
+    EXPECT_EQ(qal_mpool_alloc(pool.get()), nullptr);
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR: Bad thread index in qal_mpool_alloc\n")) << index;
+  }
+  expect_counts(pool, 4, 3);
+  EXPECT_FALSE(is_locked(pool.get()));
+}
+
+TEST_F(MpoolAlloc, ServesTheLastThreadIndex) {
+  const Pool pool = new_pool(16, 4);
+  const LogCapture log;
+  become_index(2047);
+  EXPECT_NE(qal_mpool_alloc(pool.get()), nullptr);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(MpoolAlloc, AnswersNoneFromAPoolOfEmptyChunks) {
+  const Pool pool = new_pool(16, 0);
+  ASSERT_NE(pool, nullptr);
+  const LogCapture log;
+  EXPECT_EQ(qal_mpool_alloc(pool.get()), nullptr);
+  EXPECT_EQ(pool->chunks, nullptr);
+  EXPECT_FALSE(is_locked(pool.get()));
+  EXPECT_THAT(log.lines(), IsEmpty());
+  expect_counts(pool, 0, 0);
+}
+
+TEST_F(MpoolAlloc, AnswersNoneWhenAChunkLeaves32Bits) {
+  const struct {
+    uint32_t element_size, chunk_count;
+  } cases[] = {{65536, 65536},   {16, 268435456},  {24, 178956971},
+               {0x80000000U, 2}, {16, UINT32_MAX}, {UINT32_MAX - 7, UINT32_MAX}};
+  for (const auto &[element_size, chunk_count] : cases) {
+    const Pool pool = new_pool(element_size, chunk_count);
+    ASSERT_NE(pool, nullptr);
+    const LogCapture log;
+    EXPECT_EQ(qal_mpool_alloc(pool.get()), nullptr) << element_size << " x " << chunk_count;
+    EXPECT_EQ(pool->chunks, nullptr);
+    EXPECT_FALSE(is_locked(pool.get()));
+    EXPECT_THAT(log.lines(), IsEmpty());
+  }
+}
+
+TEST_F(MpoolAlloc, LooksAtTheThreadIndexBeforeTheSizeOfChunks) {
+  const Pool pool = new_pool(16, 0);
+  const LogCapture log;
+  become_index(2048);
+  EXPECT_EQ(qal_mpool_alloc(pool.get()), nullptr);
+  EXPECT_EQ(log.text(), "ERROR: Bad thread index in qal_mpool_alloc\n");
+}
+
+TEST_F(MpoolAlloc, AsksForNoLockOfAPoolThatCannotHaveChunks) {
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    const Pool pool = new_pool(16, 0);
+    qal_thread_mutex_lock(&pool->lock);
+    EXPECT_EQ(qal_mpool_alloc(pool.get()), nullptr);
+    qal_thread_mutex_unlock(&pool->lock);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST_F(MpoolAlloc, AnswersNoneWithoutAPool) { EXPECT_EQ(qal_mpool_alloc(nullptr), nullptr); }
+
+TEST_F(MpoolFree, PutsTheElementInFrontOfTheSharedList) {
+  const Pool pool = new_pool(16, 4);
+  void *const a = qal_mpool_alloc(pool.get());
+  void *const b = qal_mpool_alloc(pool.get());
+  const std::vector<void *> own = chain_from(pool->thread_free[0]);
+  EXPECT_EQ(qal_mpool_free(pool.get(), a), 0);
+  EXPECT_EQ(qal_mpool_free(pool.get(), b), 0);
+  EXPECT_THAT(chain_from(pool->shared_free), ElementsAre(b, a));
+  EXPECT_EQ(pool->shared_count, 2);
+  EXPECT_EQ(chain_from(pool->thread_free[0]), own);
+  expect_counts(pool, 4, 4);
+}
+
+TEST_F(MpoolFree, TouchesOnlyTheFirstWord) {
+  const Pool pool = new_pool(32, 1);
+  void *const element = qal_mpool_alloc(pool.get());
+  std::memset(element, 0x5A, 32);
+  qal_mpool_free(pool.get(), element);
+  EXPECT_EQ(qal_mpool_alloc(pool.get()), element);
+  const std::vector<std::byte> rest(24, std::byte{0x5A});
+  EXPECT_EQ(std::memcmp(bytes(element) + 8, rest.data(), rest.size()), 0);
+}
+
+TEST_F(MpoolFree, NeverGivesMemoryBackToTheSystem) {
+  const Pool pool = new_pool(16, 2);
+  std::vector<void *> used;
+  for (int i = 0; i < 10; ++i) used.push_back(qal_mpool_alloc(pool.get()));
+  const std::vector<void *> chunks = chain_from(pool->chunks);
+  for (void *const element : used) qal_mpool_free(pool.get(), element);
+  EXPECT_EQ(chain_from(pool->chunks), chunks);
+  expect_counts(pool, 10, 10);
+}
+
+TEST_F(MpoolFree, RefusesNone) {
+  const Pool pool = new_pool(16, 2);
+  void *const element = qal_mpool_alloc(pool.get());
+  EXPECT_EQ(qal_mpool_free(nullptr, element), -1);
+  EXPECT_EQ(qal_mpool_free(pool.get(), nullptr), -1);
+  EXPECT_EQ(pool->shared_count, 0);
+}
+
+TEST_F(MpoolVerifyPtr, KnowsEveryByteOfEveryChunkAndNoneBeside) {
+  const Pool pool = new_pool(16, 4);
+  for (int i = 0; i < 9; ++i) qal_mpool_alloc(pool.get());
+  const std::vector<void *> chunks = chain_from(pool->chunks);
+  ASSERT_EQ(chunks.size(), 3U);
+  constexpr std::ptrdiff_t chunk_size = 8 + 4 * 16;
+  const auto in_a_chunk = [&](const std::byte *address) {
+    return std::any_of(chunks.begin(), chunks.end(), [&](void *chunk) {
+      return address >= bytes(chunk) && address < bytes(chunk) + chunk_size;
+    });
+  };
+  for (void *const chunk : chunks) {
+    for (std::ptrdiff_t offset = -40; offset < chunk_size + 40; ++offset) {
+      std::byte *const address = bytes(chunk) + offset;
+      EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), address), in_a_chunk(address) ? 1 : 0) << offset;
+    }
+  }
+}
+
+TEST_F(MpoolVerifyPtr, KnowsFreeElementsToo) {
+  const Pool pool = new_pool(16, 4);
+  void *const element = qal_mpool_alloc(pool.get());
+  qal_mpool_free(pool.get(), element);
+  EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), element), 1);
+  EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), pool->thread_free[0]), 1);
+}
+
+TEST_F(MpoolVerifyPtr, DeniesForeignAddresses) {
+  const Pool pool = new_pool(16, 4);
+  const Pool other = new_pool(16, 4);
+  int local = 0;
+  EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), &local), 0);
+  qal_mpool_alloc(pool.get());
+  EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), &local), 0);
+  EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), qal_mpool_alloc(other.get())), 0);
+  EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), pool.get()), 0);
+  EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), nullptr), 0);
+  EXPECT_EQ(qal_mpool_verify_ptr(nullptr, &local), 0);
+}
+
+TEST_F(MpoolVerifyPtr, TakesNoLock) {
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    const Pool pool = new_pool(16, 2);
+    void *const element = qal_mpool_alloc(pool.get());
+    qal_thread_mutex_lock(&pool->lock);
+    EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), element), 1);
+    expect_counts(pool, 2, 1);
+    qal_thread_mutex_unlock(&pool->lock);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST_F(MpoolStatus, CountsTheListsOfAllThreads) {
+  const Pool pool = new_pool(16, 5);
+  expect_counts(pool, 0, 0);
+  void *const element = qal_mpool_alloc(pool.get());
+  become_index(2047);
+  qal_mpool_alloc(pool.get());
+  qal_mpool_free(pool.get(), element);
+  expect_counts(pool, 10, 9);
+}
+
+TEST_F(MpoolStatus, TakesNullForWhatIsNotWanted) {
+  const Pool pool = new_pool(16, 5);
+  qal_mpool_alloc(pool.get());
+  EXPECT_EQ(qal_mpool_status(pool.get(), nullptr, nullptr), 4U);
+  uint32_t total = 99;
+  uint32_t free = 99;
+  EXPECT_EQ(qal_mpool_status(nullptr, &total, &free), 0U);
+  EXPECT_EQ(total, 0U);
+  EXPECT_EQ(free, 0U);
+}
+
+TEST_F(MpoolDestroy, ClearsTheHandle) {
+  QalMpool *pool = qal_mpool_create(16, 2);
+  for (int i = 0; i < 5; ++i) qal_mpool_alloc(pool);
+  qal_mpool_destroy(&pool);
+  EXPECT_EQ(pool, nullptr);
+  qal_mpool_destroy(&pool);
+  EXPECT_EQ(pool, nullptr);
+  qal_mpool_destroy(nullptr);
+}
+
+TEST_F(MpoolHooks, DoNothing) {
+  const LogCapture log;
+  const ChildResult result = run_in_child([] {
+    qal_mpool_check_corruption();
+    qal_mpool_debug();
+  });
+  EXPECT_TRUE(result.exited_with(0));
+  EXPECT_EQ(result.out + result.err + log.text(), "");
+}
+
+// A pool as it is described, over the addresses that the real one hands out.
+class ModelPool {
+ public:
+  explicit ModelPool(QalMpool &pool) : pool_(pool) {}
+
+  // What the next allocation of a thread must give. `newest` is the pool's newest chunk after it.
+  void *alloc(int index, void *newest) {
+    std::deque<void *> &own = own_[index];
+    if (own.empty() && shared_.size() >= pool_.chunk_count) {
+      const auto end = shared_.begin() + pool_.chunk_count;
+      own.assign(shared_.begin(), end);
+      shared_.erase(shared_.begin(), end);
+    } else if (own.empty()) {
+      chunks_.push_front(newest);
+      const std::vector<void *> elements = elements_of(pool_, newest);
+      own.assign(elements.begin(), elements.end());
+    }
+    void *const element = own.front();
+    own.pop_front();
+    return element;
+  }
+
+  void free(void *element) { shared_.push_front(element); }
+
+  void expect_equal() const {
+    expect_chain(pool_.chunks, chunks_);
+    expect_chain(pool_.shared_free, shared_);
+    EXPECT_EQ(pool_.shared_count, static_cast<int32_t>(shared_.size()));
+    std::size_t free = shared_.size();
+    for (const auto &[index, own] : own_) {
+      expect_chain(pool_.thread_free[index], own);
+      free += own.size();
+    }
+    const Counts counts = counts_of(&pool_);  // no other thread's list has an element either
+    EXPECT_EQ(counts.free, free);
+    EXPECT_EQ(counts.total, chunks_.size() * pool_.chunk_count);
+  }
+
+ private:
+  static void expect_chain(void *head, const std::deque<void *> &expected) {
+    EXPECT_EQ(chain_from(head), std::vector<void *>(expected.begin(), expected.end()));
+  }
+
+  QalMpool &pool_;
+  std::map<int, std::deque<void *>> own_;
+  std::deque<void *> shared_;
+  std::deque<void *> chunks_;
+};
+
+void run_beside_model(uint32_t chunk_count, unsigned seed) {
+  std::mt19937 random(seed);
+  const Pool pool = new_pool(static_cast<uint32_t>(random() % 60), chunk_count);
+  ModelPool model(*pool);
+  std::vector<void *> used;
+  constexpr std::array<int, 4> indices{0, 1, 5, 2047};
+  for (int step = 0; step < 400 && !testing::Test::HasFailure(); ++step) {
+    // Phases of growing and of shrinking, so that both refills happen often.
+    if (random() % 10 < (step / 50 % 2 ? 3U : 7U)) {
+      const int index = indices[random() % indices.size()];
+      become_index(index);
+      used.push_back(qal_mpool_alloc(pool.get()));
+      EXPECT_EQ(used.back(), model.alloc(index, pool->chunks));
+      std::memset(used.back(), 0xFF, pool->element_size);
+    } else if (!used.empty()) {
+      std::swap(used[random() % used.size()], used.back());
+      model.free(used.back());
+      EXPECT_EQ(qal_mpool_free(pool.get(), used.back()), 0);
+      used.pop_back();
+    }
+    model.expect_equal();
+  }
+}
+
+TEST_F(MpoolAlloc, BehavesAsDescribedOverRandomOperations) {
+  for (uint32_t chunk_count = 1; chunk_count <= 8; ++chunk_count) {
+    for (unsigned seed = 0; seed < 3; ++seed) run_beside_model(chunk_count, seed);
+  }
+}
+
+// Where threads leave elements for each other.
+class Exchange {
+ public:
+  // What another thread left, for what this one leaves; or null.
+  uint64_t *swap(uint64_t *element, std::size_t at) {
+    const std::lock_guard lock(mutex_);
+    if (elements_.size() < 64) {
+      elements_.push_back(element);
+      return nullptr;
+    }
+    std::swap(element, elements_[at % elements_.size()]);
+    return element;
+  }
+
+  const std::vector<uint64_t *> &rest() const { return elements_; }
+
+ private:
+  std::mutex mutex_;
+  std::vector<uint64_t *> elements_;
+};
+
+uint64_t mark_of(const uint64_t *element) { return ~reinterpret_cast<uintptr_t>(element); }
+
+// Allocates, marks, exchanges and gives back; answers how often something was wrong.
+int churn(QalMpool *pool, Exchange &exchange, int rounds) {
+  std::mt19937 random(static_cast<unsigned>(qal_thread_index()));
+  int wrong = 0;
+  for (int i = 0; i < rounds; ++i) {
+    auto *const element = static_cast<uint64_t *>(qal_mpool_alloc(pool));
+    element[0] = element[1] = mark_of(element);
+    uint64_t *const other = exchange.swap(element, random());
+    if (!other) continue;
+    if (other[0] != mark_of(other) || other[1] != mark_of(other)) ++wrong;
+    if (qal_mpool_free(pool, other) != 0) ++wrong;
+  }
+  return wrong;
+}
+
+TEST_F(MpoolThreads, ShareOnePoolWithoutSharingAnElement) {
+  const Watchdog watchdog;
+  const Pool pool = new_pool(16, 32);
+  Exchange exchange;
+  run_together(8, [&](int) { EXPECT_EQ(churn(pool.get(), exchange, repetitions(40000)), 0); });
+  const Counts counts = counts_of(pool.get());
+  EXPECT_EQ(counts.total - counts.free, exchange.rest().size());
+  for (uint64_t *const element : exchange.rest()) qal_mpool_free(pool.get(), element);
+  expect_counts(pool, counts.total, counts.total);
+}
+
+TEST_F(MpoolThreads, ReuseWhatAnotherThreadFreed) {
+  const Watchdog watchdog;
+  const Pool pool = new_pool(16, 3);
+  std::vector<void *> mine;
+  for (int i = 0; i < 3; ++i) mine.push_back(qal_mpool_alloc(pool.get()));
+  for (void *const element : mine) qal_mpool_free(pool.get(), element);
+  std::vector<void *> taken;
+  run_together(1, [&](int) {
+    for (int i = 0; i < 3; ++i) taken.push_back(qal_mpool_alloc(pool.get()));
+  });
+  EXPECT_THAT(taken, ElementsAre(mine[2], mine[1], mine[0]));
+  expect_counts(pool, 3, 0);
+}
+
+}  // namespace
