@@ -23,6 +23,7 @@ using qal::test::repetitions;
 using qal::test::run_in_child;
 using qal::test::run_together;
 using qal::test::Threads;
+using qal::test::Unwinding;
 using qal::test::Worker;
 
 constexpr int last_index = 2047;
@@ -78,16 +79,8 @@ int ask_elsewhere(const Question &question) {
   return answer;
 }
 
-std::atomic<int> unwound{0};
-
-// What it counts also spares AddressSanitizer a false alarm: it takes the stack back from a
-// cancelled thread only where something is unwound.
-struct Unwinding {
-  ~Unwinding() { ++unwound; }
-};
-
 [[noreturn]] int wait_for_cancellation(void *) {
-  const Unwinding counted;
+  const Unwinding unwinding;
   for (;;) pause();
 }
 
@@ -393,11 +386,11 @@ TEST_F(ThreadCancel, LeavesTheResultToARoutineThatReturnsFirst) {
 }
 
 TEST_F(ThreadCancel, UnwindsTheRoutine) {
-  const int before = unwound;
+  const int before = Unwinding::count;
   const int index = start(&wait_for_cancellation);
   EXPECT_EQ(qal_thread_cancel(&index), 0);
   EXPECT_EQ(join(index), -1);
-  EXPECT_EQ(unwound, before + 1);
+  EXPECT_EQ(Unwinding::count, before + 1);
 }
 
 TEST_F(ThreadCancel, KeepsTheSlotUntilTheJoin) {
