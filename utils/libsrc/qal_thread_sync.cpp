@@ -65,8 +65,12 @@ int qal_thread_create_sys(QalThreadHandle *handle_out, int index) {
   if (!handle_out || pthread_attr_init(&attributes) != 0) return failed;
   pthread_attr_setstacksize(&attributes, stack_size_bytes);
   void *const argument = reinterpret_cast<void *>(static_cast<std::intptr_t>(index));
-  const int status = pthread_create(handle_out, &attributes, qal_thread_start_void, argument);
+  // A start that fails may scribble over the handle, and the caller's may be one still to be
+  // joined.
+  QalThreadHandle handle;
+  const int status = pthread_create(&handle, &attributes, qal_thread_start_void, argument);
   pthread_attr_destroy(&attributes);
+  if (status == 0) *handle_out = handle;
   return reduced(status);
 }
 
