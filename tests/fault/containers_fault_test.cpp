@@ -1,0 +1,708 @@
+// The containers when memory is short, and the place that each of their allocations is said to come
+// from. The linker wraps what the units call.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <qal/alloc.h>
+#include <qal/hash.h>
+#include <qal/list.h>
+#include <qal/mpool.h>
+#include <qal/plist.h>
+#include <qal/startup.h>
+#include <qal/thread.h>
+#include <qal/uid.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/child.hpp"
+#include "support/log_capture.hpp"
+
+namespace {
+
+// What a test wants to know about every call. Nothing of it is used by two threads at once.
+struct Calls {
+  int until_failure = 0;            // counts down to the allocation that fails; 0 lets all succeed
+  std::vector<std::string> made;    // the checked calls in their order, as told by `told`
+  std::map<void *, int> live;       // blocks not freed yet, each with the line that made it
+  std::function<void()> on_malloc;  // happens within a checked allocation
+  std::function<void()> on_lock;    // happens after a mutex was locked
+  std::vector<QalThreadMutex *> mutexes_made;
+  std::vector<QalThreadMutex *> mutexes_ended;
+  bool unlock_fails = false;
+} calls;
+
+// "malloc qal_hash_create 75 qal_hash", and the same for a free without the label.
+std::string told(const char *call, const char *label, int line, const char *file) {
+  std::string place = file;
+  const std::string folder = "utils/libsrc/";
+  place = place.rfind(folder, 0) == 0 ? place.substr(folder.size()) : "elsewhere:" + place;
+  return call + std::string(" ") + label + (*label ? " " : "") + std::to_string(line) + " " + place;
+}
+
+}  // namespace
+
+extern "C" {
+void *__real_malloc(std::size_t size);
+void __real_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file);
+void __real_qal_free(void *block, int line, const char *file);
+int __real_qal_thread_mutex_init(QalThreadMutex *mutex);
+int __real_qal_thread_mutex_destroy(QalThreadMutex *mutex);
+int __real_qal_thread_mutex_lock(QalThreadMutex *mutex);
+int __real_qal_thread_mutex_unlock(QalThreadMutex *mutex);
+
+void *__wrap_malloc(std::size_t size) {
+  if (calls.until_failure > 0 && --calls.until_failure == 0) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return __real_malloc(size);
+}
+
+void __wrap_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file) {
+  calls.made.push_back(told("malloc", label, line, file) + " " + std::to_string(size));
+  if (calls.on_malloc) calls.on_malloc();
+  __real_qal_malloc(label, out, size, line, file);
+  void *block = nullptr;
+  std::memcpy(&block, out, sizeof block);
+  if (block) calls.live.emplace(block, line);
+}
+
+void __wrap_qal_realloc(const char *label, void *, int64_t, int line, const char *file) {
+  ADD_FAILURE() << told("realloc", label, line, file);
+}
+
+void __wrap_qal_free(void *block, int line, const char *file) {
+  const auto made = calls.live.find(block);
+  const std::string of = made == calls.live.end() ? "nothing" : std::to_string(made->second);
+  calls.made.push_back(told("free", "", line, file) + " of " + of);
+  if (made != calls.live.end()) calls.live.erase(made);
+  __real_qal_free(block, line, file);
+}
+
+int __wrap_qal_thread_mutex_init(QalThreadMutex *mutex) {
+  calls.mutexes_made.push_back(mutex);
+  return __real_qal_thread_mutex_init(mutex);
+}
+
+int __wrap_qal_thread_mutex_destroy(QalThreadMutex *mutex) {
+  calls.mutexes_ended.push_back(mutex);
+  return __real_qal_thread_mutex_destroy(mutex);
+}
+
+int __wrap_qal_thread_mutex_lock(QalThreadMutex *mutex) {
+  const int status = __real_qal_thread_mutex_lock(mutex);
+  if (calls.on_lock) calls.on_lock();
+  return status;
+}
+
+int __wrap_qal_thread_mutex_unlock(QalThreadMutex *mutex) {
+  const int status = __real_qal_thread_mutex_unlock(mutex);
+  return calls.unlock_fails ? -1 : status;
+}
+}
+
+namespace {
+
+using qal::test::LogCapture;
+using qal::test::run_in_child;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Made = std::vector<std::string>;
+
+// One pool's record, whose size depends on the platform's mutex.
+std::string pool_made() {
+  return "malloc qal_mpool_create 65 qal_mpool " + std::to_string(sizeof(QalMpool));
+}
+const std::string pool_ended = "free 123 qal_mpool of 65";
+
+// What is logged about an allocation that failed.
+std::vector<std::string> report_of(const char *label, uint64_t size, int line, const char *file) {
+  return {"ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n",
+          "ERROR: QAL_MALLOC: Memory allocation (size " + std::to_string(static_cast<int>(size)) +
+              ") failed:\n",
+          "ERROR: At line " + std::to_string(line) + " in file utils/libsrc/" + file + "\n",
+          "ERROR: " + std::string(label) + ": Memory allocation failed.\n"};
+}
+
+std::vector<std::string> pool_report() {
+  return report_of("qal_mpool_create", sizeof(QalMpool), 65, "qal_mpool");
+}
+
+std::vector<std::string> chunk_report(uint64_t size) {
+  return report_of("qal_mpool_alloc", size, 168, "qal_mpool");
+}
+
+void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
+
+bool is_locked(QalMpool *pool) {
+  const int status = qal_thread_mutex_trylock(&pool->lock);
+  if (status == 0) __real_qal_thread_mutex_unlock(&pool->lock);
+  return status != 0;
+}
+
+// What making a table does.
+Made hash_making(int32_t slots) {
+  return {"malloc qal_hash_create 75 qal_hash 40",
+          "malloc qal_hash_create 86 qal_hash " + std::to_string(slots * 8), pool_made(),
+          "malloc qal_list_pool_create 83 qal_list 32", pool_made()};
+}
+
+// These come first because they need a process in which nothing was started yet.
+TEST(UidStartFault, MakesATableOf1000SlotsAndIdsOfTwoValues) {
+  const auto result = run_in_child([] {
+    alarm(60);
+    calls = Calls{};
+    EXPECT_EQ(qal_uid_init(), 0);
+    EXPECT_EQ(std::exchange(calls.made, {}), hash_making(1000));
+    EXPECT_EQ(qal_uid_new(1, 2), 1U);
+    EXPECT_THAT(std::exchange(calls.made, {}),
+                ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 488",
+                            "malloc qal_mpool_alloc 168 qal_mpool 40008"));
+    calls.mutexes_made.clear();
+    qal_uid_init();
+    EXPECT_THAT(calls.made, IsEmpty());
+    EXPECT_THAT(calls.mutexes_made, IsEmpty());
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(UidStartFault, TriesAgainAfterATableThatCouldNotBeMade) {
+  const auto result = run_in_child([] {
+    alarm(60);
+    for (int failing = 1; failing <= 5; ++failing) {
+      calls = Calls{};
+      calls.until_failure = failing;
+      EXPECT_EQ(qal_uid_init(), 0);  // what it answers is the mutex's
+      EXPECT_EQ(calls.until_failure, 0);
+      EXPECT_THAT(calls.live, IsEmpty());
+      const uint64_t id = qal_uid_new(1, 2);
+      EXPECT_EQ(id, static_cast<uint64_t>(failing));
+      uint64_t first = 0;
+      uint64_t second = 0;
+      EXPECT_EQ(qal_uid_find(id, &first, &second), 4);
+      EXPECT_EQ(qal_uid_destroy(id), 0);
+    }
+    qal_uid_init();
+    EXPECT_EQ(qal_uid_new(3, 4), 6U);
+    uint64_t first = 0;
+    uint64_t second = 0;
+    EXPECT_EQ(qal_uid_find(6, &first, &second), 0);
+    EXPECT_EQ(first, 3U);
+    EXPECT_EQ(second, 4U);
+    EXPECT_EQ(qal_uid_find(5, &first, &second), 4);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+// Start-up is over when a case begins to watch.
+class Containers : public testing::Test {
+ protected:
+  Containers() {
+    qal_utils_init();
+    calls = Calls{};
+  }
+  ~Containers() override { calls = Calls{}; }
+
+  static void fail_at(int allocation) { calls.until_failure = allocation; }
+  static Made made_since() { return std::exchange(calls.made, {}); }
+};
+using MpoolFault = Containers;
+using PlistFault = Containers;
+using ListFault = Containers;
+using HashFault = Containers;
+using HashPairsFault = Containers;
+using UidFault = Containers;
+
+TEST_F(MpoolFault, NamesThePlaceOfEachBlock) {
+  QalMpool *pool = qal_mpool_create(20, 3);
+  EXPECT_THAT(made_since(), ElementsAre(pool_made()));
+  for (int i = 0; i < 4; ++i) qal_mpool_alloc(pool);
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 80",
+                                        "malloc qal_mpool_alloc 168 qal_mpool 80"));
+  qal_mpool_destroy(&pool);
+  EXPECT_THAT(made_since(),
+              ElementsAre("free 115 qal_mpool of 168", "free 115 qal_mpool of 168", pool_ended));
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(MpoolFault, MakesAndEndsItsMutex) {
+  QalMpool *pool = qal_mpool_create(16, 1);
+  QalThreadMutex *const lock = &pool->lock;
+  EXPECT_THAT(calls.mutexes_made, ElementsAre(lock));
+  EXPECT_THAT(calls.mutexes_ended, IsEmpty());
+  qal_mpool_destroy(&pool);
+  EXPECT_THAT(calls.mutexes_ended, ElementsAre(lock));
+}
+
+TEST_F(MpoolFault, GivesNoPoolWithoutMemory) {
+  const LogCapture log;
+  fail_at(1);
+  EXPECT_EQ(qal_mpool_create(16, 1), nullptr);
+  EXPECT_EQ(log.lines(), pool_report());
+  EXPECT_THAT(calls.mutexes_made, IsEmpty());
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+// Deliberate: whoever needs the shared list of such a pool waits for good.
+TEST_F(MpoolFault, StaysLockedAfterAChunkThatCouldNotBeHad) {
+  const LogCapture log;
+  QalMpool *pool = qal_mpool_create(16, 4);
+  fail_at(1);
+  EXPECT_EQ(qal_mpool_alloc(pool), nullptr);
+  EXPECT_EQ(log.lines(), chunk_report(72));
+  EXPECT_EQ(pool->chunks, nullptr);
+  EXPECT_EQ(pool->thread_free[0], nullptr);
+  EXPECT_TRUE(is_locked(pool));
+  qal_mpool_destroy(&pool);
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+// A pool with an element in use, one free element on the list of thread 1, and a chunk refused.
+struct LockedPool {
+  QalMpool *pool = qal_mpool_create(16, 2);
+  void *element = nullptr;
+
+  LockedPool() {
+    become_index(1);
+    element = qal_mpool_alloc(pool);
+    become_index(0);
+    calls.until_failure = 1;
+    EXPECT_EQ(qal_mpool_alloc(pool), nullptr);
+  }
+  ~LockedPool() { qal_mpool_destroy(&pool); }
+  LockedPool(const LockedPool &) = delete;
+  LockedPool &operator=(const LockedPool &) = delete;
+};
+
+constexpr unsigned patience_seconds = 2;
+
+TEST_F(MpoolFault, LetsAFreeWaitForGoodAfterThat) {
+  const auto result = run_in_child([] {
+    const LockedPool locked;
+    alarm(patience_seconds);
+    qal_mpool_free(locked.pool, locked.element);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
+}
+
+TEST_F(MpoolFault, LetsARefillWaitForGoodAfterThat) {
+  const auto result = run_in_child([] {
+    const LockedPool locked;
+    alarm(patience_seconds);
+    qal_mpool_alloc(locked.pool);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
+}
+
+TEST_F(MpoolFault, StillServesThreadsFromTheirOwnListsAfterThat) {
+  const auto result = run_in_child([] {
+    const LockedPool locked;
+    alarm(60);
+    become_index(1);
+    EXPECT_NE(qal_mpool_alloc(locked.pool), nullptr);
+    EXPECT_EQ(qal_mpool_verify_ptr(locked.pool, locked.element), 1);
+    EXPECT_EQ(qal_mpool_status(locked.pool, nullptr, nullptr), 0U);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST_F(MpoolFault, AddsTheLinkToAChunkOfAlmost4GiBIn64Bits) {
+  const struct {
+    uint32_t element_size, chunk_count;
+  } cases[] = {{1864, 2304167}, {UINT32_MAX - 7, 1}};  // both come to 2^32 - 8
+  for (const auto &[element_size, chunk_count] : cases) {
+    QalMpool *pool = qal_mpool_create(element_size, chunk_count);
+    made_since();
+    fail_at(1);
+    EXPECT_EQ(qal_mpool_alloc(pool), nullptr);
+    EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 4294967296"));
+    qal_mpool_destroy(&pool);
+  }
+}
+
+TEST_F(MpoolFault, AnswersWhatUnlockingAnswered) {
+  QalMpool *pool = qal_mpool_create(16, 2);
+  void *const element = qal_mpool_alloc(pool);
+  calls.unlock_fails = true;
+  EXPECT_EQ(qal_mpool_free(pool, element), -1);
+  EXPECT_EQ(pool->shared_count, 1);
+  qal_mpool_destroy(&pool);
+}
+
+int cancel_state() {
+  int state = 0;
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+  pthread_setcancelstate(state, nullptr);
+  return state;
+}
+
+TEST_F(MpoolFault, SwitchesCancellationOffAroundTheMakingOfChunksAlone) {
+  for (const int before : {PTHREAD_CANCEL_ENABLE, PTHREAD_CANCEL_DISABLE}) {
+    std::vector<int> in_malloc;
+    std::vector<int> after_lock;
+    QalMpool *pool = qal_mpool_create(16, 1);
+    pthread_setcancelstate(before, nullptr);
+    calls.on_malloc = [&] { in_malloc.push_back(cancel_state()); };
+    calls.on_lock = [&] { after_lock.push_back(cancel_state()); };
+    void *const element = qal_mpool_alloc(pool);  // makes a chunk
+    qal_mpool_free(pool, element);
+    qal_mpool_alloc(pool);  // refills
+    EXPECT_EQ(cancel_state(), before);
+    EXPECT_THAT(in_malloc, ElementsAre(PTHREAD_CANCEL_DISABLE));
+    EXPECT_THAT(after_lock, ElementsAre(before, before, before));
+    fail_at(1);
+    EXPECT_EQ(qal_mpool_alloc(pool), nullptr);
+    EXPECT_EQ(cancel_state(), before);
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    calls.on_malloc = nullptr;
+    calls.on_lock = nullptr;
+    qal_mpool_destroy(&pool);
+  }
+}
+
+struct CancelledAllocation {
+  QalMpool *pool;
+  void *element = nullptr;
+};
+
+// Asks for its own cancellation in the middle of making a chunk.
+void *allocate_and_be_cancelled(void *argument) {
+  auto &work = *static_cast<CancelledAllocation *>(argument);
+  calls.on_malloc = [] {
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
+  };
+  work.element = qal_mpool_alloc(work.pool);
+  calls.on_malloc = nullptr;
+  pthread_testcancel();
+  return nullptr;
+}
+
+TEST_F(MpoolFault, IsNotLeftLockedByACancelledThread) {
+  const auto result = run_in_child([] {
+    alarm(60);
+    CancelledAllocation work{qal_mpool_create(16, 2)};
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, &allocate_and_be_cancelled, &work), 0);
+    void *end = nullptr;
+    ASSERT_EQ(pthread_join(thread, &end), 0);
+    EXPECT_EQ(end, PTHREAD_CANCELED);
+    EXPECT_NE(work.element, nullptr);
+    EXPECT_FALSE(is_locked(work.pool));
+    EXPECT_EQ(qal_mpool_free(work.pool, work.element), 0);
+    qal_mpool_destroy(&work.pool);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST_F(PlistFault, NamesThePlaceOfEachBlock) {
+  EXPECT_EQ(qal_plist_pool_destroy(), 0);  // start-up's
+  calls = Calls{};
+  EXPECT_EQ(qal_plist_pool_create(3, 5), 0);
+  EXPECT_THAT(made_since(), ElementsAre(pool_made(), pool_made()));
+  QalPlist *list = qal_plist_create();
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 56"));
+  qal_plist_append(list, qal_plist_alloc());
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 128"));
+  qal_plist_destroy(&list);
+  EXPECT_THAT(made_since(), IsEmpty());
+  EXPECT_EQ(qal_plist_pool_destroy(), 0);
+  EXPECT_THAT(made_since(), ElementsAre("free 115 qal_mpool of 168", pool_ended,
+                                        "free 115 qal_mpool of 168", pool_ended));
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(PlistFault, HasNoPoolsWhenOneOfThemCannotBeMade) {
+  qal_plist_pool_destroy();
+  for (const int failing : {1, 2}) {
+    const LogCapture log;
+    calls = Calls{};
+    fail_at(failing);
+    EXPECT_EQ(qal_plist_pool_create(32, 256), 2);
+    EXPECT_EQ(log.lines(), pool_report());
+    EXPECT_THAT(calls.live, IsEmpty());
+    EXPECT_EQ(qal_plist_create(), nullptr);
+    EXPECT_EQ(qal_plist_alloc(), nullptr);
+    EXPECT_EQ(qal_plist_pool_destroy(), 0);
+  }
+}
+
+TEST_F(PlistFault, GivesNoListAndNoNodeWithoutMemory) {
+  const LogCapture log;
+  qal_plist_pool_destroy();
+  qal_plist_pool_create(1, 1);
+  fail_at(1);
+  EXPECT_EQ(qal_plist_create(), nullptr);
+  fail_at(1);
+  EXPECT_EQ(qal_plist_alloc(), nullptr);
+  EXPECT_EQ(log.lines().size(), 8U);
+  qal_plist_pool_destroy();
+}
+
+TEST_F(ListFault, NamesThePlaceOfEachBlock) {
+  QalListPool *pool = qal_list_pool_create(30, 2, 1);
+  EXPECT_THAT(made_since(),
+              ElementsAre(pool_made(), "malloc qal_list_pool_create 83 qal_list 32", pool_made()));
+  QalList *list = qal_list_create(pool);
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 488"));
+  qal_list_append(list, qal_list_alloc(list));
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 104"));
+  qal_list_destroy(&list);
+  EXPECT_THAT(made_since(), IsEmpty());
+  qal_list_pool_destroy(&pool);
+  EXPECT_THAT(made_since(),
+              ElementsAre("free 115 qal_mpool of 168", pool_ended, "free 115 qal_mpool of 168",
+                          pool_ended, "free 123 qal_list of 83"));
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(ListFault, NamesThePlaceOfHeadersOutsidePools) {
+  QalListPool *pool = qal_list_pool_create(8, 2, 0);
+  EXPECT_THAT(made_since(), ElementsAre(pool_made(), "malloc qal_list_pool_create 83 qal_list 32"));
+  QalList *list = qal_list_create(pool);
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_list_create 139 qal_list 24"));
+  qal_list_destroy(&list);
+  EXPECT_THAT(made_since(), ElementsAre("free 175 qal_list of 139"));
+  qal_list_pool_destroy(&pool);
+  EXPECT_THAT(made_since(), ElementsAre(pool_ended, "free 123 qal_list of 83"));
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(ListFault, LeavesNothingBehindWhicheverAllocationOfThePoolFails) {
+  const std::vector<std::vector<std::string>> reports = {
+      pool_report(), report_of("qal_list_pool_create", 32, 83, "qal_list"), pool_report()};
+  const std::vector<Made> undone = {{}, {pool_ended}, {pool_ended, "free 100 qal_list of 83"}};
+  for (std::size_t failing = 1; failing <= 3; ++failing) {
+    const LogCapture log;
+    calls = Calls{};
+    fail_at(static_cast<int>(failing));
+    EXPECT_EQ(qal_list_pool_create(8, 2, 1), nullptr) << failing;
+    EXPECT_EQ(log.lines(), reports[failing - 1]);
+    Made made = made_since();
+    made.erase(made.begin(), made.begin() + static_cast<std::ptrdiff_t>(failing));
+    EXPECT_EQ(made, undone[failing - 1]);
+    EXPECT_THAT(calls.live, IsEmpty());
+  }
+  fail_at(4);
+  QalListPool *pool = qal_list_pool_create(8, 2, 1);
+  EXPECT_NE(pool, nullptr);
+  EXPECT_EQ(calls.until_failure, 1);
+  calls.until_failure = 0;
+  qal_list_pool_destroy(&pool);
+}
+
+TEST_F(ListFault, GivesNoListWithoutMemory) {
+  for (const int32_t use_header_pool : {0, 1}) {
+    QalListPool *pool = qal_list_pool_create(8, 2, use_header_pool);
+    const LogCapture log;
+    fail_at(1);
+    EXPECT_EQ(qal_list_create(pool), nullptr);
+    EXPECT_EQ(log.lines(), use_header_pool ? chunk_report(488)
+                                           : report_of("qal_list_create", 24, 139, "qal_list"));
+    qal_list_pool_destroy(&pool);
+    EXPECT_THAT(calls.live, IsEmpty());
+  }
+}
+
+TEST_F(ListFault, GivesNoElementWithoutMemory) {
+  QalListPool *pool = qal_list_pool_create(8, 2, 0);
+  QalList *list = qal_list_create(pool);
+  const LogCapture log;
+  fail_at(1);
+  EXPECT_EQ(qal_list_alloc(list), nullptr);
+  EXPECT_EQ(log.lines(), chunk_report(56));
+  EXPECT_EQ(qal_list_length(list), 0U);
+  qal_list_destroy(&list);
+  qal_list_pool_destroy(&pool);
+}
+
+// What ending a table does. A used one has one chunk of records and one of headers.
+Made hash_ending(bool used) {
+  const Made chunk = used ? Made{"free 115 qal_mpool of 168"} : Made{};
+  Made all = chunk;
+  all.push_back(pool_ended);
+  all.insert(all.end(), chunk.begin(), chunk.end());
+  for (const char *const freed : {"free 123 qal_mpool of 65", "free 123 qal_list of 83",
+                                  "free 129 qal_hash of 86", "free 130 qal_hash of 75"}) {
+    all.emplace_back(freed);
+  }
+  return all;
+}
+
+TEST_F(HashFault, NamesThePlaceOfEachBlock) {
+  QalHash *table = qal_hash_create(6, 3, 8, 4, 0);
+  EXPECT_EQ(made_since(), hash_making(6));
+  EXPECT_EQ(qal_hash_add(table, 0, "the key.", "data"), 0);
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 488",
+                                        "malloc qal_mpool_alloc 168 qal_mpool 104"));
+  EXPECT_EQ(qal_hash_add(table, 5, "the key.", "data"), 0);
+  qal_hash_reinit(table);
+  EXPECT_EQ(qal_hash_add(table, 3, "the key.", "data"), 0);
+  EXPECT_THAT(made_since(), IsEmpty());
+  qal_hash_destroy(&table);
+  EXPECT_EQ(made_since(), hash_ending(true));
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(HashFault, LeavesNothingBehindWhicheverAllocationOfTheTableFails) {
+  const std::vector<std::vector<std::string>> reports = {
+      report_of("qal_hash_create", 40, 75, "qal_hash"),
+      report_of("qal_hash_create", 48, 86, "qal_hash"), pool_report(),
+      report_of("qal_list_pool_create", 32, 83, "qal_list"), pool_report()};
+  const std::string slots_freed = "free 99 qal_hash of 86";
+  const std::string table_freed = "free 100 qal_hash of 75";
+  const std::vector<Made> undone = {
+      {},
+      {"free 88 qal_hash of 75"},
+      {slots_freed, table_freed},
+      {pool_ended, slots_freed, table_freed},
+      {pool_ended, "free 100 qal_list of 83", slots_freed, table_freed}};
+  for (std::size_t failing = 1; failing <= 5; ++failing) {
+    const LogCapture log;
+    calls = Calls{};
+    fail_at(static_cast<int>(failing));
+    EXPECT_EQ(qal_hash_create(6, 3, 8, 4, 0), nullptr) << failing;
+    EXPECT_EQ(log.lines(), reports[failing - 1]);
+    Made made = made_since();
+    made.erase(made.begin(), made.begin() + static_cast<std::ptrdiff_t>(failing));
+    EXPECT_EQ(made, undone[failing - 1]);
+    EXPECT_THAT(calls.live, IsEmpty());
+  }
+}
+
+TEST_F(HashFault, AsksForTheSlotsIn64Bits) {
+  fail_at(2);
+  EXPECT_EQ(qal_hash_create(INT_MAX, 1, 8, 8, 0), nullptr);
+  EXPECT_EQ(made_since()[1], "malloc qal_hash_create 86 qal_hash 17179869176");
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(HashFault, FreesWhatItMadeForRecordsThatLeave32Bits) {
+  EXPECT_EQ(qal_hash_create(6, 1, INT_MAX, INT_MAX, 0), nullptr);
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_hash_create 75 qal_hash 40",
+                                        "malloc qal_hash_create 86 qal_hash 48",
+                                        "free 99 qal_hash of 86", "free 100 qal_hash of 75"));
+}
+
+TEST_F(HashFault, KeepsASlotNoneWhenItsListCannotBeHad) {
+  QalHash *table = qal_hash_create(6, 3, 8, 4, 0);
+  const LogCapture log;
+  fail_at(1);
+  EXPECT_EQ(qal_hash_add(table, 2, "the key.", "data"), 2);
+  EXPECT_EQ(log.lines(), chunk_report(488));
+  EXPECT_EQ(table->slots[2], nullptr);
+  EXPECT_EQ(qal_hash_find(table, 2, "the key.", nullptr), 0);
+  EXPECT_EQ(qal_hash_remove(table, 2, "the key.", nullptr), 6);
+  qal_hash_destroy(&table);
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(HashFault, KeepsTheEmptyListWhenTheRecordCannotBeHad) {
+  QalHash *table = qal_hash_create(6, 3, 8, 4, 0);
+  const LogCapture log;
+  fail_at(2);
+  EXPECT_EQ(qal_hash_add(table, 2, "the key.", "data"), 2);
+  EXPECT_EQ(log.lines(), chunk_report(104));
+  ASSERT_NE(table->slots[2], nullptr);
+  EXPECT_EQ(qal_list_length(table->slots[2]), 0U);
+  EXPECT_EQ(qal_hash_find(table, 2, "the key.", nullptr), 0);
+  EXPECT_EQ(qal_hash_remove(table, 2, "the key.", nullptr), 6);
+  qal_hash_destroy(&table);
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+// Deliberate: a merge does not tell what it lost.
+TEST_F(HashFault, LosesTheRecordThatAMergeCannotStore) {
+  for (const int failing : {1, 2}) {
+    QalHash *dst = qal_hash_create(6, 3, 8, 4, 0);
+    QalHash *src = qal_hash_create(6, 3, 8, 4, 0);
+    qal_hash_add(src, 2, "the key.", "data");
+    fail_at(failing);
+    EXPECT_EQ(qal_hash_merge(dst, src, nullptr, nullptr), 0);
+    EXPECT_EQ(src->slots[2], nullptr);
+    EXPECT_EQ(qal_hash_find(dst, 2, "the key.", nullptr), 0);
+    EXPECT_EQ(qal_mpool_status(src->pool->element_pool, nullptr, nullptr), 3U);
+    qal_hash_destroy(&dst);
+    qal_hash_destroy(&src);
+    EXPECT_THAT(calls.live, IsEmpty());
+  }
+}
+
+TEST_F(HashPairsFault, NamesThePlaceOfEachBlock) {
+  QalHashPairs *pairs = qal_hash_pairs_create(6, 3, 4, 0);
+  Made expected = hash_making(6);
+  expected.insert(expected.begin(), "malloc qal_hash_pairs_create 484 qal_hash 32");
+  EXPECT_EQ(made_since(), expected);
+  qal_hash_pairs_destroy(&pairs);
+  expected = hash_ending(false);
+  expected.emplace_back("free 545 qal_hash of 484");
+  EXPECT_EQ(made_since(), expected);
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(HashPairsFault, FreesARecordWithoutATable) {
+  QalHashPairs *pairs = qal_hash_pairs_create(6, 3, 4, 0);
+  qal_hash_destroy(&pairs->table);
+  made_since();
+  qal_hash_pairs_destroy(&pairs);
+  EXPECT_THAT(made_since(), ElementsAre("free 545 qal_hash of 484"));
+}
+
+TEST_F(HashPairsFault, LeavesNothingBehindWhicheverAllocationFails) {
+  for (int failing = 1; failing <= 6; ++failing) {
+    const LogCapture log;
+    calls = Calls{};
+    fail_at(failing);
+    EXPECT_EQ(qal_hash_pairs_create(6, 3, 4, 0), nullptr) << failing;
+    EXPECT_EQ(log.lines().size(), 4U);
+    const Made made = made_since();
+    if (failing == 1) {
+      EXPECT_EQ(log.lines(), report_of("qal_hash_pairs_create", 32, 484, "qal_hash"));
+      EXPECT_EQ(made.size(), 1U);
+    } else {
+      EXPECT_EQ(made.back(), "free 498 qal_hash of 484");
+    }
+    EXPECT_THAT(calls.live, IsEmpty());
+  }
+}
+
+TEST_F(HashPairsFault, PassesTheLackOfMemoryOn) {
+  QalHashPairs *pairs = qal_hash_pairs_create(6, 3, 4, 0);
+  fail_at(2);
+  EXPECT_EQ(qal_hash_pairs_add(pairs, 1, 2, "data"), 2);
+  qal_hash_pairs_destroy(&pairs);
+}
+
+// Deliberate: an id is handed out although it could not be registered.
+TEST_F(UidFault, HandsOutAnIdThatItCouldNotRegister) {
+  for (const int failing : {1, 2}) {
+    const auto result = run_in_child([failing] {
+      const LogCapture log;
+      alarm(60);
+      fail_at(failing);
+      const uint64_t id = qal_uid_new(1, 2);
+      EXPECT_EQ(qal_uid_next(), id + 1);
+      uint64_t first = 0;
+      uint64_t second = 0;
+      EXPECT_EQ(qal_uid_find(id, &first, &second), 4);
+      EXPECT_EQ(qal_uid_destroy(id), 6);
+      EXPECT_EQ(log.lines(), chunk_report(failing == 1 ? 488 : 40008));
+    });
+    EXPECT_TRUE(result.exited_with(0)) << result.out;
+  }
+}
+
+}  // namespace
