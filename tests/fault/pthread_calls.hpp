@@ -176,7 +176,8 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t *condition) {
 int __real_pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex);
 int __wrap_pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex) {
   if (const int error = calls.cond_wait.enter()) return error;
-  if (calls.instead_of_wait) return calls.instead_of_wait(condition, mutex);
+  // A copy, since it may put another in its own place.
+  if (const auto step = calls.instead_of_wait) return step(condition, mutex);
   const int status = __real_pthread_cond_wait(condition, mutex);
   if (calls.behind_wait) calls.behind_wait(condition, mutex);
   return status;

@@ -19,6 +19,7 @@ namespace {
 using qal::test::await;
 using qal::test::Call;
 using qal::test::calls;
+using qal::test::Gate;
 using qal::test::refused;
 using qal::test::Threads;
 using qal::test::Unwinding;
@@ -154,14 +155,23 @@ TEST_F(ThreadCreateFault, GivesUpTheLockWhenItFails) {
 
 // A thread from before a new start keeps its handle when its index is handed out again in vain.
 TEST_F(ThreadCreateFault, SparesTheHandleThatIsStillToBeJoined) {
-  EXPECT_EQ(create([](void *) { return 7; }).index, 1);
+  Gate gate;
+  const auto wait_at = [](void *where) {
+    static_cast<Gate *>(where)->wait();
+    return 7;
+  };
+  EXPECT_EQ(create(wait_at, &gate).index, 1);
+  await([&gate] { return gate.arrived() == 1; });
   ASSERT_EQ(qal_thread_init(), 0);
   calls.before_create = [](QalThreadHandle *handle, const pthread_attr_t *) {
     *handle = QalThreadHandle{};
   };
   EXPECT_EQ(refused(calls.create, EAGAIN, [] { return create(); }).index, 1);
   calls.before_create = nullptr;
-  EXPECT_EQ(join(1).status, 0);
+  gate.open();
+  const Joined joined = join(1);
+  EXPECT_EQ(joined.status, 0);
+  EXPECT_EQ(joined.result, 7);
 }
 
 TEST_F(ThreadCreateFault, OfThePlatformsPartIsReducedToMinusOne) {

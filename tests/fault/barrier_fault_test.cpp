@@ -1,0 +1,349 @@
+// Barriers and reductions over a platform that refuses, in a chosen order of arrival, and with
+// threads held back where it would hurt.
+#include <gtest/gtest.h>
+#include <qal/barrier.h>
+
+#include <bit>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+
+#include "fault/pthread_calls.hpp"
+#include "support/child.hpp"
+#include "support/log_capture.hpp"
+#include "support/threads.hpp"
+
+namespace {
+
+using qal::test::await;
+using qal::test::calls;
+using qal::test::LogCapture;
+using qal::test::refused;
+using qal::test::run_in_child;
+using qal::test::Threads;
+using qal::test::Watchdog;
+using qal::test::Worker;
+
+constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
+
+class BarrierFault : public Threads {
+ protected:
+  void SetUp() override {
+    Threads::SetUp();
+    calls.order.clear();
+    stops_before_ = calls.stop_here.count();
+  }
+  void TearDown() override {
+    calls.behind_wait = nullptr;
+    calls.behind_unlock = nullptr;
+    EXPECT_EQ(calls.stop_here.count(), stops_before_);  // nothing here stops
+  }
+
+  QalThreadBarrier barrier_{};
+
+ private:
+  int stops_before_ = 0;
+};
+
+using ReduceFault = BarrierFault;
+using ReduceOrder = BarrierFault;
+using ReduceStraggler = BarrierFault;
+
+int cancel_state() {
+  int state = 0;
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+  return state;
+}
+
+TEST_F(BarrierFault, MakesTheMutexAndThenTheCondition) {
+  calls.has_attributes = true;
+  EXPECT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  EXPECT_FALSE(calls.has_attributes);
+  EXPECT_EQ(qal_thread_barrier_destroy(&barrier_), 0);
+  EXPECT_EQ(calls.order, "+mutex +cond -mutex -cond ");
+}
+
+TEST_F(BarrierFault, IsNoBarrierWithoutAMutex) {
+  EXPECT_EQ(refused(calls.mutex_init, ENOMEM, [&] { return qal_thread_barrier_init(&barrier_); }),
+            -1);
+  EXPECT_EQ(calls.order, "");
+  EXPECT_EQ(qal_thread_barrier(&barrier_, 1), -1);
+}
+
+TEST_F(BarrierFault, GivesTheMutexBackWhenThereIsNoCondition) {
+  EXPECT_EQ(refused(calls.cond_init, ENOMEM, [&] { return qal_thread_barrier_init(&barrier_); }),
+            -1);
+  EXPECT_EQ(calls.order, "+mutex -mutex ");
+  EXPECT_EQ(qal_thread_barrier(&barrier_, 1), -1);
+}
+
+TEST_F(BarrierFault, AfterANewStartInVainIsFreshlyCounted) {
+  barrier_.count = barrier_.remaining = barrier_.phase = 1;
+  EXPECT_EQ(refused(calls.mutex_init, ENOMEM, [&] { return qal_thread_barrier_init(&barrier_); }),
+            -1);
+  EXPECT_EQ(barrier_.count + barrier_.remaining + barrier_.phase, 0U);
+}
+
+TEST_F(BarrierFault, IgnoresWhatItsEndMeets) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  calls.cond_destroy.refuse(EBUSY);
+  EXPECT_EQ(
+      refused(calls.mutex_destroy, EBUSY, [&] { return qal_thread_barrier_destroy(&barrier_); }),
+      0);
+  calls.cond_destroy.allow();
+  EXPECT_EQ(barrier_.magic, 0xFFFFFFFFU);
+}
+
+TEST_F(BarrierFault, CountsNoArrivalThatCannotLock) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  EXPECT_EQ(refused(calls.mutex_lock, EINVAL, [&] { return qal_thread_barrier(&barrier_, 2); }),
+            -1);
+  EXPECT_EQ(barrier_.count, 0U);
+  EXPECT_EQ(barrier_.remaining, 0U);
+}
+
+TEST_F(BarrierFault, DoesNotLockWhatIsNoBarrier) {
+  const int locks = calls.mutex_lock.count();
+  EXPECT_EQ(qal_thread_barrier(&barrier_, 1), -1);
+  EXPECT_EQ(calls.mutex_lock.count(), locks);
+}
+
+TEST_F(BarrierFault, FailsTheLastArrivalThatCannotBroadcast) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  EXPECT_EQ(refused(calls.cond_broadcast, EINVAL, [&] { return qal_thread_barrier(&barrier_, 1); }),
+            -1);
+  EXPECT_EQ(barrier_.phase, 1U);
+  EXPECT_EQ(barrier_.remaining, 1U);
+  EXPECT_EQ(qal_thread_mutex_trylock(&barrier_.mutex), 0);
+  EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
+}
+
+TEST_F(BarrierFault, EndsAWaitThatThePlatformRefuses) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  const int waits = calls.cond_wait.count();
+  EXPECT_EQ(refused(calls.cond_wait, EINVAL, [&] { return qal_thread_barrier(&barrier_, 2); }), -1);
+  EXPECT_EQ(calls.cond_wait.count(), waits + 1);
+  EXPECT_EQ(barrier_.remaining, 1U);
+  EXPECT_EQ(cancel_state(), PTHREAD_CANCEL_ENABLE);
+  EXPECT_EQ(qal_thread_mutex_trylock(&barrier_.mutex), 0);
+  EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
+}
+
+TEST_F(BarrierFault, IgnoresAnUnlockingThatThePlatformRefuses) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  EXPECT_EQ(refused(calls.mutex_unlock, EPERM, [&] { return qal_thread_barrier(&barrier_, 1); }),
+            1);
+  EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
+}
+
+struct Operation {
+  const char *message;
+  std::function<double(int nthreads)> run;
+};
+
+const Operation operations[] = {
+    {"ERROR: qal_thread_reduce_dmax: error from locking dmax_mutex 35\n",
+     [](int nthreads) { return qal_thread_reduce_dmax(3, nthreads); }},
+    {"ERROR: qal_thread_reduce_dmin: error from locking dmin_mutex 35\n",
+     [](int nthreads) { return qal_thread_reduce_dmin(3, nthreads); }},
+    {"ERROR: qal_thread_global_dsum: error from locking dsum_mutex 35\n",
+     [](int nthreads) { return qal_thread_global_dsum(3, nthreads); }},
+    {"ERROR: qal_thread_global_dsums: error from locking dsums_mutex 35\n",
+     [](int nthreads) {
+       const double in = 3;
+       double out = 0;
+       qal_thread_global_dsums(&in, &out, 1, nthreads);
+       return out;
+     }},
+    {"ERROR: qal_thread_global_isum: error from locking isum_mutex 35\n",
+     [](int nthreads) { return qal_thread_global_isum(3, nthreads); }},
+    {"ERROR: qal_thread_global_isums: error from locking isums_mutex 35\n",
+     [](int nthreads) {
+       const int in = 3;
+       int out = 0;
+       qal_thread_global_isums(&in, &out, 1, nthreads);
+       return static_cast<double>(out);
+     }},
+};
+
+// This one and the next come first: their children need operations that were never used.
+TEST_F(ReduceFault, MakesItsBarriersOnce) {
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    for (const auto &operation : operations) {
+      calls.order.clear();
+      EXPECT_EQ(operation.run(1), 3);
+      EXPECT_EQ(calls.order, "+mutex +cond +mutex +cond ");
+      EXPECT_EQ(operation.run(1), 3);
+      EXPECT_EQ(calls.order, "+mutex +cond +mutex +cond ");
+    }
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+// Nothing closes the cycle then, so what comes later is combined with what is there.
+TEST_F(ReduceFault, WithoutBarriersWaitsForNobodyAndNeverBeginsAfresh) {
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    const LogCapture log;
+    EXPECT_EQ(refused(calls.cond_init, ENOMEM, [] { return qal_thread_global_isum(3, 2); }), 3);
+    EXPECT_EQ(qal_thread_global_isum(4, 2), 7);
+    EXPECT_EQ(refused(calls.mutex_init, ENOMEM, [] { return qal_thread_reduce_dmax(3, 2); }), 3);
+    EXPECT_EQ(qal_thread_reduce_dmax(1, 2), 3);
+    EXPECT_EQ(log.text(), "");
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST_F(ReduceFault, ReportsTheLockThatThePlatformRefusesAndWaitsForNobody) {
+  for (const auto &operation : operations) {
+    const LogCapture log;
+    EXPECT_EQ(refused(calls.mutex_lock, 35, [&] { return operation.run(2); }), 0);
+    EXPECT_EQ(log.text(), operation.message);
+  }
+}
+
+TEST_F(ReduceFault, CountsNoContributionThatCannotLock) {
+  for (const auto &operation : operations) {
+    refused(calls.mutex_lock, EINVAL, [&] { return operation.run(1); });
+    EXPECT_EQ(operation.run(1), 3);
+  }
+}
+
+// Contributes `first` and, once that thread waits for the other, `second`; both get the same.
+template <typename Value>
+Value in_order(Value (*operation)(Value, int), Value first, Value second) {
+  const int waits = calls.cond_wait.count();
+  Value early_result{};
+  Worker early([&] {
+    early_result = operation(first, 2);
+    return 0;
+  });
+  await([=] { return calls.cond_wait.count() > waits; });
+  const Value late_result = operation(second, 2);
+  early.join();
+  EXPECT_EQ(std::bit_cast<std::uint64_t>(early_result), std::bit_cast<std::uint64_t>(late_result));
+  return late_result;
+}
+
+TEST_F(ReduceOrder, KeepsTheStoredOneOfEqualValues) {
+  EXPECT_TRUE(std::signbit(in_order(&qal_thread_reduce_dmax, -0.0, 0.0)));
+  EXPECT_FALSE(std::signbit(in_order(&qal_thread_reduce_dmax, 0.0, -0.0)));
+  EXPECT_TRUE(std::signbit(in_order(&qal_thread_reduce_dmin, -0.0, 0.0)));
+  EXPECT_FALSE(std::signbit(in_order(&qal_thread_reduce_dmin, 0.0, -0.0)));
+}
+
+TEST_F(ReduceOrder, KeepsNotANumberWhenItCameFirst) {
+  EXPECT_TRUE(std::isnan(in_order(&qal_thread_reduce_dmax, not_a_number, 1.0)));
+  EXPECT_TRUE(std::isnan(in_order(&qal_thread_reduce_dmin, not_a_number, 1.0)));
+  EXPECT_EQ(in_order(&qal_thread_reduce_dmax, 1.0, not_a_number), 1.0);
+  EXPECT_EQ(in_order(&qal_thread_reduce_dmin, 1.0, not_a_number), 1.0);
+}
+
+TEST_F(ReduceOrder, TakesTheBetterValueWheneverItComes) {
+  EXPECT_EQ(in_order(&qal_thread_reduce_dmax, 1.0, 2.0), 2.0);
+  EXPECT_EQ(in_order(&qal_thread_reduce_dmax, 2.0, 1.0), 2.0);
+  EXPECT_EQ(in_order(&qal_thread_reduce_dmin, 1.0, 2.0), 1.0);
+  EXPECT_EQ(in_order(&qal_thread_reduce_dmin, 2.0, 1.0), 1.0);
+}
+
+// Sums three values in this order.
+double sum_in_order(double first, double second, double third) {
+  const int waits = calls.cond_wait.count();
+  Worker early([=] {
+    qal_thread_global_dsum(first, 3);
+    return 0;
+  });
+  await([=] { return calls.cond_wait.count() > waits; });
+  Worker middle([=] {
+    qal_thread_global_dsum(second, 3);
+    return 0;
+  });
+  await([=] { return calls.cond_wait.count() > waits + 1; });
+  return qal_thread_global_dsum(third, 3);
+}
+
+TEST_F(ReduceOrder, AddsAsTheThreadsArrive) {
+  EXPECT_EQ(sum_in_order(1e100, -1e100, 1.0), 1.0);
+  EXPECT_EQ(sum_in_order(1.0, 1e100, -1e100), 0.0);
+}
+
+// Two threads meet in an operation, and one of them goes on alone while the other is held back on
+// its way out of the second barrier. `waits_at_first` tells the barriers apart: the first wait of
+// two threads is always at the first barrier.
+class HeldBack {
+ public:
+  // Holds the waiter that the second barrier released until the other one is done.
+  void hold_the_waiter() {
+    calls.behind_wait = [this](QalThreadCond *condition, QalThreadMutex *mutex) {
+      if (!at_second_barrier(condition)) return;
+      qal_thread_mutex_unlock(mutex);
+      await([this] { return done_.load(); });
+      qal_thread_mutex_lock(mutex);
+    };
+  }
+  void run(const Operation &operation) {
+    Worker one([&] { return go(operation); });
+    Worker other([&] { return go(operation); });
+    one.join();
+    other.join();
+  }
+
+ private:
+  int go(const Operation &operation) {
+    operation.run(2);
+    EXPECT_EQ(operation.run(1), 3);
+    done_ = true;
+    return 0;
+  }
+  bool at_second_barrier(QalThreadCond *condition) {
+    QalThreadCond *none = nullptr;
+    return !first_.compare_exchange_strong(none, condition) && none != condition;
+  }
+
+  std::atomic<QalThreadCond *> first_{nullptr};
+  std::atomic<bool> done_{false};
+};
+
+TEST_F(ReduceStraggler, IsReleasedThoughASmallerGroupCameAndWent) {
+  for (const auto &operation : operations) {
+    HeldBack held;
+    held.hold_the_waiter();
+    held.run(operation);
+  }
+}
+
+// The last arrival is held as soon as it has let the mutex of the second barrier go: the other
+// thread must find the sizes forgotten by then.
+TEST_F(ReduceStraggler, FindsTheSizesForgottenOnceItIsReleased) {
+  for (const auto &operation : operations) {
+    thread_local int unlockings = INT_MIN;  // in threads that are not counted
+    std::atomic<int> done{0};
+    const auto go = [&] {
+      unlockings = 0;
+      operation.run(2);
+      unlockings = INT_MIN;
+      EXPECT_EQ(operation.run(1), 3);
+      ++done;
+      return 0;
+    };
+    // The operation's own mutex, the first barrier's, the second one's; a waiter of the second
+    // barrier comes by only after the other thread has left it and holds nobody.
+    std::atomic<bool> held{false};
+    calls.behind_unlock = [&](QalThreadMutex *) {
+      if (++unlockings == 3 && !held.exchange(true)) await([&] { return done == 1; });
+    };
+    Worker one(go);
+    Worker other(go);
+    one.join();
+    other.join();
+    EXPECT_EQ(done, 2);
+    calls.behind_unlock = nullptr;
+  }
+}
+
+}  // namespace
