@@ -18,8 +18,7 @@
 #define KALMORA_HELPERS_HPP
 
 #include <dirent.h>
-
-#include <cstdint>
+#include <stdint.h>
 
 /** Expands a leading "~" or "~user" to that user's home and turns every "\" into "/".
  *

@@ -324,6 +324,22 @@ TEST(DirectoryResolve, DoesNothingTheSecondTime) {
   });
 }
 
+TEST(DirectoryResolve, LeavesNothingOfWhatATextHeldBefore) {
+  const Settings settings{{"ZUL_HOME", path_of(1023)},
+                          {"ZUL_USER_HOMEDIR", path_of(1024)},
+                          {"TRANSPORT_DIR", path_of(1024)},
+                          {"LAUNCH_CONFIG_DIR", path_of(1024)}};
+  in_child(settings, [&] {
+    for (char *const text : {Zul_home_directory, App_home_directory, App_site_preferences_directory,
+                             Vemo_home_directory, Zul_arch, User_home_directory,
+                             User_resource_directory, TransportPaths, LaunchConfigPaths}) {
+      std::fill_n(text, 79, '#');
+    }
+    resolve();
+    expect_model(settings);
+  });
+}
+
 TEST(DirectoryResolve, TakesARootThatBeginsWithABlankAsUnset) {
   for (const auto &root : {" ", " /opt/zul", " ~\\x"}) {
     in_child({{"ZUL_HOME", root}, {"ZUL_USER_HOMEDIR", "/h"}}, [] {
