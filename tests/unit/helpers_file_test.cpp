@@ -366,6 +366,7 @@ int by_name(const dirent **a, const dirent **b) { return std::strcmp((*a)->d_nam
 int by_length(const dirent **a, const dirent **b) {
   return static_cast<int>(std::strlen((*a)->d_name)) - static_cast<int>(std::strlen((*b)->d_name));
 }
+int by_name_backwards(const dirent **a, const dirent **b) { return by_name(b, a); }
 int always_greater(const dirent **, const dirent **) { return 1; }
 int at_random(const dirent **, const dirent **) {
   static std::int64_t seed = 11;
@@ -417,6 +418,15 @@ TEST(DirectoryScan, SortsStably) {
                    [](const auto &a, const auto &b) { return a.size() < b.size(); });
   const Scan scan{scratch.path(), nullptr, by_length};
   EXPECT_EQ(scan.names(), expected);
+}
+
+TEST(DirectoryScan, SortsTwoEntriesEitherWay) {
+  const ScratchDir scratch;
+  fill(scratch, 2);
+  EXPECT_EQ(Scan(scratch.path(), is_visible, by_name).names(),
+            (std::vector<std::string>{"f0", "f1"}));
+  EXPECT_EQ(Scan(scratch.path(), is_visible, by_name_backwards).names(),
+            (std::vector<std::string>{"f1", "f0"}));
 }
 
 TEST(DirectoryScan, GrowsBy256Entries) {
