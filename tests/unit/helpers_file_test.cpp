@@ -310,6 +310,11 @@ TEST(LineCount, RefusesAFileThatMayNotBeRead) {
   EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
+TEST(LineCount, FindsNoLinesInADirectory) {
+  const ScratchDir scratch;
+  EXPECT_EQ(file_getlinecount(scratch.path().c_str()), 0);
+}
+
 TEST(LineCount, ExpandsTheTilde) {
   // From the home the scratch directory is reached over "..", so that nothing is made there.
   const ScratchDir scratch;

@@ -251,6 +251,16 @@ TEST(PartListSort, CutsALongerNameThatMovesToEightyBytes) {
   EXPECT_EQ(a.c_str(), std::string(80, 'b'));
 }
 
+TEST(PartListSort, KeepsALongerNameThatStaysWhole) {
+  std::string a(150, 'a');
+  std::string b(150, 'b');
+  char *names[] = {a.data(), b.data()};
+  FILE_PART_LIST list{2, names};
+  sort_master_part_list(&list);
+  EXPECT_EQ(a.c_str(), std::string(150, 'a'));
+  EXPECT_EQ(b.c_str(), std::string(150, 'b'));
+}
+
 TEST(PartListSort, LeavesListsOfFewerThanTwoAlone) {
   EXPECT_EQ(PartList({}).sorted(), Names{});
   EXPECT_EQ(PartList({"z"}).sorted(), Names{"z"});
