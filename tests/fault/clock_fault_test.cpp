@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/clock.h>
+#include <qal/logger.h>
 #include <sys/time.h>
 
 #include <cstdlib>
@@ -194,6 +195,16 @@ TEST(ClockFixedDate, GoesOnPast2038) {
   EXPECT_THAT(date_numbers(), ElementsAre(2038, 1, 19, 3, 14, 8));
 }
 
+TEST(ClockFixedDate, StampsLogLinesWithTheLocalTime) {
+  use_zone("XXX5");
+  const FixedClock clock{local_moment(2024, 3, 5, 9, 7, 3)};
+  const LogCapture log;
+  qal_logger_time_stamp(1);
+  qal_warn("full\n");
+  qal_info("message\n");
+  EXPECT_THAT(log.lines(), ElementsAre("09:07:03 WARNING: full\n", "09:07:03 message\n"));
+}
+
 TEST(ClockFixedTimer, AddsUpWhatItRan) {
   const FixedClock clock{some_day};
   const LogCapture log;
@@ -219,6 +230,29 @@ TEST(ClockFixedTimer, ReadsTheClockOnceForAStartAndOnceForAStop) {
   EXPECT_EQ(readings, 1);
   qal_timer_stop(&id);
   EXPECT_EQ(readings, 2);
+}
+
+TEST(ClockFixedTimer, ShowsNothingOfAPhaseThatStillRuns) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 2);
+  EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
+  qal_timer_stop(&id);
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 60);
+  EXPECT_EQ(qal_timer_elapsed(&id), 2.0F);
+}
+
+TEST(ClockFixedTimer, CountsFromItsLatestStart) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 10);
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 13);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 3.0F);
 }
 
 TEST(ClockFixedTimer, RunsApartFromTheOthers) {
