@@ -54,7 +54,8 @@ QAL_API int qal_temp_mem_release(void *ptr);
  *  @param size  bytes; a block that grows gets exactly this size.
  *  @return the block, which may have moved; null when no block that is handed out has this address
  *          (nothing changes), or when memory is short: the old block is lost then, and its record
- *          stays among those handed out with a null block until qal_temp_mem_free(NULL). */
+ *          stays among those handed out with a null block until qal_temp_mem_free(NULL). Do not
+ *          release such a record: it would be handed out again, still without a block. */
 QAL_API void *qal_temp_mem_resize(void *ptr, int64_t size);
 
 /** Frees a block, handed out or released.

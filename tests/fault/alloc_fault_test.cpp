@@ -298,6 +298,22 @@ TEST(TempMemResizeFault, LetsFreeAllRemoveSegmentsWithoutABlock) {
   std::free(second);
 }
 
+// Deliberate: such a segment is kept for reuse like any other, and has no block to hand out.
+TEST(TempMemResizeFault, LetsASegmentWithoutABlockBeReleasedAndHandedOut) {
+  void *const lost = qal_temp_mem_alloc(200);
+  calls_until_failure = 1;
+  qal_temp_mem_resize(lost, 9000);
+  EXPECT_EQ(qal_temp_mem_release(nullptr), 0);
+  const LogCapture log;
+  EXPECT_EQ(qal_temp_mem_alloc(150), nullptr);
+  EXPECT_THAT(log.lines(), IsEmpty());
+  ASSERT_NE(Tmem_InUse, nullptr);
+  EXPECT_EQ(Tmem_InUse->requested, 150);
+  EXPECT_EQ(Tmem_Avail, nullptr);
+  qal_temp_mem_free_all();
+  std::free(lost);
+}
+
 TEST(TempMemResizeFault, MakesANewBlockForTheSegmentWithoutOne) {
   void *const lost = qal_temp_mem_alloc(200);
   calls_until_failure = 1;
