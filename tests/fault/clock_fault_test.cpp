@@ -195,6 +195,19 @@ TEST(ClockFixedDate, GoesOnPast2038) {
   EXPECT_THAT(date_numbers(), ElementsAre(2038, 1, 19, 3, 14, 8));
 }
 
+// The C library's own conversions share one record, which another thread may be reading.
+TEST(ClockFixedDate, KeepsOutOfTheRecordThatAllThreadsShare) {
+  const FixedClock clock{some_day};
+  const std::time_t epoch = 0;
+  const std::tm *const shared = std::gmtime(&epoch);
+  ASSERT_EQ(shared->tm_year, 70);
+  date_numbers();
+  date_text(0);
+  date_text(1);
+  EXPECT_EQ(shared->tm_year, 70);
+  EXPECT_EQ(shared->tm_sec, 0);
+}
+
 TEST(ClockFixedDate, StampsLogLinesWithTheLocalTime) {
   use_zone("XXX5");
   const FixedClock clock{local_moment(2024, 3, 5, 9, 7, 3)};
