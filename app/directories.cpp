@@ -118,6 +118,7 @@ bool resolve_user_home() {
 // Deliberate: an empty home gives a directory that begins with "/". A home that did not fit gives
 // none, because that one would be somebody else's.
 void resolve_user_resources(bool home_fits) {
+  User_resource_directory[0] = '\0';
   if (!home_fits) return;
   compose(User_resource_directory, {User_home_directory, "/", App_resource_directory});
   convert(User_resource_directory);

@@ -8,7 +8,6 @@
 #include <kalmora/sweep.hpp>
 #include <qal/identity.hpp>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -17,12 +16,14 @@ namespace {
 constexpr int product_kalmora = 1;
 constexpr int component_of_the_tool = 1;
 
-// A record opened as descriptor 1 or 2 would be written to by whatever prints. The lowest free
-// number is taken, so each missing one is filled in turn.
-void fill_missing_streams() {
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (fcntl(stream, F_GETFD) < 0 && errno == EBADF) open("/dev/null", O_RDWR | O_CLOEXEC);
-  }
+// The tool prints nothing, so what the libraries behind libcurl have to say is dropped (one of them
+// reports on standard error, while it is loaded, that memory is short). The null device also stands
+// where a stream is missing: a record or a connection must not become standard output.
+void silence_streams() {
+  const int null_device = open("/dev/null", O_RDWR | O_CLOEXEC);
+  if (fcntl(STDIN_FILENO, F_GETFD) < 0) dup2(null_device, STDIN_FILENO);
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) dup2(null_device, stream);
+  if (null_device > STDERR_FILENO) close(null_device);
 }
 
 // The memory holds credentials.
@@ -32,7 +33,7 @@ void forbid_core_dump() {
 }
 
 void harden_process() {
-  fill_missing_streams();
+  silence_streams();
   std::signal(SIGPIPE, SIG_IGN);  // a server may hang up while it is being written to
   forbid_core_dump();
 }

@@ -147,7 +147,7 @@ class Request {
   }
 
   // Counts what it drops. An answer other than the number of bytes ends the transfer.
-  static std::size_t drop_body(const char *, std::size_t size, std::size_t count, void *total) {
+  static std::size_t drop_body(char *, std::size_t size, std::size_t count, void *total) {
     const std::size_t bytes = size * count;
     auto &body_bytes = *static_cast<std::size_t *>(total);
     body_bytes += bytes;

@@ -7,6 +7,12 @@ install(
   ARCHIVE COMPONENT development
   FILE_SET HEADERS COMPONENT development)
 
+if(APPLE)
+  set(qal_cxx_runtime c++)
+else()
+  set(qal_cxx_runtime stdc++)
+endif()
+
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/qal)
 install(
   EXPORT qalTargets
@@ -25,11 +31,6 @@ install(
 
 # A static library cannot name what it needs itself, so the package file does it for every link.
 set(qal_pc_private "-lz -pthread")
-if(APPLE)
-  set(qal_cxx_runtime c++)
-else()
-  set(qal_cxx_runtime stdc++)
-endif()
 if(BUILD_SHARED_LIBS)
   set(qal_pc_libs "")
   set(qal_pc_libs_private ${qal_pc_private})

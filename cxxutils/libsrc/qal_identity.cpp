@@ -145,7 +145,7 @@ const char *QalIdentity::getIdentityString() {
 }
 
 float QalIdentity::getVersionFloat() {
-  // The order of the additions decides the last bit.
+  // In double precision, so that the sum is rounded only once.
   double version = minor_ / 100.0 + major_;
   version += patch_ / 10000.0;
   version += (letter_ - 'a') / 1000000.0;

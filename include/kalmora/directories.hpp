@@ -2,15 +2,15 @@
  *  Where the installation, the user's resources and the search paths are: resolved once from the
  *  environment into process-wide texts. C++ only.
  *
- *  Read are ZUL_HOME, ZUL_USER_HOMEDIR, TRANSPORT_DIR, LAUNCH_CONFIG_DIR and TMPDIR. A variable
- * that is set to nothing counts as set, except the two search paths, which then add nothing.
+ *  ZUL_HOME, ZUL_USER_HOMEDIR, TRANSPORT_DIR, LAUNCH_CONFIG_DIR and TMPDIR decide. A variable that
+ *  is set to nothing counts as set; only to the two search paths it then adds nothing.
  *
- *  The sizes of the texts are in bytes and count the terminator. A directory that does not fit its
- *  text leaves it empty, because a cut path is another directory; a search path takes an entry
- * whole or not at all. Only Zul_home_directory and the two 64-byte texts are cut.
+ *  The sizes of the texts are in bytes and count the terminator. Where a directory is too long its
+ *  text stays empty, because a cut path is another directory; a search path takes an entry whole
+ *  or not at all. Only Zul_home_directory and the texts of 64 bytes are cut.
  *
- *  Threads: query_env_vars() and the first qal_zul_home() belong to the main thread, before other
- *  threads start. Afterwards every thread may read; nobody writes.
+ *  Threads: query_env_vars() and the first qal_zul_home() are called while the process has one
+ *  thread. Afterwards every thread may read; nobody writes.
  *
  *  Source: app/directories.cpp, app/installation.cpp. */
 #ifndef KALMORA_DIRECTORIES_HPP
@@ -36,11 +36,11 @@ extern char TransportPaths[1024]; /**< transport directories, separated by ":" *
  *  with one when there is no Vemo tree. */
 extern char LaunchConfigPaths[1024];
 
-/** Fills the texts. Only the first call in a process does anything.
+/** Fills the texts, once per process: later calls change nothing.
  *
- *  Never fails as a whole: what cannot be resolved is left empty. Reports what it found through
- *  qal_info(). The product's tree carries the base product name of QalIdentity::currentIdentity,
- *  or no name when there is none.
+ *  Never fails as a whole: what cannot be resolved is left empty. Reports the root, and a TMPDIR
+ *  that is no directory, through qal_info(). The product's tree is named after the base product
+ *  name of QalIdentity::currentIdentity, or after nothing when there is none.
  *
  *  @param product  the lower-case product word in the names of the resource directories; null
  *                  counts as empty. */
@@ -52,7 +52,7 @@ void query_env_vars(const char *product);
  *          null. A later change of ZUL_HOME is not seen. */
 const char *qal_zul_home();
 
-/** The platform word, "apple" on every platform that we build for. */
+/** The platform word: "apple", whatever the platform is. */
 const char *qal_zul_arch();
 
 #endif

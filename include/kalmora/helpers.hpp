@@ -1,5 +1,5 @@
 /** @file
- *  Small routines that the family's programs share beside the foundation library: tilde expansion
+ *  What every program of the family needs and the foundation library does not have: tilde expansion
  *  and other file helpers, names and version texts, a repeatable random generator, tolerances.
  *  C++ only.
  *
@@ -8,7 +8,8 @@
  *  routine allocates is released with the C library's `free` or with our_freenamelist().
  *
  *  Results that are failures are small negative numbers, not status codes; every routine says
- *  which. None of them logs anything.
+ *  which. None of them reports anything, but for the allocator (see qal/alloc.h) when memory for a
+ *  user's password entry is short.
  *
  *  Threads: only change_rsh() keeps state, which belongs to one thread at a time. our_tempdir()
  *  reads the environment, which nobody may change meanwhile.
@@ -18,8 +19,7 @@
 #define KALMORA_HELPERS_HPP
 
 #include <dirent.h>
-
-#include <cstdint>
+#include <stdint.h>
 
 /** Expands a leading "~" or "~user" to that user's home and turns every "\" into "/".
  *
@@ -48,15 +48,15 @@ int our_tempdir(char *out, int capacity);
  *
  *  @param path  the file; a leading "~" is expanded, and the result is shorter than 499 bytes.
  *  @return the number of non-empty lines, the last one with or without its line feed, at most
- *          INT_MAX; 0 for a file that begins with a line feed; -1 when the name is null, empty or
- *          cannot be expanded, or the file cannot be opened. */
+ *          INT_MAX; 0 for a directory, or a file that begins with a line feed; -1 when the name is
+ *          null, empty or cannot be expanded, or the file cannot be opened. */
 int file_getlinecount(const char *path);
 
 /** Replaces by "_" what a sanitised name must not hold: space and ! " # $ ' ( ) * + , - . / : < >
  *  ? @ [ \ ] ^ |
  *
  *  @param name  changed in place; null counts as empty.
- *  @return 1 if anything was replaced, else 0. */
+ *  @return 1 when the name was changed, else 0. */
 int replace_illegal(char *name);
 
 /** Orders two names without regard to spaces and letter case.
@@ -111,7 +111,7 @@ void sub_string_in_string(const char *text, const char *part, int *first, int *l
 /** Draws the next number of a repeatable sequence: minimal standard generator, modulus 2^31 - 1,
  *  multiplier 69621.
  *
- *  @param seed  the state, kept combined with a mask so that 0 is a good start; updated.
+ *  @param seed  not null; the state, kept combined with a mask so that 0 is a good start; updated.
  *  @return a number from 0 to 1. The 64 largest of the 2^31 states round up to 1. */
 float erand0(int64_t *seed);
 
@@ -133,8 +133,8 @@ float our_fabsf(float x);
 /** The same in double precision. */
 double our_fabsd(double x);
 
-/** Subtracts two 32-bit integers given by address, for sorting. The difference wraps around, so
- *  numbers more than 2^31 - 1 apart come in the wrong order. */
+/** Subtracts two 32-bit integers given by address (not null, any alignment), for sorting. The
+ *  difference wraps around, so numbers more than 2^31 - 1 apart come in the wrong order. */
 int numcompar(const void *a, const void *b);
 
 /** Tells whether `x` lies in a range, both ends included: 1 or 0. */

@@ -1,6 +1,6 @@
 /** @file
- *  The program-level half of the family's toolkit in one include: what lives under `app/` apart
- *  from `main`. C++ only. */
+ *  The program-level half of the family's toolkit in one include: the tool without its entry
+ *  point. C++ only. */
 #ifndef KALMORA_KALMORA_HPP
 #define KALMORA_KALMORA_HPP
 

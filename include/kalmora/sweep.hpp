@@ -19,7 +19,10 @@
  *  A path is at most 1023 bytes; what does not fit is left alone, never cut. libcurl is loaded when
  *  the first request is made and may be missing: the record is then deleted without a request.
  *
- *  One sweep at a time: nothing here is guarded against a second thread. Source: app/sweep.cpp. */
+ *  One sweep at a time: nothing here is guarded against a second thread. A host that calls libcurl
+ *  itself initialises it before the first sweep, because loading it does so, too.
+ *
+ *  Source: app/sweep.cpp, app/record.cpp, app/notify.cpp. */
 #ifndef KALMORA_SWEEP_HPP
 #define KALMORA_SWEEP_HPP
 
@@ -28,7 +31,8 @@
 
 /** Lists the plain files of a directory whose names match a wildcard pattern.
  *
- *  @param dir      directory, NUL-terminated; a null pointer gives an empty list.
+ *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
+ *                  a leading "~" for a home, but the paths begin with `dir` as it stands.
  *  @param pattern  as zul_fnmatch takes it (qal/wildcard.h), matched against names without `dir`; a
  *                  null pointer gives an empty list.
  *  @return The paths "dir/name" with every backslash turned into a slash, in the order in which the
@@ -43,10 +47,11 @@ std::vector<std::string> find_files(const char *dir, const char *pattern);
  *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
  *  are passed over. A record whose name means another file by the time it is to be deleted stays.
  *  A request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
- *  seconds; once 60 seconds of a sweep were lost to time-outs, each further one gets 1 second. How
- *  it ends changes nothing.
+ *  seconds, or 1 second when the sweep has already spent 60 on servers that did not answer. How it
+ *  ends changes nothing. The host ignores SIGPIPE, as a server may hang up while it is written to.
  *
- *  Every failure is silent: nothing is printed, logged or thrown.
+ *  Nothing is printed or thrown, and no failure is reported but by the listing, which speaks of
+ *  entries that it cannot examine (see qal/dir_list.h).
  *
  *  @param dir  directory, NUL-terminated; "" means "/", a null pointer none. */
 void process_directory(const char *dir);

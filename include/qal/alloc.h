@@ -1,12 +1,13 @@
 /** @file
  *  Heap memory with a place: allocation that reports its own failure.
  *
- *  The library allocates through these calls only. Each carries a label (the calling function, or
- *  what the block is for) and the line and file of the call; when memory is short, four lines at
- *  error level name them. The process is never ended: callers test their pointer.
+ *  The caller says what a block is for (`label`) and where it asks (`line`, `file`); when memory is
+ *  short, four lines at error level repeat that, and `errno` still holds the system's reason. The
+ *  process is never ended: callers test their pointer.
  *
- *  Results are written into the caller's pointer variable, whose address is passed as `out`; it may
- *  be a pointer to any object type. Blocks come from the C library and may be released with `free`.
+ *  The result goes to the pointer variable at the address `out`, which must not be null; the
+ *  variable may be a pointer to any object type. Blocks come from the C library and may be released
+ *  with `free`.
  *
  *  Threads: no state, so any thread may call.
  *
@@ -31,7 +32,7 @@ extern "C" {
  *  @param file   NUL-terminated file of the call, for the report; borrowed. */
 QAL_API void qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file);
 
-/** Resizes the block that the caller's pointer holds.
+/** Changes the size of a block.
  *
  *  A null pointer with a size makes a block as qal_malloc does, its report included; a pointer with
  *  size 0 is freed and becomes null; a null pointer with size 0 stays null.

@@ -4,12 +4,13 @@
  *  The clock is the platform's time of day: it may be set, also backwards, and the figures here
  *  follow it. Dates are local time; the time zone is read anew for each call. The clock functions
  *  cannot fail and any thread may call them, provided no other thread changes the environment.
+ *  Every pointer is needed.
  *
- *  The stopwatches ("timers") add up the running time of a phase of work. The table holds
- *  QAL_MAX_TIMERS entries for the whole process and is not locked: hand timers out from one thread
- *  and use each from one thread at a time. A start or stop is one reading of the clock and one
- *  access to the table. Timers take their number by address, and the address must not be null.
- *  Mistakes are reported through qal_error and in no other way.
+ *  The stopwatches ("timers") add up the running time of a phase of work. All threads share one
+ *  table of QAL_MAX_TIMERS entries without a lock: only one thread may ask for new timers, and two
+ *  may not use the same timer at once. Starting and stopping cost a reading of the clock and little
+ *  else. Timers take their number by address. Mistakes are reported through qal_error and in no
+ *  other way.
  *
  *  Source: utils/libsrc/qal_time.cpp. */
 #ifndef QAL_CLOCK_H
@@ -41,17 +42,17 @@ QAL_API void qal_time_get(QalTime *out);
  *  @return the seconds in full: unlike those of qal_time_get they are not cut to 32 bits. */
 QAL_API double qal_time_get_s(void);
 
-/** Reads the local date and time as numbers.
+/** Takes the local date and time apart.
  *
- *  @param out  receives year (four digits), month (1 to 12), day of the month, hour (0 to 23),
- *              minute and second, in this order; caller-owned.
+ *  @param out  receives six numbers, caller-owned: the year in full, the month from 1, the day of
+ *              the month, the hour from 0 to 23, the minute and the second.
  *  @return the second, as stored last. */
 QAL_API int qal_date_get(int out[6]);
 
 /** Writes the local date and time as text.
  *
- *  @param dst        receives the text; at least 15 bytes for the long form and 9 for the short,
- *                    which is not checked.
+ *  @param dst        receives the text and its terminator: 15 bytes in the long form, 9 in the
+ *                    short one. The caller provides the room.
  *  @param long_form  0: "HH:MM:SS". Any other value: "MM:DD HH:MM:SS", where the month counts from
  *                    0 as the platform's does, so that January is 00 and December 11.
  *  @return the number of characters written. */
@@ -64,31 +65,31 @@ QAL_API int qal_date_get_string(char *dst, int long_form);
  *  @param id  receives the number; untouched when all timers are handed out, which is reported. */
 QAL_API void qal_timer_new(int *id);
 
-/** Records the current time as the timer's start.
+/** Starts a timer, again if it had been started before.
  *
  *  @param id  a number that qal_timer_new gave; one outside the table is ignored. */
 QAL_API void qal_timer_start(const int *id);
 
-/** Adds the time since the timer's start to its sum.
+/** Adds what has passed since a timer was started to its sum.
  *
- *  The start stays: a second stop adds again from the same start, and a stop without a start adds
- *  the time since the epoch.
+ *  The start stays, so each further stop counts from it once more. A timer that was never started
+ *  counts from the epoch.
  *
  *  @param id  a number that was handed out; any other is reported. */
 QAL_API void qal_timer_stop(const int *id);
 
-/** Sets the timer's sum to 0.
+/** Empties the sum of a timer; its start stays.
  *
  *  @param id  any number of the table, 0 to 1023, handed out or not; any other is reported, in the
  *             words of qal_timer_stop. */
 QAL_API void qal_timer_clear(const int *id);
 
-/** Prints the timer's sum through qal_info as "\ttime: %f\n", in single precision.
+/** Hands the sum of a timer, in single precision, to qal_info as "\ttime: %f\n".
  *
  *  @param id  a number that was handed out; any other is reported. */
 QAL_API void qal_timer_print(const int *id);
 
-/** Gives the timer's sum.
+/** Answers the sum of a timer.
  *
  *  @param id  a number that qal_timer_new gave.
  *  @return the sum in seconds; 0 for a number outside the table. */

@@ -7,8 +7,8 @@
  *
  *  A status is QAL_STATUS_OK, QAL_STATUS_FAILED, QAL_STATUS_EXISTS or QAL_STATUS_NO_SOURCE (see
  *  status.h). Only qal_io_chkfil reports anything through the logger; all else is silent. No
- *  function keeps state or leaves a file open, so any thread may call any of them, as long as no
- * two use one stream or one record at the same time.
+ *  function keeps state or leaves a file open, so any thread may call any of them. One stream or
+ *  one record serves one thread at a time.
  *
  *  Sources: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp and dir_remove.cpp. */
 #ifndef QAL_FILES_H
@@ -55,8 +55,9 @@ QAL_API int qal_io_chkfil(const char *path, unsigned mode, int verbose);
 
 /** Reads one line of bounded length.
  *
- *  A line ends at a newline, which is consumed and not stored, or at the end of the file. One
- *  carriage return at its end is dropped, after it has counted toward the limit.
+ *  A line ends at a newline, which is consumed and not stored, or at the end of the file, for which
+ *  a read error counts as well. One carriage return at its end is dropped, after it has counted
+ *  toward the limit.
  *
  *  @param stream     open for reading; a read that a signal interrupts is taken up again.
  *  @param max_chars  most characters that the line may have. When negative nothing is written.
@@ -103,15 +104,15 @@ QAL_API int qal_file_unlink(const char *path);
 
 /** Removes a directory, on request with everything in it.
  *
- *  The recursive removal turns each "\" in `path` into "/". In each directory the files, hidden
- * ones included, go before the subdirectories. It stops at the first failure; what is gone by then
- *  stays gone. It fails, and never reaches outside the directory, when it meets
+ *  The recursive removal turns each "\" in `path` into "/". In each directory the files, the hidden
+ *  too, go before the subdirectories. It stops at the first failure; what is gone by then stays
+ *  gone. It fails, and never reaches outside the directory, when it meets
  *    - a link to a directory, also as `path` itself: the link and its target stay (a link to a file
  *      is removed, the file stays);
  *    - a link that leads nowhere;
  *    - a socket or a block device;
- *    - a name that holds a "\" or is longer than 255 bytes, or an entry whose path, counted from
- * the start of `path`, needs more than 1023 bytes;
+ *    - a name that holds a "\" or is longer than 255 bytes;
+ *    - an entry whose path, counted from the start of `path`, needs more than 1023 bytes;
  *    - more levels than the process may have open files.
  *  A `path` that ends in "." or "..", is "/" or empty, or needs more than 1023 bytes fails with
  *  nothing removed.
@@ -125,9 +126,9 @@ QAL_API int qal_file_rmdir(const char *path, int recursive);
  *
  *  @param from   the file.
  *  @param to     its new name.
- *  @param flags  bit 0x10000 copies `from` and removes it afterwards, which also works from one
- * file system to another. The copy is on the disk before the source goes. Without it the platform's
- * `rename` is used, which replaces an existing `to`.
+ *  @param flags  bit 0x10000 copies `from` and removes it afterwards, which also works between file
+ *                systems. The copy is on the disk before the source goes. Without it the platform's
+ *                `rename` is used, which replaces an existing `to`.
  *  @return QAL_STATUS_OK or QAL_STATUS_FAILED; with bit 0x10000 also the other results of
  *          qal_file_copy with its bit 0x1. `from` is still there after every failure. */
 QAL_API int qal_file_rename(const char *from, const char *to, unsigned flags);

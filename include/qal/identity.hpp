@@ -34,7 +34,7 @@ class QAL_API QalIdentity {
    *                       as empty. */
   explicit QalIdentity(const char *program_path);
 
-  /** Stores the product code, then calls the change callback if there is one.
+  /** Stores the product code and afterwards tells the change callback, if one is set.
    *
    *  @param code  1 Kalmora, 3 Pellum, 4 Trevan, 5 Halix, 6 Morbel, 7 Quenta; 0 is undefined and
    *               2 is not assigned. Anything is stored; asking for the name judges it. */
@@ -55,7 +55,7 @@ class QAL_API QalIdentity {
    *  @param major   0 means that there is no version.
    *  @param minor   second number.
    *  @param patch   third number.
-   *  @param letter  a lower-case letter, 'a' being the first release of a version. */
+   *  @param letter  the release of this version: 'a' for its first, then 'b' and so on. */
   void setVersion(uint16_t major, uint16_t minor, uint16_t patch, char letter);
 
   /** Sets what is called after each change of the product code.
@@ -98,8 +98,8 @@ class QAL_API QalIdentity {
 
   /** Says whether this is the product, and the flavor if one is asked for.
    *
-   *  @param code  the product code in bits 0 to 7 and the flavor code in bits 8 to 15, where 0
-   * means any flavor; higher bits are ignored. */
+   *  @param code  the product code in its low byte; in the byte above it the flavor code, where 0
+   *               stands for any flavor. The rest is ignored. */
   virtual bool isProduct(int code);
 
   // There is no virtual destructor: the table holds the eight operations and nothing else.

@@ -1,10 +1,10 @@
 /** @file
  *  Messages: four console levels, one that ends the process, and a separate log channel.
  *
- *  The logger owns no stream. A host installs a console callback and a log callback with
- *  qal_logger_init; until then every level is silent and a call costs one comparison. A line is
- *  composed in 8192 bytes on the caller's stack, so it holds at most 8191 bytes and a longer one is
- *  cut; nothing is allocated. A level adds its marker and no line end: the format carries its own.
+ *  The logger owns no stream. Lines go to the callbacks that a host passes to qal_logger_init;
+ *  until it does, every level is silent and a call costs one comparison. A line has at most 8191
+ *  bytes, a longer one is cut; it takes shape on the caller's stack and nothing is allocated. A
+ *  level adds its marker and no line end: the format carries its own. Formats must not be null.
  *
  *  Threads: any thread may log. The settings (qal_logger_init, qal_logger_done,
  *  qal_logger_time_stamp, _qal_logger_set_file, Verbose_level) belong to set-up, while no other
@@ -43,7 +43,7 @@ extern QAL_API int Verbose_level;
 QAL_API void qal_logger_init(void *console_stream, QalLoggerFunc console_func, void *log_stream,
                              QalLoggerFunc log_func);
 
-/** Removes both callbacks and both handles. The copy file and the time stamp stay as they are. */
+/** Removes both callbacks and both handles, and nothing else: copying and time stamps go on. */
 QAL_API void qal_logger_done(void);
 
 /** Switches the time stamp.
@@ -73,7 +73,7 @@ QAL_API void qal_abort(const char *format, ...) QAL_PRINTF(1, 2);
 /** Hands the log callback a line without a marker; silent without a log callback. */
 QAL_API void qal_log(const char *format, ...) QAL_PRINTF(1, 2);
 
-/** Does nothing with its arguments, so that calls can stay in the code. */
+/** Does nothing with its arguments: debugging output that a release need not take out. */
 QAL_API void qal_debug(const char *format, ...) QAL_PRINTF(1, 2);
 
 /** Does nothing: the place for a breakpoint that stops on failures of the thread layer. */

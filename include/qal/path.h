@@ -107,9 +107,11 @@ QAL_API int qal_get_full_path(const char *path, char *out, int out_size);
 
 /** Answers the working directory, exactly as the platform's getcwd does.
  *
- *  @param buf   receives the path; caller-owned.
+ *  @param buf   receives the path; caller-owned. Null with a `size` of 0 asks for a new text of the
+ *               length that it takes, which the caller releases with `free`.
  *  @param size  size of `buf`.
- *  @return `buf`, or null with errno set. */
+ *  @return `buf` or the new text; null with errno set when the path does not fit or there is none.
+ */
 QAL_API char *qal_getcwd(char *buf, size_t size);
 
 /** Changes the working directory of the process, as the platform's chdir does.

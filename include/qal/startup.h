@@ -36,8 +36,8 @@ QAL_API int qal_utils_done(void);
  *
  *  @param path  the directory's name, copied as it stands; the stored text itself, or a part of
  *               it, may be given; null sets none.
- *  @return QAL_STATUS_OK, or QAL_STATUS_NO_MEMORY when the copy could not be allocated; the cache
- *          directory is then none. */
+ *  @return QAL_STATUS_OK, or QAL_STATUS_NO_MEMORY when memory for the copy is short: none is set
+ *          then, and the allocator reports it (see qal/alloc.h). */
 QAL_API int qal_utils_set_cachedir(const char *path);
 
 /** Tells the cache directory.

@@ -1,12 +1,12 @@
 /** @file
- *  Scratch blocks that are kept for reuse: for code that needs a large work buffer again and again.
+ *  Scratch memory that outlives its use: for code that needs a large work buffer again and again.
  *
  *  A block is handed out by qal_temp_mem_alloc and given back with qal_temp_mem_release, which
  *  keeps it; only the three free functions return memory to the system. A block has at least 100
  *  bytes when it is made, and an idle one is handed out whole, however small the request, unless it
  *  is larger than 1,000,000 bytes and more than four times the request.
  *
- *  Every call walks a list: meant for a handful of large buffers, not for many small objects.
+ *  Every call walks a list, so the cost grows with the number of blocks: keep them few and large.
  *
  *  Threads: nothing is locked. The functions and both lists belong to one thread at a time.
  *
@@ -21,7 +21,7 @@
 extern "C" {
 #endif
 
-/** The record of one block. It stands in exactly one of the two lists. */
+/** The record of one block, a member of either list. */
 typedef struct QalTempSegment {
   int64_t size;                /**< bytes that the block has */
   int64_t requested;           /**< bytes that the caller last asked for, as asked */
@@ -54,7 +54,8 @@ QAL_API int qal_temp_mem_release(void *ptr);
  *  @param size  bytes; a block that grows gets exactly this size.
  *  @return the block, which may have moved; null when no block that is handed out has this address
  *          (nothing changes), or when memory is short: the old block is lost then, and its record
- *          stays among those handed out with a null block until qal_temp_mem_free(NULL). */
+ *          stays among those handed out with a null block until qal_temp_mem_free(NULL). Do not
+ *          release such a record: it would be handed out again, still without a block. */
 QAL_API void *qal_temp_mem_resize(void *ptr, int64_t size);
 
 /** Frees a block, handed out or released.

@@ -149,8 +149,8 @@ QAL_API int qal_strip_pre_post_spaces(const char *src, char *dst);
  *  @param buffer  receives the text; null gives 1.
  *  @param size    size of `buffer`; 0 gives 1 and nothing is written.
  *  @param format  as for printf.
- *  @return 0 when the whole output stands in `buffer`. 1 when it was cut, when formatting failed,
- * or in the case above; the last byte of `buffer` is then NUL. */
+ *  @return 0 when the whole output stands in `buffer`. 1 when it was cut, when formatting failed or
+ *          in the case above; the last byte of `buffer` is then NUL. */
 QAL_API int qal_snprintf(char *buffer, size_t size, const char *format, ...) QAL_PRINTF(3, 4);
 
 #ifdef __cplusplus

@@ -27,7 +27,7 @@ enum {
   QAL_FNM_PERIOD = 0x04,        /**< `?` and `*` do not match a leading `.` */
   QAL_FNM_LEADING_DIR = 0x08,   /**< the pattern may end where the string goes on with `/` */
   QAL_FNM_CASEFOLD = 0x10,      /**< letters match without regard to case */
-  QAL_FNM_TRAILING_SLASH = 0x20 /**< a final `/` in the pattern may match the end of the string */
+  QAL_FNM_TRAILING_SLASH = 0x20 /**< a string may lack the `/` that its pattern ends with */
 };
 
 /** Matches a file name against a pattern, without flags.

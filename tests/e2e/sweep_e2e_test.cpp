@@ -41,6 +41,7 @@ using qal::test::SweepWorld;
 using qal::test::ToolStart;
 using qal::test::vanished_pid;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
@@ -532,19 +533,32 @@ class SweepProcess : public SweepTool {
   }
 };
 
+// Where the three streams of a process lead.
+std::vector<std::string> streams_of(int pid) {
+  std::vector<std::string> streams;
+  for (const auto number : {"0", "1", "2"}) {
+    std::error_code ignored;
+    streams.push_back(fs::read_symlink("/proc/" + std::to_string(pid) + "/fd/" + number, ignored));
+  }
+  return streams;
+}
+
+TEST_F(SweepProcess, WritesToTheNullDeviceOnly) {
+  std::vector<std::string> streams;
+  watch([&](int pid) { streams = streams_of(pid); });
+  EXPECT_THAT(streams, ElementsAre(EndsWith("/in"), "/dev/null", "/dev/null"));
+}
+
 TEST_F(SweepProcess, HasTheNullDeviceWhereAStreamWasMissing) {
-  std::map<int, std::string> streams;
-  const auto look = [&](int pid) {
-    for (int number = 0; number < 3; ++number) {
-      std::error_code ignored;
-      streams[number] = fs::read_symlink(
-          "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(number), ignored);
-    }
-  };
-  watch(look, {.closed_streams = {0, 2}});
-  EXPECT_EQ(streams[0], "/dev/null");
-  EXPECT_NE(streams[1], "/dev/null");
-  EXPECT_EQ(streams[2], "/dev/null");
+  std::vector<std::string> streams;
+  watch([&](int pid) { streams = streams_of(pid); }, {.closed_streams = {0, 1, 2}});
+  EXPECT_THAT(streams, ElementsAre("/dev/null", "/dev/null", "/dev/null"));
+}
+
+TEST_F(SweepProcess, HasTheNullDeviceForTheOneStreamThatWasMissing) {
+  std::vector<std::string> streams;
+  watch([&](int pid) { streams = streams_of(pid); }, {.closed_streams = {1}});
+  EXPECT_THAT(streams, ElementsAre(EndsWith("/in"), "/dev/null", "/dev/null"));
 }
 
 TEST_F(SweepProcess, IgnoresBrokenConnections) {

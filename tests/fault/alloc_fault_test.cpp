@@ -20,7 +20,9 @@ namespace {
 // Counts down to the allocation that fails; 0 lets all succeed.
 std::atomic<int> calls_until_failure = 0;
 std::atomic<int> allocations = 0;
+std::atomic<int> reason = ENOMEM;
 std::atomic<void *> last_block = nullptr;
+std::atomic<std::size_t> last_size = 0;
 
 bool fails_now() {
   ++allocations;
@@ -28,7 +30,7 @@ bool fails_now() {
 }
 
 void *out_of_memory() {
-  errno = ENOMEM;
+  errno = reason;
   return nullptr;
 }
 
@@ -40,6 +42,7 @@ void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *block, std::size_t size);
 
 void *__wrap_malloc(std::size_t size) {
+  last_size = size;
   if (fails_now()) return out_of_memory();
   return last_block = __real_malloc(size);
 }
@@ -85,6 +88,18 @@ TEST(AllocMallocFault, KeepsErrno) {
   calls_until_failure = 1;
   QAL_MALLOC("label", block, 1);
   EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST(AllocMallocFault, ShowsTheReasonThatTheSystemGives) {
+  const LogCapture log;
+  char *block = nullptr;
+  reason = EAGAIN;
+  calls_until_failure = 1;
+  QAL_MALLOC("label", block, 1);
+  EXPECT_EQ(errno, EAGAIN);
+  ASSERT_EQ(log.lines().size(), 4U);
+  EXPECT_EQ(log.lines()[0],
+            "ERROR: Resource temporarily unavailable: " + std::to_string(EAGAIN) + "\n");
 }
 
 TEST(AllocMallocFault, IsSilentWithoutAHost) {
@@ -153,6 +168,38 @@ TEST(AllocReallocFault, LosesTheOldBlock) {
       ElementsAre(no_memory(), "ERROR: QAL_REALLOC: Memory allocation (size 24) failed:\n",
                   "ERROR: At line 9 in file f\n", "ERROR: my label: Memory allocation failed.\n"));
   QAL_FREE(kept);
+}
+
+TEST(AllocReallocFault, ShowsSizesOutsideAnIntWrapped) {
+  const struct {
+    int64_t size;
+    const char *shown;
+  } cases[] = {
+      {2147483647, "2147483647"}, {2147483648, "-2147483648"}, {4294967301, "5"}, {-1, "-1"}};
+  for (const auto &[size, shown] : cases) {
+    const LogCapture log;
+    char *block = nullptr;
+    QAL_MALLOC("label", block, 6);
+    char *const kept = block;
+    calls_until_failure = 1;
+    QAL_REALLOC("label", block, size);
+    EXPECT_EQ(block, nullptr);
+    ASSERT_EQ(log.lines().size(), 4U);
+    EXPECT_EQ(log.lines()[1],
+              std::string("ERROR: QAL_REALLOC: Memory allocation (size ") + shown + ") failed:\n");
+    QAL_FREE(kept);
+  }
+}
+
+TEST(AllocReallocFault, AsksForANegativeSizeAsForOneThatNoMachineHas) {
+  char *block = nullptr;
+  qal_logger_init(nullptr, &count_line, nullptr, nullptr);
+  calls_until_failure = 1;
+  QAL_REALLOC("label", block, -1);
+  qal_logger_done();
+  EXPECT_EQ(block, nullptr);
+  EXPECT_EQ(last_size, SIZE_MAX);
+  EXPECT_EQ(delivered_lines, 4);
 }
 
 TEST(AllocReallocFault, NeverAsksTheSystemToResizeToNothing) {
@@ -249,6 +296,22 @@ TEST(TempMemResizeFault, LetsFreeAllRemoveSegmentsWithoutABlock) {
   EXPECT_EQ(Tmem_Avail, nullptr);
   std::free(first);
   std::free(second);
+}
+
+// Deliberate: such a segment is kept for reuse like any other, and has no block to hand out.
+TEST(TempMemResizeFault, LetsASegmentWithoutABlockBeReleasedAndHandedOut) {
+  void *const lost = qal_temp_mem_alloc(200);
+  calls_until_failure = 1;
+  qal_temp_mem_resize(lost, 9000);
+  EXPECT_EQ(qal_temp_mem_release(nullptr), 0);
+  const LogCapture log;
+  EXPECT_EQ(qal_temp_mem_alloc(150), nullptr);
+  EXPECT_THAT(log.lines(), IsEmpty());
+  ASSERT_NE(Tmem_InUse, nullptr);
+  EXPECT_EQ(Tmem_InUse->requested, 150);
+  EXPECT_EQ(Tmem_Avail, nullptr);
+  qal_temp_mem_free_all();
+  std::free(lost);
 }
 
 TEST(TempMemResizeFault, MakesANewBlockForTheSegmentWithoutOne) {

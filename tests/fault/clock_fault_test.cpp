@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/clock.h>
+#include <qal/logger.h>
 #include <sys/time.h>
 
 #include <cstdlib>
@@ -194,6 +195,29 @@ TEST(ClockFixedDate, GoesOnPast2038) {
   EXPECT_THAT(date_numbers(), ElementsAre(2038, 1, 19, 3, 14, 8));
 }
 
+// The C library's own conversions share one record, which another thread may be reading.
+TEST(ClockFixedDate, KeepsOutOfTheRecordThatAllThreadsShare) {
+  const FixedClock clock{some_day};
+  const std::time_t epoch = 0;
+  const std::tm *const shared = std::gmtime(&epoch);
+  ASSERT_EQ(shared->tm_year, 70);
+  date_numbers();
+  date_text(0);
+  date_text(1);
+  EXPECT_EQ(shared->tm_year, 70);
+  EXPECT_EQ(shared->tm_sec, 0);
+}
+
+TEST(ClockFixedDate, StampsLogLinesWithTheLocalTime) {
+  use_zone("XXX5");
+  const FixedClock clock{local_moment(2024, 3, 5, 9, 7, 3)};
+  const LogCapture log;
+  qal_logger_time_stamp(1);
+  qal_warn("full\n");
+  qal_info("message\n");
+  EXPECT_THAT(log.lines(), ElementsAre("09:07:03 WARNING: full\n", "09:07:03 message\n"));
+}
+
 TEST(ClockFixedTimer, AddsUpWhatItRan) {
   const FixedClock clock{some_day};
   const LogCapture log;
@@ -219,6 +243,29 @@ TEST(ClockFixedTimer, ReadsTheClockOnceForAStartAndOnceForAStop) {
   EXPECT_EQ(readings, 1);
   qal_timer_stop(&id);
   EXPECT_EQ(readings, 2);
+}
+
+TEST(ClockFixedTimer, ShowsNothingOfAPhaseThatStillRuns) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 2);
+  EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
+  qal_timer_stop(&id);
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 60);
+  EXPECT_EQ(qal_timer_elapsed(&id), 2.0F);
+}
+
+TEST(ClockFixedTimer, CountsFromItsLatestStart) {
+  const FixedClock clock{some_day};
+  const int id = new_timer();
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 10);
+  qal_timer_start(&id);
+  FixedClock::set(some_day + 13);
+  qal_timer_stop(&id);
+  EXPECT_EQ(qal_timer_elapsed(&id), 3.0F);
 }
 
 TEST(ClockFixedTimer, RunsApartFromTheOthers) {

@@ -163,7 +163,7 @@ Names lines_of(const char *text) {
 }
 
 struct Listing {
-  explicit Listing(const std::string &pattern, bool verbose = false) {
+  explicit Listing(const std::string &pattern, int verbose = 0) {
     world.listing = true;
     status = qal_dir_list(pattern.c_str(), &full_path, &directory_count, &directory_text,
                           &file_count, &file_text, verbose);
@@ -216,6 +216,13 @@ class DirListFault : public testing::Test {
   LogCapture log_;
 };
 
+TEST_F(DirListFault, LeavesFiveZeroBytesBehindTheFullPath) {
+  const Listing listing(pattern());
+  ASSERT_FALSE(world.calloc_sizes.empty());
+  EXPECT_EQ(world.calloc_sizes.front(), pattern().size() + 5);
+  EXPECT_EQ(std::string(listing.full_path, pattern().size() + 5), pattern() + std::string(5, '\0'));
+}
+
 TEST_F(DirListFault, ReportsAFullPathThatCannotBeAllocated) {
   world.callocs = {.successes = 0, .error = ENOMEM};
   const Listing listing(pattern());
@@ -263,7 +270,7 @@ TEST_F(DirListFault, ReportsFileNamesThatCannotBeAllocated) {
 
 TEST_F(DirListFault, AllocatesNothingForADirectoryThatCannotBeOpened) {
   world.opendirs = {.successes = 0, .error = EMFILE};
-  const Listing listing(pattern(), true);
+  const Listing listing(pattern(), 1);
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
   EXPECT_EQ(listing.full_path, pattern());
   EXPECT_EQ(listing.directory_text, nullptr);
@@ -340,7 +347,7 @@ TEST_F(DirListFault, KeepsWhatItFoundWhenALaterGrowthFails) {
 }
 
 TEST_F(DirListFault, SpeaksOfAStreamThatCannotBeReadOnlyWhenVerbose) {
-  for (const bool verbose : {false, true}) {
+  for (const int verbose : {0, 1, 2, -1, 0x100}) {
     world.readdirs = {.successes = 0, .error = EIO};
     log_.clear();
     const Listing listing(pattern(), verbose);
@@ -354,7 +361,7 @@ TEST_F(DirListFault, SpeaksOfAStreamThatCannotBeReadOnlyWhenVerbose) {
 }
 
 TEST_F(DirListFault, TakesAStreamWithoutAnyEntryForUnreadable) {
-  for (const bool verbose : {false, true}) {
+  for (const int verbose : {0, 1, 2, -1, 0x100}) {
     world.fake_stream = true;
     log_.clear();
     const Listing listing(pattern(), verbose);
@@ -368,7 +375,7 @@ TEST_F(DirListFault, TakesAStreamWithoutAnyEntryForUnreadable) {
 TEST_F(DirListFault, TellsAReadErrorFromTheEndInSilence) {
   deliver({"a", "b", "c"}, DT_REG);
   world.readdirs = {.successes = 3, .error = EIO};
-  const Listing listing(pattern(), true);
+  const Listing listing(pattern(), 1);
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_THAT(listing.directories(), ElementsAre("."));
   EXPECT_THAT(listing.files(), ElementsAre("a", "b"));
@@ -384,7 +391,7 @@ TEST_F(DirListFault, DoesNotTakeAnEarlierErrorForAReadError) {
 
 TEST_F(DirListFault, IsSilentWithoutAWorkingDirectory) {
   world.getcwds = {.successes = 0, .error = ENOENT};
-  const Listing listing("./*", true);
+  const Listing listing("./*", 1);
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
   EXPECT_EQ(listing.full_path, nullptr);
   EXPECT_TRUE(listing.counts_are_unset());

@@ -22,6 +22,7 @@ struct Platform {
   const char *word = "apple";
   const char *home = nullptr;  // null: there is no such user
   bool environment_is_full = false;
+  const char *setting = nullptr;  // ZUL_ARCH beforehand
 };
 Platform platform;
 
@@ -58,6 +59,7 @@ void resolved(const Platform &on, Checks checks) {
   const auto child = run_in_child([&] {
     clearenv();
     platform = on;
+    if (on.setting) setenv("ZUL_ARCH", on.setting, 1);
     const LogCapture log;
     query_env_vars("kalmora");
     checks(log.text());
@@ -82,6 +84,13 @@ TEST(DirectoryResolve, PublishesADefaultWithoutAPlatformWord) {
               "\nZUL_ARCH environment variable not defined.\n"
               "Setting ZUL_ARCH to default value -- apple.\n");
     EXPECT_STREQ(TransportPaths, "/opt/zul/vemo32/machines/apple/ZUL/transports");
+  });
+}
+
+TEST(DirectoryResolve, PutsTheDefaultInPlaceOfAnotherSetting) {
+  resolved({.word = nullptr, .setting = "other"}, [](const std::string &) {
+    EXPECT_STREQ(Zul_arch, "apple");
+    EXPECT_STREQ(std::getenv("ZUL_ARCH"), "apple");
   });
 }
 

@@ -8,6 +8,7 @@
 #include <kalmora/helpers.hpp>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -48,6 +49,8 @@ struct Faults {
 };
 Faults faults;
 
+std::vector<std::size_t> allocated;  // bytes of every calloc
+
 // What the password database answers while it is replaced.
 struct Database {
   bool replaced = false;
@@ -80,6 +83,7 @@ int answer(passwd *entry, char *store, std::size_t size, passwd **found) {
 extern "C" {
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__wrap_calloc(std::size_t count, std::size_t size) {
+  allocated.push_back(count * size);
   return faults.calloc.strikes() ? nullptr : __real_calloc(count, size);
 }
 
@@ -291,6 +295,18 @@ TEST(DirectoryScan, FailsWithoutALeakWhicheverAllocationFails) {
   faults.calloc.arm(allocation_count + 1, ENOMEM);
   dirent **list = nullptr;
   EXPECT_EQ(scan(scratch, &list), file_count + 2);
+  our_freenamelist(list);
+}
+
+int is_visible(const dirent *entry) { return entry->d_name[0] != '.'; }
+
+TEST(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {
+  const ScratchDir scratch;
+  scratch.file("wing.dat");
+  allocated.clear();
+  dirent **list = nullptr;
+  EXPECT_EQ(our_scandir(scratch.path().c_str(), &list, is_visible, by_name), 1);
+  EXPECT_EQ(allocated, (std::vector<std::size_t>{257 * sizeof(void *), 8 + 1049}));
   our_freenamelist(list);
 }
 

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "internal/password.hpp"
+#include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
 namespace {
@@ -126,6 +127,7 @@ int __wrap_getpwnam_r(const char *user, passwd *entry, char *store, std::size_t 
 namespace {
 
 using qal::internal::PasswordEntry;
+using qal::test::LogCapture;
 using qal::test::ScratchDir;
 
 class PathFault : public testing::Test {
@@ -166,6 +168,17 @@ TEST_F(PathNormaliseFault, RefusesWhenMemoryIsShort) {
   faults.smallest_refused_block = path.size() + 64;
   EXPECT_EQ(-1, qal_get_norm_path(path.c_str(), out.data(), 256));
   EXPECT_STREQ("kept", out.data());
+}
+
+TEST_F(PathNormaliseFault, ReportsMissingMemoryUnderItsName) {
+  std::string path(100, 'a');
+  std::array<char, 256> out{};
+  const LogCapture log;
+  faults.smallest_refused_block = path.size() + 64;
+  EXPECT_EQ(-1, qal_get_norm_path(path.c_str(), out.data(), 256));
+  faults.smallest_refused_block = SIZE_MAX;
+  ASSERT_FALSE(log.lines().empty());
+  EXPECT_EQ("ERROR: qal_get_norm_path: Memory allocation failed.\n", log.lines().back());
 }
 
 TEST_F(PathNormaliseFault, AllocatesThePathAnd64Bytes) {

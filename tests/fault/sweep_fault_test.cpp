@@ -3,17 +3,23 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <qal/startup.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <kalmora/directories.hpp>
 #include <kalmora/sweep.hpp>
+#include <qal/identity.hpp>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <new>
 #include <set>
 #include <string>
@@ -26,6 +32,12 @@
 #include "record.hpp"
 #include "support/record_model.hpp"
 #include "support/sweep_world.hpp"
+
+// The tool's entry point under a name that can be called: what it hands to its sweeps cannot be
+// seen from outside.
+#define main tool_main
+#include "main.cpp"
+#undef main
 
 namespace {
 
@@ -68,6 +80,7 @@ struct Stage {
   bool listing_replaced = false;
   int listing_status = 0;
   const char *listing_names = nullptr;
+  std::function<void(const char *wildcard)> on_listing;
   std::set<void *> listing_outputs;  // not released yet
   // system calls
   std::vector<std::string> calls;
@@ -275,6 +288,7 @@ int __wrap_stat(const char *path, struct stat *info) {
 int __wrap_qal_dir_list(const char *pattern, char **full_path, int *directory_count,
                         char **directories, int *file_count, char **files, int verbose) {
   EXPECT_EQ(verbose, 0);
+  if (stage.on_listing) stage.on_listing(pattern);
   if (stage.listing_replaced) return fake_listing(full_path, directories, files);
   stage.listing_runs = true;
   const int status = __real_qal_dir_list(pattern, full_path, directory_count, directories,
@@ -723,6 +737,89 @@ TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
   EXPECT_TRUE(exists(foreign));
   EXPECT_TRUE(exists(record));
 }
+
+using Settings = std::map<std::string, std::string>;
+using Wildcards = std::vector<std::string>;
+
+// Enters the tool in a process of its own, whose directories list as empty.
+void enter_tool(const Settings &settings, char *name,
+                const std::function<void(const char *wildcard)> &on_listing) {
+  clearenv();
+  for (const auto &[setting, value] : settings) setenv(setting.c_str(), value.c_str(), 1);
+  stage.listing_replaced = true;
+  stage.on_listing = on_listing;
+  const int out = dup(STDOUT_FILENO);
+  char *argv[] = {name, nullptr};
+  EXPECT_EQ(tool_main(name ? 1 : 0, argv), 0);
+  dup2(out, STDOUT_FILENO);  // the tool had silenced it
+}
+
+void expect_sweeps(const Settings &settings, const Wildcards &expected) {
+  const auto result = qal::test::run_in_child([&] {
+    Wildcards listed;
+    char name[] = "kalmora-sweep";
+    enter_tool(settings, name, [&](const char *wildcard) { listed.emplace_back(wildcard); });
+    EXPECT_EQ(listed, expected);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+std::string resources_of(const std::string &home) {
+  return home + "/Library/Application Support/kalmora102/halix_server*.dat";
+}
+
+TEST(ToolEntry, SweepsTheResourcesAndThenTheTemporaryDirectory) {
+  expect_sweeps({{"ZUL_USER_HOMEDIR", "/h"}, {"TMPDIR", "/t"}},
+                {resources_of("/h"), "/t/halix_server*.dat"});
+}
+
+TEST(ToolEntry, SweepsTheResourcesAloneWithoutATemporaryDirectory) {
+  expect_sweeps({{"ZUL_USER_HOMEDIR", "/h"}}, {resources_of("/h")});
+}
+
+TEST(ToolEntry, SweepsTheRootForAnEmptyTemporaryDirectory) {
+  expect_sweeps({{"ZUL_USER_HOMEDIR", "/h"}, {"TMPDIR", ""}},
+                {resources_of("/h"), "/halix_server*.dat"});
+}
+
+TEST(ToolEntry, SweepsOneDirectoryTwiceWhenBothNamesMeanIt) {
+  const std::string resources = "/h/Library/Application Support/kalmora102";
+  expect_sweeps({{"ZUL_USER_HOMEDIR", "/h"}, {"TMPDIR", resources}},
+                {resources_of("/h"), resources_of("/h")});
+}
+
+// An empty directory would mean the root.
+TEST(ToolEntry, SkipsResourcesThatDidNotFit) {
+  for (const std::size_t length : {1000u, 1023u, 1024u, 5000u}) {
+    expect_sweeps({{"ZUL_USER_HOMEDIR", "/" + std::string(length - 1, 'h')}, {"TMPDIR", "/t"}},
+                  {"/t/halix_server*.dat"});
+  }
+}
+
+TEST(ToolEntry, SweepsTheResourcesOfAnEmptyHome) {
+  expect_sweeps({{"ZUL_USER_HOMEDIR", ""}}, {resources_of("")});
+}
+
+void expect_identity(char *name, const std::string &expected) {
+  const auto result = qal::test::run_in_child([&] {
+    std::string identity;
+    enter_tool({{"ZUL_USER_HOMEDIR", "/h"}}, name, [&](const char *) {
+      identity = QalIdentity::currentIdentity->getIdentityString();
+      EXPECT_TRUE(QalIdentity::currentIdentity->isProduct(1));
+      EXPECT_EQ(QalIdentity::currentIdentity->getVersionString(), nullptr);
+      EXPECT_STREQ(App_home_directory, "/usr/local/ZUL/kalmora102");
+    });
+    EXPECT_EQ(identity, expected);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(ToolEntry, PublishesTheIdentityOfTheFamilysClientWithoutAVersion) {
+  char name[] = "/opt/bin/sweep";
+  expect_identity(name, "[/opt/bin/sweep] Kalmora Client");
+}
+
+TEST(ToolEntry, TakesAMissingNameForAnEmptyOne) { expect_identity(nullptr, "[] Kalmora Client"); }
 
 TEST_F(SweepMemory, ShortageEndsTheSweepWithoutHarm) {
   const auto count_left = [this] { return qal::test::names_in(world_.temporary()).size(); };

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/platform.hpp"
+#include "support/log_capture.hpp"
 
 namespace {
 
@@ -125,6 +126,12 @@ TEST_F(SystemFigures, KeepMemoryWithinAnInt) {
 }
 
 TEST_F(SystemFigures, ReportThatPhysicalMemoryIsRefused) { EXPECT_EQ(ask(1), refused); }
+
+TEST_F(SystemFigures, ReportPastTheLogger) {
+  const qal::test::LogCapture log;
+  for (const int query : {1, 5, 7, 8, 9, 10}) ask(query);
+  EXPECT_EQ(log.text(), "");
+}
 
 TEST_F(SystemFigures, TellAnUnknownResidentSizeByMinusOneInSilence) {
   EXPECT_EQ(ask(7), answered(-1));

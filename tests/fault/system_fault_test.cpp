@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/log_capture.hpp"
 
 namespace {
 
@@ -252,6 +253,14 @@ TEST_F(SystemVersion, ReportsAToolThatCannotBeStarted) {
                                     "error: qal_get_osx_ver() can't run command to get OS version: "
                                     "</usr/bin/sw_vers>\n"}));
   EXPECT_EQ(version_tool.closed, 0);
+}
+
+TEST_F(SystemVersion, ReportsPastTheLogger) {
+  const qal::test::LogCapture log;
+  ask_version("nothing");
+  version_tool.starts = false;
+  ask_version();
+  EXPECT_EQ(log.text(), "");
 }
 
 TEST_F(SystemVersion, ClosesThePipeOnce) {

@@ -380,7 +380,7 @@ ChildResult SweepWorld::run_tool(const ToolStart &start) const {
   const auto envp = pointers_to(settings);
   const auto argv = pointers_to(arguments);
   const ScratchDir streams;
-  const int numbers[3] = {open_or_throw("/dev/null", O_RDONLY),
+  const int numbers[3] = {open_or_throw(streams / "in", O_RDONLY | O_CREAT),
                           open_or_throw(streams / "out", O_WRONLY | O_CREAT),
                           open_or_throw(streams / "err", O_WRONLY | O_CREAT)};
   const pid_t pid = fork();

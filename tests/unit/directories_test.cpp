@@ -1,6 +1,7 @@
 // Directory resolution, each case in a child process with an environment of its own.
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <qal/logger.h>
 #include <unistd.h>
 #include <kalmora/directories.hpp>
 #include <qal/identity.hpp>
@@ -321,6 +322,38 @@ TEST(DirectoryResolve, DoesNothingTheSecondTime) {
     EXPECT_STREQ(App_resource_directory, "Library/Application Support/kalmora102");
     EXPECT_STREQ(User_home_directory, "/First");
     EXPECT_EQ(log.text(), "");
+  });
+}
+
+void ask_again(void *lines, const char *, ...) {
+  ++*static_cast<int *>(lines);
+  query_env_vars("pellum");
+}
+
+TEST(DirectoryResolve, DoesNothingWhenAskedAgainMeanwhile) {
+  in_child({{"TMPDIR", "/no/such/place"}}, [] {
+    int lines = 0;
+    qal_logger_init(&lines, ask_again, nullptr, nullptr);
+    resolve();
+    qal_logger_done();
+    EXPECT_EQ(lines, 2);
+    EXPECT_STREQ(App_resource_directory, "Library/Application Support/kalmora102");
+  });
+}
+
+TEST(DirectoryResolve, LeavesNothingOfWhatATextHeldBefore) {
+  const Settings settings{{"ZUL_HOME", path_of(1023)},
+                          {"ZUL_USER_HOMEDIR", path_of(1024)},
+                          {"TRANSPORT_DIR", path_of(1024)},
+                          {"LAUNCH_CONFIG_DIR", path_of(1024)}};
+  in_child(settings, [&] {
+    for (char *const text : {Zul_home_directory, App_home_directory, App_site_preferences_directory,
+                             Vemo_home_directory, Zul_arch, User_home_directory,
+                             User_resource_directory, TransportPaths, LaunchConfigPaths}) {
+      std::fill_n(text, 79, '#');
+    }
+    resolve();
+    expect_model(settings);
   });
 }
 

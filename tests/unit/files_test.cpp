@@ -191,6 +191,23 @@ TEST(FilesCheck, AnExistingFileIsUsableWithTheQuestionAndStaysAsItIs) {
   EXPECT_EQ(read_file(path), "content");
 }
 
+// Deliberate: only the bits refuse a directory; without them it can be written like a file.
+TEST(FilesCheck, AWritableDirectoryIsUsableWithTheQuestionWithoutTheBits) {
+  const ScratchDir scratch;
+  int usable = -1;
+  EXPECT_EQ(
+      log_of_check(scratch.path(), for_writing, 1, usable),
+      Lines{"ERROR: File '" + scratch.path() + "' already exists.\n Okaying will overwrite it."});
+  EXPECT_EQ(usable, 1);
+}
+
+TEST(FilesCheck, WhatIsNoRegularFileIsRefusedForWritingToo) {
+  int usable = -1;
+  EXPECT_EQ(log_of_check("/dev/null", for_writing | refuse_irregular, 1, usable),
+            Lines{"ERROR: File '/dev/null' is not a regular file."});
+  EXPECT_EQ(usable, 0);
+}
+
 TEST(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
   const ScratchDir scratch;
   const auto path = scratch.file("closed");
@@ -1057,6 +1074,16 @@ TEST(FilesRename, ByCopyingANewFileTakesThePlace) {
   EXPECT_EQ(names_in(scratch.path()), (Lines{"to", "witness"}));
   EXPECT_EQ(read_file(scratch / "to"), patterned(50000));
   EXPECT_FALSE(fs::equivalent(scratch / "to", scratch / "witness"));
+}
+
+TEST(FilesRename, OtherFlagsChangeNothing) {
+  const ScratchDir scratch;
+  const auto from = scratch.file("from", "new");
+  const auto to = scratch.file("to", "old");
+  EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), 0xffffffff), QAL_STATUS_EXISTS);
+  EXPECT_EQ(read_file(from), "new");
+  EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), 0x1), QAL_STATUS_OK);
+  EXPECT_EQ(read_file(to), "new");
 }
 
 TEST(FilesRename, ByCopyingAnExistingNameIsKeptAndNothingChanges) {

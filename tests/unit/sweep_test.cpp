@@ -294,6 +294,23 @@ TEST_F(SweepRecords, FollowsALinkToReadAndDeletesTheLink) {
   EXPECT_EQ(read_file(target), malformed);
 }
 
+TEST_F(SweepRecords, LeavesALinkToADirectoryAlone) {
+  const auto path = world_.temporary() + "/halix_server1.dat";
+  ASSERT_EQ(symlink(world_.home().c_str(), path.c_str()), 0);
+  sweep();
+  EXPECT_EQ(names_in(world_.temporary()), std::vector{"halix_server1.dat"s});
+}
+
+// What the sweep itself meets it keeps to itself; the listing has a message for such an entry.
+TEST_F(SweepRecords, LeavesALinkToNothingAloneAndOnlyTheListingSpeaksOfIt) {
+  const auto path = world_.temporary() + "/halix_server1.dat";
+  ASSERT_EQ(symlink((world_.root() + "/missing").c_str(), path.c_str()), 0);
+  const qal::test::LogCapture log;
+  sweep();
+  EXPECT_EQ(names_in(world_.temporary()), std::vector{"halix_server1.dat"s});
+  EXPECT_EQ(log.text(), "ERROR: qal_dir_list: couldn't get info on '" + path + "'");
+}
+
 TEST_F(SweepRecords, PassesOverNamesThatLeadElsewhere) {
   world_.directory("tmp/halix_server");
   world_.directory("victim");

@@ -159,6 +159,17 @@ TEST_F(TempMemAlloc, ComparesAQuarterWithTheRoundedRequest) {
   EXPECT_EQ(Tmem_InUse->size, 100);
 }
 
+TEST_F(TempMemAlloc, ComparesAQuarterInDoublePrecision) {
+  // A quarter of this is one byte above the request, which double precision cannot tell apart.
+  constexpr int64_t request = int64_t{1} << 60;
+  int block = 0;
+  QalTempSegment segment{4 * request + 4, 0, &block, nullptr};
+  Tmem_Avail = &segment;
+  EXPECT_EQ(qal_temp_mem_alloc(request), &block);
+  EXPECT_EQ(Tmem_InUse, &segment);
+  Tmem_InUse = Tmem_Avail = nullptr;
+}
+
 TEST_F(TempMemRelease, FindsOnlyBlocksInUse) {
   const LogCapture log;
   int unknown = 0;
@@ -195,6 +206,15 @@ TEST_F(TempMemRelease, KeepsSizesAscendingAndTheLatestOfEqualOnesFirst) {
   void *e = qal_temp_mem_alloc(400);
   for (void *block : {a, b, c, d, e}) EXPECT_EQ(qal_temp_mem_release(block), 0);
   EXPECT_THAT(blocks(Tmem_Avail), ElementsAre(b, d, c, a, e));
+}
+
+TEST_F(TempMemRelease, OrdersAGrownBlockByWhatItHasNow) {
+  void *grown = qal_temp_mem_alloc(100);
+  void *other = qal_temp_mem_alloc(200);
+  qal_temp_mem_release(other);
+  grown = qal_temp_mem_resize(grown, 300);
+  qal_temp_mem_release(grown);
+  EXPECT_THAT(blocks(Tmem_Avail), ElementsAre(other, grown));
 }
 
 TEST_F(TempMemRelease, TakesBlocksFromAnyPlaceOfTheList) {

@@ -165,6 +165,20 @@ TEST(TextClass, CountsNoLetterWithoutACaseAsAlphabetic) {
   EXPECT_EQ(qal_isalnum(ko_kai), 0);
 }
 
+TEST(TextClass, KnowsBlanksOfItsOwnInEveryLocale) {
+  const ScratchDir scratch;
+  const std::string source = scratch.file("no_break_space_is_blank",
+                                          "comment_char %\nescape_char /\n"
+                                          "LC_CTYPE\nspace <U0020>;<U0009>;<U00A0>\n"
+                                          "blank <U0020>;<U0009>;<U00A0>\nEND LC_CTYPE\n");
+  const TestLocale locale{source, "ISO-8859-2"};
+  if (!locale.is_set()) GTEST_SKIP() << "no such locale";
+  constexpr int no_break_space = 0xa0;
+  ASSERT_TRUE(std::isblank(no_break_space));
+  EXPECT_EQ(qal_isblank(no_break_space), 0);
+  expect_classes_of_the_locale();
+}
+
 TEST(TextCase, ConvertsCharactersBelow128) {
   for (unsigned c = 0; c < 128; ++c) {
     ASSERT_EQ(qal_toupper(c), static_cast<unsigned>(std::toupper(static_cast<int>(c))));

@@ -167,8 +167,8 @@ class PathMatcher {
   // Tries what follows a star at each place that the star allows. Leaves the cursor at the next
   // star when that is all that could be reached.
   //
-  // Under the trailing slash tolerance the places after the leftmost one that reached the next star
-  // matter too: an attempt that begins later may run into the end of the string and match there.
+  // Under the trailing slash tolerance a later place counts even when an earlier one has led to the
+  // next star: the attempt from there may run into the end of the string and match.
   Outcome search(Cursor &cursor) const {
     const Byte anchor = first_literal(cursor.pattern);
     Cursor leftmost{nullptr, nullptr};

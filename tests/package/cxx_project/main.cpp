@@ -1,7 +1,7 @@
 // A stranger's C++ program: the library, the identity and the program-level half together.
+#include <qal/qal.h>
 #include <kalmora/kalmora.hpp>
 #include <qal/identity.hpp>
-#include <qal/qal.h>
 
 #include <cstdio>
 #include <cstring>
