@@ -2,8 +2,8 @@
  *  Shell commands whose input or output the caller holds as a stream
  *  (utils/libsrc/qal_io/pipe.cpp).
  *
- *  Standard output and error are flushed before a command starts, and no descriptor of another pipe
- *  of this area reaches it. Any thread may start commands. */
+ *  The streams are the caller's, and their descriptors are not passed on to programs: a command
+ *  sees the pipe it is started with and no other of this area. Any thread may start commands. */
 #ifndef QAL_PIPE_H
 #define QAL_PIPE_H
 
@@ -18,22 +18,31 @@ extern "C" {
 
 /** Runs "/bin/sh -c command" in a process group of its own.
  *
+ *  Standard output and error are flushed first. The command keeps the caller's signal mask, ignored
+ *  signals, directory and environment.
+ *
+ *  @param command borrowed.
  *  @param mode    begins with "r" to read what the command writes to its standard output and error,
  *                 merged, or with "w" to write what it reads; the whole text is handed to `fdopen`.
  *  @param pid_out receives the command's process id, which is also its group's; -1 when nothing was
  *                 started.
- *  @return the stream, to be closed with `fclose` before the command is waited for with `waitpid`;
- *          or null when an argument is null, for any other mode, and when the system refuses a
- * pipe, a process (told on standard error) or a stream.
+ *  @return the stream, to be closed with `fclose` before the command is waited for with `waitpid`.
+ *          Null when an argument is null, for any other mode, and when the system refuses a pipe or
+ *          a process (the latter is told on standard error). Null with a process id above 0 when it
+ *          refuses the stream: the command runs, with its end of the pipe closed, and is still to
+ *          be waited for.
  *  @warning Should the shell not start, this function returns null a second time, in the child,
- * with a process id of 0: a caller that sees that must `_exit`. */
+ *           with a process id of 0: a caller that sees that must `_exit`. */
 QAL_API FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out);
 
 /** The platform's popen, pclose, fgets, fread, fwrite and feof, for callers that want one family of
- *  names. qal_pipe_pclose is for streams of qal_pipe_popen alone. */
+ *  names.
+ *
+ *  qal_pipe_pclose is for streams of qal_pipe_popen alone; the others take either kind. Null
+ *  arguments give null and -1 in these two. */
 QAL_API FILE *qal_pipe_popen(const char *command, const char *mode);
 QAL_API int qal_pipe_pclose(FILE *stream);
-/** @param size room in `buffer`; beyond what an int holds it counts as the largest int. */
+/** @param size bytes of room in `buffer`; beyond what an int holds it counts as the largest int. */
 QAL_API char *qal_pipe_fgets(char *buffer, uint32_t size, FILE *stream);
 QAL_API size_t qal_pipe_fread(void *buffer, size_t item_size, size_t count, FILE *stream);
 QAL_API size_t qal_pipe_fwrite(const void *buffer, size_t item_size, size_t count, FILE *stream);

@@ -119,7 +119,10 @@ FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out) {
 }
 
 FILE *qal_pipe_popen(const char *command, const char *mode) {
-  return command && mode ? popen(command, mode) : nullptr;
+  std::FILE *const stream = command && mode ? popen(command, mode) : nullptr;
+  // A command started later would keep this one's input open.
+  if (stream) fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
+  return stream;
 }
 
 int qal_pipe_pclose(FILE *stream) { return stream ? pclose(stream) : -1; }
