@@ -2,8 +2,9 @@
  *  Compressed blocks in a stream: the library's pair (utils/libsrc/qal_zlib.cpp).
  *
  *  A block is a 9-byte header and a zlib stream. The header holds the uncompressed size and the
- * size of the zlib stream, each as four bytes, the lowest first, and a zero byte. Blocks may follow
- * one another. What this pair writes, the pair of <kalmora/blocks.hpp> reads, and the reverse.
+ *  size of the zlib stream, each as four bytes, the lowest first, and a zero byte. Blocks may
+ *  follow one another. What this pair writes, the pair of <kalmora/blocks.hpp> reads, and the
+ *  reverse.
  *
  *  The stream must be seekable and not in append mode: the writer comes back to the header once it
  *  knows the compressed size. Sizes are below 4 GiB. Different streams may be used by different
@@ -21,11 +22,11 @@ extern "C" {
 #endif
 
 /** Bytes that qal_fread_zlib has met so far, uncompressed and compressed: every block whose size
- * was the one asked for counts, writing does not. A host may read and reset them. */
+ *  was the one asked for counts, writing does not. A host may read and reset them. */
 QAL_API extern uint64_t zlib_io_in_bytes, zlib_io_out_bytes;
 
 /** Writes `size` times `count` bytes as one block at the stream's position, at zlib's default
- * level.
+ *  level.
  *
  *  @return the uncompressed size in bytes; 0 with nothing written for a size of 4 GiB or more and
  *          for null arguments; 0 with a header left in the stream when the compressor cannot start
