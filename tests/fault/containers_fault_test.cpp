@@ -29,6 +29,7 @@
 
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
+#include "support/threads.hpp"
 
 namespace {
 
@@ -118,6 +119,7 @@ namespace {
 
 using qal::test::LogCapture;
 using qal::test::run_in_child;
+using qal::test::Unwinding;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Made = std::vector<std::string>;
@@ -380,6 +382,7 @@ struct CancelledAllocation {
 
 // Asks for its own cancellation in the middle of making a chunk.
 void *allocate_and_be_cancelled(void *argument) {
+  const Unwinding unwinding;
   auto &work = *static_cast<CancelledAllocation *>(argument);
   calls.on_malloc = [] {
     pthread_cancel(pthread_self());
