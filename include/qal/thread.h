@@ -46,7 +46,8 @@ typedef struct QalThreadSema {
 
 /** Sets the thread table up and makes the calling thread the main thread, index 0.
  *
- *  Forgets every thread started before. For the start-up of a process, while no other thread runs.
+ *  For the start-up of a process, while no other thread runs. Threads that were started before lose
+ *  their index; they can still be joined as long as it is not handed out again.
  *  @return 0, or what qal_thread_init_sys answered when that is not 0; the index key is then not
  *          made and no thread should be created. */
 QAL_API int qal_thread_init(void);
@@ -86,8 +87,8 @@ QAL_API int qal_thread_create(int *index_out, QalThreadRoutine routine, void *ar
 /** Waits for a thread to end and frees its slot.
  *
  *  @param index      the thread's index, by address.
- *  @param result_out null, or receives the routine's result; -1 when it was cancelled, or never
- *                    started.
+ *  @param result_out null, or receives the routine's result: -1 when it was cancelled or could not
+ *                    be started, 0 when the index was never handed out.
  *  @return 0; or -1 for an index outside the table, and for a slot without a thread to wait for:
  *          the result is still handed over and the slot freed, except slot 0, the main thread's.
  *  @note One thread joins an index, once. What the thread wrote before its end is visible to the
@@ -100,11 +101,13 @@ QAL_API int qal_thread_join(const int *index, int *result_out);
  *  @return 0, or -1 for an index outside the table or a slot without a thread. */
 QAL_API int qal_thread_cancel(const int *index);
 
-/** The platform calls behind qal_thread_create, _join and _cancel: start a thread on
- *  qal_thread_start_void with `index` as its argument; wait for a handle; cancel a handle.
- *  @return 0 or -1. */
+/** The platform call behind qal_thread_create: a thread that runs qal_thread_start_void with
+ *  `index` as its argument. No slot is claimed.
+ *  @param handle_out receives the thread's handle; untouched on failure. */
 QAL_API int qal_thread_create_sys(QalThreadHandle *handle_out, int index);
+/** The platform call behind qal_thread_join. */
 QAL_API int qal_thread_join_sys(QalThreadHandle handle);
+/** The platform call behind qal_thread_cancel. */
 QAL_API int qal_thread_cancel_sys(QalThreadHandle handle);
 
 /** What a new thread runs first: takes `index`, a pointer-sized integer, as the calling thread's
@@ -133,24 +136,36 @@ QAL_API void *qal_thread_getspecific(QalThreadKey key);
 /** @name Mutexes
  *  Not recursive; unlocked by the thread that locked them. */
 /**@{*/
+/** Makes a mutex. */
 QAL_API int qal_thread_mutex_init(QalThreadMutex *m);
+/** Ends a mutex that nobody holds. */
 QAL_API int qal_thread_mutex_destroy(QalThreadMutex *m);
+/** Waits until the mutex is free and takes it. */
 QAL_API int qal_thread_mutex_lock(QalThreadMutex *m);
-/** @return 0 with the mutex locked, 1 when somebody else holds it, -1 on failure. */
+/** Takes the mutex if it is free.
+ *  @return 0 with the mutex locked, 1 when somebody holds it, the caller included, -1 on failure.
+ */
 QAL_API int qal_thread_mutex_trylock(QalThreadMutex *m);
+/** Gives the mutex back. */
 QAL_API int qal_thread_mutex_unlock(QalThreadMutex *m);
 /**@}*/
 
 /** @name Condition variables
  *  A wait may also end without a signal: test what is waited for in a loop. */
 /**@{*/
+/** Makes a condition variable. */
 QAL_API int qal_thread_cond_init(QalThreadCond *c);
+/** Ends a condition variable that nobody waits for. */
 QAL_API int qal_thread_cond_destroy(QalThreadCond *c);
+/** Wakes every waiting thread. */
 QAL_API int qal_thread_cond_broadcast(QalThreadCond *c);
+/** Wakes one waiting thread, if there is any. */
 QAL_API int qal_thread_cond_signal(QalThreadCond *c);
-/** Gives the mutex back while it waits and holds it again when it returns. Cancellation point. */
+/** Waits for a signal: gives the mutex back meanwhile and holds it again when it returns.
+ *  Cancellation point. */
 QAL_API int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m);
-/** Waits until a signal, or until so many seconds of the wall clock (qal_time_get) have passed.
+/** Waits until a signal, or until so many seconds of the wall clock (qal_time_get) have passed. The
+ *  mutex is held again in any case. Cancellation point.
  *
  *  @param seconds not a number counts as 0. A whole part beyond 32 bits is clamped to them. A
  *         negative time lies in the past.
@@ -169,9 +184,10 @@ QAL_API int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float
  *  permits, use a mutex and a condition variable. */
 /**@{*/
 
-/** @return 0, or -1 when the mutex or the condition cannot be made; nothing is then left behind. */
+/** Makes a semaphore with `initial` permits; a negative number is a debt that releases pay first.
+ *  @return 0, or -1 when the mutex or the condition cannot be made; nothing is then left behind. */
 QAL_API int qal_thread_sema_init(QalThreadSema *s, int initial);
-/** For a semaphore that nobody uses any more. */
+/** Ends a semaphore that nobody uses any more. What the platform says to that is overlooked. */
 QAL_API int qal_thread_sema_destroy(QalThreadSema *s);
 /** Takes a permit, waiting for it if need be. Cancellation point: a cancelled wait gives its place
  *  back and lets the others pass if they now may. */

@@ -47,7 +47,7 @@ struct Unwinding {
 // Ends the process when the case hangs.
 class Watchdog {
  public:
-  Watchdog() { alarm(240); }
+  Watchdog() { alarm(1200); }
   ~Watchdog() { alarm(0); }
   Watchdog(const Watchdog &) = delete;
   Watchdog &operator=(const Watchdog &) = delete;

@@ -738,17 +738,17 @@ TEST_F(ThreadSema, LetsItsOneWaiterPass) {
 }
 
 TEST_F(ThreadSema, LetsAllWaitersPassTogetherWithTheLastRelease) {
-  for (const int waiters : {2, 3, 8}) {
+  for (const int blocked : {2, 3, 8}) {
     Sema sema(0);
-    sema.block(waiters);
-    for (int left = waiters - 1; left > 0; --left) {
+    sema.block(blocked);
+    for (int left = blocked - 1; left > 0; --left) {
       sema.release(1);
       EXPECT_EQ(sema.count(), -left);
-      EXPECT_EQ(sema.waiters(), waiters);
+      EXPECT_EQ(sema.waiters(), blocked);
       EXPECT_EQ(sema.passed(), 0);
     }
     sema.release(1);
-    for (int i = 0; i < waiters; ++i) EXPECT_EQ(sema.worker(i).join(), 0);
+    for (int i = 0; i < blocked; ++i) EXPECT_EQ(sema.worker(i).join(), 0);
     EXPECT_EQ(sema.count(), 0);
     EXPECT_EQ(sema.waiters(), 0);
   }
@@ -823,25 +823,28 @@ TEST_F(ThreadSema, LetsTheOthersPassWhenACancelledWaiterWasTheLastOneOwed) {
   }
 }
 
+constexpr int waiters = 64;
+constexpr int rounds = repetitions(1'000);
+
 TEST_F(ThreadSema, LetsNobodyPassWithoutAPermit) {
   Sema sema(0);
   std::atomic<int> released{0};
   std::atomic<int> passed{0};
   Worker releaser([&] {
     // Each group is released only once it is complete, so no newcomer joins it on its way out.
-    for (int round = 1; round <= repetitions(2'000); ++round) {
-      await([&sema] { return sema.waiters() == 16; });
-      for (int i = 0; i < 16; ++i) {
+    for (int round = 1; round <= rounds; ++round) {
+      await([&sema] { return sema.waiters() == waiters; });
+      for (int i = 0; i < waiters; ++i) {
         ++released;
         sema.release(1);
       }
-      await([&passed, round] { return passed == 16 * round; });
+      await([&passed, round] { return passed == waiters * round; });
     }
     return 0;
   });
-  run_together(16, [&](int) {
-    for (int round = 0; round < repetitions(2'000); ++round) {
-      await([&passed, round] { return passed >= 16 * round; });
+  run_together(waiters, [&](int) {
+    for (int round = 0; round < rounds; ++round) {
+      await([&passed, round] { return passed >= waiters * round; });
       EXPECT_EQ(qal_thread_sema_wait(&sema.platform), 0);
       EXPECT_LE(++passed, released);
     }
