@@ -247,6 +247,16 @@ TEST_F(HashFind, ComparesAllBytesOfTheKey) {
   EXPECT_EQ(found(table, 0, "A\0c"), std::nullopt);
 }
 
+TEST_F(HashFind, ComparesAllBytesOfKeysOfEight) {
+  const Table table = new_table(1, 8, 5);
+  add(table, 0, "12345678", "first");
+  for (const char *const other : {"x2345678", "1234x678", "1234567x"}) {
+    EXPECT_EQ(found(table, 0, other), std::nullopt);
+  }
+  EXPECT_EQ(found(table, 0, "12345678"), "first");
+  EXPECT_EQ(qal_hash_find(table.get(), 0, nullptr, nullptr), 0);
+}
+
 TEST_F(HashFind, LooksIntoItsSlotOnly) {
   const Table table = new_table();
   add(table, 0, "abc", "first");
@@ -663,8 +673,9 @@ TEST_F(HashSlotTraverse, PrintsNothingOutsideTheTable) {
 class HashModel {
  public:
   explicit HashModel(unsigned seed) : random_(seed) {
-    const auto key_size = static_cast<int32_t>(seed % 4);
-    const auto data_size = static_cast<int32_t>(seed / 4 % 3);
+    constexpr std::array<int32_t, 6> key_sizes{0, 1, 3, 7, 8, 9};
+    const int32_t key_size = key_sizes[seed % key_sizes.size()];
+    const auto data_size = static_cast<int32_t>(seed / key_sizes.size() % 3);
     for (std::size_t i = 0; i < 2; ++i) {
       tables_[i] = new_table(slot_count, key_size, data_size, static_cast<uint32_t>(i),
                              static_cast<int32_t>(seed % 5 + i + 1));
@@ -703,10 +714,11 @@ class HashModel {
   static constexpr std::size_t slot_count = 5;
   using Slots = std::array<std::optional<Records>, slot_count>;
 
-  // Few letters, so that equal keys meet.
+  // Few texts, so that equal keys meet, which differ in the first byte or in the last.
   std::string text(int32_t size) {
     std::string bytes(static_cast<std::size_t>(size), '\0');
-    for (char &byte : bytes) byte = static_cast<char>(random_() % 3);
+    if (bytes.empty()) return bytes;
+    (random_() % 2 ? bytes.front() : bytes.back()) = static_cast<char>(random_() % 3);
     return bytes;
   }
 

@@ -49,14 +49,32 @@ void copy_bytes(void *to, const void *from, std::size_t size) {
   if (size > 0 && to) std::memcpy(to, from, size);
 }
 
-// The first record of the list with that key, or none.
-void *find_record(const QalHash &table, const QalList *list, const void *key) {
-  const std::size_t size = key_bytes(table);
-  if (!key && size > 0) return nullptr;
+template <typename Matches>
+void *first_record(const QalList *list, const Matches &matches) {
   for (void *record = qal_list_first(list); record; record = qal_list_next(record)) {
-    if (size == 0 || std::memcmp(record, key, size) == 0) return record;
+    if (matches(record)) return record;
   }
   return nullptr;
+}
+
+std::uint64_t word_at(const void *bytes) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
+
+// The first record of the list with that key, or none. Ids and pairs, the keys of eight bytes, are
+// compared as one word.
+void *find_record(const QalHash &table, const QalList *list, const void *key) {
+  const std::size_t size = key_bytes(table);
+  if (size == 0) return qal_list_first(list);
+  if (!key) return nullptr;
+  if (size == sizeof(std::uint64_t)) {
+    const std::uint64_t word = word_at(key);
+    return first_record(list, [=](const void *record) { return word_at(record) == word; });
+  }
+  return first_record(list,
+                      [=](const void *record) { return std::memcmp(record, key, size) == 0; });
 }
 
 void drop_record(QalHash &table, QalList *list, void *record) {
