@@ -43,6 +43,7 @@ struct Calls {
   std::vector<QalThreadMutex *> mutexes_made;
   std::vector<QalThreadMutex *> mutexes_ended;
   bool unlock_fails = false;
+  bool init_fails = false;
 } calls;
 
 // "malloc qal_hash_create 75 qal_hash", and the same for a free without the label.
@@ -95,7 +96,8 @@ void __wrap_qal_free(void *block, int line, const char *file) {
 
 int __wrap_qal_thread_mutex_init(QalThreadMutex *mutex) {
   calls.mutexes_made.push_back(mutex);
-  return __real_qal_thread_mutex_init(mutex);
+  const int status = __real_qal_thread_mutex_init(mutex);
+  return calls.init_fails ? -1 : status;
 }
 
 int __wrap_qal_thread_mutex_destroy(QalThreadMutex *mutex) {
@@ -205,6 +207,16 @@ TEST(UidStartFault, TriesAgainAfterATableThatCouldNotBeMade) {
     EXPECT_EQ(first, 3U);
     EXPECT_EQ(second, 4U);
     EXPECT_EQ(qal_uid_find(5, &first, &second), 4);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+TEST(UidStartFault, AnswersWhatMakingTheMutexAnswered) {
+  const auto result = run_in_child([] {
+    calls.init_fails = true;
+    EXPECT_EQ(qal_uid_init(), -1);
+    EXPECT_EQ(qal_uid_new(1, 2), 1U);
+    EXPECT_EQ(qal_uid_find(1, nullptr, nullptr), 0);
   });
   EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
@@ -441,6 +453,21 @@ TEST_F(PlistFault, HasNoPoolsWhenOneOfThemCannotBeMade) {
     EXPECT_EQ(qal_plist_alloc(), nullptr);
     EXPECT_EQ(qal_plist_pool_destroy(), 0);
   }
+}
+
+// Deliberate: a second set-up forgets the first before it knows of its own success. In a child,
+// whose leak nobody misses.
+TEST_F(PlistFault, HasNoPoolsAfterASecondSetUpThatFailed) {
+  const auto result = run_in_child([] {
+    for (const int failing : {1, 2}) {
+      EXPECT_EQ(qal_plist_pool_create(4, 4), 0);
+      fail_at(failing);
+      EXPECT_EQ(qal_plist_pool_create(4, 4), 2);
+      EXPECT_EQ(qal_plist_create(), nullptr);
+      EXPECT_EQ(qal_plist_alloc(), nullptr);
+    }
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST_F(PlistFault, GivesNoListAndNoNodeWithoutMemory) {
