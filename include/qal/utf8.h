@@ -1,8 +1,9 @@
 /** @file
  *  UTF-8, code points and the products' old symbol font (utils/libsrc/qal_utf8.cpp; the font's
- * table is in qal_symbol_font.cpp).
+ *  table is in qal_symbol_font.cpp).
  *
- *  The native encoding of the platforms of today is UTF-8, so texts are only copied. */
+ *  The native encoding of the platforms of today is UTF-8, so texts are only copied. Nothing here
+ *  keeps a state: any thread may call it. Characters take pointers that are not null. */
 #ifndef QAL_UTF8_H
 #define QAL_UTF8_H
 
@@ -22,11 +23,11 @@ QAL_API uint32_t qal_kalmora_symbol_to_unicode(int32_t code);
 /** Reads one character.
  *
  *  @param bytes text of at least one byte; a byte is looked at only if the one before called for
- * it, so nothing is read past a terminating NUL.
+ *               it, so nothing is read past a terminating NUL.
  *  @param out   receives the decoded value. For more than one byte that is not the character's code
  *               point: only the upper payload bits of the sequence and the top two bits of its last
  *               byte count, so C3 A9 gives U+00C0. A byte that begins no whole sequence gives
- * itself.
+ *               itself.
  *  @return the bytes consumed, 1 to 4. */
 QAL_API int qal_char_utf8_to_unicode(const unsigned char *bytes, uint32_t *out);
 
