@@ -1,0 +1,401 @@
+// Commands that the operating system does not start as asked. The calls below are replaced at link
+// time; each passes through unless a test says which of them is to fail. Forked processes take the
+// plan along.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <qal/pipe.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "support/child.hpp"
+
+namespace {
+
+// Which of the calls to one function fail, and how.
+struct Fault {
+  int error = EIO;
+  int first = 1;           // the first call that fails, counted from 1
+  int how_many = 1 << 30;  // and how many from there on
+  int calls = 0;
+
+  bool strikes() {
+    ++calls;
+    if (calls < first || calls - first >= how_many) return false;
+    errno = error;
+    return true;
+  }
+};
+
+std::map<std::string_view, Fault> faults;
+std::size_t most_bytes = SIZE_MAX;  // that one write moves
+bool tell_arguments = false;        // have execlp write them to standard error
+
+enum class Grouping { by_both, by_parent, by_child };
+Grouping grouping = Grouping::by_both;
+
+bool refused(std::string_view call) {
+  const auto fault = faults.find(call);
+  return fault != faults.end() && fault->second.strikes();
+}
+
+}  // namespace
+
+extern "C" {
+int __real_pipe2(int *ends, int flags);
+pid_t __real_fork();
+int __real_dup(int descriptor);
+std::FILE *__real_fdopen(int descriptor, const char *mode);
+int __real_fcntl(int descriptor, int command, ...);
+ssize_t __real_write(int descriptor, const void *bytes, std::size_t size);
+int __real_setpgid(pid_t process, pid_t group);
+
+int __wrap_pipe2(int *ends, int flags) { return refused("pipe2") ? -1 : __real_pipe2(ends, flags); }
+
+pid_t __wrap_fork() { return refused("fork") ? -1 : __real_fork(); }
+
+int __wrap_dup(int descriptor) { return refused("dup") ? -1 : __real_dup(descriptor); }
+
+std::FILE *__wrap_fdopen(int descriptor, const char *mode) {
+  return refused("fdopen") ? nullptr : __real_fdopen(descriptor, mode);
+}
+
+// Only commands that take a number are passed on.
+int __wrap_fcntl(int descriptor, int command, ...) {
+  std::va_list arguments;
+  va_start(arguments, command);
+  const int argument = va_arg(arguments, int);
+  va_end(arguments);
+  if (command == F_DUPFD_CLOEXEC && refused("fcntl")) return -1;
+  return __real_fcntl(descriptor, command, argument);
+}
+
+ssize_t __wrap_write(int descriptor, const void *bytes, std::size_t size) {
+  if (refused("write")) return -1;
+  return __real_write(descriptor, bytes, std::min(size, most_bytes));
+}
+
+int __wrap_setpgid(pid_t process, pid_t group) {
+  if (grouping == (process == 0 ? Grouping::by_parent : Grouping::by_child)) {
+    errno = EACCES;
+    return -1;
+  }
+  return __real_setpgid(process, group);
+}
+
+int __wrap_execlp(const char *file, const char *argument, ...) {
+  std::vector<char *> all;
+  std::va_list arguments;
+  va_start(arguments, argument);
+  for (const char *next = argument; next; next = va_arg(arguments, const char *))
+    all.push_back(const_cast<char *>(next));
+  va_end(arguments);
+  if (tell_arguments) {
+    std::string text = file;
+    for (const char *one : all) text.append("|").append(one);
+    text += "\n";
+    if (__real_write(STDERR_FILENO, text.data(), text.size()) < 0) _exit(1);
+  }
+  if (refused("execlp")) return -1;
+  // Nobody may change the group of a process from outside once it runs a program.
+  while (grouping == Grouping::by_parent && getpgrp() != getpid()) sched_yield();
+  all.push_back(nullptr);
+  return execv(file, all.data());
+}
+}
+
+namespace {
+
+using qal::internal::File;
+using qal::test::ChildResult;
+using qal::test::run_in_child;
+
+constexpr int refused_shell = 42;
+
+int wait_for(int pid) {
+  int status = -1;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  return status;
+}
+
+int exit_code(int pid) {
+  const int status = wait_for(pid);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string rest_of(std::FILE *stream) {
+  std::string text;
+  char block[4096];
+  while (const auto got = std::fread(block, 1, sizeof block, stream)) text.append(block, got);
+  return text;
+}
+
+std::vector<int> open_descriptors() {
+  std::vector<int> open;
+  for (int number = 0; number < 256; ++number) {
+    if (__real_fcntl(number, F_GETFD) >= 0) open.push_back(number);
+  }
+  return open;
+}
+
+void expect_no_children() {
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+// Started in a process of its own, whose standard error is looked at. A command that could not be
+// started ends there.
+ChildResult run(const std::function<void()> &body) {
+  return run_in_child([&] {
+    alarm(60);
+    body();
+  });
+}
+
+// What the caller of a failed child does.
+void end_if_child(int pid, const File &stream, const std::vector<int> &open_before) {
+  if (pid != 0) return;
+  _exit(!stream && open_descriptors() == open_before ? refused_shell : 1);
+}
+
+std::string read_output(const char *command) {
+  int pid = -2;
+  File stream(qal_pipe_popen_id(command, "r", &pid));
+  EXPECT_TRUE(stream);
+  if (!stream) return {};
+  std::string output = rest_of(stream.get());
+  stream.reset();
+  EXPECT_EQ(exit_code(pid), 0);
+  return output;
+}
+
+int run_with_input(const char *command) {
+  int pid = -2;
+  File stream(qal_pipe_popen_id(command, "w", &pid));
+  EXPECT_TRUE(stream);
+  stream.reset();
+  return exit_code(pid);
+}
+
+TEST(PipeFault, GivesNoneWithoutAWordWhenThereIsNoPipe) {
+  for (const char *mode : {"r", "w"}) {
+    const auto child = run([mode] {
+      const auto before = open_descriptors();
+      faults["pipe2"].error = EMFILE;
+      int pid = -2;
+      EXPECT_EQ(qal_pipe_popen_id("echo started", mode, &pid), nullptr);
+      EXPECT_EQ(pid, -1);
+      EXPECT_EQ(open_descriptors(), before);
+      expect_no_children();
+    });
+    EXPECT_TRUE(child.exited_with(0)) << child.out;
+    EXPECT_EQ(child.out + child.err, "");
+  }
+}
+
+TEST(PipeFault, TellsThatItCannotFork) {
+  for (const char *mode : {"r", "w"}) {
+    const auto child = run([mode] {
+      const auto before = open_descriptors();
+      faults["fork"].error = EAGAIN;
+      int pid = -2;
+      EXPECT_EQ(qal_pipe_popen_id("echo 100% %s", mode, &pid), nullptr);
+      EXPECT_EQ(pid, -1);
+      EXPECT_EQ(open_descriptors(), before);
+      expect_no_children();
+    });
+    EXPECT_TRUE(child.exited_with(0)) << child.out;
+    EXPECT_EQ(child.out, "");
+    EXPECT_EQ(child.err, "qal_pipe_popen_id() fork() failed for <echo 100% %s>\n");
+  }
+}
+
+TEST(PipeFault, ClosesBothEndsWhenThereIsNoStream) {
+  for (const char *mode : {"r", "w"}) {
+    const auto child = run([mode] {
+      const auto before = open_descriptors();
+      faults["fdopen"].error = ENOMEM;
+      int pid = -2;
+      EXPECT_EQ(qal_pipe_popen_id("cat </dev/null", mode, &pid), nullptr);
+      EXPECT_EQ(errno, ENOMEM);
+      EXPECT_EQ(open_descriptors(), before);
+      ASSERT_GT(pid, 0);
+      EXPECT_EQ(exit_code(pid), 0);
+    });
+    EXPECT_TRUE(child.exited_with(0)) << child.out;
+    EXPECT_EQ(child.err, "");
+  }
+}
+
+TEST(PipeFault, LetsACommandWithoutAStreamSeeTheEndOfItsInput) {
+  const auto child = run([] {
+    faults["fdopen"].error = ENOMEM;
+    int pid = -2;
+    EXPECT_EQ(qal_pipe_popen_id("cat", "w", &pid), nullptr);
+    ASSERT_GT(pid, 0);
+    EXPECT_EQ(exit_code(pid), 0);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+}
+
+// The ends get low numbers when the caller has closed standard descriptors, and are moved up.
+TEST(PipeFault, GivesNoneWhenAnEndCannotBeMovedOutOfTheWay) {
+  for (const int failing : {1, 2}) {
+    const auto child = run([failing] {
+      close(STDIN_FILENO);
+      close(STDOUT_FILENO);
+      const auto before = open_descriptors();
+      faults["fcntl"] = {EMFILE, failing, 1};
+      int pid = -2;
+      EXPECT_EQ(qal_pipe_popen_id("echo started", "r", &pid), nullptr);
+      EXPECT_EQ(pid, -1);
+      EXPECT_EQ(faults["fcntl"].calls, 2);
+      EXPECT_EQ(open_descriptors(), before);
+      expect_no_children();
+    });
+    EXPECT_TRUE(child.exited_with(0));
+    EXPECT_EQ(child.err, "");
+  }
+}
+
+TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
+  const auto child = run([] {
+    faults["dup"] = {EMFILE, 1, 1};
+    EXPECT_EQ(read_output("echo out 2>/dev/null; echo err >&2"), "err\n");
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.out, "");
+  EXPECT_EQ(child.err, "dup() of write side of pipe failed\n: Too many open files\n");
+}
+
+// Deliberate: standard error is closed by then, so nobody sees this message.
+TEST(PipeFaultChild, CannotTellThatItsErrorsAreNotConnected) {
+  const auto child = run([] {
+    faults["dup"] = {EMFILE, 2, 1};
+    EXPECT_EQ(read_output("test -e /dev/fd/2 || echo closed"), "closed\n");
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "");
+}
+
+TEST(PipeFaultChild, TellsEachFailureOnce) {
+  const auto child = run([] {
+    faults["dup"].error = EBADF;
+    EXPECT_EQ(read_output("exit 0"), "");
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "dup() of write side of pipe failed\n: Bad file descriptor\n");
+}
+
+TEST(PipeFaultChild, TellsThatItsInputCannotBeConnectedAndRunsAllTheSame) {
+  const auto child = run([] {
+    faults["dup"].error = EMFILE;
+    EXPECT_EQ(run_with_input("test -e /dev/fd/0 || echo closed"), 0);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.out, "closed\n");
+  EXPECT_EQ(child.err, "dup() of read side of pipe failed\n: Too many open files\n");
+}
+
+TEST(PipeFaultChild, RunsTheShellWithTheCommandAsOneArgument) {
+  const auto child = run([] {
+    tell_arguments = true;
+    EXPECT_EQ(run_with_input("echo  'a | b' >/dev/null"), 0);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "/bin/sh|sh|-c|echo  'a | b' >/dev/null\n");
+}
+
+TEST(PipeFaultChild, TellsThatTheShellDidNotStartAndReturns) {
+  const auto child = run([] {
+    const auto before = open_descriptors();
+    faults["execlp"].error = ENOENT;
+    int pid = -2;
+    File stream(qal_pipe_popen_id("echo 100% %s", "w", &pid));
+    end_if_child(pid, stream, before);
+    EXPECT_TRUE(stream);
+    EXPECT_EQ(exit_code(pid), refused_shell);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.out, "");
+  EXPECT_EQ(child.err, "qal_pipe_popen_id() exec() failed for <echo 100% %s>\n");
+}
+
+TEST(PipeFaultChild, TellsTheReaderThatTheShellDidNotStart) {
+  const auto child = run([] {
+    const auto before = open_descriptors();
+    faults["execlp"].error = ENOENT;
+    int pid = -2;
+    const File stream(qal_pipe_popen_id("x", "r", &pid));
+    end_if_child(pid, stream, before);
+    EXPECT_EQ(rest_of(stream.get()), "qal_pipe_popen_id() exec() failed for <x>\n");
+    EXPECT_EQ(exit_code(pid), refused_shell);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "");
+}
+
+TEST(PipeFaultChild, WritesItsMessageWholeThroughShortAndInterruptedWrites) {
+  const auto child = run([] {
+    const auto before = open_descriptors();
+    faults["execlp"].error = ENOENT;
+    int pid = -2;
+    most_bytes = 3;
+    faults["write"] = {EINTR, 2, 2};
+    const File stream(qal_pipe_popen_id("command", "w", &pid));
+    end_if_child(pid, stream, before);
+    most_bytes = SIZE_MAX;
+    faults.clear();
+    EXPECT_EQ(exit_code(pid), refused_shell);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "qal_pipe_popen_id() exec() failed for <command>\n");
+}
+
+TEST(PipeFaultChild, GivesUpOnAMessageThatCannotBeWritten) {
+  const auto child = run([] {
+    const auto before = open_descriptors();
+    faults["execlp"].error = ENOENT;
+    faults["write"].error = EPIPE;
+    int pid = -2;
+    const File stream(qal_pipe_popen_id("command", "w", &pid));
+    end_if_child(pid, stream, before);
+    faults.clear();
+    EXPECT_EQ(exit_code(pid), refused_shell);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "");
+}
+
+TEST(PipeFaultChild, IsMadeAGroupOfItsOwnByItselfAndByTheParent) {
+  for (const auto by : {Grouping::by_parent, Grouping::by_child}) {
+    const auto child = run([by] {
+      grouping = by;
+      int pid = -2;
+      File stream(qal_pipe_popen_id("exit 5", "w", &pid));
+      siginfo_t info;
+      EXPECT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT), 0);
+      EXPECT_EQ(getpgid(pid), pid);
+      EXPECT_EQ(exit_code(pid), 5);
+    });
+    EXPECT_TRUE(child.exited_with(0)) << child.out;
+  }
+}
+
+}  // namespace
