@@ -105,8 +105,7 @@ class Inflater {
   // Decompresses `compressed` bytes of the stream into the room; answers the bytes produced, or 0
   // when the data is corrupt or ends early.
   std::size_t run(std::FILE *stream, std::uint32_t compressed, void *room, std::uint32_t size) {
-    Bytef nowhere = 0;  // an empty room must have an address all the same
-    zlib_.next_out = size > 0 ? static_cast<Bytef *>(room) : &nowhere;
+    zlib_.next_out = size > 0 ? static_cast<Bytef *>(room) : &nowhere_;
     zlib_.avail_out = size;
     if (compressed == 0) return 0;
     for (std::size_t left = compressed; left > 0;) {
@@ -128,6 +127,7 @@ class Inflater {
   }
 
   std::array<unsigned char, block_chunk_size> chunk_;
+  Bytef nowhere_ = 0;  // an empty room must have an address all the same
   z_stream zlib_{};
   bool started_;
 };
