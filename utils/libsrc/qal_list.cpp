@@ -40,9 +40,7 @@ Element *element_of(void *payload) {
   return payload ? static_cast<Element *>(payload) - 1 : nullptr;
 }
 
-const Element *element_of(const void *payload) {
-  return payload ? static_cast<const Element *>(payload) - 1 : nullptr;
-}
+const Element &links_of(const void *payload) { return static_cast<const Element *>(payload)[-1]; }
 
 void *payload_of(Element *element) { return element ? element + 1 : nullptr; }
 
@@ -146,11 +144,11 @@ void *qal_list_first(const QalList *list) { return list ? list->first : nullptr;
 void *qal_list_last(const QalList *list) { return list ? list->last : nullptr; }
 
 void *qal_list_next(const void *payload) {
-  return payload ? payload_of(element_of(payload)->next) : nullptr;
+  return payload ? payload_of(links_of(payload).next) : nullptr;
 }
 
 void *qal_list_prev(const void *payload) {
-  return payload ? payload_of(element_of(payload)->prev) : nullptr;
+  return payload ? payload_of(links_of(payload).prev) : nullptr;
 }
 
 void qal_list_prepend(QalList *list, void *payload) {
