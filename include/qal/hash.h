@@ -49,7 +49,7 @@ typedef int (*QalHashMergeFunc)(const void *dst_key, void *dst_data, void *src_d
  *  @param data_size      bytes of data per record, 0 allowed.
  *  @param remove_on_find not 0: qal_hash_find removes what it finds.
  *  @return the table; or none for an argument out of range, for records that do not fit 32 bits
- * with their links, and without memory. Nothing is then left behind. */
+ *          with their links, and without memory. Nothing is then left behind. */
 QAL_API QalHash *qal_hash_create(int32_t num_slots, int32_t chunk_count, int32_t key_size,
                                  int32_t data_size, uint32_t remove_on_find);
 /** Ends a table with its records and sets the caller's handle to none. */
