@@ -79,6 +79,8 @@ int ask_elsewhere(const Question &question) {
   return answer;
 }
 
+void *as_index(std::intptr_t number) { return reinterpret_cast<void *>(number); }
+
 [[noreturn]] int wait_for_cancellation(void *) {
   const Unwinding unwinding;
   for (;;) pause();
@@ -139,6 +141,27 @@ TEST_F(ThreadInit, LeavesEarlierThreadsJoinable) {
   ASSERT_EQ(qal_thread_init(), 0);
   gate.open();
   EXPECT_EQ(early.join(), 5);
+}
+
+TEST_F(ThreadInit, LeavesEarlierThreadsCancellable) {
+  std::atomic<bool> waits{false};
+  Worker early([&waits] {
+    waits = true;
+    return wait_for_cancellation(nullptr);
+  });
+  await([&waits] { return waits.load(); });
+  ASSERT_EQ(qal_thread_init(), 0);
+  EXPECT_EQ(early.cancel(), 0);
+  EXPECT_EQ(early.join(), 0);  // its result was cleared
+}
+
+TEST_F(ThreadInit, LeavesRoutinesAndArgumentsWhereTheyAre) {
+  int runs = 0;
+  const int index = start([](void *argument) { return ++*static_cast<int *>(argument); }, &runs);
+  EXPECT_EQ(join(index), 1);
+  ASSERT_EQ(qal_thread_init(), 0);
+  ask_elsewhere([=] { return qal_thread_start_void(as_index(index)) == nullptr ? 1 : 0; });
+  EXPECT_EQ(runs, 2);
 }
 
 // In a process of its own, because each start takes a key and the keys run out.
@@ -245,6 +268,8 @@ TEST_F(ThreadCreate, FindsTheOneSlotThatIsFree) {
   gate.open();
   EXPECT_EQ(join(5), 5);
   EXPECT_EQ(start(&own_index), 5);
+  EXPECT_EQ(join(5), 5);
+  EXPECT_EQ(start(&own_index), 5);  // the search comes all the way round to where it stood
   int index = untouched;
   EXPECT_EQ(qal_thread_create(&index, &own_index, nullptr), -1);
   empty_table(gate);
@@ -418,8 +443,6 @@ TEST_F(ThreadCancel, MayBeRepeatedWithNewThreads) {
     ASSERT_EQ(join(index), -1);
   }
 }
-
-void *as_index(std::intptr_t number) { return reinterpret_cast<void *>(number); }
 
 TEST_F(ThreadStart, LeavesAThreadOfSomebodyElseAtZero) {
   EXPECT_EQ(ask_elsewhere(&qal_thread_index), 0);
