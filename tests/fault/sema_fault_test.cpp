@@ -63,6 +63,13 @@ TEST_F(SemaInit, MakesTheMutexAndThenTheCondition) {
   EXPECT_EQ(calls.order, "+mutex +cond ");
 }
 
+TEST_F(SemaInit, SetsPermitsAndWaitersWhateverWasThere) {
+  sema_.count = sema_.waiters = untouched;
+  begin_with(3);
+  EXPECT_EQ(sema_.count, 3);
+  EXPECT_EQ(sema_.waiters, 0);
+}
+
 TEST_F(SemaInit, FailsWithoutAMutex) {
   EXPECT_EQ(refused(calls.mutex_init, ENOMEM, [this] { return qal_thread_sema_init(&sema_, 3); }),
             -1);
@@ -139,6 +146,19 @@ TEST_F(SemaWait, ThatThePlatformRefusesStopsWaiting) {
   EXPECT_EQ(signals(), 0);
   EXPECT_EQ(qal_thread_mutex_trylock(&sema_.mutex), 0);
   EXPECT_EQ(qal_thread_mutex_unlock(&sema_.mutex), 0);
+}
+
+TEST_F(SemaWait, ThatThePlatformRefusesStillPassesTheSignalOn) {
+  begin_with(0);
+  calls.instead_of_wait = [this](QalThreadCond *, QalThreadMutex *) {
+    sema_.waiters = 2;
+    sema_.count = 0;
+    return EINVAL;
+  };
+  EXPECT_EQ(wait(), -1);
+  EXPECT_EQ(stops(), 1);
+  EXPECT_EQ(sema_.waiters, 1);
+  EXPECT_EQ(signals(), 1);
 }
 
 TEST_F(SemaWait, GoesOnWaitingWhenWokenWithoutCause) {
