@@ -273,8 +273,8 @@ TEST_F(ReduceOrder, AddsAsTheThreadsArrive) {
 }
 
 // Two threads meet in an operation, and one of them goes on alone while the other is held back on
-// its way out of the second barrier. `waits_at_first` tells the barriers apart: the first wait of
-// two threads is always at the first barrier.
+// its way out of the second barrier. The first wait of two threads is always at the first barrier,
+// which tells the two apart.
 class HeldBack {
  public:
   // Holds the waiter that the second barrier released until the other one is done.
@@ -289,16 +289,16 @@ class HeldBack {
   void run(const Operation &operation) {
     Worker one([&] { return go(operation); });
     Worker other([&] { return go(operation); });
-    one.join();
-    other.join();
+    EXPECT_EQ(one.join(), other.join()) << operation.message;
   }
 
  private:
+  // What the two got together; the lone run in between may not spoil it for the one held back.
   int go(const Operation &operation) {
-    operation.run(2);
+    const double together = operation.run(2);
     EXPECT_EQ(operation.run(1), 3);
     done_ = true;
-    return 0;
+    return static_cast<int>(together);
   }
   bool at_second_barrier(QalThreadCond *condition) {
     QalThreadCond *none = nullptr;
