@@ -162,6 +162,10 @@ TEST(ThreadLayerStart, HandsTheAnswerOfThePlatformsPartOn) {
       answer_of_threads_part = answer;
       EXPECT_EQ(qal_thread_init(), answer);
       EXPECT_EQ(qal_thread_index(), 0);
+      const int main_thread = 0;
+      int result = -2;
+      EXPECT_EQ(qal_thread_join(&main_thread, &result), -1);
+      EXPECT_EQ(result, 0);  // its slot is claimed only behind that part
     });
   }
 }
