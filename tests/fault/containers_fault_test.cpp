@@ -221,6 +221,18 @@ TEST(UidStartFault, AnswersWhatMakingTheMutexAnswered) {
   EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
+TEST(UidStartFault, MakesTheMutexAlsoForATableThatCouldNotBeMade) {
+  const auto result = run_in_child([] {
+    alarm(60);
+    calls.init_fails = true;
+    calls.until_failure = 1;
+    EXPECT_EQ(qal_uid_init(), -1);
+    EXPECT_EQ(calls.mutexes_made.size(), 1U);  // no pool was reached
+    EXPECT_EQ(qal_uid_next(), 1U);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
 // Start-up is over when a case begins to watch.
 class Containers : public testing::Test {
  protected:
@@ -268,6 +280,12 @@ TEST_F(MpoolFault, GivesNoPoolWithoutMemory) {
   EXPECT_EQ(log.lines(), pool_report());
   EXPECT_THAT(calls.mutexes_made, IsEmpty());
   EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(MpoolFault, AsksForNoMemoryWhenTheSizeLeaves32Bits) {
+  EXPECT_EQ(qal_mpool_create(UINT32_MAX - 6, 1), nullptr);
+  EXPECT_THAT(made_since(), IsEmpty());
+  EXPECT_THAT(calls.mutexes_made, IsEmpty());
 }
 
 // Deliberate: whoever needs the shared list of such a pool waits for good.
@@ -650,6 +668,23 @@ TEST_F(HashFault, KeepsTheEmptyListWhenTheRecordCannotBeHad) {
   EXPECT_EQ(qal_list_length(table->slots[2]), 0U);
   EXPECT_EQ(qal_hash_find(table, 2, "the key.", nullptr), 0);
   EXPECT_EQ(qal_hash_remove(table, 2, "the key.", nullptr), 6);
+  qal_hash_destroy(&table);
+  EXPECT_THAT(calls.live, IsEmpty());
+}
+
+TEST_F(HashFault, KeepsTheRecordsOfASlotThatCannotHaveMore) {
+  QalHash *table = qal_hash_create(6, 1, 8, 4, 0);
+  EXPECT_EQ(qal_hash_add(table, 2, "the key.", "data"), 0);
+  QalList *const list = table->slots[2];
+  fail_at(1);
+  EXPECT_EQ(qal_hash_add(table, 2, "another.", "more"), 2);
+  EXPECT_EQ(table->slots[2], list);
+  EXPECT_EQ(qal_list_length(list), 1U);
+  char data[] = "????";
+  EXPECT_EQ(qal_hash_find(table, 2, "the key.", data), 1);
+  EXPECT_STREQ(data, "data");
+  EXPECT_EQ(qal_hash_find(table, 2, "another.", data), 0);
+  table->slots[2] = nullptr;  // nothing can be given back to a pool that stays locked
   qal_hash_destroy(&table);
   EXPECT_THAT(calls.live, IsEmpty());
 }

@@ -21,11 +21,15 @@
 
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
+#include "support/threads.hpp"
 
 namespace {
 
 using qal::test::LogCapture;
+using qal::test::repetitions;
 using qal::test::run_in_child;
+using qal::test::run_together;
+using qal::test::Watchdog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -101,6 +105,7 @@ using HashRemove = Hash;
 using HashMerge = Hash;
 using HashSlotTraverse = Hash;
 using HashOperations = Hash;
+using HashThreads = Hash;
 
 TEST_F(HashCreate, MakesEmptySlotsAndAPoolForTheRecords) {
   const Table table(qal_hash_create(7, 9, 11, 13, 42));
@@ -524,6 +529,24 @@ TEST_F(HashMerge, ShowsTheCallbackBothRecordsInPlace) {
   EXPECT_EQ(verdicts.asked[0].user, &verdicts);
 }
 
+TEST_F(HashMerge, AsksSlotBySlotInTheOrderOfTheSource) {
+  const Table dst = new_table(3);
+  const Table src = new_table(3);
+  const Records keys{{"2_b", "fifth"}, {"2_a", "sixth"}, {"1_a", "fourt"},
+                     {"0_c", "first"}, {"0_a", "secnd"}, {"0_b", "third"}};
+  for (const auto &[key, data] : keys) add(src, key[0] - '0', key.c_str(), data.c_str());
+  for (const char *const key : {"0_a", "0_b", "0_c", "1_a", "2_a", "2_b"}) {
+    add(dst, key[0] - '0', key, "dst_1");
+  }
+  std::vector<std::string> asked;
+  Verdicts verdicts{{}, [&asked](const Arguments &arguments) {
+                      asked.emplace_back(static_cast<const char *>(arguments.src_data), 5);
+                      return 1;
+                    }};
+  EXPECT_EQ(qal_hash_merge(dst.get(), src.get(), &decide, &verdicts), 0);
+  EXPECT_THAT(asked, ElementsAre("first", "secnd", "third", "fourt", "fifth", "sixth"));
+}
+
 TEST_F(HashMerge, AsksAboutTheFirstRecordOfTheKey) {
   const Table dst = new_table();
   const Table src = new_table();
@@ -817,6 +840,24 @@ TEST_F(HashOperations, BehaveAsVectorsOfRecordsOverRandomSequences) {
       model.expect_equal();
     }
   }
+}
+
+TEST_F(HashThreads, UseTablesOfTheirOwn) {
+  const Watchdog watchdog;
+  run_together(4, [](int thread) {
+    const Table table = new_table(4, sizeof(int), sizeof(int));
+    for (int i = 0; i < repetitions(4000); ++i) {
+      const int data = i * 4 + thread;
+      EXPECT_EQ(qal_hash_add(table.get(), i % 4, &i, &data), 0);
+      int found_data = -1;
+      EXPECT_EQ(qal_hash_find(table.get(), i % 4, &i, &found_data), 1);
+      EXPECT_EQ(found_data, data);
+      if (i < 20) continue;
+      const int old = i - 20;
+      EXPECT_EQ(qal_hash_remove(table.get(), old % 4, &old, &found_data), 0);
+      EXPECT_EQ(found_data, old * 4 + thread);
+    }
+  });
 }
 
 }  // namespace

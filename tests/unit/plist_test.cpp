@@ -17,6 +17,7 @@
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
 #include "support/merge_model.hpp"
+#include "support/threads.hpp"
 
 namespace {
 
@@ -31,8 +32,11 @@ using qal::test::Items;
 using qal::test::items_of;
 using qal::test::LogCapture;
 using qal::test::random_items;
+using qal::test::repetitions;
 using qal::test::run_in_child;
+using qal::test::run_together;
 using qal::test::sorted_by_levels;
+using qal::test::Watchdog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -764,6 +768,33 @@ TEST(PlistPool, IsAbandonedByASecondSetUp) {
     qal_plist_append(list, old_node);
     qal_plist_append(list, node);
     EXPECT_THAT(nodes_of(list), ElementsAre(old_node, node));
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
+}
+
+// Makes lists and drops them again, each with nodes that nobody else may have.
+void use_own_lists(int thread) {
+  for (int round = 0; round < repetitions(2000); ++round) {
+    QalPlist *list = qal_plist_create();
+    for (int i = 0; i < 10; ++i) {
+      QalPlistNode *const node = qal_plist_alloc();
+      node->data = &thread;
+      qal_plist_append(list, node);
+    }
+    QalPlistNode *popped = qal_plist_pop(list);
+    qal_plist_free(&popped);
+    const Nodes nodes = nodes_of(list);
+    EXPECT_EQ(nodes.size(), 9U);
+    for (const QalPlistNode *const node : nodes) EXPECT_EQ(node->data, &thread);
+    qal_plist_destroy(&list);
+  }
+}
+
+TEST(PlistPool, ServesListsOfSeveralThreadsAtOnce) {
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    qal_utils_init();
+    run_together(4, &use_own_lists);
   });
   EXPECT_TRUE(result.exited_with(0)) << result.out;
 }

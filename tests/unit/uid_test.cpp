@@ -194,7 +194,10 @@ TEST_F(UidThreads, NeverShareAnId) {
   run_together(thread_count, [&ids](int thread) {
     auto &own = ids[static_cast<std::size_t>(thread)];
     const auto mark = static_cast<uint64_t>(thread);
-    for (int i = 0; i < per_thread; ++i) own.push_back(qal_uid_new(mark, ~own.size()));
+    for (int i = 0; i < per_thread; ++i) {
+      own.push_back(qal_uid_new(mark, ~own.size()));
+      EXPECT_GT(qal_uid_next(), own.back());
+    }
     for (std::size_t i = 0; i < own.size(); ++i) {
       EXPECT_EQ(found(own[i]), Values(mark, ~i));
       if (i % 2) {
