@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -536,6 +538,25 @@ TEST(BlocksCounters, AreToldOneByOneAndResetAfterwards) {
   EXPECT_EQ(program_counters(), (Counters{0, 0}));
 }
 
+TEST(BlocksCounters, LoseNothingToThreadsThatReadAtOnce) {
+  constexpr std::uint64_t rounds = 500;
+  const std::string bytes = block("text");
+  const std::uint64_t compressed_size = bytes.size() - header_size;
+  reset_counters();
+  std::array<std::thread, 4> threads;
+  for (auto &thread : threads) {
+    thread = std::thread([&] {
+      for (std::uint64_t i = 0; i < rounds; ++i) {
+        for (const auto &reader : readers) expect_read(reader, bytes, "text");
+      }
+    });
+  }
+  for (auto &thread : threads) thread.join();
+  constexpr std::uint64_t blocks = threads.size() * rounds;
+  EXPECT_EQ(program_counters(), (Counters{4 * blocks, compressed_size * blocks}));
+  EXPECT_EQ(library_counters(), (Counters{4 * blocks, compressed_size * blocks}));
+}
+
 TEST(BlocksMismatch, IsToldOnStandardErrorByTheLibraryPair) {
   const std::string bytes = block("text");
   const auto child = run_in_child([&] {
@@ -761,6 +782,34 @@ TEST(BlocksRead, GivesNothingForCorruptData) {
   }
 }
 
+TEST(BlocksRead, LeavesWhatWasProducedUntilALaterChunkTurnedOutCorrupt) {
+  const std::string text = random_bytes(50'000);
+  std::string bytes = block(text);
+  bytes.back() = static_cast<char>(bytes.back() + 1);
+  for (const auto &reader : readers) {
+    SCOPED_TRACE(reader.name);
+    const File stream = memory_stream(bytes);
+    std::string room(text.size(), '\0');
+    EXPECT_EQ(reader.read(room.data(), 1, room.size(), stream.get()), 0U);
+    EXPECT_TRUE(room == text);
+  }
+}
+
+TEST(BlocksRead, SaysNothingOfCorruptOrCutOffBlocks) {
+  const std::string good = block("text");
+  const auto child = run_in_child([&] {
+    for (const auto &reader : readers) {
+      for (const std::size_t size : {0U, 7U, 8U, 9U, 12U}) {
+        expect_nothing(reader, good.substr(0, size), 4);
+      }
+      expect_nothing(reader, block(4, "no zlib stream"), 4);
+      expect_nothing(reader, header(4, 0), 4);
+    }
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(child.err, "");
+}
+
 TEST(BlocksRead, GivesNothingForDataThatNeedsADictionary) {
   z_stream zlib{};
   const std::string text = words(300);
@@ -848,6 +897,17 @@ TEST(BlocksRead, PassesOverWhatFollowsTheStreamInsideTheCompressedSize) {
       EXPECT_EQ(read_from(reader, input.get(), 1000).bytes, text);
       EXPECT_EQ(std::fgetc(input.get()), 'n');
     }
+  }
+}
+
+// An empty room may have no address; what is in the block is passed over all the same.
+TEST(BlocksRead, PassesOverTheWholeOfAnEmptyBlockWithoutARoom) {
+  const std::string bytes = block(0, compressed("") + std::string(40'000, 'g'));
+  for (const auto &reader : readers) {
+    SCOPED_TRACE(reader.name);
+    const Input input(bytes + "next");
+    EXPECT_EQ(reader.read(nullptr, 0, 7, input.get()), 0U);
+    EXPECT_EQ(input.position(), static_cast<off_t>(bytes.size()));
   }
 }
 
