@@ -337,6 +337,36 @@ TEST(PipeFaultChild, TellsThatTheShellDidNotStartAndReturns) {
   EXPECT_EQ(child.err, "qal_pipe_popen_id() exec() failed for <echo 100% %s>\n");
 }
 
+void handle_nothing(int) {}
+
+bool has_signals_of_the_parent() {
+  struct sigaction action;
+  sigset_t mask;
+  return sigaction(SIGUSR1, nullptr, &action) == 0 && action.sa_handler == handle_nothing &&
+         sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler == SIG_DFL &&
+         sigprocmask(SIG_SETMASK, nullptr, &mask) == 0 && sigismember(&mask, SIGUSR2) == 1 &&
+         sigismember(&mask, SIGUSR1) == 0;
+}
+
+TEST(PipeFaultChild, ReturnsWithTheSignalHandlersAndMaskOfTheParent) {
+  for (const char *mode : {"r", "w"}) {
+    const auto child = run([mode] {
+      signal(SIGUSR1, handle_nothing);
+      sigset_t mask;
+      sigemptyset(&mask);
+      sigaddset(&mask, SIGUSR2);
+      sigprocmask(SIG_BLOCK, &mask, nullptr);
+      faults["execlp"].error = ENOENT;
+      int pid = -2;
+      const File stream(qal_pipe_popen_id("command", mode, &pid));
+      if (pid == 0) _exit(has_signals_of_the_parent() ? refused_shell : 1);
+      EXPECT_TRUE(has_signals_of_the_parent());
+      EXPECT_EQ(exit_code(pid), refused_shell);
+    });
+    EXPECT_TRUE(child.exited_with(0)) << child.out;
+  }
+}
+
 TEST(PipeFaultChild, TellsTheReaderThatTheShellDidNotStart) {
   const auto child = run([] {
     const auto before = open_descriptors();
