@@ -20,9 +20,10 @@ check_pie_supported()
 set(QAL_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
 option(QAL_WERROR "Treat warnings as errors" OFF)
 
-add_library(qal_build_flags INTERFACE)
+# For everything that is built.
+add_library(qal_common_flags INTERFACE)
 target_compile_options(
-  qal_build_flags
+  qal_common_flags
   INTERFACE -Wall
             -Wextra
             -Wshadow
@@ -33,13 +34,20 @@ target_compile_options(
             # Build paths stay out of the binaries: two builds in different folders are equal.
             -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
             -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
-
 if(QAL_SANITIZE)
   target_compile_options(
-    qal_build_flags INTERFACE -fsanitize=${QAL_SANITIZE} -fno-sanitize-recover=all
-                              -fno-omit-frame-pointer)
-  target_link_options(qal_build_flags INTERFACE -fsanitize=${QAL_SANITIZE})
-else()
+    qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE} -fno-sanitize-recover=all
+                               -fno-omit-frame-pointer)
+  target_link_options(qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE})
+endif()
+if(NOT APPLE)
+  target_link_options(qal_common_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+endif()
+
+# For what is installed.
+add_library(qal_build_flags INTERFACE)
+target_link_libraries(qal_build_flags INTERFACE qal_common_flags)
+if(NOT QAL_SANITIZE)
   # The sanitizers replace what these would check.
   target_compile_options(
     qal_build_flags INTERFACE -fstack-protector-strong -fstack-clash-protection
@@ -48,6 +56,9 @@ endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86" AND NOT APPLE)
   target_compile_options(qal_build_flags INTERFACE -fcf-protection)
 endif()
-if(NOT APPLE)
-  target_link_options(qal_build_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
-endif()
+
+# For the tests: optimising them takes most of a build's time, and only those that compare with a
+# model exhaustively gain by it.
+add_library(qal_test_flags INTERFACE)
+target_link_libraries(qal_test_flags INTERFACE qal_common_flags)
+target_compile_options(qal_test_flags INTERFACE -O0)
