@@ -7,26 +7,21 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "record.hpp"
+#include "require.hpp"
 #include "support/record_model.hpp"
 
 namespace {
 
+using qal::fuzz::require;
 using qal::internal::read_record;
 using qal::internal::Record;
 
 constexpr std::size_t block_bytes = 4096;
-
-void require(bool holds, const char *what) {
-  if (holds) return;
-  std::fprintf(stderr, "record_fuzz: %s\n", what);
-  std::abort();
-}
 
 int nameless_file(std::string pattern) {
   const int descriptor = mkstemp(pattern.data());
@@ -38,7 +33,7 @@ int nameless_file(std::string pattern) {
 int scratch_file() {
   static const int in_memory = nameless_file("/dev/shm/record-fuzz-XXXXXX");
   static const int file = in_memory >= 0 ? in_memory : nameless_file("record-fuzz-XXXXXX");
-  require(file >= 0, "no scratch file");
+  require(file >= 0, "a scratch file can be had");
   return file;
 }
 
@@ -48,9 +43,9 @@ std::size_t blanks_in_front(std::uint8_t kind, std::uint8_t distance) {
 }
 
 void fill(int file, const std::string &content) {
-  require(ftruncate(file, 0) == 0, "cannot empty the file");
+  require(ftruncate(file, 0) == 0, "the file can be emptied");
   const ssize_t size = pwrite(file, content.data(), content.size(), 0);
-  require(size == static_cast<ssize_t>(content.size()), "cannot fill the file");
+  require(size == static_cast<ssize_t>(content.size()), "the file can be filled");
   lseek(file, 0, SEEK_SET);
 }
 
@@ -58,16 +53,16 @@ void compare(const std::string &content) {
   const int file = scratch_file();
   fill(file, content);
   struct stat info;
-  require(fstat(file, &info) == 0, "cannot ask for the file");
+  require(fstat(file, &info) == 0, "the file can be asked for");
   Record record;
   const bool complete = read_record(file, info, record);
   const auto expected = qal::test::model_of(content);
-  require(complete == expected.has_value(), "wrong about completeness");
+  require(complete == expected.has_value(), "complete as the model says");
   if (!complete) return;
-  require(record.url == expected->url, "wrong URL");
-  require(record.user == expected->user, "wrong user");
-  require(record.password == expected->password, "wrong password");
-  require(record.pid == expected->pid, "wrong process id");
+  require(record.url == expected->url, "the same URL");
+  require(record.user == expected->user, "the same user");
+  require(record.password == expected->password, "the same password");
+  require(record.pid == expected->pid, "the same process id");
 }
 
 }  // namespace

@@ -6,16 +6,16 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <span>
 
+#include "require.hpp"
 #include "support/wildcard_model.hpp"
 
 namespace {
 
+using qal::fuzz::require;
 using Input = std::span<const std::uint8_t>;
 using Text = std::unique_ptr<unsigned char[]>;
 
@@ -34,12 +34,6 @@ bool model_can_follow(Input pattern, Input name) {
          std::count(pattern.begin(), pattern.end(), '*') <= most_stars_for_model;
 }
 
-void require(bool holds, const char *what) {
-  if (holds) return;
-  std::fprintf(stderr, "%s differs from its model\n", what);
-  std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -55,7 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   const bool small = zul_fnmatch(pattern.get(), name.get()) == 0;
   const bool full = qal_fnmatch(pattern.get(), string, flags) == 0;
   if (!model_can_follow(pattern_input, name_input)) return 0;
-  require(small == qal::test::model_zul_fnmatch(pattern.get(), name.get()), "zul_fnmatch");
-  require(full == qal::test::model_qal_fnmatch(pattern.get(), string, flags), "qal_fnmatch");
+  require(small == qal::test::model_zul_fnmatch(pattern.get(), name.get()),
+          "zul_fnmatch answers as its model");
+  require(full == qal::test::model_qal_fnmatch(pattern.get(), string, flags),
+          "qal_fnmatch answers as its model");
   return 0;
 }

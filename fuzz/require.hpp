@@ -1,0 +1,16 @@
+// The one way in which a fuzz target complains.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace qal::fuzz {
+
+// A property that does not hold ends the program, so that the fuzzer keeps the input.
+inline void require(bool holds, const char *property) {
+  if (holds) return;
+  std::fprintf(stderr, "does not hold: %s\n", property);
+  std::abort();
+}
+
+}  // namespace qal::fuzz
