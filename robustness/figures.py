@@ -1,0 +1,50 @@
+"""What a measurement of this directory is: a module with a function `measure(form)` that yields
+the figures it took. A form is "quick", "full" or "release"; each measures more than the one before.
+Every module runs alone too: `python3 robustness/MODULE.py [FORM]`.
+"""
+import dataclasses
+import os
+import pathlib
+import sys
+
+FORMS = ("quick", "full", "release")
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = pathlib.Path(os.environ.get("QAL_BUILD", ROOT / "build"))  # one build tree per preset below
+TOOL = BUILD / "release" / "kalmora-sweep"
+
+
+@dataclasses.dataclass(frozen=True)
+class Figure:
+    """One line of the dashboard. `reached` is None where this form does not measure it."""
+    name: str
+    goal: str
+    measured: str
+    reached: bool | None
+
+
+def not_run(name, goal):
+    return Figure(name, goal, "not run here", None)
+
+
+def verdict(figure):
+    return {None: "-", True: "reached", False: "NOT REACHED"}[figure.reached]
+
+
+def table(figures):
+    """The lines of a table in Markdown whose columns are aligned for a terminal as well."""
+    rows = [("figure", "goal", "measured", "")]
+    rows += [(f.name, f.goal, f.measured, verdict(f)) for f in figures]
+    widths = [max(len(row[column]) for row in rows) for column in range(4)]
+    rows.insert(1, tuple("-" * width for width in widths))
+    return ["| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |"
+            for row in rows]
+
+
+def main(measure):
+    """The command line of a measurement: prints its table; 1 when a figure is not reached."""
+    form = sys.argv[1] if len(sys.argv) > 1 else "quick"
+    if form not in FORMS:
+        sys.exit(f"usage: {sys.argv[0]} [{'|'.join(FORMS)}]")
+    figures = list(measure(form))
+    print("\n".join(table(figures)))
+    sys.exit(any(figure.reached is False for figure in figures))
