@@ -24,6 +24,7 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 #include "support/scratch.hpp"
 
 namespace {
@@ -31,6 +32,7 @@ namespace {
 using qal::internal::File;
 using qal::test::exists;
 using qal::test::names_in;
+using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
@@ -149,12 +151,6 @@ void *__wrap_realloc(void *block, size_t size) {
 
 namespace {
 
-int open_descriptors() {
-  int count = 0;
-  for (int number = 0; number < 1024; ++number) count += fcntl(number, F_GETFD) >= 0;
-  return count;
-}
-
 class CopyFault : public testing::Test {
  protected:
   int copy(Plan armed) const {
@@ -233,7 +229,7 @@ TEST_F(CopyFault, WithoutMoveNothingIsForcedToTheDisk) {
 }
 
 TEST_F(CopyFault, NoDescriptorStaysOpen) {
-  const int before = open_descriptors();
+  const auto before = open_descriptors();
   for (const char *call : {"open", "fstat", "ftruncate", "read", "write", "close"}) {
     copy({{call, {}}});
     copy({{call, {.first = 2}}});
@@ -339,7 +335,7 @@ class TreeFault : public testing::Test {
 };
 
 TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
-  const int before = open_descriptors();
+  const auto before = open_descriptors();
   for (const char *call : {"openat", "fdopendir", "readdir", "unlinkat", "rmdirat", "realloc"}) {
     for (int nth = 1; nth <= 3; ++nth) {
       scratch.directory("tree/d/e");

@@ -18,10 +18,12 @@
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
+using qal::test::open_descriptors;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
 
@@ -256,14 +258,6 @@ TEST(LineCount, OpensAgainAfterASignal) {
   EXPECT_EQ(file_getlinecount(path.c_str()), 2);
   faults.fopen.arm(1, EMFILE);
   EXPECT_EQ(file_getlinecount(path.c_str()), -1);
-}
-
-std::size_t open_descriptors() {
-  DIR *const directory = __real_opendir("/dev/fd");
-  std::size_t count = 0;
-  while (__real_readdir(directory)) ++count;
-  closedir(directory);
-  return count;
 }
 
 int by_name(const dirent **a, const dirent **b) { return std::strcmp((*a)->d_name, (*b)->d_name); }

@@ -23,6 +23,7 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 
 namespace {
 
@@ -122,6 +123,7 @@ namespace {
 
 using qal::internal::File;
 using qal::test::ChildResult;
+using qal::test::open_descriptors;
 using qal::test::run_in_child;
 
 constexpr int refused_shell = 42;
@@ -144,14 +146,6 @@ std::string rest_of(std::FILE *stream) {
   char block[4096];
   while (const auto got = std::fread(block, 1, sizeof block, stream)) text.append(block, got);
   return text;
-}
-
-std::vector<int> open_descriptors() {
-  std::vector<int> open;
-  for (int number = 0; number < 256; ++number) {
-    if (__real_fcntl(number, F_GETFD) >= 0) open.push_back(number);
-  }
-  return open;
 }
 
 void expect_no_children() {

@@ -18,6 +18,7 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
@@ -30,6 +31,7 @@ using qal::internal::OwnedText;
 using qal::test::exists;
 using qal::test::LogCapture;
 using qal::test::names_in;
+using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::run_in_child;
 using qal::test::run_unprivileged;
@@ -42,12 +44,6 @@ unsigned permissions_of(const std::string &path) {
   struct stat info {};
   EXPECT_EQ(stat(path.c_str(), &info), 0) << path;
   return info.st_mode & 07777;
-}
-
-int open_descriptors() {
-  int count = 0;
-  for (int number = 0; number < 256; ++number) count += fcntl(number, F_GETFD) >= 0;
-  return count;
 }
 
 // Bound from inside its directory: the address of a socket is shorter than many a path.
@@ -174,7 +170,7 @@ TEST(FilesCheck, TheBitsSayNothingAboutAMissingFile) {
 TEST(FilesCheck, AMissingFileThatCanBeCreatedIsUsableAndLeavesNothing) {
   const ScratchDir scratch;
   int usable = -1;
-  const int before = open_descriptors();
+  const auto before = open_descriptors();
   EXPECT_EQ(log_of_check(scratch / "new", for_writing, 1, usable), Lines{});
   EXPECT_EQ(usable, 1);
   EXPECT_EQ(names_in(scratch.path()), Lines{});
@@ -653,7 +649,7 @@ TEST(FilesCopy, DevicesServeOnBothSides) {
 TEST(FilesCopy, NoDescriptorStaysOpenOnAnyPath) {
   const ScratchDir scratch;
   const auto from = scratch.file("from", "x");
-  const int before = open_descriptors();
+  const auto before = open_descriptors();
   qal_file_copy(from.c_str(), (scratch / "to").c_str(), 0);
   qal_file_copy(from.c_str(), (scratch / "to").c_str(), 1);
   qal_file_copy(from.c_str(), from.c_str(), 0);
@@ -1027,7 +1023,7 @@ TEST_F(TreeRemoval, APathThatDoesNotFit1024BytesFails) {
 TEST_F(TreeRemoval, NothingIsReportedAndNoDescriptorStaysOpen) {
   link_in_tree("absent", "link");
   put("tree/a/b/file");
-  const int before = open_descriptors();
+  const auto before = open_descriptors();
   const LogCapture log;
   EXPECT_EQ(remove(), QAL_STATUS_FAILED);
   ASSERT_EQ(unlink((tree + "/link").c_str()), 0);

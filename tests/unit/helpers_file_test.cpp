@@ -20,10 +20,12 @@
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
+using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::run_in_child;
 using qal::test::run_unprivileged;
@@ -509,8 +511,6 @@ TEST(DirectoryScan, ClearsTheListOnFailure) {
   EXPECT_EQ(our_scandir("/no/such/directory", &list, nullptr, nullptr), -1);
   EXPECT_EQ(list, nullptr);
 }
-
-std::size_t open_descriptors() { return system_order("/dev/fd").size(); }
 
 TEST(DirectoryScan, ClosesTheDirectory) {
   const ScratchDir scratch;

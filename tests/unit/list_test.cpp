@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -16,25 +15,21 @@
 #include <vector>
 
 #include "support/log_capture.hpp"
-#include "support/merge_model.hpp"
+#include "support/sort_cases.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::test::compare_items;
 using qal::test::compare_keys;
-using qal::test::compare_without_reason;
-using qal::test::comparison_limit;
-using qal::test::Comparisons;
-using qal::test::for_each_sequence;
 using qal::test::Item;
-using qal::test::ItemOrder;
+using qal::test::item_at;
+using qal::test::item_order;
 using qal::test::Items;
 using qal::test::items_of;
 using qal::test::LogCapture;
-using qal::test::random_items;
 using qal::test::repetitions;
 using qal::test::run_together;
-using qal::test::sorted_by_levels;
 using qal::test::Watchdog;
 using testing::Each;
 using testing::ElementsAre;
@@ -673,84 +668,24 @@ TEST_F(ListOperations, BehaveAsAListOverRandomSequences) {
   }
 }
 
-// The comparison has no context of its own, so what it decides by and what it saw stand here.
-ItemOrder order;
-Comparisons seen;
-
-Item item_at(const void *payload) {
-  Item item{};
-  std::memcpy(&item, payload, sizeof item);
-  return item;
-}
-
-int compare_items(const void *earlier, const void *later) {
-  const Item a = item_at(earlier);
-  const Item b = item_at(later);
-  seen.emplace_back(a.identity, b.identity);
-  return order(a, b);
-}
-
-// Sorts the items as a list, checks order, back links and every comparison, and answers how many
-// comparisons there were.
-std::size_t expect_sorted_as_described(QalListPool *pool, const Items &items) {
-  QalList *list = qal_list_create(pool);
-  for (const Item &item : items) {
-    void *const payload = qal_list_alloc(list);
-    std::memcpy(payload, &item, sizeof item);
-    qal_list_append(list, payload);
-  }
-  seen.clear();
-  qal_list_sort(list, &compare_items);
-  Items sorted;
-  for (const void *const payload : payloads_of(list)) sorted.push_back(item_at(payload));
-  qal_list_destroy(&list);
-  Comparisons expected;
-  EXPECT_EQ(sorted, sorted_by_levels(items, order, expected));
-  EXPECT_EQ(seen, expected);
-  return seen.size();
-}
-
-TEST_F(ListSort, ComparesAsDescribedForEveryShortSequence) {
-  order = compare_keys;
-  for (std::size_t length = 0; length <= 7; ++length) {
-    for_each_sequence(length, 4, [this](const Items &items) {
-      if (!HasFailure()) expect_sorted_as_described(pool(), items);
-    });
-  }
-}
-
-TEST_F(ListSort, ComparesAsDescribedForLongLists) {
-  order = compare_keys;
-  for (unsigned seed = 0; seed < 60; ++seed) {
-    const std::size_t length = seed * seed;
-    const auto comparisons = expect_sorted_as_described(pool(), random_items(length, 100, seed));
-    EXPECT_LE(comparisons, comparison_limit(length));
-  }
-}
-
-TEST_F(ListSort, FollowsTheSameStepsForAnOrderThatContradictsItself) {
-  order = compare_without_reason;
-  for (unsigned seed = 0; seed < 200; ++seed) {
-    expect_sorted_as_described(pool(), random_items(seed, 100, seed));
-  }
-}
-
-TEST_F(ListSort, TakesTheLaterElementFirstOnlyForResultsAboveZero) {
-  for (const int equal : {0, -1, INT_MIN}) {
-    for (const int above : {1, 2, INT_MAX}) {
-      order = [=](const Item &a, const Item &b) { return a.key > b.key ? above : equal; };
-      expect_sorted_as_described(pool(), random_items(50, 5, 1));
+// Lists with the items in their payloads.
+struct InlineLists {
+  Items sorted(const Items &items) const {
+    QalList *list = qal_list_create(pool.get());
+    for (const Item &item : items) {
+      void *const payload = qal_list_alloc(list);
+      std::memcpy(payload, &item, sizeof item);
+      qal_list_append(list, payload);
     }
+    qal_list_sort(list, &compare_items);
+    Items result;
+    for (const void *const payload : payloads_of(list)) result.push_back(item_at(payload));
+    qal_list_destroy(&list);
+    return result;
   }
-}
 
-TEST_F(ListSort, KeepsTheOrderOfEqualElements) {
-  QalList *const list = list_of(500);
-  const Payloads payloads = payloads_of(list);
-  qal_list_sort(list, [](const void *, const void *) { return 0; });
-  EXPECT_EQ(payloads_of(list), payloads);
-}
-
+  Pool pool = new_pool(sizeof(Item));
+};
 TEST_F(ListSort, ComparesNothingInAListOfOneElementOrNone) {
   const auto never = [](const void *, const void *) {
     ADD_FAILURE();
@@ -770,7 +705,7 @@ TEST_F(ListSort, RelinksTheElementsThemselves) {
   for (const Item &item : items_of({3, 1, 2})) {
     std::memcpy(payloads[static_cast<std::size_t>(item.identity)], &item, sizeof item);
   }
-  order = compare_keys;
+  item_order = compare_keys;
   qal_list_sort(list, &compare_items);
   EXPECT_THAT(payloads_of(list), ElementsAre(payloads[1], payloads[2], payloads[0]));
 }
@@ -796,3 +731,9 @@ TEST_F(ListThreads, UseListsOfTheirOwnFromOnePool) {
 }
 
 }  // namespace
+
+namespace qal::test {
+
+INSTANTIATE_TYPED_TEST_SUITE_P(List, Sort, InlineLists);
+
+}  // namespace qal::test

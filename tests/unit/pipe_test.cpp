@@ -17,12 +17,14 @@
 #include "internal/handles.hpp"
 #include "platform/platform.hpp"
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
 using qal::internal::File;
 using qal::test::exists;
+using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
@@ -80,14 +82,6 @@ std::string output_of(const std::string &text) {
 void expect_no_children() {
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
-}
-
-std::vector<int> open_descriptors() {
-  std::vector<int> open;
-  for (int number = 0; number < 256; ++number) {
-    if (fcntl(number, F_GETFD) >= 0) open.push_back(number);
-  }
-  return open;
 }
 
 TEST_F(PipeOpen, ReadsWhatTheCommandWrites) {

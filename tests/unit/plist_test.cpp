@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <iterator>
 #include <list>
 #include <random>
@@ -16,26 +14,22 @@
 
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
-#include "support/merge_model.hpp"
+#include "support/sort_cases.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::test::compare_items;
 using qal::test::compare_keys;
-using qal::test::compare_without_reason;
-using qal::test::comparison_limit;
-using qal::test::Comparisons;
-using qal::test::for_each_sequence;
 using qal::test::Item;
-using qal::test::ItemOrder;
+using qal::test::item_at;
+using qal::test::item_order;
 using qal::test::Items;
 using qal::test::items_of;
 using qal::test::LogCapture;
-using qal::test::random_items;
 using qal::test::repetitions;
 using qal::test::run_in_child;
 using qal::test::run_together;
-using qal::test::sorted_by_levels;
 using qal::test::Watchdog;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -551,103 +545,25 @@ TEST_F(PlistOperations, BehaveAsAListOverRandomSequences) {
   }
 }
 
-// The comparison has no context of its own, so what it decides by and what it saw stand here.
-ItemOrder order;
-Comparisons seen;
+// Lists of pointers to the items.
+struct PointerLists {
+  PointerLists() { qal_plist_pool_create(32, 256); }
+  ~PointerLists() { qal_plist_pool_destroy(); }
 
-int compare_items(const void *earlier, const void *later) {
-  const auto &a = *static_cast<const Item *>(earlier);
-  const auto &b = *static_cast<const Item *>(later);
-  seen.emplace_back(a.identity, b.identity);
-  return order(a, b);
-}
-
-// Sorts the items as a list, checks order, back links and every comparison, and answers how many
-// comparisons there were.
-std::size_t expect_sorted_as_described(Items items) {
-  QalPlist *list = qal_plist_create();
-  for (Item &item : items) {
-    QalPlistNode *const node = qal_plist_alloc();
-    node->data = &item;
-    qal_plist_append(list, node);
-  }
-  seen.clear();
-  qal_plist_sort(list, &compare_items);
-  Items sorted;
-  for (const QalPlistNode *const node : nodes_of(list)) {
-    sorted.push_back(*static_cast<const Item *>(node->data));
-  }
-  qal_plist_destroy(&list);
-  Comparisons expected;
-  EXPECT_EQ(sorted, sorted_by_levels(items, order, expected));
-  EXPECT_EQ(seen, expected);
-  return seen.size();
-}
-
-bool stably_sorted(const Items &items, const Items &sorted) {
-  Items expected = items;
-  std::stable_sort(expected.begin(), expected.end(),
-                   [](const Item &a, const Item &b) { return a.key < b.key; });
-  return sorted == expected;
-}
-
-TEST_F(PlistSort, ComparesAsDescribedForEveryShortSequence) {
-  order = compare_keys;
-  for (std::size_t length = 0; length <= 7; ++length) {
-    for_each_sequence(length, 4, [](const Items &items) {
-      if (!HasFailure()) expect_sorted_as_described(items);
-    });
-  }
-}
-
-TEST_F(PlistSort, ComparesAsDescribedForLongLists) {
-  order = compare_keys;
-  for (unsigned seed = 0; seed < 60; ++seed) {
-    const std::size_t length = seed * seed;
-    const std::size_t comparisons = expect_sorted_as_described(random_items(length, 100, seed));
-    EXPECT_LE(comparisons, comparison_limit(length));
-  }
-}
-
-TEST_F(PlistSort, ComparesAsDescribedAtEveryNumberOfRuns) {
-  order = compare_keys;
-  for (std::size_t length = 0; length < 140; ++length) {
-    expect_sorted_as_described(random_items(length, 10, static_cast<unsigned>(length)));
-  }
-}
-
-TEST_F(PlistSort, FollowsTheSameStepsForAnOrderThatContradictsItself) {
-  order = compare_without_reason;
-  for (unsigned seed = 0; seed < 200; ++seed) {
-    expect_sorted_as_described(random_items(seed, 100, seed));
-  }
-}
-
-TEST_F(PlistSort, TakesTheLaterNodeFirstOnlyForResultsAboveZero) {
-  for (const int equal : {0, -1, INT_MIN}) {
-    for (const int above : {1, 2, INT_MAX}) {
-      order = [=](const Item &a, const Item &b) { return a.key > b.key ? above : equal; };
-      expect_sorted_as_described(random_items(50, 5, 1));
+  static Items sorted(Items items) {
+    QalPlist *list = qal_plist_create();
+    for (Item &item : items) {
+      QalPlistNode *const node = qal_plist_alloc();
+      node->data = &item;
+      qal_plist_append(list, node);
     }
+    qal_plist_sort(list, &compare_items);
+    Items result;
+    for (const QalPlistNode *const node : nodes_of(list)) result.push_back(item_at(node->data));
+    qal_plist_destroy(&list);
+    return result;
   }
-}
-
-TEST_F(PlistSort, KeepsTheOrderOfEqualNodes) {
-  Items items = random_items(1000, 7, 3);
-  order = compare_keys;
-  QalPlist *const list = qal_plist_create();
-  for (Item &item : items) {
-    qal_plist_append(list, qal_plist_alloc());
-    list->last->data = &item;
-  }
-  qal_plist_sort(list, &compare_items);
-  Items sorted;
-  for (const QalPlistNode *const node : nodes_of(list)) {
-    sorted.push_back(*static_cast<const Item *>(node->data));
-  }
-  EXPECT_TRUE(stably_sorted(items, sorted));
-}
-
+};
 TEST_F(PlistSort, ComparesNothingInAListOfOneNodeOrNone) {
   const auto never = [](const void *, const void *) {
     ADD_FAILURE();
@@ -680,7 +596,7 @@ TEST_F(PlistSort, SortsFiveNodesByTheirPointers) {
 
 TEST_F(PlistSort, RelinksTheNodesThemselves) {
   Items items = items_of({3, 1, 2});
-  order = compare_keys;
+  item_order = compare_keys;
   QalPlist *const list = list_of(3);
   const Nodes nodes = nodes_of(list);
   for (std::size_t i = 0; i < 3; ++i) nodes[i]->data = &items[i];
@@ -800,3 +716,9 @@ TEST(PlistPool, ServesListsOfSeveralThreadsAtOnce) {
 }
 
 }  // namespace
+
+namespace qal::test {
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Plist, Sort, PointerLists);
+
+}  // namespace qal::test
