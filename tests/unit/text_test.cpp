@@ -13,9 +13,12 @@
 
 #include "support/child.hpp"
 #include "support/scratch.hpp"
+#include "support/text_model.hpp"
 
 namespace {
 
+using qal::test::Replaced;
+using qal::test::replaced_slowly;
 using qal::test::ScratchDir;
 
 // A buffer of exactly this many bytes on the heap, so that a step past its end is noticed.
@@ -426,25 +429,6 @@ TEST(TextStrcasestr, AgreesWithTryingEveryPlace) {
           << text << ", " << needle;
     }
   }
-}
-
-struct Replaced {
-  std::string text;
-  int count;
-};
-
-// One replacement after the other, each moving the whole tail.
-Replaced replaced_slowly(std::string text, const std::string &find, const std::string &replacement,
-                         bool first_only) {
-  int count = 0;
-  std::size_t at = 0;
-  while (!find.empty() && (at = text.find(find, at)) != std::string::npos) {
-    text.replace(at, find.size(), replacement);
-    at += replacement.size();
-    ++count;
-    if (first_only) break;
-  }
-  return {text, count};
 }
 
 Replaced replaced_in_place(const std::string &text, const std::string &find,
