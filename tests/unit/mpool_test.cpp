@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -19,12 +18,17 @@
 
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
+#include "support/pool_model.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::test::chain_from;
 using qal::test::ChildResult;
+using qal::test::elements_of;
 using qal::test::LogCapture;
+using qal::test::next_of;
+using qal::test::PoolModel;
 using qal::test::repetitions;
 using qal::test::run_in_child;
 using qal::test::run_together;
@@ -44,29 +48,7 @@ Pool new_pool(uint32_t element_size, uint32_t chunk_count) {
 // Makes the calling thread one with that index.
 void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
 
-// A free element and a chunk both begin with the address of the next.
-void *next_of(const void *block) {
-  void *next = nullptr;
-  std::memcpy(&next, block, sizeof next);
-  return next;
-}
-
-std::vector<void *> chain_from(void *head) {
-  std::vector<void *> all;
-  for (; head; head = next_of(head)) all.push_back(head);
-  return all;
-}
-
 std::byte *bytes(void *address) { return static_cast<std::byte *>(address); }
-
-// Where a chunk's elements lie, in the order of their addresses.
-std::vector<void *> elements_of(const QalMpool &pool, void *chunk) {
-  std::vector<void *> all;
-  for (uint32_t i = 0; i < pool.chunk_count; ++i) {
-    all.push_back(bytes(chunk) + sizeof(void *) + std::size_t{i} * pool.element_size);
-  }
-  return all;
-}
 
 struct Counts {
   uint32_t total;
@@ -438,59 +420,10 @@ TEST_F(MpoolHooks, DoNothing) {
   EXPECT_EQ(result.out + result.err + log.text(), "");
 }
 
-// A pool as it is described, over the addresses that the real one hands out.
-class ModelPool {
- public:
-  explicit ModelPool(QalMpool &pool) : pool_(pool) {}
-
-  // What the next allocation of a thread must give. `newest` is the pool's newest chunk after it.
-  void *alloc(int index, void *newest) {
-    std::deque<void *> &own = own_[index];
-    if (own.empty() && shared_.size() >= pool_.chunk_count) {
-      const auto end = shared_.begin() + pool_.chunk_count;
-      own.assign(shared_.begin(), end);
-      shared_.erase(shared_.begin(), end);
-    } else if (own.empty()) {
-      chunks_.push_front(newest);
-      const std::vector<void *> elements = elements_of(pool_, newest);
-      own.assign(elements.begin(), elements.end());
-    }
-    void *const element = own.front();
-    own.pop_front();
-    return element;
-  }
-
-  void free(void *element) { shared_.push_front(element); }
-
-  void expect_equal() const {
-    expect_chain(pool_.chunks, chunks_);
-    expect_chain(pool_.shared_free, shared_);
-    EXPECT_EQ(pool_.shared_count, static_cast<int32_t>(shared_.size()));
-    std::size_t free = shared_.size();
-    for (const auto &[index, own] : own_) {
-      expect_chain(pool_.thread_free[index], own);
-      free += own.size();
-    }
-    const Counts counts = counts_of(&pool_);  // no other thread's list has an element either
-    EXPECT_EQ(counts.free, free);
-    EXPECT_EQ(counts.total, chunks_.size() * pool_.chunk_count);
-  }
-
- private:
-  static void expect_chain(void *head, const std::deque<void *> &expected) {
-    EXPECT_EQ(chain_from(head), std::vector<void *>(expected.begin(), expected.end()));
-  }
-
-  QalMpool &pool_;
-  std::map<int, std::deque<void *>> own_;
-  std::deque<void *> shared_;
-  std::deque<void *> chunks_;
-};
-
 void run_beside_model(uint32_t chunk_count, unsigned seed) {
   std::mt19937 random(seed);
   const Pool pool = new_pool(static_cast<uint32_t>(random() % 60), chunk_count);
-  ModelPool model(*pool);
+  PoolModel model(*pool);
   std::vector<void *> used;
   constexpr std::array<int, 4> indices{0, 1, 5, 2047};
   for (int step = 0; step < 400 && !testing::Test::HasFailure(); ++step) {
@@ -507,7 +440,7 @@ void run_beside_model(uint32_t chunk_count, unsigned seed) {
       EXPECT_EQ(qal_mpool_free(pool.get(), used.back()), 0);
       used.pop_back();
     }
-    model.expect_equal();
+    EXPECT_TRUE(model.holds());
   }
 }
 
