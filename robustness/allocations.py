@@ -1,0 +1,86 @@
+"""Lets every allocation of a run fail, once alone and once with all that follow: those of the
+tool, of the libraries behind its request and of the loader that fetches them. The run deletes one
+record after one request and keeps another.
+"""
+import dataclasses
+
+import figures
+import sweep_world
+from figures import Figure
+
+HANG_SECONDS = 5
+SAMPLES = 150
+
+
+@dataclasses.dataclass(frozen=True)
+class Baseline:
+    """How many allocations an undisturbed run had made when it came to the record that it settles,
+    when it deleted that record, and when it ended."""
+    probe: int
+    unlink: int
+    end: int
+
+
+@dataclasses.dataclass(frozen=True)
+class Outcome:
+    """What one failing allocation did."""
+    failed: int
+    complaints: list
+    status: int | None
+
+
+def run_counted(world, settings):
+    report = world.root / "report"
+    report.unlink(missing_ok=True)
+    environment = {"LD_PRELOAD": sweep_world.shim("allocations"), "ALLOCATION_REPORT": str(report)}
+    ended = sweep_world.run(world, environment | settings, limit=HANG_SECONDS)
+    lines = report.read_text().splitlines() if report.exists() else []
+    return ended, [(line.split()[0], int(line.split()[1])) for line in lines]
+
+
+def measure_baseline():
+    world = sweep_world.world_of_thread()
+    sweep_world.lay_out(world)
+    _, report = run_counted(world, {})
+    events = [event for event, _ in report]
+    unlink = events.index("unlink")
+    return Baseline(report[unlink - 1][1], report[unlink][1], dict(report)["end"])
+
+
+def request_may_fail(baseline, point):
+    """Whether the failure can have kept the request from being made. The tool may delete the record
+    nevertheless."""
+    number, from_on = point
+    return number <= baseline.unlink if from_on else baseline.probe < number <= baseline.unlink
+
+
+def fail_at(baseline, point):
+    number, from_on = point
+    world = sweep_world.world_of_thread()
+    path = sweep_world.lay_out(world)
+    settings = {"FAILING_ALLOCATION": str(number)} | ({"FAILING_FROM_ON": "1"} if from_on else {})
+    ended, report = run_counted(world, settings)
+    found = sweep_world.complaints(ended)
+    found += sweep_world.losses(world, path, request_may_fail(baseline, point))
+    for problem in found:
+        sweep_world.tell(f"allocation {number}{' and all that follow' * from_on}: {problem}")
+    return Outcome(dict(report).get("failed", 0), found, ended.status)
+
+
+def measure(form):
+    baseline = measure_baseline()
+    points = [(number, from_on) for from_on in (False, True)
+              for number in range(1, baseline.end + 1)]
+    tried = sweep_world.spread(points, SAMPLES) if form == "quick" else points
+    outcomes = sweep_world.in_parallel(lambda point: fail_at(baseline, point), tried)
+    failed = sum(outcome.failed > 0 or outcome.status != 0 for outcome in outcomes)
+    surviving = sum(not outcome.complaints for outcome in outcomes)
+    measured = (f"{sweep_world.percent(failed, len(points))} / {sweep_world.percent(surviving, len(outcomes))}"
+                f" ({baseline.end:,} allocations, {len(tried):,} runs)")
+    reached = surviving == len(outcomes) and (failed == len(points) or None)
+    yield Figure("allocation points failed / surviving", "100 % / 100 %", measured, reached)
+    yield sweep_world.silence("allocations")
+
+
+if __name__ == "__main__":
+    figures.main(measure)

@@ -1,0 +1,121 @@
+/* Counts the allocations of a program from the first instruction of its main on, those of its
+   libraries and of the loader included, and lets one or more of them fail.
+
+   FAILING_ALLOCATION  the number of the one that fails; none without it
+   FAILING_FROM_ON     set when all that follow it fail too
+   ALLOCATION_REPORT   a file that gets how many had been made when the program probed a process,
+                       deleted a file and ended, and how many failed */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+extern void *__libc_malloc(size_t size);
+extern void *__libc_calloc(size_t count, size_t size);
+extern void *__libc_realloc(void *block, size_t size);
+extern void *__libc_memalign(size_t alignment, size_t size);
+
+typedef int Main(int argc, char **argv, char **envp);
+
+static int counting;
+static int report = -1;
+static int all_that_follow;
+static unsigned long made;
+static unsigned long failed;
+static unsigned long failing;
+
+static int fails(void) {
+  if (!counting) return 0;
+  const unsigned long number = __atomic_add_fetch(&made, 1, __ATOMIC_RELAXED);
+  if (failing == 0 || number < failing || (number > failing && !all_that_follow)) return 0;
+  __atomic_add_fetch(&failed, 1, __ATOMIC_RELAXED);
+  errno = ENOMEM;
+  return 1;
+}
+
+void *malloc(size_t size) { return fails() ? NULL : __libc_malloc(size); }
+
+void *calloc(size_t count, size_t size) { return fails() ? NULL : __libc_calloc(count, size); }
+
+void *realloc(void *block, size_t size) { return fails() ? NULL : __libc_realloc(block, size); }
+
+void *reallocarray(void *block, size_t count, size_t size) {
+  size_t whole;
+  if (__builtin_mul_overflow(count, size, &whole)) {
+    errno = ENOMEM;
+    return NULL;
+  }
+  return realloc(block, whole);
+}
+
+void *memalign(size_t alignment, size_t size) {
+  return fails() ? NULL : __libc_memalign(alignment, size);
+}
+
+void *aligned_alloc(size_t alignment, size_t size) { return memalign(alignment, size); }
+
+int posix_memalign(void **block, size_t alignment, size_t size) {
+  const int before = errno;
+  void *const made_block = memalign(alignment, size);
+  errno = before;
+  if (!made_block) return ENOMEM;
+  *block = made_block;
+  return 0;
+}
+
+static void write_report(const char *event, unsigned long number) {
+  char line[64];
+  if (report < 0) return;
+  const int length = snprintf(line, sizeof line, "%s %lu\n", event, number);
+  if (write(report, line, (size_t)length) != length) abort();
+}
+
+int kill(pid_t pid, int number) {
+  int (*real)(pid_t, int) = (int (*)(pid_t, int))(uintptr_t)dlsym(RTLD_NEXT, "kill");
+  write_report("probe", made);
+  return real(pid, number);
+}
+
+int unlink(const char *path) {
+  int (*real)(const char *) = (int (*)(const char *))(uintptr_t)dlsym(RTLD_NEXT, "unlink");
+  write_report("unlink", made);
+  return real(path);
+}
+
+static void write_end(void) {
+  counting = 0;
+  write_report("end", made);
+  write_report("failed", failed);
+}
+
+static Main *real_main;
+
+static int counted_main(int argc, char **argv, char **envp) {
+  counting = 1;
+  return real_main(argc, argv, envp);
+}
+
+static void configure(void) {
+  const char *const number = getenv("FAILING_ALLOCATION");
+  const char *const path = getenv("ALLOCATION_REPORT");
+  if (number) failing = strtoul(number, NULL, 10);
+  all_that_follow = getenv("FAILING_FROM_ON") != NULL;
+  if (path) report = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (path && atexit(write_end) != 0) abort();
+}
+
+int __libc_start_main(Main *main, int argc, char **argv, void (*init)(void), void (*fini)(void),
+                      void (*rtld_fini)(void), void *stack_end) {
+  int (*real)(Main *, int, char **, void (*)(void), void (*)(void), void (*)(void), void *) =
+      (int (*)(Main *, int, char **, void (*)(void), void (*)(void), void (*)(void),
+               void *))(uintptr_t)dlsym(RTLD_NEXT, "__libc_start_main");
+  configure();
+  real_main = main;
+  return real(counted_main, argc, argv, init, fini, rtld_fini, stack_end);
+}

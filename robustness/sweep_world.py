@@ -1,0 +1,290 @@
+"""What the measurements of the whole tool share: scratch directories that stand in for a user's,
+records, an HTTP server on the loopback interface, and one watched run of the tool.
+
+The tool runs as an ordinary user, even when the measurement is root's: faults of permission are
+real then. All that is made here lies below one scratch directory that goes when Python ends.
+"""
+import atexit
+import collections
+import concurrent.futures
+import dataclasses
+import functools
+import http.server
+import itertools
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+from figures import BUILD, ROOT, TOOL, Figure
+
+ORDINARY_USER = 65534
+GONE_OWNER = 2147483647  # no process ever has this id
+RESOURCES = "Library/Application Support/kalmora102"
+LIVE, KEPT, OTHER = "halix_server1.dat", "halix_server2.dat", "other.dat"
+JOBS = 2
+
+_printed = 0
+_printed_lock = threading.Lock()
+_numbers = itertools.count(1)
+_of_thread = threading.local()
+
+
+@dataclasses.dataclass(frozen=True)
+class World:
+    """A user's directories as far as the tool knows them."""
+    root: pathlib.Path
+    home: pathlib.Path
+    resources: pathlib.Path
+    temporary: pathlib.Path
+
+
+@dataclasses.dataclass(frozen=True)
+class Run:
+    """How a run of the tool ended. Status is None when it had to be stopped."""
+    status: int | None
+    seconds: float
+    printed: bytes
+
+
+def made_once(make):
+    """The function, cached so that threads that come at once get the same."""
+    cached, lock = functools.cache(make), threading.Lock()
+
+    @functools.wraps(make)
+    def made(*arguments):
+        with lock:
+            return cached(*arguments)
+    return made
+
+
+def bytes_printed():
+    """What all runs of this process wrote on standard output and standard error together."""
+    return _printed
+
+
+def silence(runs_of):
+    """The figure on what the tool prints, as far as the caller's own runs go."""
+    return Figure(f"bytes on stdout and stderr by the tool, {runs_of}", "0", str(_printed),
+                  _printed == 0)
+
+
+def tell(problem):
+    print(problem, file=sys.stderr)
+
+
+def give_away(path):
+    if os.geteuid() == 0:
+        os.lchown(path, ORDINARY_USER, ORDINARY_USER)
+    return path
+
+
+def make_directory(path):
+    path.mkdir()
+    return give_away(path)
+
+
+def make_file(path, content=b""):
+    path.write_bytes(content if isinstance(content, bytes) else content.encode())
+    return give_away(path)
+
+
+def open_scratch(parent=None):
+    """A directory that the ordinary user may walk through. It goes when Python ends."""
+    path = pathlib.Path(tempfile.mkdtemp(dir=parent, prefix="kalmora-robustness-"))
+    atexit.register(shutil.rmtree, path, ignore_errors=True)
+    path.chmod(0o755)
+    return path
+
+
+@made_once
+def scratch():
+    return open_scratch()
+
+
+@made_once
+def tool():
+    """A copy of the tool: the ordinary user may not be able to walk to the build."""
+    return shutil.copy(TOOL, scratch())
+
+
+@made_once
+def shim(name):
+    """The library for LD_PRELOAD that is made of shims/NAME.c."""
+    library = BUILD / "robustness" / f"{name}.so"
+    library.parent.mkdir(parents=True, exist_ok=True)
+    subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-Wall", "-Wextra", "-Werror", "-o", library,
+                    ROOT / "robustness" / "shims" / f"{name}.c"], check=True)
+    return shutil.copy(library, scratch())
+
+
+def make_world(parent=None):
+    root = make_directory((parent or scratch()) / f"world{next(_numbers)}")
+    home = make_directory(root / "home")
+    resources = home
+    for part in RESOURCES.split("/"):
+        resources = make_directory(resources / part)
+    return World(root, home, resources, make_directory(root / "tmp"))
+
+
+def world_of_thread():
+    """An empty world that this thread uses again and again."""
+    if not hasattr(_of_thread, "world"):
+        _of_thread.world = make_world()
+    empty(_of_thread.world.temporary)
+    return _of_thread.world
+
+
+def empty(directory):
+    for entry in os.scandir(directory):
+        if entry.is_dir(follow_symlinks=False):
+            shutil.rmtree(entry.path)
+        else:
+            os.unlink(entry.path)
+
+
+def environment_of(world):
+    return {"ZUL_HOME": str(world.root), "ZUL_USER_HOMEDIR": str(world.home),
+            "HOME": str(world.home), "TMPDIR": str(world.temporary)}
+
+
+def ordinary_user():
+    if os.geteuid() != 0:
+        return {}
+    return {"user": ORDINARY_USER, "group": ORDINARY_USER, "extra_groups": []}
+
+
+def run(world, environment=(), under=(), limit=60):
+    """Runs the tool, as the last argument of the command `under` when there is one."""
+    start = time.monotonic()
+    process = subprocess.Popen(
+        [*under, tool()], env=environment_of(world) | dict(environment), cwd=world.root,
+        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+        start_new_session=True, **ordinary_user())
+    try:
+        printed, status = process.communicate(timeout=limit)[0], process.returncode
+    except subprocess.TimeoutExpired:
+        os.killpg(process.pid, signal.SIGKILL)
+        printed, status = process.communicate()[0], None
+    count_printed(printed)
+    return Run(status, time.monotonic() - start, printed)
+
+
+def count_printed(printed):
+    global _printed
+    with _printed_lock:
+        _printed += len(printed)
+
+
+def complaints(result):
+    """What a run did that no run may do."""
+    found = []
+    if result.status != 0:
+        found.append("stopped: it hung" if result.status is None else f"status {result.status}")
+    if result.printed:
+        found.append(f"printed {result.printed!r}")
+    return found
+
+
+def record(url, owner=None):
+    """The text of a record. Without an owner, that of a process that exists."""
+    return f"{url} halix s3cret {os.getpid() if owner is None else owner}\n"
+
+
+class Server:
+    """Answers every GET on the loopback interface and counts how often each path was asked."""
+
+    def __init__(self):
+        self.asked = collections.Counter()
+        self.lock = threading.Lock()
+        server = QuietServer(("127.0.0.1", 0), functools.partial(Answer, self))
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.address = f"http://127.0.0.1:{server.server_port}"
+
+    def count(self, path):
+        with self.lock:
+            self.asked[path] += 1
+
+
+class QuietServer(http.server.ThreadingHTTPServer):
+    """A client that is gone in the middle of its request is nothing to report."""
+    request_queue_size = 1024
+
+    def handle_error(self, request, client_address):
+        pass
+
+
+class Answer(http.server.BaseHTTPRequestHandler):
+    """200 and four bytes."""
+
+    def __init__(self, server, *arguments):
+        self.counting_server = server
+        super().__init__(*arguments)
+
+    def do_GET(self):
+        self.counting_server.count(self.path)
+        self.send_response(200)
+        self.send_header("Content-Length", "4")
+        self.end_headers()
+        self.wfile.write(b"done")
+
+    def log_message(self, *_):
+        pass
+
+
+@made_once
+def server():
+    return Server()
+
+
+def lay_out(world):
+    """Puts out a record to settle, one to keep and a file that is none. Returns the path that the
+    server is asked for."""
+    path = f"/{next(_numbers):08}"
+    make_file(world.temporary / LIVE, record(server().address + path))
+    make_file(world.temporary / KEPT, record(server().address + "/never", GONE_OWNER))
+    make_file(world.temporary / OTHER, "not a record")
+    return path
+
+
+def losses(world, path, request_may_fail=False, unreadable=()):
+    """What is gone from the scene of `lay_out` without having been settled. An unreadable record is
+    one of fewer than four fields, and those are settled by deleting them."""
+    left = set(os.listdir(world.temporary))
+    gone = {LIVE, KEPT, OTHER} - left - set(unreadable)
+    if request_may_fail or server().asked[path]:
+        gone.discard(LIVE)
+    if server().asked["/never"]:
+        gone.add("the peace of a server whose record's owner is gone")
+    return [f"lost {name}" for name in sorted(gone)]
+
+
+def settles_the_rest(world):
+    """Whether an undisturbed run leaves what a run has to leave."""
+    ended = run(world)
+    left = sorted(os.listdir(world.temporary))
+    return ended.status == 0 and left == [KEPT, OTHER]
+
+
+def in_parallel(function, items):
+    """The results in the order of the items."""
+    with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
+        return list(pool.map(function, items))
+
+
+def spread(items, wanted):
+    """At most `wanted` of the items, evenly spread, the first and the last among them."""
+    items = list(items)
+    if len(items) <= wanted:
+        return items
+    return [items[index * (len(items) - 1) // (wanted - 1)] for index in range(wanted)]
+
+
+def percent(part, whole):
+    """Rounded down: 100 % are all."""
+    return f"{100 * part // whole} %" if whole else "nothing"

@@ -1,0 +1,49 @@
+"""Runs of the tool under strace, which disturbs one chosen system call, and what their traces say.
+
+A trace is a list of lines; those before the first call of the tool's main belong to the loader.
+"""
+import collections
+import shutil
+
+import sweep_world
+
+FIRST_CALL_OF_MAIN = '"/dev/null", O_RDWR|O_CLOEXEC'
+LIMIT_SECONDS = 30
+
+
+def is_available():
+    return shutil.which("strace") is not None
+
+
+def run_traced(world, *options, environment=(), limit=LIMIT_SECONDS):
+    """One run with the calls that the options name. Descriptors appear with what they stand for."""
+    file = world.root / "trace"
+    file.unlink(missing_ok=True)
+    ended = sweep_world.run(world, environment, limit=limit,
+                            under=["strace", "-f", "-qq", "-y", "-o", str(file), *options])
+    return ended, [call_of(line) for line in file.read_text(errors="replace").splitlines()]
+
+
+def call_of(line):
+    """A line without the process id in front of it."""
+    return line.split(maxsplit=1)[1]
+
+
+def name_of(call):
+    return call.split("(", 1)[0]
+
+
+def start_of_main(trace):
+    return index_of(trace, lambda call: FIRST_CALL_OF_MAIN in call)
+
+
+def index_of(trace, accepts):
+    """Where the first accepted call is; the length of the trace when none is."""
+    return next((index for index, call in enumerate(trace) if accepts(call)), len(trace))
+
+
+def names_before_and_after(trace):
+    """How often each call was made before main and from its start on."""
+    start = start_of_main(trace)
+    return (collections.Counter(map(name_of, trace[:start])),
+            collections.Counter(map(name_of, trace[start:])))
