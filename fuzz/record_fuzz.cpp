@@ -7,35 +7,22 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "nameless_file.hpp"
 #include "record.hpp"
 #include "require.hpp"
 #include "support/record_model.hpp"
 
 namespace {
 
+using qal::fuzz::nameless_file;
 using qal::fuzz::require;
 using qal::internal::read_record;
 using qal::internal::Record;
 
 constexpr std::size_t block_bytes = 4096;
-
-int nameless_file(std::string pattern) {
-  const int descriptor = mkstemp(pattern.data());
-  if (descriptor >= 0) unlink(pattern.c_str());
-  return descriptor;
-}
-
-// One file for all inputs, in memory where the system has a place for it.
-int scratch_file() {
-  static const int in_memory = nameless_file("/dev/shm/record-fuzz-XXXXXX");
-  static const int file = in_memory >= 0 ? in_memory : nameless_file("record-fuzz-XXXXXX");
-  require(file >= 0, "a scratch file can be had");
-  return file;
-}
 
 // Mostly none; else up to 255 bytes short of the end of a block.
 std::size_t blanks_in_front(std::uint8_t kind, std::uint8_t distance) {
@@ -50,7 +37,7 @@ void fill(int file, const std::string &content) {
 }
 
 void compare(const std::string &content) {
-  const int file = scratch_file();
+  const int file = nameless_file();
   fill(file, content);
   struct stat info;
   require(fstat(file, &info) == 0, "the file can be asked for");
