@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/directories_model.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
@@ -74,75 +75,23 @@ std::string root_for(const char *value) {
 
 std::string root_for(const std::string &value) { return root_for(value.c_str()); }
 
-std::string or_empty(const std::string &path, std::size_t longest) {
-  return path.size() <= longest ? path : "";
-}
-
-std::string slashed(std::string path) {
-  std::replace(path.begin(), path.end(), '\\', '/');
-  return path;
-}
-
-std::string model_root(const Settings &settings) {
-  const auto set = settings.find("ZUL_HOME");
-  if (set == settings.end()) return "/usr/local/ZUL";
-  std::string root = set->second.substr(0, 1023);
-  const auto last = root.find_last_not_of("\r\n");
-  const bool separator = last != root.npos && (root[last] == '/' || root[last] == '\\');
-  return separator && last > 0 ? root.substr(0, last) : root;
-}
-
-std::string model_tree(const std::string &path) {
-  const auto plain = slashed(or_empty(path, 1023));
-  const bool tilde = !plain.empty() && plain[0] == '~';
-  return or_empty(tilde ? real_home() + plain.substr(1) : plain, 1022);
-}
-
-void append(std::string &list, const std::string &entry) {
-  if (list.size() + entry.size() <= 1023) list += entry;
-}
-
-std::string setting(const Settings &settings, const std::string &name) {
-  const auto found = settings.find(name);
-  return found == settings.end() ? "" : found->second;
-}
-
 // Compares every text with what a second, plainer writing of the rules gives.
 void expect_model(const Settings &settings) {
-  const std::string resources = "Library/Application Support/kalmora102";
-  const auto root = model_root(settings);
-  const auto vemo = model_tree(root + "/vemo32");
-  const bool home_set = settings.count("ZUL_USER_HOMEDIR") != 0;
-  const auto wanted_home = home_set ? setting(settings, "ZUL_USER_HOMEDIR") : real_home();
-  const auto home = or_empty(wanted_home, 1023);
-  const bool home_fits = home.size() == wanted_home.size();
-
-  EXPECT_EQ(App_resource_directory, resources);
-  EXPECT_STREQ(Old_App_resource_directory, "Library/Application Support/kalmora101");
-  EXPECT_EQ(Zul_home_directory, root);
-  EXPECT_EQ(App_home_directory, model_tree(root + "/kalmora102"));
-  EXPECT_EQ(App_site_preferences_directory, model_tree(root + "/kalmora102/site_preferences"));
-  EXPECT_EQ(Vemo_home_directory, vemo);
-  EXPECT_STREQ(Zul_arch, "apple");
-  EXPECT_EQ(User_home_directory, home);
-  const auto joined = slashed(or_empty(home + "/" + resources, 1023));
-  EXPECT_EQ(User_resource_directory, home_fits ? joined : "");
-
-  std::string transports;
-  append(transports, slashed(setting(settings, "TRANSPORT_DIR")));
-  const auto machines = or_empty(slashed(vemo + "/machines/apple/ZUL/transports"), 1023);
-  if (!vemo.empty() && !machines.empty()) {
-    append(transports, (transports.empty() ? "" : ":") + machines);
-  }
-  EXPECT_EQ(TransportPaths, transports);
-
-  std::string launches;
-  if (!vemo.empty()) append(launches, vemo + "/launch_configs");
-  const auto own = setting(settings, "LAUNCH_CONFIG_DIR");
-  if (!own.empty()) append(launches, slashed(":" + own));
-  const auto last = or_empty(slashed(home + "/" + resources + "/launch_configs"), 1023);
-  if (!last.empty()) append(launches, ":" + last);
-  EXPECT_EQ(LaunchConfigPaths, launches);
+  qal::test::DirectoryWorld world;
+  world.settings = settings;
+  world.home_of = [](const std::string &) { return real_home(); };
+  const auto expected = qal::test::model_directories(world);
+  EXPECT_EQ(App_resource_directory, expected.resource);
+  EXPECT_EQ(Old_App_resource_directory, expected.old_resource);
+  EXPECT_EQ(Zul_home_directory, expected.root);
+  EXPECT_EQ(App_home_directory, expected.app);
+  EXPECT_EQ(App_site_preferences_directory, expected.preferences);
+  EXPECT_EQ(Vemo_home_directory, expected.vemo);
+  EXPECT_EQ(Zul_arch, expected.arch);
+  EXPECT_EQ(User_home_directory, expected.home);
+  EXPECT_EQ(User_resource_directory, expected.user);
+  EXPECT_EQ(TransportPaths, expected.transports);
+  EXPECT_EQ(LaunchConfigPaths, expected.launches);
 }
 
 TEST(InstallationRoot, HasAFixedPlaceWhenNothingIsSet) {

@@ -1,0 +1,56 @@
+// Takes a fuzz input apart from front to back. What the input is too short for reads as zero or as
+// empty, so that every input means something.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace qal::fuzz {
+
+class Input {
+ public:
+  Input(const std::uint8_t *data, std::size_t size)
+      : rest_(reinterpret_cast<const char *>(data), size) {}
+
+  bool is_used_up() const { return rest_.empty(); }
+
+  std::uint8_t byte() { return static_cast<std::uint8_t>(take(1).append(1, '\0').front()); }
+
+  // A number from -8 to 7, for sizes about a limit.
+  int nearby() { return byte() % 16 - 8; }
+
+  // Any bytes, their number first.
+  std::string bytes() { return take(byte()); }
+
+  // The bytes up to the next NUL.
+  std::string text() {
+    const std::string text = take(rest_.find('\0'));
+    take(1);
+    return text;
+  }
+
+  // A text, mostly once. A first byte above 0xC0 repeats it, so that short inputs reach far limits.
+  std::string long_text() {
+    const int times = std::max(byte() - 0xC0, 0) * 8 + 1;
+    const std::string piece = text();
+    std::string whole;
+    for (int i = 0; i < times && whole.size() < longest; ++i) whole += piece;
+    return whole;
+  }
+
+ private:
+  static constexpr std::size_t longest = 2100;
+
+  std::string take(std::size_t count) {
+    const std::string_view taken = rest_.substr(0, count);
+    rest_.remove_prefix(taken.size());
+    return std::string{taken};
+  }
+
+  std::string_view rest_;
+};
+
+}  // namespace qal::fuzz
