@@ -242,11 +242,17 @@ def server():
     return Server()
 
 
+def lay_out_record(world, number):
+    """A record to settle. Returns the path that the server is asked for."""
+    path = f"/{next(_numbers):08}"
+    make_file(world.temporary / f"halix_server{number}.dat", record(server().address + path))
+    return path
+
+
 def lay_out(world):
     """Puts out a record to settle, one to keep and a file that is none. Returns the path that the
     server is asked for."""
-    path = f"/{next(_numbers):08}"
-    make_file(world.temporary / LIVE, record(server().address + path))
+    path = lay_out_record(world, 1)
     make_file(world.temporary / KEPT, record(server().address + "/never", GONE_OWNER))
     make_file(world.temporary / OTHER, "not a record")
     return path

@@ -16,7 +16,7 @@ CALLS = ("open", "openat", "read", "write", "close", "stat", "fstat", "newfstata
          "sendto", "recvfrom")
 ERRORS = ("EIO", "EINTR", "ENOSPC", "EMFILE", "EACCES", "ENOMEM")
 SAMPLES = 150
-TRACED = ("-e", "trace=kill," + ",".join(f"?{call}" for call in CALLS))
+TRACED = ("-y", "-e", "trace=kill," + ",".join(f"?{call}" for call in CALLS))
 
 
 def fault_points():

@@ -16,11 +16,11 @@ def is_available():
 
 
 def run_traced(world, *options, environment=(), limit=LIMIT_SECONDS):
-    """One run with the calls that the options name. Descriptors appear with what they stand for."""
+    """One run under strace with these options."""
     file = world.root / "trace"
     file.unlink(missing_ok=True)
     ended = sweep_world.run(world, environment, limit=limit,
-                            under=["strace", "-f", "-qq", "-y", "-o", str(file), *options])
+                            under=["strace", "-f", "-qq", "-o", str(file), *options])
     return ended, [call_of(line) for line in file.read_text(errors="replace").splitlines()]
 
 

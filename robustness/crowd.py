@@ -1,0 +1,112 @@
+"""Many tools over the same records at once, and one tool over a great many files: descriptors,
+memory, and whether the work grows as the number of files does, told by counting system calls.
+"""
+import concurrent.futures
+import os
+import pathlib
+
+import figures
+import sweep_world
+import tracing
+from figures import Figure, not_run
+
+SHARED_RECORDS = {"quick": 100, "full": 1000, "release": 1000}
+MANY_RECORDS = {"quick": 5_000, "full": 100_000, "release": 100_000}
+COUNTED_RECORDS = {"quick": 200, "full": 5_000, "release": 20_000}
+LIVE_RECORDS = 200  # of the many; the others cost no request
+DESCRIPTORS = 16
+MOST_MIB = 64
+GROWTH = 4
+
+
+def share(tools, records):
+    """The figure on so many tools that start over the same records at once."""
+    world = sweep_world.make_world()
+    paths = [sweep_world.lay_out_record(world, number) for number in range(records)]
+    with concurrent.futures.ThreadPoolExecutor(tools) as pool:
+        runs = list(pool.map(lambda _: sweep_world.run(world, limit=300), range(tools)))
+    problems = sum(bool(sweep_world.complaints(ended)) for ended in runs)
+    asked = [sweep_world.server().asked[path] for path in paths]
+    left = len(os.listdir(world.temporary))
+    reached = not problems and not left and 1 <= min(asked) and max(asked) <= tools
+    return Figure(f"{tools} tools on the same records: failed / records left / requests for one",
+                  f"0 / 0 / 1-{tools}", f"{problems} / {left} / {min(asked)}-{max(asked)}"
+                  f" ({records:,} records)", reached)
+
+
+def memory_backed():
+    """Where a great many files cost no disk."""
+    shared_memory = pathlib.Path("/dev/shm")
+    return sweep_world.open_scratch(shared_memory if os.access(shared_memory, os.W_OK) else None)
+
+
+def fill(world, records):
+    """As many records as other files: a few to settle, and by halves of no use and to be kept."""
+    nowhere = "http://127.0.0.1:1/"  # nothing ever listens there
+    kept = sweep_world.record(nowhere, sweep_world.GONE_OWNER)
+    for number in range(records):
+        text = "not a record" if number % 2 else kept
+        if number < LIVE_RECORDS:
+            text = sweep_world.record(nowhere)
+        sweep_world.make_file(world.temporary / f"halix_server{number}.dat", text)
+        sweep_world.make_file(world.temporary / f"other{number}.dat", text)
+
+
+def wrongly_left(world, records):
+    """How far what is left is from the other files and the records to be kept."""
+    left = os.listdir(world.temporary)
+    kept = {f"halix_server{number}.dat" for number in range(LIVE_RECORDS, records)
+            if number % 2 == 0}
+    others = {f"other{number}.dat" for number in range(records)}
+    return len((kept | others) ^ set(left))
+
+
+def sweep_many(world, records):
+    """One run over all of them with few descriptors. Its figures."""
+    report = world.root / "memory"
+    environment = {"LD_PRELOAD": sweep_world.shim("memory"), "MEMORY_REPORT": str(report)}
+    ended = sweep_world.run(world, environment, ["prlimit", f"--nofile={DESCRIPTORS}", "--"], 300)
+    wrong = wrongly_left(world, records) + len(sweep_world.complaints(ended))
+    mib = int(report.read_text()) / 1024
+    yield Figure(f"records wrongly kept or deleted with {DESCRIPTORS} descriptors", "0",
+                 f"{wrong} of {records:,} beside {records:,} other files", wrong == 0)
+    yield Figure(f"most memory for {records:,} records", f"<= {MOST_MIB} MiB",
+                 f"{mib:.1f} MiB ({ended.seconds:.1f} s)", mib <= MOST_MIB)
+
+
+def calls_for(parent, records):
+    """How many system calls of its own the tool makes for so many records."""
+    world = sweep_world.make_world(parent)
+    fill(world, records)
+    _, trace = tracing.run_traced(world, limit=600)
+    sweep_world.empty(world.temporary)
+    return len(trace) - tracing.start_of_main(trace)
+
+
+def growth(parent, records):
+    """A fixed start and the same for each record: a larger step in size costs as much a record."""
+    first, second, third = (calls_for(parent, records * factor) for factor in (1, 2, 2 * GROWTH))
+    early = (second - first) / records
+    late = (third - second) / (records * 2 * (GROWTH - 1))
+    return Figure("system calls for one more record, few / many there", "within 1 %",
+                  f"{early:.3f} / {late:.3f} (at {records:,} and {records * 2 * GROWTH:,})",
+                  abs(late - early) <= early / 100)
+
+
+def measure(form):
+    for tools in (2, 8):
+        yield share(tools, SHARED_RECORDS[form])
+    parent = memory_backed()
+    world = sweep_world.make_world(parent)
+    fill(world, MANY_RECORDS[form])
+    yield from sweep_many(world, MANY_RECORDS[form])
+    sweep_world.empty(world.temporary)
+    if tracing.is_available():
+        yield growth(parent, COUNTED_RECORDS[form])
+    else:
+        yield not_run("system calls for one more record, few / many there", "within 1 %")
+    yield sweep_world.silence("crowds")
+
+
+if __name__ == "__main__":
+    figures.main(measure)
