@@ -11,8 +11,9 @@ import figures
 
 SECONDS = {"quick": 5, "full": 600, "release": 3600}  # for an area
 TARGETS = 12
-# Targets of one area share its time.
-CONTAINERS = ("hash", "hash_pairs", "list", "mpool", "plist", "temp_mem", "uid")
+# Targets that share the time of one area.
+SHARING = (("hash", "hash_pairs", "list", "mpool", "plist", "temp_mem", "uid"),
+           ("barrier", "reduce", "sema"))
 # Those whose input is text: they run 100 million times before a release.
 OF_TEXT = ("environment", "lines", "path", "record", "scrub", "text", "wildcard")
 RUNS_OF_TEXT = 10**8
@@ -29,7 +30,7 @@ def area(target):
 def limits(target, form):
     if form == "release" and area(target) in OF_TEXT:
         return [f"-runs={RUNS_OF_TEXT}"]
-    shares = len(CONTAINERS) if area(target) in CONTAINERS else 1
+    shares = next((len(areas) for areas in SHARING if area(target) in areas), 1)
     return [f"-max_total_time={max(2, SECONDS[form] // shares)}"]
 
 
