@@ -89,10 +89,11 @@ std::size_t number_at(const std::string &bytes, std::size_t position) {
   return number;
 }
 
-// Blocks in one chunk and in several: the rest of the input, repeated or drowned in noise.
+// The rest of the input as it is, or repeated, or noise; of every order of size, up to several
+// chunks.
 std::string content_in(Input &input) {
   const unsigned kind = input.byte();
-  const std::size_t size = input.number();
+  const std::size_t size = input.number() >> kind / 4 % 16;
   const std::string piece = input.rest();
   std::string content;
   if (kind % 4 == 0 || piece.empty()) return piece;
@@ -141,15 +142,33 @@ Answer answer(Read read, const std::string &block, std::size_t size) {
   return {produced, room.all(), log.text() + error.text(), ftello(stream.get())};
 }
 
+struct Counters {
+  std::uint64_t in = 0;
+  std::uint64_t out = 0;
+  bool operator==(const Counters &) const = default;
+};
+
+// Those of both pairs together.
+Counters counted() {
+  Counters counters;
+  zlib_io_stats(&counters.in, &counters.out, 0);
+  return {counters.in + zlib_io_in_bytes, counters.out + zlib_io_out_bytes};
+}
+
 void round_trip(Input &input) {
   const unsigned pair = input.byte();
   set_level(input);
   const std::string content = content_in(input);
+  Counters counters = counted();
   const std::string block = written(writers[pair & 1], content);
+  require(counted() == counters, "writing counts nothing");
   const Answer read = answer(readers[pair >> 1 & 1], block, content.size());
   require(read.produced == content.size() && read.bytes == content, "what was written is read");
   require(read.message.empty(), "in silence");
   require(read.position == static_cast<off_t>(block.size()), "up to the end of the block");
+  counters.in += content.size();
+  counters.out += block.size() - header_size;
+  require(counted() == counters, "reading counts both sizes");
 }
 
 // What zlib itself makes of a stream that the reader takes in one call.

@@ -96,6 +96,7 @@ class Output {
   std::string text() {
     std::fflush(stream());
     const std::string text{bytes_, size_};
+    require(_qal_logger_get_file() != nullptr, "there is a copy file");
     require(copied() == text, "the copy file holds the same at once");
     return text;
   }
@@ -180,6 +181,7 @@ void collect(Input &input) {
   qal_log("%s", text.c_str());
   qal_debug("%s", text.c_str());
   qal_stop_here();
+  update_windows_console(1);
   require(log.lines().size() == 1, "one line for a report");
   require(log.text() == cut(std::string(markers[level]) + text), "the marker and the text");
 }
@@ -193,6 +195,7 @@ void call_directly(Input &input) {
   ready_made(output.stream(), "%d|%s", number, text.c_str());
   ready_made(output.stream(), safe.get());
   ready_made(nullptr, "");
+  qal_abort("%s", "nobody listens");
   require(output.text() == cut(std::to_string(number) + "|" + text) + cut(text),
           "other formats are formatted");
 }
@@ -223,35 +226,69 @@ std::string lower_case(std::string text) {
   return text;
 }
 
+struct Version {
+  std::uint16_t major, minor, patch;
+  char letter;
+
+  std::string text() const {
+    const std::string text = std::to_string(major) + "." + std::to_string(minor) + "." +
+                             std::to_string(patch) + "(" + letter + ")";
+    return text.c_str();  // a NUL ends it
+  }
+  float number() const {
+    const double numbers = minor / 100.0 + major + patch / 10000.0;
+    return static_cast<float>(numbers + (letter - 'a') / 1000000.0);
+  }
+};
+
+Version version_in(Input &input) {
+  Version version;
+  version.major = static_cast<std::uint16_t>(input.number());
+  version.minor = version.major % 100;
+  version.patch = static_cast<std::uint16_t>(input.number());
+  version.letter = static_cast<char>(input.byte());
+  return version;
+}
+
+void check_version(QalIdentity &identity, const Version &version) {
+  const char *const text = identity.getVersionString();
+  require(version.major != 0 ? text == version.text() : !text, "the version, if there is one");
+  require(identity.getVersionFloat() == version.number(), "the version as a number");
+}
+
+void check_names(QalIdentity &identity, const std::string &name, int product) {
+  require(identity.getProductName(false) == name, "the product's name and its flavor's");
+  require(identity.getProductName(true) == lower_case(name), "the name in lower case");
+  require(identity.isProduct(product), "the product, whatever its flavor");
+}
+
+int changes = 0;
+
 void identify(Input &input) {
   constexpr int products[] = {1, 3, 4, 5, 6, 7};
   const int product = products[input.byte() % std::size(products)];
   const int flavor = static_cast<std::int16_t>(input.number());
   const int component = input.byte() % 6;
-  const auto major = static_cast<std::uint16_t>(input.number());
-  const auto patch = static_cast<std::uint16_t>(input.number());
-  const char letter = static_cast<char>(input.byte());
+  const Version version = version_in(input);
   const std::string path = repeated_text(input);
   const LogCapture log;
   QalIdentity identity(path.c_str());
+  changes = 0;
+  identity.setChangeCallback([](QalIdentity *) { ++changes; });
   identity.setProduct(product);
   identity.setFlavor(flavor);
   identity.setComponent(component);
-  identity.setVersion(major, 7, patch, letter);
+  identity.setVersion(version.major, version.minor, version.patch, version.letter);
+  require(changes == 1, "the change of the product is told");
 
   std::string name = identity.getBaseProductName(false);
   if (flavor != 0) name.append(" ").append(identity.getFlavorName(false));
-  require(identity.getProductName(false) == name, "the product's name and its flavor's");
-  std::string version = std::to_string(major) + ".7." + std::to_string(patch) + "(" + letter + ")";
-  version = version.c_str();  // a NUL ends it
   std::string whole = "[" + path.substr(0, 1023) + "] " + name;
   if (component != 0) whole.append(" ").append(identity.getComponentName());
-  if (major != 0) whole.append(" version ").append(version);
+  if (version.major != 0) whole.append(" version ").append(version.text());
   require(identity.getIdentityString() == whole.substr(0, 1023), "the identity, cut to fit");
-  require(major != 0 ? identity.getVersionString() == version : !identity.getVersionString(),
-          "the version, if there is one");
-  require(identity.getProductName(true) == lower_case(name), "the name in lower case");
-  require(identity.isProduct(product), "the product, whatever its flavor");
+  check_names(identity, name, product);
+  check_version(identity, version);
 }
 
 constexpr void (*scenarios[])(Input &) = {scrub,         report,        collect,

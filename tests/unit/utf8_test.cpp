@@ -348,6 +348,11 @@ TEST(SymbolFont, ClampsCodesOutsideTheTable) {
     EXPECT_EQ(qal_kalmora_symbol_to_unicode(code), 0x40U) << code;
 }
 
+TEST(SymbolFont, GivesTheLastEntryForEveryLargerCode) {
+  for (std::int32_t code = 256; code <= 0x20FFFF; ++code)
+    ASSERT_EQ(qal_kalmora_symbol_to_unicode(code), 0x40U) << code;
+}
+
 TEST(SymbolFont, HasLettersAndGaps) {
   EXPECT_EQ(qal_kalmora_symbol_to_unicode(0x61), 0x3B1U);
   for (int code = 0x16; code <= 0x1F; ++code) EXPECT_EQ(qal_kalmora_symbol_to_unicode(code), 0U);
