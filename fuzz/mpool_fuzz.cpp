@@ -83,6 +83,8 @@ class PoolPlay {
 
 void use_no_pool() {
   uint32_t total = 9;
+  qal_mpool_check_corruption();
+  qal_mpool_debug();
   require(!qal_mpool_alloc(nullptr), "no pool gives nothing");
   require(qal_mpool_free(nullptr, &total) == -1, "no pool takes nothing back");
   require(qal_mpool_verify_ptr(nullptr, &total) == 0, "nothing is in no pool");

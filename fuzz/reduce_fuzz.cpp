@@ -140,7 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   const Watchdog watchdog;
   Choices choices(data, size);
   std::vector<Group> groups;
-  while (choices.left() && groups.size() < 64) groups.emplace_back(choices);
+  while (choices.left() && groups.size() < 24) groups.emplace_back(choices);
   QalThreadBarrier between;
   require(qal_thread_barrier_init(&between) == 0, "a barrier can be made");
   const std::function<void(int)> task = [&](int i) { play(groups, between, i); };
