@@ -7,15 +7,17 @@ import dataclasses
 import figures
 import sweep_world
 from figures import Figure
+from sweep_world import percent
 
 HANG_SECONDS = 5
-SAMPLES = 150
+OWN_SAMPLES, SAMPLES = 30, 60  # before the request and after, alone and with all that follow
 
 
 @dataclasses.dataclass(frozen=True)
 class Baseline:
-    """How many allocations an undisturbed run had made when it came to the record that it settles,
-    when it deleted that record, and when it ended."""
+    """How many allocations an undisturbed run had made when it came to its first record, to the one
+    that it settles, when it deleted that one, and when it ended."""
+    first_probe: int
     probe: int
     unlink: int
     end: int
@@ -44,7 +46,7 @@ def measure_baseline():
     _, report = run_counted(world, {})
     events = [event for event, _ in report]
     unlink = events.index("unlink")
-    return Baseline(report[unlink - 1][1], report[unlink][1], dict(report)["end"])
+    return Baseline(report[0][1], report[unlink - 1][1], report[unlink][1], dict(report)["end"])
 
 
 def request_may_fail(baseline, point):
@@ -67,19 +69,28 @@ def fail_at(baseline, point):
     return Outcome(dict(report).get("failed", 0), found, ended.status)
 
 
+def sample(baseline):
+    """Numbers of allocations, more of them where the tool is still on its own."""
+    early = range(1, baseline.first_probe + 1)
+    late = range(baseline.first_probe + 1, baseline.end + 1)
+    return sweep_world.spread(early, OWN_SAMPLES) + sweep_world.spread(late, SAMPLES)
+
+
+def both_ways(numbers):
+    return [(number, from_on) for from_on in (False, True) for number in numbers]
+
+
 def measure(form):
     baseline = measure_baseline()
-    points = [(number, from_on) for from_on in (False, True)
-              for number in range(1, baseline.end + 1)]
-    tried = sweep_world.spread(points, SAMPLES) if form == "quick" else points
+    points = both_ways(range(1, baseline.end + 1))
+    tried = both_ways(sample(baseline)) if form == "quick" else points
     outcomes = sweep_world.in_parallel(lambda point: fail_at(baseline, point), tried)
     failed = sum(outcome.failed > 0 or outcome.status != 0 for outcome in outcomes)
     surviving = sum(not outcome.complaints for outcome in outcomes)
-    measured = (f"{sweep_world.percent(failed, len(points))} / {sweep_world.percent(surviving, len(outcomes))}"
+    measured = (f"{percent(failed, len(points))} / {percent(surviving, len(outcomes))}"
                 f" ({baseline.end:,} allocations, {len(tried):,} runs)")
     reached = surviving == len(outcomes) and (failed == len(points) or None)
     yield Figure("allocation points failed / surviving", "100 % / 100 %", measured, reached)
-    yield sweep_world.silence("allocations")
 
 
 if __name__ == "__main__":

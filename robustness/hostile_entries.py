@@ -100,13 +100,15 @@ def odd_names():
 
 def climbing_names(root):
     """Names that lead to a victim as soon as they are taken for paths or for several names."""
-    starts = [b"\\", b"A\\", b"\n\\", b"\n", b"1\n..\\tmp\\", root.replace(b"/", b"\\") + b"\\tmp\\"]
+    starts = [b"\\", b"A\\", b"\n\\", b"\n", b"1\n..\\tmp\\"]
+    starts.append(root.replace(b"/", b"\\") + b"\\tmp\\")
     climbs = [b"\\".join([b".."] * depth) for depth in (1, 2, 3, 4, 9)]
     names = [b"halix_server" + b"\\".join((start + climb, aim, victim)) + end
              for start, climb, aim, victim in itertools.product(starts, climbs, AIMS, VICTIMS)
              for end in (b"", b"\n.dat")]
     names += [b"halix_server\n" + victim + b"\n.dat" for victim in VICTIMS]
-    return names + [b"halix_server\\..\\..\\home\\u\\f", b"halix_server\\.dat", b"halix_server\n.dat"]
+    names += [b"halix_server\\..\\..\\home\\u\\f", b"halix_server\\.dat", b"halix_server\n.dat"]
+    return names
 
 
 def directories():

@@ -21,7 +21,7 @@ import tempfile
 import threading
 import time
 
-from figures import BUILD, ROOT, TOOL, Figure
+from figures import BUILD, ROOT, TOOL
 
 ORDINARY_USER = 65534
 GONE_OWNER = 2147483647  # no process ever has this id
@@ -66,12 +66,6 @@ def made_once(make):
 def bytes_printed():
     """What all runs of this process wrote on standard output and standard error together."""
     return _printed
-
-
-def silence(runs_of):
-    """The figure on what the tool prints, as far as the caller's own runs go."""
-    return Figure(f"bytes on stdout and stderr by the tool, {runs_of}", "0", str(_printed),
-                  _printed == 0)
 
 
 def tell(problem):

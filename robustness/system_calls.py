@@ -8,7 +8,7 @@ import figures
 import sweep_world
 import tracing
 from figures import Figure, not_run
-from sweep_world import KEPT, LIVE
+from sweep_world import KEPT, LIVE, percent
 
 NAME = "system-call faults (call × N × error) surviving"
 CALLS = ("open", "openat", "read", "write", "close", "stat", "fstat", "newfstatat", "getdents64",
@@ -71,10 +71,9 @@ def measure(form):
     tried = sweep_world.spread(points, SAMPLES) if form == "quick" else points
     outcomes = [found for found in sweep_world.in_parallel(fail_at, tried) if found is not None]
     surviving = outcomes.count([])
-    measured = f"{sweep_world.percent(surviving, len(outcomes))} ({surviving:,} of {len(outcomes):,}"
+    measured = f"{percent(surviving, len(outcomes))} ({surviving:,} of {len(outcomes):,}"
     measured += f" sampled from {len(points):,})" if len(tried) < len(points) else ")"
     yield Figure(NAME, "100 %", measured, 0 < surviving == len(outcomes))
-    yield sweep_world.silence("system calls")
 
 
 if __name__ == "__main__":

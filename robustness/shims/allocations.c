@@ -113,8 +113,8 @@ static void configure(void) {
 int __libc_start_main(Main *main, int argc, char **argv, void (*init)(void), void (*fini)(void),
                       void (*rtld_fini)(void), void *stack_end) {
   int (*real)(Main *, int, char **, void (*)(void), void (*)(void), void (*)(void), void *) =
-      (int (*)(Main *, int, char **, void (*)(void), void (*)(void), void (*)(void),
-               void *))(uintptr_t)dlsym(RTLD_NEXT, "__libc_start_main");
+      (int (*)(Main *, int, char **, void (*)(void), void (*)(void), void (*)(void), void *))(
+          uintptr_t)dlsym(RTLD_NEXT, "__libc_start_main");
   configure();
   real_main = main;
   return real(counted_main, argc, argv, init, fini, rtld_fini, stack_end);
