@@ -16,6 +16,7 @@
 #include <memory>
 
 #include "internal/password.hpp"
+#include "internal/retry.hpp"
 #include "platform/platform.hpp"
 
 namespace qal::internal {
@@ -83,7 +84,7 @@ bool read_version_output(VersionOutput &output) {
   // "r" alone: popen takes the "e" of other opens on some systems only.
   const Pipe pipe{popen(version_command, "r")};
   if (!pipe) return false;
-  output[std::fread(output.data(), 1, output.size() - 1, pipe.get())] = '\0';
+  output[read_uninterrupted(output.data(), output.size() - 1, pipe.get())] = '\0';
   return true;
 }
 

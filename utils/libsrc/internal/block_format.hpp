@@ -13,6 +13,8 @@
 #include <limits>
 #include <optional>
 
+#include "internal/retry.hpp"
+
 namespace qal::internal {
 
 constexpr std::size_t block_chunk_size = 16384;
@@ -32,7 +34,7 @@ struct BlockHeader {
 
   bool read(std::FILE *stream) {
     std::array<unsigned char, 8> bytes;
-    if (std::fread(bytes.data(), 1, bytes.size(), stream) != bytes.size()) return false;
+    if (read_uninterrupted(bytes.data(), bytes.size(), stream) != bytes.size()) return false;
     uncompressed = number_at(&bytes[0]);
     compressed = number_at(&bytes[4]);
     return true;
@@ -118,7 +120,7 @@ class Inflater {
 
  private:
   bool take_chunk(std::FILE *stream, std::size_t wanted) {
-    if (std::fread(chunk_.data(), 1, wanted, stream) != wanted) return false;
+    if (read_uninterrupted(chunk_.data(), wanted, stream) != wanted) return false;
     zlib_.next_in = chunk_.data();
     zlib_.avail_in = static_cast<uInt>(wanted);
     const int result = inflate(&zlib_, wanted == block_chunk_size ? Z_NO_FLUSH : Z_FINISH);
@@ -169,7 +171,8 @@ std::size_t read_block(void *data, std::size_t size, std::size_t count, std::FIL
     mismatch("Uncompressed data size mismatch\n");
     return 0;
   }
-  std::fgetc(stream);  // the flag byte has no meaning
+  unsigned char flag;  // has no meaning
+  read_uninterrupted(&flag, 1, stream);
   count_block(header);
   if (!data && header.uncompressed > 0) return 0;
   Inflater inflater;

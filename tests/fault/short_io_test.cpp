@@ -1,0 +1,219 @@
+// Every read and write moves one byte, and a signal interrupts between two of them: the results are
+// those of an undisturbed run. The system calls of the library and the start of commands are
+// replaced at link time; streams that the C library reads for itself are replaced by our own.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <qal/qal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <kalmora/blocks.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "record.hpp"
+#include "support/scratch.hpp"
+#include "support/stream_model.hpp"
+
+namespace {
+
+bool trickling = false;
+bool interrupted_last = false;
+int short_calls = 0;
+
+// Every other call is interrupted.
+bool interrupted() {
+  interrupted_last = !interrupted_last;
+  if (interrupted_last) errno = EINTR;
+  return interrupted_last;
+}
+
+std::FILE *version_output = nullptr;
+
+}  // namespace
+
+extern "C" {
+ssize_t __real_read(int file, void *to, std::size_t size);
+ssize_t __wrap_read(int file, void *to, std::size_t size) {
+  if (!trickling) return __real_read(file, to, size);
+  ++short_calls;
+  return interrupted() ? -1 : __real_read(file, to, std::min<std::size_t>(size, 1));
+}
+
+ssize_t __wrap___read_chk(int file, void *to, std::size_t size, std::size_t) {
+  return __wrap_read(file, to, size);
+}
+
+ssize_t __real_write(int file, const void *from, std::size_t size);
+ssize_t __wrap_write(int file, const void *from, std::size_t size) {
+  if (!trickling) return __real_write(file, from, size);
+  ++short_calls;
+  return interrupted() ? -1 : __real_write(file, from, std::min<std::size_t>(size, 1));
+}
+
+std::FILE *__wrap_popen(const char *, const char *) { return version_output; }
+int __wrap_pclose(std::FILE *stream) { return std::fclose(stream); }
+}
+
+namespace {
+
+using qal::internal::File;
+using qal::internal::read_record;
+using qal::internal::Record;
+using qal::test::Deliveries;
+using qal::test::exists;
+using qal::test::FlakySource;
+using qal::test::read_file;
+using qal::test::ScratchDir;
+
+class Trickle {
+ public:
+  Trickle() {
+    short_calls = 0;
+    trickling = true;
+  }
+  ~Trickle() { trickling = false; }
+  Trickle(const Trickle &) = delete;
+  Trickle &operator=(const Trickle &) = delete;
+};
+
+Deliveries byte_by_byte(std::string_view content, bool with_signals) {
+  Deliveries deliveries;
+  for (const char c : content) {
+    if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
+    deliveries.push_back({.bytes = std::string(1, c)});
+  }
+  if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
+  return deliveries;
+}
+
+// A stream that gives one byte at a time.
+class SlowSource {
+ public:
+  SlowSource(std::string_view content, bool with_signals)
+      : source_(byte_by_byte(content, with_signals)), file_(source_.open()) {}
+  std::FILE *get() const { return file_.get(); }
+
+ private:
+  FlakySource source_;
+  File file_;
+};
+
+std::string varied_text(std::size_t size) {
+  std::string text;
+  for (unsigned i = 0; text.size() < size; ++i) text += std::to_string(i * 7919U) + '\n';
+  return text.substr(0, size);
+}
+
+class ShortCalls : public testing::Test {
+ protected:
+  const ScratchDir scratch;
+  const std::string content = varied_text(20'000);
+  const std::string from = scratch.file("from", content);
+  const std::string to = scratch / "to";
+};
+
+TEST_F(ShortCalls, CopyWholeFiles) {
+  {
+    const Trickle trickle;
+    EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 0), QAL_STATUS_OK);
+  }
+  EXPECT_EQ(read_file(to), content);
+  EXPECT_GE(short_calls, 2 * 2 * 20'000);
+}
+
+TEST_F(ShortCalls, MoveWholeFiles) {
+  {
+    const Trickle trickle;
+    EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), 0x10000), QAL_STATUS_OK);
+  }
+  EXPECT_EQ(read_file(to), content);
+  EXPECT_FALSE(exists(from));
+}
+
+TEST_F(ShortCalls, ReadWholeRecords) {
+  const auto path = scratch.file("record", "http://localhost:8080/x user\tpass:word\n4711\n");
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat info;
+  ASSERT_EQ(fstat(file, &info), 0);
+  Record record;
+  {
+    const Trickle trickle;
+    EXPECT_TRUE(read_record(file, info, record));
+  }
+  close(file);
+  EXPECT_STREQ(record.url, "http://localhost:8080/x");
+  EXPECT_STREQ(record.user, "user");
+  EXPECT_STREQ(record.password, "pass:word");
+  EXPECT_EQ(record.pid, 4711);
+}
+
+TEST(ShortStreams, GiveWholeLines) {
+  const SlowSource source("first line\r\nsecond\n\nlast", true);
+  char line[32];
+  std::vector<std::string> lines;
+  while (qal_io_get_aline(source.get(), sizeof line - 1, line) >= 0) lines.emplace_back(line);
+  EXPECT_EQ(lines, (std::vector<std::string>{"first line", "second", "", "last"}));
+}
+
+TEST(ShortStreams, GiveWholeItems) {
+  const SlowSource source("abcdefghijkl", false);
+  char items[13] = {};
+  EXPECT_EQ(qal_fread(items, 3, 4, source.get()), 4U);
+  EXPECT_STREQ(items, "abcdefghijkl");
+}
+
+using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
+using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
+
+void expect_whole_block(Write write, Read read) {
+  const std::string data = varied_text(100'000);
+  const ScratchDir scratch;
+  const auto path = scratch / "block";
+  write(data.data(), 1, data.size(), File{std::fopen(path.c_str(), "wb")}.get());
+  for (const bool with_signals : {false, true}) {
+    const SlowSource source(read_file(path), with_signals);
+    std::string copy(data.size(), '\0');
+    EXPECT_EQ(read(copy.data(), 1, copy.size(), source.get()), data.size()) << with_signals;
+    EXPECT_TRUE(copy == data);
+  }
+}
+
+TEST(ShortStreams, GiveWholeBlocks) {
+  expect_whole_block(&qal_fwrite_zlib, &qal_fread_zlib);
+  expect_whole_block(&fwrite_zlib, &fread_zlib);
+}
+
+TEST(ShortStreams, GiveTheWholeVersion) {
+  for (const bool with_signals : {false, true}) {
+    FlakySource source(byte_by_byte("ProductName: macOS\nProductVersion:\t12.6.3\n", with_signals));
+    version_output = source.open();
+    char name[16];
+    int major = 0;
+    int minor = 0;
+    EXPECT_EQ(qal_get_osx_ver(name, &major, &minor), 0) << with_signals;
+    EXPECT_EQ(major, 12);
+    EXPECT_EQ(minor, 6);
+  }
+}
+
+TEST(ShortPipes, GiveWholeOutput) {
+  int pid = -1;
+  File stream{qal_pipe_popen_id("for c in a b c d; do printf $c; done; echo", "r", &pid)};
+  ASSERT_TRUE(stream);
+  char text[8] = {};
+  EXPECT_EQ(qal_pipe_fread(text, 1, 5, stream.get()), 5U);
+  EXPECT_STREQ(text, "abcd\n");
+  stream.reset();
+  EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+}
+
+}  // namespace
