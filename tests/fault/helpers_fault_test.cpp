@@ -274,24 +274,6 @@ void expect_failed_scan(const ScratchDir &scratch) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
-// 260 entries with "." and "..": the array, 256 entries, the larger array, four entries and the
-// room for sorting.
-constexpr int file_count = 258;
-constexpr int allocation_count = 1 + 256 + 1 + 4 + 1;
-
-TEST(DirectoryScan, FailsWithoutALeakWhicheverAllocationFails) {
-  const ScratchDir scratch;
-  for (int i = 0; i < file_count; ++i) scratch.file("f" + std::to_string(i));
-  for (int failing = 1; failing <= allocation_count; ++failing) {
-    faults.calloc.arm(failing, ENOMEM);
-    expect_failed_scan(scratch);
-  }
-  faults.calloc.arm(allocation_count + 1, ENOMEM);
-  dirent **list = nullptr;
-  EXPECT_EQ(scan(scratch, &list), file_count + 2);
-  our_freenamelist(list);
-}
-
 int is_visible(const dirent *entry) { return entry->d_name[0] != '.'; }
 
 TEST(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {

@@ -1,0 +1,315 @@
+// A disk that is full, files that may not grow, and hardly a descriptor left: the calls say so,
+// what was there stays whole, and nothing half done passes for done.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <qal/qal.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <kalmora/kalmora.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "support/child.hpp"
+#include "support/descriptors.hpp"
+#include "support/scratch.hpp"
+
+namespace {
+
+using qal::internal::File;
+using qal::internal::OwnedText;
+using qal::test::exists;
+using qal::test::names_in;
+using qal::test::open_descriptors;
+using qal::test::read_file;
+using qal::test::run_in_child;
+using qal::test::ScratchDir;
+
+constexpr char not_permitted[] = "mounting is not permitted here";
+
+// A file system of 64 KiB and of a few files, seen by this process alone.
+bool mount_small_disk(const std::string &directory) {
+  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, "") == 0 &&
+         mount("none", directory.c_str(), "tmpfs", 0, "size=64k,nr_inodes=8") == 0;
+}
+
+// Numbers that do not compress well.
+std::string varied_bytes(std::size_t size) {
+  std::string bytes;
+  unsigned state = 1;
+  while (bytes.size() < size) {
+    state = state * 1664525U + 1013904223U;
+    bytes += static_cast<char>(state >> 24);
+  }
+  return bytes;
+}
+
+class Limits : public testing::Test {
+ protected:
+  // Runs the body in a child with the disk in place.
+  static void on_small_disk(const std::string &disk, const std::function<void()> &body) {
+    const auto child = run_in_child([&] {
+      alarm(60);
+      if (!mount_small_disk(disk)) {
+        std::puts(not_permitted);
+        return;
+      }
+      body();
+    });
+    if (child.out.find(not_permitted) != std::string::npos) GTEST_SKIP() << not_permitted;
+    EXPECT_TRUE(child.exited_with(0)) << child.out << child.err;
+  }
+
+  const ScratchDir scratch;
+  const std::string content = varied_bytes(100'000);
+  const std::string source = scratch.file("source", content);
+  const std::string disk = scratch.directory("disk");
+};
+using FullDisk = Limits;
+
+void expect_no_room_for_copies(const std::string &source, const std::string &content,
+                               const std::string &to) {
+  EXPECT_EQ(qal_file_copy(source.c_str(), to.c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_TRUE(read_file(source) == content);
+  unlink(to.c_str());
+  EXPECT_EQ(qal_file_rename(source.c_str(), to.c_str(), 0x10000), QAL_STATUS_FAILED);
+  EXPECT_TRUE(read_file(source) == content);
+  unlink(to.c_str());
+}
+
+void expect_no_room_for_a_piece(std::string content, const std::string &to) {
+  int64_t position = -1;
+  EXPECT_EQ(remote_fileio(to.c_str(), 1, SEEK_SET, 0, static_cast<int64_t>(content.size()),
+                          content.data(), &position),
+            -3);
+  EXPECT_EQ(position, 0);
+  unlink(to.c_str());
+}
+
+using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
+using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
+
+// The writer answers the size all the same; the stream tells, and the reader takes nothing for it.
+void expect_no_room_for_a_block(Write write, Read read, const std::string &content,
+                                const std::string &to) {
+  File file{std::fopen(to.c_str(), "wb")};
+  EXPECT_EQ(write(content.data(), 1, content.size(), file.get()), content.size());
+  EXPECT_TRUE(std::fflush(file.get()) != 0 || std::ferror(file.get()));
+  file.reset(std::fopen(to.c_str(), "rb"));
+  std::string copy(content.size(), '\0');
+  EXPECT_EQ(read(copy.data(), 1, copy.size(), file.get()), 0U);
+  unlink(to.c_str());
+}
+
+void expect_no_room(const std::string &source, const std::string &content, const std::string &to) {
+  expect_no_room_for_copies(source, content, to);
+  expect_no_room_for_a_piece(content, to);
+  expect_no_room_for_a_block(&qal_fwrite_zlib, &qal_fread_zlib, content, to);
+  expect_no_room_for_a_block(&fwrite_zlib, &fread_zlib, content, to);
+}
+
+TEST_F(FullDisk, IsToldAndSparesTheSource) {
+  on_small_disk(disk, [this] { expect_no_room(source, content, disk + "/to"); });
+}
+
+TEST_F(FullDisk, WithoutRoomForAFileHoldsNone) {
+  on_small_disk(disk, [this] {
+    for (int i = 0; i < 20; ++i) {
+      const File file{std::fopen((disk + "/" + std::to_string(i)).c_str(), "w")};
+      if (!file) break;
+    }
+    const auto to = disk + "/to";
+    EXPECT_EQ(qal_io_chkfil(to.c_str(), 1, 0), 0);
+    EXPECT_EQ(qal_file_copy(source.c_str(), to.c_str(), 0), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rename(source.c_str(), to.c_str(), 0x10000), QAL_STATUS_FAILED);
+    EXPECT_EQ(_qal_logger_set_file(to.c_str()), nullptr);
+    char byte = 'b';
+    EXPECT_EQ(remote_fileio(to.c_str(), 1, SEEK_SET, 0, 1, &byte, nullptr), -2);
+    EXPECT_FALSE(exists(to));
+    EXPECT_TRUE(read_file(source) == content);
+  });
+}
+
+TEST_F(FullDisk, LosesLogLinesQuietly) {
+  on_small_disk(disk, [this] {
+    ASSERT_NE(_qal_logger_set_file((disk + "/log").c_str()), nullptr);
+    qal_logger_init(nullptr, &_qal_logger_func, nullptr, nullptr);
+    const std::string line(1000, 'l');
+    for (int i = 0; i < 100; ++i) qal_info("%s\n", line.c_str());
+    qal_logger_done();
+    _qal_logger_set_file(nullptr);
+    EXPECT_LE(read_file(disk + "/log").size(), 65536U);
+  });
+}
+
+TEST(FullDevice, IsTold) {
+  if (!exists("/dev/full")) GTEST_SKIP() << "no full device here";
+  const ScratchDir scratch;
+  const auto source = scratch.file("source", "content");
+  EXPECT_EQ(qal_file_copy(source.c_str(), "/dev/full", 0), QAL_STATUS_FAILED);
+  char byte = 'b';
+  EXPECT_EQ(remote_fileio("/dev/full", 1, SEEK_SET, 0, 1, &byte, nullptr), -3);
+  const File full{std::fopen("/dev/full", "wb")};
+  EXPECT_EQ(qal_fwrite_zlib("content", 1, 7, full.get()), 7U);
+  EXPECT_TRUE(std::fflush(full.get()) != 0 || std::ferror(full.get()));
+}
+
+using FileSizeLimit = Limits;
+
+TEST_F(FileSizeLimit, IsToldAndSparesTheSource) {
+  const auto child = run_in_child([this] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{20'000, 20'000};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    expect_no_room(source, content, scratch / "to");
+  });
+  EXPECT_TRUE(child.exited_with(0)) << child.out << child.err;
+}
+
+using FewDescriptors = Limits;
+
+// Takes all descriptors but that many.
+void leave_descriptors(std::size_t count) {
+  constexpr rlim_t limit = 64;
+  const rlimit few{limit, limit};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  std::vector<int> taken;
+  for (int copy; (copy = fcntl(0, F_DUPFD_CLOEXEC, 0)) >= 0;) taken.push_back(copy);
+  ASSERT_GE(taken.size(), count);
+  for (; count > 0; --count) {
+    close(taken.back());
+    taken.pop_back();
+  }
+}
+
+void with_descriptors(std::size_t count, const std::function<void()> &body) {
+  const auto child = run_in_child([&] {
+    alarm(60);
+    leave_descriptors(count);
+    const auto before = open_descriptors();
+    body();
+    EXPECT_EQ(open_descriptors(), before);
+  });
+  EXPECT_TRUE(child.exited_with(0)) << count << child.out << child.err;
+}
+
+TEST_F(FewDescriptors, ThanACopyNeedsMakeNone) {
+  const auto to = scratch / "to";
+  with_descriptors(0, [&] {
+    EXPECT_EQ(qal_file_copy(source.c_str(), to.c_str(), 0), QAL_STATUS_NO_SOURCE);
+    EXPECT_EQ(qal_file_rename(source.c_str(), to.c_str(), 0x10000), QAL_STATUS_NO_SOURCE);
+  });
+  with_descriptors(1, [&] {
+    EXPECT_EQ(qal_file_copy(source.c_str(), to.c_str(), 0), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rename(source.c_str(), to.c_str(), 0x10000), QAL_STATUS_FAILED);
+  });
+  EXPECT_FALSE(exists(to));
+  EXPECT_TRUE(read_file(source) == content);
+  with_descriptors(2,
+                   [&] { EXPECT_EQ(qal_file_copy(source.c_str(), to.c_str(), 0), QAL_STATUS_OK); });
+  EXPECT_TRUE(read_file(to) == content);
+}
+
+TEST_F(FewDescriptors, ThanAPipeNeedsStartNothing) {
+  const auto started = scratch / "started";
+  const std::string command = "touch '" + started + "'";
+  for (const std::size_t count : {0U, 1U}) {
+    with_descriptors(count, [&] {
+      int pid = -2;
+      EXPECT_EQ(qal_pipe_popen_id(command.c_str(), "r", &pid), nullptr);
+      EXPECT_EQ(pid, -1);
+      EXPECT_EQ(qal_pipe_popen(command.c_str(), "w"), nullptr);
+    });
+  }
+  EXPECT_FALSE(exists(started));
+  with_descriptors(2, [&] {
+    int pid = -2;
+    File stream{qal_pipe_popen_id(command.c_str(), "r", &pid)};
+    EXPECT_TRUE(stream);
+    stream.reset();
+    EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+  });
+}
+
+int list(const std::string &pattern) {
+  char *path = nullptr;
+  char *directories = nullptr;
+  char *files = nullptr;
+  int counts[2] = {};
+  const int status =
+      qal_dir_list(pattern.c_str(), &path, &counts[0], &directories, &counts[1], &files, 0);
+  const OwnedText owned[] = {OwnedText{path}, OwnedText{directories}, OwnedText{files}};
+  return status;
+}
+
+TEST_F(FewDescriptors, ThanAListingNeedsListNothing) {
+  const auto pattern = scratch / "*";
+  const auto numbered = scratch / "#";
+  with_descriptors(0, [&] {
+    EXPECT_EQ(list(pattern), QAL_STATUS_NOT_FOUND);
+    dirent **entries = nullptr;
+    EXPECT_EQ(our_scandir(scratch.path().c_str(), &entries, nullptr, nullptr), -1);
+    EXPECT_EQ(entries, nullptr);
+    int32_t first = -1;
+    int32_t last = -1;
+    EXPECT_EQ(qal_valid_pathname_range(numbered.c_str(), &first, &last), QAL_STATUS_INVALID);
+  });
+  with_descriptors(1, [&] { EXPECT_EQ(list(pattern), QAL_STATUS_OK); });
+}
+
+TEST_F(FewDescriptors, ThanARemovalNeedsKeepTheRest) {
+  const auto tree = scratch.directory("tree/d/e");
+  scratch.file("tree/d/e/file");
+  const auto root = scratch / "tree";
+  for (const std::size_t count : {0U, 1U, 2U}) {
+    with_descriptors(count, [&] { EXPECT_EQ(qal_file_rmdir(root.c_str(), 1), QAL_STATUS_FAILED); });
+  }
+  EXPECT_TRUE(exists(tree + "/file"));
+  with_descriptors(3, [&] { EXPECT_EQ(qal_file_rmdir(root.c_str(), 1), QAL_STATUS_OK); });
+}
+
+TEST_F(FewDescriptors, ThanAFileNeedsOpenNone) {
+  const auto to = scratch / "to";
+  with_descriptors(0, [&] {
+    EXPECT_EQ(qal_io_chkfil(to.c_str(), 1, 0), 0);
+    char byte = 'b';
+    EXPECT_EQ(remote_fileio(to.c_str(), 1, SEEK_SET, 0, 1, &byte, nullptr), -2);
+    EXPECT_EQ(file_getlinecount(source.c_str()), -1);
+    EXPECT_EQ(_qal_logger_set_file(to.c_str()), nullptr);
+  });
+  EXPECT_FALSE(exists(to));
+}
+
+TEST_F(FewDescriptors, ThanASweepNeedsLeaveTheRecords) {
+  const auto swept = scratch.directory("swept");
+  scratch.file("swept/halix_server1.dat", "malformed");
+  with_descriptors(0, [&] { process_directory(swept.c_str()); });
+  EXPECT_EQ(names_in(swept).size(), 1U);
+  with_descriptors(1, [&] { process_directory(swept.c_str()); });
+  EXPECT_EQ(names_in(swept).size(), 0U);
+}
+
+TEST_F(FewDescriptors, ThanTheSystemsFiguresNeedAreNoFailure) {
+  with_descriptors(0, [] {
+    for (const int query : {1, 5, 8, 9, 10}) {
+      int value = 0;
+      EXPECT_EQ(qal_sysinfo(query, &value), 1);
+      EXPECT_GT(value, 0);
+    }
+    char name[64] = "";
+    EXPECT_EQ(qal_username(name, sizeof name), 0);
+    EXPECT_STRNE(name, "");
+  });
+}
+
+}  // namespace
