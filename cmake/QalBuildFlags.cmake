@@ -19,6 +19,7 @@ check_pie_supported()
 
 set(QAL_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
 option(QAL_WERROR "Treat warnings as errors" OFF)
+option(QAL_COVERAGE "Count the lines and branches that run (g++ only)" OFF)
 
 # For everything that is built.
 add_library(qal_common_flags INTERFACE)
@@ -40,6 +41,11 @@ if(QAL_SANITIZE)
                                -fno-omit-frame-pointer)
   target_link_options(qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE})
 endif()
+if(QAL_COVERAGE)
+  # Counted atomically, for the programs with threads.
+  target_compile_options(qal_common_flags INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(qal_common_flags INTERFACE --coverage)
+endif()
 if(NOT APPLE)
   target_link_options(qal_common_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 endif()
@@ -47,8 +53,8 @@ endif()
 # For what is installed.
 add_library(qal_build_flags INTERFACE)
 target_link_libraries(qal_build_flags INTERFACE qal_common_flags)
-if(NOT QAL_SANITIZE)
-  # The sanitizers replace what these would check.
+if(NOT QAL_SANITIZE AND NOT QAL_COVERAGE)
+  # The sanitizers replace what these would check; a coverage build is not optimised.
   target_compile_options(
     qal_build_flags INTERFACE -fstack-protector-strong -fstack-clash-protection
                               $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
