@@ -85,6 +85,17 @@ int exec_program(std::vector<std::string> arguments,
   return 127;
 }
 
+// Of what runs now, those that it inherited from its parent included.
+int failed_expectations() {
+  const auto &unit = *testing::UnitTest::GetInstance();
+  const auto *const test = unit.current_test_info();
+  const testing::TestResult &result = test ? *test->result() : unit.ad_hoc_test_result();
+  int failed = 0;
+  for (int i = 0; i < result.total_part_count(); ++i)
+    failed += result.GetTestPartResult(i).failed();
+  return failed;
+}
+
 }  // namespace
 
 bool ChildResult::exited_with(int code) const {
@@ -97,8 +108,9 @@ bool ChildResult::killed_by(int signal) const {
 
 ChildResult run_in_child(const std::function<void()> &body) {
   return fork_and_wait([&body] {
+    const int inherited = failed_expectations();
     body();
-    return testing::Test::HasFailure() ? 1 : 0;
+    return failed_expectations() > inherited ? 1 : 0;
   });
 }
 
