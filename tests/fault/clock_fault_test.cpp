@@ -218,6 +218,26 @@ TEST(ClockFixedDate, StampsLogLinesWithTheLocalTime) {
   EXPECT_THAT(log.lines(), ElementsAre("09:07:03 WARNING: full\n", "09:07:03 message\n"));
 }
 
+TEST(ClockFixedDate, StampsLogLinesWhateverTheClockDoes) {
+  const LogCapture log;
+  qal_logger_time_stamp(1);
+  use_zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  constexpr std::time_t clocks_go_back = 1'729'990'800;  // 27 October 2024
+  const FixedClock clock{clocks_go_back - 1};
+  qal_info("a\n");
+  FixedClock::set(clocks_go_back);
+  qal_info("b\n");
+  use_zone("UTC0");
+  FixedClock::set(std::time_t{INT32_MAX} + 1);
+  qal_info("c\n");
+  FixedClock::set(0);
+  qal_info("d\n");
+  setenv("TZ", ":/no/such/zone", 1);
+  qal_info("e\n");
+  EXPECT_THAT(log.lines(), ElementsAre("02:59:59 a\n", "02:00:00 b\n", "03:14:08 c\n",
+                                       "00:00:00 d\n", "00:00:00 e\n"));
+}
+
 TEST(ClockFixedTimer, AddsUpWhatItRan) {
   const FixedClock clock{some_day};
   const LogCapture log;

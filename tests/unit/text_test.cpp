@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -11,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "support/child.hpp"
 #include "support/scratch.hpp"
+#include "support/test_locale.hpp"
 #include "support/text_model.hpp"
 
 namespace {
@@ -20,6 +19,7 @@ namespace {
 using qal::test::Replaced;
 using qal::test::replaced_slowly;
 using qal::test::ScratchDir;
+using qal::test::TestLocale;
 
 // A buffer of exactly this many bytes on the heap, so that a step past its end is noticed.
 class Buffer {
@@ -48,32 +48,6 @@ std::vector<std::string> texts_of(std::string_view alphabet, std::size_t longest
   }
   return texts;
 }
-
-// A locale compiled for one test, given by its name or by a source file, and set while this lives.
-class TestLocale {
- public:
-  TestLocale(const std::string &source, const std::string &charmap) {
-    const std::string compiler = "/usr/bin/localedef";
-    if (!qal::test::exists(compiler)) return;
-    // The C library remembers a locale by its name, so each needs another.
-    const std::string name = "for_" + charmap;
-    qal::test::run_program(
-        {compiler, "--no-archive", "-c", "-i", source, "-f", charmap, scratch_ / name},
-        {{"PATH", "/usr/bin:/bin"}});
-    setenv("LOCPATH", scratch_.path().c_str(), 1);
-    is_set_ = std::setlocale(LC_CTYPE, name.c_str()) != nullptr;
-  }
-  ~TestLocale() { std::setlocale(LC_CTYPE, "C"); }
-  TestLocale(const TestLocale &) = delete;
-  TestLocale &operator=(const TestLocale &) = delete;
-
-  // False where the system cannot compile it.
-  bool is_set() const { return is_set_; }
-
- private:
-  ScratchDir scratch_;
-  bool is_set_ = false;
-};
 
 using CharClass = int (*)(int);
 

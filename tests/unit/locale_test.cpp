@@ -1,0 +1,168 @@
+// The library sets no locale; a host may. What it makes of ASCII text is the same in every locale,
+// but for conversion to upper and lower case and search without case, which are the platform's.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qal/qal.h>
+#include <kalmora/helpers.hpp>
+#include <qal/identity.hpp>
+
+#include <cctype>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "internal/handles.hpp"
+#include "support/test_locale.hpp"
+
+namespace {
+
+using qal::internal::OwnedText;
+using qal::test::TestLocale;
+
+constexpr int ascii_end = 128;
+
+using Observations = std::vector<std::string>;
+
+// All ASCII characters but NUL and those that the case mapping of a locale may lead out of ASCII.
+std::string ascii_text() {
+  std::string text;
+  for (int c = 1; c < ascii_end; ++c) {
+    if (c != 'i' && c != 'I') text += static_cast<char>(c);
+  }
+  return text;
+}
+
+void observe_classes(Observations &seen) {
+  using CharClass = int (*)(int);
+  for (const CharClass holds :
+       {qal_isascii, qal_isblank, qal_isdigit, qal_isxdigit, qal_isalpha, qal_isalnum, qal_iscntrl,
+        qal_isgraph, qal_islower, qal_isprint, qal_ispunct, qal_isspace, qal_isupper}) {
+    std::string answers;
+    for (int c = 0; c < ascii_end; ++c) answers += holds(c) ? '1' : '0';
+    seen.push_back(answers);
+  }
+}
+
+// What a function makes of a text in place.
+std::string changed(std::string text, const std::function<void(char *)> &change) {
+  text.resize(2048);
+  change(text.data());
+  return text.c_str();
+}
+
+void observe_texts(Observations &seen) {
+  const std::string text = "IiI ;" + ascii_text();
+  seen.push_back(changed(text, [](char *at) { qal_changecase(at, 0); }));
+  seen.push_back(changed(text, [](char *at) { qal_changecase(at, 1); }));
+  seen.push_back(changed(text, [](char *at) { qal_strrepl(at, ";", "ii", 0); }));
+  seen.push_back(changed(text, [](char *at) { qal_strip_at_the_chars(at, "~"); }));
+  seen.push_back(changed(" \v\tIi \r\n", [](char *at) { qal_strip_pre_post_spaces(at, at); }));
+  seen.push_back(changed(text, [](char *at) { replace_illegal(at); }));
+  seen.push_back(changed("/a/./I/../" + text, [](char *at) { qal_convert_pathname(at, 0x700); }));
+  const OwnedText copy{qal_string_native_to_utf8(text.c_str())};
+  seen.emplace_back(copy.get());
+  char printed[64];
+  qal_snprintf(printed, sizeof printed, "%d %s %x", 1234567, "Ii", 255U);
+  seen.emplace_back(printed);
+}
+
+void observe_matches(Observations &seen) {
+  const auto bytes = [](const std::string &text) {
+    return reinterpret_cast<const unsigned char *>(text.c_str());
+  };
+  std::string answers;
+  for (int c = 1; c < ascii_end; ++c) {
+    const std::string name(1, static_cast<char>(c));
+    for (const std::string pattern : {"[a-z]", "[!A-Z]", "?", "I", "i"}) {
+      answers += zul_fnmatch(bytes(pattern), bytes(name)) == 0 ? '1' : '0';
+      answers += qal_fnmatch(bytes(pattern), name.c_str(), 0) == 0 ? '1' : '0';
+    }
+    for (const std::string pattern : {"[a-z]", "x", "X", "ä"}) {
+      answers += qal_fnmatch(bytes(pattern), name.c_str(), QAL_FNM_CASEFOLD) == 0 ? '1' : '0';
+    }
+  }
+  seen.push_back(answers);
+}
+
+void observe_names(Observations &seen) {
+  QalIdentity identity("/bin/demo");
+  identity.setProduct(1);
+  identity.setComponent(1);
+  identity.setVersion(10, 2, 3, 'b');
+  seen.emplace_back(identity.getIdentityString());
+  seen.emplace_back(identity.getProductName(true));
+  int numbers[3] = {};
+  char letter = '\0';
+  version_number_from_version_string(" 10.02.3(-i)", &numbers[0], &numbers[1], &numbers[2],
+                                     &letter);
+  for (const int number : numbers) seen.push_back(std::to_string(number));
+  seen.emplace_back(1, letter);
+  const OwnedText lower{lower_case(ascii_text().c_str())};
+  seen.emplace_back(lower.get());
+}
+
+Observations observations() {
+  Observations seen;
+  observe_classes(seen);
+  observe_texts(seen);
+  observe_matches(seen);
+  observe_names(seen);
+  return seen;
+}
+
+// By way of volatile pointers: the optimiser takes for granted that ASCII maps to ASCII.
+int (*volatile const platform_toupper)(int) = std::toupper;
+int (*volatile const platform_tolower)(int) = std::tolower;
+
+void expect_case_of_the_platform() {
+  for (int c = 0; c < ascii_end; ++c) {
+    const auto byte = static_cast<unsigned>(c);
+    EXPECT_EQ(qal_toupper(byte), static_cast<unsigned>(platform_toupper(c)));
+    EXPECT_EQ(qal_tolower(byte), static_cast<unsigned>(platform_tolower(c)));
+  }
+  const bool alike = platform_toupper('i') == platform_toupper('I');
+  EXPECT_EQ(qal_strcasestr("FILE", "file") != nullptr, alike);
+  EXPECT_EQ(readercmp("FILE", "file") == 0, strcasecmp("FILE", "file") == 0);
+}
+
+class Locales : public testing::Test {
+ protected:
+  ~Locales() override { std::setlocale(LC_ALL, "C"); }
+
+  // In the locale that is set now.
+  void expect_as_in_c() const {
+    EXPECT_EQ(observations(), in_c_);
+    expect_case_of_the_platform();
+  }
+
+ private:
+  const Observations in_c_ = observations();
+};
+
+TEST_F(Locales, LeaveAsciiAloneInTheCLocale) { expect_as_in_c(); }
+
+TEST_F(Locales, LeaveAsciiAloneInUtf8) {
+  if (!std::setlocale(LC_ALL, "C.UTF-8")) GTEST_SKIP() << "no such locale";
+  expect_as_in_c();
+}
+
+TEST_F(Locales, LeaveAsciiAloneInTurkish) {
+  for (const char *charmap : {"UTF-8", "ISO-8859-9"}) {
+    const TestLocale locale("tr_TR", charmap, LC_ALL);
+    if (!locale.is_set()) GTEST_SKIP() << "no such locale";
+    expect_as_in_c();
+  }
+}
+
+TEST_F(Locales, AreNeverSetByTheLibrary) {
+  ASSERT_EQ(setenv("LC_ALL", "C.UTF-8", 1), 0);
+  qal_utils_init();
+  observations();
+  expect_case_of_the_platform();
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+}
+
+}  // namespace
