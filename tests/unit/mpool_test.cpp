@@ -12,12 +12,12 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <vector>
 
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
+#include "support/pool_churn.hpp"
 #include "support/pool_model.hpp"
 #include "support/threads.hpp"
 
@@ -25,7 +25,9 @@ namespace {
 
 using qal::test::chain_from;
 using qal::test::ChildResult;
+using qal::test::churn;
 using qal::test::elements_of;
+using qal::test::Exchange;
 using qal::test::LogCapture;
 using qal::test::next_of;
 using qal::test::PoolModel;
@@ -448,44 +450,6 @@ TEST_F(MpoolAlloc, BehavesAsDescribedOverRandomOperations) {
   for (uint32_t chunk_count = 1; chunk_count <= 8; ++chunk_count) {
     for (unsigned seed = 0; seed < 3; ++seed) run_beside_model(chunk_count, seed);
   }
-}
-
-// Where threads leave elements for each other.
-class Exchange {
- public:
-  // What another thread left, for what this one leaves; or null.
-  uint64_t *swap(uint64_t *element, std::size_t at) {
-    const std::lock_guard lock(mutex_);
-    if (elements_.size() < 64) {
-      elements_.push_back(element);
-      return nullptr;
-    }
-    std::swap(element, elements_[at % elements_.size()]);
-    return element;
-  }
-
-  const std::vector<uint64_t *> &rest() const { return elements_; }
-
- private:
-  std::mutex mutex_;
-  std::vector<uint64_t *> elements_;
-};
-
-uint64_t mark_of(const uint64_t *element) { return ~reinterpret_cast<uintptr_t>(element); }
-
-// Allocates, marks, exchanges and gives back; answers how often something was wrong.
-int churn(QalMpool *pool, Exchange &exchange, int rounds) {
-  std::mt19937 random(static_cast<unsigned>(qal_thread_index()));
-  int wrong = 0;
-  for (int i = 0; i < rounds; ++i) {
-    auto *const element = static_cast<uint64_t *>(qal_mpool_alloc(pool));
-    element[0] = element[1] = mark_of(element);
-    uint64_t *const other = exchange.swap(element, random());
-    if (!other) continue;
-    if (other[0] != mark_of(other) || other[1] != mark_of(other)) ++wrong;
-    if (qal_mpool_free(pool, other) != 0) ++wrong;
-  }
-  return wrong;
 }
 
 TEST_F(MpoolThreads, ShareOnePoolWithoutSharingAnElement) {
