@@ -32,9 +32,9 @@ class Input {
     return text;
   }
 
-  // A text, mostly once. A first byte above 0xC0 repeats it, so that short inputs reach far limits.
+  // A text, mostly once. A first byte above 0xF0 repeats it, so that short inputs reach far limits.
   std::string long_text() {
-    const int times = std::max(byte() - 0xC0, 0) * 8 + 1;
+    const int times = std::max((byte() - 0xF0) * 64, 1);
     const std::string piece = text();
     std::string whole;
     for (int i = 0; i < times && whole.size() < longest; ++i) whole += piece;

@@ -50,6 +50,18 @@ struct Scenario {
 
 string working_directory;
 
+void check_working_directory(const string &directory, int nearby) {
+  require(qal_setcwd(nullptr) == -1, "no directory can be entered");
+  require(qal_setcwd(directory.c_str()) == 0, "a directory can be entered");
+  const int size = std::max(static_cast<int>(directory.size()) + 1 + nearby, 0);
+  GuardedRoom room{size, ""};
+  const char *const told = qal_getcwd(room.data(), static_cast<std::size_t>(size));
+  const bool fits = static_cast<int>(directory.size()) < size;
+  require(fits ? told == room.data() && room.text() == directory : !told && room.is_untouched(),
+          "the working directory is told when it fits");
+  require(room.guards_are_intact(), "the working directory stays in its room");
+}
+
 void check_conversion(const string &path, std::uint32_t flags) {
   GuardedRoom room{path};
   require(qal_convert_pathname(room.data(), flags) == 0, "conversion answers 0");
@@ -171,6 +183,11 @@ void check_suffixes(const string &arch) {
 
 }  // namespace
 
+extern "C" int __wrap_chdir(const char *path) {
+  working_directory = path;
+  return 0;
+}
+
 extern "C" char *__wrap_getcwd(char *room, std::size_t size) {
   if (working_directory.size() < size) {
     return static_cast<char *>(
@@ -182,7 +199,7 @@ extern "C" char *__wrap_getcwd(char *room, std::size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const Scenario scenario{{data, size}};
-  working_directory = scenario.directory;
+  check_working_directory(scenario.directory, scenario.near_full);
   check_conversion(scenario.path, scenario.flags);
   check_normalisation(scenario);
   check_split(scenario.path, qal_dirname, dirname_model(scenario.path));

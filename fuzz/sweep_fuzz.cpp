@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "internal/handles.hpp"
 #include "require.hpp"
 #include "sweep_model.hpp"
 #include "sweep_places.hpp"
@@ -25,6 +26,7 @@
 namespace {
 
 using namespace qal::fuzz;
+using qal::internal::Descriptor;
 using std::string;
 
 // The sweep that runs now and what was seen of it.
@@ -123,14 +125,23 @@ Status status_of(const string &path) {
   return status;
 }
 
-void create(const string &path, const Entry &entry) {
+// Holds what it was given until the end of the run: the descriptor keeps it from being lost.
+Descriptor make_fifo(const string &path, const string &content) {
+  require(mkfifo(path.c_str(), 0600) == 0, "a FIFO can be made");
+  Descriptor fifo{open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)};
+  const ssize_t written = write(fifo.get(), content.data(), content.size());
+  require(written == static_cast<ssize_t>(content.size()), "a FIFO can be filled");
+  return fifo;
+}
+
+void create(const string &path, const Entry &entry, std::vector<Descriptor> &fifos) {
   bool created = true;
   switch (entry.kind) {
     case Entry::regular:
       write_file(path, entry.content);
       break;
     case Entry::fifo:
-      created = mkfifo(path.c_str(), 0600) == 0;
+      fifos.push_back(make_fifo(path, entry.content));
       break;
     case Entry::socket:
       created = mknod(path.c_str(), S_IFSOCK | 0600, 0) == 0;
@@ -146,11 +157,11 @@ void create(const string &path, const Entry &entry) {
   require(created, "an entry can be created");
 }
 
-std::map<string, Status> fill(const Scenario &scenario) {
+std::map<string, Status> fill(const Scenario &scenario, std::vector<Descriptor> &fifos) {
   std::map<string, Status> filled;
   for (const auto &[name, entry] : scenario.entries) {
     const string path = scenario.directory + "/" + name;
-    create(path, entry);
+    create(path, entry, fifos);
     filled[name] = status_of(path);
   }
   return filled;
@@ -180,7 +191,8 @@ int lowest_free_descriptor() {
 }
 
 void sweep(const Scenario &scenario) {
-  const auto before = fill(scenario);
+  std::vector<Descriptor> fifos;
+  const auto before = fill(scenario, fifos);
   const SweepModel model{scenario, listed_names(scenario.directory)};
   const int descriptor = lowest_free_descriptor();
   Run seen{scenario, model};

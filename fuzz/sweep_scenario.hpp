@@ -15,7 +15,7 @@ namespace qal::fuzz {
 struct Entry {
   enum Kind { regular, fifo, socket, directory, link_to_place, link_to_sibling };
   Kind kind;
-  std::string content;  // of a file, or the text of a link
+  std::string content;  // of a file or a FIFO, or the text of a link
 };
 using Entries = std::map<std::string, Entry>;
 
@@ -109,7 +109,7 @@ class Scenario {
     const auto targets = link_targets();
     switch (kind) {
       case 0:
-        return {Entry::fifo, ""};
+        return {Entry::fifo, bytes};
       case 1:
         return {input.byte() % 2 == 0 ? Entry::socket : Entry::directory, ""};
       case 2:
