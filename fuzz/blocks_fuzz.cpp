@@ -18,8 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include "input.hpp"
 #include "internal/handles.hpp"
-#include "pieces.hpp"
 #include "require.hpp"
 #include "room.hpp"
 #include "support/log_capture.hpp"

@@ -17,7 +17,18 @@ class Input {
 
   bool is_used_up() const { return rest_.empty(); }
 
-  std::uint8_t byte() { return static_cast<std::uint8_t>(take(1).append(1, '\0').front()); }
+  std::uint8_t byte() {
+    if (rest_.empty()) return 0;
+    const auto byte = static_cast<std::uint8_t>(rest_.front());
+    rest_.remove_prefix(1);
+    return byte;
+  }
+
+  // Two bytes, the lower one first.
+  unsigned number() {
+    const unsigned low = byte();
+    return low | static_cast<unsigned>(byte()) << 8;
+  }
 
   // A number from -8 to 7, for sizes about a limit.
   int nearby() { return byte() % 16 - 8; }
@@ -25,10 +36,12 @@ class Input {
   // Any bytes, their number first.
   std::string bytes() { return take(byte()); }
 
+  std::string rest() { return take(rest_.size()); }
+
   // The bytes up to the next NUL.
   std::string text() {
     const std::string text = take(rest_.find('\0'));
-    take(1);
+    byte();
     return text;
   }
 

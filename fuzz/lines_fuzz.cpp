@@ -13,8 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "input.hpp"
 #include "internal/handles.hpp"
-#include "pieces.hpp"
 #include "require.hpp"
 #include "room.hpp"
 #include "support/stream_model.hpp"

@@ -16,9 +16,9 @@
 #include <string>
 #include <string_view>
 
+#include "input.hpp"
 #include "internal/handles.hpp"
 #include "nameless_file.hpp"
-#include "pieces.hpp"
 #include "require.hpp"
 #include "room.hpp"
 #include "support/log_capture.hpp"

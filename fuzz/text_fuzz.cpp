@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "pieces.hpp"
+#include "input.hpp"
 #include "require.hpp"
 #include "room.hpp"
 #include "support/text_model.hpp"
