@@ -30,7 +30,8 @@ def allocation_points():
     # The program asks for one failure more in each area until none is left to fail.
     reached = passed and 0 < failed == survived
     measured = f"{'100 %' if passed else 'not all'} / {percent(survived, failed)} of {failed}"
-    return Figure("library allocation points failed / surviving", "100 % / 100 %", measured, reached)
+    return Figure("library allocation points failed / surviving", "100 % / 100 %", measured,
+                  reached)
 
 
 def percent(part, whole):
