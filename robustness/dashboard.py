@@ -14,7 +14,8 @@ import subprocess
 import sys
 import time
 
-from figures import BUILD, FORMS, ROOT, Figure, table
+import sweep_world
+from figures import FORMS, RESULTS, ROOT, Figure, table
 
 MEASUREMENTS = (
     "sanitizers",
@@ -37,7 +38,6 @@ MEASUREMENTS = (
     "stress",
     "repeats",
 )
-RESULTS = BUILD / "robustness" / "results"
 PAGE = ROOT / "docs" / "robustness-figures.md"
 
 
@@ -53,13 +53,14 @@ def result_file(form, name):
 
 def take(form, name):
     print(f"-- {name}", flush=True)
-    started = time.monotonic()
+    started, printed = time.monotonic(), sweep_world.bytes_printed()
     figures = list(importlib.import_module(name).measure(form))
     result = {
         "form": form,
         "commit": commit(),
         "date": datetime.date.today().isoformat(),
         "seconds": round(time.monotonic() - started),
+        "printed": sweep_world.bytes_printed() - printed,
         "figures": [vars(figure) for figure in figures],
     }
     file = result_file(form, name)
