@@ -1,0 +1,180 @@
+#!/usr/bin/env python3
+"""Which lines and branches of the product the tests run, and which the fuzz corpus runs alone.
+
+The counters lie beside the objects of the coverage build. A process that is killed loses its own;
+what it did is counted when another test gets there and lives.
+"""
+import collections
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+
+import figures
+
+TREE = figures.BUILD / "coverage"
+LINES_GOAL, BRANCHES_GOAL, CORPUS_GOAL = 99, 95, 95
+# They fail every allocation in turn, those of the counters too, or count to millions.
+LEFT_OUT = r"^every_allocation\.|_stress\."
+OURS = ("app/", "utils/", "cxxutils/")
+
+LIB = "utils/libsrc"
+INNER, IO = f"{LIB}/internal", f"{LIB}/qal_io"
+CRITICAL = (
+    "app/blocks.cpp", "app/record.cpp", "app/record.hpp", "app/sweep.cpp",
+    f"{INNER}/block_format.hpp", f"{INNER}/chain.hpp",
+    f"{LIB}/qal_fnmatch.cpp", f"{LIB}/qal_hash.cpp",
+    f"{LIB}/qal_hash_pairs.cpp", f"{LIB}/qal_list.cpp", f"{LIB}/qal_zlib.cpp",
+    f"{IO}/path_convert.cpp",
+)
+
+# What each fuzz target is about: whole units, or the functions with one of the names.
+ALL = None
+CORPUS_UNITS = {
+    "barrier": {f"{LIB}/qal_barrier.cpp": ALL, f"{INNER}/barrier.hpp": ALL},
+    "blocks": {"app/blocks.cpp": ALL, f"{LIB}/qal_zlib.cpp": ALL, f"{INNER}/block_format.hpp": ALL},
+    "environment": {"app/directories.cpp": ALL, "app/installation.cpp": ALL,
+                    f"{INNER}/password.hpp": ALL},
+    "hash": {f"{LIB}/qal_hash.cpp": ALL},
+    # That no pair table can be made is for want of memory alone.
+    "hash_pairs": {f"{LIB}/qal_hash_pairs.cpp": {"_destroy", "_insert", "_find", "_remove"}},
+    "lines": {"app/helpers_file.cpp": {"file_getlinecount", "count_lines"},
+              f"{IO}/file_check.cpp": {"qal_io_get_aline"}, f"{IO}/file_ops.cpp": {"qal_fread"}},
+    "list": {f"{LIB}/qal_list.cpp": ALL, f"{INNER}/chain.hpp": ALL, f"{INNER}/merge_sort.hpp": ALL},
+    "mpool": {f"{LIB}/qal_mpool.cpp": ALL},
+    "path": {f"{IO}/path_{part}.cpp": ALL for part in ("convert", "full", "norm", "parts")},
+    "plist": {f"{LIB}/qal_plist.cpp": ALL, f"{INNER}/chain.hpp": ALL},
+    "record": {"app/record.cpp": ALL},
+    "reduce": {f"{LIB}/qal_reduce.cpp": ALL, f"{INNER}/barrier.hpp": ALL},
+    "scrub": {f"{LIB}/qal_logger.cpp": ALL},
+    "sema": {f"{LIB}/qal_thread_sema.cpp": ALL},
+    "sweep": {"app/notify.cpp": ALL, "app/record.cpp": ALL, "app/sweep.cpp": ALL},
+    "temp_mem": {f"{LIB}/qal_temp_mem.cpp": {"temp_mem", "Segment"}},
+    "text": {f"{LIB}/qal_string.cpp": ALL},
+    "uid": {f"{LIB}/qal_uid.cpp": ALL},
+    "wildcard": {f"{LIB}/qal_fnmatch.cpp": ALL},
+}
+
+
+def built():
+    subprocess.run(["cmake", "--preset", "coverage", "-B", TREE], cwd=figures.ROOT, check=True,
+                   stdout=subprocess.DEVNULL)
+    return subprocess.run(["ninja", "-C", TREE, "--quiet"], check=False).returncode == 0
+
+
+def forget_counts():
+    """Empty counters beside every object; tests that gave up root write them too."""
+    for notes in TREE.rglob("*.gcno"):
+        counts = notes.with_suffix(".gcda")
+        counts.write_bytes(b"")
+        counts.chmod(0o666)
+
+
+def run_tests():
+    """Whether all passed. What the counters complain about goes to a file, not among the output
+    that tests compare."""
+    complaints = TREE / "complaints.log"
+    complaints.write_bytes(b"")
+    complaints.chmod(0o666)
+    done = subprocess.run(
+        ["ctest", "--test-dir", TREE, "-j2", "--timeout", "300", "-E", LEFT_OUT, "-Q",
+         "-O", TREE / "ctest.log"], check=False,
+        env=os.environ | {"GCOV_ERROR_FILE": str(complaints)})
+    return done.returncode == 0
+
+
+def summary():
+    """What gcovr counted in all; the details lie in coverage.json of the build tree."""
+    file = TREE / "summary.json"
+    filters = [option for folder in OURS for option in ("--filter", folder)]
+    subprocess.run(["gcovr", "--root", figures.ROOT, *filters, "-j2", "--exclude-throw-branches",
+                    "--exclude-unreachable-branches", "--json-summary", file,
+                    "--json", TREE / "coverage.json", TREE], cwd=figures.ROOT, check=True)
+    return json.loads(file.read_text())
+
+
+def test_figures():
+    name, goal = "line / branch coverage", f"{LINES_GOAL} % / {BRANCHES_GOAL} %"
+    critical_name, critical_goal = "branch coverage of critical units", "100 %"
+    passed = run_tests()
+    counted = summary()
+    lines, branches = (100 * counted[f"{kind}_covered"] / counted[f"{kind}_total"]
+                       for kind in ("line", "branch"))
+    note = "" if passed else f", tests failed, see {TREE / 'ctest.log'}"
+    yield figures.Figure(name, goal, f"{lines:.1f} % / {branches:.1f} %{note}",
+                         passed and lines >= LINES_GOAL and branches >= BRANCHES_GOAL)
+    critical = [file for file in counted["files"] if file["filename"] in CRITICAL]
+    total, covered = (sum(file[f"branch_{kind}"] for file in critical)
+                      for kind in ("total", "covered"))
+    yield figures.Figure(critical_name, critical_goal, f"{covered} of {total}",
+                         covered == total and len(critical) == len(CRITICAL))
+
+
+def run_apart(area, folder):
+    """Runs the corpus with counters of its own in `folder`, beside them the objects' notes."""
+    environment = os.environ | {"GCOV_PREFIX": str(folder), "GCOV_PREFIX_STRIP": "99"}
+    subprocess.run([TREE / "fuzz" / f"{area}_replay", figures.ROOT / "fuzz" / "corpus" / area],
+                   check=True, env=environment, stdout=subprocess.DEVNULL)
+    own = TREE / "fuzz" / "CMakeFiles" / f"{area}_replay.dir"
+    for notes in [*(TREE / "CMakeFiles").rglob("*.gcno"), *own.rglob("*.gcno")]:
+        if notes.with_suffix(".gcda").name in os.listdir(folder):
+            shutil.copy(notes, folder)
+
+
+def counts_of(folder):
+    """How often each line ran: unit -> function -> line -> times."""
+    units = collections.defaultdict(lambda: collections.defaultdict(collections.Counter))
+    done = subprocess.run(["gcov", "--json-format", "--stdout", *sorted(folder.glob("*.gcda"))],
+                          cwd=folder, check=True, capture_output=True, text=True)
+    for report in done.stdout.splitlines():
+        for file in json.loads(report)["files"]:
+            names = {function["name"]: function["demangled_name"]
+                     for function in file["functions"]}
+            for line in file["lines"]:
+                function = names.get(line.get("function_name"), "")
+                lines = units[file["file"].removeprefix("./")][function]
+                lines[line["line_number"]] += line["count"]
+    return units
+
+
+def corpus_share(area, wanted):
+    """The lines of the area's units that its corpus runs, in percent."""
+    with tempfile.TemporaryDirectory() as folder:
+        run_apart(area, pathlib.Path(folder))
+        counted = counts_of(pathlib.Path(folder))
+    lines = collections.Counter()
+    for unit, functions in wanted.items():
+        for function, counts in counted[unit].items():
+            if functions is ALL or any(name in function for name in functions):
+                lines.update({(unit, number): times for number, times in counts.items()})
+    return 100 * sum(times > 0 for times in lines.values()) / max(1, len(lines))
+
+
+def corpus_figure(name, goal):
+    shares = {area: corpus_share(area, units) for area, units in CORPUS_UNITS.items()}
+    least = min(shares, key=shares.get)
+    missing = {file.name.removesuffix("_fuzz.cpp")
+               for file in (figures.ROOT / "fuzz").glob("*_fuzz.cpp")} - set(CORPUS_UNITS)
+    note = f", not listed: {' '.join(sorted(missing))}" if missing else ""
+    return figures.Figure(name, goal, f"{shares[least]:.1f} % at least ({least}){note}",
+                          shares[least] >= CORPUS_GOAL and not missing)
+
+
+def measure(form):
+    corpus = ("fuzz corpus, lines of the target's unit", f">= {CORPUS_GOAL} %")
+    if form == "quick":  # the build alone takes minutes
+        yield figures.not_run("line / branch coverage", f"{LINES_GOAL} % / {BRANCHES_GOAL} %")
+        yield figures.not_run("branch coverage of critical units", "100 %")
+        yield figures.not_run(*corpus)
+        return
+    if not built():
+        raise SystemExit("the coverage build failed")
+    forget_counts()
+    yield from test_figures()
+    yield corpus_figure(*corpus)
+
+
+if __name__ == "__main__":
+    figures.main(measure)
