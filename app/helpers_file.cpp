@@ -79,7 +79,7 @@ std::int64_t count_lines(std::FILE *file) {
   char block[4096];
   while (const auto got = qal_fread(block, 1, sizeof block, file)) {
     for (const char c : std::span{block, static_cast<std::size_t>(got)}) {
-      if (c == '\n' && count == 0 && before == '\n') return 0;
+      if (c == '\n' && count == 0) return 0;
       if (c != '\n' && before == '\n') ++count;
       before = c;
     }
