@@ -91,6 +91,7 @@ struct Stage {
   bool reads_fail_after_the_first = false;
   bool fstat_fails = false;
   bool stat_fails = false;
+  bool stat_tells_another_device = false;
   int reads = 0;
   std::size_t bytes_read = 0;
   // memory
@@ -282,7 +283,9 @@ int __wrap_fstat(int descriptor, struct stat *info) {
 int __wrap_stat(const char *path, struct stat *info) {
   if (stage.listing_runs) return __real_stat(path, info);
   note("stat");
-  return stage.stat_fails ? -1 : __real_stat(path, info);
+  const int status = stage.stat_fails ? -1 : __real_stat(path, info);
+  if (stage.stat_tells_another_device) ++info->st_dev;
+  return status;
 }
 
 int __wrap_qal_dir_list(const char *pattern, char **full_path, int *directory_count,
@@ -658,6 +661,13 @@ TEST_F(SweepCalls, KeepAFileThatTookTheRecordsNameMeanwhile) {
   EXPECT_EQ(qal::test::read_file(path), "newer");
 }
 
+TEST_F(SweepCalls, KeepAFileOfTheSameNumberOnAnotherDevice) {
+  const auto path = notified_record();
+  stage.stat_tells_another_device = true;
+  sweep();
+  EXPECT_TRUE(exists(path));
+}
+
 TEST_F(SweepCalls, KeepALinkThatTookTheRecordsNameMeanwhile) {
   const auto path = notified_record();
   const auto target = world_.file(world_.home() + "/target", "target");
@@ -720,6 +730,14 @@ TEST_F(SweepListing, TakesThePieceBehindTheLastNewline) {
   stage.listing_replaced = true;
   stage.listing_names = "a\n\nb";
   EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/a", "/dir/", "/dir/b"));
+}
+
+TEST_F(SweepListing, LeavesOutAPathThatDoesNotFit) {
+  const std::string longest(1023 - std::strlen("/dir/"), 'x');
+  const std::string names = longest + "\n" + longest + "x\nb";
+  stage.listing_replaced = true;
+  stage.listing_names = names.c_str();
+  EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/" + longest, "/dir/b"));
 }
 
 TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
