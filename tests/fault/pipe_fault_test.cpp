@@ -75,11 +75,11 @@ std::FILE *__wrap_fdopen(int descriptor, const char *mode) {
   return refused("fdopen") ? nullptr : __real_fdopen(descriptor, mode);
 }
 
-// Only commands that take a number are passed on.
+// The argument is a number or an address; both fit.
 int __wrap_fcntl(int descriptor, int command, ...) {
   std::va_list arguments;
   va_start(arguments, command);
-  const int argument = va_arg(arguments, int);
+  void *const argument = va_arg(arguments, void *);
   va_end(arguments);
   if (command == F_DUPFD_CLOEXEC && refused("fcntl")) return -1;
   return __real_fcntl(descriptor, command, argument);
