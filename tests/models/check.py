@@ -1,0 +1,192 @@
+#!/usr/bin/env python3
+"""Follows the models of the semaphore, the barrier and the reductions through every order in which
+their threads can take their steps. `check.py` does all checks, `check.py NAME...` some of them and
+`check.py --list` names them. A model either holds, or it fails in the way that is known of it: a
+limit of the protocol that is meant to be, or a step taken away to show that the model would tell.
+"""
+import concurrent.futures
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import typing
+
+HERE = pathlib.Path(__file__).resolve().parent
+HANG = "invalid end state"
+WRONG = "assertion violated"
+DEEPEST = 1_000_000  # steps; a search that comes to it fails
+MEMORY = 1000  # MiB; likewise
+TOOLS = ("spin", "cc")
+
+
+class Check(typing.NamedTuple):
+    """A model, what is defined and changed in it, and how it fails if it is to. A change is a text
+    of the model and what stands in its place."""
+    model: str
+    defined: tuple = ()
+    changes: tuple = ()
+    fails_by: str | None = None
+    may_wait_for_ever: bool = False
+
+
+THREE = ("MEMBERS=3", "CYCLES=3", "FIRST=1")
+TWO_CYCLES = ("MEMBERS=3", "CYCLES=2", "FIRST=3")
+FOUR = ("MEMBERS=4", "CYCLES=2", "FIRST=4")
+
+PROPERTIES = {
+    "reduce_three_threads_in_any_groups": Check("reduce_groups", THREE),
+    "sema_group_passes": Check("sema_group"),
+    "sema_needs_permits": Check("sema_permits", may_wait_for_ever=True),
+    "barrier_cycles": Check("barrier_cycles"),
+    "reduce_four_threads_then_any_of_them": Check("reduce_groups", FOUR),
+}
+
+# What the protocols cannot do, and what they would not do if they were simpler.
+LIMITS = {
+    "sema_turns_can_block": Check("sema_turns", fails_by=HANG),
+    "sema_missing_release_blocks": Check("sema_group", ("MISSING=1",), fails_by=HANG),
+    "reduce_by_phase_alone_hangs": Check(
+        "reduce_groups", TWO_CYCLES, fails_by=HANG,
+        changes=(("watched(b) barriers[b].generation", "watched(b) barriers[b].phase"),)),
+    "reduce_reset_after_release_hangs": Check(
+        "reduce_groups", TWO_CYCLES, fails_by=HANG, changes=(
+            (":: else -> barriers[0].count = 0; barriers[1].count = 0", ":: else"),
+            ("arrive(1, group[cycle], me);", """arrive(1, group[cycle], me);
+               if
+               :: last -> barriers[0].count = 0; barriers[1].count = 0
+               :: else
+               fi;"""))),
+}
+
+WITHOUT_A_STEP = {
+    "sema_without_chain": Check(
+        "sema_group", fails_by=HANG,
+        changes=(("waiters--;\n     pass_on()", "waiters--"),)),
+    "sema_release_without_signal": Check(
+        "sema_group", fails_by=HANG,
+        changes=((":: count == 0 -> signal(SEMA)", ":: count == 0 -> skip"),)),
+    "sema_cancelled_keeps_its_claim": Check(
+        "sema_group", fails_by=WRONG,
+        changes=(("give_back() {\n  count++;", "give_back() {"),)),
+    "sema_cancelled_wakes_nobody": Check(
+        "sema_group", fails_by=HANG,
+        changes=(("waiters--;\n  pass_on();", "waiters--;"),)),
+    "sema_looks_once": Check(
+        "sema_permits", fails_by=WRONG, may_wait_for_ever=True,
+        changes=(("count < 0 -> wait(SEMA, me)", "count < 0 -> wait(SEMA, me); break"),)),
+    "barrier_looks_once": Check(
+        "barrier_cycles", fails_by=WRONG, changes=(("wait(b, me)", "wait(b, me); break"),)),
+    "barrier_wakes_one": Check(
+        "barrier_cycles", fails_by=HANG, changes=(("broadcast(b);", "signal(b);"),)),
+    "barrier_never_refilled": Check(
+        "barrier_cycles", fails_by=HANG,
+        changes=(("== 0 -> barriers[b].remaining = barriers[b].count }", "== 0 }"),)),
+    "barrier_can_be_cancelled": Check(
+        "barrier_cycles", fails_by=HANG,
+        changes=(("cancellable[me] = false;", "cancellable[me] = true;"),)),
+    "reduce_with_one_barrier": Check(
+        "reduce_groups", TWO_CYCLES, fails_by=WRONG,
+        changes=(("arrive(1, group[cycle], me)", "barriers[0].count = 0"),)),
+    "reduce_never_seeds_again": Check(
+        "reduce_groups", TWO_CYCLES, fails_by=WRONG,
+        changes=(("b == 0 -> first_time = false", "b == 0 -> skip"),)),
+    "reduce_keeps_the_first_size": Check(
+        "reduce_groups", TWO_CYCLES, fails_by=HANG,
+        changes=(("barriers[0].count = 0; barriers[1].count = 0", "skip"),)),
+}
+
+CHECKS = PROPERTIES | LIMITS | WITHOUT_A_STEP
+
+
+def run(command, directory):
+    done = subprocess.run(command, cwd=directory, capture_output=True, text=True)
+    return done.returncode, done.stdout + done.stderr
+
+
+def make(command, directory):
+    status, output = run(command, directory)
+    if status != 0:
+        raise RuntimeError(f"{' '.join(command)}:\n{output}")
+
+
+def change(directory, old, new):
+    """Puts `new` in the place of `old`, which one model holds, once."""
+    holders = [file for file in directory.glob("*.pml") if old in file.read_text()]
+    if len(holders) != 1 or holders[0].read_text().count(old) != 1:
+        raise RuntimeError(f"not in one place alone: {old!r}")
+    holders[0].write_text(holders[0].read_text().replace(old, new))
+
+
+def wanted(directory, model):
+    """Copies the model with the files that it includes."""
+    name = f"{model}.pml"
+    text = (HERE / name).read_text()
+    (directory / name).write_text(text)
+    for included in re.findall(r'#include "(\w+)\.pml"', text):
+        wanted(directory, included)
+
+
+def search(check, directory):
+    """What the search through all states reports."""
+    wanted(directory, check.model)
+    for old, new in check.changes:
+        change(directory, old, new)
+    make(["spin", *(f"-D{name}" for name in check.defined), "-a", f"{check.model}.pml"], directory)
+    make(["cc", "-O2", "-w", "-DSAFETY", f"-DMEMLIM={MEMORY}", "-o", "pan", "pan.c"], directory)
+    ends = ["-E"] if check.may_wait_for_ever else []
+    return run(["./pan", f"-m{DEEPEST}", *ends], directory)[1]
+
+
+def as_expected(check, report):
+    if check.fails_by:
+        return re.search(rf"^pan:1: {check.fails_by}", report, re.MULTILINE) is not None
+    complete = not re.search("max search depth|out of memory|not completed", report)
+    return complete and "errors: 0" in report
+
+
+def states(report):
+    found = re.search(r"(\d+) states, stored", report)
+    return int(found[1]) if found else 0
+
+
+def try_one(name):
+    """Whether the check of that name came out as expected, and what the search reported."""
+    with tempfile.TemporaryDirectory(prefix="model") as directory:
+        report = search(CHECKS[name], pathlib.Path(directory))
+    return as_expected(CHECKS[name], report), report
+
+
+def try_all(names, at_once=None):
+    """Name, whether it came out as expected, and the report of each check, in order."""
+    with concurrent.futures.ThreadPoolExecutor(at_once or os.cpu_count()) as pool:
+        for name, (good, report) in zip(names, pool.map(try_one, names)):
+            yield name, good, report
+
+
+def line(name, good, report):
+    expected = CHECKS[name].fails_by
+    outcome = f"found: {expected}" if expected else "holds"
+    return f"{name:40} {states(report):>9} states  {outcome if good else 'NOT AS EXPECTED'}"
+
+
+def main(arguments):
+    if arguments == ["--list"]:
+        print("\n".join(CHECKS))
+        return 0
+    missing = [tool for tool in TOOLS if not shutil.which(tool)]
+    if missing:
+        sys.exit(f"needs {' and '.join(missing)}")
+    unexpected = 0
+    for name, good, report in try_all(arguments or list(CHECKS)):
+        print(line(name, good, report), flush=True)
+        if not good:
+            unexpected += 1
+            print(report)
+    return min(unexpected, 1)
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
