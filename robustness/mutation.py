@@ -1,0 +1,249 @@
+#!/usr/bin/env python3
+"""How many small mistakes in the sources the tests notice.
+
+usage: mutation.py quick|full|release
+       mutation.py UNIT...|critical|all [COUNT [SEED]]
+
+A mutant is a unit with one line changed. It is compiled alone and linked with the test programs of
+its unit in the place of the original, which the build tree of the release keeps. Killed is a mutant
+with which a test fails, or does not end. The programs run in a sandbox (bwrap) where they can write
+nothing but their scratch directory and see no process but their own: a mutant may delete or signal
+anything. Survivors that no test can tell from the original are explained in
+equivalent_mutants.txt; all others are listed in mutation.json of the build tree.
+"""
+import concurrent.futures
+import json
+import pathlib
+import random
+import shlex
+import subprocess
+import sys
+import tempfile
+import time
+
+import figures
+from mutants import mutants_of
+from mutation_units import CRITICAL, INCLUDED_BY, UNITS
+
+TREE = figures.BUILD / "release"
+EXPLAINED = figures.ROOT / "robustness" / "equivalent_mutants.txt"
+RESULTS = figures.BUILD / "mutation.json"
+NAME, GOAL = "mutation score critical / all", "95 % / 85 %"
+CRITICAL_GOAL, ALL_GOAL = 95, 85
+COUNTS = {"full": 600, "release": None}
+QUICK_SECONDS = 20
+WORKERS = 2
+
+
+def compile_commands():
+    entries = json.loads((TREE / "compile_commands.json").read_text())
+    found = {}
+    for entry in entries:  # the first is the library's, others are of tests
+        found.setdefault(entry["file"].removeprefix(f"{figures.ROOT}/"), entry["command"])
+    return found
+
+
+def executable(program):
+    area, _, kind = program.partition(".")
+    return f"fuzz/{area}_replay" if kind else f"tests/{area}_test"
+
+
+def arguments(program):
+    area, _, kind = program.partition(".")
+    return [str(figures.ROOT / "fuzz" / "corpus" / area)] if kind else ["--gtest_fail_fast"]
+
+
+def link_command(program):
+    shown = subprocess.run(["ninja", "-C", TREE, "-t", "commands", "-s", executable(program)],
+                           check=True, capture_output=True, text=True).stdout
+    return shlex.split(shown.splitlines()[-1].split(" && ")[1])
+
+
+def sandboxed(command, folder, seconds):
+    """The exit status of the command; a time-out is a failure. `folder` may be read."""
+    scratches = [option for part in ("tests", "fuzz")
+                 for option in ("--size", str(256 << 20), "--tmpfs", TREE / part / "scratch")]
+    try:
+        return subprocess.run(
+            ["bwrap", "--cap-add", "ALL", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc",
+             *scratches, "--unshare-pid", "--die-with-parent", "--chdir", TREE / "tests",
+             "prlimit", f"--as={8 << 30}", "--core=0", *command],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            timeout=seconds, cwd=folder, check=False).returncode
+    except subprocess.TimeoutExpired:
+        return 1
+
+
+def test_names(program):
+    listed = subprocess.run([TREE / executable(program), "--gtest_list_tests"], check=True,
+                            capture_output=True, text=True).stdout
+    names, suite = [], ""
+    for line in listed.splitlines():
+        if line.startswith("  "):
+            names.append(suite + line.split("#")[0].strip())
+        elif line and not line.startswith("Running"):
+            suite = line.split("#")[0].strip()
+    return names
+
+
+def baseline(program):
+    """How the original is run: [(arguments, seconds)], in one go where its tests allow it."""
+    path, whole = TREE / executable(program), arguments(program)
+    for _ in range(2):
+        started = time.monotonic()
+        if sandboxed([path, *whole], TREE, 300) != 0:
+            break
+    else:
+        return [(whole, time.monotonic() - started)]
+    plan = []
+    for name in test_names(program):
+        started = time.monotonic()
+        if sandboxed([path, f"--gtest_filter={name}"], TREE, 300) == 0:
+            plan.append(([f"--gtest_filter={name}"], time.monotonic() - started))
+    return plan
+
+
+def prepare(units):
+    """What the mutants of the units need, taken once."""
+    for part in ("tests", "fuzz"):
+        (TREE / part / "scratch").mkdir(exist_ok=True)
+    programs = sorted({program for unit in units for program in UNITS[unit]})
+    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+        plans = dict(zip(programs, pool.map(baseline, programs)))
+    links = {program: link_command(program) for program in programs}
+    return compile_commands(), links, plans
+
+
+def compiled(unit, text, folder, commands):
+    """The objects that the mutant changes, compiled in a copy of their places; none if it is no
+    program."""
+    sources = INCLUDED_BY.get(unit, [unit])
+    for source in {unit, *sources}:
+        copy = folder / source
+        copy.parent.mkdir(parents=True, exist_ok=True)
+        copy.write_text(text if source == unit else (figures.ROOT / source).read_text())
+    objects = []
+    for source in sources:
+        command = [part for part in shlex.split(commands[source]) if part not in ("-Werror", "-g")]
+        command = command[:command.index("-o")]
+        own = ["-iquote", folder / "utils/libsrc", "-iquote", (figures.ROOT / source).parent]
+        objects.append(folder / f"{source.replace('/', '_')}.o")
+        done = subprocess.run([command[0], *own, *command[1:], "-O0", "-w", "-c", folder / source,
+                               "-o", objects[-1]], cwd=TREE, capture_output=True, check=False)
+        if done.returncode != 0:
+            return []
+    return objects
+
+
+def is_killed_by(objects, folder, link, plan):
+    """Linked first, the objects take the places of those in the libraries."""
+    output = folder / "program"
+    target = link.index("-o")
+    first = next(i for i, part in enumerate(link) if part.endswith(".o"))
+    command = [*link[:first], *objects, *link[first:target], *link[target + 2:]]
+    subprocess.run([*command, "-o", output], cwd=TREE, capture_output=True, check=True)
+    return any(sandboxed([output, *run], folder, 10 * seconds + 5) != 0 for run, seconds in plan)
+
+
+def examine(mutant, commands, links, plans):
+    """"killed", "survived", or "" for what is no program."""
+    unit, number, _, changed = mutant
+    lines = (figures.ROOT / unit).read_text().splitlines()
+    lines[number] = changed
+    with tempfile.TemporaryDirectory(dir=TREE) as place:
+        folder = pathlib.Path(place)
+        objects = compiled(unit, "\n".join(lines) + "\n", folder, commands)
+        if not objects:
+            return ""
+        killed = any(is_killed_by(objects, folder, links[program], plans[program])
+                     for program in UNITS[unit])
+    return "killed" if killed else "survived"
+
+
+def survives(unit, prepared):
+    """Whether the tests are content with the unit as it is, compiled the way mutants are."""
+    first = (figures.ROOT / unit).read_text().splitlines()[0]
+    return examine((unit, 0, first, first), *prepared) == "survived"
+
+
+def explained():
+    """The survivors that are no mistakes: (unit, line, changed line), with a reason each."""
+    blocks = EXPLAINED.read_text().split("\n\n") if EXPLAINED.exists() else []
+    entries = [block.strip().splitlines() for block in blocks if not block.startswith("#")]
+    return {tuple(line.strip() for line in entry[:3]) for entry in entries if len(entry) > 3}
+
+
+def key(mutant):
+    unit, _, line, changed = mutant
+    return unit, line.strip(), changed.strip() or "(left out)"
+
+
+def choose(units, count, seed):
+    """Mutants that are no explained ones, in an order that only the seed decides."""
+    known = explained()
+    mutants = [mutant for unit in units for mutant in mutants_of(unit) if key(mutant) not in known]
+    random.Random(seed).shuffle(mutants)
+    return mutants[:count]
+
+
+def run(mutants, seconds=None):
+    """{mutant: outcome} of those that were examined in time."""
+    units = sorted({mutant[0] for mutant in mutants})
+    prepared = prepare(units)
+    end = time.monotonic() + (seconds or float("inf"))
+
+    def outcome(mutant):
+        return examine(mutant, *prepared) if time.monotonic() < end else ""
+
+    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+        for unit, survived in zip(units, pool.map(lambda unit: survives(unit, prepared), units)):
+            if not survived:
+                raise SystemExit(f"{unit}: its tests fail without a change")
+        outcomes = dict(zip(mutants, pool.map(outcome, mutants)))
+    outcomes = {mutant: outcome for mutant, outcome in outcomes.items() if outcome}
+    survivors = [{"unit": unit, "line": number + 1, "was": line.strip(), "is": changed.strip()}
+                 for (unit, number, line, changed), outcome in sorted(outcomes.items())
+                 if outcome == "survived"]
+    RESULTS.write_text(json.dumps({"mutants": len(outcomes), "survivors": survivors}, indent=1))
+    return outcomes
+
+
+def score(outcomes):
+    return 100 * sum(outcome == "killed" for outcome in outcomes) / max(1, len(outcomes))
+
+
+def scores(outcomes):
+    critical = [outcome for mutant, outcome in outcomes.items() if mutant[0] in CRITICAL]
+    return score(critical), score(outcomes.values()), len(critical)
+
+
+def measure(form):
+    if form == "quick":
+        if not (TREE / "tests" / "list_test").exists():
+            yield figures.not_run(NAME, GOAL)
+            return
+        outcomes = run(choose(CRITICAL, None, time.time_ns()), QUICK_SECONDS)
+        critical, _, count = scores(outcomes)
+        yield figures.Figure(NAME, GOAL, f"{critical:.1f} % of {count} critical / not run here",
+                             critical >= CRITICAL_GOAL)
+        return
+    outcomes = run(choose(UNITS, COUNTS[form], 1))
+    critical, everything, _ = scores(outcomes)
+    yield figures.Figure(NAME, GOAL, f"{critical:.1f} % / {everything:.1f} % of {len(outcomes)}",
+                         critical >= CRITICAL_GOAL and everything >= ALL_GOAL)
+
+
+def main():
+    groups = {"critical": CRITICAL, "all": list(UNITS)}
+    names = [name for name in sys.argv[1:] if name in UNITS or name in groups]
+    if not names:
+        figures.main(measure)
+    count, seed = ([int(text) for text in sys.argv[1:] if text.isdigit()] + [None, 1])[:2]
+    units = [unit for name in names for unit in groups.get(name, [name])]
+    outcomes = run(choose(units, count, seed or 1))
+    print(RESULTS.read_text())
+    print(f"{score(outcomes.values()):.1f} % of {len(outcomes)} mutants killed")
+
+
+if __name__ == "__main__":
+    main()
