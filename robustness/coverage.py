@@ -61,7 +61,8 @@ CORPUS_UNITS = {
 def built():
     subprocess.run(["cmake", "--preset", "coverage", "-B", TREE], cwd=figures.ROOT, check=True,
                    stdout=subprocess.DEVNULL)
-    return subprocess.run(["ninja", "-C", TREE, "--quiet"], check=False).returncode == 0
+    return subprocess.run(["ninja", "-C", TREE, "--quiet"], check=False,
+                          stdout=subprocess.DEVNULL).returncode == 0
 
 
 def forget_counts():
