@@ -64,7 +64,7 @@ void observe_texts(Observations &seen) {
   seen.push_back(changed("/a/./I/../" + text, [](char *at) { qal_convert_pathname(at, 0x700); }));
   const OwnedText copy{qal_string_native_to_utf8(text.c_str())};
   seen.emplace_back(copy.get());
-  char printed[64];
+  char printed[64] = {};  // whose old bytes count
   qal_snprintf(printed, sizeof printed, "%d %s %x", 1234567, "Ii", 255U);
   seen.emplace_back(printed);
 }
