@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
-"""Every fuzz target for a while, two at a time. An input that fails is left in the fuzz build and
+"""Every fuzz target for a while, as many at once as there are processors. An input that fails is left in the fuzz build and
 named; it belongs into fuzz/corpus/ with the fix.
 """
 import concurrent.futures
-import os
 import re
 import subprocess
 
@@ -51,7 +50,7 @@ def run(target, form):
 
 def measure(form):
     found = targets()
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+    with concurrent.futures.ThreadPoolExecutor(figures.JOBS) as pool:
         results = list(pool.map(lambda target: run(target, form), found))
     failed = [area(target) for target, (_, held) in zip(found, results) if not held]
     total = sum(runs for runs, _ in results)

@@ -2,7 +2,6 @@
 """The whole suite over and over: a test that fails once is flaky. Comparisons with a model that
 start no thread and no process answer the same each time and are left out.
 """
-import os
 import subprocess
 
 import figures
@@ -12,7 +11,7 @@ THE_SAME_EACH_TIME = r"\.(corpus$)|Exhaustive|_model\.|^model\."
 
 
 def flaky(rounds):
-    command = ["ctest", "--preset", "release", "-j", str(os.cpu_count()), "--repeat",
+    command = ["ctest", "--preset", "release", "-j", str(figures.JOBS), "--repeat",
                f"until-fail:{rounds}", "-E", THE_SAME_EACH_TIME, "--quiet", "--output-log",
                figures.BUILD / "release" / "repeats.log"]
     subprocess.run(command, cwd=figures.ROOT, check=False)

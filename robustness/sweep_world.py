@@ -21,13 +21,12 @@ import tempfile
 import threading
 import time
 
-from figures import BUILD, ROOT, TOOL
+from figures import BUILD, JOBS, ROOT, TOOL
 
 ORDINARY_USER = 65534
 GONE_OWNER = 2147483647  # no process ever has this id
 RESOURCES = "Library/Application Support/kalmora102"
 LIVE, KEPT, OTHER = "halix_server1.dat", "halix_server2.dat", "other.dat"
-JOBS = 2
 
 _printed = 0
 _printed_lock = threading.Lock()
