@@ -173,6 +173,13 @@ TEST_F(HashReinit, EmptiesEverySlotAndKeepsTheMemory) {
   EXPECT_EQ(records_in(table, 3).size(), 28U);
 }
 
+TEST_F(HashReinit, EmptiesTheOnlySlot) {
+  const Table table = new_table(1);
+  add(table, 0, "key", "data");
+  qal_hash_reinit(table.get());
+  EXPECT_EQ(table->slots[0], nullptr);
+}
+
 TEST_F(HashReinit, LeavesATableOfNothingAlone) {
   qal_hash_reinit(nullptr);
   const Table table = new_table();

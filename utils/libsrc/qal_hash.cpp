@@ -101,7 +101,6 @@ struct Merge {
 
   void slot(std::int32_t slot) const {
     QalList *const from = list_at(src, slot);
-    if (!from) return;
     // Deliberate: a slot without a list takes everything, equal keys included; a list that is only
     // empty takes the rule for duplicates.
     const bool takes_all = !list_at(dst, slot);

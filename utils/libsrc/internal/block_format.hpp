@@ -109,7 +109,6 @@ class Inflater {
   std::size_t run(std::FILE *stream, std::uint32_t compressed, void *room, std::uint32_t size) {
     zlib_.next_out = size > 0 ? static_cast<Bytef *>(room) : &nowhere_;
     zlib_.avail_out = size;
-    if (compressed == 0) return 0;
     for (std::size_t left = compressed; left > 0;) {
       const std::size_t wanted = std::min(block_chunk_size, left);
       if (!take_chunk(stream, wanted)) return 0;
