@@ -25,7 +25,7 @@ def is_statement(code, before):
     """Whether the line holds one whole statement that can be left out."""
     text = code.strip().rstrip("_ ")
     return (text.endswith(";") and text.count("(") == text.count(")")
-            and not NO_STATEMENT.match(text)
+            and not NO_STATEMENT.match(text) and not text.endswith(("= delete;", "= default;"))
             and (text.startswith("if ") or not DECLARATION.fullmatch(text))
             and re.search(r"([;{}:]|^)[ _]*$", before) is not None)
 

@@ -67,7 +67,7 @@ def sandboxed(command, folder, seconds):
         return subprocess.run(
             ["bwrap", "--cap-add", "ALL", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc",
              *scratches, "--unshare-pid", "--die-with-parent", "--chdir", TREE / "tests",
-             "prlimit", f"--as={8 << 30}", "--core=0", *command],
+             "prlimit", f"--as={8 << 30}", "--core=0", f"--cpu={2 + round(seconds / 4)}", *command],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             timeout=seconds, cwd=folder, check=False).returncode
     except subprocess.TimeoutExpired:
