@@ -20,6 +20,7 @@ from figures import FORMS, RESULTS, ROOT, Figure, table
 MEASUREMENTS = (
     "sanitizers",
     "valgrind",
+    "memory_sanitizer",
     "models",
     "fuzzing",
     "coverage",
