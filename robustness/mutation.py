@@ -185,8 +185,90 @@ def choose(units, count, seed):
     return mutants[:count]
 
 
-def run(mutants, seconds=None):
-    """{mutant: outcome} of those that were examined in time."""
+def run(mutants):
+    """{mutant: outcome}."""
+    units = sorted({mutant[0] for mutant in mutants})
+    prepared = prepare(units)
+    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+        plans = dict(zip(programs, pool.map(baseline, programs)))
+    links = {program: link_command(program) for program in programs}
+    return compile_commands(), links, plans
+
+
+def compiled(unit, text, folder, commands):
+    """The objects that the mutant changes, compiled in a copy of their places; none if it is no
+    program."""
+    sources = INCLUDED_BY.get(unit, [unit])
+    for source in {unit, *sources}:
+        copy = folder / source
+        copy.parent.mkdir(parents=True, exist_ok=True)
+        copy.write_text(text if source == unit else (figures.ROOT / source).read_text())
+    objects = []
+    for source in sources:
+        command = [part for part in shlex.split(commands[source]) if part not in ("-Werror", "-g")]
+        command = command[:command.index("-o")]
+        own = ["-iquote", folder / "utils/libsrc", "-iquote", (figures.ROOT / source).parent]
+        objects.append(folder / f"{source.replace('/', '_')}.o")
+        done = subprocess.run([command[0], *own, *command[1:], "-O0", "-w", "-c", folder / source,
+                               "-o", objects[-1]], cwd=TREE, capture_output=True, check=False)
+        if done.returncode != 0:
+            return []
+    return objects
+
+
+def is_killed_by(objects, folder, link, plan):
+    """Linked first, the objects take the places of those in the libraries."""
+    output = folder / "program"
+    target = link.index("-o")
+    first = next(i for i, part in enumerate(link) if part.endswith(".o"))
+    command = [*link[:first], *objects, *link[first:target], *link[target + 2:]]
+    subprocess.run([*command, "-o", output], cwd=TREE, capture_output=True, check=True)
+    return any(sandboxed([output, *run], folder, 10 * seconds + 5) != 0 for run, seconds in plan)
+
+
+def examine(mutant, commands, links, plans):
+    """"killed", "survived", or "" for what is no program."""
+    unit, number, _, changed = mutant
+    lines = (figures.ROOT / unit).read_text().splitlines()
+    lines[number] = changed
+    with tempfile.TemporaryDirectory(dir=TREE) as place:
+        folder = pathlib.Path(place)
+        objects = compiled(unit, "\n".join(lines) + "\n", folder, commands)
+        if not objects:
+            return ""
+        killed = any(is_killed_by(objects, folder, links[program], plans[program])
+                     for program in UNITS[unit])
+    return "killed" if killed else "survived"
+
+
+def survives(unit, prepared):
+    """Whether the tests are content with the unit as it is, compiled the way mutants are."""
+    first = (figures.ROOT / unit).read_text().splitlines()[0]
+    return examine((unit, 0, first, first), *prepared) == "survived"
+
+
+def explained():
+    """The survivors that are no mistakes: (unit, line, changed line), with a reason each."""
+    blocks = EXPLAINED.read_text().split("\n\n") if EXPLAINED.exists() else []
+    entries = [block.strip().splitlines() for block in blocks if not block.startswith("#")]
+    return {tuple(line.strip() for line in entry[:3]) for entry in entries if len(entry) > 3}
+
+
+def key(mutant):
+    unit, _, line, changed = mutant
+    return unit, line.strip(), changed.strip() or "(left out)"
+
+
+def choose(units, count, seed):
+    """Mutants that are no explained ones, in an order that only the seed decides."""
+    known = explained()
+    mutants = [mutant for unit in units for mutant in mutants_of(unit) if key(mutant) not in known]
+    random.Random(seed).shuffle(mutants)
+    return mutants[:count]
+
+
+def run(mutants):
+    """{mutant: outcome}."""
     units = sorted({mutant[0] for mutant in mutants})
     prepared = prepare(units)
     end = time.monotonic() + (seconds or float("inf"))
@@ -198,8 +280,7 @@ def run(mutants, seconds=None):
         for unit, survived in zip(units, pool.map(lambda unit: survives(unit, prepared), units)):
             if not survived:
                 raise SystemExit(f"{unit}: its tests fail without a change")
-        outcomes = dict(zip(mutants, pool.map(outcome, mutants)))
-    outcomes = {mutant: outcome for mutant, outcome in outcomes.items() if outcome}
+        outcomes = dict(zip(mutants, pool.map(lambda one: examine(one, *prepared), mutants)))
     survivors = [{"unit": unit, "line": number + 1, "was": line.strip(), "is": changed.strip()}
                  for (unit, number, line, changed), outcome in sorted(outcomes.items())
                  if outcome == "survived"]
