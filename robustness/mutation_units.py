@@ -59,7 +59,7 @@ UNITS = CRITICAL_UNITS | {
     f"{LIB}/qal_sysinfo.cpp": ["system", "system_fault", "platform"],
     f"{LIB}/qal_temp_mem.cpp": ["temp_mem", "alloc", "alloc_fault", "temp_mem.corpus"],
     f"{LIB}/qal_thread.cpp": ["thread", "thread_fault", "startup"],
-    f"{LIB}/qal_thread_sema.cpp": ["sema_fault", "sema_model", "thread", "sema.corpus"],
+    f"{LIB}/qal_thread_sema.cpp": ["sema_fault", "thread", "sema.corpus"],
     f"{LIB}/qal_thread_sync.cpp": ["thread", "thread_fault"],
     f"{LIB}/qal_time.cpp": ["clock", "clock_fault"],
     f"{LIB}/qal_uid.cpp": ["uid", "containers_fault", "uid.corpus"],
