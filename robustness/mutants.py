@@ -12,7 +12,7 @@ SWAPS = [(r" == ", " != "), (r" != ", " == "), (r" < ", " <= "), (r" <= ", " < "
          (r"\breturn QAL_STATUS_(?!OK;)\w+;", "return QAL_STATUS_OK;")]
 NO_STATEMENT = re.compile(
     r"(return|const|constexpr|auto|static|using|struct|enum|class|template|extern|explicit|public|"
-    r"private|friend|case|default|typedef|namespace|thread_local|static_assert)\b|[}#]")
+    r"private|friend|case|default|typedef|namespace|thread_local|static_assert)\b|[}#[]")
 DECLARATION = re.compile(r"(std::)?\w[\w:<>, ]*[\w>][ *&]+\w+(\[.*\])?( = .*|\{.*\}|\(.*\))?;")
 
 
