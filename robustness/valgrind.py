@@ -15,8 +15,21 @@ import figures
 PROGRAMS = figures.BUILD / "release" / "tests"
 REPORTS = figures.BUILD / "valgrind"
 HERE = figures.ROOT / "robustness"
-THREADED = ("barrier", "hash", "logger", "mpool", "reduce", "thread", "uid")
-SLOWEST = ("directories_test", "hash_test", "files_test", "mpool_test")
+
+# The cases that start threads.
+THREADED = {
+    "barrier_test": "*",
+    "hash_test": "*Thread*",
+    "list_test": "*Thread*",
+    "logger_test": "*Thread*",
+    "mpool_test": "*Thread*",
+    "plist_test": "*Thread*",
+    "reduce_test": "*",
+    "thread_test": "*",
+    "uid_test": "*Thread*",
+}
+
+SLOWEST = ("directories_test", "hash_test", "files_test", "mpool_test", "thread_test")
 LIMIT_SECONDS = 3600
 
 # Their cases need a process each, as ctest gives them.
@@ -44,15 +57,15 @@ TOOLS = {
 SUMMARY = re.compile(r"ERROR SUMMARY: \d+ errors from (\d+) contexts")
 
 
-def unit_programs():
-    """The names of the programs that have a source among the unit tests."""
+def all_cases():
+    """All cases of each program that has a source among the unit tests."""
     sources = sorted((figures.ROOT / "tests" / "unit").glob("*_test.cpp"))
-    return [file.stem for file in sources if not file.stem.endswith("_model_test")]
+    return {file.stem: "*" for file in sources if not file.stem.endswith("_model_test")}
 
 
-def cases(program):
+def single_cases(program, pattern):
     """The names of the program's cases, as the framework lists them below their suites."""
-    listed = subprocess.run([PROGRAMS / program, f"--gtest_filter={LEFT_OUT}",
+    listed = subprocess.run([PROGRAMS / program, f"--gtest_filter={pattern}{LEFT_OUT}",
                              "--gtest_list_tests"], capture_output=True, text=True, check=True)
     suite = ""
     for line in listed.stdout.splitlines():
@@ -62,11 +75,12 @@ def cases(program):
             suite = line.strip()
 
 
-def jobs(programs):
+def jobs(chosen):
     """Pairs of a program and the filter for its cases. The slowest come first."""
-    whole = [(program, LEFT_OUT) for program in programs if program not in ONE_BY_ONE]
-    single = [(program, case) for program in programs if program in ONE_BY_ONE
-              for case in cases(program)]
+    whole = [(program, pattern + LEFT_OUT) for program, pattern in chosen.items()
+             if program not in ONE_BY_ONE]
+    single = [(program, case) for program in ONE_BY_ONE if program in chosen
+              for case in single_cases(program, chosen[program])]
     return sorted(whole, key=lambda job: job[0] not in SLOWEST) + single
 
 
@@ -96,20 +110,20 @@ def in_valgrind(tool, reports, program, chosen):
             return False
 
 
-def figure(tool, name, programs):
+def figure(tool, name, chosen):
     shutil.rmtree(REPORTS / tool, ignore_errors=True)
     (REPORTS / tool).mkdir(parents=True)
-    todo = jobs(programs)
+    todo = jobs(chosen)
     with concurrent.futures.ThreadPoolExecutor(figures.JOBS) as pool:
         counts = list(pool.map(lambda job: run(tool, job), todo))
     guilty = sorted({program for (program, _), count in zip(todo, counts) if count})
-    shown = " ".join([str(sum(counts)), f"in {len(programs)} programs", *guilty])
+    shown = " ".join([str(sum(counts)), f"in {len(chosen)} programs", *guilty])
     return figures.Figure(name, "0", shown, not guilty)
 
 
 def measure(form):
-    tools = {"open valgrind findings": ("memcheck", unit_programs()),
-             "open helgrind findings": ("helgrind", [f"{area}_test" for area in THREADED])}
+    tools = {"open valgrind findings": ("memcheck", all_cases()),
+             "open helgrind findings": ("helgrind", THREADED)}
     for name, (tool, programs) in tools.items():
         yield figures.not_run(name, "0") if form == "quick" else figure(tool, name, programs)
 
