@@ -1,0 +1,39 @@
+// Rows of the comparison: one capability, ours and what a user would reach for instead, on the same
+// work. The name of each benchmark is "capability|who"; table.py sorts them into rows again.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace qal::bench {
+
+using Work = void (*)(benchmark::State &);
+
+struct Contender {
+  const char *who;  // "qal" for ours, "floor" for what no implementation can do without
+  Work work;
+};
+
+// The median of wall time decides, since some capabilities sleep or use several threads.
+inline benchmark::internal::Benchmark *add(const std::string &capability, const Contender &one) {
+  return benchmark::RegisterBenchmark((capability + "|" + one.who).c_str(), one.work)->UseRealTime();
+}
+
+// Returns something so that a unit can register at start: `const bool rows = (row(...), true);`
+inline void row(const std::string &capability, std::initializer_list<Contender> contenders) {
+  for (const Contender &one : contenders) add(capability, one);
+}
+
+// The same work at growing sizes; `state.range(0)` is the size. Drawn as a curve.
+inline void curve(const std::string &capability, const std::vector<std::int64_t> &sizes,
+                  std::initializer_list<Contender> contenders) {
+  for (const Contender &one : contenders) {
+    for (const std::int64_t size : sizes) add(capability, one)->Arg(size);
+  }
+}
+
+}  // namespace qal::bench
