@@ -9,7 +9,12 @@
 #include <span>
 #include <string_view>
 
+#include "internal/folded_search.hpp"
+
 namespace {
+
+using qal::internal::FoldedSearch;
+using qal::internal::Folding;
 
 constexpr unsigned ascii_end = 0x80;
 
@@ -30,20 +35,6 @@ void fill(std::span<char> room, const char *source) {
 char *put(char *out, std::string_view piece) {
   if (out != piece.data()) std::memmove(out, piece.data(), piece.size());
   return out + piece.size();
-}
-
-int folded(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < ascii_end ? platform_toupper(byte) : byte;
-}
-
-bool begins_folded(const char *text, const char *prefix) {
-  // Only NUL folds to NUL, so the end of the text differs from every character of the prefix.
-  while (*prefix != '\0' && folded(*text) == folded(*prefix)) {
-    ++text;
-    ++prefix;
-  }
-  return *prefix == '\0';
 }
 
 char to_upper_ascii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
@@ -160,13 +151,16 @@ unsigned qal_tolower(unsigned character) {
 char *qal_strcasestr(const char *haystack, const char *needle) {
   // Deliberate: an empty needle is found nowhere, not at the beginning as strstr has it.
   if (*needle == '\0') return nullptr;
+  const Folding folded;
+  const std::string_view wanted{needle};
   const int first = folded(*needle);
-  for (; *haystack != '\0'; ++haystack) {
-    if (folded(*haystack) == first && begins_folded(haystack, needle)) {
-      return const_cast<char *>(haystack);
-    }
+  // Most texts end soon; preparing the wide search would take longer than looking at them.
+  for (int place = 0; place < 128; ++place, ++haystack) {
+    if (*haystack == '\0') return nullptr;
+    if (folded(*haystack) != first) continue;
+    if (folded.begins(haystack, wanted)) return const_cast<char *>(haystack);
   }
-  return nullptr;
+  return const_cast<char *>(FoldedSearch{folded, wanted}.in(haystack));
 }
 
 void qal_changecase(char *string, int mode) {

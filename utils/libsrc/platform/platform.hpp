@@ -34,6 +34,10 @@ bool open_pipe(int (&ends)[2]);
 // What an error number means, from a function that a forked child may call before it execs.
 const char *error_text(int error);
 
+// The upper-case mapping of ASCII in the current locale, all of it at once.
+constexpr int ascii_count = 128;
+void upper_case_of_ascii(int (&upper)[ascii_count]);
+
 // Overwrites a secret in a way that no optimiser removes.
 void clear_secret(void *secret, std::size_t size);
 

@@ -1,3 +1,4 @@
+#include <ctype.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -172,6 +173,10 @@ bool open_pipe(int (&ends)[2]) { return pipe2(ends, O_CLOEXEC) == 0; }
 const char *error_text(int error) {
   const char *const text = strerrordesc_np(error);
   return text ? text : "Unknown error";
+}
+
+void upper_case_of_ascii(int (&upper)[ascii_count]) {
+  std::copy_n(*__ctype_toupper_loc(), ascii_count, upper);
 }
 
 void clear_secret(void *secret, std::size_t size) { explicit_bzero(secret, size); }

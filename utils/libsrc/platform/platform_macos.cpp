@@ -1,5 +1,6 @@
 // memset_s is declared only on request.
 #define __STDC_WANT_LIB_EXT1__ 1
+#include <ctype.h>
 #include <fcntl.h>
 #include <mach/mach.h>
 #include <stdio.h>
@@ -74,6 +75,10 @@ bool open_pipe(int (&ends)[2]) {
 
 const char *error_text(int error) {
   return error >= 0 && error < sys_nerr ? sys_errlist[error] : "Unknown error";
+}
+
+void upper_case_of_ascii(int (&upper)[ascii_count]) {
+  for (int c = 0; c < ascii_count; ++c) upper[c] = toupper(c);
 }
 
 void clear_secret(void *secret, std::size_t size) { memset_s(secret, size, 0, size); }

@@ -1,0 +1,130 @@
+// Searching without regard to case, many places at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "platform/platform.hpp"
+
+namespace qal::internal {
+
+// The platform's upper-case mapping of ASCII as it stands at this moment; a byte from 0x80 on is
+// its own. Only NUL maps to NUL.
+class Folding {
+ public:
+  Folding() { platform::upper_case_of_ascii(upper_); }
+
+  int operator()(char c) const {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < platform::ascii_count ? upper_[byte] : byte;
+  }
+
+  bool begins(const char *text, std::string_view prefix) const {
+    for (const char expected : prefix) {
+      if ((*this)(*text++) != (*this)(expected)) return false;  // as the end of the text does
+    }
+    return true;
+  }
+
+ private:
+  int upper_[platform::ascii_count];
+};
+
+// A vector of the compiler's: every processor that it knows has one of this width or is given code
+// that does the same.
+using Lane = unsigned char __attribute__((vector_size(16)));
+
+// The bytes that fold to the same value as one of a needle: the two cases of a letter, or a byte
+// that has no other case. A locale may fold more into one.
+class FoldedByte {
+ public:
+  FoldedByte(const Folding &folded, char c) {
+    const int value = folded(c);
+    for (int byte = 0; byte <= UINT8_MAX; ++byte) {
+      if (folded(static_cast<char>(byte)) == value) add(static_cast<unsigned char>(byte));
+    }
+  }
+
+  // Whether no more than two bytes are meant, which is what `in` looks at.
+  bool is_pair() const { return count_ <= 2; }
+
+  Lane in(Lane bytes) const { return reinterpret_cast<Lane>((bytes == one_) | (bytes == other_)); }
+
+ private:
+  void add(unsigned char byte) {
+    if (count_++ == 0) one_ = byte - Lane{};
+    other_ = byte - Lane{};
+  }
+
+  int count_ = 0;
+  Lane one_{};
+  Lane other_{};
+};
+
+class FoldedSearch {
+ public:
+  // `needle` is not empty.
+  FoldedSearch(const Folding &folded, std::string_view needle)
+      : folded_(folded),
+        needle_(needle),
+        first_(folded, needle.front()),
+        last_(folded, needle.back()) {}
+
+  // The first match in a text that ends with NUL, or null. No byte behind the NUL is looked at.
+  const char *in(const char *text) const {
+    const std::size_t window = block + needle_.size() - 1;
+    for (;;) {
+      const std::size_t known = strnlen(text, window);
+      if (known < needle_.size()) return nullptr;
+      const std::size_t places = known - needle_.size() + 1;
+      if (const char *const match = among(text, places)) return match;
+      if (known < window) return nullptr;
+      text += places;
+    }
+  }
+
+ private:
+  static constexpr std::size_t block =
+      4096;  // places looked at before more of the text is measured
+
+  const char *among(const char *text, std::size_t places) const {
+    const bool filtered = first_.is_pair() && last_.is_pair();
+    std::size_t at = 0;
+    for (; filtered && at + sizeof(Lane) <= places; at += sizeof(Lane)) {
+      if (may_begin_in(text + at)) {
+        if (const char *const match = try_each(text + at, sizeof(Lane))) return match;
+      }
+    }
+    return try_each(text + at, places - at);
+  }
+
+  // Whether first and last byte of the needle fit at one of the places of a lane.
+  bool may_begin_in(const char *text) const {
+    const Lane hits = first_.in(load(text)) & last_.in(load(text + needle_.size() - 1));
+    std::uint64_t halves[2];
+    std::memcpy(halves, &hits, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
+  }
+
+  const char *try_each(const char *text, std::size_t places) const {
+    for (const char *const end = text + places; text != end; ++text) {
+      if (folded_.begins(text, needle_)) return text;
+    }
+    return nullptr;
+  }
+
+  static Lane load(const char *text) {
+    Lane lane;
+    std::memcpy(&lane, text, sizeof lane);
+    return lane;
+  }
+
+  const Folding &folded_;
+  std::string_view needle_;
+  FoldedByte first_;
+  FoldedByte last_;
+};
+
+}  // namespace qal::internal
