@@ -3,7 +3,8 @@
 #include <sys/time.h>
 
 #include <cstddef>
-#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 // The layout belongs to the interface: nothing may come before, between or behind the fields.
@@ -28,12 +29,66 @@ timeval time_of_day() {
 
 // The re-entrant conversion, so that any thread may log with time stamps. It need not look at the
 // time zone again by itself, hence tzset.
-std::tm local_time() {
-  const std::time_t now = std::time(nullptr);
+std::tm convert(std::time_t second) {
   std::tm local{};
   tzset();
-  localtime_r(&now, &local);
+  localtime_r(&second, &local);
   return local;
+}
+
+// The time zone's name in the environment, as it was. One that is too long is never known again.
+class ZoneName {
+ public:
+  bool is(const char *name) const {
+    return name ? set_ && std::strncmp(name, name_, sizeof name_) == 0 : !set_;
+  }
+
+  bool keep(const char *name) {
+    set_ = name != nullptr;
+    if (!set_) return true;
+    const std::size_t length = strnlen(name, sizeof name_);
+    if (length == sizeof name_) return false;
+    std::memcpy(name_, name, length + 1);
+    return true;
+  }
+
+ private:
+  bool set_ = false;
+  char name_[64];
+};
+
+// Converting takes longer than all else about a time-stamped line, for it asks after the file of
+// the time zone. So each thread remembers the second that it converted last.
+std::tm local_time() {
+  thread_local struct {
+    bool known = false;
+    std::time_t second;
+    ZoneName zone;
+    std::tm local;
+  } last;
+  const std::time_t now = std::time(nullptr);
+  const char *const zone = std::getenv("TZ");
+  if (!last.known || now != last.second || !last.zone.is(zone)) {
+    last.local = convert(now);
+    last.second = now;
+    last.known = last.zone.keep(zone);
+  }
+  return last.local;
+}
+
+char *put_two_digits(char *out, int number) {
+  *out++ = static_cast<char>('0' + number / 10);
+  *out++ = static_cast<char>('0' + number % 10);
+  return out;
+}
+
+// "HH:MM:SS" and its terminator.
+void put_time_of_day(char *out, const std::tm &local) {
+  out = put_two_digits(out, local.tm_hour);
+  *out++ = ':';
+  out = put_two_digits(out, local.tm_min);
+  *out++ = ':';
+  *put_two_digits(out, local.tm_sec) = '\0';
 }
 
 bool is_in_table(int id) { return id >= 0 && id < QAL_MAX_TIMERS; }
@@ -67,16 +122,17 @@ int qal_date_get(int out[6]) {
 }
 
 int qal_date_get_string(char *dst, int long_form) {
-  constexpr std::size_t short_size = sizeof "HH:MM:SS";
-  constexpr std::size_t long_size = sizeof "MM:DD HH:MM:SS";
   const std::tm local = local_time();
-  if (long_form == 0) {
-    return std::snprintf(dst, short_size, "%02d:%02d:%02d", local.tm_hour, local.tm_min,
-                         local.tm_sec);
+  char *out = dst;
+  if (long_form != 0) {
+    // Deliberate: the month counts from 0 here, unlike that of qal_date_get.
+    out = put_two_digits(out, local.tm_mon);
+    *out++ = ':';
+    out = put_two_digits(out, local.tm_mday);
+    *out++ = ' ';
   }
-  // Deliberate: the month counts from 0 here, unlike that of qal_date_get.
-  return std::snprintf(dst, long_size, "%02d:%02d %02d:%02d:%02d", local.tm_mon, local.tm_mday,
-                       local.tm_hour, local.tm_min, local.tm_sec);
+  put_time_of_day(out, local);
+  return static_cast<int>(std::strlen(dst));
 }
 
 void qal_timer_new(int *id) {
