@@ -1,0 +1,147 @@
+// The registry of unique ids beside a map under a lock.
+#include <qal/startup.h>
+#include <qal/uid.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <random>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "rows.hpp"
+
+namespace {
+
+using benchmark::State;
+using qal::bench::curve;
+using qal::bench::row;
+using Id = std::uint64_t;
+
+struct Registry {
+  Registry() { qal_utils_init(); }
+  Id add() { return qal_uid_new(1, 2); }
+  void remove(Id id) { qal_uid_destroy(id); }
+  Id find(Id id) {
+    Id first = 0;
+    Id second = 0;
+    qal_uid_find(id, &first, &second);
+    return first + second;
+  }
+};
+
+template <typename Map>
+class Locked {
+ public:
+  Id add() {
+    const std::lock_guard lock(mutex_);
+    map_.emplace(next_, std::pair<Id, Id>(1, 2));
+    return next_++;
+  }
+  void remove(Id id) {
+    const std::lock_guard lock(mutex_);
+    map_.erase(id);
+  }
+  Id find(Id id) {
+    const std::lock_guard lock(mutex_);
+    const auto found = map_.find(id);
+    return found == map_.end() ? 0 : found->second.first + found->second.second;
+  }
+
+ private:
+  std::mutex mutex_;
+  Map map_;
+  Id next_ = 1;
+};
+
+using Tree = Locked<std::map<Id, std::pair<Id, Id>>>;
+using Hash = Locked<std::unordered_map<Id, std::pair<Id, Id>>>;
+
+// Ids that live as long as the benchmark.
+template <typename Ids>
+class Live {
+ public:
+  explicit Live(std::int64_t count) : live_(static_cast<std::size_t>(count)) {
+    for (Id &id : live_) id = ids_.add();
+  }
+  ~Live() {
+    for (const Id id : live_) ids_.remove(id);
+  }
+  Live(const Live &) = delete;
+  Live &operator=(const Live &) = delete;
+
+  Ids &ids() { return ids_; }
+  // The same ids in random order, some more than once.
+  std::vector<Id> drawn() const {
+    std::mt19937_64 random(1);
+    std::vector<Id> drawn(1024);
+    for (Id &id : drawn) id = live_[random() % live_.size()];
+    return drawn;
+  }
+
+ private:
+  Ids ids_;
+  std::vector<Id> live_;
+};
+
+template <typename Ids>
+void find_among(State &state, std::int64_t count) {
+  Live<Ids> live(count);
+  const std::vector<Id> drawn = live.drawn();
+  std::size_t at = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(live.ids().find(drawn[at++ % drawn.size()]));
+}
+
+template <typename Ids>
+void find_among_1e3(State &state) {
+  find_among<Ids>(state, 1000);
+}
+
+template <typename Ids>
+void find_among_1e5(State &state) {
+  find_among<Ids>(state, 100'000);
+}
+
+template <typename Ids>
+void find_growing(State &state) {
+  find_among<Ids>(state, state.range(0));
+}
+
+template <typename Ids>
+void newest(State &state, std::int64_t count) {
+  Live<Ids> live(count);
+  for (auto _ : state) live.ids().remove(live.ids().add());
+}
+
+template <typename Ids>
+void newest_among_1e3(State &state) {
+  newest<Ids>(state, 1000);
+}
+
+template <typename Ids>
+void newest_growing(State &state) {
+  newest<Ids>(state, state.range(0));
+}
+
+const bool registered = [] {
+  row("unique id, find among 1e3", {{"qal", find_among_1e3<Registry>},
+                                    {"locked std::map", find_among_1e3<Tree>},
+                                    {"locked std::unordered_map", find_among_1e3<Hash>}});
+  row("unique id, find among 1e5", {{"qal", find_among_1e5<Registry>},
+                                    {"locked std::map", find_among_1e5<Tree>},
+                                    {"locked std::unordered_map", find_among_1e5<Hash>}});
+  row("unique id, new and destroy the newest",
+      {{"qal", newest_among_1e3<Registry>},
+       {"locked std::map", newest_among_1e3<Tree>},
+       {"locked std::unordered_map", newest_among_1e3<Hash>}});
+  const std::vector<std::int64_t> sizes{100, 1000, 10'000, 100'000};
+  curve("unique id, find", sizes,
+        {{"qal", find_growing<Registry>}, {"locked std::map", find_growing<Tree>}});
+  curve("unique id, new and destroy the newest, growing", sizes,
+        {{"qal", newest_growing<Registry>}, {"locked std::map", newest_growing<Tree>}});
+  return true;
+}();
+
+}  // namespace
