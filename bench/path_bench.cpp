@@ -1,15 +1,23 @@
-// Path text in place: converting and compacting a clean and a dirty path, and normalising beside
-// the C++ library's lexical normal form. Each row reports the bytes of path per second.
-#include <benchmark/benchmark.h>
+// Path text: turning separators round in place, taking out what says nothing, and the normal form
+// of a whole path, beside what the C++ library, GLib and APR offer for the same.
+#include <apr_file_info.h>
+#include <apr_general.h>
+#include <apr_pools.h>
+#include <glib.h>
 #include <qal/path.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <string>
 
+#include "rows.hpp"
+
 namespace {
+
+using Buffer = std::array<char, 1024>;
 
 const std::string clean =
     "/usr/local/ZUL/kalmora102/site_preferences/transport/launch/settings.dat";
@@ -18,56 +26,97 @@ const std::string backslashes =
 const std::string dotted =
     "/usr/./local//ZUL/vemo32/../kalmora102/./site_preferences/x/../transport/settings.dat";
 
-void report_bytes(benchmark::State &state, const std::string &path) {
-  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(path.size()));
-}
-
-// The copy puts back what the call before changed; `copy_alone` says what it costs.
-void copy_alone(benchmark::State &state, const std::string &path) {
-  std::array<char, 1024> buffer{};
+// Each round starts from the same text, for the rewriting is done in place.
+template <const std::string &path, typename Rewrite>
+void in_place(benchmark::State &state, Rewrite rewrite) {
+  Buffer buffer{};
   for (auto _ : state) {
     std::memcpy(buffer.data(), path.c_str(), path.size() + 1);
+    rewrite(buffer.data());
     benchmark::DoNotOptimize(buffer);
   }
-  report_bytes(state, path);
 }
 
-void convert(benchmark::State &state, const std::string &path, std::uint32_t flags) {
-  std::array<char, 1024> buffer{};
-  for (auto _ : state) {
-    std::memcpy(buffer.data(), path.c_str(), path.size() + 1);
-    qal_convert_pathname(buffer.data(), flags);
-    benchmark::DoNotOptimize(buffer);
-  }
-  report_bytes(state, path);
+template <const std::string &path, std::uint32_t flags>
+void convert(benchmark::State &state) {
+  in_place<path>(state, [](char *text) { qal_convert_pathname(text, flags); });
 }
 
-void normalise(benchmark::State &state, const std::string &path) {
-  std::array<char, 1024> out{};
+template <const std::string &path>
+void copy_alone(benchmark::State &state) {
+  in_place<path>(state, [](char *) {});
+}
+
+template <const std::string &path>
+void std_replace(benchmark::State &state) {
+  in_place<path>(state,
+                 [](char *text) { std::replace(text, text + std::strlen(text), '\\', '/'); });
+}
+
+template <const std::string &path>
+void glib_delimit(benchmark::State &state) {
+  in_place<path>(state, [](char *text) { g_strdelimit(text, "\\", '/'); });
+}
+
+void normalise(benchmark::State &state) {
+  Buffer out{};
   for (auto _ : state) {
     out[0] = '\0';
-    qal_get_norm_path(path.c_str(), out.data(), static_cast<int>(out.size()));
+    qal_get_norm_path(dotted.c_str(), out.data(), static_cast<int>(out.size()));
     benchmark::DoNotOptimize(out);
   }
-  report_bytes(state, path);
 }
 
-void normalise_with_filesystem(benchmark::State &state, const std::string &path) {
+void std_normal_form(benchmark::State &state) {
   for (auto _ : state) {
-    benchmark::DoNotOptimize(std::filesystem::path{path}.lexically_normal());
+    benchmark::DoNotOptimize(std::filesystem::path{dotted}.lexically_normal());
   }
-  report_bytes(state, path);
 }
 
-BENCHMARK_CAPTURE(copy_alone, clean, clean);
-BENCHMARK_CAPTURE(convert, clean, clean, 0);
-BENCHMARK_CAPTURE(convert, backslashes, backslashes, 0);
-BENCHMARK_CAPTURE(convert, fix_illegal, clean, QAL_PATH_FIX_ILLEGAL);
-BENCHMARK_CAPTURE(convert, compact_clean, clean, QAL_PATH_COMPACT);
-BENCHMARK_CAPTURE(convert, compact_dotted, dotted, QAL_PATH_COMPACT);
-BENCHMARK_CAPTURE(normalise, clean, clean);
-BENCHMARK_CAPTURE(normalise, dotted, dotted);
-BENCHMARK_CAPTURE(normalise_with_filesystem, clean, clean);
-BENCHMARK_CAPTURE(normalise_with_filesystem, dotted, dotted);
+void glib_canonical_name(benchmark::State &state) {
+  for (auto _ : state) {
+    char *name = g_canonicalize_filename(dotted.c_str(), "/");
+    benchmark::DoNotOptimize(name);
+    g_free(name);
+  }
+}
+
+apr_pool_t *new_pool() {
+  apr_initialize();
+  apr_pool_t *pool = nullptr;
+  apr_pool_create(&pool, nullptr);
+  return pool;
+}
+
+void apr_merge(benchmark::State &state) {
+  static apr_pool_t *const pool = new_pool();
+  for (auto _ : state) {
+    char *merged = nullptr;
+    apr_filepath_merge(&merged, "", dotted.c_str(), 0, pool);
+    benchmark::DoNotOptimize(merged);
+    apr_pool_clear(pool);
+  }
+}
+
+const bool registered = [] {
+  using qal::bench::row;
+  row("path, convert clean", {{"qal", convert<clean, 0>},
+                              {"std::replace", std_replace<clean>},
+                              {"g_strdelimit", glib_delimit<clean>},
+                              {"floor", copy_alone<clean>}});
+  row("path, convert backslashes", {{"qal", convert<backslashes, 0>},
+                                    {"std::replace", std_replace<backslashes>},
+                                    {"g_strdelimit", glib_delimit<backslashes>},
+                                    {"floor", copy_alone<backslashes>}});
+  row("path, compact", {{"qal", convert<dotted, QAL_PATH_COMPACT>},
+                        {"std::filesystem", std_normal_form},
+                        {"GLib", glib_canonical_name},
+                        {"APR", apr_merge}});
+  row("path, normalise", {{"qal", normalise},
+                          {"std::filesystem", std_normal_form},
+                          {"GLib", glib_canonical_name},
+                          {"APR", apr_merge}});
+  return true;
+}();
 
 }  // namespace

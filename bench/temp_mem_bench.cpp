@@ -1,16 +1,33 @@
-// A scratch buffer that is wanted again and again: kept blocks against malloc and free, each
-// touched at both ends as a user would.
-#include <benchmark/benchmark.h>
-#include <qal/alloc.h>
+// Scratch buffers that are wanted again and again: kept blocks beside malloc and free, each touched
+// at both ends as a user would.
 #include <qal/temp_mem.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
+#include "rows.hpp"
+
 namespace {
 
-void touch(void *block, std::int64_t size) {
+constexpr std::size_t mebibyte = std::size_t{1} << 20U;
+
+struct Kept {
+  static void *allocate(std::size_t size) {
+    return qal_temp_mem_alloc(static_cast<std::int64_t>(size));
+  }
+  static void release(void *block) { qal_temp_mem_release(block); }
+  static void end() { qal_temp_mem_free_all(); }
+};
+
+struct Malloc {
+  static void *allocate(std::size_t size) { return std::malloc(size); }
+  static void release(void *block) { std::free(block); }
+  static void end() {}
+};
+
+void touch(void *block, std::size_t size) {
   auto *bytes = static_cast<char *>(block);
   bytes[0] = 1;
   bytes[size - 1] = 1;
@@ -18,58 +35,36 @@ void touch(void *block, std::int64_t size) {
   benchmark::ClobberMemory();
 }
 
-void temp_mem_reuse(benchmark::State &state) {
-  const std::int64_t size = state.range(0);
+template <typename Memory>
+void reuse(benchmark::State &state) {
   for (auto _ : state) {
-    void *block = qal_temp_mem_alloc(size);
-    touch(block, size);
-    qal_temp_mem_release(block);
+    void *block = Memory::allocate(mebibyte);
+    touch(block, mebibyte);
+    Memory::release(block);
   }
-  qal_temp_mem_free_all();
-  state.SetItemsProcessed(state.iterations());
+  Memory::end();
 }
 
-void checked_malloc(benchmark::State &state) {
-  const std::int64_t size = state.range(0);
+// Buffers of functions that call each other, 64 KiB to 512 KiB; the innermost goes first.
+template <typename Memory>
+void nested(benchmark::State &state) {
+  std::array<void *, 8> blocks{};
   for (auto _ : state) {
-    void *block = nullptr;
-    QAL_MALLOC("bench", block, size);
-    touch(block, size);
-    QAL_FREE(block);
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+      const std::size_t size = (i + 1) * mebibyte / 16;
+      blocks[i] = Memory::allocate(size);
+      touch(blocks[i], size);
+    }
+    for (std::size_t i = blocks.size(); i-- > 0;) Memory::release(blocks[i]);
   }
-  state.SetItemsProcessed(state.iterations());
+  Memory::end();
 }
 
-void c_library_malloc(benchmark::State &state) {
-  const std::int64_t size = state.range(0);
-  for (auto _ : state) {
-    void *block = std::malloc(static_cast<std::size_t>(size));
-    touch(block, size);
-    std::free(block);
-  }
-  state.SetItemsProcessed(state.iterations());
-}
-
-constexpr std::int64_t small = 256;
-constexpr std::int64_t large = std::int64_t{4} << 20;
-
-BENCHMARK(temp_mem_reuse)->Arg(small)->Arg(large);
-BENCHMARK(checked_malloc)->Arg(small)->Arg(large);
-BENCHMARK(c_library_malloc)->Arg(small)->Arg(large);
-
-// The best fit stands behind the smaller blocks, all of which are looked at.
-void temp_mem_reuse_behind(benchmark::State &state) {
-  const std::int64_t idle_blocks = state.range(0);
-  for (std::int64_t i = 0; i < idle_blocks; ++i) qal_temp_mem_alloc(100 + i);
-  while (Tmem_InUse) qal_temp_mem_release(Tmem_InUse->mptr);
-  for (auto _ : state) {
-    void *block = qal_temp_mem_alloc(100 + idle_blocks);
-    touch(block, 100 + idle_blocks);
-    qal_temp_mem_release(block);
-  }
-  qal_temp_mem_free_all();
-  state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(temp_mem_reuse_behind)->Arg(1)->Arg(16)->Arg(256);
+const bool registered = [] {
+  using qal::bench::row;
+  row("temporary memory, reuse of 1 MiB", {{"qal", reuse<Kept>}, {"glibc malloc", reuse<Malloc>}});
+  row("temporary memory, eight nested", {{"qal", nested<Kept>}, {"glibc malloc", nested<Malloc>}});
+  return true;
+}();
 
 }  // namespace

@@ -1,58 +1,170 @@
-// The whole tool with nobody to notify, beside what a user would start to look for records.
-#include <benchmark/benchmark.h>
+// The whole tool, beside what a user would start instead: an empty program, find, a shell script
+// with curl and a Python script, both of which stand beside this file. KALMORA_SWEEP in the
+// environment names another build of the tool.
+#include <httplib.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
-#include <filesystem>
+#include <functional>
 #include <string>
+#include <thread>
+#include <vector>
+
+#include "rows.hpp"
+#include "scratch.hpp"
 
 namespace {
 
-// An empty directory that serves as home and as temporary directory.
-std::string empty_directory() {
-  std::string pattern = std::filesystem::current_path() / "tool-bench-XXXXXX";
-  return mkdtemp(pattern.data()) ? pattern : std::string();
+using qal::bench::Scratch;
+using Command = std::vector<std::string>;
+
+std::vector<char *> pointers_to(Command &texts) {
+  std::vector<char *> pointers;
+  for (std::string &text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
 }
 
-void run(benchmark::State &state, const char *const *arguments, const char *const *environment) {
+// An empty directory is the home of whatever runs.
+const Scratch &home() {
+  static const Scratch directory;
+  return directory;
+}
+
+bool run(Command command, const std::string &temporary = home().path()) {
+  Command settings = {"ZUL_USER_HOMEDIR=" + home().path(), "HOME=" + home().path(),
+                      "TMPDIR=" + temporary, "PATH=/usr/bin:/bin"};
+  pid_t child = 0;
+  int status = 0;
+  return posix_spawnp(&child, command[0].c_str(), nullptr, nullptr, pointers_to(command).data(),
+                      pointers_to(settings).data()) == 0 &&
+         waitpid(child, &status, 0) == child && status == 0;
+}
+
+// Each of these works on one directory.
+bool sweep(const std::string &directory) {
+  const char *const named = std::getenv("KALMORA_SWEEP");
+  return run({named ? named : KALMORA_SWEEP_PATH}, directory);
+}
+
+bool empty_program(const std::string &) { return run({EMPTY_PROGRAM_PATH}); }
+
+bool find(const std::string &directory) {
+  return run({"find", directory, "-maxdepth", "1", "-name", "halix_server*.dat"});
+}
+
+bool shell_script(const std::string &directory) {
+  return run({"sh", SCRIPTS "/settle.sh", directory});
+}
+
+bool python_script(const std::string &directory) {
+  return run({"python3", SCRIPTS "/settle.py", directory});
+}
+
+using Settle = bool (*)(const std::string &directory);
+
+void settle_repeatedly(benchmark::State &state, Settle settle, const Scratch &directory) {
   for (auto _ : state) {
-    pid_t child = 0;
-    int status = 0;
-    if (posix_spawnp(&child, arguments[0], nullptr, nullptr, const_cast<char **>(arguments),
-                     const_cast<char **>(environment)) != 0 ||
-        waitpid(child, &status, 0) != child || status != 0) {
-      state.SkipWithError("the program did not run");
+    if (!settle(directory.path())) state.SkipWithError("the program failed");
+  }
+}
+
+template <Settle settle>
+void over_nothing(benchmark::State &state) {
+  static const Scratch directory;
+  settle_repeatedly(state, settle, directory);
+}
+
+void fill(const Scratch &directory, int count, const char *name, const std::string &content) {
+  for (int i = 0; i < count; ++i) directory.file(name + std::to_string(i) + ".dat", content);
+}
+
+const Scratch &unrelated_files() {
+  static const Scratch directory;
+  static const bool filled = (fill(directory, 100'000, "other", ""), true);
+  benchmark::DoNotOptimize(filled);
+  return directory;
+}
+
+template <Settle settle>
+void over_unrelated_files(benchmark::State &state) {
+  settle_repeatedly(state, settle, unrelated_files());
+}
+
+// Kept, so that each round finds them all.
+const Scratch &records_of_dead_owners() {
+  static const Scratch directory;
+  static const bool filled =
+      (fill(directory, 10'000, "halix_server",
+            "http://127.0.0.1:8080/stop halix secret " + std::to_string(INT_MAX) + "\n"),
+       true);
+  benchmark::DoNotOptimize(filled);
+  return directory;
+}
+
+template <Settle settle>
+void over_dead_owners(benchmark::State &state) {
+  settle_repeatedly(state, settle, records_of_dead_owners());
+}
+
+// On the loopback, until the program ends.
+class Server {
+ public:
+  Server() {
+    server_.Get("/stop", [this](const httplib::Request &, httplib::Response &) { ++requests_; });
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+  }
+  ~Server() {
+    server_.stop();
+    thread_.join();
+  }
+  Server(const Server &) = delete;
+  Server &operator=(const Server &) = delete;
+
+  std::string record_of_a_running_owner() const {
+    return "http://127.0.0.1:" + std::to_string(port_) + "/stop halix secret " +
+           std::to_string(getpid()) + "\n";
+  }
+  int take_requests() { return requests_.exchange(0); }
+
+ private:
+  httplib::Server server_;
+  int port_ = 0;
+  std::thread thread_;
+  std::atomic<int> requests_ = 0;
+};
+
+template <Settle settle>
+void notify_500_servers(benchmark::State &state) {
+  static const Scratch directory;
+  static Server server;
+  for (auto _ : state) {
+    state.PauseTiming();
+    fill(directory, 500, "halix_server", server.record_of_a_running_owner());
+    state.ResumeTiming();
+    if (!settle(directory.path()) || server.take_requests() != 500) {
+      state.SkipWithError("not every server was notified");
     }
   }
 }
 
-void sweep_of_nothing(benchmark::State &state) {
-  const std::string directory = empty_directory();
-  const std::string home = "ZUL_USER_HOMEDIR=" + directory;
-  const std::string temporary = "TMPDIR=" + directory;
-  const char *const arguments[] = {KALMORA_SWEEP_PATH, nullptr};
-  const char *const environment[] = {home.c_str(), temporary.c_str(), nullptr};
-  run(state, arguments, environment);
-  std::filesystem::remove_all(directory);
-}
-BENCHMARK(sweep_of_nothing)->UseRealTime();
-
-void find_of_nothing(benchmark::State &state) {
-  const std::string directory = empty_directory();
-  const char *const arguments[] = {"find",  directory.c_str(),   "-maxdepth", "1",
-                                   "-name", "halix_server*.dat", nullptr};
-  const char *const environment[] = {nullptr};
-  run(state, arguments, environment);
-  std::filesystem::remove_all(directory);
-}
-BENCHMARK(find_of_nothing)->UseRealTime();
-
-void program_that_does_nothing(benchmark::State &state) {
-  const char *const arguments[] = {"true", nullptr};
-  const char *const environment[] = {nullptr};
-  run(state, arguments, environment);
-}
-BENCHMARK(program_that_does_nothing)->UseRealTime();
+const bool registered = [] {
+  using qal::bench::row;
+  row("tool, nothing to do",
+      {{"qal", over_nothing<sweep>}, {"empty C program", over_nothing<empty_program>}});
+  row("tool, 1e5 unrelated files",
+      {{"qal", over_unrelated_files<sweep>}, {"find", over_unrelated_files<find>}});
+  row("tool, 1e4 records of dead owners", {{"qal", over_dead_owners<sweep>},
+                                           {"shell", over_dead_owners<shell_script>},
+                                           {"python", over_dead_owners<python_script>}});
+  row("tool, 500 servers", {{"qal", notify_500_servers<sweep>},
+                            {"shell", notify_500_servers<shell_script>},
+                            {"python", notify_500_servers<python_script>}});
+  return true;
+}();
 
 }  // namespace

@@ -1,0 +1,2 @@
+// What starting any program costs.
+int main(void) { return 0; }
