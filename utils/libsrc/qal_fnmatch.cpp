@@ -59,27 +59,48 @@ struct SignedRange {
   }
 };
 
+bool is_literal(Byte token) { return token != '?' && token != '[' && token != '\\'; }
+
+const Byte *match_literal(const Byte *pattern, Byte byte) {
+  return *pattern == byte ? pattern + 1 : nullptr;
+}
+
+// Out of the way of the letters, which are most of a pattern.
+__attribute__((noinline)) const Byte *match_special(const Byte *pattern, Byte byte) {
+  if (*pattern == '?') return pattern + 1;
+  if (*pattern == '\\') return match_literal(pattern + 1, byte);
+  return match_set(pattern + 1, true, true, SignedRange{static_cast<signed char>(byte)});
+}
+
 // One token that is no star against one byte of the name: the position after it, or null.
 const Byte *match_token(const Byte *pattern, Byte byte) {
-  switch (*pattern) {
-    case '?':
-      return pattern + 1;
-    case '[':
-      return match_set(pattern + 1, true, true, SignedRange{static_cast<signed char>(byte)});
-    case '\\':
-      ++pattern;
-      [[fallthrough]];
-    default:
-      return *pattern == byte ? pattern + 1 : nullptr;
-  }
+  return is_literal(*pattern) ? match_literal(pattern, byte) : match_special(pattern, byte);
 }
 
 class NameMatcher {
  public:
-  NameMatcher(const Byte *pattern, const Byte *name, std::size_t length)
-      : pattern_(pattern), name_(name), end_(name + length) {}
+  NameMatcher(const Byte *pattern, const Byte *name) : pattern_(pattern), name_(name) {}
 
+  // Up to the first star each token has its one byte. Most names differ there, so how long they are
+  // is asked only afterwards.
   bool matches() {
+    const Byte *const limit = name_ + name_limit;
+    for (; *pattern_ != '*'; ++name_) {
+      if (name_ == limit) return false;
+      if (!*name_) return !*pattern_;
+      pattern_ = match_token(pattern_, *name_);
+      if (!pattern_) return false;
+    }
+    end_ = end_of_name(static_cast<std::size_t>(limit - name_));
+    return end_ != limit && matches_from_star();
+  }
+
+ private:
+  const Byte *end_of_name(std::size_t room) const {
+    return name_ + strnlen(reinterpret_cast<const char *>(name_), room);
+  }
+
+  bool matches_from_star() {
     for (;;) {
       if (*pattern_ == '*') {
         if (!enter_star()) return false;
@@ -90,13 +111,12 @@ class NameMatcher {
       if (const Byte *next = match_token(pattern_, *name_)) {
         pattern_ = next;
         ++name_;
-      } else if (!behind_star_ || !retry_from(tried_ + 1)) {
+      } else if (!retry_from(tried_ + 1)) {
         return false;
       }
     }
   }
 
- private:
   // Takes a run of stars and question marks; false when the name is too short for it.
   bool enter_star() {
     for (; *pattern_ == '*' || *pattern_ == '?'; ++pattern_) {
@@ -121,7 +141,7 @@ class NameMatcher {
 
   const Byte *pattern_;
   const Byte *name_;
-  const Byte *end_;
+  const Byte *end_ = nullptr;
   const Byte *behind_star_ = nullptr;  // where the pattern goes on behind the last star
   const Byte *tried_ = nullptr;        // where the last attempt at that began
 };
@@ -306,9 +326,7 @@ class PathMatcher {
 
 int zul_fnmatch(const unsigned char *pattern, const unsigned char *name) {
   if (!pattern || !name) return no_match;
-  const std::size_t length = strnlen(reinterpret_cast<const char *>(name), name_limit);
-  if (length == name_limit) return no_match;
-  return NameMatcher(pattern, name, length).matches() ? match_found : no_match;
+  return NameMatcher(pattern, name).matches() ? match_found : no_match;
 }
 
 int qal_fnmatch(const unsigned char *pattern, const char *string, unsigned flags) {
