@@ -1,17 +1,21 @@
 #include <qal/path.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
-#include <string_view>
+#include <span>
 
 namespace {
 
 constexpr std::uint32_t mode_mask = 0xffff00ffU;  // bits 8 to 15 hold the further settings
 constexpr const char *illegal_in_names = ":*?\"<>|";
 
-// Writes only where something changes: most paths are clean and need no more than the search.
+// Most paths are clean and need no more than the search. The others have several places to change,
+// each too near the next one for another search.
 void replace_all(char *path, char from, char to) {
-  for (char *hit = path; (hit = std::strchr(hit, from)) != nullptr; ++hit) *hit = to;
+  char *const hit = std::strchr(path, from);
+  if (!hit) return;
+  for (char &c : std::span{hit, std::strlen(hit)}) c = c == from ? to : c;
 }
 
 void replace_illegal_characters(char *path) {
@@ -30,10 +34,10 @@ class Compaction {
   void run() {
     while (path_[read_] != '\0') {
       if (path_[read_] != separator_) {
-        path_[write_++] = path_[read_++];
-      } else if (at_piece(".")) {
+        copy_name();
+      } else if (at_dots(1)) {
         read_ += 2;
-      } else if (at_piece("..") && written_separators_ > 0) {
+      } else if (at_dots(2) && written_separators_ > 0) {
         drop_written_piece();
       } else {
         copy_separator();
@@ -43,11 +47,20 @@ class Compaction {
   }
 
  private:
-  // Whether the separator at the reading position begins a piece of this name that another one
+  // Whether the separator at the reading position begins a piece of so many dots that another one
   // ends.
-  bool at_piece(std::string_view name) const {
+  bool at_dots(int count) const {
     const char *piece = path_ + read_ + 1;
-    return std::strncmp(piece, name.data(), name.size()) == 0 && piece[name.size()] == separator_;
+    for (; count > 0 && *piece == '.'; --count) ++piece;
+    return count == 0 && *piece == separator_;
+  }
+
+  void copy_name() {
+    char c = path_[read_];
+    do {
+      path_[write_++] = c;
+      c = path_[++read_];
+    } while (c != separator_ && c != '\0');
   }
 
   // Takes back the last written separator and what follows it. Counting the separators spares the

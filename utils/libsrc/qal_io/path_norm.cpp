@@ -20,55 +20,59 @@ constexpr std::size_t most_segments = 1024;
 constexpr std::size_t spare_bytes = 64;
 constexpr std::size_t room_for_dot = 2;
 
-OwnedText slashed_copy(const char *path) {
-  const std::size_t size = std::strlen(path) + spare_bytes;
-  char *copy = nullptr;
-  QAL_MALLOC("qal_get_norm_path", copy, size);
-  if (copy) {
-    std::memcpy(copy, path, size - spare_bytes + 1);
-    qal_convert_pathname(copy, 0);
-  }
-  return OwnedText{copy};
+OwnedText room_as_long_as(const char *path) {
+  char *room = nullptr;
+  QAL_MALLOC("qal_get_norm_path", room, std::strlen(path) + spare_bytes);
+  return OwnedText{room};
+}
+
+bool is_separator(char c) { return c == '/' || c == '\\'; }
+
+const char *behind_separators(const char *at) {
+  while (is_separator(*at)) ++at;
+  return at;
 }
 
 // Two slashes begin a network name; any other number means the root.
-std::string_view prefix_for(std::size_t leading_slashes) {
+std::string_view prefix_for(std::ptrdiff_t leading_slashes) {
   return leading_slashes == 2 ? "//" : "/";
 }
 
-// Resolves the dot segments of a text without leading slashes, over itself: what is kept is never
-// longer than what was read.
+// Resolves the dot segments of a path without leading separators.
 class Resolution {
  public:
-  explicit Resolution(char *text) : text_(text) {}
+  // The room holds what is kept, which is never longer than what was read.
+  explicit Resolution(char *room) : text_(room) {}
 
   // The kept segments, or nothing when there are too many or ".." leads above the first.
-  std::optional<std::string_view> run() {
-    std::string_view rest{text_};
-    for (std::size_t index = 0; !rest.empty(); ++index) {
-      const std::string_view segment = rest.substr(0, rest.find('/'));
-      if (index == most_segments || !take(segment, index == 0)) return std::nullopt;
-      rest.remove_prefix(segment.size());
-      rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
+  std::optional<std::string_view> run(const char *path) {
+    for (std::size_t index = 0; *path != '\0'; ++index) {
+      if (index == most_segments || !take_segment(path, index == 0)) return std::nullopt;
+      path = behind_separators(path);
     }
     return std::string_view{text_, length_};
   }
 
  private:
-  bool take(std::string_view segment, bool first) {
-    if (segment.starts_with("..")) return drop_last();
+  // Leaves `at` behind the segment. Segments are short: going byte by byte is faster than calling
+  // the C library for each.
+  bool take_segment(const char *&at, bool first) {
+    if (*at != '.') return keep_segment(at, first);
     // Deliberate: every segment that begins with a dot vanishes, ".config" as well as ".".
-    if (!segment.starts_with('.')) keep(segment, first);
-    return true;
+    const bool leads_up = at[1] == '.';
+    while (is_inside(*at)) ++at;
+    return !leads_up || drop_last();
   }
 
   // Deliberate: a slash stands before every segment but the first of the path, even when all those
   // before it vanished. "./a" is "/a".
-  void keep(std::string_view segment, bool first) {
+  bool keep_segment(const char *&at, bool first) {
     if (!first) text_[length_++] = '/';
-    std::memmove(text_ + length_, segment.data(), segment.size());
-    length_ += segment.size();
+    while (is_inside(*at)) text_[length_++] = *at++;
+    return true;
   }
+
+  static bool is_inside(char c) { return c != '\0' && !is_separator(c); }
 
   bool drop_last() {
     if (length_ == 0) return false;
@@ -95,10 +99,14 @@ int deliver(std::string_view start, std::string_view segments, std::span<char> o
   if (length >= out.size()) return needed_size(length + 1);
   if (length == 0 && out.size() < room_for_dot) return needed_size(room_for_dot);
   if (length == 0) segments = ".";
-  std::memmove(out.data(), start.data(), start.size());
+  const bool stands_already = start.data() == out.data();
+  if (stands_already) {
+    qal_convert_pathname(out.data(), 0);
+  } else {
+    std::memcpy(out.data(), start.data(), start.size());
+  }
   std::memcpy(out.data() + start.size(), segments.data(), segments.size());
   out[start.size() + segments.size()] = '\0';
-  qal_convert_pathname(out.data(), 0);
   return 0;
 }
 
@@ -107,12 +115,12 @@ std::string_view text_in(std::span<const char> out) {
 }
 
 int normalise(const char *path, std::span<char> out) {
-  const OwnedText copy = slashed_copy(path);
-  if (!copy) return refused;
-  const std::size_t leading_slashes = std::strspn(copy.get(), "/");
-  const auto segments = Resolution{copy.get() + leading_slashes}.run();
+  const OwnedText room = room_as_long_as(path);
+  if (!room) return refused;
+  const char *const first = behind_separators(path);
+  const auto segments = Resolution{room.get()}.run(first);
   if (!segments) return refused;
-  const auto start = leading_slashes == 0 ? text_in(out) : prefix_for(leading_slashes);
+  const auto start = first == path ? text_in(out) : prefix_for(first - path);
   return deliver(start, *segments, out);
 }
 
