@@ -94,6 +94,17 @@ void report_console(std::string_view marker, const char *format, std::va_list ar
   report(logger.ConsoleFunc, logger.ConsoleFP, marker, format, arguments);
 }
 
+void copy_to_file(const char *text) {
+  if (!logger._qal_logger_redirect_file) return;
+  std::fputs(text, logger._qal_logger_redirect_file);
+  std::fflush(logger._qal_logger_redirect_file);
+}
+
+void put_text(void *stream, const char *text) {
+  if (stream) std::fputs(text, static_cast<std::FILE *>(stream));
+  copy_to_file(text);
+}
+
 // A finished line has no arguments, so it is never formatted: whatever its bytes look like, they
 // are text. Only the doubling that a scrubbed text carries is undone.
 void undouble_percents(const char *line, std::span<char> out) {
@@ -105,10 +116,18 @@ void undouble_percents(const char *line, std::span<char> out) {
   out[length] = '\0';
 }
 
-void copy_to_file(const char *text) {
-  if (!logger._qal_logger_redirect_file) return;
-  std::fputs(text, logger._qal_logger_redirect_file);
-  std::fflush(logger._qal_logger_redirect_file);
+void put_undoubled(void *stream, const char *line) {
+  char text[line_size];
+  undouble_percents(line, text);
+  put_text(stream, text);
+}
+
+QAL_PRINTF(2, 0)
+void put_formatted(void *stream, const char *format, std::va_list arguments) {
+  const KeptErrno kept_errno;
+  char text[line_size];
+  if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
+  put_text(stream, text);
 }
 
 }  // namespace
@@ -182,18 +201,14 @@ void qal_debug(const char * /*format*/, ...) {}
 __attribute__((noinline)) void qal_stop_here() { __asm__ volatile(""); }
 
 void _qal_logger_func(void *stream, const char *format, ...) {
-  const KeptErrno kept_errno;
-  char text[line_size];
   if (format == delivered_line) {
-    undouble_percents(format, text);
-  } else {
-    std::va_list arguments;
-    va_start(arguments, format);
-    if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
-    va_end(arguments);
+    // Most lines have nothing doubled and need no room of their own.
+    return std::strchr(format, '%') ? put_undoubled(stream, format) : put_text(stream, format);
   }
-  if (stream) std::fputs(text, static_cast<std::FILE *>(stream));
-  copy_to_file(text);
+  std::va_list arguments;
+  va_start(arguments, format);
+  put_formatted(stream, format, arguments);
+  va_end(arguments);
 }
 
 FILE *_qal_logger_set_file(const char *path) {

@@ -82,13 +82,15 @@ char *put_two_digits(char *out, int number) {
   return out;
 }
 
-// "HH:MM:SS" and its terminator.
-void put_time_of_day(char *out, const std::tm &local) {
+// "HH:MM:SS" and its terminator, whose place is the answer.
+char *put_time_of_day(char *out, const std::tm &local) {
   out = put_two_digits(out, local.tm_hour);
   *out++ = ':';
   out = put_two_digits(out, local.tm_min);
   *out++ = ':';
-  *put_two_digits(out, local.tm_sec) = '\0';
+  out = put_two_digits(out, local.tm_sec);
+  *out = '\0';
+  return out;
 }
 
 bool is_in_table(int id) { return id >= 0 && id < QAL_MAX_TIMERS; }
@@ -131,8 +133,7 @@ int qal_date_get_string(char *dst, int long_form) {
     out = put_two_digits(out, local.tm_mday);
     *out++ = ' ';
   }
-  put_time_of_day(out, local);
-  return static_cast<int>(std::strlen(dst));
+  return static_cast<int>(put_time_of_day(out, local) - dst);
 }
 
 void qal_timer_new(int *id) {
