@@ -56,6 +56,10 @@ std::vector<std::string> made_calls;  // of the functions that `faults` names, i
 
 bool all_opened_close_on_exec = true;
 
+// What the kernel is willing to copy by itself, and in pieces of how many bytes.
+std::size_t kernel_copies_bytes = 0;
+constexpr std::size_t kernel_piece = 10'000;
+
 bool fails(const char *call) {
   const auto found = faults.find(call);
   if (found == faults.end()) return false;
@@ -86,6 +90,7 @@ int __real_open(const char *, int, ...);
 int __real_openat(int, const char *, int, ...);
 ssize_t __real_read(int, void *, size_t);
 ssize_t __real_write(int, const void *, size_t);
+ssize_t __real_copy_file_range(int, off_t *, int, off_t *, size_t, unsigned);
 int __real_close(int);
 int __real_fstat(int, struct stat *);
 int __real_ftruncate(int, off_t);
@@ -114,6 +119,18 @@ ssize_t __wrap_read(int file, void *to, size_t size) {
 }
 ssize_t __wrap_write(int file, const void *from, size_t size) {
   return fails("write") ? -1 : __real_write(file, from, size);
+}
+ssize_t __wrap_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, size_t size,
+                               unsigned flags) {
+  if (fails("copy_file_range")) return -1;
+  size = std::min({size, kernel_piece, kernel_copies_bytes});
+  if (size == 0) {
+    errno = EXDEV;
+    return -1;
+  }
+  const ssize_t copied = __real_copy_file_range(from, from_at, to, to_at, size, flags);
+  if (copied > 0) kernel_copies_bytes -= static_cast<size_t>(copied);
+  return copied;
 }
 // A close that fails has closed the descriptor all the same.
 int __wrap_close(int file) {
@@ -185,6 +202,55 @@ TEST_F(CopyFault, AReadErrorFailsAndThePartStays) {
 TEST_F(CopyFault, AWriteErrorFailsAndThePartStays) {
   EXPECT_EQ(copy({{"write", {.error = ENOSPC, .first = 3}}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, 32768));
+}
+
+class KernelCopy : public CopyFault {
+ protected:
+  int copy_in_kernel(std::size_t bytes, Plan armed) const {
+    kernel_copies_bytes = bytes;
+    return copy(std::move(armed));
+  }
+};
+
+TEST_F(KernelCopy, IsAskedUntilNothingIsLeft) {
+  EXPECT_EQ(
+      copy_in_kernel(SIZE_MAX, {{"copy_file_range", never}, {"read", never}, {"write", never}}),
+      QAL_STATUS_OK);
+  EXPECT_EQ(read_file(to), content);
+  EXPECT_EQ(made_calls, (Lines{"copy_file_range", "copy_file_range", "copy_file_range",
+                               "copy_file_range", "copy_file_range", "copy_file_range", "read"}));
+}
+
+TEST_F(KernelCopy, IsTakenUpWhereItStops) {
+  for (const std::size_t bytes : {0U, 1U, 9'999U, 10'000U, 25'000U, 40'003U}) {
+    EXPECT_EQ(copy_in_kernel(bytes, {}), QAL_STATUS_OK);
+    EXPECT_EQ(read_file(to), content) << bytes;
+  }
+}
+
+TEST_F(KernelCopy, IsAskedAgainAfterASignal) {
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", interrupted_twice}, {"write", never}}),
+            QAL_STATUS_OK);
+  EXPECT_EQ(read_file(to), content);
+  EXPECT_EQ(std::count(made_calls.begin(), made_calls.end(), "write"), 0);
+}
+
+TEST_F(KernelCopy, LeavesItToReadingAndWritingWhetherAnErrorLasts) {
+  const Fault second{.error = EIO, .first = 2};
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}}), QAL_STATUS_OK);
+  EXPECT_EQ(read_file(to), content);
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"read", {}}}),
+            QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(to), content.substr(0, kernel_piece));
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"write", {.error = ENOSPC}}}),
+            QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(to), content.substr(0, kernel_piece));
+}
+
+TEST_F(KernelCopy, ReadsAFileWhoseSizeTheKernelDoesNotKnow) {
+  kernel_copies_bytes = SIZE_MAX;
+  EXPECT_EQ(qal_file_copy("/proc/self/status", to.c_str(), 0), QAL_STATUS_OK);
+  EXPECT_TRUE(read_file(to).starts_with("Name:"));
 }
 
 TEST_F(CopyFault, TheResultOfClosingTheDestinationCounts) {

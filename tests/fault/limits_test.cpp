@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <kalmora/kalmora.hpp>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -35,6 +36,9 @@ using qal::test::read_file;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
 
+// Whether the kernel is willing to copy files by itself.
+bool kernel_copies = false;
+
 constexpr char not_permitted[] = "mounting is not permitted here";
 
 // A file system of 64 KiB and of a few files, seen by this process alone.
@@ -53,6 +57,21 @@ std::string varied_bytes(std::size_t size) {
   }
   return bytes;
 }
+
+}  // namespace
+
+extern "C" {
+ssize_t __real_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, std::size_t size,
+                               unsigned flags);
+ssize_t __wrap_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, std::size_t size,
+                               unsigned flags) {
+  if (kernel_copies) return __real_copy_file_range(from, from_at, to, to_at, size, flags);
+  errno = EXDEV;
+  return -1;
+}
+}
+
+namespace {
 
 class Limits : public testing::Test {
  protected:
@@ -77,14 +96,18 @@ class Limits : public testing::Test {
 };
 using FullDisk = Limits;
 
+// On both roads: by reading and writing, and by the kernel.
 void expect_no_room_for_copies(const std::string &source, const std::string &content,
                                const std::string &to) {
-  EXPECT_EQ(qal_file_copy(source.c_str(), to.c_str(), 0), QAL_STATUS_FAILED);
-  EXPECT_TRUE(read_file(source) == content);
-  unlink(to.c_str());
-  EXPECT_EQ(qal_file_rename(source.c_str(), to.c_str(), 0x10000), QAL_STATUS_FAILED);
-  EXPECT_TRUE(read_file(source) == content);
-  unlink(to.c_str());
+  for (const bool by_the_kernel : {false, true}) {
+    kernel_copies = by_the_kernel;
+    EXPECT_EQ(qal_file_copy(source.c_str(), to.c_str(), 0), QAL_STATUS_FAILED);
+    EXPECT_TRUE(read_file(source) == content);
+    unlink(to.c_str());
+    EXPECT_EQ(qal_file_rename(source.c_str(), to.c_str(), 0x10000), QAL_STATUS_FAILED);
+    EXPECT_TRUE(read_file(source) == content);
+    unlink(to.c_str());
+  }
 }
 
 void expect_no_room_for_a_piece(std::string content, const std::string &to) {
@@ -120,6 +143,18 @@ void expect_no_room(const std::string &source, const std::string &content, const
 
 TEST_F(FullDisk, IsToldAndSparesTheSource) {
   on_small_disk(disk, [this] { expect_no_room(source, content, disk + "/to"); });
+}
+
+// The kernel copies by itself within one file system.
+TEST_F(FullDisk, HasNoRoomForACopyOfItsOwnFile) {
+  on_small_disk(disk, [this] {
+    const std::string half = content.substr(0, 40'000);
+    const std::string inside = disk + "/source";
+    const File file{std::fopen(inside.c_str(), "wb")};
+    ASSERT_EQ(std::fwrite(half.data(), 1, half.size(), file.get()), half.size());
+    ASSERT_EQ(std::fflush(file.get()), 0);
+    expect_no_room_for_copies(inside, half, disk + "/to");
+  });
 }
 
 TEST_F(FullDisk, WithoutRoomForAFileHoldsNone) {

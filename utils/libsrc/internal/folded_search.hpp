@@ -14,7 +14,9 @@ namespace qal::internal {
 // its own. Only NUL maps to NUL.
 class Folding {
  public:
-  Folding() { platform::upper_case_of_ascii(upper_); }
+  Folding() : upper_(platform::upper_case_of_ascii(room_)) {}
+  Folding(const Folding &) = delete;
+  Folding &operator=(const Folding &) = delete;
 
   int operator()(char c) const {
     const auto byte = static_cast<unsigned char>(c);
@@ -29,7 +31,8 @@ class Folding {
   }
 
  private:
-  int upper_[platform::ascii_count];
+  int room_[platform::ascii_count];
+  const int *upper_;
 };
 
 // A vector of the compiler's: every processor that it knows has one of this width or is given code

@@ -34,9 +34,14 @@ bool open_pipe(int (&ends)[2]);
 // What an error number means, from a function that a forked child may call before it execs.
 const char *error_text(int error);
 
-// The upper-case mapping of ASCII in the current locale, all of it at once.
+// The upper-case mapping of ASCII in the current locale, all of it at once: the system's own table
+// or, where it shows none, the filled room.
 constexpr int ascii_count = 128;
-void upper_case_of_ascii(int (&upper)[ascii_count]);
+const int *upper_case_of_ascii(int (&room)[ascii_count]);
+
+// Moves what the system is willing to move by itself from one open file to another, each from where
+// it stands on. May stop anywhere: what is left, reading and writing finds, and the reason too.
+void copy_in_kernel(int from, int to);
 
 // Overwrites a secret in a way that no optimiser removes.
 void clear_secret(void *secret, std::size_t size);

@@ -175,8 +175,13 @@ const char *error_text(int error) {
   return text ? text : "Unknown error";
 }
 
-void upper_case_of_ascii(int (&upper)[ascii_count]) {
-  std::copy_n(*__ctype_toupper_loc(), ascii_count, upper);
+const int *upper_case_of_ascii(int (&/*room*/)[ascii_count]) { return *__ctype_toupper_loc(); }
+
+void copy_in_kernel(int from, int to) {
+  constexpr std::size_t at_once = std::size_t{1} << 30U;
+  while (retry_interrupted(
+             [&] { return copy_file_range(from, nullptr, to, nullptr, at_once, 0); }) > 0) {
+  }
 }
 
 void clear_secret(void *secret, std::size_t size) { explicit_bzero(secret, size); }

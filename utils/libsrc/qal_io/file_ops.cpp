@@ -13,11 +13,13 @@
 
 #include "internal/handles.hpp"
 #include "internal/retry.hpp"
+#include "platform/platform.hpp"
 
 namespace {
 
 using qal::internal::Descriptor;
 using qal::internal::retry_interrupted;
+namespace platform = qal::internal::platform;
 
 constexpr unsigned copy_keeps_existing = 0x1;
 constexpr unsigned rename_copies = 0x10000;
@@ -70,6 +72,7 @@ bool write_whole(int file, std::string_view block) {
 }
 
 bool copy_content(int from, int to) {
+  platform::copy_in_kernel(from, to);
   std::array<char, block_size> block;
   for (;;) {
     const auto got = retry_interrupted([&] { return read(from, block.data(), block_size); });
