@@ -3,7 +3,11 @@
 
 #include <cstdint>
 
+#include "internal/stopped.hpp"
+
 namespace {
+
+using qal::internal::stopped;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
@@ -14,13 +18,14 @@ std::int32_t plus(std::int32_t count, std::int32_t change) {
                                    static_cast<std::uint32_t>(change));
 }
 
-// The wrappers have called qal_stop_here where they answer a failure; `result` keeps the first.
+// A failure stays the result, whatever goes well after it.
 void note(int &result, int status) {
   if (status != ok) result = failed;
 }
 
 void pass_on(QalThreadSema &sema, int &result) {
-  if (sema.count >= 0 && sema.waiters >= 1) note(result, qal_thread_cond_signal(&sema.condition));
+  if (sema.count >= 0 && sema.waiters >= 1)
+    note(result, stopped(pthread_cond_signal(&sema.condition)));
 }
 
 // A cancelled waiter holds the mutex again: it takes its claim back and wakes the next waiter if
@@ -31,7 +36,7 @@ void give_back(void *address) {
   sema.count = plus(sema.count, 1);
   --sema.waiters;
   pass_on(sema, ignored);
-  qal_thread_mutex_unlock(&sema.mutex);
+  stopped(pthread_mutex_unlock(&sema.mutex));
 }
 
 int wait_for_turn(QalThreadSema &sema) {
@@ -39,7 +44,7 @@ int wait_for_turn(QalThreadSema &sema) {
   ++sema.waiters;
   pthread_cleanup_push(give_back, &sema);
   while (sema.count < 0 && result == ok) {
-    note(result, qal_thread_cond_wait(&sema.condition, &sema.mutex));
+    note(result, stopped(pthread_cond_wait(&sema.condition, &sema.mutex)));
   }
   pthread_cleanup_pop(0);
   --sema.waiters;
@@ -67,7 +72,7 @@ int qal_thread_sema_destroy(QalThreadSema *s) {
 }
 
 int qal_thread_sema_wait(QalThreadSema *s) {
-  if (!s || qal_thread_mutex_lock(&s->mutex) != ok) return failed;
+  if (!s || stopped(pthread_mutex_lock(&s->mutex)) != ok) return failed;
   int result = ok;
   const bool permitted = s->count >= 1;
   s->count = plus(s->count, -1);
@@ -75,18 +80,18 @@ int qal_thread_sema_wait(QalThreadSema *s) {
     result = wait_for_turn(*s);
     pass_on(*s, result);
   }
-  note(result, qal_thread_mutex_unlock(&s->mutex));
+  note(result, stopped(pthread_mutex_unlock(&s->mutex)));
   return result;
 }
 
 int qal_thread_sema_release(QalThreadSema *s) {
-  if (!s || qal_thread_mutex_lock(&s->mutex) != ok) return failed;
+  if (!s || stopped(pthread_mutex_lock(&s->mutex)) != ok) return failed;
   int result = ok;
   // Deliberate: only the release that pays the last debt wakes anybody; the woken thread passes the
   // signal on, so all waiters go together.
   s->count = plus(s->count, 1);
-  if (s->count == 0) note(result, qal_thread_cond_signal(&s->condition));
-  note(result, qal_thread_mutex_unlock(&s->mutex));
+  if (s->count == 0) note(result, stopped(pthread_cond_signal(&s->condition)));
+  note(result, stopped(pthread_mutex_unlock(&s->mutex)));
   return result;
 }
 

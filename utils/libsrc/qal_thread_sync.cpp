@@ -1,6 +1,5 @@
 // The platform's threads, keys, mutexes and condition variables under the library's results.
 #include <qal/clock.h>
-#include <qal/logger.h>
 #include <qal/thread.h>
 
 #include <cerrno>
@@ -9,7 +8,11 @@
 #include <ctime>
 #include <limits>
 
+#include "internal/stopped.hpp"
+
 namespace {
+
+using qal::internal::stopped;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
@@ -18,13 +21,6 @@ constexpr int timed_out = 99;
 constexpr std::size_t stack_size_bytes = std::size_t{2} * 1024 * 1024;
 
 int reduced(int platform_result) { return platform_result == 0 ? ok : failed; }
-
-// For the calls whose failures a debugger can wait for.
-int stopped(int platform_result) {
-  if (platform_result == 0) return ok;
-  qal_stop_here();
-  return failed;
-}
 
 struct Span {
   std::int32_t seconds;
