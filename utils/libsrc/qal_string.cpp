@@ -32,7 +32,7 @@ void fill(std::span<char> room, const char *source) {
 }
 
 // Moves a piece to `out` and gives the place behind it.
-char *put(char *out, std::string_view piece) {
+inline char *put(char *out, std::string_view piece) {
   if (out != piece.data()) std::memmove(out, piece.data(), piece.size());
   return out + piece.size();
 }
@@ -56,23 +56,26 @@ struct Replacing {
 };
 
 // What is looked for is seldom longer than a word: comparing byte by byte beats the call.
-bool begins(std::string_view text, std::string_view prefix) {
-  if (text.size() < prefix.size()) return false;
+inline bool begins(std::string_view text, std::size_t at, std::string_view prefix) {
+  if (text.size() - at < prefix.size()) return false;
   std::size_t same = 0;
-  while (same < prefix.size() && text[same] == prefix[same]) ++same;
+  while (same < prefix.size() && text[at + same] == prefix[same]) ++same;
   return same == prefix.size();
 }
 
-// The place of the first byte is a match more often than not. Where it is none, memmem goes on and
-// not string_view::find, whose work is the product of both lengths at worst; nor strstr, which may
-// measure the whole rest of the text for each match.
-std::size_t position_in(std::string_view text, std::string_view find) {
-  const std::size_t first = text.find(find.front());
-  if (first == std::string_view::npos || begins(text.substr(first), find)) return first;
-  const std::string_view rest = text.substr(first + 1);
-  const void *match = memmem(rest.data(), rest.size(), find.data(), find.size());
+// memmem and not string_view::find, whose work is the product of both lengths at worst; nor strstr,
+// which may measure the whole rest of the text for each match.
+std::size_t position_from(std::size_t at, std::string_view text, std::string_view find) {
+  const void *match = memmem(text.data() + at, text.size() - at, find.data(), find.size());
   if (match == nullptr) return std::string_view::npos;
   return static_cast<std::size_t>(static_cast<const char *>(match) - text.data());
+}
+
+// The place of the first byte is a match more often than not; the search is only for the others.
+inline std::size_t position_in(std::string_view text, std::string_view find) {
+  const std::size_t first = text.find(find.front());
+  if (first == std::string_view::npos || begins(text, first, find)) return first;
+  return position_from(first + 1, text, find);
 }
 
 std::size_t count_matches(std::string_view text, const Replacing &job) {
