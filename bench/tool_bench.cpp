@@ -1,6 +1,7 @@
 // The whole tool, beside what a user would start instead: an empty program, find, a shell script
 // with curl and a Python script, both of which stand beside this file. KALMORA_SWEEP in the
-// environment names another build of the tool.
+// environment names the tool as it is installed, with the C++ runtime inside; the one that is built
+// with the benchmarks stands in for it otherwise.
 #include <httplib.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -48,6 +49,10 @@ bool run(Command command, const std::string &temporary = home().path()) {
 bool sweep(const std::string &directory) {
   const char *const named = std::getenv("KALMORA_SWEEP");
   return run({named ? named : KALMORA_SWEEP_PATH}, directory);
+}
+
+bool sweep_with_shared_runtime(const std::string &directory) {
+  return run({KALMORA_SWEEP_PATH}, directory);
 }
 
 bool empty_program(const std::string &) { return run({EMPTY_PROGRAM_PATH}); }
@@ -156,6 +161,9 @@ const bool registered = [] {
   using qal::bench::row;
   row("tool, nothing to do",
       {{"qal", over_nothing<sweep>}, {"empty C program", over_nothing<empty_program>}});
+  row("tool, nothing to do, shared C++ runtime",
+      {{"qal", over_nothing<sweep_with_shared_runtime>},
+       {"empty C program", over_nothing<empty_program>}});
   row("tool, 1e5 unrelated files",
       {{"qal", over_unrelated_files<sweep>}, {"find", over_unrelated_files<find>}});
   row("tool, 1e4 records of dead owners", {{"qal", over_dead_owners<sweep>},
