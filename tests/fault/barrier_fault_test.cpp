@@ -11,14 +11,17 @@
 #include <functional>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "fault/pthread_calls.hpp"
+#include "internal/barrier.hpp"
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::internal::Patience;
 using qal::test::await;
 using qal::test::calls;
 using qal::test::LogCapture;
@@ -49,6 +52,7 @@ class BarrierFault : public Threads {
   int stops_before_ = 0;
 };
 
+using BarrierPatience = BarrierFault;
 using ReduceFault = BarrierFault;
 using ReduceOrder = BarrierFault;
 using ReduceStraggler = BarrierFault;
@@ -133,12 +137,60 @@ TEST_F(BarrierFault, EndsAWaitThatThePlatformRefuses) {
   EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
 }
 
+TEST_F(BarrierFault, EndsAWaitThatCannotLockAgain) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  const int waits = calls.cond_wait.count();
+  calls.behind_unlock = [](QalThreadMutex *) { calls.mutex_lock.refuse(EINVAL); };
+  const int status = qal_thread_barrier(&barrier_, 2);
+  calls.behind_unlock = nullptr;
+  calls.mutex_lock.allow();
+  EXPECT_EQ(status, -1);
+  EXPECT_EQ(calls.cond_wait.count(), waits);
+  EXPECT_EQ(cancel_state(), PTHREAD_CANCEL_ENABLE);
+  EXPECT_EQ(qal_thread_mutex_trylock(&barrier_.mutex), 0);
+  EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
+}
+
+TEST_F(BarrierFault, CannotBeCancelledWhileItIsAwakeEither) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  int state = -2;
+  calls.behind_unlock = [&, first = true](QalThreadMutex *) mutable {
+    if (std::exchange(first, false)) pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+  };
+  EXPECT_EQ(refused(calls.cond_wait, EINVAL, [&] { return qal_thread_barrier(&barrier_, 2); }), -1);
+  EXPECT_EQ(state, PTHREAD_CANCEL_DISABLE);
+  EXPECT_EQ(cancel_state(), PTHREAD_CANCEL_ENABLE);
+}
+
+TEST_F(BarrierFault, DoesNotSleepWhenTheOthersHaveComeMeanwhile) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  const int waits = calls.cond_wait.count();
+  calls.behind_unlock = [this, first = true](QalThreadMutex *) mutable {
+    if (!std::exchange(first, false)) return;
+    Worker last([this] { return qal_thread_barrier(&barrier_, 2); });
+    EXPECT_EQ(last.join(), 1);
+  };
+  EXPECT_EQ(qal_thread_barrier(&barrier_, 2), 0);
+  EXPECT_EQ(calls.cond_wait.count(), waits);
+}
+
 TEST_F(BarrierFault, IgnoresAnUnlockingThatThePlatformRefuses) {
   ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
   EXPECT_EQ(refused(calls.mutex_unlock, EPERM, [&] { return qal_thread_barrier(&barrier_, 1); }),
             1);
   EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
 }
+
+int looks(unsigned threads) {
+  Patience patience(threads);
+  int count = 0;
+  while (patience.lasts()) ++count;
+  return count;
+}
+
+TEST_F(BarrierPatience, LetsOthersRunAFewTimesAndSleepsThen) { EXPECT_EQ(looks(UINT_MAX), 8); }
+
+TEST_F(BarrierPatience, LooksMoreOftenWhenEverybodyHasAProcessor) { EXPECT_GE(looks(1), 8); }
 
 struct Operation {
   const char *message;
@@ -272,13 +324,14 @@ TEST_F(ReduceOrder, AddsAsTheThreadsArrive) {
   EXPECT_EQ(sum_in_order(1.0, 1e100, -1e100), 0.0);
 }
 
-// Two threads meet in an operation, and one of them goes on alone while the other is held back on
-// its way out of the second barrier. The first wait of two threads is always at the first barrier,
-// which tells the two apart.
-class HeldBack {
+thread_local int unlockings_of_late = INT_MIN;  // in every other thread
+
+// Two threads meet in an operation, one of them so late at both barriers that the other sleeps
+// there already; then each goes on alone.
+class LateMeeting {
  public:
-  // Holds the waiter that the second barrier released until the other one is done.
-  void hold_the_waiter() {
+  // Holds the early thread, which the second barrier has released, until the late one is done.
+  void hold_the_early() {
     calls.behind_wait = [this](QalThreadCond *condition, QalThreadMutex *mutex) {
       if (!at_second_barrier(condition)) return;
       qal_thread_mutex_unlock(mutex);
@@ -286,10 +339,20 @@ class HeldBack {
       qal_thread_mutex_lock(mutex);
     };
   }
+  // Holds the late thread, as soon as it has let the mutex of the second barrier go, until the
+  // early one is done.
+  void hold_the_late() { late_is_held_ = true; }
+
   void run(const Operation &operation) {
-    Worker one([&] { return go(operation); });
-    Worker other([&] { return go(operation); });
-    EXPECT_EQ(one.join(), other.join()) << operation.message;
+    calls.behind_unlock = [this](QalThreadMutex *) { unlocked(); };
+    Worker early([&] { return go(operation); });
+    await_waits(1);
+    Worker late([&] {
+      unlockings_of_late = 0;
+      return go(operation);
+    });
+    EXPECT_EQ(early.join(), late.join()) << operation.message;
+    calls.behind_unlock = nullptr;
   }
 
  private:
@@ -300,49 +363,39 @@ class HeldBack {
     done_ = true;
     return static_cast<int>(together);
   }
+  // The late thread lets go the operation's own mutex, the first barrier's, the second one's.
+  void unlocked() {
+    ++unlockings_of_late;
+    if (unlockings_of_late == 2) await_waits(2);
+    if (unlockings_of_late == 3 && late_is_held_) await([this] { return done_.load(); });
+  }
+  void await_waits(int expected) {
+    await([=, this] { return calls.cond_wait.count() - waits_before_ >= expected; });
+  }
   bool at_second_barrier(QalThreadCond *condition) {
     QalThreadCond *none = nullptr;
     return !first_.compare_exchange_strong(none, condition) && none != condition;
   }
 
+  const int waits_before_ = calls.cond_wait.count();
+  bool late_is_held_ = false;
   std::atomic<QalThreadCond *> first_{nullptr};
   std::atomic<bool> done_{false};
 };
 
 TEST_F(ReduceStraggler, IsReleasedThoughASmallerGroupCameAndWent) {
   for (const auto &operation : operations) {
-    HeldBack held;
-    held.hold_the_waiter();
-    held.run(operation);
+    LateMeeting meeting;
+    meeting.hold_the_early();
+    meeting.run(operation);
   }
 }
 
-// The last arrival is held as soon as it has let the mutex of the second barrier go: the other
-// thread must find the sizes forgotten by then.
 TEST_F(ReduceStraggler, FindsTheSizesForgottenOnceItIsReleased) {
   for (const auto &operation : operations) {
-    thread_local int unlockings = INT_MIN;  // in threads that are not counted
-    std::atomic<int> done{0};
-    const auto go = [&] {
-      unlockings = 0;
-      operation.run(2);
-      unlockings = INT_MIN;
-      EXPECT_EQ(operation.run(1), 3);
-      ++done;
-      return 0;
-    };
-    // The operation's own mutex, the first barrier's, the second one's; a waiter of the second
-    // barrier comes by only after the other thread has left it and holds nobody.
-    std::atomic<bool> held{false};
-    calls.behind_unlock = [&](QalThreadMutex *) {
-      if (++unlockings == 3 && !held.exchange(true)) await([&] { return done == 1; });
-    };
-    Worker one(go);
-    Worker other(go);
-    one.join();
-    other.join();
-    EXPECT_EQ(done, 2);
-    calls.behind_unlock = nullptr;
+    LateMeeting meeting;
+    meeting.hold_the_late();
+    meeting.run(operation);
   }
 }
 

@@ -1,20 +1,53 @@
-// The public barrier.
+// The public barrier, and how long those who wait at any barrier stay awake.
 #include <qal/barrier.h>
+#include <sched.h>
 
+#include <chrono>
 #include <cstdint>
 #include <limits>
 
 #include "internal/barrier.hpp"
+#include "platform/platform.hpp"
 
 namespace {
 
 using qal::internal::barrier_valid;
+using qal::internal::change;
+using qal::internal::glance;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
 constexpr std::uint32_t destroyed = std::numeric_limits<std::uint32_t>::max();
 
+// Both together take about as long as being put to sleep and woken again.
+constexpr std::chrono::microseconds spin_time{1};
+constexpr int turns_given = 8;
+
+unsigned processors() {
+  static const int count = [] {
+    int found = 1;
+    qal::internal::platform::processor_count(found);
+    return found;
+  }();
+  return static_cast<unsigned>(count);
+}
+
 }  // namespace
+
+namespace qal::internal {
+
+Patience::Patience(unsigned threads) : turns_left_(turns_given) {
+  if (threads <= processors()) spins_until_ = Clock::now() + spin_time;
+}
+
+bool Patience::lasts() {
+  if (Clock::now() < spins_until_) return true;
+  if (turns_left_-- == 0) return false;
+  sched_yield();
+  return true;
+}
+
+}  // namespace qal::internal
 
 int qal_thread_barrier_init(QalThreadBarrier *b) {
   if (!b) return failed;
@@ -45,5 +78,5 @@ int qal_thread_barrier(QalThreadBarrier *b, unsigned n) {
   // The phase changes with every cycle, so a thread that races ahead into the next cycle cannot
   // release the stragglers of this one.
   return qal::internal::arrive(
-      *b, n, [b] { return b->phase; }, [b] { b->phase ^= 1U; });
+      *b, n, [b] { return glance(b->phase); }, [b] { change(b->phase, b->phase ^ 1U); });
 }

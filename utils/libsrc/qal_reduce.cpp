@@ -11,7 +11,8 @@
 namespace {
 
 using qal::internal::arrive;
-using qal::internal::barrier_last;
+using qal::internal::change;
+using qal::internal::glance;
 
 // A barrier whose waiters watch a count of cycles that nobody outside sees. The public one-bit
 // phase would hang a group that is followed by a smaller one: the smaller group can flip it twice
@@ -23,9 +24,9 @@ struct GroupBarrier {
   template <typename Finish>
   int meet(unsigned n, const Finish &finish) {
     return arrive(
-        record, n, [this] { return generation; },
+        record, n, [this] { return glance(generation); },
         [this, &finish] {
-          ++generation;
+          change(generation, generation + 1);
           record.phase ^= 1U;
           finish();
         });
