@@ -9,77 +9,78 @@
 
 namespace qal::internal {
 
-// Two neighbouring runs that are merged into a chain. The second may be cut short by the list's
-// end, which only shows when it is reached.
+// A sorted part of the list. While the list is sorted the first node of every run leads to the last
+// through the link that has no use yet, so that the next run is found without a walk.
 template <typename Node>
-struct RunPair {
-  Node *p;
-  std::size_t p_left = 0;
-  Node *q;
-  std::size_t q_left;
+struct Run {
+  Node *first;
+  Node *last;
 
-  RunPair(Node *start, std::size_t run_length) : p(start), q(start), q_left(run_length) {
-    while (p_left < run_length && q) {
-      ++p_left;
-      q = q->next;
-    }
-  }
-
-  bool p_done() const { return p_left == 0; }
-  bool q_done() const { return q_left == 0 || !q; }
-
-  Node *take_p() {
-    Node *const node = p;
-    p = p->next;
-    --p_left;
-    return node;
-  }
-  Node *take_q() {
-    Node *const node = q;
-    q = q->next;
-    --q_left;
-    return node;
-  }
+  explicit Run(Node *start) : first(start), last(start->prev) {}
+  Node *behind() const { return last->next; }
 };
 
 template <typename Node>
-void link_behind(Chain<Node> &sorted, Node *node) {
-  if (sorted.last) {
-    sorted.last->next = node;
-  } else {
-    sorted.first = node;
-  }
-  node->prev = sorted.last;
-  sorted.last = node;
+void link(Node *node, Node *next) {
+  node->next = next;
+  next->prev = node;
 }
 
-// Merges one pair of runs that starts at `start`; answers where the next pair starts.
+// Merges two runs behind `tail`; answers the last node. No step depends on a branch that cannot be
+// foreseen: which run the next node comes from is a matter of picking addresses.
 template <typename Node, typename BelongsAfter>
-Node *merge_runs(Chain<Node> &sorted, Node *start, std::size_t run_length,
-                 const BelongsAfter &belongs_after) {
-  RunPair<Node> runs(start, run_length);
-  while (!runs.p_done() && !runs.q_done()) {
-    link_behind(sorted, belongs_after(runs.p, runs.q) ? runs.take_q() : runs.take_p());
+Node *merge(Node *tail, Run<Node> p, Run<Node> q, const BelongsAfter &belongs_after) {
+  for (;;) {
+    const bool take_q = belongs_after(p.first, q.first);
+    Node *const node = take_q ? q.first : p.first;
+    Node *const last = take_q ? q.last : p.last;
+    Node *const next = node->next;
+    __builtin_prefetch(next);
+    link(tail, node);
+    tail = node;
+    if (node == last) {
+      const Run<Node> &rest = take_q ? p : q;
+      link(tail, rest.first);
+      return rest.last;
+    }
+    p.first = take_q ? p.first : next;
+    q.first = take_q ? next : q.first;
   }
-  while (!runs.p_done()) link_behind(sorted, runs.take_p());
-  while (!runs.q_done()) link_behind(sorted, runs.take_q());
-  return runs.q;
+}
+
+// Merges the runs of a list in pairs; answers how many runs there are then.
+template <typename Node, typename BelongsAfter>
+std::size_t merge_pairs(Chain<Node> &chain, const BelongsAfter &belongs_after) {
+  std::size_t runs = 0;
+  Node start{};
+  Node *tail = &start;
+  for (Node *at = chain.first; at; ++runs) {
+    const Run<Node> p(at);
+    Node *const before = tail;
+    at = p.behind();
+    if (at) {
+      const Run<Node> q(at);
+      at = q.behind();
+      tail = merge(tail, p, q, belongs_after);
+    } else {
+      link(tail, p.first);
+      tail = p.last;
+    }
+    before->next->prev = tail;
+  }
+  tail->next = nullptr;
+  chain = {start.next, tail};
+  return runs;
 }
 
 // `belongs_after(a, b)` says whether a, which stands earlier, must come after b.
 template <typename Node, typename BelongsAfter>
 void merge_sort(Chain<Node> &chain, const BelongsAfter &belongs_after) {
   if (!chain.first) return;
-  for (std::size_t run_length = 1;; run_length *= 2) {
-    Chain<Node> sorted;
-    std::size_t merges = 0;
-    for (Node *start = chain.first; start; ++merges) {
-      start = merge_runs(sorted, start, run_length, belongs_after);
-    }
-    sorted.last->next = nullptr;
-    chain = sorted;
-    if (merges <= 1) return;
+  for (Node *at = chain.first; at; at = at->next) at->prev = at;
+  while (merge_pairs(chain, belongs_after) > 1) {
   }
+  chain.first->prev = nullptr;
 }
 
 }  // namespace qal::internal
