@@ -14,7 +14,9 @@
 
 #include <qal/export.h>
 #include <qal/mpool.h>
+#include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -64,11 +66,21 @@ QAL_API void *qal_list_alloc2(QalListPool *pool);
 QAL_API void qal_list_free(QalList *list, void *payload);
 QAL_API void qal_list_free2(QalListPool *pool, void *payload);
 
-/** The ends of a list and the neighbours of an element: a payload, or none. */
-QAL_API void *qal_list_first(const QalList *list);
-QAL_API void *qal_list_last(const QalList *list);
-QAL_API void *qal_list_next(const void *payload);
-QAL_API void *qal_list_prev(const void *payload);
+/** The ends of a list and the neighbours of an element: a payload, or none. In front of a payload
+ *  stand the addresses of the elements before and behind, which begin with such links themselves.
+ */
+QAL_API inline void *qal_list_first(const QalList *list) { return list ? list->first : NULL; }
+QAL_API inline void *qal_list_last(const QalList *list) { return list ? list->last : NULL; }
+QAL_API inline void *qal_list_next(const void *payload) {
+  char *next = NULL;
+  if (payload) memcpy(&next, (const char *)payload - sizeof next, sizeof next);
+  return next ? next + 2 * sizeof next : NULL;
+}
+QAL_API inline void *qal_list_prev(const void *payload) {
+  char *prev = NULL;
+  if (payload) memcpy(&prev, (const char *)payload - 2 * sizeof prev, sizeof prev);
+  return prev ? prev + 2 * sizeof prev : NULL;
+}
 
 /** Link an element in: before all others, behind them, or beside the element `at` of that list. */
 QAL_API void qal_list_prepend(QalList *list, void *payload);
@@ -87,7 +99,7 @@ QAL_API void qal_list_concat(QalList *dst, QalList *src);
 QAL_API uint32_t qal_list_length(const QalList *list);
 
 /** Sorts in place with a stable merge sort, in at most n log n comparisons: payloads that compare
- *  as equal keep their order. The comparison may not change the list. */
+ *  as equal keep their order. The comparison may neither change nor walk the list. */
 QAL_API void qal_list_sort(QalList *list, QalListCompare compare);
 
 #ifdef __cplusplus

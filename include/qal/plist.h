@@ -12,6 +12,7 @@
 #define QAL_PLIST_H
 
 #include <qal/export.h>
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -52,10 +53,18 @@ QAL_API QalPlistNode *qal_plist_alloc(void);
 QAL_API void qal_plist_free(QalPlistNode **node_address);
 
 /** The ends of a list and the neighbours of a node: a node, or none. */
-QAL_API QalPlistNode *qal_plist_first(const QalPlist *list);
-QAL_API QalPlistNode *qal_plist_last(const QalPlist *list);
-QAL_API QalPlistNode *qal_plist_next(const QalPlistNode *node);
-QAL_API QalPlistNode *qal_plist_prev(const QalPlistNode *node);
+QAL_API inline QalPlistNode *qal_plist_first(const QalPlist *list) {
+  return list ? list->first : NULL;
+}
+QAL_API inline QalPlistNode *qal_plist_last(const QalPlist *list) {
+  return list ? list->last : NULL;
+}
+QAL_API inline QalPlistNode *qal_plist_next(const QalPlistNode *node) {
+  return node ? node->next : NULL;
+}
+QAL_API inline QalPlistNode *qal_plist_prev(const QalPlistNode *node) {
+  return node ? node->prev : NULL;
+}
 
 /** Link a node in: before all others, behind them, or beside the node `at` of the same list. */
 QAL_API void qal_plist_prepend(QalPlist *list, QalPlistNode *node);
@@ -73,7 +82,7 @@ QAL_API void qal_plist_concat(QalPlist *dst, QalPlist *src);
 QAL_API uint32_t qal_plist_length(const QalPlist *list);
 
 /** Sorts in place with a stable merge sort, in at most n log n comparisons: nodes that compare as
- *  equal keep their order. The comparison may not change the list. */
+ *  equal keep their order. The comparison may neither change nor walk the list. */
 QAL_API void qal_plist_sort(QalPlist *list, QalPlistCompare compare);
 
 #ifdef __cplusplus

@@ -9,6 +9,7 @@
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
+#include "internal/pool_road.hpp"
 
 static_assert(offsetof(QalListPool, element_size) == 0);
 static_assert(offsetof(QalListPool, chunk_count) == 4);
@@ -34,13 +35,12 @@ static_assert(offsetof(Element, prev) == 0);
 static_assert(offsetof(Element, next) == 8);
 static_assert(sizeof(Element) == 16);
 
+using qal::internal::pool_alloc;
 using ElementChain = qal::internal::Chain<Element>;
 
 Element *element_of(void *payload) {
   return payload ? static_cast<Element *>(payload) - 1 : nullptr;
 }
-
-const Element &links_of(const void *payload) { return static_cast<const Element *>(payload)[-1]; }
 
 void *payload_of(Element *element) { return element ? element + 1 : nullptr; }
 
@@ -61,7 +61,7 @@ void change_links(QalList &list, const Change &change) {
 }
 
 QalList *new_header(const QalListPool &pool) {
-  if (pool.use_header_pool) return static_cast<QalList *>(qal_mpool_alloc(pool.header_pool));
+  if (pool.use_header_pool) return static_cast<QalList *>(pool_alloc(pool.header_pool));
   QalList *list = nullptr;
   qal_malloc("qal_list_create", &list, sizeof *list, 139, source);
   return list;
@@ -123,7 +123,7 @@ void *qal_list_alloc(QalList *list) { return list ? qal_list_alloc2(list->pool) 
 
 void *qal_list_alloc2(QalListPool *pool) {
   if (!pool) return nullptr;
-  auto *const element = static_cast<Element *>(qal_mpool_alloc(pool->element_pool));
+  auto *const element = static_cast<Element *>(pool_alloc(pool->element_pool));
   if (element) *element = Element{};
   return payload_of(element);
 }
@@ -137,18 +137,6 @@ void qal_list_free2(QalListPool *pool, void *payload) {
   Element *const element = element_of(payload);
   *element = Element{};
   qal_mpool_free(pool->element_pool, element);
-}
-
-void *qal_list_first(const QalList *list) { return list ? list->first : nullptr; }
-
-void *qal_list_last(const QalList *list) { return list ? list->last : nullptr; }
-
-void *qal_list_next(const void *payload) {
-  return payload ? payload_of(links_of(payload).next) : nullptr;
-}
-
-void *qal_list_prev(const void *payload) {
-  return payload ? payload_of(links_of(payload).prev) : nullptr;
 }
 
 void qal_list_prepend(QalList *list, void *payload) {

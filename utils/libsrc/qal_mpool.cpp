@@ -7,8 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <new>
+
+#include "internal/pool_road.hpp"
 
 static_assert(offsetof(QalMpool, element_size) == 0);
 static_assert(offsetof(QalMpool, chunk_count) == 4);
@@ -21,14 +24,11 @@ static_assert(sizeof(QalMpool) == 32 + 2048 * 8 + sizeof(QalThreadMutex));
 
 namespace {
 
+using qal::internal::FreeElement;
+
 constexpr const char *source = "utils/libsrc/qal_mpool";
-constexpr unsigned thread_list_count = 2048;
 constexpr std::uint64_t smallest_element = 16;
 constexpr int failed = -1;
-
-struct FreeElement {
-  FreeElement *next;
-};
 
 // A chunk's elements follow its link.
 struct Chunk {
@@ -50,12 +50,6 @@ bool can_have_chunks(const QalMpool &pool) {
 
 FreeElement *link(void *element, void *next) {
   return ::new (element) FreeElement{static_cast<FreeElement *>(next)};
-}
-
-void *pop(void *&list) {
-  auto *const head = static_cast<FreeElement *>(list);
-  list = head->next;
-  return head;
 }
 
 bool has_shared_batch(const QalMpool &pool) {
@@ -131,6 +125,18 @@ std::uint32_t free_elements(const QalMpool &pool) {
 
 }  // namespace
 
+void *qal::internal::pool_alloc_refilled(QalMpool &pool, unsigned index) {
+  if (index >= std::size(pool.thread_free)) {
+    qal_error("Bad thread index in qal_mpool_alloc\n");
+    return nullptr;
+  }
+  if (!can_have_chunks(pool)) return nullptr;
+  auto *const batch = static_cast<FreeElement *>(refill(pool));
+  if (!batch) return nullptr;
+  pool.thread_free[index] = batch->next;
+  return batch;
+}
+
 QalMpool *qal_mpool_create(uint32_t element_size, uint32_t chunk_count) {
   const std::uint64_t rounded = rounded_size(element_size);
   if (rounded > std::numeric_limits<std::uint32_t>::max()) return nullptr;
@@ -157,21 +163,7 @@ void qal_mpool_destroy(QalMpool **pool_address) {
   *pool_address = nullptr;
 }
 
-void *qal_mpool_alloc(QalMpool *pool) {
-  if (!pool) return nullptr;
-  const auto index = static_cast<unsigned>(qal_thread_index());
-  if (index >= thread_list_count) {
-    qal_error("Bad thread index in qal_mpool_alloc\n");
-    return nullptr;
-  }
-  void *&own = pool->thread_free[index];
-  if (!own) {
-    if (!can_have_chunks(*pool)) return nullptr;
-    own = refill(*pool);
-    if (!own) return nullptr;
-  }
-  return pop(own);
-}
+void *qal_mpool_alloc(QalMpool *pool) { return qal::internal::pool_alloc(pool); }
 
 int qal_mpool_free(QalMpool *pool, void *element) {
   if (!pool || !element) return failed;

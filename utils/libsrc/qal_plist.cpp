@@ -8,6 +8,7 @@
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
+#include "internal/pool_road.hpp"
 
 static_assert(offsetof(QalPlist, first) == 0);
 static_assert(offsetof(QalPlist, last) == 8);
@@ -19,6 +20,7 @@ static_assert(sizeof(QalPlistNode) == 24);
 
 namespace {
 
+using qal::internal::pool_alloc;
 using NodeChain = qal::internal::Chain<QalPlistNode>;
 
 struct ListPool {
@@ -77,7 +79,7 @@ int qal_plist_pool_destroy() {
 }
 
 QalPlist *qal_plist_create() {
-  auto *const list = static_cast<QalPlist *>(qal_mpool_alloc(PListPool.header_pool));
+  auto *const list = static_cast<QalPlist *>(pool_alloc(PListPool.header_pool));
   if (list) *list = QalPlist{};
   return list;
 }
@@ -93,7 +95,7 @@ void qal_plist_destroy(QalPlist **list_address) {
 }
 
 QalPlistNode *qal_plist_alloc() {
-  auto *const node = static_cast<QalPlistNode *>(qal_mpool_alloc(PListPool.node_pool));
+  auto *const node = static_cast<QalPlistNode *>(pool_alloc(PListPool.node_pool));
   if (node) *node = QalPlistNode{};
   return node;
 }
@@ -103,14 +105,6 @@ void qal_plist_free(QalPlistNode **node_address) {
   if (PListPool.node_pool) give_back(*node_address);
   *node_address = nullptr;
 }
-
-QalPlistNode *qal_plist_first(const QalPlist *list) { return list ? list->first : nullptr; }
-
-QalPlistNode *qal_plist_last(const QalPlist *list) { return list ? list->last : nullptr; }
-
-QalPlistNode *qal_plist_next(const QalPlistNode *node) { return node ? node->next : nullptr; }
-
-QalPlistNode *qal_plist_prev(const QalPlistNode *node) { return node ? node->prev : nullptr; }
 
 void qal_plist_prepend(QalPlist *list, QalPlistNode *node) {
   if (!list || !node) return;

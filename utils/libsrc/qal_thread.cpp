@@ -7,11 +7,15 @@
 #include <cstdint>
 
 #include "internal/mutex.hpp"
+#include "internal/thread_index.hpp"
 
-using qal::internal::Lock;
-using qal::internal::Mutex;
+qal::internal::SelfKey qal::internal::_qal_thread_self_key;
 
 namespace {
+
+using qal::internal::_qal_thread_self_key;
+using qal::internal::Lock;
+using qal::internal::Mutex;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
@@ -32,10 +36,6 @@ struct ThreadSlot {
 Mutex QalThreadsInternalMutex;
 std::array<ThreadSlot, slot_count> _qal_threads;
 std::int32_t _qal_thread_idx QAL_GUARDED_BY(QalThreadsInternalMutex) = 0;
-
-// The key exists from start-up on; before that every thread reads as index 0.
-QalThreadKey _qal_thread_self_key;
-bool self_key_made = false;
 
 // Which slots have a platform thread that was not joined yet. It is kept beside the table because a
 // slot's state does not tell: a start that failed leaves a claimed slot, start-up clears them all.
@@ -72,7 +72,7 @@ void set_own_index(void *index) {
   // The creator holds the mutex until the slot is filled and its index stored, so the routine
   // cannot begin before.
   const Lock lock(QalThreadsInternalMutex);
-  if (self_key_made) pthread_setspecific(_qal_thread_self_key, index);
+  if (_qal_thread_self_key.made) pthread_setspecific(_qal_thread_self_key.key, index);
 }
 
 void *start(void *index) {
@@ -95,22 +95,18 @@ int qal_thread_init() {
     _qal_thread_idx = 0;
   }
   if (const int status = qal_thread_init_sys(); status != ok) return status;
-  if (qal_thread_key_create(&_qal_thread_self_key) == ok) self_key_made = true;
+  if (qal_thread_key_create(&_qal_thread_self_key.key) == ok) _qal_thread_self_key.made = true;
   claim(_qal_threads[main_thread], nullptr, nullptr);
-  if (self_key_made) pthread_setspecific(_qal_thread_self_key, nullptr);
+  if (_qal_thread_self_key.made) pthread_setspecific(_qal_thread_self_key.key, nullptr);
   qal_thread_mutex_init(&QalThreadsInternalMutex.platform());
   return ok;
 }
 
 int qal_thread_setconcurrency(int) { return ok; }
 
-int qal_thread_index() {
-  if (!self_key_made) return main_thread;
-  return static_cast<int>(
-      reinterpret_cast<std::intptr_t>(pthread_getspecific(_qal_thread_self_key)));
-}
+int qal_thread_index() { return qal::internal::thread_index(); }
 
-int qal_thread_self() { return qal_thread_index(); }
+int qal_thread_self() { return qal::internal::thread_index(); }
 
 int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument) {
   if (!index_out) return failed;

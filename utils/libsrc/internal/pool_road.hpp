@@ -1,0 +1,31 @@
+// The way that most elements take out of a memory pool, for the lists, whose elements all do.
+#pragma once
+
+#include <qal/mpool.h>
+
+#include <iterator>
+
+#include "internal/thread_index.hpp"
+
+namespace qal::internal {
+
+// A free element, linked through its first word.
+struct FreeElement {
+  FreeElement *next;
+};
+
+// The rest: refills the calling thread's list, or reports an index that has none.
+void *pool_alloc_refilled(QalMpool &pool, unsigned index);
+
+inline void *pool_alloc(QalMpool *pool) {
+  if (!pool) return nullptr;
+  const auto index = static_cast<unsigned>(thread_index());
+  if (index >= std::size(pool->thread_free) || !pool->thread_free[index]) {
+    return pool_alloc_refilled(*pool, index);
+  }
+  auto *const head = static_cast<FreeElement *>(pool->thread_free[index]);
+  pool->thread_free[index] = head->next;
+  return head;
+}
+
+}  // namespace qal::internal
