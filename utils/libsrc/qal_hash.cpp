@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <span>
+#include <type_traits>
 
 static_assert(offsetof(QalHash, num_slots) == 0);
 static_assert(offsetof(QalHash, chunk_count) == 4);
@@ -45,8 +46,30 @@ std::span<QalList *> slots_of(QalHash &table) {
   return {table.slots, static_cast<std::size_t>(table.num_slots)};
 }
 
-void copy_bytes(void *to, const void *from, std::size_t size) {
-  if (size > 0 && to) std::memcpy(to, from, size);
+template <typename Use>
+[[gnu::noinline]] auto with_any_size(std::size_t size, const Use &use) {
+  return use(size);
+}
+
+// Calls `use` with a constant for the usual sizes, so that copying and comparing those takes no
+// call.
+template <typename Use>
+[[gnu::always_inline]] inline auto with_size(std::size_t size, const Use &use) {
+  switch (size) {
+    case 4:
+      return use(std::integral_constant<std::size_t, 4>{});
+    case 8:
+      return use(std::integral_constant<std::size_t, 8>{});
+    case 16:
+      return use(std::integral_constant<std::size_t, 16>{});
+    default:
+      return with_any_size(size, use);
+  }
+}
+
+[[gnu::always_inline]] inline void copy_bytes(void *to, const void *from, std::size_t size) {
+  if (size == 0 || !to) return;
+  with_size(size, [=](auto bytes) { std::memcpy(to, from, bytes); });
 }
 
 template <typename Matches>
@@ -57,27 +80,24 @@ void *first_record(const QalList *list, const Matches &matches) {
   return nullptr;
 }
 
-std::uint64_t word_at(const void *bytes) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, bytes, sizeof word);
-  return word;
-}
-
-// The first record of the list with that key, or none. Ids and pairs, the keys of eight bytes, are
-// compared as one word.
-void *find_record(const QalHash &table, const QalList *list, const void *key) {
+// The first record of the list with that key, or none.
+[[gnu::always_inline]] inline void *find_record(const QalHash &table, const QalList *list,
+                                                const void *key) {
   const std::size_t size = key_bytes(table);
   if (size == 0) return qal_list_first(list);
   if (!key) return nullptr;
-  if (size == sizeof(std::uint64_t)) {
-    const std::uint64_t word = word_at(key);
-    return first_record(list, [=](const void *record) { return word_at(record) == word; });
-  }
-  return first_record(list,
-                      [=](const void *record) { return std::memcmp(record, key, size) == 0; });
+  return with_size(size, [=](auto bytes) {
+    return first_record(list,
+                        [=](const void *record) { return std::memcmp(record, key, bytes) == 0; });
+  });
 }
 
-void drop_record(QalHash &table, QalList *list, void *record) {
+[[gnu::always_inline]] inline void copy_data(const QalHash &table, void *record, void *data_out) {
+  copy_bytes(data_out, data_of(table, record), data_bytes(table));
+}
+
+[[gnu::noinline]] void take_record(QalHash &table, QalList *list, void *record, void *data_out) {
+  copy_data(table, record, data_out);
   qal_list_remove(list, record);
   qal_list_free2(table.pool, record);
 }
@@ -193,8 +213,11 @@ int qal_hash_find(QalHash *table, int32_t slot, const void *key, void *data_out)
   QalList *const list = list_at(*table, slot);
   void *const record = find_record(*table, list, key);
   if (!record) return not_found;
-  copy_bytes(data_out, data_of(*table, record), data_bytes(*table));
-  if (table->remove_on_find) drop_record(*table, list, record);
+  if (table->remove_on_find) {
+    take_record(*table, list, record, data_out);
+  } else {
+    copy_data(*table, record, data_out);
+  }
   return found;
 }
 
@@ -204,8 +227,7 @@ int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void *data_ou
   QalList *const list = list_at(*table, slot);
   void *const record = find_record(*table, list, key);
   if (!record) return QAL_STATUS_INVALID;
-  copy_bytes(data_out, data_of(*table, record), data_bytes(*table));
-  drop_record(*table, list, record);
+  take_record(*table, list, record, data_out);
   return QAL_STATUS_OK;
 }
 
