@@ -1,5 +1,6 @@
 // The process-wide registry of unique ids. Lock order: this mutex, then a pool's.
 #include <qal/hash.h>
+#include <qal/list.h>
 #include <qal/uid.h>
 
 #include <cstddef>
@@ -14,6 +15,7 @@ using qal::internal::Mutex;
 
 constexpr int ok = 0;
 constexpr int not_found = 4;
+constexpr int not_registered = 6;
 constexpr std::int32_t slot_count = 1000;
 constexpr std::int32_t records_per_chunk = 1000;
 
@@ -24,6 +26,14 @@ struct Values {
 static_assert(offsetof(Values, first) == 0 && offsetof(Values, second) == 8);
 static_assert(sizeof(Values) == 16);
 
+// As the table keeps it: the key, then the data.
+struct Record {
+  std::uint64_t id;
+  Values values;
+};
+static_assert(offsetof(Record, id) == 0 && offsetof(Record, values) == 8);
+static_assert(sizeof(Record) == 24);
+
 Mutex mutex;
 std::uint64_t curId QAL_GUARDED_BY(mutex) = 1;
 QalHash *uidhash QAL_GUARDED_BY(mutex) = nullptr;
@@ -32,6 +42,17 @@ std::int32_t slot_of(std::uint64_t id) { return static_cast<std::int32_t>(id % s
 
 // Deliberate: looking up ignores the upper 16 bits of an id, registering does not.
 std::uint64_t key_of(std::uint64_t id) { return id & 0xFFFF'FFFF'FFFFU; }
+
+QalList *list_of(std::uint64_t id) QAL_REQUIRES(mutex) { return uidhash->slots[slot_of(id)]; }
+
+// The record with that id, or none. The ids of a slot ascend, and the newest come and go most, so
+// the search begins at the tail.
+Record *record_in(const QalList *list, std::uint64_t id) {
+  void *at = qal_list_last(list);
+  while (at && static_cast<Record *>(at)->id > id) at = qal_list_prev(at);
+  auto *const record = static_cast<Record *>(at);
+  return record && record->id == id ? record : nullptr;
+}
 
 bool made_now() {
   const Lock lock(mutex);
@@ -63,7 +84,9 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
   Values values{};
   {
     const Lock lock(mutex);
-    if (!qal_hash_find(uidhash, slot_of(key), &key, &values)) return not_found;
+    const Record *const record = uidhash ? record_in(list_of(key), key) : nullptr;
+    if (!record) return not_found;
+    values = record->values;
   }
   if (first_out) *first_out = values.first;
   if (second_out) *second_out = values.second;
@@ -72,7 +95,12 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
 
 int qal_uid_destroy(uint64_t id) {
   const std::uint64_t key = key_of(id);
-  Values discarded;
   const Lock lock(mutex);
-  return qal_hash_remove(uidhash, slot_of(key), &key, &discarded);
+  if (!uidhash) return ok;
+  QalList *const list = list_of(key);
+  Record *const record = record_in(list, key);
+  if (!record) return not_registered;
+  qal_list_remove(list, record);
+  qal_list_free(list, record);
+  return ok;
 }
