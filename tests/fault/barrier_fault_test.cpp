@@ -181,16 +181,18 @@ TEST_F(BarrierFault, IgnoresAnUnlockingThatThePlatformRefuses) {
   EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
 }
 
-int looks(unsigned threads) {
-  Patience patience(threads);
-  int count = 0;
-  while (patience.lasts()) ++count;
-  return count;
+// The bound holds for a crowd, which does not spin.
+TEST_F(BarrierPatience, LetsOthersRunAFewTimesAtMost) {
+  Patience patience(UINT_MAX);
+  int turns = 0;
+  while (patience.lasts()) ++turns;
+  EXPECT_LE(turns, 8);
 }
 
-TEST_F(BarrierPatience, LetsOthersRunAFewTimesAndSleepsThen) { EXPECT_EQ(looks(UINT_MAX), 8); }
-
-TEST_F(BarrierPatience, LooksMoreOftenWhenEverybodyHasAProcessor) { EXPECT_GE(looks(1), 8); }
+TEST_F(BarrierPatience, HasAnEndThoughEverybodyHasAProcessor) {
+  Patience patience(1);
+  await([&] { return !patience.lasts(); });
+}
 
 struct Operation {
   const char *message;

@@ -2,6 +2,7 @@
 #include <qal/barrier.h>
 #include <sched.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <limits>
@@ -14,6 +15,7 @@ namespace {
 using qal::internal::barrier_valid;
 using qal::internal::change;
 using qal::internal::glance;
+using Clock = qal::internal::Patience::Clock;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
@@ -22,6 +24,19 @@ constexpr std::uint32_t destroyed = std::numeric_limits<std::uint32_t>::max();
 // Both together take about as long as being put to sleep and woken again.
 constexpr std::chrono::microseconds spin_time{1};
 constexpr int turns_given = 8;
+
+// Giving others a turn pays while these are the threads that are waited for, soon done. After a
+// long turn other work needs the processors and would take one at every meeting; nobody gives way
+// then for so many times as long.
+constexpr std::chrono::microseconds long_turn{100};
+constexpr int rests_after_long_turn = 20;
+constinit std::atomic<Clock::time_point> next_turn{};
+
+void give_way(Clock::time_point now) {
+  sched_yield();
+  const Clock::time_point back = Clock::now();
+  if (back - now > long_turn) next_turn = back + rests_after_long_turn * (back - now);
+}
 
 unsigned processors() {
   static const int count = [] {
@@ -41,9 +56,10 @@ Patience::Patience(unsigned threads) : turns_left_(turns_given) {
 }
 
 bool Patience::lasts() {
-  if (Clock::now() < spins_until_) return true;
-  if (turns_left_-- == 0) return false;
-  sched_yield();
+  const Clock::time_point now = Clock::now();
+  if (now < spins_until_) return true;
+  if (turns_left_-- == 0 || now < next_turn.load()) return false;
+  give_way(now);
   return true;
 }
 

@@ -30,6 +30,8 @@ void change(Number &number, Number value) {
 // fallen asleep and been woken again.
 class Patience {
  public:
+  using Clock = std::chrono::steady_clock;
+
   explicit Patience(unsigned threads);
 
   // False when it is time to sleep. At first the thread may look again at once, unless there are
@@ -37,8 +39,6 @@ class Patience {
   bool lasts();
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   Clock::time_point spins_until_{};
   int turns_left_;
 };
