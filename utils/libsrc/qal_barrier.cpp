@@ -30,12 +30,14 @@ constexpr int turns_given = 8;
 // then for so many times as long.
 constexpr std::chrono::microseconds long_turn{100};
 constexpr int rests_after_long_turn = 20;
-constinit std::atomic<Clock::time_point> next_turn{};
+std::atomic<Clock::rep> next_turn{0};
+
+Clock::rep ticks(Clock::time_point time) { return time.time_since_epoch().count(); }
 
 void give_way(Clock::time_point now) {
   sched_yield();
   const Clock::time_point back = Clock::now();
-  if (back - now > long_turn) next_turn = back + rests_after_long_turn * (back - now);
+  if (back - now > long_turn) next_turn = ticks(back + rests_after_long_turn * (back - now));
 }
 
 unsigned processors() {
@@ -58,7 +60,7 @@ Patience::Patience(unsigned threads) : turns_left_(turns_given) {
 bool Patience::lasts() {
   const Clock::time_point now = Clock::now();
   if (now < spins_until_) return true;
-  if (turns_left_-- == 0 || now < next_turn.load()) return false;
+  if (turns_left_-- == 0 || ticks(now) < next_turn) return false;
   give_way(now);
   return true;
 }
