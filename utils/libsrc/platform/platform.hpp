@@ -1,6 +1,6 @@
-// What the library needs from the system beyond POSIX. platform_posix.cpp holds what all systems
-// share, platform_linux.cpp and platform_macos.cpp the rest, format_* the text formatting; the
-// build chooses, code never asks which system it runs on.
+// What the library needs from the system beyond POSIX: machine_* hold the machine figures, format_*
+// the text formatting, platform_* the rest, with one file for each system. The build chooses, code
+// never asks which system it runs on.
 #pragma once
 
 #include <cstdarg>
