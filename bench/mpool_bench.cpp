@@ -114,8 +114,8 @@ void floor(State &state, std::size_t pairs) {
 
 template <typename Memory>
 void add(const char *who) {
-  row("pool, allocate and free one", {{who, one<Memory>}});
-  row("pool, allocate and free 1000", {{who, batch<Memory>}});
+  row("pool, allocate and free one" VARIANT, {{who, one<Memory>}});
+  row("pool, allocate and free 1000" VARIANT, {{who, batch<Memory>}});
 }
 
 const bool registered = [] {
@@ -125,8 +125,10 @@ const bool registered = [] {
   add<PmrPool>("std::pmr");
   if (mimalloc.allocate) add<Loaded<mimalloc>>("mimalloc");
   if (jemalloc.allocate) add<Loaded<jemalloc>>("jemalloc");
-  row("pool, allocate and free one", {{"floor", [](State &state) { floor(state, 1); }}});
-  row("pool, allocate and free 1000", {{"floor", [](State &state) { floor(state, batch_size); }}});
+  row("pool, allocate and free one" VARIANT,
+      {{"floor", [](State &state) { floor(state, 1); }}});
+  row("pool, allocate and free 1000" VARIANT,
+      {{"floor", [](State &state) { floor(state, batch_size); }}});
   return true;
 }();
 
