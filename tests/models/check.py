@@ -135,7 +135,8 @@ def search(check, directory):
     for old, new in check.changes:
         change(directory, old, new)
     make(["spin", *(f"-D{name}" for name in check.defined), "-a", f"{check.model}.pml"], directory)
-    make(["cc", "-O2", "-w", "-DSAFETY", f"-DMEMLIM={MEMORY}", "-o", "pan", "pan.c"], directory)
+    make(["cc", "-O2", "-w", "-DSAFETY", "-DCOLLAPSE", f"-DMEMLIM={MEMORY}", "-o", "pan", "pan.c"],
+         directory)
     ends = ["-E"] if check.may_wait_for_ever else []
     return run(["./pan", f"-m{DEEPEST}", *ends], directory)[1]
 

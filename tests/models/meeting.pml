@@ -15,8 +15,14 @@ typedef Barrier {
 
 Barrier barriers[BARRIERS];
 
+/*
+ * A waiter first stays awake for a while, without the mutex; what it glances at then changes nothing
+ * but the moment at which it comes back.
+ */
 inline wait_for_change(b, me) {
   cancellable[me] = false;
+  unlock(b);
+  lock(b);
   do
   :: watched(b) == entered -> wait(b, me)
   :: else -> break
