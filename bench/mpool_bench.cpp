@@ -125,8 +125,7 @@ const bool registered = [] {
   add<PmrPool>("std::pmr");
   if (mimalloc.allocate) add<Loaded<mimalloc>>("mimalloc");
   if (jemalloc.allocate) add<Loaded<jemalloc>>("jemalloc");
-  row("pool, allocate and free one" VARIANT,
-      {{"floor", [](State &state) { floor(state, 1); }}});
+  row("pool, allocate and free one" VARIANT, {{"floor", [](State &state) { floor(state, 1); }}});
   row("pool, allocate and free 1000" VARIANT,
       {{"floor", [](State &state) { floor(state, batch_size); }}});
   return true;

@@ -20,7 +20,8 @@ struct Contender {
 
 // The median of wall time decides, since some capabilities sleep or use several threads.
 inline benchmark::internal::Benchmark *add(const std::string &capability, const Contender &one) {
-  return benchmark::RegisterBenchmark((capability + "|" + one.who).c_str(), one.work)->UseRealTime();
+  return benchmark::RegisterBenchmark((capability + "|" + one.who).c_str(), one.work)
+      ->UseRealTime();
 }
 
 // Returns something so that a unit can register at start: `const bool rows = (row(...), true);`
