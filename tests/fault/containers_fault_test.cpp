@@ -62,8 +62,8 @@ void __real_qal_malloc(const char *label, void *out, uint64_t size, int line, co
 void __real_qal_free(void *block, int line, const char *file);
 int __real_qal_thread_mutex_init(QalThreadMutex *mutex);
 int __real_qal_thread_mutex_destroy(QalThreadMutex *mutex);
-int __real_qal_thread_mutex_lock(QalThreadMutex *mutex);
-int __real_qal_thread_mutex_unlock(QalThreadMutex *mutex);
+int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
+int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
 
 void *__wrap_malloc(std::size_t size) {
   if (calls.until_failure > 0 && --calls.until_failure == 0) {
@@ -105,15 +105,15 @@ int __wrap_qal_thread_mutex_destroy(QalThreadMutex *mutex) {
   return __real_qal_thread_mutex_destroy(mutex);
 }
 
-int __wrap_qal_thread_mutex_lock(QalThreadMutex *mutex) {
-  const int status = __real_qal_thread_mutex_lock(mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
+  const int status = __real_pthread_mutex_lock(mutex);
   if (calls.on_lock) calls.on_lock();
   return status;
 }
 
-int __wrap_qal_thread_mutex_unlock(QalThreadMutex *mutex) {
-  const int status = __real_qal_thread_mutex_unlock(mutex);
-  return calls.unlock_fails ? -1 : status;
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
+  const int status = __real_pthread_mutex_unlock(mutex);
+  return calls.unlock_fails ? EPERM : status;
 }
 }
 
@@ -153,7 +153,7 @@ void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void 
 
 bool is_locked(QalMpool *pool) {
   const int status = qal_thread_mutex_trylock(&pool->lock);
-  if (status == 0) __real_qal_thread_mutex_unlock(&pool->lock);
+  if (status == 0) qal_thread_mutex_unlock(&pool->lock);
   return status != 0;
 }
 

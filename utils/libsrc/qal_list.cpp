@@ -36,6 +36,7 @@ static_assert(offsetof(Element, next) == 8);
 static_assert(sizeof(Element) == 16);
 
 using qal::internal::pool_alloc;
+using qal::internal::pool_free;
 using ElementChain = qal::internal::Chain<Element>;
 
 Element *element_of(void *payload) {
@@ -112,7 +113,7 @@ void qal_list_destroy(QalList **list_address) {
   while (void *const payload = qal_list_pop(list)) qal_list_free(list, payload);
   if (list->pool->use_header_pool) {
     // Deliberate: the caller's handle keeps the old address here; whoever reuses it clears it.
-    qal_mpool_free(list->pool->header_pool, list);
+    pool_free(list->pool->header_pool, list);
     return;
   }
   qal_free(list, 175, source);
@@ -136,7 +137,7 @@ void qal_list_free2(QalListPool *pool, void *payload) {
   if (!pool || !payload) return;
   Element *const element = element_of(payload);
   *element = Element{};
-  qal_mpool_free(pool->element_pool, element);
+  pool_free(pool->element_pool, element);
 }
 
 void qal_list_prepend(QalList *list, void *payload) {

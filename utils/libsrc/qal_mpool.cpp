@@ -28,7 +28,6 @@ using qal::internal::FreeElement;
 
 constexpr const char *source = "utils/libsrc/qal_mpool";
 constexpr std::uint64_t smallest_element = 16;
-constexpr int failed = -1;
 
 // A chunk's elements follow its link.
 struct Chunk {
@@ -166,11 +165,7 @@ void qal_mpool_destroy(QalMpool **pool_address) {
 void *qal_mpool_alloc(QalMpool *pool) { return qal::internal::pool_alloc(pool); }
 
 int qal_mpool_free(QalMpool *pool, void *element) {
-  if (!pool || !element) return failed;
-  qal_thread_mutex_lock(&pool->lock);
-  pool->shared_free = link(element, pool->shared_free);
-  ++pool->shared_count;
-  return qal_thread_mutex_unlock(&pool->lock);
+  return qal::internal::pool_free(pool, element);
 }
 
 int qal_mpool_verify_ptr(QalMpool *pool, const void *address) {

@@ -21,6 +21,7 @@ static_assert(sizeof(QalPlistNode) == 24);
 namespace {
 
 using qal::internal::pool_alloc;
+using qal::internal::pool_free;
 using NodeChain = qal::internal::Chain<QalPlistNode>;
 
 struct ListPool {
@@ -53,7 +54,7 @@ void change_links(QalPlist &list, const Change &change) {
 
 void give_back(QalPlistNode *node) {
   *node = QalPlistNode{};
-  qal_mpool_free(PListPool.node_pool, node);
+  pool_free(PListPool.node_pool, node);
 }
 
 }  // namespace
@@ -89,7 +90,7 @@ void qal_plist_destroy(QalPlist **list_address) {
   // Without pools the list has gone with them already.
   if (PListPool.header_pool) {
     while (QalPlistNode *const node = qal_plist_pop(*list_address)) give_back(node);
-    qal_mpool_free(PListPool.header_pool, *list_address);
+    pool_free(PListPool.header_pool, *list_address);
   }
   *list_address = nullptr;
 }

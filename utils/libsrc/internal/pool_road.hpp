@@ -1,10 +1,13 @@
-// The way that most elements take out of a memory pool, for the lists, whose elements all do.
+// The way that most elements take out of a memory pool and back, for the lists, whose elements all
+// do.
 #pragma once
 
 #include <qal/mpool.h>
 
 #include <iterator>
+#include <new>
 
+#include "internal/stopped.hpp"
 #include "internal/thread_index.hpp"
 
 namespace qal::internal {
@@ -26,6 +29,14 @@ inline void *pool_alloc(QalMpool *pool) {
   auto *const head = static_cast<FreeElement *>(pool->thread_free[index]);
   pool->thread_free[index] = head->next;
   return head;
+}
+
+inline int pool_free(QalMpool *pool, void *element) {
+  if (!pool || !element) return -1;
+  stopped(pthread_mutex_lock(&pool->lock));
+  pool->shared_free = ::new (element) FreeElement{static_cast<FreeElement *>(pool->shared_free)};
+  ++pool->shared_count;
+  return stopped(pthread_mutex_unlock(&pool->lock));
 }
 
 }  // namespace qal::internal
