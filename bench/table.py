@@ -18,6 +18,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 OURS, FLOOR = "qal", "floor"
 
+# `remark` says why a target is missed, if it is.
 Target = collections.namedtuple("Target", "capability ratio peer remark")
 
 
@@ -61,13 +62,13 @@ def line(target, times):
     peer = peer_of(times, target.peer)
     ratio = times[OURS] / times[peer]
     floor = duration(times[FLOOR]) if FLOOR in times else ""
-    verdict = "reached" if ratio <= target.ratio else "missed"
+    verdict = ("reached", "") if ratio <= target.ratio else ("missed", target.remark)
     return (target.capability, duration(times[OURS]), f"{duration(times[peer])} ({peer})",
-            f"{ratio:.2f}", f"{target.ratio:g}", floor, verdict, target.remark)
+            f"{ratio:.2f}", f"{target.ratio:g}", floor, *verdict)
 
 
 def table(rows):
-    head = ("capability", "ours", "peer", "ratio", "target", "floor", "", "remark")
+    head = ("capability", "ours", "peer", "ratio", "target", "floor", "", "why")
     body = [line(target, rows[target.capability]) for target in targets()
             if OURS in rows.get(target.capability, {})]
     widths = [max(len(row[column]) for row in [head, *body]) for column in range(len(head))]

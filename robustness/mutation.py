@@ -30,7 +30,7 @@ EXPLAINED = figures.ROOT / "robustness" / "equivalent_mutants.txt"
 RESULTS = figures.BUILD / "mutation.json"
 NAME, GOAL = "mutation score critical / all", "95 % / 85 %"
 CRITICAL_GOAL, ALL_GOAL = 95, 85
-COUNTS = {"full": 600, "release": None}
+COUNTS = {"full": 300, "release": None}
 WORKERS = 2
 
 
@@ -66,7 +66,7 @@ def sandboxed(command, folder, seconds):
         return subprocess.run(
             ["bwrap", "--cap-add", "ALL", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc",
              *scratches, "--unshare-pid", "--die-with-parent", "--chdir", TREE / "tests",
-             "prlimit", f"--as={8 << 30}", "--core=0", f"--cpu={2 + round(seconds / 4)}", *command],
+             "prlimit", f"--as={8 << 30}", "--core=0", f"--cpu={2 + round(seconds / 8)}", *command],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             timeout=seconds, cwd=folder, check=False).returncode
     except subprocess.TimeoutExpired:
@@ -141,7 +141,7 @@ def is_killed_by(objects, folder, link, plan):
     first = next(i for i, part in enumerate(link) if part.endswith(".o"))
     command = [*link[:first], *objects, *link[first:target], *link[target + 2:]]
     subprocess.run([*command, "-o", output], cwd=TREE, capture_output=True, check=True)
-    return any(sandboxed([output, *run], folder, 10 * seconds + 5) != 0 for run, seconds in plan)
+    return any(sandboxed([output, *run], folder, 20 * seconds + 10) != 0 for run, seconds in plan)
 
 
 def examine(mutant, commands, links, plans):
