@@ -47,8 +47,8 @@ QAL_API int qal_thread_barrier_destroy(QalThreadBarrier *b);
  *  @param n the size, at least 1, if no arrival has fixed it yet; else it is ignored.
  *  @return 1 to the last thread that arrived, 0 to the others; -1 when the barrier is null or not
  *          valid, when the platform refused, and for an `n` of 0 that would fix the size.
- *  @note A waiting thread cannot be cancelled. It stays awake for some microseconds before it
- *        sleeps. */
+ *  @note A waiting thread cannot be cancelled. It stays awake for a moment, giving way to
+ *        others, before it sleeps. */
 QAL_API int qal_thread_barrier(QalThreadBarrier *b, unsigned n);
 
 /** @name Reductions

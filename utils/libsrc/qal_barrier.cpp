@@ -3,6 +3,7 @@
 #include <sched.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <limits>
@@ -42,8 +43,10 @@ void give_way(Clock::time_point now) {
 
 unsigned processors() {
   static const int count = [] {
+    const int kept_errno = errno;
     int found = 1;
     qal::internal::platform::processor_count(found);
+    errno = kept_errno;
     return found;
   }();
   return static_cast<unsigned>(count);

@@ -84,22 +84,19 @@ class NameMatcher {
   // Up to the first star each token has its one byte. Most names differ there, so how long they are
   // is asked only afterwards.
   bool matches() {
-    const Byte *const limit = name_ + name_limit;
-    for (; *pattern_ != '*'; ++name_) {
-      if (name_ == limit) return false;
+    std::size_t room = name_limit;
+    for (; *pattern_ != '*'; ++name_, --room) {
+      if (room == 0) return false;
       if (!*name_) return !*pattern_;
       pattern_ = match_token(pattern_, *name_);
       if (!pattern_) return false;
     }
-    end_ = end_of_name(static_cast<std::size_t>(limit - name_));
-    return end_ != limit && matches_from_star();
+    const std::size_t length = strnlen(reinterpret_cast<const char *>(name_), room);
+    end_ = name_ + length;
+    return length != room && matches_from_star();
   }
 
  private:
-  const Byte *end_of_name(std::size_t room) const {
-    return name_ + strnlen(reinterpret_cast<const char *>(name_), room);
-  }
-
   bool matches_from_star() {
     for (;;) {
       if (*pattern_ == '*') {

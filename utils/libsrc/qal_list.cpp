@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <new>
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
@@ -61,11 +62,11 @@ void change_links(QalList &list, const Change &change) {
   store(list, chain);
 }
 
-QalList *new_header(const QalListPool &pool) {
-  if (pool.use_header_pool) return static_cast<QalList *>(pool_alloc(pool.header_pool));
-  QalList *list = nullptr;
-  qal_malloc("qal_list_create", &list, sizeof *list, 139, source);
-  return list;
+void *room_for_header(const QalListPool &pool) {
+  if (pool.use_header_pool) return pool_alloc(pool.header_pool);
+  void *room = nullptr;
+  qal_malloc("qal_list_create", &room, sizeof(QalList), 139, source);
+  return room;
 }
 
 }  // namespace
@@ -102,9 +103,8 @@ void qal_list_pool_destroy(QalListPool **pool_address) {
 
 QalList *qal_list_create(QalListPool *pool) {
   if (!pool) return nullptr;
-  QalList *const list = new_header(*pool);
-  if (list) *list = QalList{pool, nullptr, nullptr};
-  return list;
+  void *const room = room_for_header(*pool);
+  return room ? ::new (room) QalList{pool, nullptr, nullptr} : nullptr;
 }
 
 void qal_list_destroy(QalList **list_address) {
@@ -124,9 +124,8 @@ void *qal_list_alloc(QalList *list) { return list ? qal_list_alloc2(list->pool) 
 
 void *qal_list_alloc2(QalListPool *pool) {
   if (!pool) return nullptr;
-  auto *const element = static_cast<Element *>(pool_alloc(pool->element_pool));
-  if (element) *element = Element{};
-  return payload_of(element);
+  void *const room = pool_alloc(pool->element_pool);
+  return room ? payload_of(::new (room) Element{}) : nullptr;
 }
 
 void qal_list_free(QalList *list, void *payload) {
@@ -136,7 +135,7 @@ void qal_list_free(QalList *list, void *payload) {
 void qal_list_free2(QalListPool *pool, void *payload) {
   if (!pool || !payload) return;
   Element *const element = element_of(payload);
-  *element = Element{};
+  ::new (element) Element{};
   pool_free(pool->element_pool, element);
 }
 

@@ -124,7 +124,6 @@ void put_undoubled(void *stream, const char *line) {
 
 QAL_PRINTF(2, 0)
 void put_formatted(void *stream, const char *format, std::va_list arguments) {
-  const KeptErrno kept_errno;
   char text[line_size];
   if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
   put_text(stream, text);
@@ -201,6 +200,7 @@ void qal_debug(const char * /*format*/, ...) {}
 __attribute__((noinline)) void qal_stop_here() { __asm__ volatile(""); }
 
 void _qal_logger_func(void *stream, const char *format, ...) {
+  const KeptErrno kept_errno;
   if (format == delivered_line) {
     // Most lines have nothing doubled and need no room of their own.
     return std::strchr(format, '%') ? put_undoubled(stream, format) : put_text(stream, format);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
@@ -52,10 +53,7 @@ void change_links(QalPlist &list, const Change &change) {
   store(list, chain);
 }
 
-void give_back(QalPlistNode *node) {
-  *node = QalPlistNode{};
-  pool_free(PListPool.node_pool, node);
-}
+void give_back(QalPlistNode *node) { pool_free(PListPool.node_pool, ::new (node) QalPlistNode{}); }
 
 }  // namespace
 
@@ -80,9 +78,8 @@ int qal_plist_pool_destroy() {
 }
 
 QalPlist *qal_plist_create() {
-  auto *const list = static_cast<QalPlist *>(pool_alloc(PListPool.header_pool));
-  if (list) *list = QalPlist{};
-  return list;
+  void *const room = pool_alloc(PListPool.header_pool);
+  return room ? ::new (room) QalPlist{} : nullptr;
 }
 
 void qal_plist_destroy(QalPlist **list_address) {
@@ -96,9 +93,8 @@ void qal_plist_destroy(QalPlist **list_address) {
 }
 
 QalPlistNode *qal_plist_alloc() {
-  auto *const node = static_cast<QalPlistNode *>(pool_alloc(PListPool.node_pool));
-  if (node) *node = QalPlistNode{};
-  return node;
+  void *const room = pool_alloc(PListPool.node_pool);
+  return room ? ::new (room) QalPlistNode{} : nullptr;
 }
 
 void qal_plist_free(QalPlistNode **node_address) {

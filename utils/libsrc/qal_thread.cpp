@@ -9,13 +9,15 @@
 #include "internal/mutex.hpp"
 #include "internal/thread_index.hpp"
 
-qal::internal::SelfKey qal::internal::_qal_thread_self_key;
+QalThreadKey qal::internal::_qal_thread_self_key;
+bool qal::internal::self_key_made = false;
 
 namespace {
 
 using qal::internal::_qal_thread_self_key;
 using qal::internal::Lock;
 using qal::internal::Mutex;
+using qal::internal::self_key_made;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
@@ -72,7 +74,7 @@ void set_own_index(void *index) {
   // The creator holds the mutex until the slot is filled and its index stored, so the routine
   // cannot begin before.
   const Lock lock(QalThreadsInternalMutex);
-  if (_qal_thread_self_key.made) pthread_setspecific(_qal_thread_self_key.key, index);
+  if (self_key_made) pthread_setspecific(_qal_thread_self_key, index);
 }
 
 void *start(void *index) {
@@ -95,9 +97,9 @@ int qal_thread_init() {
     _qal_thread_idx = 0;
   }
   if (const int status = qal_thread_init_sys(); status != ok) return status;
-  if (qal_thread_key_create(&_qal_thread_self_key.key) == ok) _qal_thread_self_key.made = true;
+  if (qal_thread_key_create(&_qal_thread_self_key) == ok) self_key_made = true;
   claim(_qal_threads[main_thread], nullptr, nullptr);
-  if (_qal_thread_self_key.made) pthread_setspecific(_qal_thread_self_key.key, nullptr);
+  if (self_key_made) pthread_setspecific(_qal_thread_self_key, nullptr);
   qal_thread_mutex_init(&QalThreadsInternalMutex.platform());
   return ok;
 }

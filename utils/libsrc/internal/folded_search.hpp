@@ -1,6 +1,7 @@
 // Searching without regard to case, many places at a time.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -77,7 +78,7 @@ class FoldedSearch {
 
   // The first match in a text that ends with NUL, or null. No byte behind the NUL is looked at.
   const char *in(const char *text) const {
-    const std::size_t window = block + needle_.size() - 1;
+    const std::size_t window = std::max(least_places, needle_.size()) + needle_.size() - 1;
     for (;;) {
       const std::size_t known = strnlen(text, window);
       if (known < needle_.size()) return nullptr;
@@ -89,8 +90,8 @@ class FoldedSearch {
   }
 
  private:
-  static constexpr std::size_t block =
-      4096;  // places looked at before more of the text is measured
+  // The places looked at before more of the text is measured.
+  static constexpr std::size_t least_places = 4096;
 
   const char *among(const char *text, std::size_t places) const {
     const bool filtered = first_.is_pair() && last_.is_pair();

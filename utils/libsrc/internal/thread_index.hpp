@@ -8,15 +8,12 @@
 namespace qal::internal {
 
 // The key exists from start-up on; before that every thread reads as index 0.
-struct SelfKey {
-  QalThreadKey key;
-  bool made;
-};
-extern SelfKey _qal_thread_self_key;
+extern QalThreadKey _qal_thread_self_key;
+extern bool self_key_made;
 
 inline int thread_index() {
-  if (!_qal_thread_self_key.made) return 0;
-  void *const index = pthread_getspecific(_qal_thread_self_key.key);
+  if (!self_key_made) return 0;
+  void *const index = pthread_getspecific(_qal_thread_self_key);
   return static_cast<int>(reinterpret_cast<std::intptr_t>(index));
 }
 
