@@ -1,6 +1,6 @@
 // The record reader on any file, compared with the C library's scanner. An input is two bytes that
-// choose how many blanks stand in front, so that fields meet the end of a block, and the bytes of
-// the record.
+// choose how many blanks stand in front, so that fields meet the end of a block or of what is read,
+// and the bytes of the record.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,8 +24,9 @@ using qal::internal::Record;
 
 constexpr std::size_t block_bytes = 4096;
 
-// Mostly none; else up to 255 bytes short of the end of a block.
+// Mostly none; else up to 255 bytes short of the end of a block or, seldom, of what is read.
 std::size_t blanks_in_front(std::uint8_t kind, std::uint8_t distance) {
+  if (kind >= 0xF0) return qal::test::model_limit_bytes - distance;
   return kind >= 0xC0 ? block_bytes - distance : 0;
 }
 
@@ -43,6 +44,8 @@ void compare(const std::string &content) {
   require(fstat(file, &info) == 0, "the file can be asked for");
   Record record;
   const bool complete = read_record(file, info, record);
+  require(lseek(file, 0, SEEK_CUR) <= static_cast<off_t>(qal::test::model_limit_bytes),
+          "nothing behind the limit is read");
   const auto expected = qal::test::model_of(content);
   require(complete == expected.has_value(), "complete as the model says");
   if (!complete) return;

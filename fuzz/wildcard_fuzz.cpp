@@ -1,6 +1,6 @@
-// Both matchers on any two texts. An input is a byte of flags, the length of the pattern, the
-// pattern and the name. Short inputs with few stars are compared with the recursive models; all
-// others have to end in time and stay within their texts.
+// Both matchers on any two texts. An input is six bits of flags and ten of the pattern's length,
+// the pattern and the name. Short inputs with few stars are compared with the recursive models; all
+// others have to end and stay within their texts.
 #include <qal/wildcard.h>
 
 #include <algorithm>
@@ -38,9 +38,10 @@ bool model_can_follow(Input pattern, Input name) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   if (size < 2) return 0;
-  const unsigned flags = data[0];
+  const unsigned flags = data[0] & 0x3FU;
+  const std::size_t pattern_size = (data[0] & 0xC0U) * 4U + data[1];
   const Input texts{data + 2, size - 2};
-  const Input pattern_input = texts.first(std::min<std::size_t>(data[1], texts.size()));
+  const Input pattern_input = texts.first(std::min(pattern_size, texts.size()));
   const Input name_input = texts.subspan(pattern_input.size());
   const Text pattern = copy_of(pattern_input);
   const Text name = copy_of(name_input);
