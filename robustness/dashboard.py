@@ -5,7 +5,7 @@ usage: dashboard.py quick|full|release [MEASUREMENT...]
        dashboard.py page
 
 The results are kept below build/robustness, one file for each measurement, so that a long form can
-be taken in parts. `page` writes the last full or release results into docs/robustness.md.
+be taken in parts. `page` writes the last full or release results into docs/robustness-figures.md.
 """
 import datetime
 import importlib
@@ -13,7 +13,9 @@ import json
 import subprocess
 import sys
 import time
+import traceback
 
+import mutation
 import sweep_world
 from figures import FORMS, RESULTS, ROOT, Figure, table
 
@@ -52,10 +54,19 @@ def result_file(form, name):
     return RESULTS / form / f"{name}.json"
 
 
+def measured(form, name):
+    """The figures, or the reason why there are none: the others are taken all the same."""
+    try:
+        return list(importlib.import_module(name).measure(form))
+    except (Exception, SystemExit) as problem:  # pylint: disable=broad-except
+        traceback.print_exc()
+        return [Figure(name, "-", f"failed: {problem}", False)]
+
+
 def take(form, name):
     print(f"-- {name}", flush=True)
     started, printed = time.monotonic(), sweep_world.bytes_printed()
-    figures = list(importlib.import_module(name).measure(form))
+    figures = measured(form, name)
     result = {
         "form": form,
         "commit": commit(),
@@ -71,18 +82,25 @@ def take(form, name):
 
 
 def run(form, names):
+    started = time.monotonic()
     figures = [figure for name in names for figure in take(form, name)]
     print("\n".join(table(figures)))
+    print(f"took {(time.monotonic() - started) / 60:.0f} minutes")
     return any(figure.reached is False for figure in figures)
 
 
 def last_result(name):
-    """What the longest form that was run has measured."""
-    for form in reversed(FORMS):
-        file = result_file(form, name)
-        if file.exists():
-            return json.loads(file.read_text())
-    sys.exit(f"{name} was not measured yet")
+    """What was measured last, in the quick form only where there is no other."""
+    files = [file for file in (result_file(form, name) for form in FORMS) if file.exists()]
+    if not files:
+        sys.exit(f"{name} was not measured yet")
+    long = [file for file in files if file.parent.name != "quick"]
+    return json.loads(max(long or files, key=lambda file: file.stat().st_mtime).read_text())
+
+
+def survivors():
+    return [f"- `{one['unit']}`, line {one['line']}: `{one['was']}` → `{one['is'] or 'left out'}`"
+            for one in mutation.survivors()]
 
 
 def write_page():
@@ -102,6 +120,12 @@ def write_page():
         "| measurement | form | took | of commit | on |",
         "| --- | --- | --- | --- | --- |",
         runs,
+        "",
+        "## Mutants that no test notices",
+        "",
+        "Those of the last sample that are not explained in `robustness/equivalent_mutants.txt`.",
+        "",
+        *(survivors() or ["None."]),
         "")))
 
 

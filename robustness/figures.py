@@ -28,6 +28,11 @@ def not_run(name, goal):
     return Figure(name, goal, "not run here", None)
 
 
+def if_enough(good, enough):
+    """Whether a goal is reached by a run that may be too small to say more than that it is not."""
+    return False if not good else (True if enough else None)
+
+
 def verdict(figure):
     return {None: "-", True: "reached", False: "NOT REACHED"}[figure.reached]
 
