@@ -1,5 +1,4 @@
-/* Weights by part number. A table does not hash: which slot a key belongs to is its user's to say.
- */
+/* Weights by part number. A table does not hash: the slot of a key is its user's to say. */
 #include <qal/hash.h>
 #include <qal/startup.h>
 #include <stdio.h>
