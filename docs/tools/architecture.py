@@ -5,7 +5,7 @@ usage: architecture.py BUILD_DIRECTORY INCLUDE_DIRECTORY PICTURE
 
 A unit belongs to the areas whose headers it defines wholly, or to the one that it defines most of;
 one that defines nothing public stands for itself. An arrow says that one area uses a symbol of the
-other. Arrows that follow from others are left out.
+other. Arrows that follow from others are left out. What belongs to the programs alone is yellow.
 """
 import collections
 import pathlib
@@ -35,42 +35,47 @@ def areas_of(unit, defined, headers):
     return ["platform" if unit.parent.name == "platform" else unit.name.split(".")[0].removeprefix("qal_")]
 
 
-def edges(units, headers):
-    """{(user, used)} among areas."""
+def read_areas(units, headers):
+    """The edges (user, used) among areas, and the areas that the library has no part of."""
     declaring = {name: area for area, names in headers.items() for name in names}
-    owner, wants = {}, collections.defaultdict(set)
+    owner, wants, library = {}, collections.defaultdict(set), set()
     for unit in units:
         defined, wanted = symbols(unit)
         areas = areas_of(unit, defined, headers)
         owner.update({name: declaring.get(name, areas[0]) for name in defined})
         for area in areas:
             wants[area] |= wanted
-    return {(area, owner[name]) for area, names in wants.items() for name in names
-            if owner.get(name, area) != area}
+        library.update(areas if "app" not in unit.parts else ())
+    edges = {(area, owner[name]) for area, names in wants.items() for name in names
+             if owner.get(name, area) != area}
+    return edges, wants.keys() - library
 
 
-def drawing(found):
-    areas = sorted({area for edge in found for area in edge})
-    lines = [
-        "digraph {",
+def drawing(edges, programs):
+    areas = sorted({area for edge in edges for area in edge})
+    return "\n".join([
+        "digraph areas {",
         'graph [ranksep=0.45, nodesep=0.12, bgcolor=white]',
-        'node [shape=box, style="rounded,filled", fillcolor="#eef2f8", color="#5b6b86", fontname="DejaVu Sans",'
+        'node [shape=box, style="rounded,filled", fillcolor="#e9eff8", color="#5b6b86", fontname="DejaVu Sans",'
         ' fontsize=11, fixedsize=true, width=1.15, height=0.32]',
         'edge [color="#5b6b86", arrowsize=0.6]',
-        *(f'"{area}"' for area in areas),
-        *(f'"{user}" -> "{used}"' for user, used in sorted(found)),
+        *(f'"{area}"' + (' [fillcolor="#fdf0d8"]' if area in programs else "") for area in areas),
+        *(f'"{user}" -> "{used}"' for user, used in sorted(edges)),
         "}",
-    ]
-    return "\n".join(lines)
+    ])
+
+
+def run(*command, given):
+    return subprocess.run(command, input=given, capture_output=True, text=True, check=True).stdout
 
 
 def main(build, include, picture):
-    headers = {header.stem: declared(header) for header in sorted(include.glob("*/*.h*"))}
+    headers = collections.defaultdict(set)
+    for header in sorted(include.glob("*/*.h*")):
+        headers[header.stem] |= declared(header)
     units = sorted(unit for target in TARGETS for unit in build.glob(f"CMakeFiles/{target}.dir/**/*.o"))
-    dot = drawing(edges(units, headers))
-    reduced = subprocess.run(["tred"], input=dot, capture_output=True, text=True, check=True).stdout
-    svg = subprocess.run(["dot", "-Tsvg"], input=reduced, capture_output=True, text=True, check=True).stdout
-    picture.write_text(svg)
+    reduced = run("tred", given=drawing(*read_areas(units, headers)))
+    picture.write_text(run("dot", "-Tsvg", given=reduced))
 
 
 if __name__ == "__main__":
