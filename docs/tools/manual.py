@@ -362,6 +362,10 @@ def overview(template, headers, compounds):
     return template
 
 
+def library_first(header):
+    return header.include.parts[0] != "qal", header.page
+
+
 def main(xml, manual):
     index = ET.parse(xml / "index.xml")
     files = [entry.get("refid") for entry in index.iter("compound") if entry.get("kind") == "file"]
@@ -369,7 +373,7 @@ def main(xml, manual):
     by_name = {compound.findtext("compoundname"): compound for compound in compounds}
     headers = [Header(xml, compound) for compound in compounds
                if compound.find("location").get("file").endswith((".h", ".hpp"))]
-    headers = sorted((h for h in headers if h.functions), key=lambda h: (h.include.parent != pathlib.PurePosixPath("qal"), h.page))
+    headers = sorted((header for header in headers if header.functions), key=library_first)
     template = (manual / "qal.7.in").read_text()
     date = re.search(r"^\.Dd (.*)$", template, re.M).group(1)
     for old in manual.glob("*.3"):
