@@ -3,6 +3,7 @@ import re
 import textwrap
 
 BOLD, PLAIN = "\ue000", "\ue001"  # stand for font changes until the text is escaped
+WRAPPER = textwrap.TextWrapper(78, break_on_hyphens=False, break_long_words=False)
 
 
 def squeeze(text):
@@ -25,7 +26,7 @@ def quoted(text):
 def prose(text):
     """One line or more for each sentence."""
     sentences = re.split(r"(?<=[.!?]) |(?<=[.!?][)\"]) ", squeeze(text))
-    lines = [line for sentence in sentences for line in textwrap.wrap(sentence, 78)]
+    lines = [line for sentence in sentences for line in WRAPPER.wrap(sentence)]
     return [escape(line) for line in lines]
 
 
