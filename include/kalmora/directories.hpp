@@ -1,5 +1,7 @@
 /** @file
- *  Where the installation, the user's resources and the search paths are: resolved once from the
+ *  Directories from the environment.
+ *
+ *  Where the installation, the user's resources and the search paths are is resolved once from the
  *  environment into process-wide texts. C++ only.
  *
  *  ZUL_HOME, ZUL_USER_HOMEDIR, TRANSPORT_DIR, LAUNCH_CONFIG_DIR and TMPDIR decide. A variable that
@@ -16,8 +18,8 @@
 #ifndef KALMORA_DIRECTORIES_HPP
 #define KALMORA_DIRECTORIES_HPP
 
-/** The user's resource directory of this version, and of the previous one, relative to the home. */
-extern char App_resource_directory[64], Old_App_resource_directory[64];
+extern char App_resource_directory[64];     /**< the user's resource directory below the home */
+extern char Old_App_resource_directory[64]; /**< the same of the previous version */
 
 extern char Zul_home_directory[1024];             /**< the installation root */
 extern char App_home_directory[1024];             /**< the product's own tree */

@@ -7,9 +7,9 @@
  *  Texts are NUL-terminated and borrowed for the call; buffers belong to the caller, and what a
  *  routine allocates is released with the C library's `free` or with our_freenamelist().
  *
- *  Results that are failures are small negative numbers, not status codes; every routine says
- *  which. None of them reports anything, but for the allocator (see qal/alloc.h) when memory for a
- *  user's password entry is short.
+ *  Errors: results that are failures are small negative numbers, not status codes; every routine
+ * says which. None of them reports anything, but for the allocator (see qal/alloc.h) when memory
+ * for a user's password entry is short.
  *
  *  Threads: only change_rsh() keeps state, which belongs to one thread at a time. our_tempdir()
  *  reads the environment, which nobody may change meanwhile.
@@ -81,8 +81,8 @@ char *change_rsh(char *text, int mode);
 
 /** Names of parts: `count` buffers of at least 81 bytes each, owned by the caller. */
 struct FILE_PART_LIST {
-  int count;
-  char **names;
+  int count;    /**< buffers */
+  char **names; /**< their addresses */
 };
 
 /** Sorts the names of a list ascending by their bytes. The buffers stay where they are, their

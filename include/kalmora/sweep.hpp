@@ -19,8 +19,8 @@
  *  A path is at most 1023 bytes; what does not fit is left alone, never cut. libcurl is loaded when
  *  the first request is made and may be missing: the record is then deleted without a request.
  *
- *  One sweep at a time: nothing here is guarded against a second thread. A host that calls libcurl
- *  itself initialises it before the first sweep, because loading it does so, too.
+ *  Threads: one sweep at a time, as nothing here is guarded against a second thread. A host that
+ * calls libcurl itself initialises it before the first sweep, because loading it does so, too.
  *
  *  Source: app/sweep.cpp, app/record.cpp, app/notify.cpp. */
 #ifndef KALMORA_SWEEP_HPP

@@ -1,9 +1,10 @@
 /** @file
  *  Heap memory with a place: allocation that reports its own failure.
  *
- *  The caller says what a block is for (`label`) and where it asks (`line`, `file`); when memory is
- *  short, four lines at error level repeat that, and `errno` still holds the system's reason. The
- *  process is never ended: callers test their pointer.
+ *  The caller says what a block is for (`label`) and where it asks (`line`, `file`).
+ *
+ *  Errors: when memory is short, four lines at error level repeat that, and `errno` still holds the
+ *  system's reason. The process is never ended: callers test their pointer.
  *
  *  The result goes to the pointer variable at the address `out`, which must not be null; the
  *  variable may be a pointer to any object type. Blocks come from the C library and may be released

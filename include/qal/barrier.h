@@ -1,13 +1,15 @@
 /** @file
- *  Barriers, and reductions that combine one value of every thread of a group
- *  (utils/libsrc/qal_barrier.cpp, qal_reduce.cpp).
+ *  Barriers, and reductions that combine one value of every thread of a group.
  *
  *  A barrier lets its threads go when all of them have arrived, and can be used again at once. A
  *  reduction needs no set-up: every thread of a group calls the same operation with the same number
  *  of threads and gets the combined value back. One group at a time uses an operation; the
  *  operations are independent of one another, and the next call may have another group size.
  *
- *  What a thread wrote before it arrived is visible to every thread of the group afterwards. */
+ *  Threads: what a thread wrote before it arrived is visible to every thread of the group
+ *  afterwards.
+ *
+ *  Source: utils/libsrc/qal_barrier.cpp, qal_reduce.cpp. */
 #ifndef QAL_BARRIER_H
 #define QAL_BARRIER_H
 
@@ -21,12 +23,12 @@ extern "C" {
 
 /** A barrier. The fields are for debuggers; use the functions. */
 typedef struct QalThreadBarrier {
-  uint32_t count;     /**< threads that meet; 0 until the next arrival fixes it */
-  uint32_t remaining; /**< arrivals still awaited in this cycle */
-  uint32_t phase;     /**< 0 or 1, flipped by the last arrival of each cycle */
-  uint32_t magic;     /**< 0xABCD while the barrier is valid, all bits set once destroyed */
-  QalThreadMutex mutex;
-  QalThreadCond condition;
+  uint32_t count;          /**< threads that meet; 0 until the next arrival fixes it */
+  uint32_t remaining;      /**< arrivals still awaited in this cycle */
+  uint32_t phase;          /**< 0 or 1, flipped by the last arrival of each cycle */
+  uint32_t magic;          /**< 0xABCD while the barrier is valid, all bits set once destroyed */
+  QalThreadMutex mutex;    /**< guards the counts */
+  QalThreadCond condition; /**< wakes those that wait */
 } QalThreadBarrier;
 
 /** Makes a barrier whose size the first arrival fixes.

@@ -1,5 +1,5 @@
 /** @file
- *  Compressed blocks in a stream: the library's pair (utils/libsrc/qal_zlib.cpp).
+ *  Compressed blocks in a stream: the library's pair.
  *
  *  A block is a 9-byte header and a zlib stream. The header holds the uncompressed size and the
  *  size of the zlib stream, each as four bytes, the lowest first, and a zero byte. Blocks may
@@ -7,8 +7,11 @@
  *  reverse.
  *
  *  The stream must be seekable and not in append mode: the writer comes back to the header once it
- *  knows the compressed size. Sizes are below 4 GiB. Different streams may be used by different
- *  threads at once. */
+ *  knows the compressed size. Sizes are below 4 GiB.
+ *
+ *  Threads: different streams may be used by different threads at once.
+ *
+ *  Source: utils/libsrc/qal_zlib.cpp. */
 #ifndef QAL_BLOCKS_H
 #define QAL_BLOCKS_H
 
@@ -21,9 +24,11 @@
 extern "C" {
 #endif
 
-/** Bytes that qal_fread_zlib has met so far, uncompressed and compressed: every block whose size
- *  was the one asked for counts, writing does not. A host may read and reset them. */
-QAL_API extern uint64_t zlib_io_in_bytes, zlib_io_out_bytes;
+/** Bytes that qal_fread_zlib has met so far, uncompressed: every block whose size was the one asked
+ *  for counts, writing does not. A host may read and reset it. */
+QAL_API extern uint64_t zlib_io_in_bytes;
+/** The compressed bytes of the same blocks. */
+QAL_API extern uint64_t zlib_io_out_bytes;
 
 /** Writes `size` times `count` bytes as one block at the stream's position, at zlib's default
  *  level.

@@ -2,15 +2,19 @@
  *  The wall clock, the local date and time, and a table of stopwatches.
  *
  *  The clock is the platform's time of day: it may be set, also backwards, and the figures here
- *  follow it. Dates are local time; the time zone is read anew for each call. The clock functions
- *  cannot fail and any thread may call them, provided no other thread changes the environment.
- *  Every pointer is needed.
+ *  follow it. Dates are local time; the time zone is read anew for each call. Every pointer is
+ *  needed.
  *
- *  The stopwatches ("timers") add up the running time of a phase of work. All threads share one
- *  table of QAL_MAX_TIMERS entries without a lock: only one thread may ask for new timers, and two
- *  may not use the same timer at once. Starting and stopping cost a reading of the clock and little
- *  else. Timers take their number by address. Mistakes are reported through qal_error and in no
- *  other way.
+ *  The stopwatches ("timers") add up the running time of a phase of work. There is one table of
+ *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else.
+ * Timers take their number by address.
+ *
+ *  Errors: the clock functions cannot fail. Mistakes with timers are reported through qal_error and
+ *  in no other way.
+ *
+ *  Threads: any thread may read the clock, provided no other thread changes the environment. All
+ *  threads share the timers without a lock: only one thread may ask for new ones, and two may not
+ *  use the same one at once.
  *
  *  Source: utils/libsrc/qal_time.cpp. */
 #ifndef QAL_CLOCK_H
@@ -84,7 +88,7 @@ QAL_API void qal_timer_stop(const int *id);
  *             words of qal_timer_stop. */
 QAL_API void qal_timer_clear(const int *id);
 
-/** Hands the sum of a timer, in single precision, to qal_info as "\ttime: %f\n".
+/** Hands the sum of a timer, in single precision, to qal_info: a tab, "time: %f" and a line end.
  *
  *  @param id  a number that was handed out; any other is reported. */
 QAL_API void qal_timer_print(const int *id);

@@ -8,8 +8,9 @@
  *  Limits: an expanded pattern and an entry's path have at most 1023 bytes, a name at most 255.
  *  The three texts are the caller's, released with `free`.
  *
- *  Any number of threads may list at once; a relative pattern reads the process's working
- *  directory. Source: utils/libsrc/qal_io/dir_list.cpp */
+ *  Threads: any number may list at once; a relative pattern reads the process's working directory.
+ *
+ *  Source: utils/libsrc/qal_io/dir_list.cpp. */
 #ifndef QAL_DIR_LIST_H
 #define QAL_DIR_LIST_H
 

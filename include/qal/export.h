@@ -7,7 +7,9 @@
 #ifndef QAL_EXPORT_H
 #define QAL_EXPORT_H
 
+/** Exports a function, a variable or a class. */
 #define QAL_API __attribute__((visibility("default")))
+/** Has calls checked as calls of printf. */
 #define QAL_PRINTF(format_index, first_argument) \
   __attribute__((format(printf, format_index, first_argument)))
 

@@ -5,10 +5,11 @@
  *  they are, with no "~" expanded and, except in the recursive removal, no "\" turned into "/". A
  *  null path fails like one that names nothing.
  *
- *  A status is QAL_STATUS_OK, QAL_STATUS_FAILED, QAL_STATUS_EXISTS or QAL_STATUS_NO_SOURCE (see
- *  status.h). Only qal_io_chkfil reports anything through the logger; all else is silent. No
- *  function keeps state or leaves a file open, so any thread may call any of them. One stream or
- *  one record serves one thread at a time.
+ *  Errors: a status is QAL_STATUS_OK, QAL_STATUS_FAILED, QAL_STATUS_EXISTS or QAL_STATUS_NO_SOURCE
+ *  (see status.h). Only qal_io_chkfil reports anything through the logger; all else is silent.
+ *
+ *  Threads: no function keeps state or leaves a file open, so any thread may call any of them. One
+ *  stream or one record serves one thread at a time.
  *
  *  Sources: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp and dir_remove.cpp. */
 #ifndef QAL_FILES_H
@@ -28,14 +29,14 @@ typedef struct QalStat {
   int64_t access_time;       /**< seconds since the epoch of the last access */
   int64_t change_time;       /**< of the last change of status */
   int64_t modification_time; /**< of the last change of content */
-  uint64_t inode;
-  uint32_t group_id;
-  uint32_t user_id;
-  int32_t device; /**< the device that holds the file */
-  uint32_t mode;  /**< file type (mask 0170000) and permission bits */
-  uint32_t link_count;
-  int32_t special_device; /**< which device a device file stands for */
-  int64_t size;           /**< in bytes */
+  uint64_t inode;            /**< number of the file on its device */
+  uint32_t group_id;         /**< the group that owns it */
+  uint32_t user_id;          /**< the user who owns it */
+  int32_t device;            /**< the device that holds the file */
+  uint32_t mode;             /**< file type (mask 0170000) and permission bits */
+  uint32_t link_count;       /**< names that it has */
+  int32_t special_device;    /**< which device a device file stands for */
+  int64_t size;              /**< in bytes */
 } QalStat;
 
 /** Says whether a file can be read, or whether it can be written or created.
@@ -104,14 +105,14 @@ QAL_API int qal_file_unlink(const char *path);
 
 /** Removes a directory, on request with everything in it.
  *
- *  The recursive removal turns each "\" in `path` into "/". In each directory the files, the hidden
- *  too, go before the subdirectories. It stops at the first failure; what is gone by then stays
- *  gone. It fails, and never reaches outside the directory, when it meets
+ *  The recursive removal turns each backslash in `path` into a slash. In each directory the files,
+ * the hidden too, go before the subdirectories. It stops at the first failure; what is gone by then
+ * stays gone. It fails, and never reaches outside the directory, when it meets
  *    - a link to a directory, also as `path` itself: the link and its target stay (a link to a file
  *      is removed, the file stays);
  *    - a link that leads nowhere;
  *    - a socket or a block device;
- *    - a name that holds a "\" or is longer than 255 bytes;
+ *    - a name that holds a backslash or is longer than 255 bytes;
  *    - an entry whose path, counted from the start of `path`, needs more than 1023 bytes;
  *    - more levels than the process may have open files.
  *  A `path` that ends in "." or "..", is "/" or empty, or needs more than 1023 bytes fails with

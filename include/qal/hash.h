@@ -1,6 +1,6 @@
 /** @file
- *  Tables of records of fixed size, each a key and its data (utils/libsrc/qal_hash.cpp), and the
- *  same keyed by unordered pairs of integers (qal_hash_pairs.cpp).
+ *  Tables of records of fixed size, each a key and its data, and the same keyed by unordered pairs
+ *  of integers.
  *
  *  QalHash does not hash: the caller picks the slot of a key, from 0 to num_slots - 1, and gives it
  *  to every call. Within a slot records stand in the order in which they were added and are found
@@ -12,8 +12,10 @@
  *  Keys and data are copied byte by byte and may be unaligned on both sides; a record's data
  *  follows its key at once, so read what a callback is given with memcpy.
  *
- *  Distinct tables may be used by different threads at once; one table needs a lock of its user's.
- */
+ *  Threads: distinct tables may be used by different threads at once; one table needs a lock of its
+ *  user's.
+ *
+ *  Source: utils/libsrc/qal_hash.cpp, qal_hash_pairs.cpp. */
 #ifndef QAL_HASH_H
 #define QAL_HASH_H
 
@@ -33,7 +35,7 @@ typedef struct QalHash {
   int32_t data_size;       /**< bytes */
   uint32_t remove_on_find; /**< not 0: finding a record removes it */
   QalList **slots;         /**< each none until its first record */
-  QalListPool *pool;
+  QalListPool *pool;       /**< where the records come from */
 } QalHash;
 
 /** Decides what becomes of a key that both tables of a merge have: 2 gives the record in `dst` the
@@ -91,12 +93,12 @@ QAL_API void qal_hash_slot_traverse(QalHash *table, int32_t slot);
 
 /** A table keyed by unordered pairs of integers: (a, b) and (b, a) are one key. */
 typedef struct QalHashPairs {
-  int32_t num_slots;
-  int32_t chunk_count;
-  int32_t key_size; /**< 8 */
-  int32_t data_size;
-  uint32_t remove_on_find;
-  QalHash *table; /**< keyed by the smaller integer, then the larger */
+  int32_t num_slots;       /**< at least 1, fixed */
+  int32_t chunk_count;     /**< records carved at a time */
+  int32_t key_size;        /**< 8 */
+  int32_t data_size;       /**< bytes */
+  uint32_t remove_on_find; /**< not 0: finding a record removes it */
+  QalHash *table;          /**< keyed by the smaller integer, then the larger */
 } QalHashPairs;
 
 /** Makes a table of pairs; as qal_hash_create, without a key size. Pairs with the same mean share a
@@ -107,10 +109,11 @@ QAL_API QalHashPairs *qal_hash_pairs_create(int32_t num_slots, int32_t chunk_cou
 QAL_API void qal_hash_pairs_destroy(QalHashPairs **pairs_address);
 /** Removes every record. */
 QAL_API void qal_hash_pairs_reinit(QalHashPairs *pairs);
-/** As qal_hash_add, qal_hash_find and qal_hash_remove for the pair of `a` and `b`; all answer 0 for
- *  a none table. */
+/** As qal_hash_add for the pair of `a` and `b`; 0 for a none table, as those that follow. */
 QAL_API int qal_hash_pairs_add(QalHashPairs *pairs, int32_t a, int32_t b, const void *data);
+/** As qal_hash_find for the pair of `a` and `b`. */
 QAL_API int qal_hash_pairs_find(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out);
+/** As qal_hash_remove for the pair of `a` and `b`. */
 QAL_API int qal_hash_pairs_remove(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out);
 
 #ifdef __cplusplus

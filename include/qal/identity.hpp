@@ -1,14 +1,16 @@
 /** @file
- *  The product identity: which product of the family a program is, in which flavor, as which
- *  component, in which version, and the path that it was started as.
+ *  The product identity.
+ *
+ *  It says which product of the family a program is, in which flavor, as which component, in which
+ *  version, and the path that it was started as.
  *
  *  A program builds one object at start, makes it current and then starts the library, which reads
  *  it from there. Names are at most 1023 bytes, the version text at most 255; longer ones are cut.
  *  Each name operation answers with a text in the object, valid until the same operation is called
  *  again or the object ends.
  *
- *  Product and component codes come from the program itself, so one that is not assigned is a
- *  programming error and ends the process.
+ *  Errors: product and component codes come from the program itself, so one that is not assigned is
+ * a programming error and ends the process.
  *
  *  Threads: nothing is locked. Set the object up before other threads start; even asking for a name
  *  writes into the object.
@@ -21,8 +23,10 @@
 
 #include <cstdint>
 
+/** What a program is, and the names that follow from it. */
 class QAL_API QalIdentity {
  public:
+  /** Is told that the product code has changed. */
   typedef void (*ChangeCallback)(QalIdentity *);
 
   /** The identity of this process: null until the program sets it. Not owned. */

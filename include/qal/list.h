@@ -1,14 +1,18 @@
 /** @file
- *  Doubly linked lists whose elements hold the caller's data inline (utils/libsrc/qal_list.cpp).
+ *  Doubly linked lists whose elements hold the caller's data inline.
  *
  *  An element is a payload of fixed size with two hidden links in front of it; every function takes
  *  and answers payload addresses. Elements come from a list pool, which any number of lists can
  *  share, so that a record costs one allocation and, once the pool has chunks, none from the
  *  system. Payloads start on an 8-byte boundary and are not cleared.
  *
- *  A list is used by one thread at a time; lists of one pool may be used by different threads at
- *  once. Links cannot fail. They do nothing when an argument is none, and an element is in one list
- *  at most: what is linked in must be fresh, popped or removed. */
+ *  Links cannot fail. They do nothing when an argument is none, and an element is in one list at
+ *  most: what is linked in must be fresh, popped or removed.
+ *
+ *  Threads: a list is used by one thread at a time; lists of one pool may be used by different
+ *  threads at once.
+ *
+ *  Source: utils/libsrc/qal_list.cpp, qal_list_inline.c. */
 #ifndef QAL_LIST_H
 #define QAL_LIST_H
 
@@ -28,13 +32,14 @@ typedef struct QalListPool {
   uint32_t chunk_count;    /**< elements carved at a time */
   QalMpool *element_pool;  /**< of links and payload together */
   int32_t use_header_pool; /**< not 0: headers come from header_pool, else from qal_malloc */
-  QalMpool *header_pool;
+  QalMpool *header_pool;   /**< of list headers, or none */
 } QalListPool;
 
-/** A list: its ends as payload addresses, both none exactly when it is empty. */
+/** A list. Both ends are none exactly when it is empty. */
 typedef struct QalList {
-  QalListPool *pool;
-  void *first, *last;
+  QalListPool *pool; /**< where its elements come from */
+  void *first;       /**< the first payload */
+  void *last;        /**< the last payload */
 } QalList;
 
 /** Says, with a result above 0, that the first payload belongs after the second. It receives two
@@ -59,33 +64,40 @@ QAL_API QalList *qal_list_create(QalListPool *pool);
  *  pooled; with pooled headers it keeps the old address, and the caller clears it. */
 QAL_API void qal_list_destroy(QalList **list_address);
 
-/** A fresh element from the list's pool, or from a pool directly; or none. */
+/** A fresh element from the list's pool, or none. */
 QAL_API void *qal_list_alloc(QalList *list);
+/** A fresh element from a pool, or none. */
 QAL_API void *qal_list_alloc2(QalListPool *pool);
-/** Give back an element that is in no list. A none payload is ignored. */
+/** Gives an element that is in no list back to the list's pool. A none payload is ignored. */
 QAL_API void qal_list_free(QalList *list, void *payload);
+/** Gives an element that is in no list back to its pool. A none payload is ignored. */
 QAL_API void qal_list_free2(QalListPool *pool, void *payload);
 
-/** The ends of a list and the neighbours of an element: a payload, or none. In front of a payload
- *  stand the addresses of the elements before and behind, which begin with such links themselves.
- */
+/** The first payload of a list, or none. */
 QAL_API inline void *qal_list_first(const QalList *list) { return list ? list->first : NULL; }
+/** The last payload of a list, or none. */
 QAL_API inline void *qal_list_last(const QalList *list) { return list ? list->last : NULL; }
+/** The payload behind this one, or none. In front of a payload stand the addresses of the elements
+ *  before and behind, which begin with such links themselves. */
 QAL_API inline void *qal_list_next(const void *payload) {
   char *next = NULL;
   if (payload) memcpy(&next, (const char *)payload - sizeof next, sizeof next);
   return next ? next + 2 * sizeof next : NULL;
 }
+/** The payload before this one, or none. */
 QAL_API inline void *qal_list_prev(const void *payload) {
   char *prev = NULL;
   if (payload) memcpy(&prev, (const char *)payload - 2 * sizeof prev, sizeof prev);
   return prev ? prev + 2 * sizeof prev : NULL;
 }
 
-/** Link an element in: before all others, behind them, or beside the element `at` of that list. */
+/** Links an element in before all others. */
 QAL_API void qal_list_prepend(QalList *list, void *payload);
+/** Links an element in behind all others. */
 QAL_API void qal_list_append(QalList *list, void *payload);
+/** Links an element in behind the element `at` of that list. */
 QAL_API void qal_list_insert_after(QalList *list, void *at, void *payload);
+/** Links an element in before the element `at` of that list. */
 QAL_API void qal_list_insert_before(QalList *list, void *at, void *payload);
 
 /** Unlinks an element of the list. It is the caller's then. */

@@ -1,13 +1,15 @@
 /** @file
- *  A pool of elements of one size (utils/libsrc/qal_mpool.cpp).
+ *  A pool of elements of one size.
  *
  *  Elements are carved from chunks, and chunks are given back only when the pool ends. Each thread
  *  index (thread.h) has a free list of its own, from which it allocates without a lock; freed
  *  elements go to one shared list, from which the thread lists are refilled a chunk's worth at a
  *  time. Elements are aligned to 8 bytes and not cleared.
  *
- *  Threads that thread.h did not start share index 0 with the main thread and must not use pools.
- *  Any other threads may use one pool at once. */
+ *  Threads: those that thread.h did not start share index 0 with the main thread and must not use
+ *  pools. Any other threads may use one pool at once.
+ *
+ *  Source: utils/libsrc/qal_mpool.cpp. */
 #ifndef QAL_MPOOL_H
 #define QAL_MPOOL_H
 
@@ -63,8 +65,9 @@ QAL_API int qal_mpool_verify_ptr(QalMpool *pool, const void *address);
  *  @return the free ones. Takes no lock: call it while no other thread uses the pool. */
 QAL_API uint32_t qal_mpool_status(QalMpool *pool, uint32_t *total_out, uint32_t *free_out);
 
-/** Hooks for checks that this build does not have; they do nothing. */
+/** A hook for a check that this build does not have: does nothing. */
 QAL_API void qal_mpool_check_corruption(void);
+/** A hook for a check that this build does not have: does nothing. */
 QAL_API void qal_mpool_debug(void);
 
 #ifdef __cplusplus

@@ -7,8 +7,8 @@
  *  that works in place never makes its text longer. Sizes are in bytes, the NUL included; a path
  *  that does not fit is refused, never cut.
  *
- *  Nothing is reported to the logger, except that qal_get_norm_path, qal_expand_pathname and
- *  qal_valid_pathname_range allocate through qal_malloc, which reports its own failures.
+ *  Errors: nothing is reported to the logger, except that qal_get_norm_path, qal_expand_pathname
+ * and qal_valid_pathname_range allocate through qal_malloc, which reports its own failures.
  *
  *  Threads: any thread may call. The working directory belongs to the whole process.
  *
@@ -68,14 +68,14 @@ QAL_API int qal_get_norm_path(const char *path, char *out, int out_size);
 
 /** Answers the directory part of a path.
  *
- *  A path that holds any "\" has that as its separator, else "/" is.
+ *  A path that holds any backslash has that as its separator, else the slash is.
  *
  *  @param path  changed in place: trailing separators are removed and the text is cut at the last
  *               separator left. Null is allowed.
  *  @return `path`, or a text that the library owns: "." for a null, empty or blank (" ") path and
- *          where no separator is left; the separator where only the first byte is one; "\\" (two
- *          backslashes) where the last backslash is the second byte, which makes it the answer for
- *          "a\b" too. A bare "/", "\" or "\\" is answered as it is.
+ *          where no separator is left; the separator where only the first byte is one; two
+ *          backslashes where the last backslash is the second byte, whatever the first one is. A
+ *          bare slash, backslash or pair of backslashes is answered as it is.
  *  @note   The one-separator text is the calling thread's and changes with its next call. */
 QAL_API const char *qal_dirname(char *path);
 
@@ -84,7 +84,7 @@ QAL_API const char *qal_dirname(char *path);
  *  @param path  changed in place: trailing separators, chosen as by qal_dirname, are removed. Null
  *               is allowed.
  *  @return a place in `path`, or "." for a null, empty or blank (" ") path. A path of slashes only
- *          gives "", but a bare "/", "\" or "\\" is answered as it is. */
+ *          gives "", but a bare slash, backslash or pair of backslashes is answered as it is. */
 QAL_API const char *qal_basename(char *path);
 
 /** Says whether a path is absolute: begins with "/", "~", or an ASCII letter and ":".
@@ -146,7 +146,7 @@ QAL_API char *qal_find_dot_in_filename(const char *path);
  *  @return 1 when something was cut (".profile" becomes ""), else 0. */
 QAL_API int qal_remove_ext(char *path);
 
-/** Finds a run of numbered files, such as frame.0000.img to frame.0119.img for frame.####.img.
+/** Finds a run of numbered files, such as frame.0000.img to frame.0119.img for "frame.####.img".
  *
  *  The field reaches from the first "#" to the last, at most 9 bytes, and is replaced whole by the
  *  number with leading zeros. A number with more digits than that, or a negative one, has no file.

@@ -1,9 +1,12 @@
 /** @file
- *  Shell commands whose input or output the caller holds as a stream
- *  (utils/libsrc/qal_io/pipe.cpp).
+ *  Shell commands whose input or output the caller holds as a stream.
  *
  *  The streams are the caller's, and their descriptors are not passed on to programs: a command
- *  sees the pipe it is started with and no other of this area. Any thread may start commands. */
+ *  sees the pipe it is started with and no other of this area.
+ *
+ *  Threads: any thread may start commands.
+ *
+ *  Source: utils/libsrc/qal_io/pipe.cpp. */
 #ifndef QAL_PIPE_H
 #define QAL_PIPE_H
 
@@ -35,18 +38,23 @@ extern "C" {
  *           with a process id of 0: a caller that sees that must `_exit`. */
 QAL_API FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out);
 
-/** The platform's popen, pclose, fgets, fread, fwrite and feof, for callers that want one family of
- *  names.
- *
- *  qal_pipe_pclose is for streams of qal_pipe_popen alone; the others take either kind. Null
- *  arguments give null and -1 in these two. */
+/** @name The platform's calls, for callers that want one family of names
+ *  Reading and writing take the streams of either kind. */
+/**@{*/
+/** The platform's popen; null for null arguments. */
 QAL_API FILE *qal_pipe_popen(const char *command, const char *mode);
+/** The platform's pclose, for streams of qal_pipe_popen alone; -1 for null. */
 QAL_API int qal_pipe_pclose(FILE *stream);
-/** @param size bytes of room in `buffer`; beyond what an int holds it counts as the largest int. */
+/** The platform's fgets.
+ *  @param size bytes of room in `buffer`; beyond what an int holds it counts as the largest int. */
 QAL_API char *qal_pipe_fgets(char *buffer, uint32_t size, FILE *stream);
+/** The platform's fread. */
 QAL_API size_t qal_pipe_fread(void *buffer, size_t item_size, size_t count, FILE *stream);
+/** The platform's fwrite. */
 QAL_API size_t qal_pipe_fwrite(const void *buffer, size_t item_size, size_t count, FILE *stream);
+/** The platform's feof. */
 QAL_API int qal_pipe_feof(FILE *stream);
+/**@}*/
 
 #ifdef __cplusplus
 }

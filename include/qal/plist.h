@@ -1,13 +1,16 @@
 /** @file
- *  Doubly linked lists of pointers whose headers and nodes come from two process-wide pools
- *  (utils/libsrc/qal_plist.cpp).
+ *  Doubly linked lists of pointers whose headers and nodes come from two process-wide pools.
  *
  *  A list never owns what its nodes point to. qal_utils_init (startup.h) makes the pools and
  *  qal_utils_done ends them; outside that time what would take a list or a node answers none.
- *  A list is used by one thread at a time; different threads may use lists of their own at once.
  *
  *  Links cannot fail. They do nothing when an argument is none, and a node is in one list at most:
- *  what is linked in must come from qal_plist_alloc, qal_plist_pop or qal_plist_remove. */
+ *  what is linked in must come from qal_plist_alloc, qal_plist_pop or qal_plist_remove.
+ *
+ *  Threads: a list is used by one thread at a time; different threads may use lists of their own at
+ *  once.
+ *
+ *  Source: utils/libsrc/qal_plist.cpp. */
 #ifndef QAL_PLIST_H
 #define QAL_PLIST_H
 
@@ -19,15 +22,17 @@
 extern "C" {
 #endif
 
-/** A node. `data` is the caller's to read and to set. */
+/** A node. */
 typedef struct QalPlistNode {
-  struct QalPlistNode *prev, *next;
-  void *data;
+  struct QalPlistNode *prev; /**< the node before it, or none */
+  struct QalPlistNode *next; /**< the node behind it, or none */
+  void *data;                /**< the caller's to read and to set */
 } QalPlistNode;
 
-/** A list: its ends, both none exactly when it is empty. */
+/** A list. Both ends are none exactly when it is empty. */
 typedef struct QalPlist {
-  QalPlistNode *first, *last;
+  QalPlistNode *first; /**< the first node */
+  QalPlistNode *last;  /**< the last node */
 } QalPlist;
 
 /** Says, with a result above 0, that the first belongs after the second. It receives the `data` of
@@ -52,24 +57,30 @@ QAL_API QalPlistNode *qal_plist_alloc(void);
 /** Gives a node that is in no list back and sets the caller's handle to none. */
 QAL_API void qal_plist_free(QalPlistNode **node_address);
 
-/** The ends of a list and the neighbours of a node: a node, or none. */
+/** The first node of a list, or none. */
 QAL_API inline QalPlistNode *qal_plist_first(const QalPlist *list) {
   return list ? list->first : NULL;
 }
+/** The last node of a list, or none. */
 QAL_API inline QalPlistNode *qal_plist_last(const QalPlist *list) {
   return list ? list->last : NULL;
 }
+/** The node behind this one, or none. */
 QAL_API inline QalPlistNode *qal_plist_next(const QalPlistNode *node) {
   return node ? node->next : NULL;
 }
+/** The node before this one, or none. */
 QAL_API inline QalPlistNode *qal_plist_prev(const QalPlistNode *node) {
   return node ? node->prev : NULL;
 }
 
-/** Link a node in: before all others, behind them, or beside the node `at` of the same list. */
+/** Links a node in before all others. */
 QAL_API void qal_plist_prepend(QalPlist *list, QalPlistNode *node);
+/** Links a node in behind all others. */
 QAL_API void qal_plist_append(QalPlist *list, QalPlistNode *node);
+/** Links a node in behind the node `at` of the same list. */
 QAL_API void qal_plist_insert_after(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
+/** Links a node in before the node `at` of the same list. */
 QAL_API void qal_plist_insert_before(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
 
 /** Unlinks a node of the list. It is the caller's then, its links none. */

@@ -1,11 +1,13 @@
 /** @file
  *  Starting the library and shutting it down, and the cache directory.
  *
- *  Both ends and the cache directory belong to the main thread: start the library before other
- *  threads run, and shut it down after they ended. The cache directory is one text for the whole
- *  process, which the library only keeps for its host.
+ *  The cache directory is one text for the whole process, which the library only keeps for its
+ * host.
  *
- *  Source: utils/libsrc/qal_utils.cpp */
+ *  Threads: all of it belongs to the main thread: start the library before other threads run, and
+ *  shut it down after they ended.
+ *
+ *  Source: utils/libsrc/qal_utils.cpp. */
 #ifndef QAL_STARTUP_H
 #define QAL_STARTUP_H
 

@@ -2,8 +2,10 @@
  *  The machine, the user and processes.
  *
  *  Figures of the machine are asked for by number and answered into an `int`; memory is in KiB and
- *  a figure that an `int` cannot hold is answered as INT_MAX. Every pointer is needed. Nothing here
- *  owns memory or keeps state. Any thread may call any of it; qal_signal changes the whole process.
+ *  a figure that an `int` cannot hold is answered as INT_MAX. Every pointer is needed.
+ *
+ *  Threads: nothing here owns memory or keeps state, so any thread may call any of it; qal_signal
+ *  changes the whole process.
  *
  *  Source: utils/libsrc/qal_sysinfo.cpp; what differs between systems is under
  *  utils/libsrc/platform. */

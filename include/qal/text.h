@@ -3,11 +3,13 @@
  *  case, trimming, and a bounded print that tells when it had to cut.
  *
  *  Every text is narrow, ends with a NUL and belongs to the caller; every pointer is needed unless
- *  it is said that null is allowed. Nothing here allocates, and nothing keeps state: any thread may
- *  call any function on texts of its own. Sizes count bytes and include the terminator.
+ *  it is said that null is allowed. Sizes count bytes and include the terminator.
  *
  *  "The platform's class" and "the platform's conversion" mean those of the locale that the program
  *  has set; the library itself never sets one.
+ *
+ *  Threads: nothing here allocates, and nothing keeps state: any thread may call any function on
+ *  texts of its own.
  *
  *  Source: utils/libsrc/qal_ctype.cpp (classes), utils/libsrc/qal_string.cpp (the rest). */
 #ifndef QAL_TEXT_H

@@ -1,19 +1,20 @@
 /** @file
- *  Threads with small numbers, keys, mutexes, condition variables and counting semaphores
- *  (utils/libsrc/qal_thread.cpp, qal_thread_sync.cpp, qal_thread_sema.cpp).
+ *  Threads with small numbers, keys, mutexes, condition variables and counting semaphores.
  *
  *  A thin layer over POSIX threads. Every thread that qal_thread_create starts gets an index from 1
  *  to 2047, its slot in a fixed table; the main thread is index 0. Indices are handed out in rising
  *  order and wrap around; a joined thread's index comes back only when the search reaches it again.
  *  Every thread that is started must be joined: nothing else frees its slot.
  *
- *  Results are 0 for success and -1 for failure unless a function says otherwise. A null pointer
- *  gives -1 and changes nothing. Before a lock, unlock, wait, signal, broadcast or semaphore
+ *  Errors: results are 0 for success and -1 for failure unless a function says otherwise. A null
+ * pointer gives -1 and changes nothing. Before a lock, unlock, wait, signal, broadcast or semaphore
  *  operation answers -1 for a refusal of the platform it calls qal_stop_here (logger.h), where a
  *  debugger can wait for it.
  *
- *  qal_utils_init (startup.h) sets the layer up. Mutexes, conditions and semaphores may be used
- *  before that; everything else may be called by any thread once it has run. */
+ *  Threads: qal_utils_init (startup.h) sets the layer up. Mutexes, conditions and semaphores may be
+ *  used before that; everything else may be called by any thread once it has run.
+ *
+ *  Source: utils/libsrc/qal_thread.cpp, qal_thread_sync.cpp, qal_thread_sema.cpp. */
 #ifndef QAL_THREAD_H
 #define QAL_THREAD_H
 
@@ -25,20 +26,20 @@
 extern "C" {
 #endif
 
-typedef pthread_mutex_t QalThreadMutex;
-typedef pthread_cond_t QalThreadCond;
-typedef pthread_key_t QalThreadKey;
-typedef pthread_t QalThreadHandle;
+typedef pthread_mutex_t QalThreadMutex; /**< a mutex */
+typedef pthread_cond_t QalThreadCond;   /**< a condition variable */
+typedef pthread_key_t QalThreadKey;     /**< a key of thread-specific values */
+typedef pthread_t QalThreadHandle;      /**< the platform's name of a thread */
 
 /** What a thread runs; its result is kept for the thread that joins it. */
 typedef int (*QalThreadRoutine)(void *argument);
 
 /** A counting semaphore. The fields are for debuggers; use the functions. */
 typedef struct QalThreadSema {
-  int32_t count;   /**< permits left; below zero, how many threads are owed one */
-  int32_t waiters; /**< threads blocked in qal_thread_sema_wait */
-  QalThreadMutex mutex;
-  QalThreadCond condition;
+  int32_t count;           /**< permits left; below zero, how many threads are owed one */
+  int32_t waiters;         /**< threads blocked in qal_thread_sema_wait */
+  QalThreadMutex mutex;    /**< guards the counts */
+  QalThreadCond condition; /**< wakes the waiters */
 } QalThreadSema;
 
 /** @name Start-up and identity */

@@ -1,10 +1,13 @@
 /** @file
- *  Ids that are unique in the process, each standing for two values (utils/libsrc/qal_uid.cpp).
+ *  Ids that are unique in the process, each standing for two values.
  *
  *  Ids count up from 1 and are never used again. The registry remembers two 64-bit values for every
  *  id until it is retired; their meaning is the caller's. qal_utils_init (startup.h) sets it up;
- *  without it ids are handed out but none is found. After that any thread may call anything here.
- */
+ *  without it ids are handed out but none is found.
+ *
+ *  Threads: once the registry is there any thread may call anything here.
+ *
+ *  Source: utils/libsrc/qal_uid.cpp. */
 #ifndef QAL_UID_H
 #define QAL_UID_H
 

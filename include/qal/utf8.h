@@ -1,9 +1,12 @@
 /** @file
- *  UTF-8, code points and the products' old symbol font (utils/libsrc/qal_utf8.cpp; the font's
- *  table is in qal_symbol_font.cpp).
+ *  UTF-8, code points and the products' old symbol font.
  *
- *  The native encoding of the platforms of today is UTF-8, so texts are only copied. Nothing here
- *  keeps a state: any thread may call it. Characters take pointers that are not null. */
+ *  The native encoding of the platforms of today is UTF-8, so texts are only copied. Characters
+ *  take pointers that are not null.
+ *
+ *  Threads: nothing here keeps a state: any thread may call it.
+ *
+ *  Source: utils/libsrc/qal_utf8.cpp, qal_symbol_font.cpp (the font's table). */
 #ifndef QAL_UTF8_H
 #define QAL_UTF8_H
 
@@ -37,14 +40,18 @@ QAL_API int qal_char_utf8_to_unicode(const unsigned char *bytes, uint32_t *out);
  *  @return the bytes written before the NUL, 1 to 4; 0 for 0x200000 and above. */
 QAL_API int qal_char_unicode_to_utf8(uint32_t code_point, unsigned char *out);
 
-/** Copies a text into the other encoding.
+/** Copies a text of the native encoding as UTF-8.
  *  @return the copy, released with `free`; null for null and without memory. */
 QAL_API char *qal_string_native_to_utf8(const char *string);
+/** Copies a text of UTF-8 in the native encoding.
+ *  @return the copy, released with `free`; null for null and without memory. */
 QAL_API char *qal_string_utf8_to_native(const char *string);
 
-/** Do nothing, since the encodings are the same.
+/** Does nothing, since the encodings are the same.
  *  @return 0. */
 QAL_API int qal_string_native_to_utf8_inplace(void);
+/** Does nothing, since the encodings are the same.
+ *  @return 0. */
 QAL_API int qal_string_utf8_to_native_inplace(void);
 
 /** The number of the native encoding's code page.

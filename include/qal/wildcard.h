@@ -3,14 +3,17 @@
  *
  *  There are two matchers, and they differ on purpose. `zul_fnmatch` is small, takes no flags and
  *  is the one that the directory listing applies to file names. `qal_fnmatch` knows the rules of
- *  paths and takes flags. Both know `*`, `?`, sets in brackets and the escape `\`, and both answer
- *  as the platform's `fnmatch` does: 0 for a match, 1 for none. A null argument matches nothing.
+ *  paths and takes flags. Both know `*`, `?`, sets in brackets and the backslash as escape, and
+ *  both answer as the platform's `fnmatch` does: 0 for a match, 1 for none. A null argument matches
+ *  nothing.
  *
- *  Neither allocates, recurses or keeps state. The time of a call is bounded by the product of the
- *  two lengths, whatever the pattern. Any thread may call them; the case folding of `qal_fnmatch`
+ *  Neither allocates or recurses. The time of a call is bounded by the product of the two lengths,
+ *  whatever the pattern.
+ *
+ *  Threads: neither keeps state, so any thread may call them; the case folding of `qal_fnmatch`
  *  follows the current locale.
  *
- *  Source: utils/libsrc/qal_fnmatch.cpp */
+ *  Source: utils/libsrc/qal_fnmatch.cpp. */
 #ifndef QAL_WILDCARD_H
 #define QAL_WILDCARD_H
 
@@ -22,20 +25,21 @@ extern "C" {
 
 /** Flags of `qal_fnmatch`. The numbers are not those of the platform's `fnmatch`. */
 enum {
-  QAL_FNM_PATHNAME = 0x01,      /**< only a `/` in the pattern matches a `/` */
-  QAL_FNM_NOESCAPE = 0x02,      /**< `\` is an ordinary character */
-  QAL_FNM_PERIOD = 0x04,        /**< `?` and `*` do not match a leading `.` */
-  QAL_FNM_LEADING_DIR = 0x08,   /**< the pattern may end where the string goes on with `/` */
+  QAL_FNM_PATHNAME = 0x01,      /**< only a slash in the pattern matches a slash */
+  QAL_FNM_NOESCAPE = 0x02,      /**< a backslash is an ordinary character */
+  QAL_FNM_PERIOD = 0x04,        /**< `?` and `*` do not match a leading dot */
+  QAL_FNM_LEADING_DIR = 0x08,   /**< the pattern may end where the string goes on with a slash */
   QAL_FNM_CASEFOLD = 0x10,      /**< letters match without regard to case */
-  QAL_FNM_TRAILING_SLASH = 0x20 /**< a string may lack the `/` that its pattern ends with */
+  QAL_FNM_TRAILING_SLASH = 0x20 /**< a string may lack the slash that its pattern ends with */
 };
 
 /** Matches a file name against a pattern, without flags.
  *
  *  `*` and `?` match every byte, `/` and a leading `.` included. Letters match exactly. In a set,
  *  `^` or `!` in front negates, the first member counts as one even if it is `]`, and ranges
- *  compare signed bytes: those above 0x7F come before the others. `\` makes the next byte literal,
- *  inside a set too. A `\` at the end of the pattern and a set that is never closed match nothing.
+ *  compare signed bytes: those above 0x7F come before the others. A backslash makes the next byte
+ * literal, inside a set too. A backslash at the end of the pattern and a set that is never closed
+ * match nothing.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param name     the name; borrowed. A name of 1024 bytes or more matches no pattern.
@@ -46,7 +50,7 @@ QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name)
  *
  *  What differs from `zul_fnmatch`, apart from the flags: a `]` right after the opening bracket or
  *  its negation closes the set at once (an empty set matches nothing, a negated one everything);
- *  ranges compare unsigned bytes; a `\` at the end of the pattern matches itself.
+ *  ranges compare unsigned bytes; a backslash at the end of the pattern matches itself.
  *
  *  Under QAL_FNM_PERIOD a leading `.` is one at the start of the string and, together with
  *  QAL_FNM_PATHNAME, one after a `/`. The flag rules until the first `*` that has to look for the
