@@ -59,3 +59,11 @@ foreach(section 3 7)
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
     COMPONENT documentation)
 endforeach()
+
+# Each component may travel alone, and the licence goes with it.
+foreach(component runtime development documentation)
+  install(
+    FILES LICENSE
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT ${component})
+endforeach()

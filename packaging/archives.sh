@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Makes what a release offers to systems without Debian packages, in a new directory: the sources
+# of the last commit, what they build here as one archive for each component, and the formula.
+set -euo pipefail
+directory=$(realpath -m "${1:?a directory to build in}")
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+version=$(sed -n 's/^  VERSION //p' CMakeLists.txt)
+sources=$directory/qal-$version.tar.gz
+SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+export SOURCE_DATE_EPOCH
+
+pack() {
+  rm -rf "$directory/packed"
+  cpack --config "$directory/build/CPackConfig.cmake" -B "$directory/packed"
+  rm -rf "$directory/packed/_CPack_Packages"
+}
+
+sums() { (cd "$directory/packed" && sha256sum ./*); }
+
+rm -rf "$directory"
+mkdir -p "$directory/unpacked"
+git archive --prefix="qal-$version/" --output "$sources" HEAD
+tar -xf "$sources" -C "$directory"
+{
+  cmake -S "$directory/qal-$version" -B "$directory/build" -G Ninja -DQAL_BUILD_TESTS=OFF
+  cmake --build "$directory/build"
+  pack
+} >"$directory/build.log" || {
+  tail -n 50 "$directory/build.log"
+  exit 1
+}
+first=$(sums)
+pack >"$directory/build.log"
+diff <(echo "$first") <(sums)
+mv "$directory"/packed/*.tar.gz "$directory"
+
+for archive in "$directory/qal-$version"-*.tar.gz; do
+  tar -xf "$archive" -C "$directory/unpacked" --strip-components=1
+done
+packaging/use_tree.sh "$directory/unpacked"
+
+packaging/homebrew/formula.sh "$sources" "file://$sources" >"$directory/qal.rb"
+ruby -c "$directory/qal.rb"
