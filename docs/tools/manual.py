@@ -4,14 +4,16 @@
 usage: manual.py XML_DIRECTORY MANUAL_DIRECTORY
 
 The XML is Doxygen's. A header becomes the page PRODUCT_AREA.3; of its comment, the paragraphs
-"Threads:" and "Errors:" become sections of their own, and "Source:" is left out. The example is
-the program of the same name below examples/.
+"Threads:" and "Errors:" become sections of their own, and "Source:" is left out. The examples are
+the programs of its name below examples/.
 """
 import pathlib
 import re
 import sys
 import textwrap
 import xml.etree.ElementTree as ET
+
+from examples import examples_of
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BOLD, PLAIN = "\ue000", "\ue001"  # stand for font changes until the text is escaped
@@ -218,6 +220,8 @@ class Header:
         """The paragraphs of the header's comment with this label, or all without a label."""
         paragraphs = ET.Element("detaileddescription")
         for para in self.compound.find("detaileddescription"):
+            if para.find("simplesect[@kind='par']") is not None:
+                continue  # the example, which has a section of its own
             found = re.match(r"\s*(Threads|Errors|Source|Sources):\s*", para.text or "")
             if (found.group(1) if found else None) == label:
                 para = ET.fromstring(ET.tostring(para))
@@ -261,12 +265,11 @@ class Header:
             items.append((f"Va {owner}{member.findtext('name')}", described(member).lines()))
         return tagged(items)
 
-    def example(self):
-        for suffix in (".c", ".cpp"):
-            path = ROOT / "examples" / self.include.with_suffix(suffix)
-            if path.exists():
-                return literal(path.read_text().rstrip("\n").split("\n"))
-        return []
+    def examples(self):
+        lines = []
+        for path in examples_of(ROOT / "include" / self.include, ROOT / "examples"):
+            lines += literal(path.read_text().rstrip("\n").split("\n"))
+        return lines
 
     def see_also(self, pages):
         named = re.findall(r"[<(/\s](\w+)\.hp*", (ROOT / "include" / self.include).read_text())
@@ -293,7 +296,7 @@ class Header:
             ("SYNOPSIS", synopsis),
             ("DESCRIPTION", description),
             ("RETURN VALUES", tagged(results)),
-            ("EXAMPLES", self.example()),
+            ("EXAMPLES", self.examples()),
             ("ERRORS", self.labelled("Errors")),
             ("THREADS", self.labelled("Threads")),
             ("SEE ALSO", self.see_also(pages)),

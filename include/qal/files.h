@@ -115,6 +115,7 @@ QAL_API int qal_file_unlink(const char *path);
  *    - a name that holds a backslash or is longer than 255 bytes;
  *    - an entry whose path, counted from the start of `path`, needs more than 1023 bytes;
  *    - more levels than the process may have open files.
+ *
  *  A `path` that ends in "." or "..", is "/" or empty, or needs more than 1023 bytes fails with
  *  nothing removed.
  *

@@ -45,6 +45,13 @@ through_pkg_config() {
   "$work/stranger"
 }
 
+from_python() {
+  local library
+  library=$(find "$1" -name libqal.so -o -name libqal.dylib)
+  python3 examples/from_python.py "$library" >"$work/from_python.txt" &&
+    diff examples/from_python.txt "$work/from_python.txt" && cat "$work/from_python.txt"
+}
+
 for shared in OFF ON; do
   prefix=$work/shared-$shared
   check "install with BUILD_SHARED_LIBS=$shared" install_project "$shared" "$prefix"
@@ -57,4 +64,5 @@ for shared in OFF ON; do
   check "C++ through pkg-config" through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
   check "the installed tool starts" env -i ZUL_USER_HOMEDIR="$work/home" "$prefix/bin/kalmora-sweep"
 done
+check "Python through the shared library" from_python "$prefix"
 echo "$passed passed, 0 failed"
