@@ -18,7 +18,7 @@ if [[ $action == renew ]]; then
   describe "$baseline"
   exit
 fi
-now=${library%/*}/libqal.so.1.abi
+now=${library%/*}/interface.abi
 describe "$now"
 abidiff --no-added-syms "$baseline" "$now"
 echo "the interface is that of $baseline, or more"

@@ -7,7 +7,7 @@ one=$1 other=$2
 sums() (
   cd "$1"
   find . \( -name '*.deb' -o -name '*.dsc' -o -name '*.tar.*' -o -name '*.a' \
-    -o -name 'libqal.so.*.*' -o -name kalmora-sweep \) -type f -print0 | sort -z | xargs -0 sha256sum
+    -o -name 'libqal.so.*.*.*' -o -name kalmora-sweep \) -type f -print0 | sort -z | xargs -0 sha256sum
 )
 
 diff <(sums "$one") <(sums "$other")
