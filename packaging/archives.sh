@@ -19,7 +19,7 @@ pack() {
 sums() { (cd "$directory/packed" && sha256sum ./*); }
 
 rm -rf "$directory"
-mkdir -p "$directory/unpacked"
+mkdir -p "$directory"
 git archive --prefix="qal-$version/" --output "$sources" HEAD
 tar -xf "$sources" -C "$directory"
 {
@@ -35,10 +35,7 @@ pack >"$directory/build.log"
 diff <(echo "$first") <(sums)
 mv "$directory"/packed/*.tar.gz "$directory"
 
-for archive in "$directory/qal-$version"-*.tar.gz; do
-  tar -xf "$archive" -C "$directory/unpacked" --strip-components=1
-done
-packaging/use_tree.sh "$directory/unpacked"
+packaging/use_unpacked.sh "$directory/unpacked" "$directory/qal-$version"-*.tar.gz
 
 packaging/homebrew/formula.sh "$sources" "file://$sources" >"$directory/qal.rb"
 ruby -c "$directory/qal.rb"
