@@ -5,6 +5,11 @@ set -euo pipefail
 packages=${1:?the directory of the packages}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+if [[ $EUID -ne 0 ]]; then
+  echo "NOT CHECKED: only root can install into a root directory of its own"
+  exit
+fi
+
 # Kept from run to run: a Debian with a compiler and a reader for manual pages, and nothing else.
 base=build/package/bookworm.tar
 root=build/package/root
