@@ -10,145 +10,12 @@ the programs of its name below examples/.
 import pathlib
 import re
 import sys
-import textwrap
 import xml.etree.ElementTree as ET
 
 from examples import examples_of
+from mdoc import Text, described, line_of, literal, plain, prose, quoted, squeeze, tagged
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-BOLD, PLAIN = "\ue000", "\ue001"  # stand for font changes until the text is escaped
-
-
-def squeeze(text):
-    return re.sub(r"\s+", " ", text).strip()
-
-
-def plain(node):
-    return squeeze("".join(node.itertext())) if node is not None else ""
-
-
-def escape(text):
-    text = text.replace("\\", "\\e").replace(BOLD, "\\fB").replace(PLAIN, "\\fR")
-    return "\\&" + text if text[:1] in (".", "'") else text
-
-
-def quoted(text):
-    return '"' + text.replace("\\", "\\e").replace('"', "\\(dq") + '"'
-
-
-def prose(text):
-    """One line or more for each sentence."""
-    sentences = re.split(r"(?<=[.!?]) |(?<=[.!?][)\"]) ", squeeze(text))
-    lines = [line for sentence in sentences for line in textwrap.wrap(sentence, 78)]
-    return [escape(line) for line in lines]
-
-
-def literal(lines):
-    return [".Bd -literal", *(escape(line.rstrip()) for line in lines), ".Ed"]
-
-
-class Text:
-    """A description, taken apart into blocks of mdoc lines and the special sections."""
-
-    def __init__(self, *nodes):
-        self.blocks, self.parameters, self.returns = [], [], []
-        for node in nodes:
-            for child in node if node is not None else ():
-                if child.tag == "para":
-                    self.take_paragraph(child)
-
-    def take_paragraph(self, para):
-        text = para.text or ""
-        for child in para:
-            if child.tag in BLOCKS:
-                self.flush(text)
-                text = ""
-                BLOCKS[child.tag](self, child)
-            else:
-                text += inline(child)
-            text += child.tail or ""
-        self.flush(text)
-
-    def flush(self, text):
-        if text.strip():
-            self.blocks.append(prose(text))
-
-    def take_parameters(self, node):
-        for item in node.findall("parameteritem"):
-            names = [plain(name) for name in item.iter("parametername")]
-            text = Text(item.find("parameterdescription"))
-            if node.get("kind") == "param":
-                self.parameters.append((names, text))
-            else:
-                self.blocks.append(prose(f"Throws {BOLD}{names[0]}{PLAIN}:") + text.lines())
-
-    def take_section(self, node):
-        text = Text(node)
-        if node.get("kind") == "return":
-            self.returns.append(text)
-        else:
-            self.blocks += text.blocks
-
-    def take_list(self, node):
-        kind = "-enum" if node.tag == "orderedlist" else "-dash"
-        items = [[".It", *Text(item).lines()] for item in node.findall("listitem")]
-        self.blocks.append([f".Bl {kind}", *sum(items, []), ".El"])
-
-    def take_table(self, node):
-        rows = [[plain(cell) for cell in row.findall("entry")] for row in node.findall("row")]
-        widths = [max(column, key=len) for column in zip(*rows)]
-        lines = [".It " + " Ta ".join(quoted(cell) for cell in row) for row in rows]
-        columns = " ".join(quoted(width) for width in widths)
-        self.blocks.append([f".Bl -column {columns}", *lines, ".El"])
-
-    def take_code(self, node):
-        self.blocks.append(literal(textwrap.dedent("".join(node.itertext())).strip("\n").split("\n")))
-
-    def lines(self):
-        separated = []
-        for block in self.blocks:
-            spaced = block[0].startswith((".Bl", ".Bd"))
-            separated += [".Pp"] if separated and not spaced else []
-            separated += block
-        return separated
-
-
-BLOCKS = {
-    "parameterlist": Text.take_parameters,
-    "simplesect": Text.take_section,
-    "itemizedlist": Text.take_list,
-    "orderedlist": Text.take_list,
-    "table": Text.take_table,
-    "verbatim": Text.take_code,
-    "preformatted": Text.take_code,
-}
-
-
-def inline(node):
-    text = (node.text or "") + "".join(inline(child) + (child.tail or "") for child in node)
-    return f"{BOLD}{text}{PLAIN}" if node.tag == "computeroutput" else text
-
-
-def described(node):
-    """The first sentence, which Doxygen keeps apart, and the rest in one."""
-    text, rest = Text(node.find("briefdescription")), Text(node.find("detaileddescription"))
-    if text.blocks and rest.blocks and not rest.blocks[0][0].startswith((".Bl", ".Bd")):
-        text.blocks[-1] += rest.blocks.pop(0)
-    text.blocks += rest.blocks
-    text.parameters, text.returns = rest.parameters, rest.returns
-    return text
-
-
-def line_of(member):
-    return int(member.find("location").get("line"))
-
-
-def tagged(items):
-    """A list of (heading, lines)."""
-    lines = [".Bl -tag -width Ds"]
-    for heading, text in items:
-        lines += [f".It {heading}", *text]
-    return [*lines, ".El"] if items else []
 
 
 class Function:
@@ -232,38 +99,37 @@ class Header:
                 paragraphs.append(para)
         return Text(paragraphs).lines()
 
-    def variables(self):
-        for node in [self.compound, *self.classes]:
-            if node.get("kind") == "struct":
-                continue
-            for member in node.iter("memberdef"):
-                if member.get("kind") == "variable" and member.get("prot") == "public":
-                    yield member, "" if node is self.compound else plain(node.find("compoundname")) + "::"
-
     def members(self, kind):
-        return [m for m in self.compound.iter("memberdef") if m.get("kind") == kind]
+        """Of the header and its classes, with the name of the class in front: (member, owner)."""
+        for node in [self.compound, *self.classes]:
+            owner = "" if node is self.compound else plain(node.find("compoundname")) + "::"
+            for member in node.iter("memberdef"):
+                if member.get("kind") == kind and member.get("prot") == "public" and node.get("kind") != "struct":
+                    yield member, owner
 
-    def types(self):
-        items = []
+    def structures(self):
         for node in self.classes:
-            if node.get("kind") != "struct":
-                continue
-            fields = [(f"Fa {quoted(declaration(field))}", described(field).lines())
-                      for field in node.iter("memberdef")]
-            items.append((f"Vt {plain(node.find('compoundname'))}", described(node).lines() + tagged(fields)))
-        for member in self.members("typedef"):
-            items.append((f"Vt {quoted(pointers(plain(member.find('definition'))))}", described(member).lines()))
-        for member in self.members("enum"):
+            if node.get("kind") == "struct":
+                fields = [(f"Fa {quoted(declaration(field))}", described(field).lines())
+                          for field in node.iter("memberdef")]
+                yield f"Vt {plain(node.find('compoundname'))}", described(node).lines() + tagged(fields)
+
+    def constants(self):
+        for member, _ in self.members("enum"):
             values = [(f"Dv {value.findtext('name')}", described(value).lines())
                       for value in member.findall("enumvalue")]
-            items.append((quoted("Constants"), described(member).lines() + tagged(values)))
-        for member in self.members("define"):
-            text = described(member).lines()
-            if text:
-                items.append((f"Dv {quoted(definition_head(member))}", text))
-        for member, owner in self.variables():
-            items.append((f"Va {owner}{member.findtext('name')}", described(member).lines()))
-        return tagged(items)
+            yield quoted("Constants"), described(member).lines() + tagged(values)
+
+    def types(self):
+        named = {
+            "typedef": lambda member, _: "Vt " + quoted(pointers(plain(member.find("definition")))),
+            "define": lambda member, _: "Dv " + quoted(macro_head(member)),
+            "variable": lambda member, owner: f"Va {owner}{member.findtext('name')}",
+        }
+        items = [*self.structures(), *self.constants()]
+        for kind, heading in named.items():
+            items += [(heading(member, owner), described(member).lines()) for member, owner in self.members(kind)]
+        return tagged([item for item in items if item[1]])
 
     def examples(self):
         lines = []
@@ -275,34 +141,42 @@ class Header:
         named = re.findall(r"[<(/\s](\w+)\.hp*", (ROOT / "include" / self.include).read_text())
         product = str(self.include.parent)
         found = {f"{other}_{name}" for name in named for other in (product, "qal")}
-        return references(sorted(page for page in pages if page in found and page != self.page))
+        others = sorted(page for page in pages if page in found and page != self.page)
+        return separated("Xr", [*(f"{page} 3" for page in others), "qal 7"], "")
+
+    def names(self):
+        names = separated("Nm", [function.name for function in self.functions], "")
+        return [*names, f".Nd {decapitalised(self.brief)}"]
+
+    def synopsis(self):
+        variables = [f".Vt {quoted(declaration(member, owner) + ';')}"
+                     for member, owner in self.members("variable")]
+        prototypes = [function.prototype() for function in self.functions]
+        return [f".In {self.include}", *variables, *sum(prototypes, [])]
+
+    def description(self):
+        lines, types = self.labelled(None), self.types()
+        lines += [".Ss Types, constants, macros and variables", *types] if types else []
+        for title, text, functions in self.groups:
+            lines += [f".Ss {title or 'Functions'}", *Text(text).lines()]
+            lines += tagged([function.description() for function in functions])
+        return lines
+
+    def results(self):
+        return tagged([function.result() for function in self.functions if function.text.returns])
 
     def write(self, pages, date):
-        description = self.labelled(None)
-        types = self.types()
-        description += [".Ss Types, constants and variables", *types] if types else []
-        for title, text, functions in self.groups:
-            description += [f".Ss {title or 'Functions'}", *Text(text).lines()]
-            description += tagged([function.description() for function in functions])
-        results = [function.result() for function in self.functions if function.text.returns]
-        synopsis = [f".In {self.include}"]
-        for member, owner in self.variables():
-            synopsis.append(f".Vt {quoted(declaration(member, owner) + ';')}")
-        for function in self.functions:
-            synopsis += function.prototype()
-        names = [f".Nm {function.name}" for function in self.functions]
-        sections = [
-            ("NAME", [*(name + " ," for name in names[:-1]), names[-1], f".Nd {decapitalised(self.brief)}"]),
-            ("SYNOPSIS", synopsis),
-            ("DESCRIPTION", description),
-            ("RETURN VALUES", tagged(results)),
-            ("EXAMPLES", self.examples()),
-            ("ERRORS", self.labelled("Errors")),
-            ("THREADS", self.labelled("Threads")),
-            ("SEE ALSO", self.see_also(pages)),
-        ]
         head = [f".Dd {date}", f".Dt {self.page.upper()} 3", ".Os Kalmora"]
-        return page_text(head, sections)
+        return page_text(head, {
+            "NAME": self.names(),
+            "SYNOPSIS": self.synopsis(),
+            "DESCRIPTION": self.description(),
+            "RETURN VALUES": self.results(),
+            "EXAMPLES": self.examples(),
+            "ERRORS": self.labelled("Errors"),
+            "THREADS": self.labelled("Threads"),
+            "SEE ALSO": self.see_also(pages),
+        })
 
 
 def declaration(member, owner=""):
@@ -316,7 +190,7 @@ def pointers(text):
     return re.sub(r"\* (?=\w)", "*", text).replace(") (", ")(")
 
 
-def definition_head(member):
+def macro_head(member):
     names = [plain(param.find("defname")) for param in member.findall("param")]
     return member.findtext("name") + (f"({', '.join(names)})" if names else "")
 
@@ -325,24 +199,24 @@ def decapitalised(text):
     return text if text[1:2].isupper() else text[:1].lower() + text[1:]
 
 
-def references(pages):
-    names = [f".Xr {page} 3 ," for page in pages] + [".Xr qal 7"]
-    return names
+def separated(macro, names, end):
+    """One line for each name, with commas between them."""
+    return [*(f".{macro} {name} ," for name in names[:-1]), f".{macro} {names[-1]} {end}".rstrip()]
 
 
 def page_text(head, sections):
     lines = list(head)
-    for title, text in sections:
+    for title, text in sections.items():
         lines += [f".Sh {title}", *text] if text else []
     return "\n".join(lines) + "\n"
 
 
 def areas(headers):
+    """Each header's page with its purpose and its functions."""
     items = []
     for header in headers:
-        names = [f".Fn {function.name}" for function in header.functions]
-        listed = [*(name + " ," for name in names[:-1]), names[-1] + " ."]
-        items.append((f"Xr {header.page} 3", prose(header.brief + ":") + listed))
+        functions = separated("Fn", [function.name for function in header.functions], ".")
+        items.append((f"Xr {header.page} 3", prose(header.brief + ":") + functions))
     return tagged(items)
 
 
@@ -362,6 +236,10 @@ def overview(template, headers, compounds):
     return template
 
 
+def library_first(header):
+    return header.include.parts[0] != "qal", header.page
+
+
 def main(xml, manual):
     index = ET.parse(xml / "index.xml")
     files = [entry.get("refid") for entry in index.iter("compound") if entry.get("kind") == "file"]
@@ -369,7 +247,7 @@ def main(xml, manual):
     by_name = {compound.findtext("compoundname"): compound for compound in compounds}
     headers = [Header(xml, compound) for compound in compounds
                if compound.find("location").get("file").endswith((".h", ".hpp"))]
-    headers = sorted((h for h in headers if h.functions), key=lambda h: (h.include.parent != pathlib.PurePosixPath("qal"), h.page))
+    headers = sorted((header for header in headers if header.functions), key=library_first)
     template = (manual / "qal.7.in").read_text()
     date = re.search(r"^\.Dd (.*)$", template, re.M).group(1)
     for old in manual.glob("*.3"):

@@ -19,13 +19,12 @@ def colour_of(line):
     return next((colour for pattern, colour in COLOURS if pattern.match(line)), "#c9d1d9")
 
 
-def text(number, line):
-    """A line has the same width whatever font there is."""
-    indent = len(line) - len(line.lstrip())
-    words = line.strip()
-    x, y = MARGIN + indent * CHARACTER, MARGIN + 14 + number * LINE
-    return (f'<text x="{x:.1f}" y="{y}" fill="{colour_of(line)}" textLength="{len(words) * CHARACTER:.1f}">'
-            f"{html.escape(words)}</text>")
+def texts(number, line):
+    """One for each column, so that it begins where it should, whatever font there is."""
+    for words in re.finditer(r"\S+(?: \S+)*", line):
+        x, y = MARGIN + words.start() * CHARACTER, MARGIN + 14 + number * LINE
+        yield (f'<text x="{x:.1f}" y="{y}" fill="{colour_of(line)}"'
+               f' textLength="{len(words.group()) * CHARACTER:.1f}">{html.escape(words.group())}</text>')
 
 
 def picture(lines):
@@ -33,9 +32,9 @@ def picture(lines):
     height = 2 * MARGIN + len(lines) * LINE
     return "\n".join([
         f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width:.0f} {height}" width="{width:.0f}"'
-        f' height="{height}" xml:space="preserve" font-family="ui-monospace, Menlo, DejaVu Sans Mono, monospace" font-size="13">',
+        f' height="{height}" font-family="ui-monospace, Menlo, DejaVu Sans Mono, monospace" font-size="13">',
         f'<rect width="{width:.0f}" height="{height}" rx="8" fill="#161b22"/>',
-        *(text(number, line) for number, line in enumerate(lines) if line.strip()),
+        *(text for number, line in enumerate(lines) for text in texts(number, line)),
         "</svg>",
     ]) + "\n"
 

@@ -6,7 +6,7 @@
 int main(void) {
   char *first = qal_temp_mem_alloc(5000);
   if (!first) return 1;
-  strcpy(first, "scratch");
+  memset(first, 0, 5000);      /* the work */
   qal_temp_mem_release(first); /* kept, not freed */
 
   char *second = qal_temp_mem_alloc(200);

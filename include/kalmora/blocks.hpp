@@ -1,6 +1,6 @@
 /** @file
  *  Compressed blocks in a stream: the programs' pair, with a level that can be set and counters
- * that can be asked. The format, the limits and the results are those of <qal/blocks.h>. C++ only.
+ *  that can be asked. The format, the limits and the results are those of <qal/blocks.h>. C++ only.
  *
  *  Threads: different streams may be used by different threads at once; the level and the counters
  *  are those of the whole process, and any thread may ask and set them.

@@ -8,8 +8,8 @@
  *  routine allocates is released with the C library's `free` or with our_freenamelist().
  *
  *  Errors: results that are failures are small negative numbers, not status codes; every routine
- * says which. None of them reports anything, but for the allocator (see qal/alloc.h) when memory
- * for a user's password entry is short.
+ *  says which. None of them reports anything, but for the allocator (see qal/alloc.h) when memory
+ *  for a user's password entry is short.
  *
  *  Threads: only change_rsh() keeps state, which belongs to one thread at a time. our_tempdir()
  *  reads the environment, which nobody may change meanwhile.

@@ -20,7 +20,7 @@
  *  the first request is made and may be missing: the record is then deleted without a request.
  *
  *  Threads: one sweep at a time, as nothing here is guarded against a second thread. A host that
- * calls libcurl itself initialises it before the first sweep, because loading it does so, too.
+ *  calls libcurl itself initialises it before the first sweep, because loading it does so, too.
  *
  *  Source: app/sweep.cpp, app/record.cpp, app/notify.cpp. */
 #ifndef KALMORA_SWEEP_HPP

@@ -36,7 +36,7 @@ typedef struct QalThreadBarrier {
 QAL_API int qal_thread_barrier_init(QalThreadBarrier *b);
 
 /** Lets the next arrival fix the size anew. Only while no thread is at the barrier. Null is
- * ignored.
+ *  ignored.
  */
 QAL_API void qal_thread_barrier_reinit(QalThreadBarrier *b);
 

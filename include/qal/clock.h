@@ -7,7 +7,7 @@
  *
  *  The stopwatches ("timers") add up the running time of a phase of work. There is one table of
  *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else.
- * Timers take their number by address.
+ *  Timers take their number by address.
  *
  *  Errors: the clock functions cannot fail. Mistakes with timers are reported through qal_error and
  *  in no other way.

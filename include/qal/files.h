@@ -106,8 +106,8 @@ QAL_API int qal_file_unlink(const char *path);
 /** Removes a directory, on request with everything in it.
  *
  *  The recursive removal turns each backslash in `path` into a slash. In each directory the files,
- * the hidden too, go before the subdirectories. It stops at the first failure; what is gone by then
- * stays gone. It fails, and never reaches outside the directory, when it meets
+ *  the hidden too, go before the subdirectories. It stops at the first failure; what is gone by
+ *  then stays gone. It fails, and never reaches outside the directory, when it meets
  *    - a link to a directory, also as `path` itself: the link and its target stay (a link to a file
  *      is removed, the file stays);
  *    - a link that leads nowhere;

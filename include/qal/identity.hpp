@@ -10,7 +10,7 @@
  *  again or the object ends.
  *
  *  Errors: product and component codes come from the program itself, so one that is not assigned is
- * a programming error and ends the process.
+ *  a programming error and ends the process.
  *
  *  Threads: nothing is locked. Set the object up before other threads start; even asking for a name
  *  writes into the object.

@@ -8,7 +8,7 @@
  *  that does not fit is refused, never cut.
  *
  *  Errors: nothing is reported to the logger, except that qal_get_norm_path, qal_expand_pathname
- * and qal_valid_pathname_range allocate through qal_malloc, which reports its own failures.
+ *  and qal_valid_pathname_range allocate through qal_malloc, which reports its own failures.
  *
  *  Threads: any thread may call. The working directory belongs to the whole process.
  *

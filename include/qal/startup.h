@@ -2,7 +2,7 @@
  *  Starting the library and shutting it down, and the cache directory.
  *
  *  The cache directory is one text for the whole process, which the library only keeps for its
- * host.
+ *  host.
  *
  *  Threads: all of it belongs to the main thread: start the library before other threads run, and
  *  shut it down after they ended.

@@ -7,9 +7,9 @@
  *  Every thread that is started must be joined: nothing else frees its slot.
  *
  *  Errors: results are 0 for success and -1 for failure unless a function says otherwise. A null
- * pointer gives -1 and changes nothing. Before a lock, unlock, wait, signal, broadcast or semaphore
- *  operation answers -1 for a refusal of the platform it calls qal_stop_here (logger.h), where a
- *  debugger can wait for it.
+ *  pointer gives -1 and changes nothing. Before a lock, unlock, wait, signal, broadcast or
+ *  semaphore operation answers -1 for a refusal of the platform it calls qal_stop_here (logger.h),
+ *  where a debugger can wait for it.
  *
  *  Threads: qal_utils_init (startup.h) sets the layer up. Mutexes, conditions and semaphores may be
  *  used before that; everything else may be called by any thread once it has run.

@@ -38,8 +38,8 @@ enum {
  *  `*` and `?` match every byte, `/` and a leading `.` included. Letters match exactly. In a set,
  *  `^` or `!` in front negates, the first member counts as one even if it is `]`, and ranges
  *  compare signed bytes: those above 0x7F come before the others. A backslash makes the next byte
- * literal, inside a set too. A backslash at the end of the pattern and a set that is never closed
- * match nothing.
+ *  literal, inside a set too. A backslash at the end of the pattern and a set that is never closed
+ *  match nothing.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param name     the name; borrowed. A name of 1024 bytes or more matches no pattern.
