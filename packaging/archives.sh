@@ -10,9 +10,11 @@ sources=$directory/qal-$version.tar.gz
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 
+logged() { "$@" >"$directory/log" || { tail -n 50 "$directory/log"; return 1; }; }
+
 pack() {
   rm -rf "$directory/packed"
-  cpack --config "$directory/build/CPackConfig.cmake" -B "$directory/packed"
+  logged cpack --config "$directory/build/CPackConfig.cmake" -B "$directory/packed"
   rm -rf "$directory/packed/_CPack_Packages"
 }
 
@@ -22,16 +24,11 @@ rm -rf "$directory"
 mkdir -p "$directory"
 git archive --prefix="qal-$version/" --output "$sources" HEAD
 tar -xf "$sources" -C "$directory"
-{
-  cmake -S "$directory/qal-$version" -B "$directory/build" -G Ninja -DQAL_BUILD_TESTS=OFF
-  cmake --build "$directory/build"
-  pack
-} >"$directory/build.log" || {
-  tail -n 50 "$directory/build.log"
-  exit 1
-}
+logged cmake -S "$directory/qal-$version" -B "$directory/build" -G Ninja -DQAL_BUILD_TESTS=OFF
+logged cmake --build "$directory/build"
+pack
 first=$(sums)
-pack >"$directory/build.log"
+pack
 diff <(echo "$first") <(sums)
 mv "$directory"/packed/*.tar.gz "$directory"
 

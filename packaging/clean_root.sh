@@ -49,7 +49,7 @@ expect() {
 
 newcomer() { in_root sh -c "cd /newcomer && $1"; }
 
-[[ -e $base ]] || make_base
+if [[ ! -e $base ]]; then make_base; fi
 rm -rf "$root"
 mkdir "$root"
 tar -xf "$base" -C "$root"
