@@ -1,4 +1,4 @@
-# Installation: the tool, the libraries with their headers, the CMake package and qal.pc.
+# Installation: the tool, the libraries with their headers, the CMake package, qal.pc and the manual.
 install(TARGETS kalmora-sweep RUNTIME COMPONENT runtime)
 install(
   TARGETS qal kalmora
@@ -46,3 +46,24 @@ install(
   FILES ${PROJECT_BINARY_DIR}/qal.pc
   DESTINATION ${qal_pc_dir}
   COMPONENT development)
+
+file(GLOB tool_pages CONFIGURE_DEPENDS docs/man/*.1)
+install(
+  FILES ${tool_pages}
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+  COMPONENT runtime)
+foreach(section 3 7)
+  file(GLOB library_pages CONFIGURE_DEPENDS docs/man/*.${section})
+  install(
+    FILES ${library_pages}
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+    COMPONENT documentation)
+endforeach()
+
+# Each component may travel alone, and the licence goes with it.
+foreach(component runtime development documentation)
+  install(
+    FILES LICENSE
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT ${component})
+endforeach()

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Builds the Debian packages of the last commit, source and binary, in a new directory.
+set -euo pipefail
+directory=$(realpath -m "${1:?a directory to build in}")
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+version=$(sed -n 's/^  VERSION //p' CMakeLists.txt)
+packaged=$(dpkg-parsechangelog -l packaging/debian/changelog -S Version)
+if [[ $packaged != "$version" ]]; then
+  echo "CMakeLists.txt is at version $version, packaging/debian/changelog at $packaged"
+  exit 1
+fi
+
+rm -rf "$directory"
+mkdir -p "$directory"
+git archive --prefix="qal-$version/" HEAD | tar -x -C "$directory"
+SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+export SOURCE_DATE_EPOCH
+cd "$directory/qal-$version"
+cp -r packaging/debian debian
+dpkg-buildpackage --unsigned-source --unsigned-changes -j2 >../build.log 2>&1 || {
+  tail -n 50 ../build.log
+  exit 1
+}

@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Installs the packages in a minimal Debian 12, uses them as a newcomer would, removes them and
+# looks for what is left.
+set -euo pipefail
+packages=${1:?the directory of the packages}
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+if [[ $EUID -ne 0 ]]; then
+  echo "NOT CHECKED: only root can install into a root directory of its own"
+  exit
+fi
+
+# Kept from run to run: a Debian with a compiler and a reader for manual pages, and nothing else.
+base=build/package/bookworm.tar
+root=build/package/root
+
+make_base() {
+  local new=$base.new
+  rm -rf "$root"
+  debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config bookworm "$root" >"$base.log" || {
+    tail "$base.log"
+    return 1
+  }
+  tar -cf "$new" -C "$root" .
+  mv "$new" "$base"
+}
+
+in_root() {
+  chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
+    DEBIAN_FRONTEND=noninteractive "$@"
+}
+
+quietly() { "$@" >"$root.log" 2>&1 || { cat "$root.log"; return 1; }; }
+
+# Logs, caches and the package manager's own lists change with whatever is installed.
+files() {
+  (cd "$root" && find . \( -path ./newcomer -o -path ./tmp -o -path ./var/cache -o -path ./var/log \
+    -o -path ./var/lib/apt -o -path './var/lib/dpkg/*-old' \) -prune -o -print | sort)
+}
+
+expect() {
+  local what=$1 wanted=$2 got=$3
+  if [[ $got != "$wanted" ]]; then
+    echo "FAILED: $what: expected '$wanted', got '$got'"
+    exit 1
+  fi
+  echo "ok: $what"
+}
+
+newcomer() { in_root sh -c "cd /newcomer && $1"; }
+
+if [[ ! -e $base ]]; then make_base; fi
+rm -rf "$root"
+mkdir "$root"
+tar -xf "$base" -C "$root"
+mkdir "$root/newcomer"
+find "$packages" -maxdepth 1 -name '*.deb' ! -name '*-dbgsym_*' -exec cp -t "$root/newcomer" {} +
+awk '/^```/ { inside = $0 == "```c"; next } inside' README.md >"$root/newcomer/mine.c"
+quietly in_root apt-get update
+before=$(files)
+
+quietly newcomer 'apt-get install -y --no-install-recommends ./*.deb'
+echo "ok: apt installs $(cd "$root/newcomer" && echo *.deb)"
+
+echo incomplete >"$root/newcomer/halix_server1.dat"
+expect "the tool says nothing" "" "$(newcomer 'TMPDIR=/newcomer kalmora-sweep 2>&1')"
+expect "the tool settles a record" "" "$(find "$root/newcomer" -name '*.dat')"
+# shellcheck disable=SC2016  # for the shell in there
+expect "the README's program runs" scenes/engine/parts \
+  "$(newcomer 'cc mine.c $(pkg-config --cflags --libs qal) && ./a.out')"
+# shellcheck disable=SC2016
+expect "a packaged example runs" "$(cat examples/pooled_records.txt)" "$(newcomer \
+  'cc /usr/share/doc/libqal-dev/examples/pooled_records.c $(pkg-config --cflags --libs qal) && ./a.out')"
+expect "man shows the tool's page" kalmora-sweep \
+  "$(newcomer 'man kalmora-sweep' | grep -o -m 1 kalmora-sweep)"
+expect "man shows the library's page" qal "$(newcomer 'man 7 qal' | grep -o -m 1 -w qal)"
+
+quietly in_root apt-get purge -y kalmora-sweep libqal1 libqal-dev qal-doc
+quietly in_root apt-get autoremove --purge -y
+expect "nothing is left" "" "$(diff <(echo "$before") <(files))"
+rm -rf "$root"
