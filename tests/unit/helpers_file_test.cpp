@@ -182,7 +182,7 @@ TEST(TildeExpand, WritesNothingWithoutRoom) {
 // Runs in a child whose only setting is TMPDIR, or none at all.
 void with_tmpdir(const char *value, const std::function<void()> &body) {
   const auto child = run_in_child([&] {
-    clearenv();
+    qal::test::clear_environment();
     if (value) setenv("TMPDIR", value, 1);
     body();
   });
