@@ -2,9 +2,10 @@
 # Looks at what a cross build for macOS made: check_products.sh BUILD-DIRECTORY.
 set -euo pipefail
 build=$1
+prefix=$build/installed
 case $build in
-  *x86_64*) machine='64-bit x86_64' ;;
-  *aarch64*) machine='64-bit arm64' ;;
+  *x86_64*) processor=x86_64 ;;
+  *aarch64*) processor=aarch64 ;;
 esac
 
 fail() {
@@ -12,28 +13,38 @@ fail() {
   exit 1
 }
 
-expect_kind() {
-  local found
-  found=$(file --brief "$1")
-  [[ $found == "Mach-O $machine $2"* ]] || fail "$1 is no $2 for the processor but: $found"
+expect() {
+  local what=$1 pattern=$2
+  grep -qE "$pattern" || fail "$what: no $pattern"
 }
 
 # Every function that the C surface promises, as the contract program lists them.
 promised() { grep -oP '^  HAS\([^,]*, \K\w+' tests/contract/c11_surface.c | sort -u; }
 
-exported() { llvm-nm --extern-only --defined-only "$@" 2>/dev/null | awk 'NF == 3 {print substr($3, 2)}' | sort -u; }
+exported() { llvm-nm --extern-only --defined-only "$1" | awk 'NF == 3 {print substr($3, 2)}' | sort -u; }
 
-expect_surface() {
+check_surface() {
   local missing
   missing=$(comm -23 <(promised) <(exported "$1"))
   [[ -z $missing ]] || fail "$1 lacks $missing"
 }
 
-expect_kind "$build/kalmora-sweep" executable
+check_file() { llvm-readobj --file-header "$1" | tr -d '\n' | expect "$1" "Arch: $processor.*FileType: $2 "; }
+
+# The tool finds the library from where it lies itself, and the library goes by its major version.
+check_shared() {
+  check_file "$prefix/lib/libqal.1.dylib" DynamicLibrary
+  llvm-objdump --macho --dylib-id "$prefix/lib/libqal.1.dylib" | expect 'name of the library' '^@rpath/libqal\.1\.dylib$'
+  llvm-objdump --macho --dylibs-used "$prefix/bin/kalmora-sweep" | expect 'libraries of the tool' '@rpath/libqal\.1\.dylib '
+  llvm-objdump --macho --rpaths "$prefix/bin/kalmora-sweep" | expect 'paths of the tool' '^@loader_path/\.\./lib$'
+}
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+check_file "$prefix/bin/kalmora-sweep" Executable
+llvm-objdump --macho --dylibs-used "$prefix/bin/kalmora-sweep" | expect 'libraries of the tool' '/usr/lib/libz\.1\.dylib '
 if [[ $build == *-shared ]]; then
-  library=$build/libqal.1.dylib
-  expect_kind "$library" 'dynamically linked shared library'
+  check_shared
+  check_surface "$prefix/lib/libqal.dylib"
 else
-  library=$build/libqal.a
+  check_surface "$prefix/lib/libqal.a"
 fi
-expect_surface "$library"
