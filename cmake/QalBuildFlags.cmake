@@ -57,7 +57,8 @@ target_link_libraries(qal_build_flags INTERFACE qal_common_flags)
 if(NOT QAL_SANITIZE AND NOT QAL_COVERAGE)
   # The sanitizers replace what these would check; a coverage build is not optimised.
   target_compile_options(
-    qal_build_flags INTERFACE -fstack-protector-strong -fstack-clash-protection
+    qal_build_flags INTERFACE -fstack-protector-strong
+                              $<$<NOT:$<PLATFORM_ID:Darwin>>:-fstack-clash-protection>
                               $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86" AND NOT APPLE)

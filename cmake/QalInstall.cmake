@@ -31,6 +31,9 @@ install(
 
 # A static library cannot name what it needs itself, so the package file does it for every link.
 set(qal_pc_private "-lz -pthread")
+if(APPLE AND QAL_FOUNDATION)
+  string(APPEND qal_pc_private " ${qal_foundation}")
+endif()
 if(BUILD_SHARED_LIBS)
   set(qal_pc_libs "")
   set(qal_pc_libs_private ${qal_pc_private})

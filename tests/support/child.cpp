@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+extern char **environ;
+
 namespace qal::test {
 namespace {
 
@@ -120,6 +122,11 @@ void become_unprivileged() {
     std::perror("cannot give up root");
     std::abort();
   }
+}
+
+void clear_environment() {
+  static char *nothing[] = {nullptr};
+  environ = nothing;
 }
 
 ChildResult run_unprivileged(const std::function<void()> &body) {

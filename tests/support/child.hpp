@@ -30,4 +30,6 @@ ChildResult run_program(const std::vector<std::string> &arguments,
 
 void become_unprivileged();
 
+void clear_environment();
+
 }  // namespace qal::test

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,9 +28,14 @@ bool reachable_by_everybody(const fs::path &path) {
 }
 
 // The tool itself is started from a scratch directory.
-bool runs_programs(const fs::path &path) {
-  struct statvfs info;
-  return statvfs(path.c_str(), &info) == 0 && !(info.f_flag & ST_NOEXEC);
+bool runs_programs(const fs::path &directory) {
+  std::string probe = directory / "qal-test-XXXXXX";
+  const int file = mkstemp(probe.data());
+  if (file < 0) return false;
+  const bool runs = fchmod(file, 0700) == 0 && access(probe.c_str(), X_OK) == 0;
+  close(file);
+  unlink(probe.c_str());
+  return runs;
 }
 
 fs::path scratch_base() {

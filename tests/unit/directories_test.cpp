@@ -20,6 +20,7 @@
 
 namespace {
 
+using qal::test::clear_environment;
 using qal::test::LogCapture;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
@@ -40,7 +41,7 @@ std::string real_home() {
 
 void in_child(const Settings &settings, const std::function<void()> &body) {
   const auto child = run_in_child([&] {
-    clearenv();
+    clear_environment();
     for (const auto &[name, value] : settings) setenv(name.c_str(), value.c_str(), 1);
     body();
   });
@@ -65,7 +66,7 @@ void resolved(const Settings &settings, const std::function<void()> &checks) {
 
 std::string root_for(const char *value) {
   const auto child = run_in_child([&] {
-    clearenv();
+    clear_environment();
     if (value) setenv("ZUL_HOME", value, 1);
     std::fputs(qal_zul_home(), stdout);
   });
@@ -547,7 +548,7 @@ TEST(DirectoryResolve, HoldsTheTreesWithinTheirRoomAroundEachLimit) {
 
 std::string log_for(const std::string &tmpdir) {
   const auto child = run_in_child([&] {
-    clearenv();
+    clear_environment();
     setenv("TMPDIR", tmpdir.c_str(), 1);
     const LogCapture log;
     resolve();

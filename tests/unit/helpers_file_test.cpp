@@ -25,6 +25,7 @@
 
 namespace {
 
+using qal::test::clear_environment;
 using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::run_in_child;
@@ -182,7 +183,7 @@ TEST(TildeExpand, WritesNothingWithoutRoom) {
 // Runs in a child whose only setting is TMPDIR, or none at all.
 void with_tmpdir(const char *value, const std::function<void()> &body) {
   const auto child = run_in_child([&] {
-    clearenv();
+    clear_environment();
     if (value) setenv("TMPDIR", value, 1);
     body();
   });

@@ -230,12 +230,6 @@ TEST(LoggerLevels, CutALongerLineBehindATimeStamp) {
   EXPECT_EQ(log.lines()[0].substr(8, 9), " FATAL: m");
 }
 
-TEST(LoggerLevels, KeepTheMarkerWhenTheArgumentsCannotBeConverted) {
-  const LogCapture log;
-  qal_error("before %ls after\n", L"\x20ac");  // no such character in the C locale
-  EXPECT_THAT(log.lines(), ElementsAre("ERROR: "));
-}
-
 TEST(LoggerLevels, DoNothingWithoutCallback) {
   const auto child = run_in_child([] {
     qal_info("x %d\n", 1);
@@ -272,18 +266,6 @@ TEST(LoggerLevels, KeepErrnoAcrossACallbackThatSetsIt) {
   qal_info("line\n");
   qal_log("line\n");
   EXPECT_EQ(errno, ENOTDIR);
-}
-
-TEST(LoggerLevels, ShowTheCallersErrnoBehindATimeStamp) {
-  setenv("TZ", ":/no/such/zone", 1);  // looking for it sets errno inside
-  const LogCapture log;
-  qal_logger_time_stamp(1);
-  errno = ENOTDIR;
-  char reason[100];
-  std::snprintf(reason, sizeof reason, "%m\n");
-  errno = ENOTDIR;
-  qal_error("%m\n");
-  EXPECT_THAT(log.text(), testing::EndsWith(std::string(" ERROR: ") + reason));
 }
 
 TEST(LoggerLevels, ComposeEachThreadsLinesApart) {
@@ -591,10 +573,6 @@ TEST(LoggerVsprintf, FormatsAsPrintfDoes) {
 TEST(LoggerVsprintf, HasNoBoundOfItsOwn) {
   const std::string text(100'000, 't');
   EXPECT_EQ(formatted(text.size() + 1, "%s", text.c_str()), text);
-}
-
-TEST(LoggerVsprintf, AnswersAnEmptyTextWhenTheArgumentsCannotBeConverted) {
-  EXPECT_EQ(formatted(64, "before %ls", L"\x20ac"), "");
 }
 
 }  // namespace

@@ -352,7 +352,8 @@ TEST_F(PipeOpenChild, KeepsTheSignalsOfTheParent) {
     sigprocmask(SIG_UNBLOCK, &mask, nullptr);
     Command command("kill -USR1 $$; echo alive", "r");
     EXPECT_EQ(rest_of(command.stream.get()), "");
-    EXPECT_TRUE(WIFSIGNALED(wait_for(command.pid)));
+    const int status = wait_for(command.pid);
+    EXPECT_TRUE(WIFSIGNALED(status));
   });
   EXPECT_TRUE(child.exited_with(0)) << child.out;
 }

@@ -20,11 +20,15 @@ NSString *formatted(const char *format, NSStringEncoding encoding, std::va_list 
   return [[[NSString alloc] initWithFormat:pattern arguments:arguments] autorelease];
 }
 
-void copy_cut(char *out, std::size_t room, const char *text, std::size_t length) {
-  if (room == 0) return;
+// Answers the length of the whole text.
+int copy_cut(char *out, std::size_t room, const char *text) {
+  const std::size_t length = std::strlen(text);
+  if (length > INT_MAX) return -1;
+  if (room == 0) return static_cast<int>(length);
   const std::size_t kept = std::min(length, room - 1);
   std::memcpy(out, text, kept);
   out[kept] = '\0';
+  return static_cast<int>(length);
 }
 
 }  // namespace
@@ -32,12 +36,16 @@ void copy_cut(char *out, std::size_t room, const char *text, std::size_t length)
 int format_text(char *out, std::size_t room, const char *format, std::va_list arguments) {
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   const NSStringEncoding encoding = [NSString defaultCStringEncoding];
-  // Null where the text has no form in that encoding.
-  const char *text = [formatted(format, encoding, arguments) cStringUsingEncoding:encoding];
-  const std::size_t length = text ? std::strlen(text) : 0;
-  copy_cut(out, room, text ? text : "", length);
+  int length = -1;
+  @try {
+    const char *text = [formatted(format, encoding, arguments) cStringUsingEncoding:encoding];
+    // Null where the text has no form in that encoding.
+    if (text) length = copy_cut(out, room, text);
+  } @catch (id) {
+    // An object could not describe itself, or that encoding is refused with an exception instead.
+  }
   [pool drain];
-  return text && length <= INT_MAX ? static_cast<int>(length) : -1;
+  return length;
 }
 
 }  // namespace qal::internal::platform

@@ -1,0 +1,23 @@
+# The platform's string class, through which texts are formatted on macOS. Elsewhere GNUstep's stands
+# in for it, so that the same source can be built and tested; such a build is not for installing.
+if(APPLE AND NOT CMAKE_CROSSCOMPILING)
+  set(has_foundation ON)
+else()
+  set(has_foundation OFF)
+endif()
+option(QAL_FOUNDATION "Format texts through the platform's string class" ${has_foundation})
+
+if(QAL_FOUNDATION)
+  set(CMAKE_OBJCXX_COMPILER ${CMAKE_CXX_COMPILER})
+  enable_language(OBJCXX)
+  set(CMAKE_OBJCXX_STANDARD ${CMAKE_CXX_STANDARD})
+  set(CMAKE_OBJCXX_STANDARD_REQUIRED ON)
+  set(CMAKE_OBJCXX_EXTENSIONS OFF)
+  set(CMAKE_OBJCXX_VISIBILITY_PRESET ${CMAKE_CXX_VISIBILITY_PRESET})
+  if(APPLE)
+    set(qal_foundation "-framework Foundation")
+  else()
+    include(cmake/GnuStep.cmake)
+    set(qal_foundation $<BUILD_INTERFACE:qal_gnustep>)
+  endif()
+endif()
