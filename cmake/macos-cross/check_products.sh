@@ -39,6 +39,7 @@ check_shared() {
   llvm-objdump --macho --rpaths "$prefix/bin/kalmora-sweep" | expect 'paths of the tool' '^@loader_path/\.\./lib$'
 }
 
+rm -rf "$prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 check_file "$prefix/bin/kalmora-sweep" Executable
 llvm-objdump --macho --dylibs-used "$prefix/bin/kalmora-sweep" | expect 'libraries of the tool' '/usr/lib/libz\.1\.dylib '

@@ -10,6 +10,8 @@ set(zig ${cross_tools}/zig-0.11.0/zig)
 set(zig_flags -target ${QAL_MACOS_PROCESSOR}-macos -fno-sanitize=undefined)
 set(CMAKE_C_COMPILER ${zig} cc ${zig_flags})
 set(CMAKE_CXX_COMPILER ${zig} c++ ${zig_flags})
+# Linking what CMake tries would have Zig build the C++ runtime in a mode that nothing else needs.
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 # CMake asks compilers for this in a way that Zig refuses.
 set(CMAKE_SIZEOF_VOID_P 8)
 find_program(CMAKE_AR NAMES llvm-ar REQUIRED)
