@@ -68,6 +68,21 @@ QAL_PRINTF(2, 3) void format_again(void *stream, const char *format, ...) {
 std::function<void(const char *line)> during_delivery;
 void run_during_delivery(void *, const char *line, ...) { during_delivery(line); }
 
+// Four threads log the same word of their own over and over; a fifth does `beside` meanwhile.
+void log_words_from_four_threads(const std::function<void()> &beside) {
+  qal_logger_init(nullptr, &record_console_locked, nullptr, nullptr);
+  std::vector<std::thread> threads;
+  for (char letter = 'a'; letter < 'e'; ++letter) {
+    threads.emplace_back([letter] {
+      const std::string word(100, letter);
+      for (int i = 0; i < 500; ++i) qal_info("%s", word.c_str());
+    });
+  }
+  threads.emplace_back(beside);
+  for (auto &thread : threads) thread.join();
+  EXPECT_EQ(console_calls.size(), 2000U);
+}
+
 // What the ready-made callback writes while `body` runs.
 std::string written_by(const std::function<void(std::FILE *)> &body) {
   const ScratchDir scratch;
@@ -285,21 +300,6 @@ TEST(LoggerLevels, ShowTheCallersErrnoBehindATimeStamp) {
   errno = ENOTDIR;
   qal_error("%m\n");
   EXPECT_THAT(log.text(), testing::EndsWith(std::string(" ERROR: ") + reason));
-}
-
-// Four threads log the same word of their own over and over; a fifth does `beside` meanwhile.
-void log_words_from_four_threads(const std::function<void()> &beside) {
-  qal_logger_init(nullptr, &record_console_locked, nullptr, nullptr);
-  std::vector<std::thread> threads;
-  for (char letter = 'a'; letter < 'e'; ++letter) {
-    threads.emplace_back([letter] {
-      const std::string word(100, letter);
-      for (int i = 0; i < 500; ++i) qal_info("%s", word.c_str());
-    });
-  }
-  threads.emplace_back(beside);
-  for (auto &thread : threads) thread.join();
-  EXPECT_EQ(console_calls.size(), 2000U);
 }
 
 TEST(LoggerLevels, ComposeEachThreadsLinesApart) {
