@@ -1,10 +1,12 @@
 // Barriers and reductions over a platform that refuses, in a chosen order of arrival, and with
-// threads held back where it would hurt.
+// threads held back where it would hurt. Linked with sched_yield and the steady clock wrapped, too.
 #include <gtest/gtest.h>
 #include <qal/barrier.h>
 
+#include <atomic>
 #include <bit>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -22,6 +24,35 @@
 namespace {
 
 using qal::internal::Patience;
+using Clock = Patience::Clock;
+using std::chrono::microseconds;
+
+// A clock that stands still but for the turns that others take.
+struct {
+  bool is_used = false;
+  Clock::time_point now{};
+  microseconds turn{0};
+} still_clock;
+std::atomic<int> turns{0};
+
+}  // namespace
+
+Clock::time_point real_now() __asm__("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+Clock::time_point wrapped_now() __asm__("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+Clock::time_point wrapped_now() { return still_clock.is_used ? still_clock.now : real_now(); }
+
+extern "C" {
+int __real_sched_yield();
+int __wrap_sched_yield() {
+  ++turns;
+  if (!still_clock.is_used) return __real_sched_yield();
+  still_clock.now += still_clock.turn;
+  return 0;
+}
+}
+
+namespace {
+
 using qal::test::await;
 using qal::test::calls;
 using qal::test::LogCapture;
@@ -52,7 +83,27 @@ class BarrierFault : public Threads {
   int stops_before_ = 0;
 };
 
-using BarrierPatience = BarrierFault;
+// Under a still clock.
+class BarrierPatience : public BarrierFault {
+ protected:
+  void SetUp() override {
+    BarrierFault::SetUp();
+    still_clock.is_used = true;
+  }
+  void TearDown() override {
+    still_clock.is_used = false;
+    BarrierFault::TearDown();
+  }
+
+  // The turns given to others until one of many threads, which do not spin, goes to sleep.
+  static int turns_in_a_crowd() {
+    const int before = turns;
+    Patience patience(UINT_MAX);
+    while (patience.lasts()) continue;
+    return turns - before;
+  }
+};
+
 using ReduceFault = BarrierFault;
 using ReduceOrder = BarrierFault;
 using ReduceStraggler = BarrierFault;
@@ -181,17 +232,32 @@ TEST_F(BarrierFault, IgnoresAnUnlockingThatThePlatformRefuses) {
   EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
 }
 
-// The bound holds for a crowd, which does not spin.
-TEST_F(BarrierPatience, LetsOthersRunAFewTimesAtMost) {
-  Patience patience(UINT_MAX);
-  int turns = 0;
-  while (patience.lasts()) ++turns;
-  EXPECT_LE(turns, 8);
+TEST_F(BarrierPatience, GivesEightTurnsThatAreNotLong) {
+  EXPECT_EQ(turns_in_a_crowd(), 8);
+  still_clock.turn = microseconds{100};
+  EXPECT_EQ(turns_in_a_crowd(), 8);
 }
 
-TEST_F(BarrierPatience, HasAnEndThoughEverybodyHasAProcessor) {
+TEST_F(BarrierPatience, RestsTwentyTimesAsLongAsALongTurnTook) {
+  still_clock.turn = microseconds{200};
+  EXPECT_EQ(turns_in_a_crowd(), 1);
+  EXPECT_EQ(turns_in_a_crowd(), 0);
+  still_clock.turn = microseconds{0};
+  still_clock.now += microseconds{3999};
+  EXPECT_EQ(turns_in_a_crowd(), 0);
+  still_clock.now += microseconds{1};
+  EXPECT_EQ(turns_in_a_crowd(), 8);
+}
+
+TEST_F(BarrierPatience, SpinsForAMicrosecondWhenEverybodyHasAProcessor) {
+  const int before = turns;
   Patience patience(1);
-  await([&] { return !patience.lasts(); });
+  for (int i = 0; i < 100; ++i) EXPECT_TRUE(patience.lasts());
+  EXPECT_EQ(turns, before);
+  still_clock.now += microseconds{1};
+  for (int i = 0; i < 8; ++i) EXPECT_TRUE(patience.lasts());
+  EXPECT_FALSE(patience.lasts());
+  EXPECT_EQ(turns, before + 8);
 }
 
 struct Operation {

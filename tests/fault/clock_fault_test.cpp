@@ -1,15 +1,17 @@
 // Clocks, dates and timers under a clock that stands where the test puts it. Linked with
-// gettimeofday and time wrapped.
+// gettimeofday, localtime_r and time wrapped.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/clock.h>
 #include <qal/logger.h>
 #include <sys/time.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/log_capture.hpp"
@@ -23,11 +25,13 @@ struct Moment {
 
 std::optional<Moment> fixed;  // the real clock runs while there is none
 int readings = 0;             // of the fixed clock
+std::atomic<int> conversions{0};
 
 }  // namespace
 
 extern "C" {
 int __real_gettimeofday(timeval *now, void *zone);
+std::tm *__real_localtime_r(const std::time_t *second, std::tm *local);
 std::time_t __real_time(std::time_t *now);
 
 int __wrap_gettimeofday(timeval *now, void *zone) {
@@ -36,6 +40,11 @@ int __wrap_gettimeofday(timeval *now, void *zone) {
   now->tv_sec = fixed->seconds;
   now->tv_usec = fixed->microseconds;
   return 0;
+}
+
+std::tm *__wrap_localtime_r(const std::time_t *second, std::tm *local) {
+  ++conversions;
+  return __real_localtime_r(second, local);
 }
 
 std::time_t __wrap_time(std::time_t *now) {
@@ -172,6 +181,65 @@ TEST(ClockFixedDate, FollowsAChangeOfTheTimeZone) {
   EXPECT_THAT(date_numbers(), ElementsAre(2024, 3, 4, 20, 7, 3));
   setenv("TZ", "YYY-9:30", 1);
   EXPECT_THAT(date_numbers(), ElementsAre(2024, 3, 5, 10, 37, 3));
+}
+
+TEST(ClockFixedDate, IsConvertedOnceInASecond) {
+  use_zone("UTC0");
+  const FixedClock clock{some_day};
+  const int before = conversions;
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(date_text(0), "22:13:20");
+  EXPECT_EQ(conversions, before + 1);
+  FixedClock::set(some_day + 1);
+  EXPECT_EQ(date_text(0), "22:13:21");
+  EXPECT_EQ(conversions, before + 2);
+}
+
+// Both may mean the same here, but another machine has another time zone of its own.
+TEST(ClockFixedDate, TellsAnEmptyTimeZoneFromNone) {
+  const FixedClock clock{some_day};
+  setenv("TZ", "XXX5", 1);
+  EXPECT_EQ(date_text(0), "17:13:20");
+  for (int i = 0; i < 2; ++i) {
+    int before = conversions;
+    unsetenv("TZ");
+    date_text(0);
+    EXPECT_EQ(conversions, before + 1);
+    before = conversions;
+    setenv("TZ", "", 1);
+    EXPECT_EQ(date_text(0), "22:13:20");
+    EXPECT_EQ(conversions, before + 1);
+  }
+}
+
+TEST(ClockFixedDate, FollowsTheEndOfTimeZonesOfAnyLength) {
+  const FixedClock clock{some_day};
+  for (const std::size_t size : {8U, 62U, 63U, 64U, 65U, 66U, 200U}) {
+    const std::string zone = "<" + std::string(size - 3, 'a') + ">";
+    for (int i = 0; i < 2; ++i) {
+      setenv("TZ", (zone + "5").c_str(), 1);
+      EXPECT_EQ(date_text(0), "17:13:20") << size;
+      setenv("TZ", (zone + "6").c_str(), 1);
+      EXPECT_EQ(date_text(0), "16:13:20") << size;
+    }
+  }
+}
+
+TEST(ClockFixedDate, FollowsATimeZoneThatIsChangedInPlace) {
+  const FixedClock clock{some_day};
+  static char setting[] = "TZ=XXX5";
+  ASSERT_EQ(putenv(setting), 0);
+  EXPECT_EQ(date_text(0), "17:13:20");
+  setting[6] = '6';
+  EXPECT_EQ(date_text(0), "16:13:20");
+}
+
+TEST(ClockFixedDate, FollowsTheTimeZoneInEveryThread) {
+  const FixedClock clock{some_day};
+  setenv("TZ", "XXX5", 1);
+  EXPECT_EQ(date_text(0), "17:13:20");
+  setenv("TZ", "XXX6", 1);
+  std::thread([] { EXPECT_EQ(date_text(0), "16:13:20"); }).join();
+  EXPECT_EQ(date_text(0), "16:13:20");
 }
 
 TEST(ClockFixedDate, FollowsDaylightSaving) {

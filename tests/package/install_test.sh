@@ -36,6 +36,33 @@ through_find_package() {
   "$build/stranger"
 }
 
+# Links C and C++ units that use the inline accessors of the list headers into one program.
+through_all_languages() {
+  local prefix=$1 level=$2 flags unit objects=$work/accessors
+  rm -rf "$objects" && mkdir "$objects"
+  flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qal.pc)") pkg-config --cflags --libs qal)
+  # shellcheck disable=SC2086  # the flags are words
+  for unit in main from_c; do
+    gcc -std=c11 "$level" -c "tests/package/accessors/$unit.c" $flags -o "$objects/$unit.o"
+  done
+  # shellcheck disable=SC2086
+  g++ -std=c++17 "$level" -c tests/package/accessors/from_cxx.cpp $flags -o "$objects/from_cxx.o"
+  # shellcheck disable=SC2086
+  g++ "$objects"/*.o $flags -Wl,-rpath,"$prefix/lib" -o "$objects/stranger"
+  "$objects/stranger"
+}
+
+exports_accessors() {
+  local prefix=$1 library=libqal.a exported name
+  local table=()
+  if [[ -e $prefix/lib/libqal.so ]]; then library=libqal.so table=(-D); fi
+  exported=$(nm "${table[@]}" --defined-only "$prefix/lib/$library")
+  for name in qal_{list,plist}_{first,last,next,prev}; do
+    grep -q " T $name\$" <<<"$exported" || { echo "$library lacks $name"; return 1; }
+  done
+  echo "$library"
+}
+
 through_pkg_config() {
   local source=$1 prefix=$2 flags
   shift 2
@@ -63,6 +90,10 @@ for shared in OFF ON; do
   check "C through pkg-config" through_pkg_config tests/package/c_project/main.c "$prefix" gcc -std=c11
   check "C++ through pkg-config" through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
   check "the installed tool starts" env -i ZUL_USER_HOMEDIR="$work/home" "$prefix/bin/kalmora-sweep"
+  for level in -O0 -O2; do
+    check "C and C++ units together with $level" through_all_languages "$prefix" "$level"
+  done
+  check "the library exports the inline accessors" exports_accessors "$prefix"
 done
 check "Python through the shared library" from_python "$prefix"
 echo "$passed passed, 0 failed"

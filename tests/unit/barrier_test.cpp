@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -119,6 +120,18 @@ TEST_F(BarrierMeet, TellsTheLastArrivalAlone) {
 
 TEST_F(BarrierMeet, LetsOneThreadPassAtOnce) {
   for (int i = 0; i < 10; ++i) EXPECT_EQ(barrier_.meet(1), 1);
+}
+
+// The first that waits in a process asks how many processors there are.
+TEST_F(BarrierMeet, KeepsErrno) {
+  Worker waiter([this] {
+    errno = 0;
+    EXPECT_EQ(barrier_.meet(2), 0);
+    return errno;
+  });
+  barrier_.await_remaining(1);
+  EXPECT_EQ(barrier_.meet(2), 1);
+  EXPECT_EQ(waiter.join(), 0);
 }
 
 TEST_F(BarrierMeet, ShowsEveryThreadWhatTheOthersWroteBefore) {

@@ -710,6 +710,30 @@ TEST_F(ListSort, RelinksTheElementsThemselves) {
   EXPECT_THAT(payloads_of(list), ElementsAre(payloads[1], payloads[2], payloads[0]));
 }
 
+TEST_F(ListSort, LeavesEndsThatLeadNowhereAndAStartThatCanBeChanged) {
+  item_order = compare_keys;
+  for (const int length : {1, 2, 3, 5, 9, 17, 33, 65}) {
+    QalList *const list = list_of(static_cast<std::size_t>(length));
+    Item item{length, 0};
+    for (void *const payload : payloads_of(list)) {
+      std::memcpy(payload, &item, sizeof item);
+      --item.key;
+    }
+    qal_list_sort(list, &compare_items);
+    ASSERT_EQ(links_of(list->first).prev, nullptr) << length;
+    ASSERT_EQ(links_of(list->last).next, nullptr) << length;
+    Payloads expected = payloads_of(list);
+    void *const start = qal_list_alloc(list);
+    qal_list_insert_before(list, list->first, start);
+    expected.insert(expected.begin(), start);
+    EXPECT_EQ(payloads_of(list), expected);
+    EXPECT_EQ(qal_list_pop(list), start);
+    qal_list_remove(list, expected[1]);
+    expected.erase(expected.begin(), expected.begin() + 2);
+    EXPECT_EQ(payloads_of(list), expected);
+  }
+}
+
 TEST_F(ListThreads, UseListsOfTheirOwnFromOnePool) {
   const Watchdog watchdog;
   run_together(4, [this](int thread) {

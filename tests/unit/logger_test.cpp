@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <qal/clock.h>
 #include <qal/logger.h>
 
 #include <cerrno>
@@ -66,6 +67,21 @@ QAL_PRINTF(2, 3) void format_again(void *stream, const char *format, ...) {
 // A callback that does what a test wants to be done during a delivery.
 std::function<void(const char *line)> during_delivery;
 void run_during_delivery(void *, const char *line, ...) { during_delivery(line); }
+
+// Four threads log the same word of their own over and over; a fifth does `beside` meanwhile.
+void log_words_from_four_threads(const std::function<void()> &beside) {
+  qal_logger_init(nullptr, &record_console_locked, nullptr, nullptr);
+  std::vector<std::thread> threads;
+  for (char letter = 'a'; letter < 'e'; ++letter) {
+    threads.emplace_back([letter] {
+      const std::string word(100, letter);
+      for (int i = 0; i < 500; ++i) qal_info("%s", word.c_str());
+    });
+  }
+  threads.emplace_back(beside);
+  for (auto &thread : threads) thread.join();
+  EXPECT_EQ(console_calls.size(), 2000U);
+}
 
 // What the ready-made callback writes while `body` runs.
 std::string written_by(const std::function<void(std::FILE *)> &body) {
@@ -269,17 +285,21 @@ TEST(LoggerLevels, KeepErrnoAcrossACallbackThatSetsIt) {
 }
 
 TEST(LoggerLevels, ComposeEachThreadsLinesApart) {
-  qal_logger_init(nullptr, &record_console_locked, nullptr, nullptr);
-  std::vector<std::thread> threads;
-  for (char letter = 'a'; letter < 'e'; ++letter) {
-    threads.emplace_back([letter] {
-      const std::string word(100, letter);
-      for (int i = 0; i < 500; ++i) qal_info("%s", word.c_str());
-    });
-  }
-  for (auto &thread : threads) thread.join();
-  EXPECT_EQ(console_calls.size(), 2000U);
+  log_words_from_four_threads([] {});
   for (const auto &[stream, line] : console_calls) EXPECT_EQ(line, std::string(100, line[0]));
+}
+
+TEST(LoggerLevels, StampEachThreadsLinesApart) {
+  setenv("TZ", "UTC0", 1);
+  qal_logger_time_stamp(1);
+  log_words_from_four_threads([] {
+    int date[6];
+    for (int i = 0; i < 500; ++i) qal_date_get(date);
+  });
+  for (const auto &[stream, line] : console_calls) {
+    ASSERT_EQ(line.size(), 109U);
+    EXPECT_EQ(line.substr(8), " " + std::string(100, line[9]));
+  }
 }
 
 TEST(LoggerFatal, ReturnsToItsCaller) {
@@ -474,6 +494,23 @@ TEST(LoggerFunc, KeepsErrno) {
     _qal_logger_func(stream, "%ls", L"\x20ac");
     EXPECT_EQ(errno, ENOTDIR);
   });
+}
+
+TEST(LoggerFunc, KeepsErrnoWhenAFinishedLineCannotBeWritten) {
+  const File full{std::fopen("/dev/full", "wb")};
+  if (!full) GTEST_SKIP() << "no such device";
+  std::setvbuf(full.get(), nullptr, _IONBF, 0);
+  during_delivery = [&](const char *line) {
+    const QalLoggerFunc call = &_qal_logger_func;
+    errno = ENOTDIR;
+    call(full.get(), line);
+    EXPECT_EQ(errno, ENOTDIR) << line;
+    EXPECT_TRUE(std::ferror(full.get()));
+    std::clearerr(full.get());
+  };
+  qal_logger_init(nullptr, &run_during_delivery, nullptr, nullptr);
+  qal_info("%s", "plain\n");
+  qal_info("%s", "100%%\n");
 }
 
 TEST(LoggerFile, ReceivesACopyOfEveryLineAtOnce) {

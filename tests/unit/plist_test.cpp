@@ -604,6 +604,29 @@ TEST_F(PlistSort, RelinksTheNodesThemselves) {
   EXPECT_THAT(nodes_of(list), ElementsAre(nodes[1], nodes[2], nodes[0]));
 }
 
+TEST_F(PlistSort, LeavesEndsThatLeadNowhereAndAStartThatCanBeChanged) {
+  item_order = compare_keys;
+  for (const int length : {1, 2, 3, 5, 9, 17, 33, 65}) {
+    Items items;
+    for (int key = length; key > 0; --key) items.push_back({key, 0});
+    QalPlist *const list = list_of(items.size());
+    auto item = items.begin();
+    for (QalPlistNode *const node : nodes_of(list)) node->data = &*item++;
+    qal_plist_sort(list, &compare_items);
+    ASSERT_EQ(list->first->prev, nullptr) << length;
+    ASSERT_EQ(list->last->next, nullptr) << length;
+    Nodes expected = nodes_of(list);
+    QalPlistNode *const start = qal_plist_alloc();
+    qal_plist_insert_before(list, list->first, start);
+    expected.insert(expected.begin(), start);
+    EXPECT_EQ(nodes_of(list), expected);
+    EXPECT_EQ(qal_plist_pop(list), start);
+    qal_plist_remove(list, expected[1]);
+    expected.erase(expected.begin(), expected.begin() + 2);
+    EXPECT_EQ(nodes_of(list), expected);
+  }
+}
+
 void expect_no_lists() {
   QalPlistNode node{};
   QalPlist list{};

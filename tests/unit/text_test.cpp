@@ -8,14 +8,18 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "support/guarded_text.hpp"
 #include "support/scratch.hpp"
 #include "support/test_locale.hpp"
 #include "support/text_model.hpp"
 
 namespace {
 
+using qal::test::GuardedText;
+using qal::test::raised;
 using qal::test::Replaced;
 using qal::test::replaced_slowly;
 using qal::test::ScratchDir;
@@ -388,12 +392,6 @@ TEST(TextStrcasestr, ComparesHighBytesExactlyWhateverTheLocale) {
 }
 
 TEST(TextStrcasestr, AgreesWithTryingEveryPlace) {
-  const auto raised = [](std::string text) {
-    for (char &c : text) {
-      if (c == 'a') c = 'A';
-    }
-    return text;
-  };
   for (const auto &text : texts_of("aAb\xc1", 5)) {
     for (const auto &needle : texts_of("aAb\xc1", 3)) {
       const auto at = raised(text).find(raised(needle));
@@ -401,6 +399,86 @@ TEST(TextStrcasestr, AgreesWithTryingEveryPlace) {
       Buffer exact(text.size() + 1, text);
       ASSERT_EQ(qal_strcasestr(exact.data(), needle.c_str()), found ? exact.data() + at : nullptr)
           << text << ", " << needle;
+    }
+  }
+}
+
+// Letters between the two given bytes.
+std::string long_needle(std::size_t size, char first, char last) {
+  std::string needle;
+  for (std::size_t i = 0; i < size; ++i) needle += static_cast<char>('a' + i % 23);
+  needle.back() = last;
+  needle.front() = first;
+  return needle;
+}
+
+// Nothing but near misses, most of which share the needle's first and last byte.
+std::string text_without(const std::string &needle, std::size_t length) {
+  std::string miss = needle;
+  miss[miss.size() / 2] = '#';
+  std::string text;
+  while (text.size() < length) text += miss;
+  return text.substr(0, length);
+}
+
+// The lengths where a search goes from one step to the next, each from both sides.
+std::vector<std::size_t> lengths_to_search(std::size_t needle_size) {
+  std::vector<std::size_t> lengths{9000};
+  for (std::size_t length = 127; length <= 146; ++length) lengths.push_back(length);
+  for (std::size_t length = 4090; length <= 4260; length += 10) lengths.push_back(length);
+  const std::size_t window = std::max<std::size_t>(4096, needle_size) + needle_size - 1;
+  for (std::size_t behind = 126; behind <= 146; ++behind) lengths.push_back(window + behind);
+  return lengths;
+}
+
+void expect_found_as_by_trying(GuardedText &room, const std::string &text,
+                               const std::string &needle) {
+  const auto at = raised(text).find(raised(needle));
+  const char *const begin = room.put(text);
+  ASSERT_EQ(qal_strcasestr(begin, needle.c_str()), at == text.npos ? nullptr : begin + at)
+      << text.size() << " bytes, " << needle.size() << " from " << at;
+}
+
+void search_at_many_places(const std::string &needle) {
+  GuardedText room(4);
+  for (const std::size_t length : lengths_to_search(needle.size())) {
+    const std::string text = text_without(needle, length);
+    expect_found_as_by_trying(room, text, needle);
+    if (needle.size() > length) continue;
+    const std::size_t last = length - needle.size();
+    for (const std::size_t place :
+         {std::size_t{127}, std::size_t{128}, std::size_t{143}, std::size_t{144}, std::size_t{4223},
+          std::size_t{4224}, last - std::min<std::size_t>(last, 16), last}) {
+      if (place > last) continue;
+      std::string with_match = text;
+      with_match.replace(place, needle.size(), raised(needle));
+      expect_found_as_by_trying(room, with_match, needle);
+    }
+  }
+}
+
+TEST(TextStrcasestr, AgreesWithTryingEveryPlaceOfLongTexts) {
+  for (const std::size_t size : {1U, 2U, 15U, 16U, 17U, 40U, 5000U}) {
+    for (const auto &[first, last] :
+         {std::pair{'k', 'q'}, {'k', 'k'}, {'k', '\xe4'}, {'\xe4', '\xff'}}) {
+      search_at_many_places(long_needle(size, first, last));
+    }
+  }
+}
+
+TEST(TextStrcasestr, FindsInLongTextsWhatALocaleFoldsIntoOne) {
+  const ScratchDir scratch;
+  const std::string source = scratch.file("three_to_one",
+                                          "comment_char %\nescape_char /\nLC_CTYPE\n"
+                                          "toupper (<U0061>,<U0058>);(<U0062>,<U0058>);/\n"
+                                          "  (<U0078>,<U0058>)\nEND LC_CTYPE\n");
+  const TestLocale locale{source, "ISO-8859-3"};
+  if (!locale.is_set()) GTEST_SKIP() << "no such locale";
+  for (const char *const needle : {"a.a", "b.b", "x.x", "X.X"}) {
+    for (const char *const match : {"a.b", "b.x", "x.X", "X.a"}) {
+      const std::string dots(300, '.');
+      const std::string text = dots + match + dots;
+      EXPECT_EQ(qal_strcasestr(text.c_str(), needle), text.c_str() + 300) << needle << match;
     }
   }
 }

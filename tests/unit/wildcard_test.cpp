@@ -1,14 +1,15 @@
 #include <gtest/gtest.h>
 #include <qal/wildcard.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <initializer_list>
 #include <string>
 #include <string_view>
 
+#include "support/guarded_text.hpp"
+
 namespace {
+
+using qal::test::GuardedText;
 
 const unsigned char *bytes(const std::string &text) {
   return reinterpret_cast<const unsigned char *>(text.c_str());
@@ -26,29 +27,6 @@ bool full(const std::string &pattern, const std::string &string, unsigned flags 
   EXPECT_TRUE(answer == 0 || answer == 1);
   return answer == 0;
 }
-
-// Texts that end right before a page that must not be read.
-class GuardedText {
- public:
-  GuardedText() : page_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
-    pages_ = static_cast<char *>(
-        mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0));
-    mprotect(pages_ + page_, page_, PROT_NONE);
-  }
-  ~GuardedText() { munmap(pages_, 2 * page_); }
-  GuardedText(const GuardedText &) = delete;
-  GuardedText &operator=(const GuardedText &) = delete;
-
-  const char *put(std::string_view text) {
-    char *const begin = pages_ + page_ - 1 - text.size();
-    *std::copy(text.begin(), text.end(), begin) = '\0';
-    return begin;
-  }
-
- private:
-  std::size_t page_;
-  char *pages_;
-};
 
 constexpr unsigned pathname = QAL_FNM_PATHNAME;
 constexpr unsigned noescape = QAL_FNM_NOESCAPE;
@@ -239,6 +217,21 @@ TEST(SmallMatcher, TakesNamesOfUpTo1023Bytes) {
   EXPECT_FALSE(small(std::string(1024, 'a'), std::string(1024, 'a')));
   EXPECT_FALSE(small("*b", std::string(1023, 'a') + "b"));
   EXPECT_FALSE(small("*", std::string(100000, 'a')));
+}
+
+TEST(SmallMatcher, CountsWhatStandsBeforeAStarToo) {
+  const std::string longest(1023, 'a');
+  EXPECT_TRUE(small("a*", longest));
+  EXPECT_FALSE(small("a*", longest + "a"));
+  EXPECT_FALSE(small("a*", longest + "aa"));
+  EXPECT_FALSE(small("a*", std::string(100000, 'a')));
+  GuardedText guarded;
+  const auto at_the_page = [&](const std::string &pattern, const std::string &name) {
+    return zul_fnmatch(bytes(pattern), reinterpret_cast<const unsigned char *>(guarded.put(name)));
+  };
+  EXPECT_EQ(at_the_page(longest + "*", longest), 0);
+  EXPECT_EQ(at_the_page(longest + "*", longest + "a"), 1);
+  EXPECT_EQ(at_the_page(longest + "a*", longest + "a"), 1);
 }
 
 TEST(SmallMatcher, TakesPatternsOfAnyLength) {
