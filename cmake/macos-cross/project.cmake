@@ -8,6 +8,7 @@ endforeach()
 
 # GoogleTest for the target, from its sources.
 include(FetchContent)
+set(INSTALL_GTEST OFF)
 FetchContent_Declare(GTest SOURCE_DIR /usr/src/googletest SYSTEM OVERRIDE_FIND_PACKAGE)
 
 # Cases are asked for when they are run, which is never.
