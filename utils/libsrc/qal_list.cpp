@@ -104,7 +104,8 @@ void qal_list_pool_destroy(QalListPool **pool_address) {
 QalList *qal_list_create(QalListPool *pool) {
   if (!pool) return nullptr;
   void *const room = room_for_header(*pool);
-  return room ? ::new (room) QalList{pool, nullptr, nullptr} : nullptr;
+  if (!room) return nullptr;
+  return ::new (room) QalList{pool, nullptr, nullptr};
 }
 
 void qal_list_destroy(QalList **list_address) {
@@ -125,7 +126,8 @@ void *qal_list_alloc(QalList *list) { return list ? qal_list_alloc2(list->pool) 
 void *qal_list_alloc2(QalListPool *pool) {
   if (!pool) return nullptr;
   void *const room = pool_alloc(pool->element_pool);
-  return room ? payload_of(::new (room) Element{}) : nullptr;
+  if (!room) return nullptr;
+  return payload_of(::new (room) Element{});
 }
 
 void qal_list_free(QalList *list, void *payload) {

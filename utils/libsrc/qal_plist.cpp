@@ -79,7 +79,8 @@ int qal_plist_pool_destroy() {
 
 QalPlist *qal_plist_create() {
   void *const room = pool_alloc(PListPool.header_pool);
-  return room ? ::new (room) QalPlist{} : nullptr;
+  if (!room) return nullptr;
+  return ::new (room) QalPlist{};
 }
 
 void qal_plist_destroy(QalPlist **list_address) {
@@ -94,7 +95,8 @@ void qal_plist_destroy(QalPlist **list_address) {
 
 QalPlistNode *qal_plist_alloc() {
   void *const room = pool_alloc(PListPool.node_pool);
-  return room ? ::new (room) QalPlistNode{} : nullptr;
+  if (!room) return nullptr;
+  return ::new (room) QalPlistNode{};
 }
 
 void qal_plist_free(QalPlistNode **node_address) {
