@@ -16,7 +16,8 @@ PROGRAMS = figures.BUILD / "release" / "tests"
 REPORTS = figures.BUILD / "valgrind"
 HERE = figures.ROOT / "robustness"
 
-# The cases that start threads.
+# The cases that start threads. Helgrind takes an hour over 2047 at once, which the thread sanitizer
+# runs.
 THREADED = {
     "barrier_test": "*",
     "hash_test": "*Thread*",
@@ -25,7 +26,7 @@ THREADED = {
     "mpool_test": "*Thread*",
     "plist_test": "*Thread*",
     "reduce_test": "*",
-    "thread_test": "*",
+    "thread_test": "*-*FindsNoSlot:*OneSlotThatIsFree",
     "uid_test": "*Thread*",
 }
 
@@ -46,7 +47,7 @@ SEEN_THROUGH = ":".join((
     "PipeOpenChild.ReturnsNoneWhenTheShellDoesNotStart",
     "PipeOpenChild.TellsOnStandardErrorThatTheShellDidNotStart",
 ))
-LEFT_OUT = f"-{TOO_LONG}:{SEEN_THROUGH}"
+LEFT_OUT = f"{TOO_LONG}:{SEEN_THROUGH}"
 
 COMMON = ["--max-threads=2100", "--trace-children=no", "--num-callers=20"]
 TOOLS = {
@@ -63,9 +64,13 @@ def all_cases():
     return {file.stem: "*" for file in sources if not file.stem.endswith("_model_test")}
 
 
+def without_left_out(pattern):
+    return f"{pattern}{':' if '-' in pattern else '-'}{LEFT_OUT}"
+
+
 def single_cases(program, pattern):
     """The names of the program's cases, as the framework lists them below their suites."""
-    listed = subprocess.run([PROGRAMS / program, f"--gtest_filter={pattern}{LEFT_OUT}",
+    listed = subprocess.run([PROGRAMS / program, f"--gtest_filter={without_left_out(pattern)}",
                              "--gtest_list_tests"], capture_output=True, text=True, check=True)
     suite = ""
     for line in listed.stdout.splitlines():
@@ -77,7 +82,7 @@ def single_cases(program, pattern):
 
 def jobs(chosen):
     """Pairs of a program and the filter for its cases. The slowest come first."""
-    whole = [(program, pattern + LEFT_OUT) for program, pattern in chosen.items()
+    whole = [(program, without_left_out(pattern)) for program, pattern in chosen.items()
              if program not in ONE_BY_ONE]
     single = [(program, case) for program in ONE_BY_ONE if program in chosen
               for case in single_cases(program, chosen[program])]
