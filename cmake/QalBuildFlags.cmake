@@ -70,3 +70,7 @@ endif()
 add_library(qal_test_flags INTERFACE)
 target_link_libraries(qal_test_flags INTERFACE qal_common_flags)
 target_compile_options(qal_test_flags INTERFACE -O0)
+if(QAL_SANITIZE MATCHES undefined)
+  # It is the product that must not rest on undefined behaviour; this saves a third of the time.
+  target_compile_options(qal_test_flags INTERFACE -fno-sanitize=undefined)
+endif()
