@@ -58,7 +58,7 @@ exports_accessors() {
   if [[ -e $prefix/lib/libqal.so ]]; then library=libqal.so table=(-D); fi
   exported=$(nm "${table[@]}" --defined-only "$prefix/lib/$library")
   for name in qal_{list,plist}_{first,last,next,prev}; do
-    grep -q " T $name\$" <<<"$exported" || { echo "$library lacks $name"; return 1; }
+    grep -Eq " T $name(@@QAL_1)?\$" <<<"$exported" || { echo "$library lacks $name"; return 1; }
   done
   echo "$library"
 }
