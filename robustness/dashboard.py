@@ -99,8 +99,10 @@ def last_result(name):
 
 
 def survivors():
-    return [f"- `{one['unit']}`, line {one['line']}: `{one['was']}` → `{one['is'] or 'left out'}`"
-            for one in mutation.survivors()]
+    """As differences, in a block."""
+    shown = [line for one in mutation.survivors()
+             for line in (f"@@ {one['unit']} {one['line']}", f"-{one['was']}", f"+{one['is']}")]
+    return ["```diff", *shown, "```"] if shown else []
 
 
 def write_page():
