@@ -115,7 +115,7 @@ def write_page():
         "# Robustness, as measured",
         "",
         "Written by `./run robustness page` from the last runs on a machine with 2 processors. What",
-        "each figure means and how it is taken is told in [robustness.md](robustness.md).",
+        "each figure means and how it is taken is told in [guarantees.md](guarantees.md).",
         "",
         *table(figures),
         "",
