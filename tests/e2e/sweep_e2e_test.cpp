@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -41,7 +40,6 @@ using qal::test::SweepWorld;
 using qal::test::ToolStart;
 using qal::test::vanished_pid;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
@@ -499,89 +497,6 @@ TEST_F(SweepStart, WithClosedStreamsSettlesRecords) {
     EXPECT_THAT(left(), IsEmpty());
   }
   EXPECT_THAT(server_.requests(), SizeIs(6));
-}
-
-std::string proc_text(int pid, const std::string &name) {
-  std::ifstream file{"/proc/" + std::to_string(pid) + "/" + name};
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// The value of a line "name value" or "name: value".
-std::string proc_line(int pid, const std::string &file, const std::string &name) {
-  std::istringstream lines{proc_text(pid, file)};
-  for (std::string line; std::getline(lines, line);) {
-    if (line.rfind(name, 0) == 0) return line.substr(name.size());
-  }
-  return {};
-}
-
-// What the running tool looks like from outside, while a server keeps it waiting.
-class SweepProcess : public SweepTool {
- protected:
-  void SetUp() override {
-    if (!exists("/proc/self/fd/0")) GTEST_SKIP() << "the system does not show its processes";
-    world_.record("halix_server1.dat", live_record());
-  }
-
-  void watch(const std::function<void(int pid)> &look, const ToolStart &start = {}) {
-    server_.before_answer([this, &look] {
-      while (world_.tool_pid() == 0) std::this_thread::yield();
-      look(world_.tool_pid());
-    });
-    run(start);
-    EXPECT_THAT(server_.requests(), SizeIs(1));
-  }
-};
-
-// Where the three streams of a process lead.
-std::vector<std::string> streams_of(int pid) {
-  std::vector<std::string> streams;
-  for (const auto number : {"0", "1", "2"}) {
-    std::error_code ignored;
-    streams.push_back(fs::read_symlink("/proc/" + std::to_string(pid) + "/fd/" + number, ignored));
-  }
-  return streams;
-}
-
-TEST_F(SweepProcess, WritesToTheNullDeviceOnly) {
-  std::vector<std::string> streams;
-  watch([&](int pid) { streams = streams_of(pid); });
-  EXPECT_THAT(streams, ElementsAre(EndsWith("/in"), "/dev/null", "/dev/null"));
-}
-
-TEST_F(SweepProcess, HasTheNullDeviceWhereAStreamWasMissing) {
-  std::vector<std::string> streams;
-  watch([&](int pid) { streams = streams_of(pid); }, {.closed_streams = {0, 1, 2}});
-  EXPECT_THAT(streams, ElementsAre("/dev/null", "/dev/null", "/dev/null"));
-}
-
-TEST_F(SweepProcess, HasTheNullDeviceForTheOneStreamThatWasMissing) {
-  std::vector<std::string> streams;
-  watch([&](int pid) { streams = streams_of(pid); }, {.closed_streams = {1}});
-  EXPECT_THAT(streams, ElementsAre(EndsWith("/in"), "/dev/null", "/dev/null"));
-}
-
-TEST_F(SweepProcess, IgnoresBrokenConnections) {
-  std::string ignored_signals;
-  watch([&](int pid) { ignored_signals = proc_line(pid, "status", "SigIgn:"); });
-  EXPECT_TRUE(std::stoull(ignored_signals, nullptr, 16) & 1ull << (SIGPIPE - 1)) << ignored_signals;
-}
-
-TEST_F(SweepProcess, LeavesNoCore) {
-  std::string limit;
-  watch([&](int pid) { limit = proc_line(pid, "limits", "Max core file size"); });
-  std::istringstream values{limit};
-  std::string soft;
-  std::string hard;
-  values >> soft >> hard;
-  EXPECT_EQ(soft, "0");
-  EXPECT_EQ(hard, "0");
-}
-
-TEST_F(SweepProcess, StartsNoThreadOfItsOwn) {
-  std::string threads;
-  watch([&](int pid) { threads = proc_line(pid, "status", "Threads:"); });
-  EXPECT_EQ(std::stoi(threads), 1);  // an address needs no resolver
 }
 
 // A file that is no library stands in for libcurl: a tool that were linked with it could not start.

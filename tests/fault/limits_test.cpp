@@ -75,7 +75,8 @@ namespace {
 
 class Limits : public testing::Test {
  protected:
-  // Runs the body in a child with the disk in place.
+  // Runs the body in a child with the disk in place. Many a container forbids every mount;
+  // FullDevice and FileSizeLimit meet the same errors there.
   static void on_small_disk(const std::string &disk, const std::function<void()> &body) {
     const auto child = run_in_child([&] {
       alarm(60);
@@ -188,7 +189,6 @@ TEST_F(FullDisk, LosesLogLinesQuietly) {
 }
 
 TEST(FullDevice, IsTold) {
-  if (!exists("/dev/full")) GTEST_SKIP() << "no full device here";
   const ScratchDir scratch;
   const auto source = scratch.file("source", "content");
   EXPECT_EQ(qal_file_copy(source.c_str(), "/dev/full", 0), QAL_STATUS_FAILED);

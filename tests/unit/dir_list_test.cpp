@@ -247,14 +247,6 @@ TEST(DirList, ListsPipesAsFiles) {
   EXPECT_THAT(Listing(scratch / "x*").files(), IsEmpty());
 }
 
-TEST(DirList, ListsBlockDevicesAsDirectories) {
-  const ScratchDir scratch;
-  if (mknod((scratch / "disk").c_str(), S_IFBLK | 0600, 0) != 0) {
-    GTEST_SKIP() << "no right to make a block device";
-  }
-  EXPECT_THAT(Listing(scratch / "*").directories(), Contains("disk"));
-}
-
 TEST(DirList, ListsTheRootDirectory) {
   const Listing listing("/*");
   EXPECT_EQ(listing.status, QAL_STATUS_OK);

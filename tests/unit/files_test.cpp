@@ -905,7 +905,8 @@ TEST_F(TreeRemoval, APathThatEndsInADotNameFailsWithNothingRemoved) {
   expect_outside_whole();
 }
 
-// Locked into the scratch directory: were the check missing, nothing else could be lost.
+// Locked into the scratch directory: were the check missing, nothing else could be lost. Only root
+// can lock itself in, so nobody else may try.
 TEST_F(TreeRemoval, TheRootFailsWithNothingRemoved) {
   if (geteuid() != 0) GTEST_SKIP() << "only root changes the root directory";
   const auto result = run_in_child([this] {
@@ -927,6 +928,7 @@ TEST_F(TreeRemoval, ASocketFailsAfterTheFiles) {
   EXPECT_EQ(names_in(tree), Lines{"socket"});
 }
 
+// The same bit as a socket's, which everybody may make: a device takes a privilege.
 TEST_F(TreeRemoval, ABlockDeviceFailsAfterTheFiles) {
   if (!make_device(tree + "/device", S_IFBLK)) GTEST_SKIP() << "device files may not be made";
   put("tree/file");

@@ -97,6 +97,7 @@ TEST(TildeExpand, PutsTheHomeOfANamedUser) {
   expect_expansion(expanded("~root/x"), home + "/x");
 }
 
+// The two ids differ only in a process that was started with privileges.
 TEST(TildeExpand, UsesTheRealUserId) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become another effective user";
   const auto home = home_of(0);
@@ -322,6 +323,7 @@ TEST(LineCount, ExpandsTheTilde) {
   // From the home the scratch directory is reached over "..", so that nothing is made there.
   const ScratchDir scratch;
   scratch.file("lines.txt", "one\ntwo\n");
+  // A user without a home, as those of services are, has nothing that a tilde could stand for.
   if (access(home_of(getuid()).c_str(), X_OK) != 0) GTEST_SKIP() << "the home cannot be entered";
   std::string up;
   for (int level = 0; level < 20; ++level) up += "/..";

@@ -81,6 +81,7 @@ TEST(UserName, IsTheLoginName) {
   EXPECT_EQ(name, own_login_name());
 }
 
+// The two ids differ only in a process that was started with privileges.
 TEST(UserName, IsThatOfTheRealUser) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can take another effective user";
   const auto child = run_in_child([] {
