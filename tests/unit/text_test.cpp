@@ -85,6 +85,12 @@ std::vector<ClassPair> classes() {
   };
 }
 
+// The source of a locale in which nothing is said but `rules` about its characters.
+std::string locale_source(const ScratchDir &scratch, const std::string &rules) {
+  return scratch.file("rules",
+                      "comment_char %\nescape_char /\nLC_CTYPE\n" + rules + "END LC_CTYPE\n");
+}
+
 void expect_classes_of_the_locale() {
   for (const auto &[name, ours, expected] : classes()) {
     for (int c = 0; c < 256; ++c) {
@@ -148,11 +154,10 @@ TEST(TextClass, CountsNoLetterWithoutACaseAsAlphabetic) {
 
 TEST(TextClass, KnowsBlanksOfItsOwnInEveryLocale) {
   const ScratchDir scratch;
-  const std::string source = scratch.file("no_break_space_is_blank",
-                                          "comment_char %\nescape_char /\n"
-                                          "LC_CTYPE\nspace <U0020>;<U0009>;<U00A0>\n"
-                                          "blank <U0020>;<U0009>;<U00A0>\nEND LC_CTYPE\n");
-  const TestLocale locale{source, "ISO-8859-2"};
+  const TestLocale locale{locale_source(scratch,
+                                        "space <U0020>;<U0009>;<U00A0>\n"
+                                        "blank <U0020>;<U0009>;<U00A0>\n"),
+                          "ISO-8859-2"};
   if (!locale.is_set()) GTEST_SKIP() << "no such locale";
   constexpr int no_break_space = 0xa0;
   ASSERT_TRUE(std::isblank(no_break_space));
@@ -468,11 +473,9 @@ TEST(TextStrcasestr, AgreesWithTryingEveryPlaceOfLongTexts) {
 
 TEST(TextStrcasestr, FindsInLongTextsWhatALocaleFoldsIntoOne) {
   const ScratchDir scratch;
-  const std::string source = scratch.file("three_to_one",
-                                          "comment_char %\nescape_char /\nLC_CTYPE\n"
-                                          "toupper (<U0061>,<U0058>);(<U0062>,<U0058>);/\n"
-                                          "  (<U0078>,<U0058>)\nEND LC_CTYPE\n");
-  const TestLocale locale{source, "ISO-8859-3"};
+  const TestLocale locale{
+      locale_source(scratch, "toupper (<U0061>,<U0058>);(<U0062>,<U0058>);(<U0078>,<U0058>)\n"),
+      "ISO-8859-3"};
   if (!locale.is_set()) GTEST_SKIP() << "no such locale";
   for (const char *const needle : {"a.a", "b.b", "x.x", "X.X"}) {
     for (const char *const match : {"a.b", "b.x", "x.X", "X.a"}) {
@@ -673,10 +676,7 @@ TEST(TextStripPrePostSpaces, KeepsHighBytesThatAreNoSpaces) {
 
 TEST(TextStripPrePostSpaces, FollowsTheLocaleAboveSevenBits) {
   const ScratchDir scratch;
-  const std::string source = scratch.file("no_break_space_is_a_space",
-                                          "comment_char %\nescape_char /\n"
-                                          "LC_CTYPE\nspace <U0020>;<U00A0>\nEND LC_CTYPE\n");
-  const TestLocale locale{source, "ISO-8859-15"};
+  const TestLocale locale{locale_source(scratch, "space <U0020>;<U00A0>\n"), "ISO-8859-15"};
   if (!locale.is_set()) GTEST_SKIP() << "no such locale";
   Buffer dst(6);
   EXPECT_EQ(qal_strip_pre_post_spaces("\xa0 a\xa0", dst.data()), 1);
