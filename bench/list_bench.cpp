@@ -165,22 +165,8 @@ Numbers shuffled(std::int64_t count) {
   return numbers;
 }
 
-void walk_inline(State &state) {
-  Pooled pooled;
-  filled(pooled, rising(filled_count));
-  for (auto _ : state) {
-    Number sum = 0;
-    for (const void *at = qal_list_first(pooled.list()); at; at = qal_list_next(at)) {
-      sum += *static_cast<const Number *>(at);
-    }
-    benchmark::DoNotOptimize(sum);
-  }
-}
-
-// As a program that calls the library for every step.
-void walk_by_calls(State &state) {
-  void *(*next)(const void *) = qal_list_next;
-  benchmark::DoNotOptimize(next);
+template <typename Next>
+void walk(State &state, Next next) {
   Pooled pooled;
   filled(pooled, rising(filled_count));
   for (auto _ : state) {
@@ -190,6 +176,17 @@ void walk_by_calls(State &state) {
     }
     benchmark::DoNotOptimize(sum);
   }
+}
+
+void walk_inline(State &state) {
+  walk(state, [](const void *at) { return qal_list_next(at); });
+}
+
+// As a program that calls the library for every step.
+void walk_by_calls(State &state) {
+  void *(*next)(const void *) = qal_list_next;
+  benchmark::DoNotOptimize(next);
+  walk(state, next);
 }
 
 void walk_standard(State &state) {

@@ -24,7 +24,7 @@ inline benchmark::internal::Benchmark *add(const std::string &capability, const 
       ->UseRealTime();
 }
 
-// Returns something so that a unit can register at start: `const bool rows = (row(...), true);`
+// Each unit registers its rows when the program starts, from the initialiser of a constant.
 inline void row(const std::string &capability, std::initializer_list<Contender> contenders) {
   for (const Contender &one : contenders) add(capability, one);
 }
