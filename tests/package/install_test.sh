@@ -9,10 +9,15 @@ rm -rf "$work"
 mkdir -p "$work"
 passed=0
 
+# The check runs outside of any condition, where it ends at the first command that fails.
 check() {
-  local what=$1
+  local what=$1 status
   shift
-  if ! "$@" >"$work/log" 2>&1; then
+  set +e
+  (set -e; "$@") >"$work/log" 2>&1
+  status=$?
+  set -e
+  if [[ $status -ne 0 ]]; then
     cat "$work/log"
     echo "FAILED: $what"
     exit 1
@@ -36,11 +41,16 @@ through_find_package() {
   "$build/stranger"
 }
 
+flags_for() {
+  PKG_CONFIG_PATH=$(dirname "$(find "$1" -name qal.pc)") pkg-config --cflags --libs qal
+}
+
 # Links C and C++ units that use the inline accessors of the list headers into one program.
 through_all_languages() {
   local prefix=$1 level=$2 flags unit objects=$work/accessors
-  rm -rf "$objects" && mkdir "$objects"
-  flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qal.pc)") pkg-config --cflags --libs qal)
+  rm -rf "$objects"
+  mkdir "$objects"
+  flags=$(flags_for "$prefix")
   # shellcheck disable=SC2086  # the flags are words
   for unit in main from_c; do
     gcc -std=c11 "$level" -c "tests/package/accessors/$unit.c" $flags -o "$objects/$unit.o"
@@ -66,7 +76,7 @@ exports_accessors() {
 through_pkg_config() {
   local source=$1 prefix=$2 flags
   shift 2
-  flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qal.pc)") pkg-config --cflags --libs qal)
+  flags=$(flags_for "$prefix")
   # shellcheck disable=SC2086  # the flags are words
   "$@" "$source" $flags -Wl,-rpath,"$prefix/lib" -o "$work/stranger"
   "$work/stranger"
@@ -75,8 +85,9 @@ through_pkg_config() {
 from_python() {
   local library
   library=$(find "$1" -name libqal.so -o -name libqal.dylib)
-  python3 examples/from_python.py "$library" >"$work/from_python.txt" &&
-    diff examples/from_python.txt "$work/from_python.txt" && cat "$work/from_python.txt"
+  python3 examples/from_python.py "$library" >"$work/from_python.txt"
+  diff examples/from_python.txt "$work/from_python.txt"
+  cat "$work/from_python.txt"
 }
 
 for shared in OFF ON; do
