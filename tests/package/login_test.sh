@@ -19,8 +19,9 @@ trap 'rm -r "$scratch"' EXIT
 unit=$scratch/kalmora-sweep.service
 sed 's|^ExecStart=/usr/local/bin/kalmora-sweep$|ExecStart=/bin/true|' kalmora-sweep.service >"$unit"
 grep -q '^ExecStart=/bin/true$' "$unit"
-complaints=$(XDG_RUNTIME_DIR=$scratch systemd-analyze verify --user "$unit" 2>&1) || true
-if [[ -n $complaints ]]; then
+status=0
+complaints=$(XDG_RUNTIME_DIR=$scratch systemd-analyze verify --user "$unit" 2>&1) || status=$?
+if [[ $status -ne 0 || -n $complaints ]]; then
   echo "$complaints"
   exit 1
 fi
