@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Looks at what a cross build for macOS made: check_products.sh BUILD-DIRECTORY.
 set -euo pipefail
-build=$1
+build=$(realpath "$1")
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 prefix=$build/installed
-case $build in
+case ${build##*/} in
   *x86_64*) processor=x86_64 ;;
   *aarch64*) processor=aarch64 ;;
 esac
@@ -24,8 +25,9 @@ promised() { grep -oP '^  HAS\([^,]*, \K\w+' tests/contract/c11_surface.c | sort
 exported() { llvm-nm --extern-only --defined-only "$1" | awk 'NF == 3 {print substr($3, 2)}' | sort -u; }
 
 check_surface() {
-  local missing
-  missing=$(comm -23 <(promised) <(exported "$1"))
+  local names missing
+  names=$(promised)
+  missing=$(comm -23 <(echo "$names") <(exported "$1"))
   [[ -z $missing ]] || fail "$1 lacks $missing"
 }
 
