@@ -7,8 +7,11 @@ one=$1 other=$2
 sums() (
   cd "$1"
   find . \( -name '*.deb' -o -name '*.dsc' -o -name '*.tar.*' -o -name '*.a' \
-    -o -name 'libqal.so.*.*.*' -o -name kalmora-sweep \) -type f -print0 | sort -z | xargs -0 sha256sum
+    -o -name 'libqal.so.*.*.*' -o -name kalmora-sweep \) -type f -print0 | sort -z | xargs -0r sha256sum
 )
 
-diff <(sums "$one") <(sums "$other")
-echo "$(sums "$one" | wc -l) files are the same in $one and $other"
+first=$(sums "$one")
+second=$(sums "$other")
+[[ -n $first ]] || { echo "$one holds nothing to compare"; exit 1; }
+diff <(echo "$first") <(echo "$second")
+echo "$(wc -l <<<"$first") files are the same in $one and $other"
