@@ -5,12 +5,12 @@ set -euo pipefail
 directory=$(realpath -m "${1:?a directory to build in}")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-version=$(sed -n 's/^  VERSION //p' CMakeLists.txt)
+version=$(packaging/project.sh VERSION)
 sources=$directory/qal-$version.tar.gz
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 
-logged() { "$@" >"$directory/log" || { tail -n 50 "$directory/log"; return 1; }; }
+logged() { "$@" >"$directory/log" 2>&1 || { tail -n 50 "$directory/log"; return 1; }; }
 
 pack() {
   rm -rf "$directory/packed"

@@ -7,6 +7,8 @@ shift
 rm -rf "$tree"
 mkdir -p "$tree"
 
+logged() { "$@" >"$tree/log" 2>&1 || { cat "$tree/log"; return 1; }; }
+
 for archive; do
   case $archive in
     *.deb) dpkg-deb --extract "$archive" "$tree" ;;
@@ -17,7 +19,7 @@ done
 cd "$(dirname "${BASH_SOURCE[0]}")/../tests/package"
 for project in c_project cxx_project; do
   build=$tree/$project
-  cmake -S "$project" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$tree;$tree/usr" >"$tree/log"
-  cmake --build "$build" >"$tree/log"
+  logged cmake -S "$project" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$tree;$tree/usr"
+  logged cmake --build "$build"
   echo "ok: a $project finds it: $("$build/stranger")"
 done
