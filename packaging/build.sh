@@ -4,7 +4,7 @@ set -euo pipefail
 directory=$(realpath -m "${1:?a directory to build in}")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-version=$(sed -n 's/^  VERSION //p' CMakeLists.txt)
+version=$(packaging/project.sh VERSION)
 packaged=$(dpkg-parsechangelog -l packaging/debian/changelog -S Version)
 if [[ $packaged != "$version" ]]; then
   echo "CMakeLists.txt is at version $version, packaging/debian/changelog at $packaged"
