@@ -5,6 +5,7 @@ Every module runs alone too: `python3 robustness/MODULE.py [FORM]`.
 import dataclasses
 import os
 import pathlib
+import subprocess
 import sys
 
 FORMS = ("quick", "full", "release")
@@ -45,6 +46,21 @@ def table(figures):
     rows.insert(1, tuple("-" * width for width in widths))
     return ["| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |"
             for row in rows]
+
+
+def test_names(program, chosen="*"):
+    """The cases of a test program that the filter chooses, as the framework lists them below their
+    suites."""
+    listed = subprocess.run([program, f"--gtest_filter={chosen}", "--gtest_list_tests"], check=True,
+                            capture_output=True, text=True).stdout
+    names, suite = [], ""
+    for line in listed.splitlines():
+        name = line.split("#")[0].strip()
+        if line.startswith("  "):
+            names.append(suite + name)
+        elif line and not line.startswith("Running"):
+            suite = name
+    return names
 
 
 def main(measure):

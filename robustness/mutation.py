@@ -73,18 +73,6 @@ def sandboxed(command, folder, seconds):
         return 1
 
 
-def test_names(program):
-    listed = subprocess.run([TREE / executable(program), "--gtest_list_tests"], check=True,
-                            capture_output=True, text=True).stdout
-    names, suite = [], ""
-    for line in listed.splitlines():
-        if line.startswith("  "):
-            names.append(suite + line.split("#")[0].strip())
-        elif line and not line.startswith("Running"):
-            suite = line.split("#")[0].strip()
-    return names
-
-
 def baseline(program):
     """How the original is run: [(arguments, seconds)], in one go where its tests allow it."""
     path, whole = TREE / executable(program), arguments(program)
@@ -95,7 +83,7 @@ def baseline(program):
     else:
         return [(whole, time.monotonic() - started)]
     plan = []
-    for name in test_names(program):
+    for name in figures.test_names(path):
         started = time.monotonic()
         if sandboxed([path, f"--gtest_filter={name}"], TREE, 300) == 0:
             plan.append(([f"--gtest_filter={name}"], time.monotonic() - started))
@@ -186,7 +174,7 @@ def choose(units, count, seed):
 
 
 def run(mutants):
-    """{mutant: outcome}."""
+    """{mutant: outcome}, of those that are programs."""
     units = sorted({mutant[0] for mutant in mutants})
     prepared = prepare(units)
     with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
@@ -197,8 +185,9 @@ def run(mutants):
     survivors = [{"unit": unit, "line": number + 1, "was": line.strip(), "is": changed.strip()}
                  for (unit, number, line, changed), outcome in sorted(outcomes.items())
                  if outcome == "survived"]
-    RESULTS.write_text(json.dumps({"mutants": len(outcomes), "survivors": survivors}, indent=1))
-    return outcomes
+    programs = {mutant: outcome for mutant, outcome in outcomes.items() if outcome}
+    RESULTS.write_text(json.dumps({"mutants": len(programs), "survivors": survivors}, indent=1))
+    return programs
 
 
 def survivors():
@@ -207,9 +196,9 @@ def survivors():
 
 
 def score(outcomes):
-    """Per cent killed of what are programs."""
-    counted = [outcome for outcome in outcomes if outcome]
-    return 100 * counted.count("killed") / max(1, len(counted))
+    """Per cent killed."""
+    outcomes = list(outcomes)
+    return 100 * outcomes.count("killed") / max(1, len(outcomes))
 
 
 def scores(outcomes):

@@ -20,10 +20,13 @@ HERE = figures.ROOT / "robustness"
 # runs.
 THREADED = {
     "barrier_test": "*",
+    "blocks_test": "*Thread*",
     "hash_test": "*Thread*",
     "list_test": "*Thread*",
     "logger_test": "*Thread*",
     "mpool_test": "*Thread*",
+    "path_test": "*Thread*",
+    "pipe_test": "*Thread*",
     "plist_test": "*Thread*",
     "reduce_test": "*",
     "thread_test": "*-*FindsNoSlot:*OneSlotThatIsFree",
@@ -69,24 +72,12 @@ def without_left_out(pattern):
     return f"{pattern}{':' if '-' in pattern else '-'}{LEFT_OUT}"
 
 
-def single_cases(program, pattern):
-    """The names of the program's cases, as the framework lists them below their suites."""
-    listed = subprocess.run([PROGRAMS / program, f"--gtest_filter={without_left_out(pattern)}",
-                             "--gtest_list_tests"], capture_output=True, text=True, check=True)
-    suite = ""
-    for line in listed.stdout.splitlines():
-        if line.startswith("  "):
-            yield suite + line.split()[0]
-        else:
-            suite = line.strip()
-
-
 def jobs(chosen):
     """Pairs of a program and the filter for its cases. The slowest come first."""
     whole = [(program, without_left_out(pattern)) for program, pattern in chosen.items()
              if program not in ONE_BY_ONE]
     single = [(program, case) for program in ONE_BY_ONE if program in chosen
-              for case in single_cases(program, chosen[program])]
+              for case in figures.test_names(PROGRAMS / program, without_left_out(chosen[program]))]
     return sorted(whole, key=lambda job: job[0] not in SLOWEST) + single
 
 
