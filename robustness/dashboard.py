@@ -10,12 +10,12 @@ be taken in parts. `page` writes the last full or release results into docs/robu
 import datetime
 import importlib
 import json
+import os
 import subprocess
 import sys
 import time
 import traceback
 
-import mutation
 import sweep_world
 from figures import FORMS, RESULTS, ROOT, Figure, table
 
@@ -100,6 +100,7 @@ def last_result(name):
 
 def survivors():
     """As differences, in a block."""
+    mutation = importlib.import_module("mutation")  # lazily, like all measurements
     shown = [line for one in mutation.survivors()
              for line in (f"@@ {one['unit']} {one['line']}", f"-{one['was']}", f"+{one['is']}")]
     return ["```diff", *shown, "```"] if shown else []
@@ -114,8 +115,8 @@ def write_page():
     PAGE.write_text("\n".join((
         "# Robustness, as measured",
         "",
-        "Written by `./run robustness page` from the last runs on a machine with 2 processors. What",
-        "each figure means and how it is taken is told in [guarantees.md](guarantees.md).",
+        f"Written by `./run robustness page` from the last runs on a machine with {os.cpu_count()} processors.",
+        "What each figure means and how it is taken is told in [guarantees.md](guarantees.md).",
         "",
         *table(figures),
         "",
