@@ -9,6 +9,7 @@ order and their targets stand in targets.tsv.
 """
 import collections
 import json
+import os
 import pathlib
 import platform
 import subprocess
@@ -77,6 +78,11 @@ def table(rows):
             for row in [head, *body]]
 
 
+def unmatched(rows):
+    """Capabilities that are in no table, for a result or a target is missing."""
+    return sorted({target.capability for target in targets()} ^ rows.keys())
+
+
 def plot(capability, curve, image):
     data = "".join(f'"{who}"\n' + "".join(f"{x} {y}\n" for x, y in sorted(points)) + "\n\n"
                    for who, points in curve.items())
@@ -103,7 +109,7 @@ def write_page(page, rows, curves):
         "# Speed, as measured", "",
         "Written by `./run bench page`. Each row puts a function beside what a user would reach for",
         "instead, on the same work, in one process, interleaved; the medians are compared. A ratio",
-        "below 1 is faster than the peer. The machine has 2 processors "
+        f"below 1 is faster than the peer. The machine has {os.cpu_count()} processors "
         f"({platform.machine()}, {platform.system()}).", "",
         *table(rows), "", "## Growth", "", *pictures)))
 
@@ -113,6 +119,8 @@ def main(arguments):
         sys.exit(__doc__)
     rows, curves = medians(pathlib.Path(arguments[0]))
     print("\n".join(table(rows)))
+    for capability in unmatched(rows):
+        print(f"not in the table, without a result or a target: {capability}")
     if len(arguments) == 2:
         write_page(pathlib.Path(arguments[1]).resolve(), rows, curves)
 
