@@ -2,7 +2,6 @@
 #include <qal/blocks.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -18,7 +18,7 @@ struct Contender {
   Work work;
 };
 
-// The median of wall time decides, since some capabilities sleep or use several threads.
+// Wall time is measured, since some capabilities sleep or use several threads.
 inline benchmark::internal::Benchmark *add(const std::string &capability, const Contender &one) {
   return benchmark::RegisterBenchmark((capability + "|" + one.who).c_str(), one.work)
       ->UseRealTime();

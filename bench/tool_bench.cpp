@@ -7,9 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
