@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace qal::test {
@@ -23,9 +24,12 @@ class GuardedText {
   GuardedText(const GuardedText &) = delete;
   GuardedText &operator=(const GuardedText &) = delete;
 
-  const char *put(std::string_view text) {
-    char *const begin = room_ + size_ - 1 - text.size();
-    *std::copy(text.begin(), text.end(), begin) = '\0';
+  const char *put(std::string_view text) { return put_bytes(std::string(text) + '\0'); }
+
+  // Without a terminator.
+  const char *put_bytes(std::string_view bytes) {
+    char *const begin = room_ + size_ - bytes.size();
+    std::copy(bytes.begin(), bytes.end(), begin);
     return begin;
   }
 

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 #include <qal/utf8.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <array>
 #include <bitset>
@@ -15,10 +13,12 @@
 #include <string_view>
 
 #include "internal/handles.hpp"
+#include "support/guarded_text.hpp"
 
 namespace {
 
 using qal::internal::OwnedText;
+using qal::test::GuardedText;
 
 struct Decoded {
   int consumed = 0;
@@ -124,30 +124,6 @@ std::string model_of_encoding(std::uint32_t code_point) {
   return bytes;
 }
 
-// The last bytes of a page behind which nothing may be read.
-class GuardedEnd {
- public:
-  GuardedEnd()
-      : size_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
-        pages_(static_cast<unsigned char *>(
-            mmap(nullptr, 2 * size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0))) {
-    EXPECT_EQ(mprotect(pages_ + size_, size_, PROT_NONE), 0);
-  }
-  ~GuardedEnd() { munmap(pages_, 2 * size_); }
-  GuardedEnd(const GuardedEnd &) = delete;
-  GuardedEnd &operator=(const GuardedEnd &) = delete;
-
-  const unsigned char *holding(std::string_view bytes) {
-    unsigned char *const start = pages_ + size_ - bytes.size();
-    std::memcpy(start, bytes.data(), bytes.size());
-    return start;
-  }
-
- private:
-  std::size_t size_;
-  unsigned char *pages_;
-};
-
 TEST(Utf8Decode, TakesAsciiAsItIs) {
   EXPECT_EQ(decode("A"), (Decoded{1, 0x41}));
   EXPECT_EQ(decode("\x7F"), (Decoded{1, 0x7F}));
@@ -217,10 +193,11 @@ TEST(Utf8Decode, AgreesWithTheTableOfKeptBitsForFourRandomBytes) {
 }
 
 TEST(Utf8Decode, ReadsNothingBehindTheByteThatEndsASequence) {
-  GuardedEnd page;
-  const auto consumed = [&page](std::string_view bytes) {
+  GuardedText text;
+  const auto consumed = [&text](std::string_view bytes) {
     std::uint32_t value = 0;
-    return qal_char_utf8_to_unicode(page.holding(bytes), &value);
+    const auto *const start = reinterpret_cast<const unsigned char *>(text.put_bytes(bytes));
+    return qal_char_utf8_to_unicode(start, &value);
   };
   // Whole sequences without a terminator, and every cut of them before one.
   EXPECT_EQ(consumed("A"), 1);
