@@ -14,6 +14,7 @@
 
 namespace {
 
+using qal::test::clear_environment;
 using qal::test::LogCapture;
 using qal::test::run_in_child;
 
@@ -57,7 +58,7 @@ namespace {
 template <typename Checks>
 void resolved(const Platform &on, Checks checks) {
   const auto child = run_in_child([&] {
-    clearenv();
+    clear_environment();
     platform = on;
     if (on.setting) setenv("ZUL_ARCH", on.setting, 1);
     const LogCapture log;

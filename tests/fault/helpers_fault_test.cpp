@@ -23,6 +23,7 @@
 
 namespace {
 
+using qal::test::clear_environment;
 using qal::test::open_descriptors;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
@@ -219,7 +220,7 @@ TEST(TildeExpand, AsksTheDatabaseAgainAfterASignal) {
 
 void without_tmpdir(bool tmp, bool usr_tmp, const std::function<void()> &body) {
   const auto child = run_in_child([&] {
-    clearenv();
+    clear_environment();
     writable = {{"/tmp", tmp}, {"/usr/tmp", usr_tmp}};
     body();
   });

@@ -30,6 +30,7 @@
 #include "internal/handles.hpp"
 #include "notify.hpp"
 #include "record.hpp"
+#include "support/child.hpp"
 #include "support/record_model.hpp"
 #include "support/sweep_world.hpp"
 
@@ -42,6 +43,7 @@
 namespace {
 
 using namespace std::string_literals;
+using qal::test::clear_environment;
 using qal::test::exists;
 using qal::test::record_text;
 using qal::test::SweepWorld;
@@ -762,7 +764,7 @@ using Wildcards = std::vector<std::string>;
 // Enters the tool in a process of its own, whose directories list as empty.
 void enter_tool(const Settings &settings, char *name,
                 const std::function<void(const char *wildcard)> &on_listing) {
-  clearenv();
+  clear_environment();
   for (const auto &[setting, value] : settings) setenv(setting.c_str(), value.c_str(), 1);
   stage.listing_replaced = true;
   stage.on_listing = on_listing;

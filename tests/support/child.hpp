@@ -30,6 +30,7 @@ ChildResult run_program(const std::vector<std::string> &arguments,
 
 void become_unprivileged();
 
+// Not every system has clearenv.
 void clear_environment();
 
 }  // namespace qal::test
