@@ -153,6 +153,7 @@ TEST_F(ShortCalls, CopyWholeFilesWithTheKernelsHelp) {
       EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 0), QAL_STATUS_OK);
     }
     EXPECT_EQ(read_file(to), content);
+    EXPECT_EQ(kernel_copies_bytes, 0U);
   }
 }
 

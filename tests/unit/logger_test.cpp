@@ -289,15 +289,28 @@ TEST(LoggerLevels, ComposeEachThreadsLinesApart) {
   for (const auto &[stream, line] : console_calls) EXPECT_EQ(line, std::string(100, line[0]));
 }
 
+std::string time_of_day() {
+  char text[9];
+  qal_date_get_string(text, 0);
+  return text;
+}
+
+// Also over midnight.
+bool is_between(const std::string &from, const std::string &to, const std::string &time) {
+  return from <= to ? from <= time && time <= to : from <= time || time <= to;
+}
+
 TEST(LoggerLevels, StampEachThreadsLinesApart) {
   setenv("TZ", "UTC0", 1);
   qal_logger_time_stamp(1);
+  const std::string from = time_of_day();
   log_words_from_four_threads([] {
-    int date[6];
-    for (int i = 0; i < 500; ++i) qal_date_get(date);
+    for (int i = 0; i < 500; ++i) time_of_day();
   });
+  const std::string to = time_of_day();
   for (const auto &[stream, line] : console_calls) {
     ASSERT_EQ(line.size(), 109U);
+    EXPECT_TRUE(is_between(from, to, line.substr(0, 8))) << line.substr(0, 8);
     EXPECT_EQ(line.substr(8), " " + std::string(100, line[9]));
   }
 }
