@@ -421,6 +421,7 @@ class LateMeeting {
     });
     EXPECT_EQ(early.join(), late.join()) << operation.message;
     calls.behind_unlock = nullptr;
+    calls.behind_wait = nullptr;
   }
 
  private:
