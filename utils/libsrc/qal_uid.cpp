@@ -1,6 +1,7 @@
 // The process-wide registry of unique ids. Lock order: this mutex, then a pool's.
 #include <qal/hash.h>
 #include <qal/list.h>
+#include <qal/status.h>
 #include <qal/uid.h>
 
 #include <cstddef>
@@ -13,9 +14,7 @@ namespace {
 using qal::internal::Lock;
 using qal::internal::Mutex;
 
-constexpr int ok = 0;
 constexpr int not_found = 4;
-constexpr int not_registered = 6;
 constexpr std::int32_t slot_count = 1000;
 constexpr std::int32_t records_per_chunk = 1000;
 
@@ -64,7 +63,7 @@ bool made_now() {
 
 }  // namespace
 
-int qal_uid_init() { return made_now() ? qal_thread_mutex_init(&mutex.platform()) : ok; }
+int qal_uid_init() { return made_now() ? qal_thread_mutex_init(&mutex.platform()) : QAL_STATUS_OK; }
 
 uint64_t qal_uid_new(uint64_t first, uint64_t second) {
   const Lock lock(mutex);
@@ -90,17 +89,17 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
   }
   if (first_out) *first_out = values.first;
   if (second_out) *second_out = values.second;
-  return ok;
+  return QAL_STATUS_OK;
 }
 
 int qal_uid_destroy(uint64_t id) {
   const std::uint64_t key = key_of(id);
   const Lock lock(mutex);
-  if (!uidhash) return ok;
+  if (!uidhash) return QAL_STATUS_OK;
   QalList *const list = list_of(key);
   Record *const record = record_in(list, key);
-  if (!record) return not_registered;
+  if (!record) return QAL_STATUS_INVALID;
   qal_list_remove(list, record);
   qal_list_free(list, record);
-  return ok;
+  return QAL_STATUS_OK;
 }
