@@ -25,6 +25,7 @@ static_assert(sizeof(QalMpool) == 32 + 2048 * 8 + sizeof(QalThreadMutex));
 namespace {
 
 using qal::internal::FreeElement;
+using qal::internal::link_free;
 
 constexpr const char *source = "utils/libsrc/qal_mpool";
 constexpr std::uint64_t smallest_element = 16;
@@ -45,10 +46,6 @@ std::uint64_t payload_size(const QalMpool &pool) {
 
 bool can_have_chunks(const QalMpool &pool) {
   return pool.chunk_count > 0 && payload_size(pool) <= std::numeric_limits<std::uint32_t>::max();
-}
-
-FreeElement *link(void *element, void *next) {
-  return ::new (element) FreeElement{static_cast<FreeElement *>(next)};
 }
 
 bool has_shared_batch(const QalMpool &pool) {
@@ -84,7 +81,7 @@ void *carve(const QalMpool &pool, Chunk *chunk) {
   auto *const elements = reinterpret_cast<std::byte *>(chunk + 1);
   void *next = nullptr;
   for (std::size_t i = pool.chunk_count; i-- > 0;) {
-    next = link(elements + i * pool.element_size, next);
+    next = link_free(elements + i * pool.element_size, next);
   }
   return next;
 }

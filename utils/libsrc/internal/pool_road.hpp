@@ -17,6 +17,10 @@ struct FreeElement {
   FreeElement *next;
 };
 
+inline FreeElement *link_free(void *element, void *next) {
+  return ::new (element) FreeElement{static_cast<FreeElement *>(next)};
+}
+
 // The rest: refills the calling thread's list, or reports an index that has none.
 void *pool_alloc_refilled(QalMpool &pool, unsigned index);
 
@@ -34,7 +38,7 @@ inline void *pool_alloc(QalMpool *pool) {
 inline int pool_free(QalMpool *pool, void *element) {
   if (!pool || !element) return -1;
   stopped(pthread_mutex_lock(&pool->lock));
-  pool->shared_free = ::new (element) FreeElement{static_cast<FreeElement *>(pool->shared_free)};
+  pool->shared_free = link_free(element, pool->shared_free);
   ++pool->shared_count;
   return stopped(pthread_mutex_unlock(&pool->lock));
 }
