@@ -15,8 +15,7 @@ namespace {
 
 using qal::internal::FoldedSearch;
 using qal::internal::Folding;
-
-constexpr unsigned ascii_end = 0x80;
+namespace platform = qal::internal::platform;
 
 // Called through volatile pointers because the optimiser takes for granted that toupper and tolower
 // keep ASCII within ASCII, and drops comparisons on the strength of it. Turkish locales do not.
@@ -154,12 +153,12 @@ char *qal_strrchr(const char *string, int character) {
 }
 
 unsigned qal_toupper(unsigned character) {
-  if (character >= ascii_end) return character;
+  if (character >= platform::ascii_count) return character;
   return static_cast<unsigned>(platform_toupper(static_cast<int>(character)));
 }
 
 unsigned qal_tolower(unsigned character) {
-  if (character >= ascii_end) return character;
+  if (character >= platform::ascii_count) return character;
   return static_cast<unsigned>(platform_tolower(static_cast<int>(character)));
 }
 
