@@ -6,6 +6,8 @@ usage: from_python.py SHARED_LIBRARY
 import ctypes
 import sys
 
+if len(sys.argv) != 2:
+    sys.exit(__doc__)
 qal = ctypes.CDLL(sys.argv[1])
 for name in ("qal_list_pool_create", "qal_list_create", "qal_list_alloc", "qal_list_first", "qal_list_next"):
     getattr(qal, name).restype = ctypes.c_void_p  # an int would lose half of the address
