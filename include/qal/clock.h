@@ -2,8 +2,8 @@
  *  The wall clock, the local date and time, and a table of stopwatches.
  *
  *  The clock is the platform's time of day: it may be set, also backwards, and the figures here
- *  follow it. Dates are local time; the time zone is read anew for each call. Every pointer is
- *  needed.
+ *  follow it. Dates are local time: a change of TZ shows in the next call, one of the time zone's
+ *  file in the next second. Every pointer is needed.
  *
  *  The stopwatches ("timers") add up the running time of a phase of work. There is one table of
  *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else.

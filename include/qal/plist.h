@@ -10,7 +10,7 @@
  *  Threads: a list is used by one thread at a time; different threads may use lists of their own at
  *  once.
  *
- *  Source: utils/libsrc/qal_plist.cpp. */
+ *  Source: utils/libsrc/qal_plist.cpp, and qal_list_inline.c for the accessors. */
 #ifndef QAL_PLIST_H
 #define QAL_PLIST_H
 
