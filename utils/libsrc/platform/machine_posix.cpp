@@ -1,3 +1,4 @@
+// Machine figures that every system tells through sysconf.
 #include <unistd.h>
 
 #include <algorithm>

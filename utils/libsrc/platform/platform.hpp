@@ -1,6 +1,7 @@
 // What the library needs from the system beyond POSIX: machine_* hold the machine figures, format_*
-// the text formatting, platform_* the rest, with one file for each system. The build chooses, code
-// never asks which system it runs on.
+// the text formatting, platform_* the rest. There is one file for each system, beside
+// machine_posix.cpp for all of them; the text formatting goes by whether there is Foundation. The
+// build chooses, code never asks which system it runs on.
 #pragma once
 
 #include <cstdarg>
@@ -24,7 +25,7 @@ bool logical_processors(int &count);
 bool resident_bytes(std::uint64_t &bytes);
 
 // Formats as vsnprintf does: at most room - 1 bytes and a terminator, answering the length that the
-// whole text has, or a negative value on failure. On macOS the platform's object placeholder is
+// whole text has, or a negative value on failure. With Foundation its object placeholder is
 // understood too.
 int format_text(char *out, std::size_t room, const char *format, std::va_list arguments);
 
