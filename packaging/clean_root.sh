@@ -10,20 +10,7 @@ if [[ $EUID -ne 0 ]]; then
   exit
 fi
 
-# Kept from run to run: a Debian with a compiler and a reader for manual pages, and nothing else.
-base=build/package/bookworm.tar
 root=build/package/root
-
-make_base() {
-  local new=$base.new
-  rm -rf "$root"
-  debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config bookworm "$root" >"$base.log" || {
-    tail "$base.log"
-    return 1
-  }
-  tar -cf "$new" -C "$root" .
-  mv "$new" "$base"
-}
 
 in_root() {
   chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
@@ -49,10 +36,9 @@ expect() {
 
 newcomer() { in_root sh -c "cd /newcomer && $1"; }
 
-if [[ ! -e $base ]]; then make_base; fi
 rm -rf "$root"
 mkdir "$root"
-tar -xf "$base" -C "$root"
+tar -xf build/package/bookworm.tar -C "$root"
 mkdir "$root/newcomer"
 find "$packages" -maxdepth 1 -name '*.deb' ! -name '*-dbgsym_*' -exec cp -t "$root/newcomer" {} +
 awk '/^```/ { inside = $0 == "```c"; next } inside' README.md >"$root/newcomer/mine.c"

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Makes the Debian 12 that packages are tried in, with a compiler and a reader for manual pages and
+# nothing else, and keeps it from run to run. Only root can.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+base=build/package/bookworm.tar
+if [[ -e $base || $EUID -ne 0 ]]; then exit; fi
+
+root=$base.root
+mkdir -p build/package
+rm -rf "$root"
+debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config bookworm "$root" >"$base.log" || {
+  tail "$base.log"
+  exit 1
+}
+tar -cf "$base.new" -C "$root" .
+mv "$base.new" "$base"
+rm -rf "$root"
