@@ -302,6 +302,12 @@ TEST(DirectoryScan, FailsWhenReadingBreaksOff) {
   }
 }
 
+TEST(DirectoryScan, FailsWithoutRoomToSort) {
+  const ScratchDir scratch;
+  faults.calloc.arm(4, ENOMEM);  // behind the list and its two entries
+  expect_failed_scan(scratch);
+}
+
 TEST(DirectoryScan, OpensAgainAfterASignal) {
   const ScratchDir scratch;
   faults.opendir.arm(1, EINTR);

@@ -26,6 +26,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using qal::internal::Descriptor;
 using qal::internal::File;
 using qal::internal::OwnedText;
 using qal::test::exists;
@@ -982,7 +983,7 @@ TEST_F(TreeRemoval, ATreeAsDeepAsAPathAllowsGoes) {
   EXPECT_FALSE(exists(tree));
 }
 
-TEST_F(TreeRemoval, AnEntryPathOf1023BytesIsTheLongest) {
+TEST_F(TreeRemoval, AnEntryPathOf1023BytesIsTheLongestAndSparesNoOther) {
   const std::string name(199, 'd');
   const std::string longest(18, 'f');  // "tree" and five names with their slashes take 1004 bytes
   const auto result = run_in_child([&] {
@@ -995,8 +996,11 @@ TEST_F(TreeRemoval, AnEntryPathOf1023BytesIsTheLongest) {
         ASSERT_EQ(chdir(name.c_str()), 0);
       }
       ASSERT_NO_FATAL_FAILURE(write_file(last, "x"));
+      ASSERT_NO_FATAL_FAILURE(write_file("short", "x"));
+      const Descriptor deepest{open(".", O_RDONLY | O_DIRECTORY)};
       ASSERT_EQ(chdir(scratch.path().c_str()), 0);
       EXPECT_EQ(qal_file_rmdir("tree", 1), last == longest ? QAL_STATUS_OK : QAL_STATUS_FAILED);
+      EXPECT_NE(faccessat(deepest.get(), "short", F_OK, 0), 0);
     }
   });
   EXPECT_TRUE(result.exited_with(0)) << result.out;

@@ -807,6 +807,13 @@ TEST(PathRange, AcceptsTemplatesOfUpTo1023Bytes) {
   EXPECT_EQ((Range{6, 5, -1}), find_range(path + "/f#", 5));
 }
 
+TEST(PathRange, RefusesATemplateWithoutAField) {
+  const ScratchDir scratch;
+  make_numbered(scratch, {"f", "0"});
+  EXPECT_EQ(no_range, find_range(scratch / "f"));
+  EXPECT_EQ(no_range, find_range(scratch / ""));
+}
+
 TEST(PathRange, RefusesNull) {
   std::int32_t number = 3;
   EXPECT_EQ(QAL_STATUS_INVALID, qal_valid_pathname_range(nullptr, &number, &number));

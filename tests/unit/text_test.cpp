@@ -377,6 +377,7 @@ TEST(TextStrcasestr, FindsNothingInAnEmptyText) {
 
 TEST(TextStrcasestr, FindsNoEmptyNeedleUnlikeStrstr) {
   EXPECT_EQ(qal_strcasestr("x", ""), nullptr);
+  EXPECT_EQ(qal_strcasestr(std::string(5000, 'x').c_str(), ""), nullptr);
 }
 
 TEST(TextStrcasestr, FoldsOnlyLettersBelow128) {
@@ -471,19 +472,31 @@ TEST(TextStrcasestr, AgreesWithTryingEveryPlaceOfLongTexts) {
   }
 }
 
+// No place of the text but one has a letter that is not the needle's before or behind it.
+TEST(TextStrcasestr, FindsTwoOfALetterAmongSingleOnes) {
+  for (const std::string single : {"k.", "K."}) {
+    std::string text;
+    for (int i = 0; i < 300; ++i) text += i == 150 ? single.substr(0, 1) : single;
+    EXPECT_EQ(qal_strcasestr(text.c_str(), "kk"), text.c_str() + 300);
+  }
+}
+
 TEST(TextStrcasestr, FindsInLongTextsWhatALocaleFoldsIntoOne) {
   const ScratchDir scratch;
   const TestLocale locale{
       locale_source(scratch, "toupper (<U0061>,<U0058>);(<U0062>,<U0058>);(<U0078>,<U0058>)\n"),
       "ISO-8859-3"};
   if (!locale.is_set()) GTEST_SKIP() << "no such locale";
+  const auto expect_found = [](const char *needle, const char *match) {
+    const std::string dots(300, '.');
+    const std::string text = dots + match + dots;
+    EXPECT_EQ(qal_strcasestr(text.c_str(), needle), text.c_str() + 300) << needle << match;
+  };
   for (const char *const needle : {"a.a", "b.b", "x.x", "X.X"}) {
-    for (const char *const match : {"a.b", "b.x", "x.X", "X.a"}) {
-      const std::string dots(300, '.');
-      const std::string text = dots + match + dots;
-      EXPECT_EQ(qal_strcasestr(text.c_str(), needle), text.c_str() + 300) << needle << match;
-    }
+    for (const char *const match : {"a.b", "b.x", "x.X", "X.a"}) expect_found(needle, match);
   }
+  expect_found("a.q", "b.q");
+  expect_found("q.a", "q.b");
 }
 
 Replaced replaced_in_place(const std::string &text, const std::string &find,
