@@ -3,6 +3,7 @@
 
 usage: mutation.py quick|full|release
        mutation.py UNIT...|critical|all [COUNT [SEED]]
+       mutation.py survivors       those of the last run once more
 
 A mutant is a unit with one line changed. It is compiled alone and linked with the test programs of
 its unit in the place of the original, which the build tree of the release keeps. Killed is a mutant
@@ -30,6 +31,7 @@ EXPLAINED = figures.ROOT / "robustness" / "equivalent_mutants.txt"
 RESULTS = figures.BUILD / "mutation.json"
 NAME, GOAL = "mutation score critical / all", "95 % / 85 %"
 CRITICAL_GOAL, ALL_GOAL = 95, 85
+LEFT_OUT = "(left out)"
 COUNTS = {"full": (400, 200), "release": (None, None)}  # of the critical units, of the others
 WORKERS = 2
 
@@ -162,15 +164,16 @@ def explained():
 
 def key(mutant):
     unit, _, line, changed = mutant
-    return unit, line.strip(), changed.strip() or "(left out)"
+    return unit, line.strip(), changed.strip() or LEFT_OUT
 
 
 def choose(units, count, seed):
-    """Mutants that are no explained ones, in an order that only the seed decides."""
-    known = explained()
-    mutants = [mutant for unit in units for mutant in mutants_of(unit) if key(mutant) not in known]
+    """Mutants that are no explained ones, in an order that only the seed decides: one more that is
+    explained lets another in, and the rest stay."""
+    mutants = [mutant for unit in units for mutant in mutants_of(unit)]
     random.Random(seed).shuffle(mutants)
-    return mutants[:count]
+    known = explained()
+    return [mutant for mutant in mutants if key(mutant) not in known][:count]
 
 
 def run(mutants):
@@ -191,8 +194,18 @@ def run(mutants):
 
 
 def survivors():
-    """What the last run has left, for a reader."""
-    return json.loads(RESULTS.read_text())["survivors"] if RESULTS.exists() else []
+    """What the last run has left and nobody has explained since, for a reader."""
+    left = json.loads(RESULTS.read_text())["survivors"] if RESULTS.exists() else []
+    known = explained()
+    return [one for one in left
+            if (one["unit"], one["was"], one["is"] or LEFT_OUT) not in known]
+
+
+def left_over():
+    """The survivors again, wherever their lines have moved to."""
+    left = {(one["unit"], one["was"], one["is"] or LEFT_OUT) for one in survivors()}
+    units = sorted({unit for unit, _, _ in left})
+    return [mutant for unit in units for mutant in mutants_of(unit) if key(mutant) in left]
 
 
 def score(outcomes):
@@ -225,6 +238,10 @@ def measure(form):
 
 def main():
     groups = {"critical": CRITICAL, "all": list(UNITS)}
+    if sys.argv[1:] == ["survivors"]:
+        run(left_over())
+        print(RESULTS.read_text())
+        return
     names = [name for name in sys.argv[1:] if name in UNITS or name in groups]
     if not names:
         figures.main(measure)

@@ -15,8 +15,8 @@ INCLUDED_BY = {
     f"{INNER}/merge_sort.hpp": [f"{LIB}/qal_list.cpp", f"{LIB}/qal_plist.cpp"],
     f"{INNER}/password.hpp": [f"{IO}/path_full.cpp", f"{LIB}/qal_sysinfo.cpp"],
     f"{INNER}/pool_road.hpp": [f"{LIB}/qal_list.cpp", f"{LIB}/qal_mpool.cpp"],
-    f"{INNER}/retry.hpp": ["app/record.cpp", "app/sweep.cpp", f"{IO}/file_check.cpp",
-                           f"{IO}/file_ops.cpp"],
+    f"{INNER}/retry.hpp": ["app/blocks.cpp", "app/record.cpp", "app/sweep.cpp",
+                           f"{IO}/file_check.cpp", f"{IO}/file_ops.cpp", f"{LIB}/qal_zlib.cpp"],
 }
 
 CRITICAL_UNITS = {
@@ -48,7 +48,8 @@ UNITS = CRITICAL_UNITS | {
     f"{INNER}/merge_sort.hpp": ["plist", "list"],
     f"{INNER}/password.hpp": ["path", "path_fault", "system", "system_fault"],
     f"{INNER}/pool_road.hpp": ["mpool", "list", "containers_fault"],
-    f"{INNER}/retry.hpp": ["record", "sweep_fault", "files", "files_fault"],
+    f"{INNER}/retry.hpp": ["record", "sweep_fault", "files", "files_fault", "blocks",
+                           "blocks_fault"],
     f"{LIB}/platform/machine_linux.cpp": ["platform", "platform_fault", "system"],
     f"{LIB}/platform/machine_posix.cpp": ["system", "system_fault"],
     f"{LIB}/platform/platform_linux.cpp": ["platform", "pipe", "pipe_fault", "files_fault",
