@@ -61,14 +61,17 @@ def link_command(program):
 
 
 def sandboxed(command, folder, seconds):
-    """The exit status of the command; a time-out is a failure. `folder` may be read."""
+    """The exit status of the command; a time-out is a failure. `folder` may be read. What is printed
+    the test framework catches below /tmp, where the sources and the build tree may lie as well."""
+    readable = [option for place in (figures.ROOT, TREE) for option in ("--ro-bind", place, place)]
     scratches = [option for part in ("tests", "fuzz")
                  for option in ("--size", str(256 << 20), "--tmpfs", TREE / part / "scratch")]
     try:
         return subprocess.run(
-            ["bwrap", "--cap-add", "ALL", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc",
-             *scratches, "--unshare-pid", "--die-with-parent", "--chdir", TREE / "tests",
-             "prlimit", f"--as={8 << 30}", "--core=0", f"--cpu={2 + round(seconds / 8)}", *command],
+            ["bwrap", "--cap-add", "ALL", "--ro-bind", "/", "/", "--tmpfs", "/tmp", *readable,
+             "--dev", "/dev", "--proc", "/proc", *scratches, "--unshare-pid", "--die-with-parent",
+             "--chdir", TREE / "tests", "prlimit", f"--as={8 << 30}", "--core=0",
+             f"--cpu={2 + round(seconds / 8)}", *command],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             timeout=seconds, cwd=folder, check=False).returncode
     except subprocess.TimeoutExpired:
