@@ -54,7 +54,7 @@ Faults faults;
 
 std::vector<std::size_t> allocated;  // bytes of every calloc
 
-// What the password database answers while it is replaced.
+// What the password database answers while it is replaced, and who asks.
 struct Database {
   bool replaced = false;
   bool known = true;
@@ -62,6 +62,7 @@ struct Database {
   int error_times = 1000;
   std::size_t needed = 0;  // smaller buffers are answered with ERANGE
   std::string home;
+  uid_t real_id = 4711;  // another than the effective one
   uid_t asked_id = 0;
   std::string asked_name;
 };
@@ -126,6 +127,9 @@ int __wrap_access(const char *path, int mode) {
   return answer->second ? 0 : -1;
 }
 
+uid_t __real_getuid();
+uid_t __wrap_getuid() { return database.replaced ? database.real_id : __real_getuid(); }
+
 int __real_getpwuid_r(uid_t id, passwd *entry, char *store, std::size_t size, passwd **found);
 int __wrap_getpwuid_r(uid_t id, passwd *entry, char *store, std::size_t size, passwd **found) {
   if (!database.replaced) return __real_getpwuid_r(id, entry, store, size, found);
@@ -159,9 +163,8 @@ Expanded expanded(const std::string &name, int capacity = 1024) {
 
 TEST(TildeExpand, AsksForTheRealUserAndForTheNamedOne) {
   database.home = "/home/mira";
-  database.asked_id = 4711;
   EXPECT_EQ(expanded("~/x").text, "/home/mira/x");
-  EXPECT_EQ(database.asked_id, getuid());
+  EXPECT_EQ(database.asked_id, database.real_id);
   EXPECT_EQ(expanded("~mira\\x/y").text, "/home/mira/y");
   EXPECT_EQ(database.asked_name, "mira\\x");
 }
@@ -250,6 +253,14 @@ TEST(TemporaryDirectory, IsNoneWhenNeitherIsWritable) {
 TEST(LowerCase, AnswersNullWhenMemoryIsShort) {
   faults.strdup.arm(1, ENOMEM);
   EXPECT_EQ(lower_case("Text"), nullptr);
+}
+
+TEST(LineCount, ExpandsTheTilde) {
+  const ScratchDir scratch;
+  scratch.file("lines.txt", "one\ntwo\n");
+  database.replaced = true;
+  database.home = scratch.path();
+  EXPECT_EQ(file_getlinecount("~/lines.txt"), 2);
 }
 
 TEST(LineCount, OpensAgainAfterASignal) {
