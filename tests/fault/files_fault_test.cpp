@@ -56,6 +56,8 @@ std::vector<std::string> made_calls;  // of the functions that `faults` names, i
 
 bool all_opened_close_on_exec = true;
 
+std::map<std::string, mode_t> played_kinds;  // of file names, instead of what they are
+
 // What the kernel is willing to copy by itself, and in pieces of how many bytes.
 std::size_t kernel_copies_bytes = 0;
 constexpr std::size_t kernel_piece = 10'000;
@@ -93,6 +95,7 @@ ssize_t __real_write(int, const void *, size_t);
 ssize_t __real_copy_file_range(int, off_t *, int, off_t *, size_t, unsigned);
 int __real_close(int);
 int __real_fstat(int, struct stat *);
+int __real_fstatat(int, const char *, struct stat *, int);
 int __real_ftruncate(int, off_t);
 int __real_fsync(int);
 int __real_unlink(const char *);
@@ -139,6 +142,12 @@ int __wrap_close(int file) {
 }
 int __wrap_fstat(int file, struct stat *info) {
   return fails("fstat") ? -1 : __real_fstat(file, info);
+}
+int __wrap_fstatat(int parent, const char *path, struct stat *info, int flags) {
+  const int result = __real_fstatat(parent, path, info, flags);
+  const auto played = played_kinds.find(path);
+  if (played != played_kinds.end()) info->st_mode = played->second;
+  return result;
 }
 int __wrap_ftruncate(int file, off_t size) {
   return fails("ftruncate") ? -1 : __real_ftruncate(file, size);
@@ -409,6 +418,28 @@ TEST_F(TreeFault, ADirectoryWithoutAnyEntryFails) {
   const auto empty = scratch.directory("empty");
   const Faults guard(Plan{{"readdir", {.error = 0}}});
   EXPECT_EQ(qal_file_rmdir(empty.c_str(), 1), QAL_STATUS_FAILED);
+}
+
+// Deliberate: a block device has the bit in its type that tells directories, so it counts as one.
+TEST_F(TreeFault, ABlockDeviceFailsAfterTheFiles) {
+  played_kinds = {{"a", S_IFBLK | 0600}};
+  EXPECT_EQ(qal_file_rmdir(tree.c_str(), 1), QAL_STATUS_FAILED);
+  EXPECT_EQ(names_in(tree), (Lines{"a", "d"}));
+}
+
+TEST_F(TreeFault, ACharacterDeviceIsAFile) {
+  played_kinds = {{"a", S_IFCHR | 0600}};
+  EXPECT_EQ(qal_file_rmdir(tree.c_str(), 1), QAL_STATUS_OK);
+  EXPECT_FALSE(exists(tree));
+}
+
+// Every call is refused that could lose something if the check were missing.
+TEST(RootFault, TheRootFailsUntouched) {
+  const Faults guard(Plan{{"openat", {}}, {"unlink", {}}, {"unlinkat", {}}, {"rmdirat", {}}});
+  for (const char *path : {"/", "//", "\\", "/."}) {
+    EXPECT_EQ(qal_file_rmdir(path, 1), QAL_STATUS_FAILED) << path;
+  }
+  EXPECT_EQ(made_calls, Lines{});
 }
 
 TEST_F(TreeFault, AnInterruptedOpenIsMadeAgain) {

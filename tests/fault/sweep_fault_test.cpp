@@ -742,6 +742,18 @@ TEST_F(SweepListing, LeavesOutAPathThatDoesNotFit) {
   EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/" + longest, "/dir/b"));
 }
 
+TEST_F(SweepListing, IsOfTheRootForAnEmptyDirectory) {
+  std::vector<std::string> listed;
+  stage.listing_replaced = true;
+  stage.on_listing = [&](const char *wildcard) { listed.emplace_back(wildcard); };
+  stage.listing_names = "halix_server_that_is_not_there.dat\n";
+  stage.calls_recorded = true;
+  process_directory("");
+  stage.calls_recorded = false;
+  EXPECT_THAT(listed, ElementsAre("/halix_server*.dat"));
+  EXPECT_THAT(stage.calls, ElementsAre("open"));
+}
+
 TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
   const auto outside = world_.file(world_.home() + "/halix_server1.dat", "malformed");
   const auto foreign = world_.record("notes.txt", "malformed");

@@ -15,7 +15,6 @@
 #include <string>
 #include <vector>
 
-#include "support/child.hpp"
 #include "support/log_capture.hpp"
 
 namespace {
@@ -33,6 +32,7 @@ struct Users {
   std::deque<int> errors;  // answered one by one; the last stays
   const char *name = "somebody";
   std::vector<std::size_t> rooms;
+  uid_t real = 4711;  // another than the effective one
   uid_t asked = 0;
 } users;
 
@@ -85,6 +85,8 @@ int __wrap_pclose(FILE *stream) {
   ++version_tool.closed;
   return std::fclose(stream);
 }
+
+uid_t __wrap_getuid() { return users.real; }
 
 int __wrap_getpwuid_r(uid_t user, passwd *entry, char *, size_t room, passwd **found) {
   users.asked = user;
@@ -278,14 +280,7 @@ std::string user_name() {
 
 TEST_F(UserName, IsAskedForTheRealUser) {
   EXPECT_EQ(user_name(), "somebody");
-  EXPECT_EQ(users.asked, getuid());
-  if (geteuid() != 0) return;
-  const auto child = qal::test::run_in_child([] {
-    ASSERT_EQ(seteuid(65534), 0);
-    user_name();
-    EXPECT_EQ(users.asked, 0U);
-  });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  EXPECT_EQ(users.asked, users.real);
 }
 
 TEST_F(UserName, GetsMoreRoomForALongEntry) {

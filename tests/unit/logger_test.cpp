@@ -510,16 +510,16 @@ TEST(LoggerFunc, KeepsErrno) {
 }
 
 TEST(LoggerFunc, KeepsErrnoWhenAFinishedLineCannotBeWritten) {
-  const File full{std::fopen("/dev/full", "wb")};
-  if (!full) GTEST_SKIP() << "no such device";
-  std::setvbuf(full.get(), nullptr, _IONBF, 0);
+  const ScratchDir scratch;
+  const File unwritable{std::fopen(scratch.file("console").c_str(), "rb")};
+  std::setvbuf(unwritable.get(), nullptr, _IONBF, 0);
   during_delivery = [&](const char *line) {
     const QalLoggerFunc call = &_qal_logger_func;
     errno = ENOTDIR;
-    call(full.get(), line);
+    call(unwritable.get(), line);
     EXPECT_EQ(errno, ENOTDIR) << line;
-    EXPECT_TRUE(std::ferror(full.get()));
-    std::clearerr(full.get());
+    EXPECT_TRUE(std::ferror(unwritable.get()));
+    std::clearerr(unwritable.get());
   };
   qal_logger_init(nullptr, &run_during_delivery, nullptr, nullptr);
   qal_info("%s", "plain\n");

@@ -356,19 +356,6 @@ TEST_F(SweepRecords, CannotOpenRecordsOfADirectoryThatTheListingAloneExpands) {
   EXPECT_TRUE(exists(path));
 }
 
-TEST_F(SweepRecords, SweepsTheRootForAnEmptyDirectory) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can make a directory the root";
-  const auto path = world_.file(world_.root() + "/halix_server1.dat", malformed);
-  const auto below = record(malformed);
-  const auto result = run_in_child([this] {
-    ASSERT_EQ(chroot(world_.root().c_str()), 0);
-    process_directory("");
-  });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
-  EXPECT_FALSE(exists(path));
-  EXPECT_TRUE(exists(below));
-}
-
 TEST_F(SweepRecords, DoesNothingWithoutADirectory) {
   process_directory((world_.root() + "/missing").c_str());
   process_directory(std::string(2000, 'x').c_str());

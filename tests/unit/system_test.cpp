@@ -81,29 +81,6 @@ TEST(UserName, IsTheLoginName) {
   EXPECT_EQ(name, own_login_name());
 }
 
-// The two ids differ only in a process that was started with privileges.
-TEST(UserName, IsThatOfTheRealUser) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can take another effective user";
-  const auto child = run_in_child([] {
-    ASSERT_EQ(seteuid(65534), 0);
-    char name[256];
-    EXPECT_EQ(qal_username(name, sizeof name), 0);
-    EXPECT_EQ(name, own_login_name());
-  });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
-}
-
-TEST(UserName, IsNotfoundWithoutAPasswordEntry) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can become a user without an entry";
-  const auto child = run_in_child([] {
-    ASSERT_EQ(setuid(1'999'999'999), 0);
-    char name[256];
-    EXPECT_EQ(qal_username(name, sizeof name), 0);
-    EXPECT_STREQ(name, "notfound");
-  });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
-}
-
 TEST(UserName, IsCutToTheBuffer) {
   const std::string whole = own_login_name();
   ASSERT_GE(whole.size(), 2U);
