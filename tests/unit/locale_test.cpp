@@ -145,14 +145,19 @@ class Locales : public testing::Test {
 TEST_F(Locales, LeaveAsciiAloneInTheCLocale) { expect_as_in_c(); }
 
 TEST_F(Locales, LeaveAsciiAloneInUtf8) {
-  if (!std::setlocale(LC_ALL, "C.UTF-8")) GTEST_SKIP() << "no such locale";
+  // The first is there on every Debian, the second on every macOS.
+  ASSERT_TRUE(std::setlocale(LC_ALL, "C.UTF-8") || std::setlocale(LC_ALL, "en_US.UTF-8"));
   expect_as_in_c();
 }
 
-TEST_F(Locales, LeaveAsciiAloneInTurkish) {
+class TurkishLocales : public Locales {
+ protected:
+  void SetUp() override { qal::test::skip_where_no_locale_is_made(); }
+};
+
+TEST_F(TurkishLocales, LeaveAsciiAlone) {
   for (const char *charmap : {"UTF-8", "ISO-8859-9"}) {
     const TestLocale locale("tr_TR", charmap, LC_ALL);
-    if (!locale.is_set()) GTEST_SKIP() << "no such locale";
     expect_as_in_c();
   }
 }
