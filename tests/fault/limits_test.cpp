@@ -39,7 +39,8 @@ using qal::test::ScratchDir;
 // Whether the kernel is willing to copy files by itself.
 bool kernel_copies = false;
 
-constexpr char not_permitted[] = "mounting is not permitted here";
+constexpr char not_permitted[] =
+    "mounting is not permitted here; FullDevice and FileSizeLimit meet the same errors";
 
 // A file system of 64 KiB and of a few files, seen by this process alone.
 bool mount_small_disk(const std::string &directory) {
@@ -75,8 +76,7 @@ namespace {
 
 class Limits : public testing::Test {
  protected:
-  // Runs the body in a child with the disk in place. Many a container forbids every mount;
-  // FullDevice and FileSizeLimit meet the same errors there.
+  // Runs the body in a child with the disk in place. Many a container forbids every mount.
   static void on_small_disk(const std::string &disk, const std::function<void()> &body) {
     const auto child = run_in_child([&] {
       alarm(60);
