@@ -968,9 +968,12 @@ TEST_F(TreeRemoval, AnEntryPathOf1023BytesIsTheLongestAndSparesNoOther) {
       ASSERT_NO_FATAL_FAILURE(write_file(last, "x"));
       ASSERT_NO_FATAL_FAILURE(write_file("short", "x"));
       const Descriptor deepest{open(".", O_RDONLY | O_DIRECTORY)};
+      ASSERT_EQ(faccessat(deepest.get(), "short", F_OK, 0), 0);
       ASSERT_EQ(chdir(scratch.path().c_str()), 0);
-      EXPECT_EQ(qal_file_rmdir("tree", 1), last == longest ? QAL_STATUS_OK : QAL_STATUS_FAILED);
+      const bool fits = last == longest;
+      EXPECT_EQ(qal_file_rmdir("tree", 1), fits ? QAL_STATUS_OK : QAL_STATUS_FAILED);
       EXPECT_NE(faccessat(deepest.get(), "short", F_OK, 0), 0);
+      EXPECT_EQ(faccessat(deepest.get(), last.c_str(), F_OK, 0), fits ? -1 : 0);
     }
   });
   EXPECT_TRUE(result.exited_with(0)) << result.out;
