@@ -14,6 +14,7 @@ equivalent_mutants.txt; all others are listed in mutation.json of the build tree
 """
 import concurrent.futures
 import json
+import operator
 import pathlib
 import random
 import shlex
@@ -32,6 +33,8 @@ RESULTS = figures.BUILD / "mutation.json"
 NAME, GOAL = "mutation score critical / all", "95 % / 85 %"
 CRITICAL_GOAL, ALL_GOAL = 95, 85
 LEFT_OUT = "(left out)"
+KEY = ("unit", "was", "is")  # the parts of key(), as the results name them
+key_in = operator.itemgetter(*KEY)
 COUNTS = {"full": (400, 200), "release": (None, None)}  # of the critical units, of the others
 WORKERS = 2
 
@@ -166,6 +169,7 @@ def explained():
 
 
 def key(mutant):
+    """What it is known by while lines move."""
     unit, _, line, changed = mutant
     return unit, line.strip(), changed.strip() or LEFT_OUT
 
@@ -188,9 +192,8 @@ def run(mutants):
             if not survived:
                 raise SystemExit(f"{unit}: its tests fail without a change")
         outcomes = dict(zip(mutants, pool.map(lambda one: examine(one, *prepared), mutants)))
-    survivors = [{"unit": unit, "line": number + 1, "was": line.strip(), "is": changed.strip()}
-                 for (unit, number, line, changed), outcome in sorted(outcomes.items())
-                 if outcome == "survived"]
+    survivors = [{"line": mutant[1] + 1, **dict(zip(KEY, key(mutant)))}
+                 for mutant, outcome in sorted(outcomes.items()) if outcome == "survived"]
     programs = {mutant: outcome for mutant, outcome in outcomes.items() if outcome}
     RESULTS.write_text(json.dumps({"mutants": len(programs), "survivors": survivors}, indent=1))
     return programs
@@ -200,13 +203,12 @@ def survivors():
     """What the last run has left and nobody has explained since, for a reader."""
     left = json.loads(RESULTS.read_text())["survivors"] if RESULTS.exists() else []
     known = explained()
-    return [one for one in left
-            if (one["unit"], one["was"], one["is"] or LEFT_OUT) not in known]
+    return [one for one in left if key_in(one) not in known]
 
 
 def left_over():
     """The survivors again, wherever their lines have moved to."""
-    left = {(one["unit"], one["was"], one["is"] or LEFT_OUT) for one in survivors()}
+    left = {key_in(one) for one in survivors()}
     units = sorted({unit for unit, _, _ in left})
     return [mutant for unit in units for mutant in mutants_of(unit) if key(mutant) in left]
 
