@@ -4,17 +4,16 @@
 set -euo pipefail
 directory=$(realpath -m "${1:?a directory to build in}")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. packaging/logged.sh
 
 version=$(packaging/project.sh VERSION)
 sources=$directory/qal-$version.tar.gz
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 
-logged() { "$@" >"$directory/log" 2>&1 || { tail -n 50 "$directory/log"; return 1; }; }
-
 pack() {
   rm -rf "$directory/packed"
-  logged cpack --config "$directory/build/CPackConfig.cmake" -B "$directory/packed"
+  logged "$directory/log" cpack --config "$directory/build/CPackConfig.cmake" -B "$directory/packed"
   rm -rf "$directory/packed/_CPack_Packages"
 }
 
@@ -24,8 +23,8 @@ rm -rf "$directory"
 mkdir -p "$directory"
 git archive --prefix="qal-$version/" --output "$sources" HEAD
 tar -xf "$sources" -C "$directory"
-logged cmake -S "$directory/qal-$version" -B "$directory/build" -G Ninja -DQAL_BUILD_TESTS=OFF
-logged cmake --build "$directory/build"
+logged "$directory/log" cmake -S "$directory/qal-$version" -B "$directory/build" -G Ninja -DQAL_BUILD_TESTS=OFF
+logged "$directory/log" cmake --build "$directory/build"
 pack
 first=$(sums)
 pack

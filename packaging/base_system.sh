@@ -3,6 +3,7 @@
 # nothing else, and keeps it from run to run. Only root can.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. packaging/logged.sh
 
 base=build/package/bookworm.tar
 if [[ -e $base || $EUID -ne 0 ]]; then exit; fi
@@ -10,10 +11,8 @@ if [[ -e $base || $EUID -ne 0 ]]; then exit; fi
 root=$base.root
 mkdir -p build/package
 rm -rf "$root"
-debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config bookworm "$root" >"$base.log" || {
-  tail "$base.log"
-  exit 1
-}
+logged "$base.log" \
+  debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config bookworm "$root"
 tar -cf "$base.new" -C "$root" .
 mv "$base.new" "$base"
 rm -rf "$root"

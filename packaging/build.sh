@@ -3,6 +3,7 @@
 set -euo pipefail
 directory=$(realpath -m "${1:?a directory to build in}")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. packaging/logged.sh
 
 version=$(packaging/project.sh VERSION)
 packaged=$(dpkg-parsechangelog -l packaging/debian/changelog -S Version)
@@ -18,7 +19,4 @@ SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 cd "$directory/qal-$version"
 cp -r packaging/debian debian
-dpkg-buildpackage --unsigned-source --unsigned-changes -j2 >../build.log 2>&1 || {
-  tail -n 50 ../build.log
-  exit 1
-}
+logged ../build.log dpkg-buildpackage --unsigned-source --unsigned-changes -j2

@@ -4,6 +4,7 @@
 set -euo pipefail
 packages=${1:?the directory of the packages}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. packaging/logged.sh
 
 if [[ $EUID -ne 0 ]]; then
   echo "NOT CHECKED: only root can install into a root directory of its own"
@@ -16,8 +17,6 @@ in_root() {
   chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
     DEBIAN_FRONTEND=noninteractive "$@"
 }
-
-quietly() { "$@" >"$root.log" 2>&1 || { cat "$root.log"; return 1; }; }
 
 # Logs, caches and the package manager's own lists change with whatever is installed.
 files() {
@@ -42,10 +41,10 @@ tar -xf build/package/bookworm.tar -C "$root"
 mkdir "$root/newcomer"
 find "$packages" -maxdepth 1 -name '*.deb' ! -name '*-dbgsym_*' -exec cp -t "$root/newcomer" {} +
 awk '/^```/ { inside = $0 == "```c"; next } inside' README.md >"$root/newcomer/mine.c"
-quietly in_root apt-get update
+logged "$root.log" in_root apt-get update
 before=$(files)
 
-quietly newcomer 'apt-get install -y --no-install-recommends ./*.deb'
+logged "$root.log" newcomer 'apt-get install -y --no-install-recommends ./*.deb'
 echo "ok: apt installs $(cd "$root/newcomer" && echo *.deb)"
 
 echo incomplete >"$root/newcomer/halix_server1.dat"
@@ -62,7 +61,7 @@ expect "man shows the tool's page" kalmora-sweep \
   "$(newcomer 'man kalmora-sweep' | grep -o -m 1 kalmora-sweep)"
 expect "man shows the library's page" qal "$(newcomer 'man 7 qal' | grep -o -m 1 -w qal)"
 
-quietly in_root apt-get purge -y kalmora-sweep libqal1 libqal-dev qal-doc
-quietly in_root apt-get autoremove --purge -y
+logged "$root.log" in_root apt-get purge -y kalmora-sweep libqal1 libqal-dev qal-doc
+logged "$root.log" in_root apt-get autoremove --purge -y
 expect "nothing is left" "" "$(diff <(echo "$before") <(files))"
 rm -rf "$root"

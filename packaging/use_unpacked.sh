@@ -7,8 +7,6 @@ shift
 rm -rf "$tree"
 mkdir -p "$tree"
 
-logged() { "$@" >"$tree/log" 2>&1 || { cat "$tree/log"; return 1; }; }
-
 for archive; do
   case $archive in
     *.deb) dpkg-deb --extract "$archive" "$tree" ;;
@@ -16,10 +14,12 @@ for archive; do
   esac
 done
 
-cd "$(dirname "${BASH_SOURCE[0]}")/../tests/package"
+cd "$(dirname "${BASH_SOURCE[0]}")"
+. ./logged.sh
+cd ../tests/package
 for project in c_project cxx_project; do
   build=$tree/$project
-  logged cmake -S "$project" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$tree;$tree/usr"
-  logged cmake --build "$build"
+  logged "$tree/log" cmake -S "$project" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$tree;$tree/usr"
+  logged "$tree/log" cmake --build "$build"
   echo "ok: a $project finds it: $("$build/stranger")"
 done
