@@ -363,6 +363,7 @@ class TreeFault : public testing::Test {
     scratch.directory("tree/d/e");
     for (const char *name : {"tree/a", "tree/b", "tree/d/c", "tree/d/e/f"}) scratch.file(name);
   }
+  ~TreeFault() override { played_kinds.clear(); }
   int remove(Plan armed) const {
     const Faults guard(std::move(armed));
     return qal_file_rmdir(tree.c_str(), 1);
