@@ -27,11 +27,15 @@ def area(target):
     return target.name.removesuffix("_fuzz")
 
 
+def seconds(target, form):
+    shares = next((len(areas) for areas in SHARING if area(target) in areas), 1)
+    return max(2, SECONDS[form] // shares)
+
+
 def limits(target, form):
     if form == "release" and area(target) in OF_TEXT:
         return [f"-runs={RUNS_OF_TEXT}"]
-    shares = next((len(areas) for areas in SHARING if area(target) in areas), 1)
-    return [f"-max_total_time={max(2, SECONDS[form] // shares)}"]
+    return [f"-max_total_time={seconds(target, form)}"]
 
 
 def run(target, form):
@@ -50,7 +54,7 @@ def run(target, form):
 
 
 def measure(form):
-    found = targets()
+    found = sorted(targets(), key=lambda target: -seconds(target, form))  # no long one ends alone
     with concurrent.futures.ThreadPoolExecutor(figures.JOBS) as pool:
         results = list(pool.map(lambda target: run(target, form), found))
     failed = [area(target) for target, (_, held) in zip(found, results) if not held]
