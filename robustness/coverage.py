@@ -118,8 +118,9 @@ def run_apart(area, folder):
     environment = os.environ | {"GCOV_PREFIX": str(folder), "GCOV_PREFIX_STRIP": "99"}
     subprocess.run([TREE / "fuzz" / f"{area}_replay", figures.ROOT / "fuzz" / "corpus" / area],
                    check=True, env=environment, stdout=subprocess.DEVNULL)
-    own = TREE / "fuzz" / "CMakeFiles" / f"{area}_replay.dir"
-    for notes in [*(TREE / "CMakeFiles").rglob("*.gcno"), *own.rglob("*.gcno")]:
+    objects = TREE / "CMakeFiles", *(TREE / "fuzz" / "CMakeFiles" / f"{target}.dir"
+                                     for target in (f"{area}_replay", "qal_replay"))
+    for notes in (notes for place in objects for notes in place.rglob("*.gcno")):
         if notes.with_suffix(".gcda").name in os.listdir(folder):
             shutil.copy(notes, folder)
 
