@@ -6,7 +6,7 @@ import subprocess
 
 import figures
 
-ROUNDS = {"full": 5, "release": 100}
+ROUNDS = {"full": 10, "release": 100}
 THREADED_CORPORA = ("barrier", "environment", "reduce", "sema")
 
 
