@@ -36,6 +36,8 @@ std::byte *data_of(const QalHash &table, void *record) {
   return static_cast<std::byte *>(record) + key_bytes(table);
 }
 
+bool is_missing(const void *bytes, std::int32_t size) { return !bytes && size > 0; }
+
 bool has_slot(const QalHash &table, std::int32_t slot) {
   return slot >= 0 && slot < table.num_slots;
 }
@@ -68,7 +70,7 @@ template <typename Use>
 }
 
 [[gnu::always_inline]] inline void copy_bytes(void *to, const void *from, std::size_t size) {
-  if (size == 0 || !to) return;
+  if (size == 0) return;
   with_size(size, [=](auto bytes) { std::memcpy(to, from, bytes); });
 }
 
@@ -85,7 +87,6 @@ void *first_record(const QalList *list, const Matches &matches) {
                                                 const void *key) {
   const std::size_t size = key_bytes(table);
   if (size == 0) return qal_list_first(list);
-  if (!key) return nullptr;
   return with_size(size, [=](auto bytes) {
     return first_record(list,
                         [=](const void *record) { return std::memcmp(record, key, bytes) == 0; });
@@ -93,7 +94,7 @@ void *first_record(const QalList *list, const Matches &matches) {
 }
 
 [[gnu::always_inline]] inline void copy_data(const QalHash &table, void *record, void *data_out) {
-  copy_bytes(data_out, data_of(table, record), data_bytes(table));
+  if (data_out) copy_bytes(data_out, data_of(table, record), data_bytes(table));
 }
 
 [[gnu::noinline]] void take_record(QalHash &table, QalList *list, void *record, void *data_out) {
@@ -196,7 +197,9 @@ void qal_hash_reinit(QalHash *table) {
 int qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data) {
   if (!table) return QAL_STATUS_OK;
   if (!has_slot(*table, slot)) return QAL_STATUS_INVALID;
-  if ((!key && table->key_size > 0) || (!data && table->data_size > 0)) return QAL_STATUS_INVALID;
+  if (is_missing(key, table->key_size) || is_missing(data, table->data_size)) {
+    return QAL_STATUS_INVALID;
+  }
   QalList *&list = list_at(*table, slot);
   if (!list) list = qal_list_create(table->pool);
   if (!list) return QAL_STATUS_NO_MEMORY;
@@ -209,7 +212,7 @@ int qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data
 }
 
 int qal_hash_find(QalHash *table, int32_t slot, const void *key, void *data_out) {
-  if (!table || !has_slot(*table, slot)) return not_found;
+  if (!table || !has_slot(*table, slot) || is_missing(key, table->key_size)) return not_found;
   QalList *const list = list_at(*table, slot);
   void *const record = find_record(*table, list, key);
   if (!record) return not_found;
@@ -223,7 +226,7 @@ int qal_hash_find(QalHash *table, int32_t slot, const void *key, void *data_out)
 
 int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void *data_out) {
   if (!table) return QAL_STATUS_OK;
-  if (!has_slot(*table, slot)) return QAL_STATUS_INVALID;
+  if (!has_slot(*table, slot) || is_missing(key, table->key_size)) return QAL_STATUS_INVALID;
   QalList *const list = list_at(*table, slot);
   void *const record = find_record(*table, list, key);
   if (!record) return QAL_STATUS_INVALID;
