@@ -752,6 +752,7 @@ TEST_F(SweepListing, IsOfTheRootForAnEmptyDirectory) {
   stage.calls_recorded = false;
   EXPECT_THAT(listed, ElementsAre("/halix_server*.dat"));
   EXPECT_THAT(stage.calls, ElementsAre("open"));
+  EXPECT_THAT(find_files("", "*"), ElementsAre("/halix_server_that_is_not_there.dat", "/"));
 }
 
 TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
