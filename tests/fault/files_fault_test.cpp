@@ -424,13 +424,13 @@ TEST_F(TreeFault, ADirectoryWithoutAnyEntryFails) {
 // Deliberate: a block device has the bit in its type that tells directories, so it counts as one.
 TEST_F(TreeFault, ABlockDeviceFailsAfterTheFiles) {
   played_kinds = {{"a", S_IFBLK | 0600}};
-  EXPECT_EQ(qal_file_rmdir(tree.c_str(), 1), QAL_STATUS_FAILED);
+  EXPECT_EQ(remove({}), QAL_STATUS_FAILED);
   EXPECT_EQ(names_in(tree), (Lines{"a", "d"}));
 }
 
 TEST_F(TreeFault, ACharacterDeviceIsAFile) {
   played_kinds = {{"a", S_IFCHR | 0600}};
-  EXPECT_EQ(qal_file_rmdir(tree.c_str(), 1), QAL_STATUS_OK);
+  EXPECT_EQ(remove({}), QAL_STATUS_OK);
   EXPECT_FALSE(exists(tree));
 }
 
