@@ -12,19 +12,6 @@
 
 namespace qal::test {
 
-// What makes a locale from its sources is the C library's own on Linux. macOS has neither sources
-// nor character maps.
-inline void skip_where_no_locale_is_made() {
-  for (const char *needed : {"/usr/bin/localedef", "/usr/share/i18n/charmaps"}) {
-    if (!exists(needed)) GTEST_SKIP() << "no locale can be made without " << needed;
-  }
-}
-
-class MadeLocales : public testing::Test {
- protected:
-  void SetUp() override { skip_where_no_locale_is_made(); }
-};
-
 // A locale compiled for one test, given by its name or by a source file, and set while this lives.
 class TestLocale {
  public:

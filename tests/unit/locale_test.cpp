@@ -15,11 +15,15 @@
 #include <vector>
 
 #include "internal/handles.hpp"
+#include "support/char_classes.hpp"
+#include "support/scratch.hpp"
 #include "support/test_locale.hpp"
 
 namespace {
 
 using qal::internal::OwnedText;
+using qal::test::expect_classes_of_the_locale;
+using qal::test::ScratchDir;
 using qal::test::TestLocale;
 
 constexpr int ascii_end = 128;
@@ -145,17 +149,11 @@ class Locales : public testing::Test {
 TEST_F(Locales, LeaveAsciiAloneInTheCLocale) { expect_as_in_c(); }
 
 TEST_F(Locales, LeaveAsciiAloneInUtf8) {
-  // The first is there on every Debian, the second on every macOS.
-  ASSERT_TRUE(std::setlocale(LC_ALL, "C.UTF-8") || std::setlocale(LC_ALL, "en_US.UTF-8"));
+  ASSERT_TRUE(std::setlocale(LC_ALL, "C.UTF-8"));
   expect_as_in_c();
 }
 
-class TurkishLocales : public Locales {
- protected:
-  void SetUp() override { qal::test::skip_where_no_locale_is_made(); }
-};
-
-TEST_F(TurkishLocales, LeaveAsciiAlone) {
+TEST_F(Locales, LeaveAsciiAloneInTurkish) {
   for (const char *charmap : {"UTF-8", "ISO-8859-9"}) {
     const TestLocale locale("tr_TR", charmap, LC_ALL);
     expect_as_in_c();
@@ -168,6 +166,98 @@ TEST_F(Locales, AreNeverSetByTheLibrary) {
   observations();
   expect_case_of_the_platform();
   EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+}
+
+// The source of a locale in which nothing is said but `rules` about its characters.
+std::string locale_source(const ScratchDir &scratch, const std::string &rules) {
+  return scratch.file("rules",
+                      "comment_char %\nescape_char /\nLC_CTYPE\n" + rules + "END LC_CTYPE\n");
+}
+
+TEST(TextClassInLocales, FollowsTheLocaleAboveSevenBits) {
+  const TestLocale locale{"de_DE", "ISO-8859-1"};
+  expect_classes_of_the_locale();
+  constexpr int small_a_umlaut = 0xe4;
+  EXPECT_EQ(qal_islower(small_a_umlaut), 1);
+  EXPECT_EQ(qal_isalpha(small_a_umlaut), 1);
+  EXPECT_EQ(qal_isalnum(small_a_umlaut), 1);
+  EXPECT_EQ(qal_isascii(small_a_umlaut), 0);
+}
+
+TEST(TextClassInLocales, CountsNoLetterWithoutACaseAsAlphabetic) {
+  const TestLocale locale{"th_TH", "TIS-620"};
+  constexpr int ko_kai = 0xa1;
+  ASSERT_TRUE(std::isalpha(ko_kai));
+  EXPECT_EQ(qal_isalpha(ko_kai), 0);
+  EXPECT_EQ(qal_isalnum(ko_kai), 0);
+}
+
+TEST(TextClassInLocales, KnowsBlanksOfItsOwn) {
+  const ScratchDir scratch;
+  const TestLocale locale{locale_source(scratch,
+                                        "space <U0020>;<U0009>;<U00A0>\n"
+                                        "blank <U0020>;<U0009>;<U00A0>\n"),
+                          "ISO-8859-2"};
+  constexpr int no_break_space = 0xa0;
+  ASSERT_TRUE(std::isblank(no_break_space));
+  EXPECT_EQ(qal_isblank(no_break_space), 0);
+  expect_classes_of_the_locale();
+}
+
+TEST(TextCaseInLocales, KeepsCharactersFrom128On) {
+  const TestLocale locale{"de_DE", "ISO-8859-1"};
+  for (const unsigned c : {128U, 0xc4U, 0xe4U, 255U, 256U, 256U + 'a', 0x80000061U, 0xffffffffU}) {
+    EXPECT_EQ(qal_toupper(c), c);
+    EXPECT_EQ(qal_tolower(c), c);
+  }
+}
+
+TEST(TextCaseInLocales, FollowsTheMappingOfTheLocale) {
+  const TestLocale locale{"tr_TR", "ISO-8859-9"};
+  constexpr unsigned capital_i_with_dot = 0xdd;
+  constexpr unsigned small_i_without_dot = 0xfd;
+  EXPECT_EQ(qal_toupper('i'), capital_i_with_dot);
+  EXPECT_EQ(qal_tolower('I'), small_i_without_dot);
+  EXPECT_EQ(qal_strcasestr("FILE", "file"), nullptr);
+  EXPECT_STREQ(qal_strcasestr("a\xdd", "Ai"), "a\xdd");
+  // The case of a whole text is ASCII's in every locale.
+  char text[] = "fiLI";
+  qal_changecase(text, 0);
+  EXPECT_STREQ(text, "FILI");
+  qal_changecase(text, 1);
+  EXPECT_STREQ(text, "fili");
+}
+
+TEST(TextStrcasestrInLocales, ComparesHighBytesExactlyWhateverTheLocale) {
+  const TestLocale locale{"de_DE", "ISO-8859-1"};
+  EXPECT_EQ(qal_strcasestr("\xe4", "\xc4"), nullptr);
+  EXPECT_STREQ(qal_strcasestr("x\xe4y", "\xe4Y"), "\xe4y");
+}
+
+TEST(TextStrcasestrInLocales, FindsInLongTextsWhatALocaleFoldsIntoOne) {
+  const ScratchDir scratch;
+  const TestLocale locale{
+      locale_source(scratch, "toupper (<U0061>,<U0058>);(<U0062>,<U0058>);(<U0078>,<U0058>)\n"),
+      "ISO-8859-3"};
+  const auto expect_found = [](const char *needle, const char *match) {
+    const std::string dots(300, '.');
+    const std::string text = dots + match + dots;
+    EXPECT_EQ(qal_strcasestr(text.c_str(), needle), text.c_str() + 300) << needle << match;
+  };
+  for (const char *const needle : {"a.a", "b.b", "x.x", "X.X"}) {
+    for (const char *const match : {"a.b", "b.x", "x.X", "X.a"}) expect_found(needle, match);
+  }
+  expect_found("a.q", "b.q");
+  expect_found("q.a", "q.b");
+}
+
+TEST(TextStripPrePostSpacesInLocales, FollowsTheLocaleAboveSevenBits) {
+  const ScratchDir scratch;
+  const TestLocale locale{locale_source(scratch, "space <U0020>;<U00A0>\n"), "ISO-8859-15"};
+  char dst[6];
+  EXPECT_EQ(qal_strip_pre_post_spaces("\xa0 a\xa0", dst), 1);
+  EXPECT_STREQ(dst, "a");
+  EXPECT_EQ(qal_isspace(0xa0), 1);
 }
 
 }  // namespace

@@ -5,30 +5,23 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "support/char_classes.hpp"
 #include "support/guarded_text.hpp"
-#include "support/scratch.hpp"
-#include "support/test_locale.hpp"
 #include "support/text_model.hpp"
 
 namespace {
 
+using qal::test::classes;
+using qal::test::expect_classes_of_the_locale;
 using qal::test::GuardedText;
 using qal::test::raised;
 using qal::test::Replaced;
 using qal::test::replaced_slowly;
-using qal::test::ScratchDir;
-using qal::test::TestLocale;
-
-using TextClassInLocales = qal::test::MadeLocales;
-using TextCaseInLocales = qal::test::MadeLocales;
-using TextStrcasestrInLocales = qal::test::MadeLocales;
-using TextStripPrePostSpacesInLocales = qal::test::MadeLocales;
 
 // A buffer of exactly this many bytes on the heap, so that a step past its end is noticed.
 class Buffer {
@@ -56,52 +49,6 @@ std::vector<std::string> texts_of(std::string_view alphabet, std::size_t longest
     for (const char c : alphabet) texts.push_back(texts[i] + c);
   }
   return texts;
-}
-
-using CharClass = int (*)(int);
-
-struct ClassPair {
-  const char *name;
-  CharClass ours;
-  std::function<bool(int)> expected;
-};
-
-std::vector<ClassPair> classes() {
-  const auto digit = [](int c) { return c >= '0' && c <= '9'; };
-  const auto cased = [](int c) { return std::isupper(c) || std::islower(c); };
-  return {
-      {"ascii", qal_isascii, [](int c) { return c < 128; }},
-      {"blank", qal_isblank, [](int c) { return c == 9 || c == 32; }},
-      {"digit", qal_isdigit, digit},
-      {"alnum", qal_isalnum, [=](int c) { return cased(c) || digit(c); }},
-      {"alpha", qal_isalpha, cased},
-      {"cntrl", qal_iscntrl, [](int c) { return std::iscntrl(c) != 0; }},
-      {"graph", qal_isgraph, [](int c) { return std::isgraph(c) != 0; }},
-      {"lower", qal_islower, [](int c) { return std::islower(c) != 0; }},
-      {"print", qal_isprint, [](int c) { return std::isprint(c) != 0; }},
-      {"punct", qal_ispunct, [](int c) { return std::ispunct(c) != 0; }},
-      {"space", qal_isspace, [](int c) { return std::isspace(c) != 0; }},
-      {"upper", qal_isupper, [](int c) { return std::isupper(c) != 0; }},
-      {"xdigit", qal_isxdigit,
-       [](int c) {
-         return std::string_view{"0123456789abcdefABCDEF"}.find(static_cast<char>(c)) !=
-                std::string_view::npos;
-       }},
-  };
-}
-
-// The source of a locale in which nothing is said but `rules` about its characters.
-std::string locale_source(const ScratchDir &scratch, const std::string &rules) {
-  return scratch.file("rules",
-                      "comment_char %\nescape_char /\nLC_CTYPE\n" + rules + "END LC_CTYPE\n");
-}
-
-void expect_classes_of_the_locale() {
-  for (const auto &[name, ours, expected] : classes()) {
-    for (int c = 0; c < 256; ++c) {
-      ASSERT_EQ(ours(c), expected(c) ? 1 : 0) << name << " of " << c;
-    }
-  }
 }
 
 TEST(TextClass, AnswersOneOrZeroForEveryByte) { expect_classes_of_the_locale(); }
@@ -137,36 +84,6 @@ TEST(TextClass, LooksOnlyAtTheLowByte) {
   }
 }
 
-TEST_F(TextClassInLocales, FollowsTheLocaleAboveSevenBits) {
-  const TestLocale locale{"de_DE", "ISO-8859-1"};
-  expect_classes_of_the_locale();
-  constexpr int small_a_umlaut = 0xe4;
-  EXPECT_EQ(qal_islower(small_a_umlaut), 1);
-  EXPECT_EQ(qal_isalpha(small_a_umlaut), 1);
-  EXPECT_EQ(qal_isalnum(small_a_umlaut), 1);
-  EXPECT_EQ(qal_isascii(small_a_umlaut), 0);
-}
-
-TEST_F(TextClassInLocales, CountsNoLetterWithoutACaseAsAlphabetic) {
-  const TestLocale locale{"th_TH", "TIS-620"};
-  constexpr int ko_kai = 0xa1;
-  ASSERT_TRUE(std::isalpha(ko_kai));
-  EXPECT_EQ(qal_isalpha(ko_kai), 0);
-  EXPECT_EQ(qal_isalnum(ko_kai), 0);
-}
-
-TEST_F(TextClassInLocales, KnowsBlanksOfItsOwn) {
-  const ScratchDir scratch;
-  const TestLocale locale{locale_source(scratch,
-                                        "space <U0020>;<U0009>;<U00A0>\n"
-                                        "blank <U0020>;<U0009>;<U00A0>\n"),
-                          "ISO-8859-2"};
-  constexpr int no_break_space = 0xa0;
-  ASSERT_TRUE(std::isblank(no_break_space));
-  EXPECT_EQ(qal_isblank(no_break_space), 0);
-  expect_classes_of_the_locale();
-}
-
 TEST(TextCase, ConvertsCharactersBelow128) {
   for (unsigned c = 0; c < 128; ++c) {
     ASSERT_EQ(qal_toupper(c), static_cast<unsigned>(std::toupper(static_cast<int>(c))));
@@ -174,30 +91,6 @@ TEST(TextCase, ConvertsCharactersBelow128) {
   }
   EXPECT_EQ(qal_toupper('z'), unsigned{'Z'});
   EXPECT_EQ(qal_tolower('Z'), unsigned{'z'});
-}
-
-TEST_F(TextCaseInLocales, KeepsCharactersFrom128On) {
-  const TestLocale locale{"de_DE", "ISO-8859-1"};
-  for (const unsigned c : {128U, 0xc4U, 0xe4U, 255U, 256U, 256U + 'a', 0x80000061U, 0xffffffffU}) {
-    EXPECT_EQ(qal_toupper(c), c);
-    EXPECT_EQ(qal_tolower(c), c);
-  }
-}
-
-TEST_F(TextCaseInLocales, FollowsTheMappingOfTheLocale) {
-  const TestLocale locale{"tr_TR", "ISO-8859-9"};
-  constexpr unsigned capital_i_with_dot = 0xdd;
-  constexpr unsigned small_i_without_dot = 0xfd;
-  EXPECT_EQ(qal_toupper('i'), capital_i_with_dot);
-  EXPECT_EQ(qal_tolower('I'), small_i_without_dot);
-  EXPECT_EQ(qal_strcasestr("FILE", "file"), nullptr);
-  EXPECT_STREQ(qal_strcasestr("a\xdd", "Ai"), "a\xdd");
-  // The case of a whole text is ASCII's in every locale.
-  Buffer text(5, "fiLI");
-  qal_changecase(text.data(), 0);
-  EXPECT_EQ(text.text(), "FILI");
-  qal_changecase(text.data(), 1);
-  EXPECT_EQ(text.text(), "fili");
 }
 
 TEST(TextChangecase, RaisesAndLowersAsciiLettersOnly) {
@@ -392,12 +285,6 @@ TEST(TextStrcasestr, FoldsOnlyLettersBelow128) {
   }
 }
 
-TEST_F(TextStrcasestrInLocales, ComparesHighBytesExactlyWhateverTheLocale) {
-  const TestLocale locale{"de_DE", "ISO-8859-1"};
-  EXPECT_EQ(qal_strcasestr("\xe4", "\xc4"), nullptr);
-  EXPECT_STREQ(qal_strcasestr("x\xe4y", "\xe4Y"), "\xe4y");
-}
-
 TEST(TextStrcasestr, AgreesWithTryingEveryPlace) {
   for (const auto &text : texts_of("aAb\xc1", 5)) {
     for (const auto &needle : texts_of("aAb\xc1", 3)) {
@@ -480,23 +367,6 @@ TEST(TextStrcasestr, FindsTwoOfALetterAmongSingleOnes) {
     for (int i = 0; i < 300; ++i) text += i == 150 ? single.substr(0, 1) : single;
     EXPECT_EQ(qal_strcasestr(text.c_str(), "kk"), text.c_str() + 300);
   }
-}
-
-TEST_F(TextStrcasestrInLocales, FindsInLongTextsWhatALocaleFoldsIntoOne) {
-  const ScratchDir scratch;
-  const TestLocale locale{
-      locale_source(scratch, "toupper (<U0061>,<U0058>);(<U0062>,<U0058>);(<U0078>,<U0058>)\n"),
-      "ISO-8859-3"};
-  const auto expect_found = [](const char *needle, const char *match) {
-    const std::string dots(300, '.');
-    const std::string text = dots + match + dots;
-    EXPECT_EQ(qal_strcasestr(text.c_str(), needle), text.c_str() + 300) << needle << match;
-  };
-  for (const char *const needle : {"a.a", "b.b", "x.x", "X.X"}) {
-    for (const char *const match : {"a.b", "b.x", "x.X", "X.a"}) expect_found(needle, match);
-  }
-  expect_found("a.q", "b.q");
-  expect_found("q.a", "q.b");
 }
 
 Replaced replaced_in_place(const std::string &text, const std::string &find,
@@ -685,15 +555,6 @@ TEST(TextStripPrePostSpaces, KeepsHighBytesThatAreNoSpaces) {
   Buffer dst(6);
   EXPECT_EQ(qal_strip_pre_post_spaces(" \xe4\xa0 ", dst.data()), 2);
   EXPECT_EQ(dst.text(), "\xe4\xa0");
-}
-
-TEST_F(TextStripPrePostSpacesInLocales, FollowsTheLocaleAboveSevenBits) {
-  const ScratchDir scratch;
-  const TestLocale locale{locale_source(scratch, "space <U0020>;<U00A0>\n"), "ISO-8859-15"};
-  Buffer dst(6);
-  EXPECT_EQ(qal_strip_pre_post_spaces("\xa0 a\xa0", dst.data()), 1);
-  EXPECT_EQ(dst.text(), "a");
-  EXPECT_EQ(qal_isspace(0xa0), 1);
 }
 
 TEST(TextStripPrePostSpaces, WorksInPlace) {
