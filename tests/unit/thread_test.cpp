@@ -231,8 +231,8 @@ TEST_F(ThreadCreate, PassesOverFinishedThreadsUntilTheyAreJoined) {
   join(first);
 }
 
-// Every slot has a thread that waits. The layer promises as many: a limit below that is to be raised
-// where the tests run.
+// Every slot has a thread that waits. The layer promises as many: a limit below that is to be
+// raised where the tests run.
 class FullThreadTable : public Threads {
  protected:
   void SetUp() override {
