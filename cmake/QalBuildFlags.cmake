@@ -65,11 +65,11 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86" AND NOT APPLE)
   target_compile_options(qal_build_flags INTERFACE -fcf-protection)
 endif()
 
-# For the tests: optimising them takes most of a build's time, and only those that compare with a
-# model exhaustively gain by it.
+# For the tests: optimising them and describing every type of theirs to a debugger takes most of a
+# build's time, and only those that compare with a model exhaustively gain by the first.
 add_library(qal_test_flags INTERFACE)
 target_link_libraries(qal_test_flags INTERFACE qal_common_flags)
-target_compile_options(qal_test_flags INTERFACE -O0)
+target_compile_options(qal_test_flags INTERFACE -O0 -g1)
 if(QAL_SANITIZE MATCHES undefined)
   # It is the product that must not rest on undefined behaviour; this saves a third of the time.
   target_compile_options(qal_test_flags INTERFACE -fno-sanitize=undefined)

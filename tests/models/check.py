@@ -1,10 +1,13 @@
 #!/usr/bin/env python3
 """Follows the models of the semaphore, the barrier and the reductions through every order in which
 their threads can take their steps. `check.py` does all checks, `check.py NAME...` some of them and
-`check.py --list` names them. A model either holds, or it fails in the way that is known of it: a
-limit of the protocol that is meant to be, or a step taken away to show that the model would tell.
+`check.py --list` names them. With `--remember DIRECTORY` a search is not repeated while its program
+stays the same. A model either holds, or it fails in the way that is known of it: a limit of the
+protocol that is meant to be, or a step taken away to show that the model would tell.
 """
+import argparse
 import concurrent.futures
+import hashlib
 import os
 import pathlib
 import re
@@ -18,33 +21,30 @@ HERE = pathlib.Path(__file__).resolve().parent
 HANG = "invalid end state"
 WRONG = "assertion violated"
 DEEPEST = 1_000_000  # steps; a search that comes to it fails
-MEMORY = 1000  # MiB; likewise
+MEMORY = 1500  # MiB; likewise
 TOOLS = ("spin", "cc")
 
 
 class Check(typing.NamedTuple):
     """A model, what is defined and changed in it, and how it fails if it is to. A change is a text
-    of the model and what stands in its place. The options are of the search."""
+    of the model and what stands in its place."""
     model: str
     defined: tuple = ()
     changes: tuple = ()
     fails_by: str | None = None
     may_wait_for_ever: bool = False
-    options: tuple = ()
 
 
 THREE = ("MEMBERS=3", "CYCLES=3", "FIRST=1")
 TWO_CYCLES = ("MEMBERS=3", "CYCLES=2", "FIRST=3")
 FOUR = ("MEMBERS=4", "CYCLES=2", "FIRST=4")
 
-SMALLER = ("-DCOLLAPSE",)  # in memory, and slower
-
 PROPERTIES = {
     "reduce_three_threads_in_any_groups": Check("reduce_groups", THREE),
     "sema_group_passes": Check("sema_group"),
     "sema_needs_permits": Check("sema_permits", may_wait_for_ever=True),
     "barrier_cycles": Check("barrier_cycles"),
-    "reduce_four_threads_then_any_of_them": Check("reduce_groups", FOUR, options=SMALLER),
+    "reduce_four_threads_then_any_of_them": Check("reduce_groups", FOUR),
 }
 
 # What the protocols cannot do, and what they would not do if they were simpler.
@@ -132,17 +132,35 @@ def wanted(directory, model):
         wanted(directory, included)
 
 
-def search(check, directory):
-    """What the search through all states reports."""
+def write_program(check, directory):
+    """Writes the program of the search and answers the commands that compile and run it."""
     wanted(directory, check.model)
     for old, new in check.changes:
         change(directory, old, new)
     make(["spin", *(f"-D{name}" for name in check.defined), "-a", f"{check.model}.pml"], directory)
     level = "-O0" if check.fails_by else "-O1"  # what fails does so soon
-    make(["cc", level, "-w", "-DSAFETY", *check.options, f"-DMEMLIM={MEMORY}", "-o", "pan", "pan.c"],
-         directory)
     ends = ["-E"] if check.may_wait_for_ever else []
-    return run(["./pan", f"-m{DEEPEST}", *ends], directory)[1]
+    return (["cc", level, "-w", "-DSAFETY", f"-DMEMLIM={MEMORY}", "-o", "pan", "pan.c"],
+            ["./pan", f"-m{DEEPEST}", *ends])
+
+
+def digest(directory, commands):
+    parts = [path.read_bytes() for path in sorted(directory.glob("pan.*"))]
+    return hashlib.sha256(repr((parts, commands)).encode()).hexdigest()
+
+
+def search(check, directory, remembered=None):
+    """What the search through all states reports. It is the same whenever its program is."""
+    compile_it, run_it = commands = write_program(check, directory)
+    report = remembered / digest(directory, commands) if remembered else None
+    if report and report.exists():
+        return report.read_text()
+    make(compile_it, directory)
+    found = run(run_it, directory)[1]
+    if report and as_expected(check, found):
+        report.parent.mkdir(parents=True, exist_ok=True)
+        report.write_text(found)
+    return found
 
 
 def as_expected(check, report):
@@ -157,17 +175,17 @@ def states(report):
     return int(found[1]) if found else 0
 
 
-def try_one(name):
+def try_one(name, remembered=None):
     """Whether the check of that name came out as expected, and what the search reported."""
     with tempfile.TemporaryDirectory(prefix="model") as directory:
-        report = search(CHECKS[name], pathlib.Path(directory))
+        report = search(CHECKS[name], pathlib.Path(directory), remembered)
     return as_expected(CHECKS[name], report), report
 
 
-def try_all(names, at_once=None):
+def try_all(names, at_once=None, remembered=None):
     """Name, whether it came out as expected, and the report of each check, in order."""
     with concurrent.futures.ThreadPoolExecutor(at_once or os.cpu_count()) as pool:
-        for name, (good, report) in zip(names, pool.map(try_one, names)):
+        for name, (good, report) in zip(names, pool.map(lambda name: try_one(name, remembered), names)):
             yield name, good, report
 
 
@@ -177,15 +195,20 @@ def line(name, good, report):
     return f"{name:40} {states(report):>9} states  {outcome if good else 'NOT AS EXPECTED'}"
 
 
-def main(arguments):
-    if arguments == ["--list"]:
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--list", action="store_true")
+    parser.add_argument("--remember", type=pathlib.Path, metavar="DIRECTORY")
+    parser.add_argument("names", nargs="*", metavar="NAME")
+    arguments = parser.parse_args()
+    if arguments.list:
         print("\n".join(CHECKS))
         return 0
     missing = [tool for tool in TOOLS if not shutil.which(tool)]
     if missing:
         sys.exit(f"needs {' and '.join(missing)}")
     unexpected = 0
-    for name, good, report in try_all(arguments or list(CHECKS)):
+    for name, good, report in try_all(arguments.names or list(CHECKS), remembered=arguments.remember):
         print(line(name, good, report), flush=True)
         if not good:
             unexpected += 1
@@ -194,4 +217,4 @@ def main(arguments):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(main())
