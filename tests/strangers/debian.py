@@ -1,0 +1,108 @@
+"""Bare Debian systems, each in a root directory of its own, with its own mounts and processes."""
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+
+TITLES = {"bookworm": "Debian 12", "trixie": "Debian 13"}
+CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "qal"
+
+# The shared memory is the system's own. All mounts and processes end with the first process.
+ENTER = """
+mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" && mount -t tmpfs -o mode=1777 shm "$1/dev/shm" || exit
+root=$1
+shift
+exec "$@"
+"""
+SETTINGS = ("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "DEBIAN_FRONTEND=noninteractive")
+
+
+def run(command, **options):
+    subprocess.run(command, check=True, stdin=subprocess.DEVNULL, **options)
+
+
+def archive(system, with_packages):
+    return CACHE / f"{system}{'-with-packages' if with_packages else ''}.tar"
+
+
+def pack(directory, file):
+    file.parent.mkdir(parents=True, exist_ok=True)
+    new = file.with_suffix(".new")
+    run(["tar", "--one-file-system", "-cf", new, "-C", directory, "."])
+    new.rename(file)
+
+
+def bare_system(system):
+    """The archive of the system as debootstrap makes it."""
+    file = archive(system, False)
+    if not file.exists():
+        with tempfile.TemporaryDirectory(prefix="qal-root-", dir="/var/tmp") as directory:
+            run(["debootstrap", "--variant=minbase", system, directory], stdout=subprocess.DEVNULL)
+            pack(directory, file)
+    return file
+
+
+class Root:
+    """A root directory. The one with packages is a bare one until some have been kept."""
+
+    def __init__(self, system, with_packages):
+        self.system = system
+        file = archive(system, True)
+        if not with_packages or not file.exists():
+            file = bare_system(system)
+        self.path = pathlib.Path(tempfile.mkdtemp(prefix="qal-root-", dir="/var/tmp"))
+        self.path.chmod(0o755)
+        run(["tar", "-xf", file, "-C", self.path])
+        shutil.copy("/etc/resolv.conf", self.path / "etc/resolv.conf")
+
+    def close(self, keep_packages=False):
+        if keep_packages:
+            self.admin("userdel --remove newcomer 2>/dev/null; apt-get clean; rm -rf /tmp/* /var/tmp/*")
+            pack(self.path, archive(self.system, True))
+        shutil.rmtree(self.path)
+
+    def command(self, script, user, home):
+        """Runs the script in a shell of the user, in an environment that holds nothing else."""
+        return ["unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", ENTER, "sh", self.path,
+                "chroot", f"--userspec={user}:", self.path, "env", "-i", *SETTINGS, f"HOME={home}", f"USER={user}",
+                "bash", "-c", script]
+
+    def shell(self, script, user="root", home="/root", stdin=subprocess.DEVNULL):
+        """Whether it ended well, and what it printed."""
+        done = subprocess.run(self.command(script, user, home), stdin=stdin, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True, errors="replace", check=False)
+        return done.returncode == 0, done.stdout
+
+    def admin(self, script):
+        good, output = self.shell(script)
+        if not good:
+            raise RuntimeError(f"{script}:\n{output[-3000:]}")
+
+    def install(self, *packages):
+        self.admin("apt-get update -qq && apt-get install -y -qq --no-install-recommends " + " ".join(packages))
+
+    def add_user(self, name, may_install):
+        self.admin(f"useradd --create-home --shell /bin/bash {name}")
+        if may_install:
+            self.install("sudo")
+            self.admin(f"echo '{name} ALL=(ALL) NOPASSWD: ALL' >/etc/sudoers.d/{name}")
+
+    def copy_sources(self, tree, folder, user, mask):
+        """What git knows of, as the user would unpack it."""
+        listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+                                cwd=tree, check=True, capture_output=True).stdout
+        names = b"\0".join(name for name in listed.split(b"\0") if name and (tree / os.fsdecode(name)).exists())
+        with tempfile.TemporaryFile() as sources:
+            subprocess.run(["tar", "--null", "-T", "-", "-c"], cwd=tree, input=names, stdout=sources, check=True)
+            sources.seek(0)
+            script = f"umask {mask}; tar -x --no-same-owner --no-same-permissions -C '{folder}'"
+            good, output = self.shell(script, user, stdin=sources)
+        if not good:
+            raise RuntimeError(output)
+
+    def clone(self, tree, folder, user):
+        """The last commit, with its history."""
+        inside = f"{self.path}{folder}"
+        run(["git", "clone", "--quiet", "--no-hardlinks", tree, inside])
+        self.admin(f"chown -R {user}: '{folder}'")
