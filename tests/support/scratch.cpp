@@ -46,6 +46,19 @@ fs::path scratch_base() {
   return runs_programs(memory) ? memory : fs::path("/var/tmp");
 }
 
+// What a test has closed cannot be emptied even by the ordinary user whom it belongs to. Each is
+// opened before it is entered.
+void open_for_owner(const fs::path &root) {
+  std::error_code error;
+  const auto open = [&error](const fs::path &directory) {
+    fs::permissions(directory, fs::perms::owner_all, fs::perm_options::add, error);
+  };
+  open(root);
+  for (fs::recursive_directory_iterator at{root, error}, end; at != end; at.increment(error)) {
+    if (fs::is_directory(at->symlink_status(error))) open(at->path());
+  }
+}
+
 }  // namespace
 
 ScratchDir::ScratchDir() {
@@ -56,8 +69,11 @@ ScratchDir::ScratchDir() {
 }
 
 ScratchDir::~ScratchDir() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
+  std::error_code error;
+  fs::remove_all(path_, error);
+  if (!error) return;
+  open_for_owner(path_);
+  fs::remove_all(path_, error);
 }
 
 std::string ScratchDir::file(std::string_view name, std::string_view content) const {

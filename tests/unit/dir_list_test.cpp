@@ -372,7 +372,7 @@ TEST(DirList, DoesNotFindAFileInPlaceOfADirectory) {
 
 TEST(DirList, DoesNotFindADirectoryThatMayNotBeRead) {
   const ScratchDir scratch;
-  fs::permissions(scratch.directory("closed"), fs::perms(0711));
+  fs::permissions(scratch.directory("closed"), fs::perms(0311));
   const auto result = run_unprivileged([&] {
     const LogCapture log;
     EXPECT_EQ(Listing(scratch / "closed/*", true).status, QAL_STATUS_NOT_FOUND);
@@ -386,7 +386,7 @@ TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
   scratch.directory("list");
   scratch.file("list/file");
   scratch.directory("list/sub");
-  fs::permissions(scratch / "list", fs::perms(0744));
+  fs::permissions(scratch / "list", fs::perms(0444));
   const auto result = run_unprivileged([&] {
     const LogCapture log;
     const Listing listing(scratch / "list/*");

@@ -202,6 +202,7 @@ TEST(FilesCheck, WhatIsNoRegularFileIsRefusedForWritingToo) {
 TEST(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
   const ScratchDir scratch;
   const auto path = scratch.file("closed");
+  ASSERT_EQ(chmod(path.c_str(), 0444), 0);
   const auto result = run_unprivileged([&path] {
     int usable = -1;
     EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
@@ -213,8 +214,9 @@ TEST(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
 
 TEST(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
   const ScratchDir scratch;
+  ASSERT_EQ(chmod(scratch.directory("closed").c_str(), 0555), 0);
   const auto result = run_unprivileged([&scratch] {
-    for (const char *name : {"new", "absent/new"}) {
+    for (const char *name : {"closed/new", "absent/new"}) {
       int usable = -1;
       const auto path = scratch / name;
       EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
@@ -601,6 +603,7 @@ TEST(FilesCopy, AnUnreadableDestinationIsNotKept) {
   const auto result = run_unprivileged(
       [&] { EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 1), QAL_STATUS_OK); });
   EXPECT_TRUE(result.exited_with(0)) << result.out;
+  ASSERT_EQ(chmod(to.c_str(), 0444), 0);
   EXPECT_EQ(read_file(to), "new");
 }
 
@@ -910,6 +913,7 @@ TEST_F(TreeRemoval, ASocketFailsAfterTheFiles) {
 TEST_F(TreeRemoval, FilesGoBeforeSubdirectories) {
   put("tree/locked/file");
   for (const char *name : {"a", "z", "locked.file"}) put(std::string("tree/") + name);
+  ASSERT_EQ(chmod((tree + "/locked").c_str(), 0555), 0);
   ASSERT_EQ(chmod(tree.c_str(), 0777), 0);
   const auto result = run_unprivileged([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
   EXPECT_TRUE(result.exited_with(0)) << result.out;
@@ -1088,6 +1092,7 @@ TEST(FilesRename, ByCopyingASourceThatCannotBeRemovedFailsWithBothThere) {
   const ScratchDir scratch;
   scratch.directory("locked");
   const auto from = scratch.file("locked/from", "x");
+  ASSERT_EQ(chmod((scratch / "locked").c_str(), 0555), 0);
   const auto target = scratch.directory("open");
   ASSERT_EQ(chmod(target.c_str(), 0777), 0);
   const auto result = run_unprivileged([&] {

@@ -868,7 +868,7 @@ TEST(PathRange, ProbesADirectoryThatCannotBeListed) {
   const ScratchDir scratch;
   const auto directory = scratch.directory("closed");
   make_numbered(scratch, {"closed/f42", "closed/f43"});
-  chmod(directory.c_str(), 0711);
+  chmod(directory.c_str(), 0311);
   const auto result = run_unprivileged([&] {
     EXPECT_EQ((Range{0, 42, 43}), find_range(directory + "/f##"));
   });
