@@ -125,4 +125,7 @@ class Demo {
 
 }  // namespace
 
-int main() { return Demo().run(); }
+int main() {
+  umask(022);  // the tool's user reads what is made here
+  return Demo().run();
+}

@@ -28,6 +28,8 @@ GONE_OWNER = 2147483647  # no process ever has this id
 RESOURCES = "Library/Application Support/kalmora102"
 LIVE, KEPT, OTHER = "halix_server1.dat", "halix_server2.dat", "other.dat"
 
+os.umask(0o022)  # whatever the user's is, the tool's user reads what is made here
+
 _printed = 0
 _printed_lock = threading.Lock()
 _numbers = itertools.count(1)
@@ -100,10 +102,17 @@ def scratch():
     return open_scratch()
 
 
+def copied_for_everybody(program):
+    """A copy that the ordinary user can use, who may not be able to walk to the build nor to read
+    what was built."""
+    path = shutil.copy(program, scratch())
+    os.chmod(path, 0o755)
+    return path
+
+
 @made_once
 def tool():
-    """A copy of the tool: the ordinary user may not be able to walk to the build."""
-    return shutil.copy(TOOL, scratch())
+    return copied_for_everybody(TOOL)
 
 
 @made_once
@@ -113,7 +122,7 @@ def shim(name):
     library.parent.mkdir(parents=True, exist_ok=True)
     subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-Wall", "-Wextra", "-Werror", "-o", library,
                     ROOT / "robustness" / "shims" / f"{name}.c"], check=True)
-    return shutil.copy(library, scratch())
+    return copied_for_everybody(library)
 
 
 def make_world(parent=None):

@@ -1,5 +1,7 @@
-// The entry point of every test program: a test that leaves a descriptor open fails.
+// The entry point of every test program: a test that leaves a descriptor open fails. The mask that
+// tests are written for is set here, whatever the user's is.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <iterator>
@@ -27,6 +29,7 @@ class DescriptorCheck : public testing::EmptyTestEventListener {
 }  // namespace
 
 int main(int argc, char **argv) {
+  umask(022);
   testing::InitGoogleTest(&argc, argv);
   testing::UnitTest::GetInstance()->listeners().Append(new DescriptorCheck);
   return RUN_ALL_TESTS();

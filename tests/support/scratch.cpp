@@ -17,7 +17,7 @@ namespace qal::test {
 namespace {
 
 // Tests give up root for some cases, so other users must be able to walk to the directory; a build
-// below somebody's closed home cannot serve then.
+// below somebody's closed home or under a closed mask cannot serve then.
 bool reachable_by_everybody(const fs::path &path) {
   for (fs::path at = path; !at.empty(); at = at.parent_path()) {
     struct stat info;
@@ -40,8 +40,10 @@ bool runs_programs(const fs::path &directory) {
 
 fs::path scratch_base() {
   const fs::path build{QAL_TEST_SCRATCH};
-  fs::create_directories(build);
-  if (reachable_by_everybody(build) || geteuid() != 0) return build;
+  std::error_code error;
+  fs::create_directories(build, error);
+  const bool is_ours = access(build.c_str(), W_OK | X_OK) == 0;  // not the build of another user
+  if (is_ours && (reachable_by_everybody(build) || geteuid() != 0)) return build;
   const fs::path memory{"/dev/shm"};
   return runs_programs(memory) ? memory : fs::path("/var/tmp");
 }

@@ -336,6 +336,7 @@ SweepWorld::SweepWorld(std::string tool)
   // The ordinary user may not be able to walk to the build.
   const std::string reachable = scratch_ / "kalmora-sweep";
   fs::copy_file(tool_, reachable);
+  fs::permissions(reachable, fs::perms(0755));  // of a build under any mask
   tool_ = reachable;
 }
 
