@@ -96,6 +96,7 @@ TEST(AllocMallocFault, ShowsTheReasonThatTheSystemGives) {
   reason = EAGAIN;
   calls_until_failure = 1;
   QAL_MALLOC("label", block, 1);
+  reason = ENOMEM;
   EXPECT_EQ(errno, EAGAIN);
   ASSERT_EQ(log.lines().size(), 4U);
   EXPECT_EQ(log.lines()[0],
@@ -193,6 +194,7 @@ TEST(AllocReallocFault, ShowsSizesOutsideAnIntWrapped) {
 
 TEST(AllocReallocFault, AsksForANegativeSizeAsForOneThatNoMachineHas) {
   char *block = nullptr;
+  delivered_lines = 0;
   qal_logger_init(nullptr, &count_line, nullptr, nullptr);
   calls_until_failure = 1;
   QAL_REALLOC("label", block, -1);
@@ -329,6 +331,7 @@ TEST(TempMemResizeFault, MakesANewBlockForTheSegmentWithoutOne) {
 
 TEST(LoggerFault, AllocatesNothingForALine) {
   const std::string word(3000, 'w');
+  delivered_lines = 0;
   qal_logger_init(nullptr, &count_line, nullptr, &count_line);
   qal_logger_time_stamp(1);
   qal_info("the time zone is read by the first stamp\n");
@@ -337,6 +340,8 @@ TEST(LoggerFault, AllocatesNothingForALine) {
   qal_log("%s %d %f\n", word.c_str(), INT_MAX, 0.125);
   EXPECT_EQ(allocations, before);
   EXPECT_EQ(delivered_lines, 3);
+  qal_logger_time_stamp(0);
+  qal_logger_done();
 }
 
 TEST(LoggerScrubFault, AnswersNullInSilence) {

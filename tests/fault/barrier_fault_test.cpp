@@ -57,7 +57,7 @@ using qal::test::await;
 using qal::test::calls;
 using qal::test::LogCapture;
 using qal::test::refused;
-using qal::test::run_in_child;
+using qal::test::run_in_new_process;
 using qal::test::Threads;
 using qal::test::Watchdog;
 using qal::test::Worker;
@@ -83,7 +83,8 @@ class BarrierFault : public Threads {
   int stops_before_ = 0;
 };
 
-// Under a still clock.
+// Under a still clock, which real ones may not have gone before: the library keeps the end of a
+// rest.
 class BarrierPatience : public BarrierFault {
  protected:
   void SetUp() override {
@@ -233,31 +234,40 @@ TEST_F(BarrierFault, IgnoresAnUnlockingThatThePlatformRefuses) {
 }
 
 TEST_F(BarrierPatience, GivesEightTurnsThatAreNotLong) {
-  EXPECT_EQ(turns_in_a_crowd(), 8);
-  still_clock.turn = microseconds{100};
-  EXPECT_EQ(turns_in_a_crowd(), 8);
+  const auto result = run_in_new_process([] {
+    EXPECT_EQ(turns_in_a_crowd(), 8);
+    still_clock.turn = microseconds{100};
+    EXPECT_EQ(turns_in_a_crowd(), 8);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST_F(BarrierPatience, RestsTwentyTimesAsLongAsALongTurnTook) {
-  still_clock.turn = microseconds{200};
-  EXPECT_EQ(turns_in_a_crowd(), 1);
-  EXPECT_EQ(turns_in_a_crowd(), 0);
-  still_clock.turn = microseconds{0};
-  still_clock.now += microseconds{3999};
-  EXPECT_EQ(turns_in_a_crowd(), 0);
-  still_clock.now += microseconds{1};
-  EXPECT_EQ(turns_in_a_crowd(), 8);
+  const auto result = run_in_new_process([] {
+    still_clock.turn = microseconds{200};
+    EXPECT_EQ(turns_in_a_crowd(), 1);
+    EXPECT_EQ(turns_in_a_crowd(), 0);
+    still_clock.turn = microseconds{0};
+    still_clock.now += microseconds{3999};
+    EXPECT_EQ(turns_in_a_crowd(), 0);
+    still_clock.now += microseconds{1};
+    EXPECT_EQ(turns_in_a_crowd(), 8);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST_F(BarrierPatience, SpinsForAMicrosecondWhenEverybodyHasAProcessor) {
-  const int before = turns;
-  Patience patience(1);
-  for (int i = 0; i < 100; ++i) EXPECT_TRUE(patience.lasts());
-  EXPECT_EQ(turns, before);
-  still_clock.now += microseconds{1};
-  for (int i = 0; i < 8; ++i) EXPECT_TRUE(patience.lasts());
-  EXPECT_FALSE(patience.lasts());
-  EXPECT_EQ(turns, before + 8);
+  const auto result = run_in_new_process([] {
+    const int before = turns;
+    Patience patience(1);
+    for (int i = 0; i < 100; ++i) EXPECT_TRUE(patience.lasts());
+    EXPECT_EQ(turns, before);
+    still_clock.now += microseconds{1};
+    for (int i = 0; i < 8; ++i) EXPECT_TRUE(patience.lasts());
+    EXPECT_FALSE(patience.lasts());
+    EXPECT_EQ(turns, before + 8);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 struct Operation {
@@ -290,9 +300,8 @@ const Operation operations[] = {
      }},
 };
 
-// This one and the next come first: their children need operations that were never used.
 TEST_F(ReduceFault, MakesItsBarriersOnce) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     const Watchdog watchdog;
     for (const auto &operation : operations) {
       calls.order.clear();
@@ -307,7 +316,7 @@ TEST_F(ReduceFault, MakesItsBarriersOnce) {
 
 // Nothing closes the cycle then, so what comes later is combined with what is there.
 TEST_F(ReduceFault, WithoutBarriersWaitsForNobodyAndNeverBeginsAfresh) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     const Watchdog watchdog;
     const LogCapture log;
     EXPECT_EQ(refused(calls.cond_init, ENOMEM, [] { return qal_thread_global_isum(3, 2); }), 3);

@@ -185,7 +185,9 @@ TEST(ClockFixedDate, FollowsAChangeOfTheTimeZone) {
 
 TEST(ClockFixedDate, IsConvertedOnceInASecond) {
   use_zone("UTC0");
-  const FixedClock clock{some_day};
+  const FixedClock clock{some_day - 1};
+  date_text(0);
+  FixedClock::set(some_day);
   const int before = conversions;
   for (int i = 0; i < 3; ++i) EXPECT_EQ(date_text(0), "22:13:20");
   EXPECT_EQ(conversions, before + 1);
@@ -227,6 +229,7 @@ TEST(ClockFixedDate, FollowsTheEndOfTimeZonesOfAnyLength) {
 TEST(ClockFixedDate, FollowsATimeZoneThatIsChangedInPlace) {
   const FixedClock clock{some_day};
   static char setting[] = "TZ=XXX5";
+  setting[6] = '5';
   ASSERT_EQ(putenv(setting), 0);
   EXPECT_EQ(date_text(0), "17:13:20");
   setting[6] = '6';
@@ -283,6 +286,7 @@ TEST(ClockFixedDate, StampsLogLinesWithTheLocalTime) {
   qal_logger_time_stamp(1);
   qal_warn("full\n");
   qal_info("message\n");
+  qal_logger_time_stamp(0);
   EXPECT_THAT(log.lines(), ElementsAre("09:07:03 WARNING: full\n", "09:07:03 message\n"));
 }
 
@@ -302,6 +306,7 @@ TEST(ClockFixedDate, StampsLogLinesWhateverTheClockDoes) {
   qal_info("d\n");
   setenv("TZ", ":/no/such/zone", 1);
   qal_info("e\n");
+  qal_logger_time_stamp(0);
   EXPECT_THAT(log.lines(), ElementsAre("02:59:59 a\n", "02:00:00 b\n", "03:14:08 c\n",
                                        "00:00:00 d\n", "00:00:00 e\n"));
 }
@@ -403,7 +408,7 @@ TEST(ClockFixedTimer, KeepsItsStartWhenCleared) {
 
 TEST(ClockFixedTimer, KeepsAStartMadeBeforeItWasHandedOut) {
   const FixedClock clock{some_day};
-  const int id = 0;
+  const int id = new_timer() + 1;
   qal_timer_start(&id);
   EXPECT_EQ(new_timer(), id);
   FixedClock::set(some_day + 2);
@@ -461,7 +466,7 @@ TEST(ClockFixedTimer, PrintsSixDecimals) {
 
 TEST(ClockFixedTimer, RefusedStopReadsNoClock) {
   const FixedClock clock{some_day};
-  const int not_handed_out = 0;
+  const int not_handed_out = new_timer() + 1;
   qal_timer_stop(&not_handed_out);
   EXPECT_EQ(readings, 0);
   EXPECT_EQ(qal_timer_elapsed(&not_handed_out), 0.0F);

@@ -121,6 +121,7 @@ namespace {
 
 using qal::test::LogCapture;
 using qal::test::run_in_child;
+using qal::test::run_in_new_process;
 using qal::test::Unwinding;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -166,7 +167,7 @@ Made hash_making(int32_t slots) {
 
 // These come first because they need a process in which nothing was started yet.
 TEST(UidStartFault, MakesATableOf1000SlotsAndIdsOfTwoValues) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     alarm(60);
     calls = Calls{};
     EXPECT_EQ(qal_uid_init(), 0);
@@ -184,7 +185,7 @@ TEST(UidStartFault, MakesATableOf1000SlotsAndIdsOfTwoValues) {
 }
 
 TEST(UidStartFault, TriesAgainAfterATableThatCouldNotBeMade) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     alarm(60);
     for (int failing = 1; failing <= 5; ++failing) {
       calls = Calls{};
@@ -212,7 +213,7 @@ TEST(UidStartFault, TriesAgainAfterATableThatCouldNotBeMade) {
 }
 
 TEST(UidStartFault, AnswersWhatMakingTheMutexAnswered) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     calls.init_fails = true;
     EXPECT_EQ(qal_uid_init(), -1);
     EXPECT_EQ(qal_uid_new(1, 2), 1U);
@@ -222,7 +223,7 @@ TEST(UidStartFault, AnswersWhatMakingTheMutexAnswered) {
 }
 
 TEST(UidStartFault, MakesTheMutexAlsoForATableThatCouldNotBeMade) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     alarm(60);
     calls.init_fails = true;
     calls.until_failure = 1;

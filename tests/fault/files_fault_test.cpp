@@ -173,6 +173,7 @@ namespace {
 
 class CopyFault : public testing::Test {
  protected:
+  ~CopyFault() override { kernel_copies_bytes = 0; }
   int copy(Plan armed) const {
     const Faults guard(std::move(armed));
     return qal_file_copy(from.c_str(), to.c_str(), 0);

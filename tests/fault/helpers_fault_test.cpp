@@ -161,7 +161,12 @@ Expanded expanded(const std::string &name, int capacity = 1024) {
   return {result, room.data()};
 }
 
-TEST(TildeExpand, AsksForTheRealUserAndForTheNamedOne) {
+class TildeExpand : public testing::Test {
+ protected:
+  ~TildeExpand() override { database = Database{}; }
+};
+
+TEST_F(TildeExpand, AsksForTheRealUserAndForTheNamedOne) {
   database.home = "/home/mira";
   EXPECT_EQ(expanded("~/x").text, "/home/mira/x");
   EXPECT_EQ(database.asked_id, database.real_id);
@@ -169,20 +174,20 @@ TEST(TildeExpand, AsksForTheRealUserAndForTheNamedOne) {
   EXPECT_EQ(database.asked_name, "mira\\x");
 }
 
-TEST(TildeExpand, TurnsTheBackslashesOfTheHomeToo) {
+TEST_F(TildeExpand, TurnsTheBackslashesOfTheHomeToo) {
   database.home = "\\home\\mira";
   EXPECT_EQ(expanded("~\\").result, 10);
   EXPECT_EQ(expanded("~/x").text, "/home/mira/x");
 }
 
-TEST(TildeExpand, GivesNothingForAnEmptyHome) {
+TEST_F(TildeExpand, GivesNothingForAnEmptyHome) {
   database.home = "";
   const auto got = expanded("~");
   EXPECT_EQ(got.result, 0);
   EXPECT_EQ(got.text, "");
 }
 
-TEST(TildeExpand, TakesAHomeOf1023BytesAndNoLongerOne) {
+TEST_F(TildeExpand, TakesAHomeOf1023BytesAndNoLongerOne) {
   for (const std::size_t length : {1000u, 1008u, 1023u}) {
     database.home = std::string(length, 'h');
     EXPECT_EQ(expanded("~").text, database.home);
@@ -195,14 +200,14 @@ TEST(TildeExpand, TakesAHomeOf1023BytesAndNoLongerOne) {
   }
 }
 
-TEST(TildeExpand, GrowsTheBufferOfTheDatabase) {
+TEST_F(TildeExpand, GrowsTheBufferOfTheDatabase) {
   database.home = "/home/mira";
   database.needed = 100000;
   EXPECT_EQ(expanded("~").text, "/home/mira");
   EXPECT_EQ(expanded("~mira").text, "/home/mira");
 }
 
-TEST(TildeExpand, RefusesAUserThatTheDatabaseDoesNotKnowOrCannotFind) {
+TEST_F(TildeExpand, RefusesAUserThatTheDatabaseDoesNotKnowOrCannotFind) {
   database.home = "/home/mira";
   for (const int error : {0, EIO, ENOENT}) {
     database.known = error != 0;
@@ -214,7 +219,7 @@ TEST(TildeExpand, RefusesAUserThatTheDatabaseDoesNotKnowOrCannotFind) {
   }
 }
 
-TEST(TildeExpand, AsksTheDatabaseAgainAfterASignal) {
+TEST_F(TildeExpand, AsksTheDatabaseAgainAfterASignal) {
   database.home = "/home/mira";
   database.error = EINTR;
   database.error_times = 2;

@@ -76,7 +76,7 @@ void *__wrap_malloc(size_t size) {
 namespace {
 
 using qal::test::LogCapture;
-using qal::test::run_in_child;
+using qal::test::run_in_new_process;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -84,7 +84,7 @@ constexpr int threads_failed = 5;
 
 // Only the first start of a process does anything.
 void in_fresh_process(const std::function<void()> &body) {
-  const auto result = run_in_child([&body] {
+  const auto result = run_in_new_process([&body] {
     const LogCapture log;
     body();
     EXPECT_EQ(log.text(), "");

@@ -73,12 +73,6 @@ struct Stage {
   curl_write_callback write = nullptr;
   void *write_target = nullptr;
   std::size_t body_bytes = 0;
-  bool memory_given = false;
-  curl_malloc_callback memory_allocate = nullptr;
-  curl_free_callback memory_release = nullptr;
-  curl_realloc_callback memory_resize = nullptr;
-  curl_strdup_callback memory_duplicate = nullptr;
-  curl_calloc_callback memory_allocate_zeroed = nullptr;
   // the clock
   std::int64_t later_ms = 0;
   // the listing, when a test brings its own
@@ -106,6 +100,18 @@ struct Stage {
 };
 
 Stage stage;
+
+// What libcurl was given when it was loaded, which a process does once.
+struct CurlMemory {
+  bool given = false;
+  curl_malloc_callback allocate = nullptr;
+  curl_free_callback release = nullptr;
+  curl_realloc_callback resize = nullptr;
+  curl_strdup_callback duplicate = nullptr;
+  curl_calloc_callback allocate_zeroed = nullptr;
+};
+
+CurlMemory curl_memory;
 
 void note(const char *call) {
   if (stage.calls_recorded) stage.calls.emplace_back(call);
@@ -158,12 +164,7 @@ CURLcode fake_global_init_mem(long, curl_malloc_callback allocate, curl_free_cal
                               curl_realloc_callback resize, curl_strdup_callback duplicate,
                               curl_calloc_callback allocate_zeroed) {
   EXPECT_EQ(stage.handles_open, 0);
-  stage.memory_given = true;
-  stage.memory_allocate = allocate;
-  stage.memory_release = release;
-  stage.memory_resize = resize;
-  stage.memory_duplicate = duplicate;
-  stage.memory_allocate_zeroed = allocate_zeroed;
+  curl_memory = {true, allocate, release, resize, duplicate, allocate_zeroed};
   return CURLE_OK;
 }
 
@@ -358,6 +359,12 @@ class SweepStage : public testing::Test {
     return values;
   }
 
+  // libcurl is loaded once in a process.
+  static void before_curl_is_loaded(const std::function<void()> &body) {
+    const auto result = qal::test::run_in_new_process(body);
+    EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
+  }
+
   SweepWorld world_;
 };
 
@@ -443,30 +450,34 @@ TEST_F(SweepRequest, HasNoSayInWhatBecomesOfTheRecord) {
 }
 
 TEST_F(SweepRequest, IsMadeOncePerRecordInTheListingsOrder) {
-  for (int i = 0; i < 20; ++i) {
-    world_.record(
-        "halix_server" + std::to_string(i) + ".dat",
-        record_text("http://127.0.0.1/" + std::to_string(i), "halix", "secret", getpid()));
-  }
-  std::vector<std::string> expected;
-  for (const auto &path : find_files(world_.temporary().c_str(), "halix_server*.dat")) {
-    if (exists(path) && path.back() != '/') {
-      expected.push_back(qal::test::model_of(qal::test::read_file(path))->url);
+  before_curl_is_loaded([this] {
+    for (int i = 0; i < 20; ++i) {
+      world_.record(
+          "halix_server" + std::to_string(i) + ".dat",
+          record_text("http://127.0.0.1/" + std::to_string(i), "halix", "secret", getpid()));
     }
-  }
-  sweep();
-  EXPECT_EQ(expected.size(), 20u);
-  EXPECT_EQ(values_of(CURLOPT_URL), expected);
-  EXPECT_EQ(stage.loads, 1);
+    std::vector<std::string> expected;
+    for (const auto &path : find_files(world_.temporary().c_str(), "halix_server*.dat")) {
+      if (exists(path) && path.back() != '/') {
+        expected.push_back(qal::test::model_of(qal::test::read_file(path))->url);
+      }
+    }
+    sweep();
+    EXPECT_EQ(expected.size(), 20u);
+    EXPECT_EQ(values_of(CURLOPT_URL), expected);
+    EXPECT_EQ(stage.loads, 1);
+  });
 }
 
 TEST_F(SweepCurl, MissingMeansThatTheRecordIsDeletedWithoutARequest) {
-  stage.library_missing = true;
-  sweep_one();
-  EXPECT_EQ(stage.loads, 1);
+  before_curl_is_loaded([this] {
+    stage.library_missing = true;
+    sweep_one();
+    EXPECT_EQ(stage.loads, 1);
+  });
 }
 
-// Every function in turn; each needs a process of its own, because the library is loaded once.
+// Every function in turn, each in a process of its own.
 void sweep_without(const char *function) {
   const auto result = qal::test::run_in_child([function] {
     stage = Stage{};
@@ -476,7 +487,7 @@ void sweep_without(const char *function) {
     process_directory(world.temporary().c_str());
     EXPECT_FALSE(exists(path));
     EXPECT_EQ(stage.performs, 0);
-    EXPECT_FALSE(stage.memory_given);
+    EXPECT_FALSE(curl_memory.given);
     EXPECT_EQ(stage.handles_open, 0);
     EXPECT_THAT(stage.options, IsEmpty());
   });
@@ -484,16 +495,20 @@ void sweep_without(const char *function) {
 }
 
 TEST_F(SweepCurl, IncompleteMeansThatTheRecordIsDeletedWithoutARequest) {
-  for (const auto function :
-       {"curl_easy_init", "curl_easy_setopt", "curl_easy_perform", "curl_easy_cleanup"}) {
-    sweep_without(function);
-  }
+  before_curl_is_loaded([] {
+    for (const auto function :
+         {"curl_easy_init", "curl_easy_setopt", "curl_easy_perform", "curl_easy_cleanup"}) {
+      sweep_without(function);
+    }
+  });
 }
 
 TEST_F(SweepCurl, WithoutItsMemoryFunctionsIsUsedAllTheSame) {
-  stage.functions_missing = {"curl_global_init_mem"};
-  sweep_one();
-  EXPECT_EQ(stage.performs, 1);
+  before_curl_is_loaded([this] {
+    stage.functions_missing = {"curl_global_init_mem"};
+    sweep_one();
+    EXPECT_EQ(stage.performs, 1);
+  });
 }
 
 TEST_F(SweepCurl, WithoutAHandleMeansThatTheRecordIsDeletedWithoutARequest) {
@@ -506,11 +521,13 @@ TEST_F(SweepCurl, WithoutAHandleMeansThatTheRecordIsDeletedWithoutARequest) {
 }
 
 TEST_F(SweepCurl, IsNotLoadedWhenNobodyIsToBeNotified) {
-  world_.record("halix_server1.dat", "malformed");
-  world_.record("halix_server2.dat", record_text("u", "n", "p", vanished_pid()));
-  world_.record("halix_server3.dat", "\0 n p "s + std::to_string(getpid()));
-  sweep();
-  EXPECT_EQ(stage.loads, 0);
+  before_curl_is_loaded([this] {
+    world_.record("halix_server1.dat", "malformed");
+    world_.record("halix_server2.dat", record_text("u", "n", "p", vanished_pid()));
+    world_.record("halix_server3.dat", "\0 n p "s + std::to_string(getpid()));
+    sweep();
+    EXPECT_EQ(stage.loads, 0);
+  });
 }
 
 // `count` records for a server, each of whose requests takes `elapsed_ms` and ends with `code`.
@@ -908,38 +925,38 @@ TEST_F(SweepMemory, HoldsNoCredentialsAfterAKeptRecord) {
 
 TEST_F(SweepMemory, OfCurlIsWipedBeforeItIsReleased) {
   sweep_one();
-  ASSERT_TRUE(stage.memory_given);
+  ASSERT_TRUE(curl_memory.given);
   stage.wiped.clear();
-  char *const copy = stage.memory_duplicate("copied password");
+  char *const copy = curl_memory.duplicate("copied password");
   EXPECT_STREQ(copy, "copied password");
-  stage.memory_release(copy);
+  curl_memory.release(copy);
   EXPECT_THAT(stage.wiped, ElementsAre("copied password"s + '\0'));
 
   stage.wiped.clear();
-  auto *const block = static_cast<char *>(stage.memory_allocate(9));
+  auto *const block = static_cast<char *>(curl_memory.allocate(9));
   std::memcpy(block, "password", 9);
-  auto *const grown = static_cast<char *>(stage.memory_resize(block, 4000));
+  auto *const grown = static_cast<char *>(curl_memory.resize(block, 4000));
   EXPECT_STREQ(grown, "password");
   EXPECT_THAT(stage.wiped, ElementsAre("password"s + '\0'));
-  auto *const shrunk = static_cast<char *>(stage.memory_resize(grown, 4));
+  auto *const shrunk = static_cast<char *>(curl_memory.resize(grown, 4));
   EXPECT_EQ(std::string(shrunk, 4), "pass");
-  stage.memory_release(shrunk);
+  curl_memory.release(shrunk);
   EXPECT_THAT(stage.wiped, ElementsAre(SizeIs(9), SizeIs(4000), "pass"));
 }
 
 TEST_F(SweepMemory, OfCurlBehavesAsTheCLibrarys) {
   sweep_one();
-  ASSERT_TRUE(stage.memory_given);
-  stage.memory_release(nullptr);
-  auto *const zeroed = static_cast<char *>(stage.memory_allocate_zeroed(30, 100));
+  ASSERT_TRUE(curl_memory.given);
+  curl_memory.release(nullptr);
+  auto *const zeroed = static_cast<char *>(curl_memory.allocate_zeroed(30, 100));
   EXPECT_EQ(std::count(zeroed, zeroed + 3000, '\0'), 3000);
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(zeroed) % alignof(std::max_align_t), 0u);
-  stage.memory_release(zeroed);
-  void *const fresh = stage.memory_resize(nullptr, 10);
+  curl_memory.release(zeroed);
+  void *const fresh = curl_memory.resize(nullptr, 10);
   EXPECT_NE(fresh, nullptr);
-  stage.memory_release(fresh);
-  EXPECT_EQ(stage.memory_allocate_zeroed(SIZE_MAX / 2, 3), nullptr);
-  EXPECT_EQ(stage.memory_allocate(SIZE_MAX - 3), nullptr);
+  curl_memory.release(fresh);
+  EXPECT_EQ(curl_memory.allocate_zeroed(SIZE_MAX / 2, 3), nullptr);
+  EXPECT_EQ(curl_memory.allocate(SIZE_MAX - 3), nullptr);
 }
 
 }  // namespace

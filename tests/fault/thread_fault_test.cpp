@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fault/pthread_calls.hpp"
+#include "support/child.hpp"
 #include "support/threads.hpp"
 
 namespace {
@@ -21,6 +22,7 @@ using qal::test::Call;
 using qal::test::calls;
 using qal::test::Gate;
 using qal::test::refused;
+using qal::test::run_in_new_process;
 using qal::test::Threads;
 using qal::test::Unwinding;
 
@@ -81,14 +83,17 @@ using ThreadInitFault = ThreadFault;
 using ThreadWrapperFault = ThreadFault;
 using ThreadTimedWait = ThreadFault;
 
-// Comes first: nothing may have started the layer before.
+// Nothing may have started the layer before.
 TEST(ThreadInitWithoutKey, NumbersThreadsThatCannotAskForTheirNumber) {
-  EXPECT_EQ(refused(calls.key_create, EAGAIN, &qal_thread_init), 0);
-  EXPECT_EQ(qal_thread_index(), 0);
-  const Created created = create([](void *) { return 10 + qal_thread_index(); });
-  EXPECT_EQ(created.status, 0);
-  EXPECT_EQ(created.index, 1);
-  EXPECT_EQ(join(created.index).result, 10);
+  const auto result = run_in_new_process([] {
+    EXPECT_EQ(refused(calls.key_create, EAGAIN, &qal_thread_init), 0);
+    EXPECT_EQ(qal_thread_index(), 0);
+    const Created created = create([](void *) { return 10 + qal_thread_index(); });
+    EXPECT_EQ(created.status, 0);
+    EXPECT_EQ(created.index, 1);
+    EXPECT_EQ(join(created.index).result, 10);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST_F(ThreadCreateFault, AsksForAJoinableThreadWithAStackOfTwoMebibytes) {

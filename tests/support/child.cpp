@@ -11,6 +11,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
 
 extern char **environ;
 
@@ -18,6 +21,25 @@ namespace qal::test {
 namespace {
 
 constexpr uid_t unprivileged_id = 65534;
+
+std::map<std::string, std::string> current_environment() {
+  std::map<std::string, std::string> settings;
+  for (char **setting = environ; *setting; ++setting) {
+    const std::string_view text = *setting;
+    const std::size_t equals = text.find('=');
+    if (equals != text.npos) settings.emplace(text.substr(0, equals), text.substr(equals + 1));
+  }
+  return settings;
+}
+
+std::filesystem::path current_directory() {
+  std::error_code error;
+  return std::filesystem::current_path(error);
+}
+
+// As the program was started, whatever cases have done since.
+const std::map<std::string, std::string> first_environment = current_environment();
+const std::filesystem::path first_directory = current_directory();
 
 struct Pipe {
   Pipe() {
@@ -114,6 +136,15 @@ ChildResult run_in_child(const std::function<void()> &body) {
     body();
     return failed_expectations() > inherited ? 1 : 0;
   });
+}
+
+ChildResult run_in_new_process(const std::function<void()> &body) {
+  const auto &unit = *testing::UnitTest::GetInstance();
+  if (unit.test_to_run_count() == 1) return run_in_child(body);
+  const auto &test = *unit.current_test_info();
+  const auto program = first_directory / testing::internal::GetArgvs().front();
+  const auto chosen = std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
+  return run_program({program, chosen}, first_environment);
 }
 
 void become_unprivileged() {

@@ -4,9 +4,11 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <string>
 #include <type_traits>
 
+#include "support/child.hpp"
 #include "support/log_capture.hpp"
 
 namespace {
@@ -29,6 +31,12 @@ int new_timer() {
 
 void hand_out(int count) {
   for (int i = 0; i < count; ++i) new_timer();
+}
+
+// Timers are never taken back, so that only a child finds the table as a process begins with it.
+void with_new_table(const std::function<void()> &body) {
+  const auto result = qal::test::run_in_child(body);
+  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(ClockTime, LiesBetweenTwoReadingsOfThePlatform) {
@@ -64,50 +72,61 @@ TEST(ClockDate, WritesNoMoreThanItsRoom) {
 TEST(ClockTimer, CapacityIs1024) { EXPECT_EQ(QAL_MAX_TIMERS, 1024); }
 
 TEST(ClockTimer, NumbersCountUpFromZero) {
-  EXPECT_EQ(new_timer(), 0);
-  EXPECT_EQ(new_timer(), 1);
-  EXPECT_EQ(new_timer(), 2);
+  with_new_table([] {
+    EXPECT_EQ(new_timer(), 0);
+    EXPECT_EQ(new_timer(), 1);
+    EXPECT_EQ(new_timer(), 2);
+  });
 }
 
 TEST(ClockTimer, HandsOutAllButTheLastEntry) {
-  const LogCapture log;
-  hand_out(most_timers - 1);
-  EXPECT_EQ(new_timer(), 1022);
-  EXPECT_THAT(log.lines(), IsEmpty());
-  int id = 77;
-  qal_timer_new(&id);
-  EXPECT_EQ(id, 77);
-  EXPECT_THAT(log.lines(), ElementsAre(full_message));
-  qal_timer_new(&id);
-  EXPECT_EQ(id, 77);
-  EXPECT_THAT(log.lines(), ElementsAre(full_message, full_message));
+  with_new_table([] {
+    const LogCapture log;
+    hand_out(most_timers - 1);
+    EXPECT_EQ(new_timer(), 1022);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    int id = 77;
+    qal_timer_new(&id);
+    EXPECT_EQ(id, 77);
+    EXPECT_THAT(log.lines(), ElementsAre(full_message));
+    qal_timer_new(&id);
+    EXPECT_EQ(id, 77);
+    EXPECT_THAT(log.lines(), ElementsAre(full_message, full_message));
+  });
 }
 
 TEST(ClockTimer, IsUsableUpToTheLastOneHandedOut) {
-  hand_out(most_timers);
-  const LogCapture log;
-  const int last = most_timers - 1;
-  qal_timer_start(&last);
-  qal_timer_stop(&last);
-  qal_timer_print(&last);
-  EXPECT_THAT(log.lines(), ElementsAre(::testing::StartsWith("\ttime: ")));
+  with_new_table([] {
+    hand_out(most_timers);
+    const LogCapture log;
+    const int last = most_timers - 1;
+    qal_timer_start(&last);
+    qal_timer_stop(&last);
+    qal_timer_print(&last);
+    EXPECT_THAT(log.lines(), ElementsAre(::testing::StartsWith("\ttime: ")));
+  });
 }
 
 TEST(ClockTimer, RefusesToStopANumberThatWasNotHandedOut) {
-  const LogCapture log;
-  hand_out(3);
-  for (const int id : {3, 5, 1023, 1024, -1}) qal_timer_stop(&id);
-  EXPECT_THAT(log.lines(),
-              ElementsAre(stop_message, stop_message, stop_message, stop_message, stop_message));
-  const int not_handed_out = 5;
-  EXPECT_EQ(qal_timer_elapsed(&not_handed_out), 0.0F);
+  with_new_table([] {
+    const LogCapture log;
+    hand_out(3);
+    for (const int id : {3, 5, 1023, 1024, -1}) qal_timer_stop(&id);
+    EXPECT_THAT(log.lines(),
+                ElementsAre(stop_message, stop_message, stop_message, stop_message, stop_message));
+    const int not_handed_out = 5;
+    EXPECT_EQ(qal_timer_elapsed(&not_handed_out), 0.0F);
+  });
 }
 
 TEST(ClockTimer, RefusesToPrintANumberThatWasNotHandedOut) {
-  const LogCapture log;
-  hand_out(3);
-  for (const int id : {3, 1023, 1024, -1}) qal_timer_print(&id);
-  EXPECT_THAT(log.lines(), ElementsAre(print_message, print_message, print_message, print_message));
+  with_new_table([] {
+    const LogCapture log;
+    hand_out(3);
+    for (const int id : {3, 1023, 1024, -1}) qal_timer_print(&id);
+    EXPECT_THAT(log.lines(),
+                ElementsAre(print_message, print_message, print_message, print_message));
+  });
 }
 
 TEST(ClockTimer, ClearsTheWholeTableWithoutAskingWhatWasHandedOut) {

@@ -13,10 +13,12 @@
 #include <vector>
 
 #include "internal/handles.hpp"
+#include "support/child.hpp"
 
 namespace {
 
 using qal::internal::OwnedText;
+using qal::test::run_in_new_process;
 
 TEST(NameSanitise, ReplacesEveryCharacterOfTheSetAndNoOther) {
   const std::string set = " !\"#$'()*+,-./:<>?@[\\]^|";
@@ -114,9 +116,12 @@ TEST(LowerCase, TakesEmptyAndNullTexts) {
 std::string stored_command() { return change_rsh(nullptr, 1); }
 
 TEST(SavedCommand, IsEmptyAtFirst) {
-  char text[1024] = "as it was";
-  EXPECT_EQ(change_rsh(text, 0), text);
-  EXPECT_STREQ(text, "");
+  const auto result = run_in_new_process([] {
+    char text[1024] = "as it was";
+    EXPECT_EQ(change_rsh(text, 0), text);
+    EXPECT_STREQ(text, "");
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST(SavedCommand, IsStoredByModeOneAndRetrievedByModeZero) {

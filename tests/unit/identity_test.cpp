@@ -165,7 +165,8 @@ TEST(IdentityCallback, IsCalledAfterTheProductCodeIsStored) {
 }
 
 TEST(IdentityCallback, IsCalledForProductsOnly) {
-  static int calls = 0;
+  static int calls;
+  calls = 0;
   QalIdentity identity("/bin/demo");
   identity.setChangeCallback([](QalIdentity *) { ++calls; });
   identity.setFlavor(256);

@@ -110,7 +110,32 @@ QAL_PRINTF(2, 3) std::string formatted(std::size_t room, const char *format, ...
   return out.data();
 }
 
-TEST(LoggerInit, HandsEachCallbackItsOwnStream) {
+// Leaves the logger as a process begins with it.
+class LoggerStage : public testing::Test {
+ protected:
+  ~LoggerStage() override {
+    qal_logger_done();
+    qal_logger_time_stamp(0);
+    Verbose_level = 0;
+    console_calls.clear();
+    log_calls.clear();
+  }
+};
+
+using LoggerAbort = LoggerStage;
+using LoggerDebug = LoggerStage;
+using LoggerDone = LoggerStage;
+using LoggerFatal = LoggerStage;
+using LoggerFile = LoggerStage;
+using LoggerFormatPosition = LoggerStage;
+using LoggerFunc = LoggerStage;
+using LoggerInit = LoggerStage;
+using LoggerLevels = LoggerStage;
+using LoggerScrub = LoggerStage;
+using LoggerStopHere = LoggerStage;
+using LoggerVsprintf = LoggerStage;
+
+TEST_F(LoggerInit, HandsEachCallbackItsOwnStream) {
   int console = 0;
   int log = 0;
   qal_logger_init(&console, &record_console, &log, &record_log);
@@ -120,7 +145,7 @@ TEST(LoggerInit, HandsEachCallbackItsOwnStream) {
   EXPECT_THAT(log_calls, ElementsAre(Call{&log, "to the log\n"}));
 }
 
-TEST(LoggerInit, AcceptsNullStreams) {
+TEST_F(LoggerInit, AcceptsNullStreams) {
   qal_logger_init(nullptr, &record_console, nullptr, &record_log);
   qal_info("a\n");
   qal_log("b\n");
@@ -128,7 +153,7 @@ TEST(LoggerInit, AcceptsNullStreams) {
   EXPECT_THAT(log_calls, ElementsAre(Call{nullptr, "b\n"}));
 }
 
-TEST(LoggerInit, SilencesTheSideWithoutCallback) {
+TEST_F(LoggerInit, SilencesTheSideWithoutCallback) {
   qal_logger_init(nullptr, nullptr, nullptr, &record_log);
   qal_error("lost\n");
   qal_log("kept\n");
@@ -142,7 +167,7 @@ TEST(LoggerInit, SilencesTheSideWithoutCallback) {
   EXPECT_THAT(console_calls, ElementsAre(Call{nullptr, "ERROR: kept\n"}));
 }
 
-TEST(LoggerDone, RemovesBothCallbacks) {
+TEST_F(LoggerDone, RemovesBothCallbacks) {
   qal_logger_init(nullptr, &record_console, nullptr, &record_log);
   qal_logger_done();
   qal_info("lost\n");
@@ -151,7 +176,7 @@ TEST(LoggerDone, RemovesBothCallbacks) {
   EXPECT_TRUE(log_calls.empty());
 }
 
-TEST(LoggerDone, KeepsTheTimeStampAndTheCopyFile) {
+TEST_F(LoggerDone, KeepsTheTimeStampAndTheCopyFile) {
   const ScratchDir scratch;
   qal_logger_time_stamp(1);
   std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
@@ -163,7 +188,7 @@ TEST(LoggerDone, KeepsTheTimeStampAndTheCopyFile) {
   _qal_logger_set_file(nullptr);
 }
 
-TEST(LoggerLevels, CarryTheirMarkersWithoutTimeStamp) {
+TEST_F(LoggerLevels, CarryTheirMarkersWithoutTimeStamp) {
   const LogCapture log;
   qal_info("message\n");
   qal_warn("full\n");
@@ -173,7 +198,7 @@ TEST(LoggerLevels, CarryTheirMarkersWithoutTimeStamp) {
               ElementsAre("message\n", "WARNING: full\n", "ERROR: message\n", "FATAL: message\n"));
 }
 
-TEST(LoggerLevels, SeparateTheirMarkersFromTheTimeStamp) {
+TEST_F(LoggerLevels, SeparateTheirMarkersFromTheTimeStamp) {
   const LogCapture log;
   qal_logger_time_stamp(1);
   qal_info("message\n");
@@ -187,7 +212,7 @@ TEST(LoggerLevels, SeparateTheirMarkersFromTheTimeStamp) {
                                        MatchesRegex(time + " FATAL: message\n")));
 }
 
-TEST(LoggerLevels, StampLogLinesAsInformation) {
+TEST_F(LoggerLevels, StampLogLinesAsInformation) {
   qal_logger_init(nullptr, nullptr, nullptr, &record_log);
   qal_logger_time_stamp(-1);
   qal_log("stamped\n");
@@ -198,21 +223,21 @@ TEST(LoggerLevels, StampLogLinesAsInformation) {
   EXPECT_EQ(log_calls[1].line, "plain\n");
 }
 
-TEST(LoggerLevels, FormatTheirArgumentsAndAddNoLineEnd) {
+TEST_F(LoggerLevels, FormatTheirArgumentsAndAddNoLineEnd) {
   const LogCapture log;
   qal_info("%s is %d of %5.2f%%", "this", 3, 7.5);
   qal_warn("%c", 'x');
   EXPECT_THAT(log.lines(), ElementsAre("this is 3 of  7.50%", "WARNING: x"));
 }
 
-TEST(LoggerLevels, TakeAnEmptyMessage) {
+TEST_F(LoggerLevels, TakeAnEmptyMessage) {
   const LogCapture log;
   qal_info("%s", "");
   qal_error("%s", "");
   EXPECT_THAT(log.lines(), ElementsAre("", "ERROR: "));
 }
 
-TEST(LoggerLevels, IgnoreTheVerbosity) {
+TEST_F(LoggerLevels, IgnoreTheVerbosity) {
   EXPECT_EQ(Verbose_level, 0);
   const LogCapture log;
   for (const int level : {-1, 0, 1, 99}) {
@@ -222,14 +247,14 @@ TEST(LoggerLevels, IgnoreTheVerbosity) {
   EXPECT_EQ(log.text(), "line\nline\nline\nline\n");
 }
 
-TEST(LoggerLevels, FillALineOf8191Bytes) {
+TEST_F(LoggerLevels, FillALineOf8191Bytes) {
   const LogCapture log;
   const std::string message(longest_line, 'm');
   qal_info("%s", message.c_str());
   EXPECT_EQ(log.lines().front(), message);
 }
 
-TEST(LoggerLevels, CutALongerLine) {
+TEST_F(LoggerLevels, CutALongerLine) {
   const LogCapture log;
   const std::string message(longest_line + 1, 'm');
   qal_info("%s", message.c_str());
@@ -238,7 +263,7 @@ TEST(LoggerLevels, CutALongerLine) {
   EXPECT_EQ(log.lines()[1], ("WARNING: " + message).substr(0, longest_line));
 }
 
-TEST(LoggerLevels, CutALongerLineBehindATimeStamp) {
+TEST_F(LoggerLevels, CutALongerLineBehindATimeStamp) {
   const LogCapture log;
   qal_logger_time_stamp(1);
   qal_fatal("%s", std::string(3 * longest_line, 'm').c_str());
@@ -246,7 +271,7 @@ TEST(LoggerLevels, CutALongerLineBehindATimeStamp) {
   EXPECT_EQ(log.lines()[0].substr(8, 9), " FATAL: m");
 }
 
-TEST(LoggerLevels, DoNothingWithoutCallback) {
+TEST_F(LoggerLevels, DoNothingWithoutCallback) {
   const auto child = run_in_child([] {
     qal_info("x %d\n", 1);
     qal_warn("x %d\n", 1);
@@ -259,7 +284,7 @@ TEST(LoggerLevels, DoNothingWithoutCallback) {
   EXPECT_EQ(child.out + child.err, "");
 }
 
-TEST(LoggerLevels, DoNotFormatWithoutCallback) {
+TEST_F(LoggerLevels, DoNotFormatWithoutCallback) {
   int count = 7;
   qal_info("text%n", &count);
   qal_error("text%n", &count);
@@ -267,7 +292,7 @@ TEST(LoggerLevels, DoNotFormatWithoutCallback) {
   EXPECT_EQ(count, 7);
 }
 
-TEST(LoggerLevels, KeepErrno) {
+TEST_F(LoggerLevels, KeepErrno) {
   const LogCapture log;
   qal_logger_time_stamp(1);
   errno = ENOTDIR;
@@ -275,7 +300,7 @@ TEST(LoggerLevels, KeepErrno) {
   EXPECT_EQ(errno, ENOTDIR);
 }
 
-TEST(LoggerLevels, KeepErrnoAcrossACallbackThatSetsIt) {
+TEST_F(LoggerLevels, KeepErrnoAcrossACallbackThatSetsIt) {
   during_delivery = [](const char *) { errno = EBADF; };
   qal_logger_init(nullptr, &run_during_delivery, nullptr, &run_during_delivery);
   errno = ENOTDIR;
@@ -284,7 +309,7 @@ TEST(LoggerLevels, KeepErrnoAcrossACallbackThatSetsIt) {
   EXPECT_EQ(errno, ENOTDIR);
 }
 
-TEST(LoggerLevels, ComposeEachThreadsLinesApart) {
+TEST_F(LoggerLevels, ComposeEachThreadsLinesApart) {
   log_words_from_four_threads([] {});
   for (const auto &[stream, line] : console_calls) EXPECT_EQ(line, std::string(100, line[0]));
 }
@@ -300,7 +325,7 @@ bool is_between(const std::string &from, const std::string &to, const std::strin
   return from <= to ? from <= time && time <= to : from <= time || time <= to;
 }
 
-TEST(LoggerLevels, StampEachThreadsLinesApart) {
+TEST_F(LoggerLevels, StampEachThreadsLinesApart) {
   setenv("TZ", "UTC0", 1);
   qal_logger_time_stamp(1);
   const std::string from = time_of_day();
@@ -315,7 +340,7 @@ TEST(LoggerLevels, StampEachThreadsLinesApart) {
   }
 }
 
-TEST(LoggerFatal, ReturnsToItsCaller) {
+TEST_F(LoggerFatal, ReturnsToItsCaller) {
   const auto child = run_in_child([] {
     const LogCapture log;
     qal_fatal("the end\n");
@@ -324,7 +349,7 @@ TEST(LoggerFatal, ReturnsToItsCaller) {
   EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
-TEST(LoggerAbort, DeliversItsLineAndEndsTheProcess) {
+TEST_F(LoggerAbort, DeliversItsLineAndEndsTheProcess) {
   const auto child = run_in_child([] {
     std::atexit([] { std::fputs("clean-up\n", stderr); });
     qal_logger_init(stderr, &_qal_logger_func, nullptr, nullptr);
@@ -334,7 +359,7 @@ TEST(LoggerAbort, DeliversItsLineAndEndsTheProcess) {
   EXPECT_EQ(child.err, "ABORT: reason 5\n");
 }
 
-TEST(LoggerAbort, SeparatesItsMarkerFromTheTimeStamp) {
+TEST_F(LoggerAbort, SeparatesItsMarkerFromTheTimeStamp) {
   const auto child = run_in_child([] {
     qal_logger_init(stderr, &_qal_logger_func, nullptr, nullptr);
     qal_logger_time_stamp(1);
@@ -344,7 +369,7 @@ TEST(LoggerAbort, SeparatesItsMarkerFromTheTimeStamp) {
   EXPECT_THAT(child.err, MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9] ABORT: reason\n"));
 }
 
-TEST(LoggerAbort, ReturnsWhenNobodyListensOnTheConsole) {
+TEST_F(LoggerAbort, ReturnsWhenNobodyListensOnTheConsole) {
   const auto child = run_in_child([] {
     qal_abort("x\n");
     qal_logger_init(nullptr, nullptr, nullptr, &record_log);
@@ -355,7 +380,7 @@ TEST(LoggerAbort, ReturnsWhenNobodyListensOnTheConsole) {
   EXPECT_EQ(child.err, "");
 }
 
-TEST(LoggerDebug, DoesNotFormat) {
+TEST_F(LoggerDebug, DoesNotFormat) {
   int count = 7;
   const LogCapture log;
   qal_debug("text%n\n", &count);
@@ -363,7 +388,7 @@ TEST(LoggerDebug, DoesNotFormat) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(LoggerStopHere, HasNoEffect) {
+TEST_F(LoggerStopHere, HasNoEffect) {
   const LogCapture log;
   errno = ENOTDIR;
   qal_stop_here();
@@ -373,14 +398,14 @@ TEST(LoggerStopHere, HasNoEffect) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(LoggerFormatPosition, LetsAPrintfLikeCallbackReadDirectivesInTheLine) {
+TEST_F(LoggerFormatPosition, LetsAPrintfLikeCallbackReadDirectivesInTheLine) {
   std::string out;
   qal_logger_init(&out, &format_again, nullptr, nullptr);
   qal_info("%s\n", "100%% sure");
   EXPECT_EQ(out, "100% sure\n");
 }
 
-TEST(LoggerFormatPosition, PrintsScrubbedTextLiterally) {
+TEST_F(LoggerFormatPosition, PrintsScrubbedTextLiterally) {
   std::string out;
   qal_logger_init(&out, &format_again, nullptr, nullptr);
   const OwnedText scrubbed{qal_scrub_format_string("100% %s %n")};
@@ -388,31 +413,31 @@ TEST(LoggerFormatPosition, PrintsScrubbedTextLiterally) {
   EXPECT_EQ(out, "100% %s %n\n");
 }
 
-TEST(LoggerFunc, FormatsAndWritesToTheStream) {
+TEST_F(LoggerFunc, FormatsAndWritesToTheStream) {
   EXPECT_EQ(
       written_by([](std::FILE *stream) { _qal_logger_func(stream, "%s %d%%\n", "level", 40); }),
       "level 40%\n");
 }
 
-TEST(LoggerFunc, WritesAFinishedLineAsItStands) {
+TEST_F(LoggerFunc, WritesAFinishedLineAsItStands) {
   EXPECT_EQ(logged_through_ready_made("%s %n %d %*c\n"), "%s %n %d %*c\n");
   EXPECT_EQ(logged_through_ready_made("trailing %"), "trailing %");
 }
 
-TEST(LoggerFunc, UndoublesPercentSignsOfAFinishedLineFromTheLeft) {
+TEST_F(LoggerFunc, UndoublesPercentSignsOfAFinishedLineFromTheLeft) {
   EXPECT_EQ(logged_through_ready_made("100%%\n"), "100%\n");
   EXPECT_EQ(logged_through_ready_made("%%%"), "%%");
   EXPECT_EQ(logged_through_ready_made("%%%%"), "%%");
   EXPECT_EQ(logged_through_ready_made("%%s%%%d"), "%s%%d");
 }
 
-TEST(LoggerFunc, PrintsScrubbedTextLiterally) {
+TEST_F(LoggerFunc, PrintsScrubbedTextLiterally) {
   const std::string text = "50% of %s and %% too";
   const OwnedText scrubbed{qal_scrub_format_string(text.c_str())};
   EXPECT_EQ(logged_through_ready_made(scrubbed.get()), text);
 }
 
-TEST(LoggerFunc, KnowsFinishedLinesOfTheLogChannelToo) {
+TEST_F(LoggerFunc, KnowsFinishedLinesOfTheLogChannelToo) {
   EXPECT_EQ(written_by([](std::FILE *stream) {
               qal_logger_init(nullptr, nullptr, stream, &_qal_logger_func);
               qal_log("%s", "%s%%\n");
@@ -420,14 +445,14 @@ TEST(LoggerFunc, KnowsFinishedLinesOfTheLogChannelToo) {
             "%s%\n");
 }
 
-TEST(LoggerFunc, WritesTheLongestFinishedLineWhole) {
+TEST_F(LoggerFunc, WritesTheLongestFinishedLineWhole) {
   const std::string message(longest_line, '%');
   EXPECT_EQ(logged_through_ready_made(message.c_str()), std::string(4096, '%'));
   const std::string plain(longest_line, 'p');
   EXPECT_EQ(logged_through_ready_made(plain.c_str()), plain);
 }
 
-TEST(LoggerFunc, FormatsAnyOtherTextDuringADelivery) {
+TEST_F(LoggerFunc, FormatsAnyOtherTextDuringADelivery) {
   EXPECT_EQ(written_by([](std::FILE *stream) {
               during_delivery = [stream](const char *line) {
                 const std::string copy = line;
@@ -443,7 +468,7 @@ TEST(LoggerFunc, FormatsAnyOtherTextDuringADelivery) {
             "own|1\n42\n%d\n");
 }
 
-TEST(LoggerFunc, KnowsTheOuterLineAgainAfterANestedDelivery) {
+TEST_F(LoggerFunc, KnowsTheOuterLineAgainAfterANestedDelivery) {
   EXPECT_EQ(written_by([](std::FILE *stream) {
               during_delivery = [stream](const char *line) {
                 qal_log("%s", "inner %d\n");
@@ -456,7 +481,7 @@ TEST(LoggerFunc, KnowsTheOuterLineAgainAfterANestedDelivery) {
             "inner %d\nouter %d\n");
 }
 
-TEST(LoggerFunc, KnowsOnlyTheLineOfItsOwnThread) {
+TEST_F(LoggerFunc, KnowsOnlyTheLineOfItsOwnThread) {
   EXPECT_EQ(written_by([](std::FILE *stream) {
               during_delivery = [stream](const char *line) {
                 const QalLoggerFunc call = &_qal_logger_func;
@@ -468,7 +493,7 @@ TEST(LoggerFunc, KnowsOnlyTheLineOfItsOwnThread) {
             "42\n");
 }
 
-TEST(LoggerFunc, FormatsAsUsualAfterADelivery) {
+TEST_F(LoggerFunc, FormatsAsUsualAfterADelivery) {
   static char line[8192];
   EXPECT_EQ(written_by([](std::FILE *stream) {
               const QalLoggerFunc call = &_qal_logger_func;
@@ -480,7 +505,7 @@ TEST(LoggerFunc, FormatsAsUsualAfterADelivery) {
             "%d\n42\n");
 }
 
-TEST(LoggerFunc, WritesAtMost8191Bytes) {
+TEST_F(LoggerFunc, WritesAtMost8191Bytes) {
   const std::string fits(longest_line, 'f');
   const std::string longer(longest_line + 1, 'l');
   EXPECT_EQ(written_by([&](std::FILE *stream) { _qal_logger_func(stream, "%s", fits.c_str()); }),
@@ -489,19 +514,19 @@ TEST(LoggerFunc, WritesAtMost8191Bytes) {
             longer.substr(1));
 }
 
-TEST(LoggerFunc, DoesNotFlushTheStream) {
+TEST_F(LoggerFunc, DoesNotFlushTheStream) {
   const ScratchDir scratch;
   const File file{std::fopen((scratch / "console").c_str(), "wb")};
   _qal_logger_func(file.get(), "buffered\n");
   EXPECT_EQ(read_file(scratch / "console"), "");
 }
 
-TEST(LoggerFunc, WritesNothingWhenTheArgumentsCannotBeConverted) {
+TEST_F(LoggerFunc, WritesNothingWhenTheArgumentsCannotBeConverted) {
   EXPECT_EQ(
       written_by([](std::FILE *stream) { _qal_logger_func(stream, "before %ls", L"\x20ac"); }), "");
 }
 
-TEST(LoggerFunc, KeepsErrno) {
+TEST_F(LoggerFunc, KeepsErrno) {
   written_by([](std::FILE *stream) {
     errno = ENOTDIR;
     _qal_logger_func(stream, "%ls", L"\x20ac");
@@ -509,7 +534,7 @@ TEST(LoggerFunc, KeepsErrno) {
   });
 }
 
-TEST(LoggerFunc, KeepsErrnoWhenAFinishedLineCannotBeWritten) {
+TEST_F(LoggerFunc, KeepsErrnoWhenAFinishedLineCannotBeWritten) {
   const ScratchDir scratch;
   const File unwritable{std::fopen(scratch.file("console").c_str(), "rb")};
   std::setvbuf(unwritable.get(), nullptr, _IONBF, 0);
@@ -526,7 +551,7 @@ TEST(LoggerFunc, KeepsErrnoWhenAFinishedLineCannotBeWritten) {
   qal_info("%s", "100%%\n");
 }
 
-TEST(LoggerFile, ReceivesACopyOfEveryLineAtOnce) {
+TEST_F(LoggerFile, ReceivesACopyOfEveryLineAtOnce) {
   const ScratchDir scratch;
   std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
   ASSERT_NE(copy, nullptr);
@@ -542,7 +567,7 @@ TEST(LoggerFile, ReceivesACopyOfEveryLineAtOnce) {
   _qal_logger_set_file(nullptr);
 }
 
-TEST(LoggerFile, ReceivesTheLineWithoutAStreamToo) {
+TEST_F(LoggerFile, ReceivesTheLineWithoutAStreamToo) {
   const ScratchDir scratch;
   _qal_logger_set_file((scratch / "copy").c_str());
   _qal_logger_func(nullptr, "only here\n");
@@ -550,7 +575,7 @@ TEST(LoggerFile, ReceivesTheLineWithoutAStreamToo) {
   _qal_logger_set_file(nullptr);
 }
 
-TEST(LoggerFile, StartsEmpty) {
+TEST_F(LoggerFile, StartsEmpty) {
   const ScratchDir scratch;
   const auto path = scratch.file("copy", "from an earlier run\n");
   _qal_logger_set_file(path.c_str());
@@ -558,7 +583,7 @@ TEST(LoggerFile, StartsEmpty) {
   _qal_logger_set_file(nullptr);
 }
 
-TEST(LoggerFile, ClosesTheFirstFileBeforeItOpensTheSecond) {
+TEST_F(LoggerFile, ClosesTheFirstFileBeforeItOpensTheSecond) {
   const ScratchDir scratch;
   const int first = fileno(_qal_logger_set_file((scratch / "first").c_str()));
   const int second = fileno(_qal_logger_set_file((scratch / "second").c_str()));
@@ -569,7 +594,7 @@ TEST(LoggerFile, ClosesTheFirstFileBeforeItOpensTheSecond) {
   _qal_logger_set_file(nullptr);
 }
 
-TEST(LoggerFile, StopsCopyingWhenTheSecondCannotBeOpened) {
+TEST_F(LoggerFile, StopsCopyingWhenTheSecondCannotBeOpened) {
   const ScratchDir scratch;
   const LogCapture log;
   _qal_logger_set_file((scratch / "copy").c_str());
@@ -581,46 +606,46 @@ TEST(LoggerFile, StopsCopyingWhenTheSecondCannotBeOpened) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(LoggerFile, IsNotThereAtStart) { EXPECT_EQ(_qal_logger_get_file(), nullptr); }
+TEST_F(LoggerFile, IsNotThereAtStart) { EXPECT_EQ(_qal_logger_get_file(), nullptr); }
 
-TEST(LoggerFile, IsRemovedByANullPath) {
+TEST_F(LoggerFile, IsRemovedByANullPath) {
   const ScratchDir scratch;
   _qal_logger_set_file((scratch / "copy").c_str());
   EXPECT_EQ(_qal_logger_set_file(nullptr), nullptr);
   EXPECT_EQ(_qal_logger_get_file(), nullptr);
 }
 
-TEST(LoggerFile, IsClosedInPrograms) {
+TEST_F(LoggerFile, IsClosedInPrograms) {
   const ScratchDir scratch;
   std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
   EXPECT_TRUE(fcntl(fileno(copy), F_GETFD) & FD_CLOEXEC);
   _qal_logger_set_file(nullptr);
 }
 
-TEST(LoggerScrub, DoublesEveryPercentSign) {
+TEST_F(LoggerScrub, DoublesEveryPercentSign) {
   EXPECT_STREQ(OwnedText{qal_scrub_format_string("100%")}.get(), "100%%");
   EXPECT_STREQ(OwnedText{qal_scrub_format_string("%")}.get(), "%%");
   EXPECT_STREQ(OwnedText{qal_scrub_format_string("%%d")}.get(), "%%%%d");
   EXPECT_STREQ(OwnedText{qal_scrub_format_string("plain \xff")}.get(), "plain \xff");
 }
 
-TEST(LoggerScrub, AnswersAnEmptyTextForAnEmptyText) {
+TEST_F(LoggerScrub, AnswersAnEmptyTextForAnEmptyText) {
   EXPECT_STREQ(OwnedText{qal_scrub_format_string("")}.get(), "");
 }
 
-TEST(LoggerScrub, ZeroFillsTwiceTheLengthAndOneByte) {
+TEST_F(LoggerScrub, ZeroFillsTwiceTheLengthAndOneByte) {
   const OwnedText scrubbed{qal_scrub_format_string("abc%")};
   EXPECT_EQ(std::string(scrubbed.get(), 9), std::string("abc%%\0\0\0\0", 9));
 }
 
-TEST(LoggerScrub, AnswersNullForNoText) { EXPECT_EQ(qal_scrub_format_string(nullptr), nullptr); }
+TEST_F(LoggerScrub, AnswersNullForNoText) { EXPECT_EQ(qal_scrub_format_string(nullptr), nullptr); }
 
-TEST(LoggerVsprintf, FormatsAsPrintfDoes) {
+TEST_F(LoggerVsprintf, FormatsAsPrintfDoes) {
   EXPECT_EQ(formatted(64, "%s %05d %.3f %c%%", "text", 42, 0.5, 'x'), "text 00042 0.500 x%");
   EXPECT_EQ(formatted(64, "%s", ""), "");
 }
 
-TEST(LoggerVsprintf, HasNoBoundOfItsOwn) {
+TEST_F(LoggerVsprintf, HasNoBoundOfItsOwn) {
   const std::string text(100'000, 't');
   EXPECT_EQ(formatted(text.size() + 1, "%s", text.c_str()), text);
 }

@@ -453,28 +453,34 @@ TEST_F(MpoolAlloc, BehavesAsDescribedOverRandomOperations) {
 }
 
 TEST_F(MpoolThreads, ShareOnePoolWithoutSharingAnElement) {
-  const Watchdog watchdog;
-  const Pool pool = new_pool(16, 32);
-  Exchange exchange;
-  run_together(8, [&](int) { EXPECT_EQ(churn(pool.get(), exchange, repetitions(40000)), 0); });
-  const Counts counts = counts_of(pool.get());
-  EXPECT_EQ(counts.total - counts.free, exchange.rest().size());
-  for (uint64_t *const element : exchange.rest()) qal_mpool_free(pool.get(), element);
-  expect_counts(pool, counts.total, counts.total);
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    const Pool pool = new_pool(16, 32);
+    Exchange exchange;
+    run_together(8, [&](int) { EXPECT_EQ(churn(pool.get(), exchange, repetitions(40000)), 0); });
+    const Counts counts = counts_of(pool.get());
+    EXPECT_EQ(counts.total - counts.free, exchange.rest().size());
+    for (uint64_t *const element : exchange.rest()) qal_mpool_free(pool.get(), element);
+    expect_counts(pool, counts.total, counts.total);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST_F(MpoolThreads, ReuseWhatAnotherThreadFreed) {
-  const Watchdog watchdog;
-  const Pool pool = new_pool(16, 3);
-  std::vector<void *> mine;
-  for (int i = 0; i < 3; ++i) mine.push_back(qal_mpool_alloc(pool.get()));
-  for (void *const element : mine) qal_mpool_free(pool.get(), element);
-  std::vector<void *> taken;
-  run_together(1, [&](int) {
-    for (int i = 0; i < 3; ++i) taken.push_back(qal_mpool_alloc(pool.get()));
+  const auto result = run_in_child([] {
+    const Watchdog watchdog;
+    const Pool pool = new_pool(16, 3);
+    std::vector<void *> mine;
+    for (int i = 0; i < 3; ++i) mine.push_back(qal_mpool_alloc(pool.get()));
+    for (void *const element : mine) qal_mpool_free(pool.get(), element);
+    std::vector<void *> taken;
+    run_together(1, [&](int) {
+      for (int i = 0; i < 3; ++i) taken.push_back(qal_mpool_alloc(pool.get()));
+    });
+    EXPECT_THAT(taken, ElementsAre(mine[2], mine[1], mine[0]));
+    expect_counts(pool, 3, 0);
   });
-  EXPECT_THAT(taken, ElementsAre(mine[2], mine[1], mine[0]));
-  expect_counts(pool, 3, 0);
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 }  // namespace

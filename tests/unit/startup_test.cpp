@@ -3,13 +3,20 @@
 
 #include <string>
 
+#include "support/child.hpp"
+
 namespace {
+
+using qal::test::run_in_new_process;
 
 // Comes first: only the first start of a process clears anything.
 TEST(Startup, ClearsACacheDirectoryThatWasSetBefore) {
-  ASSERT_EQ(qal_utils_set_cachedir("/early"), QAL_STATUS_OK);
-  EXPECT_EQ(qal_utils_init(), QAL_STATUS_OK);
-  EXPECT_EQ(qal_utils_get_cachedir(), nullptr);
+  const auto result = run_in_new_process([] {
+    ASSERT_EQ(qal_utils_set_cachedir("/early"), QAL_STATUS_OK);
+    EXPECT_EQ(qal_utils_init(), QAL_STATUS_OK);
+    EXPECT_EQ(qal_utils_get_cachedir(), nullptr);
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST(Startup, SucceedsAndLeavesNoCacheDirectory) {

@@ -17,6 +17,7 @@
 
 #include "internal/handles.hpp"
 #include "platform/platform.hpp"
+#include "support/child.hpp"
 #include "support/log_capture.hpp"
 #include "support/sweep_world.hpp"
 
@@ -29,6 +30,7 @@ using qal::test::names_in;
 using qal::test::read_file;
 using qal::test::record_text;
 using qal::test::run_in_child;
+using qal::test::run_in_new_process;
 using qal::test::run_unprivileged;
 using qal::test::ScratchDir;
 using qal::test::SweepWorld;
@@ -222,20 +224,26 @@ TEST_F(SweepRecords, KeepsAVanishedProcesssRecordWithAnEmptyTextToo) {
 }
 
 TEST_F(SweepRecords, DeletesALiveProcesssRecordWithAnEmptyTextWithoutARequest) {
-  const auto pid = std::to_string(alive_);
-  EXPECT_FALSE(is_kept("\0http://127.0.0.1:1/ halix secret "s + pid));
-  EXPECT_FALSE(is_kept("http://127.0.0.1:1/ \0 secret "s + pid));
-  EXPECT_FALSE(is_kept("http://127.0.0.1:1/ halix \0 "s + pid));
-  EXPECT_FALSE(curl_is_loaded());
+  const auto result = run_in_new_process([this] {
+    const auto pid = std::to_string(alive_);
+    EXPECT_FALSE(is_kept("\0http://127.0.0.1:1/ halix secret "s + pid));
+    EXPECT_FALSE(is_kept("http://127.0.0.1:1/ \0 secret "s + pid));
+    EXPECT_FALSE(is_kept("http://127.0.0.1:1/ halix \0 "s + pid));
+    EXPECT_FALSE(curl_is_loaded());
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST_F(SweepRecords, LoadsCurlOnlyWhenSomebodyIsToBeNotified) {
-  is_kept(malformed);
-  is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", vanished_pid()));
-  EXPECT_FALSE(curl_is_loaded());
-  // Port 1 of the loopback interface: nobody listens.
-  EXPECT_FALSE(is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", alive_)));
-  EXPECT_TRUE(curl_is_loaded());
+  const auto result = run_in_new_process([this] {
+    is_kept(malformed);
+    is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", vanished_pid()));
+    EXPECT_FALSE(curl_is_loaded());
+    // Port 1 of the loopback interface: nobody listens.
+    EXPECT_FALSE(is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", alive_)));
+    EXPECT_TRUE(curl_is_loaded());
+  });
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST_F(SweepRecords, GivesIdsThatNameNoSingleProcessToTheProbeAsTheyAre) {

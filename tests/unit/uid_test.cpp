@@ -20,7 +20,7 @@ namespace {
 
 using qal::test::LogCapture;
 using qal::test::repetitions;
-using qal::test::run_in_child;
+using qal::test::run_in_new_process;
 using qal::test::run_together;
 using qal::test::Watchdog;
 using testing::IsEmpty;
@@ -34,7 +34,7 @@ std::optional<Values> found(uint64_t id) {
 }
 
 TEST(UidNew, HandsOutIdsButFindsNoneWithoutARegistry) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     EXPECT_EQ(qal_uid_next(), 1U);
     EXPECT_EQ(qal_uid_new(10, 20), 1U);
     EXPECT_EQ(qal_uid_new(30, 40), 2U);
@@ -55,7 +55,7 @@ TEST(UidNew, HandsOutIdsButFindsNoneWithoutARegistry) {
 }
 
 TEST(UidNew, CountsFrom1) {
-  const auto result = run_in_child([] {
+  const auto result = run_in_new_process([] {
     qal_utils_init();
     EXPECT_EQ(qal_uid_next(), 1U);
     EXPECT_EQ(qal_uid_new(0, 0), 1U);
