@@ -334,10 +334,12 @@ SweepWorld::SweepWorld(std::string tool)
       temporary_(directory("tmp")) {
   if (tool_.empty() || geteuid() != 0) return;
   // The ordinary user may not be able to walk to the build.
-  const std::string reachable = scratch_ / "kalmora-sweep";
+  const std::string reachable = installed_ / "kalmora-sweep";
   fs::copy_file(tool_, reachable);
   fs::permissions(reachable, fs::perms(0755));  // of a build under any mask
   tool_ = reachable;
+  const fs::path library = QAL_TEST_LIBRARY;  // which a shared build finds beside the tool
+  if (!library.empty()) fs::copy_file(library, installed_ / library.filename().native());
 }
 
 std::string SweepWorld::directory(std::string_view name) const {
@@ -360,7 +362,6 @@ std::map<std::string, std::string> SweepWorld::contents() const {
   std::map<std::string, std::string> contents;
   for (const auto &entry : fs::recursive_directory_iterator(root())) {
     const std::string name = entry.path().lexically_relative(root());
-    if (name == "kalmora-sweep") continue;
     contents[name] = fs::is_regular_file(entry.symlink_status()) ? read_file(entry.path()) : "";
   }
   return contents;

@@ -151,6 +151,7 @@ class SweepWorld {
   std::map<std::string, std::string> environment(const ToolStart &start) const;
 
   ScratchDir scratch_;
+  ScratchDir installed_;
   std::string tool_;
   std::string home_;
   std::string resources_;
