@@ -11,6 +11,10 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)  # as the tree's place is not to be in the binaries
 
+# Names in an anonymous namespace are their unit's own here and repeat from unit to unit, and the tests
+# put calls between units to the proof: units are not to be compiled as one, whoever asks for it.
+set(CMAKE_UNITY_BUILD OFF)
+
 if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
