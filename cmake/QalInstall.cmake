@@ -5,13 +5,7 @@ install(
   EXPORT qalTargets
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development
-  FILE_SET HEADERS COMPONENT development)
-
-if(APPLE)
-  set(qal_cxx_runtime c++)
-else()
-  set(qal_cxx_runtime stdc++)
-endif()
+  FILE_SET HEADERS DESTINATION "${header_dir}" COMPONENT development)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/qal)
 install(
