@@ -1,7 +1,15 @@
 # Installation: the tool, the libraries with their headers, the CMake package, qal.pc and the manual.
-install(TARGETS kalmora-sweep RUNTIME COMPONENT runtime)
+set(qal_libraries qal)
+if(QAL_BUILD_KALMORA)
+  list(APPEND qal_libraries kalmora)
+  install(TARGETS kalmora-sweep RUNTIME COMPONENT runtime)
+endif()
+set(header_dir ${CMAKE_INSTALL_INCLUDEDIR})
+if(IS_ABSOLUTE "${header_dir}")  # which the package would take for one below the prefix
+  cmake_path(RELATIVE_PATH header_dir BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
+endif()
 install(
-  TARGETS qal kalmora
+  TARGETS ${qal_libraries}
   EXPORT qalTargets
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development
@@ -13,6 +21,11 @@ install(
   NAMESPACE qal::
   DESTINATION ${package_dir}
   COMPONENT development)
+# The build tree can be used like an installed one. Libraries name their private needs there.
+export(
+  TARGETS ${qal_libraries} qal_build_flags qal_common_flags
+  NAMESPACE qal::
+  FILE qalTargets.cmake)
 configure_package_config_file(
   cmake/qalConfig.cmake.in ${PROJECT_BINARY_DIR}/qalConfig.cmake
   INSTALL_DESTINATION ${package_dir})
@@ -23,32 +36,53 @@ install(
   DESTINATION ${package_dir}
   COMPONENT development)
 
-# A static library cannot name what it needs itself, so the package file does it for every link.
-set(qal_pc_private "-lz -pthread")
+# A static library cannot name what it needs itself, so qal.pc does it for every link. The
+# program-level half is static beside a shared library, too.
+list(TRANSFORM CMAKE_DL_LIBS PREPEND -l OUTPUT_VARIABLE qal_pc_dl)
+list(JOIN qal_pc_dl " " qal_pc_dl)
+set(qal_pc_needs "-lz ${qal_pc_dl} -pthread")
 if(APPLE AND QAL_FOUNDATION)
-  string(APPEND qal_pc_private " ${qal_foundation}")
+  string(APPEND qal_pc_needs " ${qal_foundation}")
+endif()
+set(qal_pc_cxx "-l${qal_cxx_runtime} -lm")
+set(qal_pc_libs -lqal)
+set(qal_pc_libs_private "")
+if(QAL_BUILD_KALMORA)
+  string(PREPEND qal_pc_libs "-lkalmora ")
+endif()
+if(QAL_BUILD_KALMORA OR NOT BUILD_SHARED_LIBS)
+  string(APPEND qal_pc_libs " ${qal_pc_needs}")
 endif()
 if(BUILD_SHARED_LIBS)
-  set(qal_pc_libs "")
-  set(qal_pc_libs_private ${qal_pc_private})
+  set(qal_pc_libs_private "${qal_pc_needs} ${qal_pc_cxx}")
 else()
-  set(qal_pc_libs " ${qal_pc_private} -l${qal_cxx_runtime} -lm")
-  set(qal_pc_libs_private "")
+  string(APPEND qal_pc_libs " ${qal_pc_cxx}")
 endif()
-set(qal_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 # Found from where the file lies, so that an installed tree can be moved.
-file(RELATIVE_PATH qal_pc_prefix /prefix/${qal_pc_dir} /prefix)
+set(qal_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(IS_ABSOLUTE "${qal_pc_dir}")
+  set(qal_pc_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  file(RELATIVE_PATH qal_pc_prefix /prefix/${qal_pc_dir} /prefix)
+  string(PREPEND qal_pc_prefix "\${pcfiledir}/")
+endif()
+foreach(dir LIBDIR INCLUDEDIR)
+  set(qal_pc_${dir} "\${prefix}")
+  cmake_path(APPEND qal_pc_${dir} "${CMAKE_INSTALL_${dir}}")  # which replaces it if absolute
+endforeach()
 configure_file(cmake/qal.pc.in ${PROJECT_BINARY_DIR}/qal.pc @ONLY)
 install(
   FILES ${PROJECT_BINARY_DIR}/qal.pc
   DESTINATION ${qal_pc_dir}
   COMPONENT development)
 
-file(GLOB tool_pages CONFIGURE_DEPENDS docs/man/*.1)
-install(
-  FILES ${tool_pages}
-  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-  COMPONENT runtime)
+if(QAL_BUILD_KALMORA)
+  file(GLOB tool_pages CONFIGURE_DEPENDS docs/man/*.1)
+  install(
+    FILES ${tool_pages}
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    COMPONENT runtime)
+endif()
 foreach(section 3 7)
   file(GLOB library_pages CONFIGURE_DEPENDS docs/man/*.${section})
   install(
