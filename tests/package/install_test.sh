@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the project to empty prefixes, static and shared, and builds strangers' programs against
-# each through find_package and through pkg-config.
+# each through find_package and through pkg-config, and does with it what else packagers do.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
@@ -26,39 +26,42 @@ check() {
   passed=$((passed + 1))
 }
 
+# install_project SHARED PREFIX [OPTION...]
 install_project() {
-  local shared=$1 prefix=$2
-  cmake -S . -B "$work/build-$shared" -G Ninja -DQAL_BUILD_TESTS=OFF -DBUILD_SHARED_LIBS="$shared" \
-    --install-prefix "$prefix"
-  cmake --build "$work/build-$shared"
-  cmake --install "$work/build-$shared"
+  local build=$work/build-$1
+  cmake -S . -B "$build" -G Ninja -DBUILD_TESTING=OFF -DBUILD_SHARED_LIBS="$1" --install-prefix "$2" "${@:3}"
+  cmake --build "$build"
+  cmake --install "$build"
 }
 
+# through_find_package PROJECT PLACE, an installed tree or the tree that it was built in
 through_find_package() {
-  local project=$1 prefix=$2 build=$work/find-package-$1-${2##*/}
-  cmake -S "tests/package/$project" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix"
+  local build=$work/find-package-$1-${2##*/}
+  cmake -S "tests/package/$1" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$2"
   cmake --build "$build"
   "$build/stranger"
 }
 
+# Sets `flags` to those for the installed tree, read as the shell of a makefile reads them.
 flags_for() {
-  PKG_CONFIG_PATH=$(dirname "$(find "$1" -name qal.pc)") pkg-config --cflags --libs qal
+  local words library
+  words=$(PKG_CONFIG_PATH=$(dirname "$(find "$1" -name qal.pc)") pkg-config --cflags --libs qal)
+  eval "flags=($words)"
+  library=$(find "$1" -name 'libqal.so' -o -name libqal.a)
+  flags+=("-Wl,-rpath,${library%/*}")
 }
 
 # Links C and C++ units that use the inline accessors of the list headers into one program.
 through_all_languages() {
-  local prefix=$1 level=$2 flags unit objects=$work/accessors
+  local prefix=$1 level=$2 flags=() unit objects=$work/accessors
   rm -rf "$objects"
   mkdir "$objects"
-  flags=$(flags_for "$prefix")
-  # shellcheck disable=SC2086  # the flags are words
+  flags_for "$prefix"
   for unit in main from_c; do
-    gcc -std=c11 "$level" -c "tests/package/accessors/$unit.c" $flags -o "$objects/$unit.o"
+    gcc -std=c11 "$level" -c "tests/package/accessors/$unit.c" "${flags[@]}" -o "$objects/$unit.o"
   done
-  # shellcheck disable=SC2086
-  g++ -std=c++17 "$level" -c tests/package/accessors/from_cxx.cpp $flags -o "$objects/from_cxx.o"
-  # shellcheck disable=SC2086
-  g++ "$objects"/*.o $flags -Wl,-rpath,"$prefix/lib" -o "$objects/stranger"
+  g++ -std=c++17 "$level" -c tests/package/accessors/from_cxx.cpp "${flags[@]}" -o "$objects/from_cxx.o"
+  g++ "$objects"/*.o "${flags[@]}" -o "$objects/stranger"
   "$objects/stranger"
 }
 
@@ -74,12 +77,15 @@ exports_accessors() {
 }
 
 through_pkg_config() {
-  local source=$1 prefix=$2 flags
+  local source=$1 prefix=$2 flags=()
   shift 2
-  flags=$(flags_for "$prefix")
-  # shellcheck disable=SC2086  # the flags are words
-  "$@" "$source" $flags -Wl,-rpath,"$prefix/lib" -o "$work/stranger"
+  flags_for "$prefix"
+  "$@" "$source" "${flags[@]}" -o "$work/stranger"
   "$work/stranger"
+}
+
+runs_in_silence() {
+  env -i ZUL_USER_HOMEDIR="$work/home" TMPDIR="$work/home" "$@" 2>&1 | diff /dev/null -
 }
 
 from_python() {
@@ -90,6 +96,68 @@ from_python() {
   cat "$work/from_python.txt"
 }
 
+configure_alone() {
+  rm -rf "$work/alone"
+  cmake -S . -B "$work/alone" -G Ninja "$@"
+}
+
+# One error that tells of all that is missing and of what can be done without.
+names_what_is_missing() {
+  local package word status=0 absent=()
+  for package in ZLIB CURL GTest PkgConfig; do
+    absent+=("-DCMAKE_DISABLE_FIND_PACKAGE_$package=ON")
+  done
+  configure_alone "${absent[@]}" >"$work/missing" 2>&1 || status=$?
+  cat "$work/missing"
+  [[ $status -ne 0 && $(grep -c "^CMake Error" "$work/missing") -eq 1 ]]
+  for word in zlib1g-dev libcurl4-openssl-dev libgtest-dev libgmock-dev libcpp-httplib-dev \
+    QAL_BUILD_TESTS=OFF QAL_BUILD_KALMORA=OFF; do
+    grep -q -- "$word" "$work/missing"
+  done
+  echo "$word"
+}
+
+# In a C project that compiles its units as one, that has no headers of libcurl and that installs
+# what is its own.
+within_a_c_project() {
+  local build=$work/c_parent
+  cmake -S tests/package/c_parent -B "$build" -G Ninja -DQAL_SOURCES="$PWD" -DCMAKE_UNITY_BUILD=ON \
+    -DQAL_BUILD_KALMORA=OFF -DCMAKE_DISABLE_FIND_PACKAGE_CURL=ON --install-prefix "$build/installed"
+  cmake --build "$build"
+  cmake --install "$build"
+  diff <(echo bin bin/stranger) <(cd "$build/installed" && echo $(find * | sort))
+  "$build/installed/bin/stranger"
+}
+
+files_of() { (cd "$1" && find . ! -type d ! -name LICENSE | sort); }
+
+# Every file but the licence belongs to one component, and the tool's own suffices to run it.
+installs_by_components() {
+  local build=$1 all=$2 component parts=$work/components
+  rm -rf "$parts"
+  for component in runtime development documentation; do
+    cmake --install "$build" --component "$component" --prefix "$parts/$component"
+  done
+  runs_in_silence "$parts/runtime/bin/kalmora-sweep"
+  diff <(files_of "$all") <(for component in "$parts"/*; do files_of "$component"; done | sort)
+  files_of "$parts/runtime" | tail -n 1
+}
+
+installs_into_directories() {
+  local library_dir=$1 tools_dir=$2 include_dir=$3 prefix=$work/directories
+  rm -rf "$prefix"
+  install_project ON "$prefix" -DCMAKE_INSTALL_LIBDIR="$library_dir" \
+    -DCMAKE_INSTALL_BINDIR="$tools_dir" -DCMAKE_INSTALL_INCLUDEDIR="$include_dir"
+  runs_in_silence "$(find "$prefix" -name kalmora-sweep)"
+  through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
+  rm -rf "$work/find-package-cxx_project-directories"
+  through_find_package cxx_project "$(dirname "$(find "$prefix" -name qalConfig.cmake)")"
+}
+
+check "what is missing is told at once" names_what_is_missing
+check "BUILD_TESTING=OFF asks for nothing of the tests" \
+  configure_alone -DBUILD_TESTING=OFF -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
+check "a part of a C project" within_a_c_project
 for shared in OFF ON; do
   prefix=$work/shared-$shared
   check "install with BUILD_SHARED_LIBS=$shared" install_project "$shared" "$prefix"
@@ -98,13 +166,18 @@ for shared in OFF ON; do
   prefix=$prefix-moved
   check "C through find_package" through_find_package c_project "$prefix"
   check "C++ through find_package" through_find_package cxx_project "$prefix"
+  check "C through the build tree" through_find_package c_project "$work/build-$shared"
+  check "C++ through the build tree" through_find_package cxx_project "$work/build-$shared"
   check "C through pkg-config" through_pkg_config tests/package/c_project/main.c "$prefix" gcc -std=c11
   check "C++ through pkg-config" through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
-  check "the installed tool starts" env -i ZUL_USER_HOMEDIR="$work/home" "$prefix/bin/kalmora-sweep"
+  check "the installed tool starts" runs_in_silence "$prefix/bin/kalmora-sweep"
   for level in -O0 -O2; do
     check "C and C++ units together with $level" through_all_languages "$prefix" "$level"
   done
   check "the library exports the inline accessors" exports_accessors "$prefix"
+  check "one component after the other" installs_by_components "$work/build-$shared" "$prefix"
 done
+check "directories below the prefix" installs_into_directories lib/a/b tools/bin include/a
+check "directories elsewhere" installs_into_directories "$work/directories/l" tools "$work/directories/i"
 check "Python through the shared library" from_python "$prefix"
 echo "$passed passed, 0 failed"
