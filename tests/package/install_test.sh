@@ -154,6 +154,37 @@ installs_into_directories() {
   through_find_package cxx_project "$(dirname "$(find "$prefix" -name qalConfig.cmake)")"
 }
 
+# refusal SENTENCE [COMMAND...]: what packaging says instead of packaging.
+refusal() {
+  local said status=0
+  said=$("${@:2}" "$work/commit/packaging/last_commit.sh" 2>&1) || status=$?
+  echo "$said"
+  [[ $status -eq 1 && $said == "package: the last commit is packaged, and $1"* ]]
+}
+
+# Packaging starts from a commit, and says truly why it cannot.
+packages_a_commit() {
+  local folder=$work/commit tools=$work/tools tool
+  local git=(git -C "$folder" -c user.name=n -c user.email=n@example.org)
+  mkdir -p "$folder/packaging" "$tools"
+  cp packaging/last_commit.sh "$folder/packaging"
+  for tool in bash dirname; do ln -s "$(command -v "$tool")" "$tools"; done
+  refusal "git is not installed" env PATH="$tools" bash
+  refusal "this folder is no git repository" env GIT_CEILING_DIRECTORIES="$work"
+  git init --quiet "$work"
+  refusal "this folder is no git repository of its own"
+  rm -rf "$work/.git"
+  "${git[@]}" init --quiet
+  refusal "there is none"
+  "${git[@]}" add packaging
+  "${git[@]}" commit --quiet --message first
+  refusal "git refuses a repository of another owner" env GIT_TEST_ASSUME_DIFFERENT_OWNER=1
+  "$folder/packaging/last_commit.sh"
+  echo >>"$folder/packaging/last_commit.sh"
+  refusal "there are changes to it"
+}
+
+check "packaging starts from a commit" packages_a_commit
 check "what is missing is told at once" names_what_is_missing
 check "BUILD_TESTING=OFF asks for nothing of the tests" \
   configure_alone -DBUILD_TESTING=OFF -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
