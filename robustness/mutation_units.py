@@ -75,6 +75,7 @@ UNITS = CRITICAL_UNITS | {
     f"{IO}/dir_remove.cpp": ["files", "files_fault"],
     f"{IO}/file_check.cpp": ["files", "files_fault", "lines.corpus"],
     f"{IO}/file_ops.cpp": ["files", "files_fault", "lines.corpus"],
+    f"{IO}/file_tempnam.cpp": ["files"],
     f"{IO}/path_full.cpp": ["path", "path_fault", "path.corpus"],
     f"{IO}/path_norm.cpp": ["path", "path_fault", "path.corpus", "path_model"],
     f"{IO}/path_parts.cpp": ["path", "path_fault", "path.corpus"],

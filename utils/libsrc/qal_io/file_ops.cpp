@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <string_view>
 
 #include "internal/handles.hpp"
@@ -131,12 +130,3 @@ uint64_t qal_fread(void *buf, uint64_t item_size, uint64_t count, FILE *stream) 
   }
   return total;
 }
-
-// Deliberate: the platform's own choice of names, although it reserves none; some platforms mark
-// the call as deprecated for that.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-char *qal_tempnam(const char *dir, const char *prefix) {
-  return tempnam(dir ? dir : std::getenv("ZUL_TMPDIR"), prefix);
-}
-#pragma GCC diagnostic pop

@@ -1,0 +1,15 @@
+// The name of a file that does not exist yet. It is alone here because linkers warn of the call in
+// every program that takes this object from the library.
+#include <qal/files.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+// Deliberate: the platform's own choice of names, although it reserves none; some platforms mark
+// the call as deprecated for that.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+char *qal_tempnam(const char *dir, const char *prefix) {
+  return tempnam(dir ? dir : std::getenv("ZUL_TMPDIR"), prefix);
+}
+#pragma GCC diagnostic pop
