@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <tuple>
 
 #include "support/merge_model.hpp"
 
@@ -93,8 +94,9 @@ TYPED_TEST_P(Sort, KeepsTheOrderOfEqualElements) {
   item_order = compare_keys;
   Items items = random_items(1000, 7, 3);
   const Items sorted = this->kind.sorted(items);
-  std::stable_sort(items.begin(), items.end(),
-                   [](const Item &a, const Item &b) { return a.key < b.key; });
+  std::sort(items.begin(), items.end(), [](const Item &a, const Item &b) {
+    return std::tie(a.key, a.identity) < std::tie(b.key, b.identity);
+  });
   EXPECT_EQ(sorted, items);
 }
 

@@ -609,12 +609,12 @@ TEST(BlocksMismatch, IncludesSizesThatNoHeaderCanHold) {
   const std::string five = block("bytes");
   for (const auto &[size, count] : sizes) {
     ASSERT_EQ(static_cast<std::uint32_t>(size * count), 5U) << size << " " << count;
-    const auto child = run_in_child([&, size = size, count = count] {
+    const auto child = run_in_child([&, item_size = size, items = count] {
       const LogCapture log;
       for (const auto &reader : readers) {
         char room[5] = {};
         const Input input(five);
-        EXPECT_EQ(reader.read(room, size, count, input.get()), 0U);
+        EXPECT_EQ(reader.read(room, item_size, items, input.get()), 0U);
         EXPECT_EQ(input.position(), 8);
         EXPECT_EQ(std::string_view(room, 5), std::string_view("\0\0\0\0\0", 5));
       }
