@@ -13,7 +13,6 @@ import json
 import os
 import pathlib
 import re
-import shutil
 import sys
 import time
 import traceback
@@ -137,7 +136,7 @@ def unordered_and_whole(newcomer):
 
 
 def readme(newcomer):
-    """Every command line of the README, as it stands."""
+    """Every command line of the README, as it stands. Packages are made on Debian 12."""
     newcomer.bring_sources(with_history=True)
     newcomer.root.admin("echo 'APT::Get::Assume-Yes \"true\";' >/etc/apt/apt.conf.d/yes")
     text = (TREE / "README.md").read_text()
@@ -145,12 +144,14 @@ def readme(newcomer):
     newcomer.must(f"cat >mine.c <<'C'\n{program}C")
     result = None
     for block in re.findall(r"^```sh\n(.*?)^```", text, re.MULTILINE | re.DOTALL):
+        if "./run package" in block and newcomer.way.system != "bookworm":
+            continue
         output = newcomer.run(f"set -e\n{block}", block.split("#")[0].split("\n")[0].strip() + " …")
         if "tests passed" in output:
             result = tests_in(output)
     if newcomer.must("./a.out").strip() != "scenes/engine/parts":
         raise RuntimeError("the README's program")
-    newcomer.must("test -x /usr/local/bin/kalmora-sweep && man -w kalmora-sweep")
+    newcomer.must("test -x /usr/local/bin/kalmora-sweep && test -e /usr/local/share/man/man1/kalmora-sweep.1")
     return result
 
 
