@@ -24,6 +24,8 @@ check_pie_supported()
 
 set(QAL_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
 option(QAL_WERROR "Treat warnings as errors" OFF)
+set(QAL_AUTO_VAR_INIT "" CACHE STRING "What unset variables hold: pattern, zero or, if empty, chance")
+set_property(CACHE QAL_AUTO_VAR_INIT PROPERTY STRINGS "" pattern zero)
 option(QAL_COVERAGE "Count the lines and branches that run (g++ only)" OFF)
 
 # For everything that is built.
@@ -37,6 +39,8 @@ target_compile_options(
             -Wformat=2
             $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
             $<$<BOOL:${QAL_WERROR}>:-Werror>
+            # Nothing may rest on what memory held before: some presets choose it.
+            $<$<BOOL:${QAL_AUTO_VAR_INIT}>:-ftrivial-auto-var-init=${QAL_AUTO_VAR_INIT}>
             # Build paths stay out of the binaries: two builds in different folders are equal.
             -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
             -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
