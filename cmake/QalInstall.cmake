@@ -66,9 +66,12 @@ else()
   file(RELATIVE_PATH qal_pc_prefix /prefix/${qal_pc_dir} /prefix)
   string(PREPEND qal_pc_prefix "\${pcfiledir}/")
 endif()
-foreach(dir LIBDIR INCLUDEDIR)
-  set(qal_pc_${dir} "\${prefix}")
-  cmake_path(APPEND qal_pc_${dir} "${CMAKE_INSTALL_${dir}}")  # which replaces it if absolute
+set(qal_pc_libdir "\${prefix}")
+set(qal_pc_includedir "\${prefix}")
+cmake_path(APPEND qal_pc_libdir "${CMAKE_INSTALL_LIBDIR}")  # which replaces it if absolute
+cmake_path(APPEND qal_pc_includedir "${CMAKE_INSTALL_INCLUDEDIR}")
+foreach(place prefix libdir includedir)
+  string(REPLACE " " "\\ " qal_pc_${place} "${qal_pc_${place}}")  # or it would be two words
 endforeach()
 configure_file(cmake/qal.pc.in ${PROJECT_BINARY_DIR}/qal.pc @ONLY)
 install(
