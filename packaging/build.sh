@@ -14,9 +14,13 @@ fi
 
 rm -rf "$directory"
 mkdir -p "$directory"
-git archive --prefix="qal-$version/" HEAD | tar -x -C "$directory"
+# Debhelper fails below a directory with a space in its name.
+room=$(mktemp -d)
+trap 'rm -rf "$room"' EXIT
+git archive --prefix="qal-$version/" HEAD | tar -x -C "$room"
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
-cd "$directory/qal-$version"
+cd "$room/qal-$version"
 cp -r packaging/debian debian
-logged ../build.log dpkg-buildpackage --unsigned-source --unsigned-changes -j2
+logged "$directory/build.log" dpkg-buildpackage --unsigned-source --unsigned-changes -j2
+mv "$room"/* "$directory"
