@@ -44,7 +44,7 @@ constexpr char not_permitted[] =
 
 // A file system of 64 KiB and of a few files, seen by this process alone.
 bool mount_small_disk(const std::string &directory) {
-  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, "") == 0 &&
+  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", "", MS_REC | MS_PRIVATE, "") == 0 &&
          mount("none", directory.c_str(), "tmpfs", 0, "size=64k,nr_inodes=8") == 0;
 }
 
