@@ -8,11 +8,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 base=build/package/bookworm.tar
 if [[ -e $base || $EUID -ne 0 ]]; then exit; fi
 
-root=$base.root
+# Debootstrap fails below a directory with a space in its name.
+root=$(mktemp -d /var/tmp/qal-base-XXXXXX)
+trap 'rm -rf "$root"' EXIT
+chmod 0755 "$root"
 mkdir -p build/package
-rm -rf "$root"
 logged "$base.log" \
   debootstrap --variant=minbase --include=gcc,libc6-dev,man-db,pkg-config bookworm "$root"
 tar -cf "$base.new" -C "$root" .
 mv "$base.new" "$base"
-rm -rf "$root"
