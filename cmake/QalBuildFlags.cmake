@@ -24,7 +24,7 @@ check_pie_supported()
 
 set(QAL_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
 option(QAL_WERROR "Treat warnings as errors" OFF)
-set(QAL_AUTO_VAR_INIT "" CACHE STRING "What unset variables hold: pattern, zero or, if empty, chance")
+set(QAL_AUTO_VAR_INIT "" CACHE STRING "What to fill unset variables with: pattern or zero")
 set_property(CACHE QAL_AUTO_VAR_INIT PROPERTY STRINGS "" pattern zero)
 option(QAL_COVERAGE "Count the lines and branches that run (g++ only)" OFF)
 
