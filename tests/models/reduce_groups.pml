@@ -89,7 +89,9 @@ init {
       group[i] = size
     };
     for (i : 0 .. MEMBERS - 1) { run member(i) };
+#ifndef NO_IDLE_WAKES
     run idle_wakes()
+#endif
   };
   _nr_pr == 1
 }

@@ -278,8 +278,8 @@ void contribute_to_integer_array(int i, int threads, int round) {
   contribute_to_array<int>(&qal_thread_global_isums, i, threads, round);
 }
 
-TEST_F(ReduceRepeated, FollowsFourThreadsByTwoOfThemAHundredThousandTimes) {
-  four_then_two(100'000, &contribute_to_maximum);
+TEST_F(ReduceRepeated, FollowsFourThreadsByTwoOfThemTwentyThousandTimes) {
+  four_then_two(20'000, &contribute_to_maximum);
 }
 
 TEST_F(ReduceRepeated, FollowsFourThreadsByTwoOfThemInEveryOperation) {
