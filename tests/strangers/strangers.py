@@ -130,8 +130,9 @@ def unordered_and_whole(newcomer):
     newcomer.run("./run build", "build")
     result = tests_in(newcomer.run(
         "ctest --test-dir build/release --schedule-random -j8 --output-on-failure", "ctest -j8"))
-    newcomer.run("for program in build/release/tests/*_test; do"
-                 " \"$program\" --gtest_brief=1 --gtest_shuffle || exit; done", "whole programs")
+    newcomer.run("for program in $PWD/build/release/tests/*_test $PWD/build/release/tests/stress/*_stress; do"
+                 " (cd / && timeout 300 \"$program\" --gtest_brief=1 --gtest_shuffle) || exit; done",
+                 "whole programs")
     return result
 
 
@@ -155,23 +156,23 @@ def readme(newcomer):
     return result
 
 
-def ways_of(system):
-    return {
-        f"{system}-root": Way("root, nothing installed", system, "root", demo_test_and_again, packages=False),
-        f"{system}-user": Way("user without sudo, nothing installed, mask 077, odd folder", system, USER,
-                              demo_and_test, packages=False, mask="077", folder=ODD),
-        f"{system}-readme": Way("user with sudo, every line of the README", system, USER, readme,
-                                sudo=True, packages=False),
-        f"{system}-root-closed": Way("root, mask 077, odd folder, shared, any order", system, "root",
-                                     shared_and_unordered, mask="077", folder=ODD),
-        f"{system}-root-open": Way("root, mask 0, any order, whole programs", system, "root",
-                                   unordered_and_whole, mask="0"),
-        f"{system}-user-open": Way("user, mask 0, shared, any order", system, USER,
-                                   shared_and_unordered, mask="0"),
-    }
+def ways():
+    """Each pair of system and user comes once with nothing installed; the rest is spread over both."""
+    for system in debian.TITLES:
+        yield f"{system}-root", Way("root, nothing installed", system, "root", demo_test_and_again, packages=False)
+        yield f"{system}-user", Way("user without sudo, nothing installed, mask 077, odd folder", system, USER,
+                                    demo_and_test, packages=False, mask="077", folder=ODD)
+        yield f"{system}-readme", Way("user with sudo, nothing installed, every line of the README", system, USER,
+                                      readme, sudo=True, packages=False)
+    yield "bookworm-root-closed", Way("root, mask 077, odd folder; shared, any order, eight at a time", "bookworm",
+                                      "root", shared_and_unordered, mask="077", folder=ODD)
+    yield "trixie-user-open", Way("user, mask 0; shared, any order, eight at a time", "trixie", USER,
+                                  shared_and_unordered, mask="0")
+    yield "trixie-root-open", Way("root, mask 0; any order, eight at a time, and whole programs", "trixie", "root",
+                                  unordered_and_whole, mask="0")
 
 
-WAYS = {name: way for system in ("bookworm", "trixie") for name, way in ways_of(system).items()}
+WAYS = dict(ways())
 QUICK = Way("user without sudo, mask 077, odd folder", "trixie", USER, demo_and_test, mask="077", folder=ODD)
 
 
