@@ -13,7 +13,7 @@ namespace qal::test {
 // the process may have; a system whose poll does not know devices leaves these out.
 inline std::vector<int> open_descriptors() {
   std::array<pollfd, 1024> all{};
-  for (int number = 0; pollfd & one : all) one.fd = number++;
+  for (int number = 0; auto &one : all) one.fd = number++;
   const bool answered = poll(all.data(), all.size(), 0) >= 0;
   std::vector<int> open;
   for (const pollfd &one : all) {
