@@ -22,6 +22,7 @@ import debian
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
 RESULTS = TREE / "build" / "strangers" / "results"
+GATE = TREE / "build" / "gate.tsv"  # what .ci/run did last, and how long each step took
 PAGE = TREE / "docs" / "strangers.md"
 
 USER = "newcomer"
@@ -214,20 +215,30 @@ def summary(results):
     return 1 if failed else 0
 
 
+def times(result):
+    return ", ".join(f"`{what}` {seconds} s" for what, seconds in result["seconds"].items())
+
+
+def gate():
+    """The steps of the last run of the gate, in a sentence."""
+    steps = [line.split("\t") for line in GATE.read_text().splitlines()]
+    minutes = sum(int(seconds) for _, seconds in steps) / 60
+    return f"{minutes:.0f} minutes: " + ", ".join(f"`{step}` {seconds} s" for step, seconds in steps)
+
+
 def write_page():
     results = [json.loads((RESULTS / f"{name}.json").read_text()) for name in WAYS]
-    rows = [f"| {one['system']} | {one['title']} | {verdict(one)} | " +
-            ", ".join(f"`{what}` {seconds} s" for what, seconds in one["seconds"].items()) +
-            f" | {one['date']} |" for one in results]
+    rows = [f"| {one['system']} | {one['title']} | {verdict(one)} | {times(one)} | {one['date']} |"
+            for one in results]
     skipped = sorted({name for one in results for name in one["tests"]["skipped"]})
     PAGE.write_text("\n".join((
         "# Strangers",
         "",
-        "What a newcomer meets on a machine that has never seen this project: `./run strangers full` makes bare",
-        "Debian systems, comes as root, as a user who may install packages and as one who may not, under different",
-        "masks, in a folder with blanks and an umlaut, without a locale, and does what the README says. Where",
-        "packages are missing and may not be installed, it types the line that `./run` prints, as an",
-        "administrator would. Times are without that wait; where `./run` installs packages itself they include it.",
+        "What a newcomer meets on a machine that has never seen this project. `./run strangers full` makes bare Debian",
+        "systems, comes as root, as a user who may install packages and as one who may not, under different masks, in a",
+        "folder with blanks and an umlaut, without a locale, and does what the README says. Where packages are missing",
+        "and may not be installed, an administrator types the line that `./run` prints; the times are without that, but",
+        "with what `./run` installs itself. The quick form is Debian 13 as an ordinary user, and a part of the gate.",
         f"Written by `./run strangers page` on a machine with {os.cpu_count()} processors.",
         "",
         "| system | who, and how | tests | took | on |",
@@ -235,6 +246,8 @@ def write_page():
         *rows,
         "",
         "Skipped, because the system refuses what they need: " + (", ".join(skipped) or "none") + ".",
+        "",
+        f"The gate, `.ci/run`, in a clean clone on such a machine took {gate()}.",
         "")))
 
 
