@@ -8,12 +8,13 @@ import tempfile
 TITLES = {"bookworm": "Debian 12", "trixie": "Debian 13"}
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "qal"
 
-# The shared memory is the system's own. All mounts and processes end with the first process.
+# The shared memory is the system's own. All mounts and processes end with the first process, which is
+# root's as on every machine.
 ENTER = """
 mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" && mount -t tmpfs -o mode=1777 shm "$1/dev/shm" || exit
 root=$1
 shift
-exec "$@"
+"$@"
 """
 SETTINGS = ("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "DEBIAN_FRONTEND=noninteractive")
 
@@ -56,11 +57,16 @@ class Root:
         run(["tar", "-xf", file, "-C", self.path])
         shutil.copy("/etc/resolv.conf", self.path / "etc/resolv.conf")
 
-    def close(self, keep_packages=False):
-        if keep_packages:
-            self.admin("userdel --remove newcomer 2>/dev/null; apt-get clean; rm -rf /tmp/* /var/tmp/*")
-            pack(self.path, archive(self.system, True))
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
         shutil.rmtree(self.path)
+
+    def keep_packages(self):
+        """For the next who comes to this system with packages."""
+        self.admin("rm -rf /home/* /root/* /tmp/* /var/tmp/*; apt-get clean; ! id newcomer 2>&1 || userdel newcomer")
+        pack(self.path, archive(self.system, True))
 
     def command(self, script, user, home):
         """Runs the script in a shell of the user, in an environment that holds nothing else."""

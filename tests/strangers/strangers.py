@@ -45,9 +45,8 @@ class Way(typing.NamedTuple):
 class Newcomer:
     """Someone in a fresh root directory, with the sources."""
 
-    def __init__(self, way):
-        self.way = way
-        self.root = debian.Root(way.system, with_packages=way.packages)
+    def __init__(self, way, root):
+        self.way, self.root = way, root
         self.home = "/root" if way.user == "root" else f"/home/{USER}"
         self.folder = f"{self.home}/{way.folder}"
         self.notes, self.seconds = [], {}
@@ -180,16 +179,17 @@ QUICK = Way("user without sudo, mask 077, odd folder", "trixie", USER, demo_and_
 def go(name, way):
     print(f"-- {name}: {debian.TITLES[way.system]}, {way.title}", flush=True)
     started = time.monotonic()
-    newcomer = None
+    result = {}
     try:
-        newcomer = Newcomer(way)
-        result = {"tests": way.do(newcomer)}
+        with debian.Root(way.system, with_packages=way.packages) as root:
+            newcomer = Newcomer(way, root)
+            result = {"seconds": newcomer.seconds, "notes": newcomer.notes}
+            result["tests"] = way.do(newcomer)
+            if newcomer.notes:
+                root.keep_packages()
     except Exception as problem:  # pylint: disable=broad-except  # the others are tried all the same
         traceback.print_exc()
-        result = {"problem": str(problem)[:200]}
-    if newcomer:
-        result |= {"seconds": newcomer.seconds, "notes": newcomer.notes}
-        newcomer.root.close(keep_packages="problem" not in result and way.user == USER and not way.sudo)
+        result["problem"] = str(problem)[:200]
     result |= {"way": name, "system": debian.TITLES[way.system], "title": way.title,
                "took": round(time.monotonic() - started), "date": datetime.date.today().isoformat()}
     RESULTS.mkdir(parents=True, exist_ok=True)
@@ -200,7 +200,7 @@ def go(name, way):
 
 def verdict(result):
     tests = result.get("tests")
-    if not tests or tests["failed"]:
+    if not tests or tests["failed"] or "problem" in result:
         return "FAILED"
     return f"{tests['passed']} passed" + (f", {len(tests['skipped'])} skipped" if tests["skipped"] else "")
 
