@@ -7,6 +7,7 @@ protocol that is meant to be, or a step taken away to show that the model would 
 """
 import argparse
 import concurrent.futures
+import contextlib
 import hashlib
 import os
 import pathlib
@@ -158,15 +159,23 @@ def digest(directory, commands):
 def search(check, directory, remembered=None):
     """What the search through all states reports. It is the same whenever its program is."""
     compile_it, run_it = commands = write_program(check, directory)
-    report = remembered / digest(directory, commands) if remembered else None
-    if report and report.exists():
-        return report.read_text()
+    file = remembered / digest(directory, commands) if remembered else None
+    if file and file.exists() and as_expected(check, file.read_text()):
+        return file.read_text()
     make(compile_it, directory)
-    found = run(run_it, directory)[1]
-    if report and as_expected(check, found):
-        report.parent.mkdir(parents=True, exist_ok=True)
-        report.write_text(found)
-    return found
+    report = run(run_it, directory)[1]
+    if file:
+        remember(file, report)
+    return report
+
+
+def remember(file, report):
+    """Whole or not at all; a directory of somebody else's stays as it is."""
+    with contextlib.suppress(OSError):
+        file.parent.mkdir(parents=True, exist_ok=True)
+        new = file.with_suffix(f".{os.getpid()}")
+        new.write_text(report)
+        new.rename(file)
 
 
 def as_expected(check, report):

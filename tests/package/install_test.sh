@@ -165,6 +165,7 @@ refusal() {
 # Packaging starts from a commit, and says truly why it cannot.
 packages_a_commit() {
   local folder=$work/commit tools=$work/tools tool
+  export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_SYSTEM=/dev/null
   local git=(git -C "$folder" -c user.name=n -c user.email=n@example.org)
   mkdir -p "$folder/packaging" "$tools"
   cp packaging/last_commit.sh "$folder/packaging"
@@ -201,6 +202,7 @@ for shared in OFF ON; do
   check "C++ through the build tree" through_find_package cxx_project "$work/build-$shared"
   check "C through pkg-config" through_pkg_config tests/package/c_project/main.c "$prefix" gcc -std=c11
   check "C++ through pkg-config" through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
+  check "the blocks through pkg-config" through_pkg_config examples/kalmora/blocks.cpp "$prefix" g++ -std=c++17
   check "the installed tool starts" runs_in_silence "$prefix/bin/kalmora-sweep"
   for level in -O0 -O2; do
     check "C and C++ units together with $level" through_all_languages "$prefix" "$level"

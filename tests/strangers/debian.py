@@ -15,6 +15,7 @@ mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" && mount -t tmpfs -o
 root=$1
 shift
 "$@"
+exit $?
 """
 SETTINGS = ("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "DEBIAN_FRONTEND=noninteractive")
 
@@ -49,19 +50,21 @@ class Root:
 
     def __init__(self, system, with_packages):
         self.system = system
-        file = archive(system, True)
-        if not with_packages or not file.exists():
-            file = bare_system(system)
-        self.path = pathlib.Path(tempfile.mkdtemp(prefix="qal-root-", dir="/var/tmp"))
-        self.path.chmod(0o755)
-        run(["tar", "-xf", file, "-C", self.path])
-        shutil.copy("/etc/resolv.conf", self.path / "etc/resolv.conf")
+        self.archive = archive(system, True)
+        if not with_packages or not self.archive.exists():
+            self.archive = bare_system(system)
+        self.directory = tempfile.TemporaryDirectory(prefix="qal-root-", dir="/var/tmp")
+        self.path = pathlib.Path(self.directory.name)
 
     def __enter__(self):
+        self.directory.__enter__()
+        self.path.chmod(0o755)
+        run(["tar", "-xf", self.archive, "-C", self.path])
+        shutil.copy("/etc/resolv.conf", self.path / "etc/resolv.conf")
         return self
 
-    def __exit__(self, *_):
-        shutil.rmtree(self.path)
+    def __exit__(self, *problem):
+        self.directory.__exit__(*problem)
 
     def keep_packages(self):
         """For the next who comes to this system with packages."""
@@ -70,7 +73,7 @@ class Root:
 
     def command(self, script, user, home):
         """Runs the script in a shell of the user, in an environment that holds nothing else."""
-        return ["unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", ENTER, "sh", self.path,
+        return ["unshare", "--mount", "--pid", "--ipc", "--uts", "--fork", "--kill-child", "sh", "-c", ENTER, "sh", self.path,
                 "chroot", f"--userspec={user}:", self.path, "env", "-i", *SETTINGS, f"HOME={home}", f"USER={user}",
                 "bash", "-c", script]
 
@@ -92,7 +95,7 @@ class Root:
         self.admin(f"useradd --create-home --shell /bin/bash {name}")
         if may_install:
             self.install("sudo")
-            self.admin(f"echo '{name} ALL=(ALL) NOPASSWD: ALL' >/etc/sudoers.d/{name}")
+            self.admin(f"usermod -aG sudo {name} && echo '{name} ALL=(ALL) NOPASSWD: ALL' >/etc/sudoers.d/{name}")
 
     def copy_sources(self, tree, folder, user, mask):
         """What git knows of, as the user would unpack it."""

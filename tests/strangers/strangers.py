@@ -13,6 +13,7 @@ import json
 import os
 import pathlib
 import re
+import signal
 import sys
 import time
 import traceback
@@ -153,6 +154,7 @@ def readme(newcomer):
     if newcomer.must("./a.out").strip() != "scenes/engine/parts":
         raise RuntimeError("the README's program")
     newcomer.must("test -x /usr/local/bin/kalmora-sweep && test -e /usr/local/share/man/man1/kalmora-sweep.1")
+    newcomer.must("./run install ~/mine && test -x ~/mine/bin/kalmora-sweep")  # after root's installation
     return result
 
 
@@ -163,7 +165,7 @@ def ways():
         yield f"{system}-user", Way("user without sudo, nothing installed, mask 077, odd folder", system, USER,
                                     demo_and_test, packages=False, mask="077", folder=ODD)
         yield f"{system}-readme", Way("user with sudo, nothing installed, every line of the README", system, USER,
-                                      readme, sudo=True, packages=False)
+                                      readme, sudo=True, packages=False, folder=ODD)
     yield "bookworm-root-closed", Way("root, mask 077, odd folder; shared, any order, eight at a time", "bookworm",
                                       "root", shared_and_unordered, mask="077", folder=ODD)
     yield "trixie-user-open", Way("user, mask 0; shared, any order, eight at a time", "trixie", USER,
@@ -216,7 +218,7 @@ def summary(results):
 
 
 def times(result):
-    return ", ".join(f"`{what}` {seconds} s" for what, seconds in result["seconds"].items())
+    return ", ".join(f"`{what}` {seconds} s" for what, seconds in result.get("seconds", {}).items())
 
 
 def gate():
@@ -230,7 +232,7 @@ def write_page():
     results = [json.loads((RESULTS / f"{name}.json").read_text()) for name in WAYS]
     rows = [f"| {one['system']} | {one['title']} | {verdict(one)} | {times(one)} | {one['date']} |"
             for one in results]
-    skipped = sorted({name for one in results for name in one["tests"]["skipped"]})
+    skipped = sorted({name for one in results for name in (one.get("tests") or {}).get("skipped", [])})
     PAGE.write_text("\n".join((
         "# Strangers",
         "",
@@ -254,6 +256,8 @@ def write_page():
 def main(arguments):
     if arguments == ["page"]:
         return write_page()
+    os.umask(0o022)
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     form, chosen = (arguments or ["quick"])[0], arguments[1:]
     if form not in ("quick", "full") or set(chosen) - set(WAYS) or (form == "quick" and chosen):
         sys.exit(__doc__)

@@ -42,6 +42,14 @@ void give_to_tool_user(const std::string &path) {
   }
 }
 
+// Of a build under any mask.
+std::string copy_for_everybody(const fs::path &file, const ScratchDir &directory) {
+  const std::string copy = directory / file.filename().native();
+  fs::copy_file(file, copy);
+  fs::permissions(copy, fs::perms(0755));
+  return copy;
+}
+
 std::string decode_base64(std::string_view text) {
   constexpr std::string_view alphabet =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -334,12 +342,9 @@ SweepWorld::SweepWorld(std::string tool)
       temporary_(directory("tmp")) {
   if (tool_.empty() || geteuid() != 0) return;
   // The ordinary user may not be able to walk to the build.
-  const std::string reachable = installed_ / "kalmora-sweep";
-  fs::copy_file(tool_, reachable);
-  fs::permissions(reachable, fs::perms(0755));  // of a build under any mask
-  tool_ = reachable;
-  const fs::path library = QAL_TEST_LIBRARY;  // which a shared build finds beside the tool
-  if (!library.empty()) fs::copy_file(library, installed_ / library.filename().native());
+  tool_ = copy_for_everybody(tool_, installed_);
+  const std::string library = QAL_TEST_LIBRARY;  // which a shared build finds beside the tool
+  if (!library.empty()) copy_for_everybody(library, installed_);
 }
 
 std::string SweepWorld::directory(std::string_view name) const {
