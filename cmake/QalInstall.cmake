@@ -22,8 +22,12 @@ install(
   DESTINATION ${package_dir}
   COMPONENT development)
 # The build tree can be used like an installed one. Libraries name their private needs there.
+set(qal_private_needs qal_build_flags qal_common_flags)
+if(TARGET qal_gnustep)
+  list(APPEND qal_private_needs qal_gnustep)
+endif()
 export(
-  TARGETS ${qal_libraries} qal_build_flags qal_common_flags
+  TARGETS ${qal_libraries} ${qal_private_needs}
   NAMESPACE qal::
   FILE qalTargets.cmake)
 configure_package_config_file(
