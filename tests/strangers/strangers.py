@@ -116,8 +116,10 @@ def demo_test_and_again(newcomer):
 
 
 def shared_and_unordered(newcomer):
-    """A shared library, tests in any order, eight at a time."""
+    """A shared library, tests in any order, eight at a time. One area comes first, in a tree where
+    nothing is built."""
     newcomer.bring_sources()
+    newcomer.run("./run test child")
     newcomer.run("cmake --preset release -B build/shared -DBUILD_SHARED_LIBS=ON && cmake --build build/shared",
                  "build")
     return tests_in(newcomer.run("ctest --test-dir build/shared --schedule-random -j8 --output-on-failure",
