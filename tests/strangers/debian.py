@@ -8,10 +8,11 @@ import tempfile
 TITLES = {"bookworm": "Debian 12", "trixie": "Debian 13"}
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "qal"
 
-# The shared memory is the system's own. All mounts and processes end with the first process, which is
-# root's as on every machine.
+# The root is a mount of its own, as roots are, and the shared memory is the system's own. All mounts
+# and processes end with the first process, which is root's as on every machine.
 ENTER = """
-mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" && mount -t tmpfs -o mode=1777 shm "$1/dev/shm" || exit
+mount --bind "$1" "$1" && mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" &&
+  mount -t tmpfs -o mode=1777 shm "$1/dev/shm" || exit
 root=$1
 shift
 "$@"
