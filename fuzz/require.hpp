@@ -1,4 +1,4 @@
-// The one way in which a fuzz target complains.
+// How every fuzz target reports a property that does not hold.
 #pragma once
 
 #include <cstdio>
@@ -6,7 +6,7 @@
 
 namespace qal::fuzz {
 
-// A property that does not hold ends the program, so that the fuzzer keeps the input.
+// Ends the program, so that the fuzzer keeps the input.
 inline void require(bool holds, const char *property) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", property);

@@ -34,7 +34,7 @@ typedef struct QalHash {
   int32_t key_size;        /**< bytes */
   int32_t data_size;       /**< bytes */
   uint32_t remove_on_find; /**< not 0: finding a record removes it */
-  QalList **slots;         /**< each none until its first record */
+  QalList **slots;         /**< each null until its first record */
   QalListPool *pool;       /**< where the records come from */
 } QalHash;
 
@@ -50,17 +50,17 @@ typedef int (*QalHashMergeFunc)(const void *dst_key, void *dst_data, void *src_d
  *  @param key_size       bytes per key; with 0 every record of a slot matches every key.
  *  @param data_size      bytes of data per record, 0 allowed.
  *  @param remove_on_find not 0: qal_hash_find removes what it finds.
- *  @return the table; or none for an argument out of range, for records that do not fit 32 bits
+ *  @return the table; or null for an argument out of range, for records that do not fit 32 bits
  *          with their links, and without memory. Nothing is then left behind. */
 QAL_API QalHash *qal_hash_create(int32_t num_slots, int32_t chunk_count, int32_t key_size,
                                  int32_t data_size, uint32_t remove_on_find);
-/** Ends a table with its records and sets the caller's handle to none. */
+/** Ends a table with its records and sets the caller's handle to null. */
 QAL_API void qal_hash_destroy(QalHash **table_address);
 /** Removes every record. Their memory stays with the table for the next ones. */
 QAL_API void qal_hash_reinit(QalHash *table);
 
 /** Adds a record behind the others of its slot.
- *  @return 0, also for a none table; 2 without memory; 6 for a slot out of range, and for a key or
+ *  @return 0, also for a null table; 2 without memory; 6 for a slot out of range, and for a key or
  *          data that is null though it has a size. On failure no record was added. */
 QAL_API int qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data);
 
@@ -83,11 +83,11 @@ QAL_API int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void 
  *
  *  @param callback null, or what decides about a key that both have.
  *  @param user     handed to the callback.
- *  @return 0, also for a table merged with itself, which changes nothing; 6 when a table is none or
+ *  @return 0, also for a table merged with itself, which changes nothing; 6 when a table is null or
  *          their slots, key sizes or data sizes differ. */
 QAL_API int qal_hash_merge(QalHash *dst, QalHash *src, QalHashMergeFunc callback, void *user);
 
-/** Prints the keys of a slot to standard error in hexadecimal, for debugging. Nothing for a none
+/** Prints the keys of a slot to standard error in hexadecimal, for debugging. Nothing for a null
  *  table or a slot out of range. */
 QAL_API void qal_hash_slot_traverse(QalHash *table, int32_t slot);
 
@@ -105,11 +105,11 @@ typedef struct QalHashPairs {
  *  slot. */
 QAL_API QalHashPairs *qal_hash_pairs_create(int32_t num_slots, int32_t chunk_count,
                                             int32_t data_size, uint32_t remove_on_find);
-/** Ends a table of pairs and sets the caller's handle to none. */
+/** Ends a table of pairs and sets the caller's handle to null. */
 QAL_API void qal_hash_pairs_destroy(QalHashPairs **pairs_address);
 /** Removes every record. */
 QAL_API void qal_hash_pairs_reinit(QalHashPairs *pairs);
-/** As qal_hash_add for the pair of `a` and `b`; 0 for a none table, as those that follow. */
+/** As qal_hash_add for the pair of `a` and `b`; 0 for a null table, as those that follow. */
 QAL_API int qal_hash_pairs_add(QalHashPairs *pairs, int32_t a, int32_t b, const void *data);
 /** As qal_hash_find for the pair of `a` and `b`. */
 QAL_API int qal_hash_pairs_find(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out);

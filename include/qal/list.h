@@ -6,7 +6,7 @@
  *  share, so that a record costs one allocation and, once the pool has chunks, none from the
  *  system. Payloads start on an 8-byte boundary and are not cleared.
  *
- *  Links cannot fail. They do nothing when an argument is none, and an element is in one list at
+ *  Links cannot fail. They do nothing when an argument is null, and an element is in one list at
  *  most: what is linked in must be fresh, popped or removed.
  *
  *  Threads: a list is used by one thread at a time; lists of one pool may be used by different
@@ -32,10 +32,10 @@ typedef struct QalListPool {
   uint32_t chunk_count;    /**< elements carved at a time */
   QalMpool *element_pool;  /**< of links and payload together */
   int32_t use_header_pool; /**< not 0: headers come from header_pool, else from qal_malloc */
-  QalMpool *header_pool;   /**< of list headers, or none */
+  QalMpool *header_pool;   /**< of list headers, or null */
 } QalListPool;
 
-/** A list. Both ends are none exactly when it is empty. */
+/** A list. Both ends are null exactly when it is empty. */
 typedef struct QalList {
   QalListPool *pool; /**< where its elements come from */
   void *first;       /**< the first payload */
@@ -51,40 +51,40 @@ typedef int (*QalListCompare)(const void *earlier, const void *later);
  *  @param element_size    payload bytes, 0 allowed; with the links it must fit 32 bits.
  *  @param chunk_count     elements to carve at a time, at least 1 for any to be had.
  *  @param use_header_pool not 0: list headers are pooled as well, 20 at a time.
- *  @return the pool, or none; nothing is then left behind. */
+ *  @return the pool, or null; nothing is then left behind. */
 QAL_API QalListPool *qal_list_pool_create(uint32_t element_size, uint32_t chunk_count,
                                           int32_t use_header_pool);
-/** Ends a pool and sets the caller's handle to none. Its elements become invalid, and so do lists
+/** Ends a pool and sets the caller's handle to null. Its elements become invalid, and so do lists
  *  with pooled headers; lists with other headers must have been destroyed. */
 QAL_API void qal_list_pool_destroy(QalListPool **pool_address);
 
-/** A new empty list, or none. */
+/** A new empty list, or null. */
 QAL_API QalList *qal_list_create(QalListPool *pool);
-/** Gives a list and its elements back. The caller's handle is set to none if the header was not
+/** Gives a list and its elements back. The caller's handle is set to null if the header was not
  *  pooled; with pooled headers it keeps the old address, and the caller clears it. */
 QAL_API void qal_list_destroy(QalList **list_address);
 
-/** A fresh element from the list's pool, or none. */
+/** A fresh element from the list's pool, or null. */
 QAL_API void *qal_list_alloc(QalList *list);
-/** A fresh element from a pool, or none. */
+/** A fresh element from a pool, or null. */
 QAL_API void *qal_list_alloc2(QalListPool *pool);
-/** Gives an element that is in no list back to the list's pool. A none payload is ignored. */
+/** Gives an element that is in no list back to the list's pool. A null payload is ignored. */
 QAL_API void qal_list_free(QalList *list, void *payload);
-/** Gives an element that is in no list back to its pool. A none payload is ignored. */
+/** Gives an element that is in no list back to its pool. A null payload is ignored. */
 QAL_API void qal_list_free2(QalListPool *pool, void *payload);
 
-/** The first payload of a list, or none. */
+/** The first payload of a list, or null. */
 QAL_API inline void *qal_list_first(const QalList *list) { return list ? list->first : NULL; }
-/** The last payload of a list, or none. */
+/** The last payload of a list, or null. */
 QAL_API inline void *qal_list_last(const QalList *list) { return list ? list->last : NULL; }
-/** The payload behind this one, or none. In front of a payload stand the addresses of the elements
+/** The payload behind this one, or null. In front of a payload stand the addresses of the elements
  *  before and behind, which begin with such links themselves. */
 QAL_API inline void *qal_list_next(const void *payload) {
   char *next = NULL;
   if (payload) memcpy(&next, (const char *)payload - sizeof next, sizeof next);
   return next ? next + 2 * sizeof next : NULL;
 }
-/** The payload before this one, or none. */
+/** The payload before this one, or null. */
 QAL_API inline void *qal_list_prev(const void *payload) {
   char *prev = NULL;
   if (payload) memcpy(&prev, (const char *)payload - 2 * sizeof prev, sizeof prev);
@@ -102,7 +102,7 @@ QAL_API void qal_list_insert_before(QalList *list, void *at, void *payload);
 
 /** Unlinks an element of the list. It is the caller's then. */
 QAL_API void qal_list_remove(QalList *list, void *payload);
-/** Unlinks the first element and hands its payload over, or answers none. */
+/** Unlinks the first element and hands its payload over, or returns null. */
 QAL_API void *qal_list_pop(QalList *list);
 /** Moves all elements of `src` behind those of `dst`, a list of the same pool. A list joined to
  *  itself stays as it is. */

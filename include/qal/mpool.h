@@ -36,24 +36,24 @@ typedef struct QalMpool {
  *
  *  @param element_size bytes per element, raised to at least 16 and to a multiple of 8.
  *  @param chunk_count  elements to carve at a time. With 0, or when a chunk would need 4 GiB or
- *                      more, the pool is made but every allocation from it answers none.
- *  @return the pool, or none without memory or when the raised size does not fit 32 bits. */
+ *                      more, the pool is made but every allocation from it returns null.
+ *  @return the pool, or null without memory or when the raised size does not fit 32 bits. */
 QAL_API QalMpool *qal_mpool_create(uint32_t element_size, uint32_t chunk_count);
 
-/** Ends a pool with all its elements, those in use included, and sets the caller's handle to none.
+/** Ends a pool with all its elements, those in use included, and sets the caller's handle to null.
  */
 QAL_API void qal_mpool_destroy(QalMpool **pool_address);
 
 /** Takes an element.
  *
- *  @return the element; or none for a none pool, on a thread whose index is outside the table
+ *  @return the element; or null for a null pool, on a thread whose index is outside the table
  *          (reported with qal_error), for a pool that cannot have chunks, and without memory.
- *  @warning When memory for a chunk is refused, the pool's lock stays held: whatever frees to the
- *           pool or refills from it afterwards waits for good. */
+ *  @warning When memory for a chunk cannot be had, the pool's lock stays held: whatever frees to
+ * the pool or refills from it afterwards waits for good. */
 QAL_API void *qal_mpool_alloc(QalMpool *pool);
 
 /** Gives an element of the pool back. It is not checked; qal_mpool_verify_ptr can be asked before.
- *  @return 0, or -1 for a none pool or element and when the mutex is refused. */
+ *  @return 0, or -1 for a null pool or element and when locking the mutex fails. */
 QAL_API int qal_mpool_free(QalMpool *pool, void *element);
 
 /** Tells whether an address lies in one of the pool's chunks, in whatever place.

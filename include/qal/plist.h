@@ -2,9 +2,9 @@
  *  Doubly linked lists of pointers whose headers and nodes come from two process-wide pools.
  *
  *  A list never owns what its nodes point to. qal_utils_init (startup.h) makes the pools and
- *  qal_utils_done ends them; outside that time what would take a list or a node answers none.
+ *  qal_utils_done ends them; before and after, functions that return a list or a node return null.
  *
- *  Links cannot fail. They do nothing when an argument is none, and a node is in one list at most:
+ *  Links cannot fail. They do nothing when an argument is null, and a node is in one list at most:
  *  what is linked in must come from qal_plist_alloc, qal_plist_pop or qal_plist_remove.
  *
  *  Threads: a list is used by one thread at a time; different threads may use lists of their own at
@@ -24,12 +24,12 @@ extern "C" {
 
 /** A node. */
 typedef struct QalPlistNode {
-  struct QalPlistNode *prev; /**< the node before it, or none */
-  struct QalPlistNode *next; /**< the node behind it, or none */
+  struct QalPlistNode *prev; /**< the node before it, or null */
+  struct QalPlistNode *next; /**< the node behind it, or null */
   void *data;                /**< the caller's to read and to set */
 } QalPlistNode;
 
-/** A list. Both ends are none exactly when it is empty. */
+/** A list. Both ends are null exactly when it is empty. */
 typedef struct QalPlist {
   QalPlistNode *first; /**< the first node */
   QalPlistNode *last;  /**< the last node */
@@ -47,29 +47,29 @@ QAL_API int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk);
  *  @return 0, also when there are none. */
 QAL_API int qal_plist_pool_destroy(void);
 
-/** A new empty list, or none. */
+/** A new empty list, or null. */
 QAL_API QalPlist *qal_plist_create(void);
-/** Gives a list and its nodes back and sets the caller's handle to none. What the nodes point to is
+/** Gives a list and its nodes back and sets the caller's handle to null. What the nodes point to is
  *  not touched. */
 QAL_API void qal_plist_destroy(QalPlist **list_address);
-/** A node with all fields none, or none. */
+/** A node with all fields null, or null. */
 QAL_API QalPlistNode *qal_plist_alloc(void);
-/** Gives a node that is in no list back and sets the caller's handle to none. */
+/** Gives a node that is in no list back and sets the caller's handle to null. */
 QAL_API void qal_plist_free(QalPlistNode **node_address);
 
-/** The first node of a list, or none. */
+/** The first node of a list, or null. */
 QAL_API inline QalPlistNode *qal_plist_first(const QalPlist *list) {
   return list ? list->first : NULL;
 }
-/** The last node of a list, or none. */
+/** The last node of a list, or null. */
 QAL_API inline QalPlistNode *qal_plist_last(const QalPlist *list) {
   return list ? list->last : NULL;
 }
-/** The node behind this one, or none. */
+/** The node behind this one, or null. */
 QAL_API inline QalPlistNode *qal_plist_next(const QalPlistNode *node) {
   return node ? node->next : NULL;
 }
-/** The node before this one, or none. */
+/** The node before this one, or null. */
 QAL_API inline QalPlistNode *qal_plist_prev(const QalPlistNode *node) {
   return node ? node->prev : NULL;
 }
@@ -83,9 +83,9 @@ QAL_API void qal_plist_insert_after(QalPlist *list, QalPlistNode *at, QalPlistNo
 /** Links a node in before the node `at` of the same list. */
 QAL_API void qal_plist_insert_before(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
 
-/** Unlinks a node of the list. It is the caller's then, its links none. */
+/** Unlinks a node of the list. It is the caller's then, its links null. */
 QAL_API void qal_plist_remove(QalPlist *list, QalPlistNode *node);
-/** Unlinks the first node and hands it over, or answers none. */
+/** Unlinks the first node and hands it over, or returns null. */
 QAL_API QalPlistNode *qal_plist_pop(QalPlist *list);
 /** Moves all nodes of `src` behind those of `dst`. A list joined to itself stays as it is. */
 QAL_API void qal_plist_concat(QalPlist *dst, QalPlist *src);

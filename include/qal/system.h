@@ -27,19 +27,19 @@ extern "C" {
  *  | 2, 3, 4 | not supported |
  *  | 5       | processors; on Linux those online |
  *  | 6       | threads that this process may have, -1 without a limit |
- *  | 7       | memory of this process held in RAM, in KiB, or -1 when that cannot be told |
+ *  | 7       | memory of this process held in RAM, in KiB, or -1 when that is not known |
  *  | 8       | processor packages |
  *  | 9       | physical cores |
  *  | 10      | logical processors; on Linux those online |
  *
- *  A system that does not name its packages answers query 8 with the physical cores, in want of
- *  those with the logical processors, and in want of those with query 5. Queries 9 and 10 fall
- *  back along the same chain.
+ *  If the system does not report its packages, query 8 gives the number of physical cores; if it
+ *  does not report these either, the number of logical processors, and failing that the answer to
+ *  query 5. Queries 9 and 10 fall back in the same order.
  *
  *  @param query  one of the numbers above; every other number is not supported.
  *  @param value  where the answer goes; untouched unless the result is 1.
- *  @return 1 answered, 0 not supported, or -1 when the system refused query 1 or the last step of
- *          queries 5 and 8 to 10; "sysctl: " and the reason then stand on standard error. */
+ *  @return 1 answered, 0 not supported, or -1 when query 1 or the last fallback of queries 5 and
+ *          8 to 10 failed; "sysctl: " and the reason then stand on standard error. */
 QAL_API int qal_sysinfo(int query, int *value);
 
 /** Tells the byte order.
