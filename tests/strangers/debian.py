@@ -8,12 +8,12 @@ import tempfile
 TITLES = {"bookworm": "Debian 12", "trixie": "Debian 13"}
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "qal"
 
-# The root is a mount of its own, as roots are, and the shared memory is the system's own. All mounts
-# and processes end with the first process, which is root's as on every machine.
+# The directory becomes the root itself, since the kernel allows less where a root was only changed. The
+# shared memory is the system's own. All mounts and processes end with the first process, which is root's
+# as on every machine.
 ENTER = """
 mount --bind "$1" "$1" && mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" &&
-  mount -t tmpfs -o mode=1777 shm "$1/dev/shm" || exit
-root=$1
+  mount -t tmpfs -o mode=1777 shm "$1/dev/shm" && cd "$1" && pivot_root . . && umount --lazy . && cd / || exit
 shift
 "$@"
 exit $?
@@ -75,7 +75,7 @@ class Root:
     def command(self, script, user, home):
         """Runs the script in a shell of the user, in an environment that holds nothing else."""
         return ["unshare", "--mount", "--pid", "--ipc", "--uts", "--fork", "--kill-child", "sh", "-c", ENTER, "sh", self.path,
-                "chroot", f"--userspec={user}:", self.path, "env", "-i", *SETTINGS, f"HOME={home}", f"USER={user}",
+                "chroot", f"--userspec={user}:", "/", "env", "-i", *SETTINGS, f"HOME={home}", f"USER={user}",
                 "bash", "-c", script]
 
     def shell(self, script, user="root", home="/root", stdin=subprocess.DEVNULL):
