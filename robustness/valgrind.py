@@ -4,6 +4,7 @@ under helgrind. A finding is an error context that valgrind reports, or a progra
 reports of those that have any are kept below build/valgrind.
 """
 import concurrent.futures
+import functools
 import pathlib
 import re
 import shutil
@@ -76,6 +77,7 @@ TOOLS = {
 SUMMARY = re.compile(r"ERROR SUMMARY: \d+ errors from (\d+) contexts")
 
 
+@functools.cache
 def programs():
     """The files of all that can run here, by their names."""
     patterns = ("tests/*_test", "tests/stress/*_stress", "fuzz/*_replay")
