@@ -92,7 +92,7 @@ class Newcomer:
 def tests_in(output):
     """How many passed, and the names of those that were skipped."""
     failed, tests = re.search(r"(\d+) tests failed out of (\d+)", output).groups()
-    skipped = re.findall(r"^\s*\d+ - (\S+) \(Skipped\)$", output, re.MULTILINE)
+    skipped = re.findall(r"^\s*\d+ - (.+?) \(Skipped\)", output, re.MULTILINE)
     return {"passed": int(tests) - int(failed) - len(skipped), "failed": int(failed), "skipped": skipped}
 
 
