@@ -49,7 +49,7 @@ QAL_API void qal_mpool_destroy(QalMpool **pool_address);
  *  @return the element; or null for a null pool, on a thread whose index is outside the table
  *          (reported with qal_error), for a pool that cannot have chunks, and without memory.
  *  @warning When memory for a chunk cannot be had, the pool's lock stays held: whatever frees to
- * the pool or refills from it afterwards waits for good. */
+ *           the pool or refills from it afterwards waits for good. */
 QAL_API void *qal_mpool_alloc(QalMpool *pool);
 
 /** Gives an element of the pool back. It is not checked; qal_mpool_verify_ptr can be asked before.
