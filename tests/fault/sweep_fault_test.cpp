@@ -361,8 +361,7 @@ class SweepStage : public testing::Test {
 
   // libcurl is loaded once in a process.
   static void before_curl_is_loaded(const std::function<void()> &body) {
-    const auto result = qal::test::run_in_new_process(body);
-    EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
+    qal::test::in_new_process(body);
   }
 
   SweepWorld world_;

@@ -22,16 +22,6 @@ namespace {
 
 constexpr uid_t unprivileged_id = 65534;
 
-std::map<std::string, std::string> current_environment() {
-  std::map<std::string, std::string> settings;
-  for (char **setting = environ; *setting; ++setting) {
-    const std::string_view text = *setting;
-    const std::size_t equals = text.find('=');
-    if (equals != text.npos) settings.emplace(text.substr(0, equals), text.substr(equals + 1));
-  }
-  return settings;
-}
-
 std::filesystem::path current_directory() {
   std::error_code error;
   return std::filesystem::current_path(error);
@@ -120,6 +110,13 @@ int failed_expectations() {
   return failed;
 }
 
+ChildResult run_this_case_alone() {
+  const auto &test = *testing::UnitTest::GetInstance()->current_test_info();
+  const auto program = first_directory / testing::internal::GetArgvs().front();
+  const auto chosen = std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
+  return run_program({program, chosen}, first_environment);
+}
+
 }  // namespace
 
 bool ChildResult::exited_with(int code) const {
@@ -138,13 +135,10 @@ ChildResult run_in_child(const std::function<void()> &body) {
   });
 }
 
-ChildResult run_in_new_process(const std::function<void()> &body) {
-  const auto &unit = *testing::UnitTest::GetInstance();
-  if (unit.test_to_run_count() == 1) return run_in_child(body);
-  const auto &test = *unit.current_test_info();
-  const auto program = first_directory / testing::internal::GetArgvs().front();
-  const auto chosen = std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
-  return run_program({program, chosen}, first_environment);
+void in_new_process(const std::function<void()> &body) {
+  const bool alone = testing::UnitTest::GetInstance()->test_to_run_count() == 1;
+  const ChildResult result = alone ? run_in_child(body) : run_this_case_alone();
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 void become_unprivileged() {
@@ -153,6 +147,16 @@ void become_unprivileged() {
     std::perror("cannot give up root");
     std::abort();
   }
+}
+
+std::map<std::string, std::string> current_environment() {
+  std::map<std::string, std::string> settings;
+  for (char **setting = environ; *setting; ++setting) {
+    const std::string_view text = *setting;
+    const std::size_t equals = text.find('=');
+    if (equals != text.npos) settings.emplace(text.substr(0, equals), text.substr(equals + 1));
+  }
+  return settings;
 }
 
 void clear_environment() {

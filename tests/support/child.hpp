@@ -21,12 +21,12 @@ struct ChildResult {
 // `EXPECT_TRUE(result.exited_with(0)) << result.out` passes a failure on to the parent.
 ChildResult run_in_child(const std::function<void()> &body);
 
-// The same where nothing may have been used before: a run of several cases starts the program again
-// for this one alone.
-ChildResult run_in_new_process(const std::function<void()> &body);
+// Expects `body` to pass in a child of a process in which nothing was used before: in a run of
+// several cases the program starts again for this one alone.
+void in_new_process(const std::function<void()> &body);
 
-// The same as run_in_child as an ordinary user: gives up root first. Run as anybody else it changes
-// nothing.
+// The same as run_in_child, as an ordinary user: gives up root first. Run as anybody else it
+// changes nothing.
 ChildResult run_unprivileged(const std::function<void()> &body);
 
 // Starts a program with exactly this environment, its standard input empty, and waits for it.
@@ -34,6 +34,8 @@ ChildResult run_program(const std::vector<std::string> &arguments,
                         const std::map<std::string, std::string> &environment);
 
 void become_unprivileged();
+
+std::map<std::string, std::string> current_environment();
 
 // Not every system has clearenv.
 void clear_environment();

@@ -21,8 +21,6 @@
 
 namespace fs = std::filesystem;
 
-extern char **environ;
-
 namespace qal::test {
 namespace {
 
@@ -103,21 +101,16 @@ std::string authority_of(int listener) {
 }
 
 // What a sanitizer or a coverage build needs to know, too.
-bool belongs_to_the_build(std::string_view setting) {
+bool belongs_to_the_build(std::string_view name) {
   for (const auto prefix : {"ASAN_", "LSAN_", "UBSAN_", "TSAN_", "GCOV_", "LLVM_PROFILE_"}) {
-    if (setting.rfind(prefix, 0) == 0) return true;
+    if (name.rfind(prefix, 0) == 0) return true;
   }
   return false;
 }
 
 std::map<std::string, std::string> build_environment() {
-  std::map<std::string, std::string> environment;
-  for (char **setting = environ; *setting; ++setting) {
-    const std::string_view text = *setting;
-    const std::size_t equals = text.find('=');
-    if (belongs_to_the_build(text))
-      environment.emplace(text.substr(0, equals), text.substr(equals + 1));
-  }
+  auto environment = current_environment();
+  std::erase_if(environment, [](const auto &one) { return !belongs_to_the_build(one.first); });
   return environment;
 }
 

@@ -20,6 +20,7 @@ namespace {
 
 using qal::test::await;
 using qal::test::Gate;
+using qal::test::in_new_process;
 using qal::test::repetitions;
 using qal::test::run_in_child;
 using qal::test::run_together;
@@ -87,18 +88,21 @@ void *as_index(std::intptr_t number) { return reinterpret_cast<void *>(number); 
   for (;;) pause();
 }
 
-// Comes first: nothing has started the layer yet.
 TEST(ThreadBeforeStartUp, ReadsAsTheMainThread) {
-  EXPECT_EQ(qal_thread_index(), 0);
-  EXPECT_EQ(qal_thread_self(), 0);
+  in_new_process([] {
+    EXPECT_EQ(qal_thread_index(), 0);
+    EXPECT_EQ(qal_thread_self(), 0);
+  });
 }
 
 TEST(ThreadBeforeStartUp, MayUseMutexes) {
-  QalThreadMutex mutex;
-  EXPECT_EQ(qal_thread_mutex_init(&mutex), 0);
-  EXPECT_EQ(qal_thread_mutex_lock(&mutex), 0);
-  EXPECT_EQ(qal_thread_mutex_unlock(&mutex), 0);
-  EXPECT_EQ(qal_thread_mutex_destroy(&mutex), 0);
+  in_new_process([] {
+    QalThreadMutex mutex;
+    EXPECT_EQ(qal_thread_mutex_init(&mutex), 0);
+    EXPECT_EQ(qal_thread_mutex_lock(&mutex), 0);
+    EXPECT_EQ(qal_thread_mutex_unlock(&mutex), 0);
+    EXPECT_EQ(qal_thread_mutex_destroy(&mutex), 0);
+  });
 }
 
 TEST(ThreadSetUp, OfThePlatformHasNothingToDo) { EXPECT_EQ(qal_thread_init_sys(), 0); }
