@@ -50,6 +50,13 @@ if(QAL_SANITIZE)
                                -fno-omit-frame-pointer)
   target_link_options(qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE})
 endif()
+if(QAL_SANITIZE MATCHES address AND CMAKE_CXX_COMPILER_ID MATCHES Clang AND NOT QAL_BUILD_FUZZERS)
+  # Linked into a program, clang's runtime would call what a test puts in the place of malloc.
+  execute_process(
+    COMMAND ${CMAKE_CXX_COMPILER} -print-resource-dir
+    OUTPUT_VARIABLE clang_dir OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  target_link_options(qal_common_flags INTERFACE -shared-libasan -Wl,-rpath,${clang_dir}/lib/linux)
+endif()
 if(QAL_COVERAGE)
   # Counted atomically, for the programs with threads.
   target_compile_options(qal_common_flags INTERFACE --coverage -fprofile-update=atomic)
