@@ -25,8 +25,8 @@ INNER, IO = f"{LIB}/internal", f"{LIB}/qal_io"
 CRITICAL = (
     "app/blocks.cpp", "app/record.cpp", "app/record.hpp", "app/sweep.cpp",
     f"{INNER}/block_format.hpp", f"{INNER}/chain.hpp",
-    f"{LIB}/qal_fnmatch.cpp", f"{LIB}/qal_hash.cpp",
-    f"{LIB}/qal_hash_pairs.cpp", f"{LIB}/qal_list.cpp", f"{LIB}/qal_zlib.cpp",
+    f"{LIB}/qal_wildcard.cpp", f"{LIB}/qal_hash.cpp",
+    f"{LIB}/qal_hash_pairs.cpp", f"{LIB}/qal_list.cpp", f"{LIB}/qal_blocks.cpp",
     f"{IO}/path_convert.cpp",
 )
 
@@ -34,13 +34,13 @@ CRITICAL = (
 ALL = None
 CORPUS_UNITS = {
     "barrier": {f"{LIB}/qal_barrier.cpp": ALL, f"{INNER}/barrier.hpp": ALL},
-    "blocks": {"app/blocks.cpp": ALL, f"{LIB}/qal_zlib.cpp": ALL, f"{INNER}/block_format.hpp": ALL},
-    "environment": {"app/directories.cpp": ALL, "app/installation.cpp": ALL,
+    "blocks": {"app/blocks.cpp": ALL, f"{LIB}/qal_blocks.cpp": ALL, f"{INNER}/block_format.hpp": ALL},
+    "directories": {"app/directories.cpp": ALL, "app/installation.cpp": ALL,
                     f"{INNER}/password.hpp": ALL},
     "hash": {f"{LIB}/qal_hash.cpp": ALL},
     # That no pair table can be made is for want of memory alone.
     "hash_pairs": {f"{LIB}/qal_hash_pairs.cpp": {"_destroy", "_insert", "_find", "_remove"}},
-    "lines": {"app/helpers_file.cpp": {"file_getlinecount", "count_lines"},
+    "files": {"app/helpers_file.cpp": {"file_getlinecount", "count_lines"},
               f"{IO}/file_check.cpp": {"qal_io_get_aline"}, f"{IO}/file_ops.cpp": {"qal_fread"}},
     "list": {f"{LIB}/qal_list.cpp": ALL, f"{INNER}/chain.hpp": ALL, f"{INNER}/merge_sort.hpp": ALL},
     "mpool": {f"{LIB}/qal_mpool.cpp": ALL},
@@ -48,13 +48,13 @@ CORPUS_UNITS = {
     "plist": {f"{LIB}/qal_plist.cpp": ALL, f"{INNER}/chain.hpp": ALL},
     "record": {"app/record.cpp": ALL},
     "reduce": {f"{LIB}/qal_reduce.cpp": ALL, f"{INNER}/barrier.hpp": ALL},
-    "scrub": {f"{LIB}/qal_logger.cpp": ALL},
+    "logger": {f"{LIB}/qal_logger.cpp": ALL},
     "sema": {f"{LIB}/qal_thread_sema.cpp": ALL},
     "sweep": {"app/notify.cpp": ALL, "app/record.cpp": ALL, "app/sweep.cpp": ALL},
     "temp_mem": {f"{LIB}/qal_temp_mem.cpp": {"temp_mem", "Segment"}},
-    "text": {f"{LIB}/qal_string.cpp": ALL},
+    "text": {f"{LIB}/qal_text.cpp": ALL},
     "uid": {f"{LIB}/qal_uid.cpp": ALL},
-    "wildcard": {f"{LIB}/qal_fnmatch.cpp": ALL},
+    "wildcard": {f"{LIB}/qal_wildcard.cpp": ALL},
 }
 
 

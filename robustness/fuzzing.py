@@ -15,7 +15,7 @@ TARGETS = 12
 SHARING = (("hash", "hash_pairs", "list", "mpool", "plist", "temp_mem", "uid"),
            ("barrier", "reduce", "sema"))
 # Those whose input is text: they run 100 million times before a release.
-OF_TEXT = ("environment", "lines", "path", "record", "scrub", "text", "wildcard")
+OF_TEXT = ("directories", "files", "logger", "path", "record", "text", "wildcard")
 RUNS_OF_TEXT = 10**8
 
 

@@ -1,10 +1,10 @@
+// Which product of the family runs: its names, version and paths.
 #include <qal/identity.hpp>
 
 #include <qal/logger.h>
 #include <qal/text.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -12,12 +12,7 @@
 #include <span>
 #include <string_view>
 
-#include "platform/platform.hpp"
-
 QalIdentity *QalIdentity::currentIdentity = nullptr;
-
-// The order and the sizes of the fields are fixed.
-static_assert(sizeof(QalIdentity) == 6192);
 
 namespace {
 
@@ -156,11 +151,4 @@ bool QalIdentity::isProduct(int code) {
   const int product = code & 0xFF;
   const int flavor = code & 0xFF00;
   return product == product_ && (flavor == 0 || flavor == flavor_);
-}
-
-void nsstring_vsprintf(char *out, const char *format, va_list arguments) {
-  // Lengths are ints, so this bounds nothing that could be formatted.
-  constexpr std::size_t any_length = INT_MAX;
-  using qal::internal::platform::format_text;
-  if (format_text(out, any_length, format, arguments) < 0) out[0] = '\0';
 }

@@ -12,7 +12,7 @@
  *
  *  Threads: no state, so any thread may call.
  *
- *  Source: utils/libsrc/qal_temp_mem.cpp. */
+ *  Source: utils/libsrc/qal_alloc.cpp. */
 #ifndef QAL_ALLOC_H
 #define QAL_ALLOC_H
 

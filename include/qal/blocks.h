@@ -11,7 +11,7 @@
  *
  *  Threads: different streams may be used by different threads at once.
  *
- *  Source: utils/libsrc/qal_zlib.cpp. */
+ *  Source: utils/libsrc/qal_blocks.cpp. */
 #ifndef QAL_BLOCKS_H
 #define QAL_BLOCKS_H
 

@@ -16,7 +16,7 @@
  *  threads share the timers without a lock: only one thread may ask for new ones, and two may not
  *  use the same one at once.
  *
- *  Source: utils/libsrc/qal_time.cpp. */
+ *  Source: utils/libsrc/qal_clock.cpp. */
 #ifndef QAL_CLOCK_H
 #define QAL_CLOCK_H
 

@@ -11,7 +11,7 @@
  *  Threads: no function keeps state or leaves a file open, so any thread may call any of them. One
  *  stream or one record serves one thread at a time.
  *
- *  Sources: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp, file_tempnam.cpp and dir_remove.cpp.
+ *  Sources: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp, file_tempnam.cpp and file_remove.cpp.
  */
 #ifndef QAL_FILES_H
 #define QAL_FILES_H

@@ -10,7 +10,7 @@
  *  qal_logger_time_stamp, _qal_logger_set_file, Verbose_level) belong to set-up, while no other
  *  thread logs. Logging leaves `errno` as it was.
  *
- *  Source: utils/libsrc/qal_logger.cpp; nsstring_vsprintf: cxxutils/libsrc/qal_identity.cpp. */
+ *  Source: utils/libsrc/qal_logger.cpp. */
 #ifndef QAL_LOGGER_H
 #define QAL_LOGGER_H
 

@@ -7,7 +7,7 @@
  *  Threads: all of it belongs to the main thread: start the library before other threads run, and
  *  shut it down after they ended.
  *
- *  Source: utils/libsrc/qal_utils.cpp. */
+ *  Source: utils/libsrc/qal_startup.cpp. */
 #ifndef QAL_STARTUP_H
 #define QAL_STARTUP_H
 

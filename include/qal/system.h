@@ -7,7 +7,7 @@
  *  Threads: nothing here owns memory or keeps state, so any thread may call any of it; qal_signal
  *  changes the whole process.
  *
- *  Source: utils/libsrc/qal_sysinfo.cpp; what differs between systems is under
+ *  Source: utils/libsrc/qal_system.cpp; what differs between systems is under
  *  utils/libsrc/platform. */
 #ifndef QAL_SYSTEM_H
 #define QAL_SYSTEM_H

@@ -11,7 +11,7 @@
  *  Threads: nothing here allocates, and nothing keeps state: any thread may call any function on
  *  texts of its own.
  *
- *  Source: utils/libsrc/qal_ctype.cpp (classes), utils/libsrc/qal_string.cpp (the rest). */
+ *  Source: utils/libsrc/qal_text_class.cpp (classes), utils/libsrc/qal_text.cpp (the rest). */
 #ifndef QAL_TEXT_H
 #define QAL_TEXT_H
 

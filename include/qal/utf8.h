@@ -6,7 +6,7 @@
  *
  *  Threads: nothing here keeps a state: any thread may call it.
  *
- *  Source: utils/libsrc/qal_utf8.cpp, qal_symbol_font.cpp (the font's table). */
+ *  Source: utils/libsrc/qal_utf8.cpp, qal_utf8_symbol.cpp (the font's table). */
 #ifndef QAL_UTF8_H
 #define QAL_UTF8_H
 

@@ -13,7 +13,7 @@
  *  Threads: neither keeps state, so any thread may call them; the case folding of `qal_fnmatch`
  *  follows the current locale.
  *
- *  Source: utils/libsrc/qal_fnmatch.cpp. */
+ *  Source: utils/libsrc/qal_wildcard.cpp. */
 #ifndef QAL_WILDCARD_H
 #define QAL_WILDCARD_H
 

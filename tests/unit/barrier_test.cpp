@@ -28,13 +28,6 @@ static_assert(std::is_same_v<decltype(QalThreadBarrier::count), std::uint32_t>);
 static_assert(std::is_same_v<decltype(QalThreadBarrier::remaining), std::uint32_t>);
 static_assert(std::is_same_v<decltype(QalThreadBarrier::phase), std::uint32_t>);
 static_assert(std::is_same_v<decltype(QalThreadBarrier::magic), std::uint32_t>);
-static_assert(offsetof(QalThreadBarrier, count) == 0);
-static_assert(offsetof(QalThreadBarrier, remaining) == 4);
-static_assert(offsetof(QalThreadBarrier, phase) == 8);
-static_assert(offsetof(QalThreadBarrier, magic) == 12);
-static_assert(offsetof(QalThreadBarrier, mutex) == 16);
-static_assert(offsetof(QalThreadBarrier, condition) == 16 + sizeof(QalThreadMutex));
-static_assert(sizeof(QalThreadBarrier) == 16 + sizeof(QalThreadMutex) + sizeof(QalThreadCond));
 
 class Barrier {
  public:

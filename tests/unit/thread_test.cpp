@@ -31,12 +31,6 @@ using qal::test::Worker;
 constexpr int last_index = 2047;
 constexpr int untouched = 4711;
 
-static_assert(offsetof(QalThreadSema, count) == 0);
-static_assert(offsetof(QalThreadSema, waiters) == 4);
-static_assert(offsetof(QalThreadSema, mutex) == 8);
-static_assert(offsetof(QalThreadSema, condition) == 8 + sizeof(QalThreadMutex));
-static_assert(sizeof(QalThreadSema) == 8 + sizeof(QalThreadMutex) + sizeof(QalThreadCond));
-
 using ThreadInit = Threads;
 using ThreadCreate = Threads;
 using ThreadJoin = Threads;

@@ -11,15 +11,6 @@
 #include <span>
 #include <type_traits>
 
-static_assert(offsetof(QalHash, num_slots) == 0);
-static_assert(offsetof(QalHash, chunk_count) == 4);
-static_assert(offsetof(QalHash, key_size) == 8);
-static_assert(offsetof(QalHash, data_size) == 12);
-static_assert(offsetof(QalHash, remove_on_find) == 16);
-static_assert(offsetof(QalHash, slots) == 24);
-static_assert(offsetof(QalHash, pool) == 32);
-static_assert(sizeof(QalHash) == 40);
-
 namespace {
 
 constexpr const char *source = "utils/libsrc/qal_hash";

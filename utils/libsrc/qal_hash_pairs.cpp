@@ -7,14 +7,6 @@
 #include <cstdint>
 #include <cstdlib>
 
-static_assert(offsetof(QalHashPairs, num_slots) == 0);
-static_assert(offsetof(QalHashPairs, chunk_count) == 4);
-static_assert(offsetof(QalHashPairs, key_size) == 8);
-static_assert(offsetof(QalHashPairs, data_size) == 12);
-static_assert(offsetof(QalHashPairs, remove_on_find) == 16);
-static_assert(offsetof(QalHashPairs, table) == 24);
-static_assert(sizeof(QalHashPairs) == 32);
-
 namespace {
 
 constexpr const char *source = "utils/libsrc/qal_hash";

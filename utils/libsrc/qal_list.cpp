@@ -12,17 +12,6 @@
 #include "internal/merge_sort.hpp"
 #include "internal/pool_road.hpp"
 
-static_assert(offsetof(QalListPool, element_size) == 0);
-static_assert(offsetof(QalListPool, chunk_count) == 4);
-static_assert(offsetof(QalListPool, element_pool) == 8);
-static_assert(offsetof(QalListPool, use_header_pool) == 16);
-static_assert(offsetof(QalListPool, header_pool) == 24);
-static_assert(sizeof(QalListPool) == 32);
-static_assert(offsetof(QalList, pool) == 0);
-static_assert(offsetof(QalList, first) == 8);
-static_assert(offsetof(QalList, last) == 16);
-static_assert(sizeof(QalList) == 24);
-
 namespace {
 
 constexpr const char *source = "utils/libsrc/qal_list";

@@ -2,6 +2,7 @@
 #include <qal/logger.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -232,3 +233,9 @@ char *qal_scrub_format_string(const char *text) {
 }
 
 void update_windows_console(int /*state*/) {}
+
+void nsstring_vsprintf(char *out, const char *format, va_list arguments) {
+  // Lengths are ints, so this bounds nothing that could be formatted.
+  constexpr std::size_t any_length = INT_MAX;
+  if (platform::format_text(out, any_length, format, arguments) < 0) out[0] = '\0';
+}

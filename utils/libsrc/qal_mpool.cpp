@@ -13,15 +13,6 @@
 
 #include "internal/pool_road.hpp"
 
-static_assert(offsetof(QalMpool, element_size) == 0);
-static_assert(offsetof(QalMpool, chunk_count) == 4);
-static_assert(offsetof(QalMpool, thread_free) == 8);
-static_assert(offsetof(QalMpool, lock) == 8 + 2048 * 8);
-static_assert(offsetof(QalMpool, shared_free) == 8 + 2048 * 8 + sizeof(QalThreadMutex));
-static_assert(offsetof(QalMpool, shared_count) == 16 + 2048 * 8 + sizeof(QalThreadMutex));
-static_assert(offsetof(QalMpool, chunks) == 24 + 2048 * 8 + sizeof(QalThreadMutex));
-static_assert(sizeof(QalMpool) == 32 + 2048 * 8 + sizeof(QalThreadMutex));
-
 namespace {
 
 using qal::internal::FreeElement;

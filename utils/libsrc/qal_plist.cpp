@@ -11,14 +11,6 @@
 #include "internal/merge_sort.hpp"
 #include "internal/pool_road.hpp"
 
-static_assert(offsetof(QalPlist, first) == 0);
-static_assert(offsetof(QalPlist, last) == 8);
-static_assert(sizeof(QalPlist) == 16);
-static_assert(offsetof(QalPlistNode, prev) == 0);
-static_assert(offsetof(QalPlistNode, next) == 8);
-static_assert(offsetof(QalPlistNode, data) == 16);
-static_assert(sizeof(QalPlistNode) == 24);
-
 namespace {
 
 using qal::internal::pool_alloc;

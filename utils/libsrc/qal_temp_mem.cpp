@@ -1,64 +1,17 @@
-#include <qal/alloc.h>
-#include <qal/logger.h>
+// Scratch memory: blocks that are kept after use and given out again.
 #include <qal/temp_mem.h>
 
+#include <qal/alloc.h>
+
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
-// The record is public and its layout is fixed.
-static_assert(offsetof(QalTempSegment, size) == 0);
-static_assert(offsetof(QalTempSegment, requested) == 8);
-static_assert(offsetof(QalTempSegment, mptr) == 16);
-static_assert(offsetof(QalTempSegment, next) == 24);
-static_assert(sizeof(QalTempSegment) == 32);
 
 QalTempSegment *Tmem_InUse = nullptr;
 QalTempSegment *Tmem_Avail = nullptr;
 
 namespace {
-
-// What a report needs to know about the call that failed.
-struct Request {
-  const char *operation;
-  const char *label;
-  std::uint64_t size;
-  int line;
-  const char *file;
-};
-
-// strerror_r answers with the text itself in one C library and with a status in the others.
-[[maybe_unused]] const char *error_text(const char *text, const char * /*buffer*/) { return text; }
-[[maybe_unused]] const char *error_text(int status, const char *buffer) {
-  return status == 0 ? buffer : "Unknown error";
-}
-
-void report_failure(const Request &request) {
-  const int error = errno;
-  char buffer[256];
-  qal_error("%s: %d\n", error_text(strerror_r(error, buffer, sizeof buffer), buffer), error);
-  // Deliberate: the size is shown as a 32-bit int, so 2 GiB and more appear wrapped.
-  qal_error("%s: Memory allocation (size %d) failed:\n", request.operation,
-            static_cast<int>(static_cast<std::uint32_t>(request.size)));
-  qal_error("At line %d in file %s\n", request.line, request.file);
-  qal_error("%s: Memory allocation failed.\n", request.label);
-  errno = error;
-}
-
-// The caller's variable may be a pointer to any type, so it is read and written as bytes.
-void *load_pointer(const void *variable) {
-  void *block = nullptr;
-  std::memcpy(&block, variable, sizeof block);
-  return block;
-}
-
-void store_pointer(void *variable, const void *block) {
-  std::memcpy(variable, &block, sizeof block);
-}
 
 constexpr const char *own_file = "utils/libsrc/qal_temp_mem";
 constexpr const char *block_label = "qal tmem segment mptr";
@@ -148,30 +101,6 @@ void display_summary(std::uint64_t in_use, std::uint64_t available) {
 }
 
 }  // namespace
-
-void qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file) {
-  store_pointer(out, nullptr);
-  if (size == 0) return;
-  void *block = std::malloc(static_cast<std::size_t>(size));
-  if (!block) return report_failure({"QAL_MALLOC", label, size, line, file});
-  store_pointer(out, block);
-}
-
-void qal_realloc(const char *label, void *out, int64_t size, int line, const char *file) {
-  void *block = load_pointer(out);
-  const auto bytes = static_cast<std::uint64_t>(size);
-  if (!block) return qal_malloc(label, out, bytes, line, file);
-  if (size == 0) {
-    std::free(block);
-    return store_pointer(out, nullptr);
-  }
-  // Deliberate: stored at once, so a failure loses the old block.
-  block = std::realloc(block, static_cast<std::size_t>(bytes));
-  store_pointer(out, block);
-  if (!block) report_failure({"QAL_REALLOC", label, bytes, line, file});
-}
-
-void qal_free(void *ptr, int /*line*/, const char * /*file*/) { std::free(ptr); }
 
 void *qal_temp_mem_alloc(int64_t size) {
   const auto effective_size = std::max(size, least_size);

@@ -15,20 +15,6 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::retry_interrupted;
 
-// Programs of the family read the record by these places.
-static_assert(offsetof(QalStat, access_time) == 0);
-static_assert(offsetof(QalStat, change_time) == 8);
-static_assert(offsetof(QalStat, modification_time) == 16);
-static_assert(offsetof(QalStat, inode) == 24);
-static_assert(offsetof(QalStat, group_id) == 32);
-static_assert(offsetof(QalStat, user_id) == 36);
-static_assert(offsetof(QalStat, device) == 40);
-static_assert(offsetof(QalStat, mode) == 44);
-static_assert(offsetof(QalStat, link_count) == 48);
-static_assert(offsetof(QalStat, special_device) == 52);
-static_assert(offsetof(QalStat, size) == 56);
-static_assert(sizeof(QalStat) == 64);
-
 constexpr unsigned refuse_directory = 0x100;
 constexpr unsigned refuse_irregular = 0x200;
 constexpr unsigned option_bits = 0xff00;

@@ -7,11 +7,6 @@
 #include <cstring>
 #include <ctime>
 
-// The layout belongs to the interface: nothing may come before, between or behind the fields.
-static_assert(offsetof(QalTime, seconds) == 0);
-static_assert(offsetof(QalTime, microseconds) == 4);
-static_assert(sizeof(QalTime) == 8);
-
 namespace {
 
 // Unlocked: timers are handed out from one thread, and each is used by one thread at a time.

@@ -112,12 +112,12 @@ void fprintf_stamped(benchmark::State &state) {
 
 const bool registered = [] {
   using qal::bench::row;
-  row("log, silent", {{"qal", to_nobody}, {"spdlog", spdlog_to_nobody}});
-  row("log, callback",
+  row("logger, silent", {{"qal", to_nobody}, {"spdlog", spdlog_to_nobody}});
+  row("logger, callback",
       {{"qal", to_callback}, {"spdlog", spdlog_to_callback}, {"floor", snprintf_to_callback}});
-  row("log, to a stream",
+  row("logger, to a stream",
       {{"qal", to_stream}, {"spdlog", spdlog_to_file}, {"fprintf", fprintf_to_stream}});
-  row("log, stamped", {{"qal", stamped}, {"spdlog", spdlog_stamped}, {"fprintf", fprintf_stamped}});
+  row("logger, stamped", {{"qal", stamped}, {"spdlog", spdlog_stamped}, {"fprintf", fprintf_stamped}});
   return true;
 }();
 
