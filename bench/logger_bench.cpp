@@ -117,7 +117,8 @@ const bool registered = [] {
       {{"qal", to_callback}, {"spdlog", spdlog_to_callback}, {"floor", snprintf_to_callback}});
   row("logger, to a stream",
       {{"qal", to_stream}, {"spdlog", spdlog_to_file}, {"fprintf", fprintf_to_stream}});
-  row("logger, stamped", {{"qal", stamped}, {"spdlog", spdlog_stamped}, {"fprintf", fprintf_stamped}});
+  row("logger, stamped",
+      {{"qal", stamped}, {"spdlog", spdlog_stamped}, {"fprintf", fprintf_stamped}});
   return true;
 }();
 
