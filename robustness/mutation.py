@@ -25,7 +25,7 @@ import time
 
 import figures
 from mutants import mutants_of
-from mutation_units import CRITICAL, INCLUDED_BY, UNITS
+from mutation_units import critical, included_by, units as all_units
 
 TREE = figures.BUILD / "release"
 EXPLAINED = figures.ROOT / "robustness" / "equivalent_mutants.txt"
@@ -102,7 +102,7 @@ def prepare(units):
     """What the mutants of the units need, taken once."""
     for part in ("tests", "fuzz"):
         (TREE / part / "scratch").mkdir(exist_ok=True)
-    programs = sorted({program for unit in units for program in UNITS[unit]})
+    programs = sorted({program for unit in units for program in all_units()[unit]})
     with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
         plans = dict(zip(programs, pool.map(baseline, programs)))
     links = {program: link_command(program) for program in programs}
@@ -112,7 +112,7 @@ def prepare(units):
 def compiled(unit, text, folder, commands):
     """The objects that the mutant changes, compiled in a copy of their places; none if it is no
     program."""
-    sources = INCLUDED_BY.get(unit, [unit])
+    sources = included_by().get(unit, [unit])
     for source in {unit, *sources}:
         copy = folder / source
         copy.parent.mkdir(parents=True, exist_ok=True)
@@ -151,7 +151,7 @@ def examine(mutant, commands, links, plans):
         if not objects:
             return ""
         killed = any(is_killed_by(objects, folder, links[program], plans[program])
-                     for program in UNITS[unit])
+                     for program in all_units()[unit])
     return "killed" if killed else "survived"
 
 
@@ -213,6 +213,10 @@ def left_over():
     return [mutant for unit in units for mutant in mutants_of(unit) if key(mutant) in left]
 
 
+def others():
+    return [unit for unit in all_units() if unit not in critical()]
+
+
 def score(outcomes):
     """Per cent killed."""
     outcomes = list(outcomes)
@@ -221,8 +225,7 @@ def score(outcomes):
 
 def scores(outcomes):
     """Of the critical units and of all; each sample stands for all mutants of its units."""
-    groups = [[unit for unit in UNITS if (unit in CRITICAL) == critical]
-              for critical in (True, False)]
+    groups = [critical(), others()]
     parts = [score(outcome for mutant, outcome in outcomes.items() if mutant[0] in units)
              for units in groups]
     sizes = [sum(1 for unit in units for _ in mutants_of(unit)) for units in groups]
@@ -233,21 +236,20 @@ def measure(form):
     if form == "quick":  # a score of the few that there is time for says nothing
         yield figures.not_run(NAME, GOAL)
         return
-    others = [unit for unit in UNITS if unit not in CRITICAL]
-    outcomes = run([mutant for units, count in zip((CRITICAL, others), COUNTS[form])
+    outcomes = run([mutant for units, count in zip((critical(), others()), COUNTS[form])
                     for mutant in choose(units, count, 1)])
-    critical, everything = scores(outcomes)
-    yield figures.Figure(NAME, GOAL, f"{critical:.1f} % / {everything:.1f} % of {len(outcomes)}",
-                         critical >= CRITICAL_GOAL and everything >= ALL_GOAL)
+    of_critical, of_all = scores(outcomes)
+    yield figures.Figure(NAME, GOAL, f"{of_critical:.1f} % / {of_all:.1f} % of {len(outcomes)}",
+                         of_critical >= CRITICAL_GOAL and of_all >= ALL_GOAL)
 
 
 def main():
-    groups = {"critical": CRITICAL, "all": list(UNITS)}
+    groups = {"critical": critical(), "all": list(all_units())}
     if sys.argv[1:] == ["survivors"]:
         run(left_over())
         print(RESULTS.read_text())
         return
-    names = [name for name in sys.argv[1:] if name in UNITS or name in groups]
+    names = [name for name in sys.argv[1:] if name in all_units() or name in groups]
     if not names:
         figures.main(measure)
     count, seed = ([int(text) for text in sys.argv[1:] if text.isdigit()] + [None, 1])[:2]

@@ -1,84 +1,52 @@
-"""Which test programs answer for which unit, the quickest first: "area" is tests/area_test,
-"area.corpus" the replay of the fuzz corpus.
+"""Which test programs answer for which unit: "area" is tests/area_test, "area.corpus" the replay of a fuzz
+corpus. A source has those of its area, a header those of all that include it, as the release was built.
 """
+import collections
+import functools
+import subprocess
+import sys
 
-IO, LIB, INNER = "utils/libsrc/qal_io", "utils/libsrc", "utils/libsrc/internal"
+import figures
 
-# A header is compiled with the units that include it.
-INCLUDED_BY = {
-    f"{INNER}/barrier.hpp": [f"{LIB}/qal_barrier.cpp", f"{LIB}/qal_reduce.cpp"],
-    f"{INNER}/block_format.hpp": ["app/blocks.cpp", f"{LIB}/qal_blocks.cpp"],
-    f"{INNER}/bounded_text.hpp": ["app/directories.cpp", "app/helpers_file.cpp",
-                                  f"{IO}/dir_list.cpp", f"{IO}/path_full.cpp"],
-    f"{INNER}/chain.hpp": [f"{LIB}/qal_list.cpp", f"{LIB}/qal_plist.cpp"],
-    f"{INNER}/folded_search.hpp": [f"{LIB}/qal_text.cpp"],
-    f"{INNER}/merge_sort.hpp": [f"{LIB}/qal_list.cpp", f"{LIB}/qal_plist.cpp"],
-    f"{INNER}/password.hpp": [f"{IO}/path_full.cpp", f"{LIB}/qal_system.cpp"],
-    f"{INNER}/pool_road.hpp": [f"{LIB}/qal_list.cpp", f"{LIB}/qal_mpool.cpp"],
-    f"{INNER}/retry.hpp": ["app/blocks.cpp", "app/record.cpp", "app/sweep.cpp",
-                           f"{IO}/file_check.cpp", f"{IO}/file_ops.cpp", f"{LIB}/qal_blocks.cpp"],
-}
+sys.path.insert(0, str(figures.ROOT))
+import areas
 
-CRITICAL_UNITS = {
-    "app/blocks.cpp": ["blocks", "blocks_fault", "blocks.corpus"],
-    "app/record.cpp": ["record", "sweep", "sweep_fault", "record.corpus"],
-    "app/sweep.cpp": ["sweep", "sweep_fault", "sweep.corpus"],
-    f"{INNER}/block_format.hpp": ["blocks", "blocks_fault", "blocks.corpus"],
-    f"{INNER}/chain.hpp": ["plist", "list", "list.corpus"],
-    f"{LIB}/qal_wildcard.cpp": ["wildcard", "wildcard.corpus", "wildcard_model"],
-    f"{LIB}/qal_hash.cpp": ["hash", "containers_fault", "hash.corpus"],
-    f"{LIB}/qal_hash_pairs.cpp": ["hash_pairs", "containers_fault", "hash_pairs.corpus"],
-    f"{LIB}/qal_list.cpp": ["list", "containers_fault", "list.corpus"],
-    f"{LIB}/qal_blocks.cpp": ["blocks", "blocks_fault", "blocks.corpus"],
-    f"{IO}/path_convert.cpp": ["path", "path.corpus", "path_model"],
-}
-CRITICAL = list(CRITICAL_UNITS)
+# Their tests start other programs, or there is no function in them.
+LEFT_OUT = ("app/main.cpp", "utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_thread_init_sys.cpp")
 
-UNITS = CRITICAL_UNITS | {
-    "app/directories.cpp": ["directories", "directories_fault"],
-    "app/helpers_file.cpp": ["helpers_file", "helpers_fault", "files.corpus"],
-    "app/helpers_number.cpp": ["helpers_number"],
-    "app/helpers_text.cpp": ["helpers_text", "helpers_fault"],
-    "app/installation.cpp": ["directories", "directories_fault"],
-    "app/notify.cpp": ["sweep", "sweep_fault", "sweep.corpus"],
-    "cxxutils/libsrc/qal_identity.cpp": ["identity", "logger.corpus"],
-    f"{INNER}/barrier.hpp": ["barrier", "barrier_fault", "reduce", "barrier.corpus"],
-    f"{INNER}/bounded_text.hpp": ["directories", "helpers_file", "path", "dir_list"],
-    f"{INNER}/folded_search.hpp": ["text", "locale", "text.corpus"],
-    f"{INNER}/merge_sort.hpp": ["plist", "list"],
-    f"{INNER}/password.hpp": ["path", "path_fault", "system", "system_fault"],
-    f"{INNER}/pool_road.hpp": ["mpool", "list", "containers_fault"],
-    f"{INNER}/retry.hpp": ["record", "sweep_fault", "files", "files_fault", "blocks",
-                           "blocks_fault"],
-    f"{LIB}/platform/machine_linux.cpp": ["platform", "platform_fault", "system"],
-    f"{LIB}/platform/machine_posix.cpp": ["system", "system_fault"],
-    f"{LIB}/platform/platform_linux.cpp": ["platform", "pipe", "pipe_fault", "files_fault",
-                                           "sweep_fault"],
-    f"{LIB}/qal_barrier.cpp": ["barrier", "barrier_fault", "barrier.corpus"],
-    f"{LIB}/qal_text_class.cpp": ["text", "locale", "text.corpus"],
-    f"{LIB}/qal_logger.cpp": ["logger", "system_fault", "logger.corpus"],
-    f"{LIB}/qal_mpool.cpp": ["mpool", "containers_fault", "mpool.corpus"],
-    f"{LIB}/qal_plist.cpp": ["plist", "containers_fault", "plist.corpus"],
-    f"{LIB}/qal_reduce.cpp": ["reduce", "reduce.corpus"],
-    f"{LIB}/qal_text.cpp": ["text", "locale", "text_work", "text.corpus"],
-    f"{LIB}/qal_utf8_symbol.cpp": ["utf8"],
-    f"{LIB}/qal_system.cpp": ["system", "system_fault", "platform"],
-    f"{LIB}/qal_temp_mem.cpp": ["temp_mem", "alloc", "alloc_fault", "temp_mem.corpus"],
-    f"{LIB}/qal_thread.cpp": ["thread", "thread_fault", "startup"],
-    f"{LIB}/qal_thread_sema.cpp": ["sema_fault", "thread", "sema.corpus"],
-    f"{LIB}/qal_thread_sync.cpp": ["thread", "thread_fault"],
-    f"{LIB}/qal_clock.cpp": ["clock", "clock_fault"],
-    f"{LIB}/qal_uid.cpp": ["uid", "containers_fault", "uid.corpus"],
-    f"{LIB}/qal_utf8.cpp": ["utf8"],
-    f"{LIB}/qal_startup.cpp": ["startup", "startup_fault"],
-    f"{IO}/dir_list.cpp": ["dir_list", "dir_list_fault"],
-    f"{IO}/file_remove.cpp": ["files", "files_fault"],
-    f"{IO}/file_check.cpp": ["files", "files_fault", "files.corpus"],
-    f"{IO}/file_ops.cpp": ["files", "files_fault", "files.corpus"],
-    f"{IO}/file_tempnam.cpp": ["files"],
-    f"{IO}/path_full.cpp": ["path", "path_fault", "path.corpus"],
-    f"{IO}/path_norm.cpp": ["path", "path_fault", "path.corpus", "path_model"],
-    f"{IO}/path_parts.cpp": ["path", "path_fault", "path.corpus"],
-    f"{IO}/path_range.cpp": ["path", "path_fault"],
-    f"{IO}/pipe.cpp": ["pipe", "pipe_fault"],
-}
+
+@functools.cache
+def files_of():
+    """The product's own files that each of its compiled sources was made from."""
+    shown = subprocess.run(["ninja", "-C", figures.BUILD / "release", "-t", "deps"], check=True,
+                           capture_output=True, text=True).stdout
+    found = {}
+    for entry in shown.split("\n\n"):
+        read = [line.strip().removeprefix(f"{figures.ROOT}/") for line in entry.splitlines()[1:]]
+        own = [file for file in read if file.startswith(tuple(f"{folder}/" for folder in areas.SOURCES))]
+        if own and own[0] in areas.all_of("sources") and own[0] not in LEFT_OUT:
+            found[own[0]] = own
+    return found
+
+
+@functools.cache
+def included_by():
+    """For each of the product's headers, the sources that are compiled with it."""
+    found = collections.defaultdict(list)
+    for source, files in files_of().items():
+        for header in files[1:]:
+            if source not in found[header]:
+                found[header].append(source)
+    return found
+
+
+@functools.cache
+def units():
+    """The test programs of each unit, those first that its area names first."""
+    headers = {header: list(dict.fromkeys(test for source in sources for test in areas.tests_of(source)))
+               for header, sources in included_by().items()}
+    return {source: areas.tests_of(source) for source in files_of()} | headers
+
+
+def critical():
+    return [unit for unit in units() if unit in areas.all_of("critical")]

@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""The areas of this project, as areas.json has them: each with its headers, sources and tests, named
+once. The build, the measurements and the tables of the documents read them from there.
+
+usage: areas.py check    whether every file named there exists, and every file is named there
+       areas.py tables   writes the tables of areas into README.md and docs/index.md
+
+An entry holds
+  holds     what the area is about, as the tables say it
+  headers   the public headers, below include/
+  sources   the files that are compiled into the product
+  critical  those of them, or headers beside them, of which every branch is to be tested
+  tests     the test programs: NAME stands for NAME_test.cpp in a folder of tests/
+  threads   which of their cases start threads, as a filter of GoogleTest
+  formats   the test programs whose texts are formatted
+  fuzz      the fuzz targets, NAME_fuzz.cpp
+"""
+import json
+import pathlib
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent
+AREAS = json.loads((ROOT / "areas.json").read_text())
+SOURCES = ("app", "cxxutils", "utils")
+
+
+def all_of(key):
+    """What the entries have under the key, in order and each once."""
+    return list(dict.fromkeys(name for area in AREAS.values() for name in area.get(key, ())))
+
+
+def threaded():
+    """For each test program with threads, the filter for its cases."""
+    return {test: cases for area in AREAS.values() for test, cases in area.get("threads", {}).items()}
+
+
+def tests_of(source):
+    """The areas that a source belongs to, by their test programs and fuzz targets."""
+    areas = [area for area in AREAS.values() if source in area["sources"]]
+    return list(dict.fromkeys(name for area in areas for name in [
+        *area["tests"], *(f"{target}.corpus" for target in area.get("fuzz", ()))]))
+
+
+def files(pattern, folder=ROOT):
+    return {str(file.relative_to(folder)) for file in folder.glob(pattern)}
+
+
+def named_alike(suffixes, pattern):
+    """The names of the files that the pattern finds, without what follows the area's."""
+    names = {pathlib.Path(file).name for file in files(pattern)}
+    return {name.removesuffix(suffix) for name in names for suffix in suffixes if name.endswith(suffix)}
+
+
+def compare(what, named, found):
+    return [f"areas.json names {what} that is not there: {name}" for name in sorted(named - found)] + [
+        f"areas.json has no entry for {what}: {name}" for name in sorted(found - named)]
+
+
+def check():
+    compiled = {file for folder in SOURCES for suffix in ("c", "cpp", "mm")
+                for file in files(f"{folder}/**/*.{suffix}")}
+    headers = {file.removesuffix(".in") for file in files("*/*.h*", ROOT / "include")}
+    wrong = [
+        *compare("a source", set(all_of("sources")), compiled),
+        *compare("a header", set(all_of("headers")), headers),
+        *compare("a test", set(all_of("tests")), named_alike(("_test.cpp", "_test.mm"), "tests/*/*")),
+        *compare("a fuzz target", set(all_of("fuzz")), named_alike(("_fuzz.cpp",), "fuzz/*")),
+        *(f"areas.json calls a file critical that is not there: {name}"
+          for name in all_of("critical") if not (ROOT / name).exists()),
+        *(f"areas.json names a test only where it is about threads or formats: {name}"
+          for name in {*threaded(), *all_of("formats")} - set(all_of("tests"))),
+    ]
+    print("\n".join(wrong), end="\n" if wrong else "")
+    return not wrong
+
+
+def quoted(names):
+    return ", ".join(f"`{name}`" for name in names)
+
+
+def row(*cells):
+    return f"| {' | '.join(cells)} |"
+
+
+def readme_table():
+    yield row("area", "headers", "sources", "tests")
+    yield row(*["---"] * 4)
+    for area in AREAS.values():
+        sources = [source.removeprefix("utils/libsrc/") for source in area["sources"]]
+        yield row(area["holds"], quoted(area["headers"]), quoted(sources), quoted(area["tests"]))
+
+
+def index_table():
+    yield row("area", "header")
+    yield row("---", "---")
+    for area in AREAS.values():
+        if area["headers"]:
+            yield row(area["holds"], ", ".join(f"@ref {header}" for header in area["headers"]))
+
+
+def write_table(document, table):
+    begins, ends = "<!-- areas, by ./run docs -->\n", "<!-- end of areas -->\n"
+    file = ROOT / document
+    before, _, rest = file.read_text().partition(begins)
+    _, _, after = rest.partition(ends)
+    file.write_text("".join([before, begins, "\n".join(table), "\n", ends, after]))
+
+
+def main():
+    if sys.argv[1:] == ["check"]:
+        return 0 if check() else 1
+    if sys.argv[1:] == ["tables"]:
+        write_table("README.md", readme_table())
+        write_table("docs/index.md", index_table())
+        return 0
+    sys.exit(__doc__)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
