@@ -50,13 +50,6 @@ if(QAL_SANITIZE)
                                -fno-omit-frame-pointer)
   target_link_options(qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE})
 endif()
-if(QAL_SANITIZE MATCHES address AND CMAKE_CXX_COMPILER_ID MATCHES Clang AND NOT QAL_BUILD_FUZZERS)
-  # Linked into a program, clang's runtime would call what a test puts in the place of malloc.
-  execute_process(
-    COMMAND ${CMAKE_CXX_COMPILER} -print-resource-dir
-    OUTPUT_VARIABLE clang_dir OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-  target_link_options(qal_common_flags INTERFACE -shared-libasan -Wl,-rpath,${clang_dir}/lib/linux)
-endif()
 if(QAL_COVERAGE)
   # Counted atomically, for the programs with threads.
   target_compile_options(qal_common_flags INTERFACE --coverage -fprofile-update=atomic)
@@ -90,4 +83,11 @@ target_compile_options(qal_test_flags INTERFACE -O0 -g1 -fPIC -fvisibility=defau
 if(QAL_SANITIZE MATCHES undefined)
   # It is the product that must not rest on undefined behaviour; this saves a third of the time.
   target_compile_options(qal_test_flags INTERFACE -fno-sanitize=undefined)
+endif()
+if(QAL_SANITIZE MATCHES address AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  # Linked into a program, clang's runtime would call what a test puts in the place of malloc.
+  execute_process(
+    COMMAND ${CMAKE_CXX_COMPILER} -print-resource-dir
+    OUTPUT_VARIABLE clang_dir OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  target_link_options(qal_test_flags INTERFACE -shared-libasan -Wl,-rpath,${clang_dir}/lib/linux)
 endif()

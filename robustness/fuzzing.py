@@ -20,7 +20,7 @@ RUNS_OF_TEXT = 10**8
 
 
 def targets():
-    return sorted((figures.BUILD / "fuzz" / "fuzz").glob("*_fuzz"))
+    return sorted((figures.BUILD / "asan" / "fuzz").glob("*_fuzz"))
 
 
 def area(target):

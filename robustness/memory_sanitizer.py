@@ -28,8 +28,8 @@ def targets():
 
 
 def build(areas):
-    subprocess.run(["cmake", "--preset", "fuzz", "-B", TREE, f"-DCMAKE_CXX_FLAGS={CXX_FLAGS}",
-                    "-DQAL_SANITIZE=memory,fuzzer-no-link"],
+    subprocess.run(["cmake", "--preset", "asan", "-B", TREE, f"-DCMAKE_CXX_FLAGS={CXX_FLAGS}",
+                    "-DQAL_SANITIZE=memory,fuzzer-no-link", "-DQAL_AUTO_VAR_INIT=", "-DQAL_BUILD_TESTS=OFF"],
                    cwd=figures.ROOT, check=True, stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", TREE, "--target", *(f"{area}_fuzz" for area in areas)],
                    check=True, stdout=subprocess.DEVNULL)
