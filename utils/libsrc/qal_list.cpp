@@ -10,7 +10,7 @@
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
-#include "internal/pool_road.hpp"
+#include "internal/pool_fast_path.hpp"
 
 namespace {
 

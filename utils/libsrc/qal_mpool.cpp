@@ -11,7 +11,7 @@
 #include <limits>
 #include <new>
 
-#include "internal/pool_road.hpp"
+#include "internal/pool_fast_path.hpp"
 
 namespace {
 
