@@ -20,7 +20,7 @@ struct Request {
   const char *file;
 };
 
-// strerror_r answers with the text itself in one C library and with a status in the others.
+// strerror_r returns the text itself in one C library and a status in the others.
 [[maybe_unused]] const char *error_text(const char *text, const char * /*buffer*/) { return text; }
 [[maybe_unused]] const char *error_text(int status, const char *buffer) {
   return status == 0 ? buffer : "Unknown error";

@@ -1,4 +1,4 @@
-// Tables whose slots the caller picks.
+// Tables of records of fixed size, in slots that the caller picks.
 #include <qal/alloc.h>
 #include <qal/hash.h>
 #include <qal/list.h>
@@ -14,8 +14,13 @@
 namespace {
 
 constexpr const char *source = "utils/libsrc/qal_hash";
+constexpr std::int32_t pooled_headers = 1;
+
+// Results of qal_hash_find.
 constexpr int found = 1;
 constexpr int not_found = 0;
+
+// Verdicts of a merge's callback.
 constexpr int take_source_data = 2;
 constexpr int remove_both = 0;
 
@@ -44,8 +49,8 @@ template <typename Use>
   return use(size);
 }
 
-// Calls `use` with a constant for the usual sizes, so that copying and comparing those takes no
-// call.
+// Calls `use` with a compile-time constant for the usual sizes, so that memcpy and memcmp of those
+// are compiled inline.
 template <typename Use>
 [[gnu::always_inline]] inline auto with_size(std::size_t size, const Use &use) {
   switch (size) {
@@ -65,23 +70,20 @@ template <typename Use>
   with_size(size, [=](auto bytes) { std::memcpy(to, from, bytes); });
 }
 
-template <typename Matches>
-void *first_record(const QalList *list, const Matches &matches) {
+template <typename Size>
+void *first_record(const QalList *list, const void *key, Size size) {
   for (void *record = qal_list_first(list); record; record = qal_list_next(record)) {
-    if (matches(record)) return record;
+    if (std::memcmp(record, key, size) == 0) return record;
   }
   return nullptr;
 }
 
-// The first record of the list with that key, or none.
+// The first record of the list with that key, or null.
 [[gnu::always_inline]] inline void *find_record(const QalHash &table, const QalList *list,
                                                 const void *key) {
   const std::size_t size = key_bytes(table);
   if (size == 0) return qal_list_first(list);
-  return with_size(size, [=](auto bytes) {
-    return first_record(list,
-                        [=](const void *record) { return std::memcmp(record, key, bytes) == 0; });
-  });
+  return with_size(size, [=](auto bytes) { return first_record(list, key, bytes); });
 }
 
 [[gnu::always_inline]] inline void copy_data(const QalHash &table, void *record, void *data_out) {
@@ -113,8 +115,8 @@ struct Merge {
 
   void slot(std::int32_t slot) const {
     QalList *const from = list_at(src, slot);
-    // Deliberate: a slot without a list takes everything, equal keys included; a list that is only
-    // empty takes the rule for duplicates.
+    // Deliberate: a slot without a list takes every record, equal keys included; one with an empty
+    // list follows the rule for duplicates.
     const bool takes_all = !list_at(dst, slot);
     for (void *record = qal_list_first(from); record; record = qal_list_next(record)) {
       void *const twin = takes_all ? nullptr : find_record(dst, list_at(dst, slot), record);
@@ -160,11 +162,11 @@ QalHash *qal_hash_create(int32_t num_slots, int32_t chunk_count, int32_t key_siz
     return nullptr;
   }
   for (QalList *&list : slots_of(*table)) list = nullptr;
-  // Two sizes of at most 2^31 - 1 fit 32 bits unsigned; the list pool refuses what its links no
-  // longer fit.
+  // The sum of the two sizes fits 32 bits unsigned; with the links it may not, and then making the
+  // list pool fails.
   table->pool = qal_list_pool_create(
       static_cast<std::uint32_t>(key_size) + static_cast<std::uint32_t>(data_size),
-      static_cast<std::uint32_t>(chunk_count), 1);
+      static_cast<std::uint32_t>(chunk_count), pooled_headers);
   if (table->pool) return table;
   qal_free(table->slots, 99, source);
   qal_free(table, 100, source);

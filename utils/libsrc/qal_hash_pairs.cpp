@@ -1,6 +1,7 @@
-// Tables keyed by unordered pairs of integers.
+// Tables of records keyed by unordered pairs of integers.
 #include <qal/alloc.h>
 #include <qal/hash.h>
+#include <qal/status.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -10,6 +11,7 @@
 namespace {
 
 constexpr const char *source = "utils/libsrc/qal_hash";
+constexpr int not_found = 0;
 
 // The pair in ascending order, as the inner table stores it.
 struct Pair {
@@ -18,7 +20,7 @@ struct Pair {
 
   Pair(std::int32_t a, std::int32_t b) : smaller(std::min(a, b)), larger(std::max(a, b)) {}
 
-  // Pairs with one mean share a slot: the sum, wrapped to 32 bits, is halved toward zero first.
+  // Pairs with the same mean share a slot. The sum wraps to 32 bits and is halved toward zero.
   std::int32_t slot(const QalHashPairs &pairs) const {
     const auto sum = static_cast<std::int32_t>(static_cast<std::uint32_t>(smaller) +
                                                static_cast<std::uint32_t>(larger));
@@ -55,19 +57,19 @@ void qal_hash_pairs_reinit(QalHashPairs *pairs) {
 }
 
 int qal_hash_pairs_add(QalHashPairs *pairs, int32_t a, int32_t b, const void *data) {
-  if (!pairs) return 0;
+  if (!pairs) return QAL_STATUS_OK;
   const Pair key(a, b);
   return qal_hash_add(pairs->table, key.slot(*pairs), &key, data);
 }
 
 int qal_hash_pairs_find(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out) {
-  if (!pairs) return 0;
+  if (!pairs) return not_found;
   const Pair key(a, b);
   return qal_hash_find(pairs->table, key.slot(*pairs), &key, data_out);
 }
 
 int qal_hash_pairs_remove(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out) {
-  if (!pairs) return 0;
+  if (!pairs) return QAL_STATUS_OK;
   const Pair key(a, b);
   return qal_hash_remove(pairs->table, key.slot(*pairs), &key, data_out);
 }

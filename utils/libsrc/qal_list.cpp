@@ -1,4 +1,4 @@
-// Pooled lists with inline payloads.
+// Lists whose elements come from a pool and hold the caller's data inline.
 #include <qal/alloc.h>
 #include <qal/list.h>
 #include <qal/mpool.h>
@@ -10,7 +10,7 @@
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
-#include "internal/pool_road.hpp"
+#include "internal/pool_fast_path.hpp"
 
 namespace {
 
@@ -39,17 +39,20 @@ ElementChain chain_of(const QalList &list) {
   return {element_of(list.first), element_of(list.last)};
 }
 
-void store(QalList &list, const ElementChain &chain) {
-  list.first = payload_of(chain.first);
-  list.last = payload_of(chain.last);
-}
+// Reads the ends of a list once and stores them in the list when it is destroyed.
+class Links : public ElementChain {
+ public:
+  explicit Links(QalList &list) : ElementChain(chain_of(list)), list_(list) {}
+  ~Links() {
+    list_.first = payload_of(first);
+    list_.last = payload_of(last);
+  }
+  Links(const Links &) = delete;
+  Links &operator=(const Links &) = delete;
 
-template <typename Change>
-void change_links(QalList &list, const Change &change) {
-  ElementChain chain = chain_of(list);
-  change(chain);
-  store(list, chain);
-}
+ private:
+  QalList &list_;
+};
 
 void *room_for_header(const QalListPool &pool) {
   if (pool.use_header_pool) return pool_alloc(pool.header_pool);
@@ -102,7 +105,7 @@ void qal_list_destroy(QalList **list_address) {
   QalList *const list = *list_address;
   while (void *const payload = qal_list_pop(list)) qal_list_free(list, payload);
   if (list->pool->use_header_pool) {
-    // Deliberate: the caller's handle keeps the old address here; whoever reuses it clears it.
+    // Deliberate: the caller's handle keeps the old address of a pooled header.
     pool_free(list->pool->header_pool, list);
     return;
   }
@@ -132,52 +135,45 @@ void qal_list_free2(QalListPool *pool, void *payload) {
 
 void qal_list_prepend(QalList *list, void *payload) {
   if (!list || !payload) return;
-  change_links(*list, [=](ElementChain &chain) { chain.prepend(element_of(payload)); });
+  Links{*list}.prepend(element_of(payload));
 }
 
 void qal_list_append(QalList *list, void *payload) {
   if (!list || !payload) return;
-  change_links(*list, [=](ElementChain &chain) { chain.append(element_of(payload)); });
+  Links{*list}.append(element_of(payload));
 }
 
 void qal_list_insert_after(QalList *list, void *at, void *payload) {
   if (!list || !at || !payload) return;
-  change_links(
-      *list, [=](ElementChain &chain) { chain.insert_after(element_of(at), element_of(payload)); });
+  Links{*list}.insert_after(element_of(at), element_of(payload));
 }
 
 void qal_list_insert_before(QalList *list, void *at, void *payload) {
   if (!list || !at || !payload) return;
-  change_links(*list, [=](ElementChain &chain) {
-    chain.insert_before(element_of(at), element_of(payload));
-  });
+  Links{*list}.insert_before(element_of(at), element_of(payload));
 }
 
 void qal_list_remove(QalList *list, void *payload) {
   if (!list || !payload) return;
-  change_links(*list, [=](ElementChain &chain) { chain.remove(element_of(payload)); });
+  Links{*list}.remove(element_of(payload));
 }
 
 void *qal_list_pop(QalList *list) {
   if (!list) return nullptr;
-  void *payload = nullptr;
-  change_links(*list, [&](ElementChain &chain) { payload = payload_of(chain.pop()); });
-  return payload;
+  return payload_of(Links{*list}.pop());
 }
 
 void qal_list_concat(QalList *dst, QalList *src) {
   if (!dst || !src || dst == src) return;
-  ElementChain rest = chain_of(*src);
-  change_links(*dst, [&](ElementChain &chain) { chain.concat(rest); });
-  store(*src, rest);
+  Links moved{*src};
+  Links{*dst}.concat(moved);
 }
 
 uint32_t qal_list_length(const QalList *list) { return list ? chain_of(*list).length() : 0; }
 
 void qal_list_sort(QalList *list, QalListCompare compare) {
   if (!list || !compare) return;
-  change_links(*list, [=](ElementChain &chain) {
-    qal::internal::merge_sort(
-        chain, [=](const Element *p, const Element *q) { return compare(p + 1, q + 1) > 0; });
-  });
+  Links links{*list};
+  qal::internal::merge_sort(
+      links, [=](const Element *p, const Element *q) { return compare(p + 1, q + 1) > 0; });
 }

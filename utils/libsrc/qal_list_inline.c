@@ -1,5 +1,6 @@
-/* The exported definitions of what the list headers define inline, for programs that call it or
- * take its address. They are C because only there does a unit of choice own an inline function. */
+/* The exported definitions of the list headers' inline functions, for programs that call them out
+ * of line or take their addresses. This file is C because only C lets us choose the unit that
+ * defines an inline function. */
 #include <qal/list.h>
 #include <qal/plist.h>
 

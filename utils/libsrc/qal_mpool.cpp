@@ -1,4 +1,4 @@
-// The fixed-size memory pool.
+// Pools of elements of one size, with a free list for each thread.
 #include <qal/alloc.h>
 #include <qal/logger.h>
 #include <qal/mpool.h>
@@ -11,7 +11,7 @@
 #include <limits>
 #include <new>
 
-#include "internal/pool_road.hpp"
+#include "internal/pool_fast_path.hpp"
 
 namespace {
 
@@ -20,15 +20,17 @@ using qal::internal::link_free;
 
 constexpr const char *source = "utils/libsrc/qal_mpool";
 constexpr std::uint64_t smallest_element = 16;
+constexpr std::uint64_t alignment = 8;
 
-// A chunk's elements follow its link.
+// What a chunk begins with; its elements follow.
 struct Chunk {
   Chunk *next;
 };
 static_assert(sizeof(FreeElement) == 8 && sizeof(Chunk) == 8);
 
 std::uint64_t rounded_size(std::uint32_t requested) {
-  return (std::max<std::uint64_t>(requested, smallest_element) + 7) / 8 * 8;
+  const std::uint64_t size = std::max<std::uint64_t>(requested, smallest_element);
+  return (size + alignment - 1) / alignment * alignment;
 }
 
 std::uint64_t payload_size(const QalMpool &pool) {
@@ -77,7 +79,7 @@ void *carve(const QalMpool &pool, Chunk *chunk) {
   return next;
 }
 
-// A chunk's worth of elements for the calling thread's empty list, or none.
+// A chunk's worth of elements for the calling thread's empty list, or null.
 void *refill(QalMpool &pool) {
   qal_thread_mutex_lock(&pool.lock);
   if (has_shared_batch(pool)) {
@@ -92,21 +94,20 @@ void *refill(QalMpool &pool) {
   return carve(pool, chunk);
 }
 
+template <typename Linked>
 std::uint32_t count(const void *list) {
-  std::uint32_t elements = 0;
-  for (auto *at = static_cast<const FreeElement *>(list); at; at = at->next) ++elements;
-  return elements;
+  std::uint32_t number = 0;
+  for (auto *at = static_cast<const Linked *>(list); at; at = at->next) ++number;
+  return number;
 }
 
 std::uint32_t total_elements(const QalMpool &pool) {
-  std::uint32_t chunks = 0;
-  for (auto *at = static_cast<const Chunk *>(pool.chunks); at; at = at->next) ++chunks;
-  return chunks * pool.chunk_count;
+  return count<Chunk>(pool.chunks) * pool.chunk_count;
 }
 
 std::uint32_t free_elements(const QalMpool &pool) {
   auto elements = static_cast<std::uint32_t>(pool.shared_count);
-  for (const void *list : pool.thread_free) elements += count(list);
+  for (const void *list : pool.thread_free) elements += count<FreeElement>(list);
   return elements;
 }
 

@@ -1,4 +1,4 @@
-// Pooled lists of pointers.
+// Lists of pointers whose headers and nodes come from two process-wide pools.
 #include <qal/mpool.h>
 #include <qal/plist.h>
 #include <qal/status.h>
@@ -9,7 +9,7 @@
 
 #include "internal/chain.hpp"
 #include "internal/merge_sort.hpp"
-#include "internal/pool_road.hpp"
+#include "internal/pool_fast_path.hpp"
 
 namespace {
 
@@ -29,21 +29,24 @@ static_assert(offsetof(ListPool, header_pool) == 8);
 static_assert(offsetof(ListPool, node_pool) == 16);
 static_assert(sizeof(ListPool) == 24);
 
-ListPool PListPool{};  // written by start-up and shut-down alone
+ListPool PListPool{};  // changed only at start-up and shut-down
 
 NodeChain chain_of(const QalPlist &list) { return {list.first, list.last}; }
 
-void store(QalPlist &list, const NodeChain &chain) {
-  list.first = chain.first;
-  list.last = chain.last;
-}
+// Reads the ends of a list once and stores them in the list when it is destroyed.
+class Links : public NodeChain {
+ public:
+  explicit Links(QalPlist &list) : NodeChain(chain_of(list)), list_(list) {}
+  ~Links() {
+    list_.first = first;
+    list_.last = last;
+  }
+  Links(const Links &) = delete;
+  Links &operator=(const Links &) = delete;
 
-template <typename Change>
-void change_links(QalPlist &list, const Change &change) {
-  NodeChain chain = chain_of(list);
-  change(chain);
-  store(list, chain);
-}
+ private:
+  QalPlist &list_;
+};
 
 void give_back(QalPlistNode *node) { pool_free(PListPool.node_pool, ::new (node) QalPlistNode{}); }
 
@@ -77,7 +80,7 @@ QalPlist *qal_plist_create() {
 
 void qal_plist_destroy(QalPlist **list_address) {
   if (!list_address || !*list_address) return;
-  // Without pools the list has gone with them already.
+  // Without the pools there is no list either: it went with them.
   if (PListPool.header_pool) {
     while (QalPlistNode *const node = qal_plist_pop(*list_address)) give_back(node);
     pool_free(PListPool.header_pool, *list_address);
@@ -99,50 +102,46 @@ void qal_plist_free(QalPlistNode **node_address) {
 
 void qal_plist_prepend(QalPlist *list, QalPlistNode *node) {
   if (!list || !node) return;
-  change_links(*list, [=](NodeChain &chain) { chain.prepend(node); });
+  Links{*list}.prepend(node);
 }
 
 void qal_plist_append(QalPlist *list, QalPlistNode *node) {
   if (!list || !node) return;
-  change_links(*list, [=](NodeChain &chain) { chain.append(node); });
+  Links{*list}.append(node);
 }
 
 void qal_plist_insert_after(QalPlist *list, QalPlistNode *at, QalPlistNode *node) {
   if (!list || !at || !node) return;
-  change_links(*list, [=](NodeChain &chain) { chain.insert_after(at, node); });
+  Links{*list}.insert_after(at, node);
 }
 
 void qal_plist_insert_before(QalPlist *list, QalPlistNode *at, QalPlistNode *node) {
   if (!list || !at || !node) return;
-  change_links(*list, [=](NodeChain &chain) { chain.insert_before(at, node); });
+  Links{*list}.insert_before(at, node);
 }
 
 void qal_plist_remove(QalPlist *list, QalPlistNode *node) {
   if (!list || !node) return;
-  change_links(*list, [=](NodeChain &chain) { chain.remove(node); });
+  Links{*list}.remove(node);
 }
 
 QalPlistNode *qal_plist_pop(QalPlist *list) {
   if (!list) return nullptr;
-  QalPlistNode *node = nullptr;
-  change_links(*list, [&](NodeChain &chain) { node = chain.pop(); });
-  return node;
+  return Links{*list}.pop();
 }
 
 void qal_plist_concat(QalPlist *dst, QalPlist *src) {
   if (!dst || !src || dst == src) return;
-  NodeChain rest = chain_of(*src);
-  change_links(*dst, [&](NodeChain &chain) { chain.concat(rest); });
-  store(*src, rest);
+  Links moved{*src};
+  Links{*dst}.concat(moved);
 }
 
 uint32_t qal_plist_length(const QalPlist *list) { return list ? chain_of(*list).length() : 0; }
 
 void qal_plist_sort(QalPlist *list, QalPlistCompare compare) {
   if (!list || !compare) return;
-  change_links(*list, [=](NodeChain &chain) {
-    qal::internal::merge_sort(chain, [=](const QalPlistNode *p, const QalPlistNode *q) {
-      return compare(p->data, q->data) > 0;
-    });
+  Links links{*list};
+  qal::internal::merge_sort(links, [=](const QalPlistNode *p, const QalPlistNode *q) {
+    return compare(p->data, q->data) > 0;
   });
 }

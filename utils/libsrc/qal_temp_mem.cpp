@@ -1,4 +1,4 @@
-// Scratch memory: blocks that are kept after use and given out again.
+// Scratch memory: blocks that are kept after use and handed out again.
 #include <qal/temp_mem.h>
 
 #include <qal/alloc.h>
@@ -13,19 +13,21 @@ QalTempSegment *Tmem_Avail = nullptr;
 
 namespace {
 
-constexpr const char *own_file = "utils/libsrc/qal_temp_mem";
+constexpr const char *source = "utils/libsrc/qal_temp_mem";
 constexpr const char *block_label = "qal tmem segment mptr";
 constexpr std::int64_t least_size = 100;
 constexpr std::int64_t large_size = 1'000'000;
+constexpr int ok = 0;
+constexpr int unknown_block = 1;
 
-// The lists are handled through the link that leads to a segment: the head, or the `next` of the
-// one before. A search that finds nothing answers the null link at the end.
+// The functions below refer to a segment by the link that points to it: the head of the list, or
+// `next` of the segment before. A search that finds nothing returns the null link at the end.
 QalTempSegment **find_block(QalTempSegment **link, const void *block) {
   while (*link && (*link)->mptr != block) link = &(*link)->next;
   return link;
 }
 
-// As the available list ascends, the first one that is large enough is the best fit.
+// The available list ascends, so the first segment that is large enough is the best fit.
 QalTempSegment **find_size(QalTempSegment **link, std::int64_t size) {
   while (*link && (*link)->size < size) link = &(*link)->next;
   return link;
@@ -54,7 +56,7 @@ void free_segment(QalTempSegment *segment) {
   QAL_FREE(segment);
 }
 
-// A large block is not pinned by a small request.
+// A small request does not tie up a large block.
 bool is_wasteful(const QalTempSegment &segment, std::int64_t size) {
   return static_cast<double>(segment.size) * 0.25 > static_cast<double>(size) &&
          segment.size > large_size;
@@ -68,12 +70,12 @@ QalTempSegment *take_available(std::int64_t size) {
 
 QalTempSegment *make_segment(std::int64_t size) {
   QalTempSegment *segment = nullptr;
-  qal_malloc("qal tmem segment", static_cast<void *>(&segment), sizeof *segment, 153, own_file);
+  qal_malloc("qal tmem segment", static_cast<void *>(&segment), sizeof *segment, 153, source);
   if (!segment) return nullptr;
   *segment = {size, 0, nullptr, nullptr};
   qal_malloc(block_label, static_cast<void *>(&segment->mptr), static_cast<std::uint64_t>(size),
-             160, own_file);
-  // Deliberate: without its block the record is lost, not given back.
+             160, source);
+  // Deliberate: a record without its block is lost, not freed.
   return segment->mptr ? segment : nullptr;
 }
 
@@ -84,7 +86,7 @@ void display_list(const char *name, const QalTempSegment *segment) {
   }
 }
 
-// In unsigned, where a sum may wrap.
+// Unsigned, because the sum may wrap.
 std::uint64_t total_size(const QalTempSegment *segment) {
   std::uint64_t total = 0;
   for (; segment; segment = segment->next) total += static_cast<std::uint64_t>(segment->size);
@@ -114,17 +116,17 @@ void *qal_temp_mem_alloc(int64_t size) {
 
 int qal_temp_mem_release(void *ptr) {
   QalTempSegment **link = find_block(&Tmem_InUse, ptr);
-  if (!*link) return 1;
+  if (!*link) return unknown_block;
   QalTempSegment *segment = unlink_segment(link);
   insert_segment(find_size(&Tmem_Avail, segment->size), segment);
-  return 0;
+  return ok;
 }
 
 void *qal_temp_mem_resize(void *ptr, int64_t size) {
   QalTempSegment *segment = *find_block(&Tmem_InUse, ptr);
   if (!segment) return nullptr;
   if (segment->size < size) {
-    qal_realloc(block_label, static_cast<void *>(&segment->mptr), size, 333, own_file);
+    qal_realloc(block_label, static_cast<void *>(&segment->mptr), size, 333, source);
     // Deliberate: the segment stays in use without a block, its size unchanged.
     if (!segment->mptr) return nullptr;
     segment->size = size;
@@ -136,14 +138,14 @@ void *qal_temp_mem_resize(void *ptr, int64_t size) {
 int qal_temp_mem_free(void *ptr) {
   qal_temp_mem_release(ptr);
   QalTempSegment **link = find_block(&Tmem_Avail, ptr);
-  if (!*link) return 1;
+  if (!*link) return unknown_block;
   free_segment(unlink_segment(link));
-  return 0;
+  return ok;
 }
 
 int qal_temp_mem_free_all_avail() {
   while (Tmem_Avail) free_segment(unlink_segment(&Tmem_Avail));
-  return 0;
+  return ok;
 }
 
 int qal_temp_mem_free_all() {

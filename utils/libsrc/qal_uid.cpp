@@ -15,6 +15,7 @@ using qal::internal::Lock;
 using qal::internal::Mutex;
 
 constexpr int not_found = 4;
+constexpr std::uint32_t keep_on_find = 0;
 constexpr std::int32_t slot_count = 1000;
 constexpr std::int32_t records_per_chunk = 1000;
 
@@ -44,7 +45,7 @@ std::uint64_t key_of(std::uint64_t id) { return id & 0xFFFF'FFFF'FFFFU; }
 
 QalList *list_of(std::uint64_t id) QAL_REQUIRES(mutex) { return uidhash->slots[slot_of(id)]; }
 
-// The record with that id, or none. The ids of a slot ascend, and the newest come and go most, so
+// The record with that id, or null. The ids of a slot ascend and the newest are asked for most, so
 // the search begins at the tail.
 Record *record_in(const QalList *list, std::uint64_t id) {
   void *at = qal_list_last(list);
@@ -53,17 +54,20 @@ Record *record_in(const QalList *list, std::uint64_t id) {
   return record && record->id == id ? record : nullptr;
 }
 
-bool made_now() {
+// False if there is a registry already.
+bool make_registry() {
   const Lock lock(mutex);
   if (uidhash) return false;
-  uidhash =
-      qal_hash_create(slot_count, records_per_chunk, sizeof(std::uint64_t), sizeof(Values), 0);
+  uidhash = qal_hash_create(slot_count, records_per_chunk, sizeof(std::uint64_t), sizeof(Values),
+                            keep_on_find);
   return true;
 }
 
 }  // namespace
 
-int qal_uid_init() { return made_now() ? qal_thread_mutex_init(&mutex.platform()) : QAL_STATUS_OK; }
+int qal_uid_init() {
+  return make_registry() ? qal_thread_mutex_init(&mutex.platform()) : QAL_STATUS_OK;
+}
 
 uint64_t qal_uid_new(uint64_t first, uint64_t second) {
   const Lock lock(mutex);

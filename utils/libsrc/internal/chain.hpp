@@ -1,6 +1,6 @@
-// The linking rules of both list kinds, written once. A chain is the two ends of a doubly linked
-// row of nodes; a node has `prev` and `next`. The list kinds differ only in what their headers and
-// callers hold in place of a node's address.
+// How both kinds of list link their nodes. A chain holds the two ends of a doubly linked list; a
+// node has `prev` and `next`. The kinds differ only in how their headers and callers refer to a
+// node: by its own address or by its payload's.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ struct Chain {
   Node *first = nullptr;
   Node *last = nullptr;
 
-  // A node that comes in at an end keeps its outward link: a fresh or removed node has none.
+  // Adding a node at an end leaves its outward link alone: it is null in a fresh or removed node.
   void prepend(Node *node) {
     if (first) {
       node->next = first;
@@ -57,7 +57,7 @@ struct Chain {
     node->prev = node->next = nullptr;
   }
 
-  // The former first node, unlinked, or none.
+  // Unlinks the first node and returns it, or returns null.
   Node *pop() {
     Node *const node = first;
     if (!node) return nullptr;
@@ -71,7 +71,7 @@ struct Chain {
     return node;
   }
 
-  // Takes all nodes of another chain behind its own.
+  // Moves all nodes of `other` behind its own.
   void concat(Chain &other) {
     if (!other.first) return;
     if (last) {

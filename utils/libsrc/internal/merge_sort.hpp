@@ -1,6 +1,6 @@
-// The stable merge sort of both list kinds: bottom up over the links, without memory of its own and
-// without recursion. The callers' comparison sees the order of comparisons, so the levels are
-// walked one after the other: runs of 1, then of 2, of 4 and so on.
+// The stable merge sort of both kinds of list: bottom up over the links, without recursion or
+// memory of its own. The caller's comparison can observe the order of its calls, which is therefore
+// fixed: all runs of 1 are merged first, then those of 2, of 4 and so on.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@
 
 namespace qal::internal {
 
-// A sorted part of the list. While the list is sorted the first node of every run leads to the last
-// through the link that has no use yet, so that the next run is found without a walk.
+// A sorted part of the list. During the sort `prev` of a run's first node points to the run's last
+// node, so that the next run is found without a walk.
 template <typename Node>
 struct Run {
   Node *first;
@@ -26,8 +26,8 @@ void link(Node *node, Node *next) {
   next->prev = node;
 }
 
-// Merges two runs behind `tail`; answers the last node. No step depends on a branch that cannot be
-// foreseen: which run the next node comes from is a matter of picking addresses.
+// Merges two runs behind `tail` and returns the last node. Which run the next node comes from
+// cannot be predicted, so no branch depends on it: it only selects addresses.
 template <typename Node, typename BelongsAfter>
 Node *merge(Node *tail, Run<Node> p, Run<Node> q, const BelongsAfter &belongs_after) {
   for (;;) {
@@ -48,7 +48,7 @@ Node *merge(Node *tail, Run<Node> p, Run<Node> q, const BelongsAfter &belongs_af
   }
 }
 
-// Merges the runs of a list in pairs; answers how many runs there are then.
+// Merges the runs of a list in pairs and returns how many runs are left.
 template <typename Node, typename BelongsAfter>
 std::size_t merge_pairs(Chain<Node> &chain, const BelongsAfter &belongs_after) {
   std::size_t runs = 0;

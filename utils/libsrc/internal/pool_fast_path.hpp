@@ -1,5 +1,4 @@
-// The way that most elements take out of a memory pool and back, for the lists, whose elements all
-// do.
+// The fast path into and out of a memory pool, inline for the lists, whose elements all take it.
 #pragma once
 
 #include <qal/mpool.h>
@@ -21,7 +20,9 @@ inline FreeElement *link_free(void *element, void *next) {
   return ::new (element) FreeElement{static_cast<FreeElement *>(next)};
 }
 
-// The rest: refills the calling thread's list, or reports an index that has none.
+constexpr int pool_free_failed = -1;
+
+// The slow path: refills the calling thread's list, or reports an index that has none.
 void *pool_alloc_refilled(QalMpool &pool, unsigned index);
 
 inline void *pool_alloc(QalMpool *pool) {
@@ -36,7 +37,7 @@ inline void *pool_alloc(QalMpool *pool) {
 }
 
 inline int pool_free(QalMpool *pool, void *element) {
-  if (!pool || !element) return -1;
+  if (!pool || !element) return pool_free_failed;
   stopped(pthread_mutex_lock(&pool->lock));
   pool->shared_free = link_free(element, pool->shared_free);
   ++pool->shared_count;
