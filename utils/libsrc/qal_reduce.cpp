@@ -11,8 +11,7 @@
 namespace {
 
 using qal::internal::arrive;
-using qal::internal::change;
-using qal::internal::glance;
+using qal::internal::store_relaxed;
 
 // A barrier whose waiters watch a count of cycles that nobody outside sees. The public one-bit
 // phase would hang a group that is followed by a smaller one: the smaller group can flip it twice
@@ -23,13 +22,11 @@ struct GroupBarrier {
 
   template <typename Finish>
   int meet(unsigned n, const Finish &finish) {
-    return arrive(
-        record, n, [this] { return glance(generation); },
-        [this, &finish] {
-          change(generation, generation + 1);
-          record.phase ^= 1U;
-          finish();
-        });
+    return arrive(record, n, generation, [this, &finish] {
+      store_relaxed(generation, generation + 1);
+      record.phase ^= 1U;
+      finish();
+    });
   }
 };
 
