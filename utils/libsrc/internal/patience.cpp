@@ -28,7 +28,7 @@ std::atomic<Clock::rep> yielding_resumes{0};
 
 Clock::rep ticks(Clock::time_point time) { return time.time_since_epoch().count(); }
 
-void yield(Clock::time_point now) {
+void yield_to_others(Clock::time_point now) {
   sched_yield();
   const Clock::time_point back = Clock::now();
   const Clock::duration taken = back - now;
@@ -56,7 +56,7 @@ bool Patience::lasts() {
   const Clock::time_point now = Clock::now();
   if (now < spins_until_) return true;
   if (yields_left_-- == 0 || ticks(now) < yielding_resumes) return false;
-  yield(now);
+  yield_to_others(now);
   return true;
 }
 
