@@ -1,3 +1,4 @@
+// The library's start-up and end, and its cache directory.
 #include <qal/alloc.h>
 #include <qal/plist.h>
 #include <qal/startup.h>
@@ -15,7 +16,7 @@ constexpr int expected_threads = 256;
 constexpr std::uint32_t list_headers_per_chunk = 32;
 constexpr std::uint32_t list_nodes_per_chunk = 256;
 
-// Touched by the main thread only.
+// Used by the main thread alone.
 struct State {
   bool started = false;
   char *QalUtilCacheDir = nullptr;
@@ -56,7 +57,7 @@ int qal_utils_done() {
 }
 
 int qal_utils_set_cachedir(const char *path) {
-  // Copied before the old text goes: `path` may be that text.
+  // Copied before the old text is freed: `path` may be a part of it.
   char *copy = path ? copy_of(path) : nullptr;
   forget_cachedir();
   state.QalUtilCacheDir = copy;

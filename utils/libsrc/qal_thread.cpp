@@ -1,4 +1,4 @@
-// The thread table: indices, start, join, cancellation.
+// The table of threads: their indices, start, join and cancellation.
 #include <qal/thread.h>
 
 #include <array>
@@ -21,6 +21,7 @@ using qal::internal::self_key_made;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
+constexpr int no_free_slot = -1;
 constexpr int slot_count = 2048;
 constexpr int main_thread = 0;
 constexpr std::int32_t no_result = -1;
@@ -39,8 +40,8 @@ Mutex QalThreadsInternalMutex;
 std::array<ThreadSlot, slot_count> _qal_threads;
 std::int32_t _qal_thread_idx QAL_GUARDED_BY(QalThreadsInternalMutex) = 0;
 
-// Which slots have a platform thread that was not joined yet. It is kept beside the table because a
-// slot's state does not tell: a start that failed leaves a claimed slot, start-up clears them all.
+// Which slots have a platform thread that has not been joined. A slot's state does not say so: a
+// start that failed leaves its slot claimed, and start-up clears the states of all.
 std::array<std::atomic<bool>, slot_count> joinable;
 
 bool in_table(std::intptr_t index) { return index >= 0 && index < slot_count; }
@@ -59,7 +60,7 @@ void claim(ThreadSlot &slot, QalThreadRoutine routine, void *argument) {
   slot.argument = argument;
 }
 
-// The next free slot after the one examined last, or `failed` after a whole round.
+// The search begins after the slot that was examined last.
 int next_free_slot() QAL_REQUIRES(QalThreadsInternalMutex) {
   for (int tested = 0; tested < slot_count; ++tested) {
     _qal_thread_idx = (_qal_thread_idx + 1) % slot_count;
@@ -67,12 +68,12 @@ int next_free_slot() QAL_REQUIRES(QalThreadsInternalMutex) {
       return _qal_thread_idx;
     }
   }
-  return failed;
+  return no_free_slot;
 }
 
 void set_own_index(void *index) {
-  // The creator holds the mutex until the slot is filled and its index stored, so the routine
-  // cannot begin before.
+  // The creator holds the mutex until it has filled the slot and stored the index: no routine
+  // begins before that.
   const Lock lock(QalThreadsInternalMutex);
   if (self_key_made) pthread_setspecific(_qal_thread_self_key, index);
 }
@@ -114,7 +115,7 @@ int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument) 
   if (!index_out) return failed;
   const Lock lock(QalThreadsInternalMutex);
   const int index = next_free_slot();
-  if (index == failed) return failed;
+  if (index == no_free_slot) return failed;
   const auto at = static_cast<std::size_t>(index);
   claim(_qal_threads[at], routine, argument);
   const int status = qal_thread_create_sys(&_qal_threads[at].handle, index);

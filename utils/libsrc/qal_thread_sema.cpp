@@ -1,42 +1,42 @@
-// A counting semaphore whose waiters pass together when the count has come back to zero.
+// The counting semaphore, whose waiters pass together once the count is back at zero.
 #include <qal/thread.h>
 
 #include <cstdint>
 
-#include "internal/stopped.hpp"
+#include "internal/status_with_breakpoint.hpp"
 
 namespace {
 
-using qal::internal::stopped;
+using qal::internal::status_with_breakpoint;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
 
-// Permits are counted around 32 bits, so that no starting value is undefined.
+// The count wraps around at 32 bits, so no starting value leads to an undefined overflow.
 std::int32_t plus(std::int32_t count, std::int32_t change) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(count) +
                                    static_cast<std::uint32_t>(change));
 }
 
-// A failure stays the result, whatever goes well after it.
+// Once a call has failed, the result stays failed.
 void note(int &result, int status) {
   if (status != ok) result = failed;
 }
 
 void pass_on(QalThreadSema &sema, int &result) {
   if (sema.count >= 0 && sema.waiters >= 1)
-    note(result, stopped(pthread_cond_signal(&sema.condition)));
+    note(result, status_with_breakpoint(pthread_cond_signal(&sema.condition)));
 }
 
-// A cancelled waiter holds the mutex again: it takes its claim back and wakes the next waiter if
-// that one may pass now.
+// Runs when a waiter is cancelled, which holds the mutex again then: it withdraws its claim, and
+// wakes the next waiter if that one may pass now.
 void give_back(void *address) {
   auto &sema = *static_cast<QalThreadSema *>(address);
   int ignored = ok;
   sema.count = plus(sema.count, 1);
   --sema.waiters;
   pass_on(sema, ignored);
-  stopped(pthread_mutex_unlock(&sema.mutex));
+  status_with_breakpoint(pthread_mutex_unlock(&sema.mutex));
 }
 
 int wait_for_turn(QalThreadSema &sema) {
@@ -44,7 +44,7 @@ int wait_for_turn(QalThreadSema &sema) {
   ++sema.waiters;
   pthread_cleanup_push(give_back, &sema);
   while (sema.count < 0 && result == ok) {
-    note(result, stopped(pthread_cond_wait(&sema.condition, &sema.mutex)));
+    note(result, status_with_breakpoint(pthread_cond_wait(&sema.condition, &sema.mutex)));
   }
   pthread_cleanup_pop(0);
   --sema.waiters;
@@ -72,7 +72,7 @@ int qal_thread_sema_destroy(QalThreadSema *s) {
 }
 
 int qal_thread_sema_wait(QalThreadSema *s) {
-  if (!s || stopped(pthread_mutex_lock(&s->mutex)) != ok) return failed;
+  if (!s || status_with_breakpoint(pthread_mutex_lock(&s->mutex)) != ok) return failed;
   int result = ok;
   const bool permitted = s->count >= 1;
   s->count = plus(s->count, -1);
@@ -80,18 +80,18 @@ int qal_thread_sema_wait(QalThreadSema *s) {
     result = wait_for_turn(*s);
     pass_on(*s, result);
   }
-  note(result, stopped(pthread_mutex_unlock(&s->mutex)));
+  note(result, status_with_breakpoint(pthread_mutex_unlock(&s->mutex)));
   return result;
 }
 
 int qal_thread_sema_release(QalThreadSema *s) {
-  if (!s || stopped(pthread_mutex_lock(&s->mutex)) != ok) return failed;
+  if (!s || status_with_breakpoint(pthread_mutex_lock(&s->mutex)) != ok) return failed;
   int result = ok;
   // Deliberate: only the release that pays the last debt wakes anybody; the woken thread passes the
   // signal on, so all waiters go together.
   s->count = plus(s->count, 1);
-  if (s->count == 0) note(result, stopped(pthread_cond_signal(&s->condition)));
-  note(result, stopped(pthread_mutex_unlock(&s->mutex)));
+  if (s->count == 0) note(result, status_with_breakpoint(pthread_cond_signal(&s->condition)));
+  note(result, status_with_breakpoint(pthread_mutex_unlock(&s->mutex)));
   return result;
 }
 

@@ -1,4 +1,4 @@
-// The platform's threads, keys, mutexes and condition variables under the library's results.
+// The platform's threads, keys, mutexes and condition variables as the library's.
 #include <qal/clock.h>
 #include <qal/thread.h>
 
@@ -8,19 +8,21 @@
 #include <ctime>
 #include <limits>
 
-#include "internal/stopped.hpp"
+#include "internal/status_with_breakpoint.hpp"
 
 namespace {
 
-using qal::internal::stopped;
+using qal::internal::status_with_breakpoint;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
 constexpr int busy = 1;
 constexpr int timed_out = 99;
 constexpr std::size_t stack_size_bytes = std::size_t{2} * 1024 * 1024;
+constexpr std::int32_t nanoseconds_per_second = 1'000'000'000;
+constexpr std::int32_t nanoseconds_per_microsecond = 1000;
 
-int reduced(int platform_result) { return platform_result == 0 ? ok : failed; }
+int status_of(int platform_result) { return platform_result == 0 ? ok : failed; }
 
 struct Span {
   std::int32_t seconds;
@@ -34,7 +36,7 @@ Span split(float seconds) {
   if (seconds < -limit) return {std::numeric_limits<std::int32_t>::min(), 0};
   const auto whole = static_cast<std::int32_t>(seconds);
   const float fraction = seconds - static_cast<float>(whole);
-  return {whole, static_cast<std::int32_t>(static_cast<double>(fraction) * 1e9)};
+  return {whole, static_cast<std::int32_t>(static_cast<double>(fraction) * nanoseconds_per_second)};
 }
 
 timespec deadline_after(float seconds) {
@@ -42,11 +44,11 @@ timespec deadline_after(float seconds) {
   qal_time_get(&now);
   const Span span = split(seconds);
   std::int64_t whole = std::int64_t{now.seconds} + span.seconds;
-  std::int32_t nanoseconds = now.microseconds * 1000 + span.nanoseconds;
-  // Deliberate: exactly 10^9 is not carried; the platform then refuses the deadline.
-  if (nanoseconds >= 1'000'000'001) {
+  std::int32_t nanoseconds = now.microseconds * nanoseconds_per_microsecond + span.nanoseconds;
+  // Deliberate: exactly 10^9 is not carried; the wait then fails.
+  if (nanoseconds > nanoseconds_per_second) {
     ++whole;
-    nanoseconds -= 1'000'000'000;
+    nanoseconds -= nanoseconds_per_second;
   }
   timespec deadline{};
   deadline.tv_sec = static_cast<std::time_t>(whole);
@@ -61,21 +63,21 @@ int qal_thread_create_sys(QalThreadHandle *handle_out, int index) {
   if (!handle_out || pthread_attr_init(&attributes) != 0) return failed;
   pthread_attr_setstacksize(&attributes, stack_size_bytes);
   void *const argument = reinterpret_cast<void *>(static_cast<std::intptr_t>(index));
-  // A start that fails may scribble over the handle, and the caller's may be one still to be
-  // joined.
+  // A start that fails may overwrite the handle it is given, and the caller's may be that of a
+  // thread still to be joined.
   QalThreadHandle handle;
   const int status = pthread_create(&handle, &attributes, qal_thread_start_void, argument);
   pthread_attr_destroy(&attributes);
   if (status == 0) *handle_out = handle;
-  return reduced(status);
+  return status_of(status);
 }
 
-int qal_thread_join_sys(QalThreadHandle handle) { return reduced(pthread_join(handle, nullptr)); }
+int qal_thread_join_sys(QalThreadHandle handle) { return status_of(pthread_join(handle, nullptr)); }
 
-int qal_thread_cancel_sys(QalThreadHandle handle) { return reduced(pthread_cancel(handle)); }
+int qal_thread_cancel_sys(QalThreadHandle handle) { return status_of(pthread_cancel(handle)); }
 
 int qal_thread_key_create(QalThreadKey *key_out) {
-  return key_out ? reduced(pthread_key_create(key_out, nullptr)) : failed;
+  return key_out ? status_of(pthread_key_create(key_out, nullptr)) : failed;
 }
 
 int qal_thread_setspecific(QalThreadKey key, const void *value) {
@@ -85,48 +87,50 @@ int qal_thread_setspecific(QalThreadKey key, const void *value) {
 void *qal_thread_getspecific(QalThreadKey key) { return pthread_getspecific(key); }
 
 int qal_thread_mutex_init(QalThreadMutex *m) {
-  return m ? reduced(pthread_mutex_init(m, nullptr)) : failed;
+  return m ? status_of(pthread_mutex_init(m, nullptr)) : failed;
 }
 
 int qal_thread_mutex_destroy(QalThreadMutex *m) {
-  return m ? reduced(pthread_mutex_destroy(m)) : failed;
+  return m ? status_of(pthread_mutex_destroy(m)) : failed;
 }
 
-int qal_thread_mutex_lock(QalThreadMutex *m) { return m ? stopped(pthread_mutex_lock(m)) : failed; }
+int qal_thread_mutex_lock(QalThreadMutex *m) {
+  return m ? status_with_breakpoint(pthread_mutex_lock(m)) : failed;
+}
 
 int qal_thread_mutex_trylock(QalThreadMutex *m) {
   if (!m) return failed;
   const int status = pthread_mutex_trylock(m);
-  return status == EBUSY ? busy : stopped(status);
+  return status == EBUSY ? busy : status_with_breakpoint(status);
 }
 
 int qal_thread_mutex_unlock(QalThreadMutex *m) {
-  return m ? stopped(pthread_mutex_unlock(m)) : failed;
+  return m ? status_with_breakpoint(pthread_mutex_unlock(m)) : failed;
 }
 
 int qal_thread_cond_init(QalThreadCond *c) {
-  return c ? reduced(pthread_cond_init(c, nullptr)) : failed;
+  return c ? status_of(pthread_cond_init(c, nullptr)) : failed;
 }
 
 int qal_thread_cond_destroy(QalThreadCond *c) {
-  return c ? reduced(pthread_cond_destroy(c)) : failed;
+  return c ? status_of(pthread_cond_destroy(c)) : failed;
 }
 
 int qal_thread_cond_broadcast(QalThreadCond *c) {
-  return c ? stopped(pthread_cond_broadcast(c)) : failed;
+  return c ? status_with_breakpoint(pthread_cond_broadcast(c)) : failed;
 }
 
 int qal_thread_cond_signal(QalThreadCond *c) {
-  return c ? stopped(pthread_cond_signal(c)) : failed;
+  return c ? status_with_breakpoint(pthread_cond_signal(c)) : failed;
 }
 
 int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m) {
-  return c && m ? stopped(pthread_cond_wait(c, m)) : failed;
+  return c && m ? status_with_breakpoint(pthread_cond_wait(c, m)) : failed;
 }
 
 int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float seconds) {
   if (!c || !m) return failed;
   const timespec deadline = deadline_after(seconds);
   const int status = pthread_cond_timedwait(c, m, &deadline);
-  return status == ETIMEDOUT ? timed_out : stopped(status);
+  return status == ETIMEDOUT ? timed_out : status_with_breakpoint(status);
 }

@@ -1,11 +1,12 @@
-// The meeting of threads at a barrier, shared by the public barrier and by the reductions, which
-// differ in what tells a waiter that its cycle is over.
+// How threads meet at a barrier: the public one, or one of a reduction.
 #pragma once
 
 #include <qal/barrier.h>
 
-#include <chrono>
 #include <cstdint>
+
+#include "internal/no_cancellation.hpp"
+#include "internal/patience.hpp"
 
 namespace qal::internal {
 
@@ -14,34 +15,18 @@ constexpr int barrier_waited = 0;
 constexpr int barrier_last = 1;
 constexpr std::uint32_t barrier_valid = 0xABCD;
 
-// What tells waiters that their cycle is over. It changes under the barrier's mutex alone; those
-// that are still awake glance at it without, and believe what they saw once they hold the mutex.
+// What waiters watch is stored under the barrier's mutex alone. Waiters that are awake load it
+// without the mutex; relaxed is enough, because they load it again with the mutex held before they
+// return.
 template <typename Number>
-Number glance(const Number &number) {
+Number load_relaxed(const Number &number) {
   return __atomic_load_n(&number, __ATOMIC_RELAXED);
 }
 
 template <typename Number>
-void change(Number &number, Number value) {
+void store_relaxed(Number &number, Number value) {
   __atomic_store_n(&number, value, __ATOMIC_RELAXED);
 }
-
-// How long a thread that waits for others stays awake. Most meetings are over before it would have
-// fallen asleep and been woken again.
-class Patience {
- public:
-  using Clock = std::chrono::steady_clock;
-
-  explicit Patience(unsigned threads);
-
-  // False when it is time to sleep. At first the thread may look again at once, unless there are
-  // too few processors for all who meet; later others run in between.
-  bool lasts();
-
- private:
-  Clock::time_point spins_until_{};
-  int turns_left_;
-};
 
 template <typename Blocked>
 int sleep_while(QalThreadBarrier &barrier, const Blocked &blocked) {
@@ -54,41 +39,44 @@ int sleep_while(QalThreadBarrier &barrier, const Blocked &blocked) {
   return result;
 }
 
-// Waits, without cancellation, as long as `blocked` says so. Called with the mutex held, which it
-// gives back.
+// Waits while `blocked` returns true. Called with the mutex held; returns without it.
 template <typename Blocked>
 int wait_while(QalThreadBarrier &barrier, const Blocked &blocked) {
   const unsigned threads = barrier.count;
-  int previous = 0;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
+  const NoCancellation until_return;
   pthread_mutex_unlock(&barrier.mutex);
   Patience patience(threads);
   while (blocked() && patience.lasts()) continue;
-  const int result = sleep_while(barrier, blocked);
-  pthread_setcancelstate(previous, nullptr);
-  return result;
+  return sleep_while(barrier, blocked);
 }
 
-// One arrival. `generation` glances at what waiters watch; `flip` changes it under the barrier's
-// mutex, and more if the cycle's end calls for it, before anybody is released.
-template <typename Generation, typename Flip>
-int arrive(QalThreadBarrier &barrier, unsigned n, const Generation &generation, const Flip &flip) {
+// Called by the last arrival with the mutex held; returns without it.
+template <typename EndCycle>
+int release_all(QalThreadBarrier &barrier, const EndCycle &end_cycle) {
+  barrier.remaining = barrier.count;
+  end_cycle();
+  const int status = pthread_cond_broadcast(&barrier.condition);
+  pthread_mutex_unlock(&barrier.mutex);
+  return status == 0 ? barrier_last : barrier_failed;
+}
+
+// One arrival. Waiters watch the number `watched`. The last arrival calls `end_cycle` under the
+// barrier's mutex, before any waiter is released: it stores another number there, and does whatever
+// else must be done by then.
+template <typename Number, typename EndCycle>
+int arrive(QalThreadBarrier &barrier, unsigned n, const Number &watched,
+           const EndCycle &end_cycle) {
   if (barrier.magic != barrier_valid || pthread_mutex_lock(&barrier.mutex) != 0) {
     return barrier_failed;
   }
-  int result = barrier_failed;
   if (barrier.count == 0) barrier.count = barrier.remaining = n;
-  if (barrier.count != 0) {
-    const auto entered = generation();
-    if (barrier.remaining-- != 1) {
-      return wait_while(barrier, [&] { return generation() == entered; });
-    }
-    barrier.remaining = barrier.count;
-    flip();
-    result = pthread_cond_broadcast(&barrier.condition) == 0 ? barrier_last : barrier_failed;
+  if (barrier.count == 0) {
+    pthread_mutex_unlock(&barrier.mutex);
+    return barrier_failed;
   }
-  pthread_mutex_unlock(&barrier.mutex);
-  return result;
+  const Number entered = load_relaxed(watched);
+  if (--barrier.remaining == 0) return release_all(barrier, end_cycle);
+  return wait_while(barrier, [&] { return load_relaxed(watched) == entered; });
 }
 
 }  // namespace qal::internal

@@ -1,5 +1,5 @@
-// A scope guard for the library's mutexes, and the words by which clang's thread-safety analysis
-// proves what each mutex guards.
+// The library's mutex with its scope guard, and the annotations from which clang's thread-safety
+// analysis checks what each mutex guards.
 #pragma once
 
 #include <qal/thread.h>
@@ -14,11 +14,11 @@
 
 namespace qal::internal {
 
-// A process-wide mutex that needs no start-up. `platform()` hands it to functions that wait or set
-// it up anew.
+// A process-wide mutex that can be locked without a start-up. `platform()` is for start-up, which
+// sets it up anew.
 class QAL_THREAD_ANNOTATION(capability("mutex")) Mutex {
  public:
-  // Answers the platform's error number, 0 with the mutex held.
+  // Returns 0 with the mutex held, or the platform's error number.
   int lock() QAL_THREAD_ANNOTATION(try_acquire_capability(0)) {
     return pthread_mutex_lock(&mutex_);
   }

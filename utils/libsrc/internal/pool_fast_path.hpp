@@ -6,7 +6,7 @@
 #include <iterator>
 #include <new>
 
-#include "internal/stopped.hpp"
+#include "internal/status_with_breakpoint.hpp"
 #include "internal/thread_index.hpp"
 
 namespace qal::internal {
@@ -38,10 +38,10 @@ inline void *pool_alloc(QalMpool *pool) {
 
 inline int pool_free(QalMpool *pool, void *element) {
   if (!pool || !element) return pool_free_failed;
-  stopped(pthread_mutex_lock(&pool->lock));
+  status_with_breakpoint(pthread_mutex_lock(&pool->lock));
   pool->shared_free = link_free(element, pool->shared_free);
   ++pool->shared_count;
-  return stopped(pthread_mutex_unlock(&pool->lock));
+  return status_with_breakpoint(pthread_mutex_unlock(&pool->lock));
 }
 
 }  // namespace qal::internal

@@ -1,4 +1,4 @@
-// The calling thread's index, for those who ask too often for a call.
+// The calling thread's index, inline because every allocation from a pool looks it up.
 #pragma once
 
 #include <qal/thread.h>
@@ -7,7 +7,7 @@
 
 namespace qal::internal {
 
-// The key exists from start-up on; before that every thread reads as index 0.
+// The key exists from start-up on; before that every thread has index 0.
 extern QalThreadKey _qal_thread_self_key;
 extern bool self_key_made;
 
