@@ -1,4 +1,4 @@
-// The character classes. The <cctype> functions are not defined for most ints, so each argument is
+// The character classes. The <cctype> functions are undefined for most ints, so each argument is
 // reduced to its low byte first.
 #include <qal/text.h>
 

@@ -1,4 +1,4 @@
-// Keeps errno over a scope, for work that its caller is not to notice.
+// Keeps errno over a scope, for code whose callers look at it afterwards.
 #pragma once
 
 #include <cerrno>
