@@ -45,7 +45,7 @@ void exchange_part_names(char *a, char *b) {
   copy_part_name(b, kept);
 }
 
-// One bubble pass over the first `count` names; says whether any moved.
+// One bubble pass over the first `count` names. Returns whether any moved.
 bool exchange_neighbours(char **names, int count) {
   bool exchanged = false;
   for (int i = 0; i + 1 < count; ++i) {

@@ -167,7 +167,7 @@ void qal_fatal(const char *format, ...) {
 }
 
 void qal_abort(const char *format, ...) {
-  // Deliberate: without a host that listens the process goes on.
+  // Deliberate: without a callback for the console the process continues.
   if (!logger.ConsoleFunc) return;
   std::va_list arguments;
   va_start(arguments, format);
@@ -225,7 +225,7 @@ char *qal_scrub_format_string(const char *text) {
 void update_windows_console(int /*state*/) {}
 
 void nsstring_vsprintf(char *out, const char *format, va_list arguments) {
-  // The caller passes no size. A text's length is an int, so this bounds none.
+  // The caller passes no size, so this one is larger than any text.
   constexpr std::size_t any_length = INT_MAX;
   if (platform::format_text(out, any_length, format, arguments) < 0) out[0] = '\0';
 }

@@ -85,7 +85,7 @@ constexpr char version_label[] = "ProductVersion:";
 using VersionOutput = std::array<char, 1025>;
 
 bool read_version_output(VersionOutput &output) {
-  // "r" alone: popen takes the "e" of other opens on some systems only.
+  // Without "e", which popen accepts on some systems only.
   const Pipe pipe{popen(version_command, "r")};
   if (!pipe) return false;
   output[qal::internal::read_uninterrupted(output.data(), output.size() - 1, pipe.get())] = '\0';

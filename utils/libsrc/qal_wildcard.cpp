@@ -291,7 +291,8 @@ class PathMatcher {
     return Outcome::passed;
   }
 
-  // `begin` is where the current attempt began: behind a star, that is its whole string.
+  // `begin` is where the current attempt began. An attempt behind a star takes what is there for
+  // the whole string.
   bool tolerates(Byte literal, const Byte *begin, const Byte *string) const {
     if (!has(QAL_FNM_TRAILING_SLASH) || *string || string == begin) return false;
     // Deliberate: the slash need not be the pattern's last byte, and a lone "/" tolerates any

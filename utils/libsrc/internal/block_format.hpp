@@ -17,8 +17,8 @@ struct BlockCounters {
 std::size_t write_block(const void *data, std::size_t size, std::size_t count, std::FILE *stream,
                         int level);
 
-// Returns the bytes read after decompression, or 0 on failure. A block of another size than was
-// asked for is passed to `report`; only one of the right size counts.
+// Returns the bytes read after decompression, or 0 on failure. A block of another size than `size`
+// times `count` is reported and not counted.
 std::size_t read_block(void *data, std::size_t size, std::size_t count, std::FILE *stream,
                        BlockCounters counters, void (*report)(const char *message));
 

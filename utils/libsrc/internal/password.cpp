@@ -10,7 +10,7 @@ namespace qal::internal {
 namespace {
 
 constexpr std::size_t first_size_bytes = 1024;
-constexpr std::size_t largest_size_bytes = 1 << 20;  // no honest entry comes near it
+constexpr std::size_t largest_size_bytes = 1 << 20;  // far more than a real entry needs
 
 OwnedText block(std::size_t size) {
   char *room = nullptr;

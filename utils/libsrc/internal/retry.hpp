@@ -8,7 +8,7 @@
 
 namespace qal::internal {
 
-// How the system's calls say that they have failed, by the type of their result.
+// How a system call reports failure depends on the type of its result.
 inline bool has_failed(std::intmax_t result) { return result == -1; }
 inline bool has_failed(const void *result) { return !result; }
 

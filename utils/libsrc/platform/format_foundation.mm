@@ -11,7 +11,7 @@
 namespace qal::internal::platform {
 namespace {
 
-// The format comes from the caller; its own declaration has it checked.
+// The format is a parameter; the compiler checks it where it is written.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 NSString *formatted(const char *format, NSStringEncoding encoding, std::va_list arguments) {

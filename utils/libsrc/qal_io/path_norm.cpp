@@ -87,7 +87,7 @@ class Resolution {
   std::size_t length_ = 0;
 };
 
-// One byte for the slash of each kept segment, also of the first, which may have none.
+// Counts a slash for each kept segment, even for a first one that has none.
 std::size_t room_for(std::string_view segments) {
   const bool lacks_first_slash = !segments.empty() && segments.front() != '/';
   return segments.size() + (lacks_first_slash ? 1 : 0);
