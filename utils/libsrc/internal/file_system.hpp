@@ -17,7 +17,7 @@ constexpr std::size_t longest_name = 255;
 // terminal.
 Descriptor open_any_kind(const char *path);
 
-// Opening is the test, as a reader would.
+// Tests by opening, as a reader would.
 bool can_be_opened(const char *path);
 
 Directory open_directory(const char *path);
