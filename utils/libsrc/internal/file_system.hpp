@@ -30,8 +30,8 @@ constexpr bool is_within_limits(std::size_t directory_length, std::size_t name_l
   return name_length <= longest_name && directory_length + 1 + name_length < path_room;
 }
 
-// Deliberate: one bit of the file type only. Sockets and block devices carry it too, so a listing
-// has them among the directories; a removal cannot open them as one and ends.
+// Deliberate: one bit of the file type only. Sockets and block devices carry it too: a listing has
+// them among the directories, and a removal ends at them, because they cannot be opened as such.
 constexpr bool counts_as_directory(mode_t mode) {
   constexpr mode_t directory_bit = 0040000;
   return (mode & directory_bit) != 0;
