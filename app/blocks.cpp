@@ -1,13 +1,11 @@
 // The programs' pair for compressed blocks.
 #include <qal/logger.h>
+#include <zlib.h>
 #include <kalmora/blocks.hpp>
 
 #include "internal/block_format.hpp"
 
 namespace {
-
-using qal::internal::add_atomically;
-using qal::internal::BlockHeader;
 
 std::uint64_t in_bytes = 0;
 std::uint64_t out_bytes = 0;
@@ -30,12 +28,8 @@ std::size_t fwrite_zlib(const void *data, std::size_t size, std::size_t count, s
 }
 
 std::size_t fread_zlib(void *data, std::size_t size, std::size_t count, std::FILE *stream) {
-  return qal::internal::read_block(
-      data, size, count, stream, [](const char *message) { qal_info("%s", message); },
-      [](const BlockHeader &header) {
-        add_atomically(in_bytes, header.uncompressed);
-        add_atomically(out_bytes, header.compressed);
-      });
+  return qal::internal::read_block(data, size, count, stream, {in_bytes, out_bytes},
+                                   [](const char *message) { qal_info("%s", message); });
 }
 
 void zlib_compression_method(int *level, int mode) {

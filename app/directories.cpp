@@ -1,3 +1,4 @@
+// The directory texts that every program of the family reads from its environment.
 #include <qal/files.h>
 #include <qal/logger.h>
 #include <qal/path.h>
@@ -38,10 +39,11 @@ constexpr char old_version[] = "101";
 constexpr char vemo_version[] = "32";
 
 constexpr std::size_t path_size = 1024;
+constexpr int user_home_capacity = 1009;  // for expfnam
 constexpr int expfnam_too_long = -2;
 
-// Writes a directory, or leaves the text empty when it does not fit: a cut path is another
-// directory.
+// Writes a directory, or leaves the text empty when it does not fit: a path without its end names
+// another directory.
 bool compose(std::span<char> text, Pieces pieces) { return BoundedText{text}.append(pieces); }
 
 void convert(char *path) { qal_convert_pathname(path, 0); }
@@ -55,7 +57,7 @@ void name_resource_directory(std::span<char> text, const char *product, const ch
   std::snprintf(text.data(), text.size(), "Library/Application Support/%s%s", product, suffix);
 }
 
-// Deliberate: the fixed trees are taken as they are, neither converted nor expanded.
+// Deliberate: the fixed trees are neither converted nor expanded.
 void use_fixed_trees() {
   qal_info("getenv(ZUL_HOME) returned NULL\n");
   compose(Zul_home_directory, {"/usr/local/ZUL/"});
@@ -90,8 +92,7 @@ void resolve_trees() {
   }
 }
 
-// Publishes the default word for a platform that has none of its own. The environment keeps the
-// setting, so it is never released.
+// Sets the default word in the environment, which keeps the text itself, so it is never released.
 const char *default_arch() {
   static char setting[] = "ZUL_ARCH=apple";
   const char *const word = putenv(setting) == 0 ? std::getenv("ZUL_ARCH") : "apple";
@@ -107,16 +108,16 @@ void resolve_arch() {
   qal_strncpy(Zul_arch, word ? word : default_arch(), sizeof Zul_arch);
 }
 
-// False when the home is longer than its text. A home that is unknown is empty and no failure.
+// False when the home does not fit. An unknown home is empty and no failure.
 bool resolve_user_home() {
   if (const char *const set = std::getenv("ZUL_USER_HOMEDIR")) {
     return compose(User_home_directory, {set});
   }
-  return expfnam("~", 1, User_home_directory, 1009) != expfnam_too_long;
+  return expfnam("~", 1, User_home_directory, user_home_capacity) != expfnam_too_long;
 }
 
 // Deliberate: an empty home gives a directory that begins with "/". A home that did not fit gives
-// none, because that one would be somebody else's.
+// an empty text, because that directory would be another user's.
 void resolve_user_resources(bool home_fits) {
   User_resource_directory[0] = '\0';
   if (!home_fits) return;
@@ -124,8 +125,8 @@ void resolve_user_resources(bool home_fits) {
   convert(User_resource_directory);
 }
 
-// A colon-separated list in one of the texts. An entry is taken whole, with its separator, or not
-// at all.
+// A colon-separated list in one of the texts. An entry is appended whole, with its separator, or
+// left out.
 class SearchPath {
  public:
   explicit SearchPath(std::span<char> text) : text_(text) {}
@@ -136,7 +137,7 @@ class SearchPath {
   }
   void convert_all() { convert(text_.data()); }
 
-  // Composes the entry apart, so that converting it leaves the rest of the list as it is.
+  // Composes the entry separately, so that converting it leaves the rest of the list as it is.
   void append_converted(std::string_view separator, Pieces pieces) {
     char entry[path_size];
     if (!compose(entry, pieces)) return;

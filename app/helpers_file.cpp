@@ -1,3 +1,4 @@
+// The file helpers: expanded names, temporary files, lines, directories, pieces of files.
 #include <dirent.h>
 #include <qal/files.h>
 #include <sys/stat.h>
@@ -16,8 +17,10 @@
 #include <string_view>
 
 #include "internal/bounded_text.hpp"
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 #include "internal/password.hpp"
+#include "internal/retry.hpp"
 
 namespace {
 
@@ -34,6 +37,10 @@ constexpr int cannot_transfer = -3;  // remote_fileio
 
 constexpr std::size_t home_path_max = 1023;
 constexpr int line_count_path_size = 499;
+
+// The flags of remote_fileio.
+constexpr int mode_bits = 0xff;
+constexpr int keep_file_bit = 0x100;
 
 int put_expanded(std::string_view home, std::string_view rest, std::span<char> room) {
   if (room.empty()) return too_long;
@@ -60,19 +67,12 @@ const char *temporary_directory() {
   return nullptr;
 }
 
-template <typename Open>
-auto open_uninterrupted(Open open) {
-  auto opened = open();
-  while (!opened && errno == EINTR) opened = open();
-  return opened;
-}
-
 File open_file(const char *path, const char *mode) {
-  return open_uninterrupted([=] { return File{std::fopen(path, mode)}; });
+  return File{qal::internal::retry_interrupted([=] { return std::fopen(path, mode); })};
 }
 
-// Counts the runs of characters between line feeds, block by block. Deliberate: a file that begins
-// with a line feed has none, whatever follows.
+// Counts the runs of characters between line feeds, block by block. Deliberate: the count is 0 for
+// a file that begins with a line feed, whatever follows.
 std::int64_t count_lines(std::FILE *file) {
   std::int64_t count = 0;
   char before = '\n';
@@ -99,7 +99,7 @@ dirent **zeroed_entries(std::size_t count) {
 }
 
 dirent *copy_of(const dirent *entry) {
-  constexpr std::size_t spare_bytes = 1049;  // what stands before the name, and then some
+  constexpr std::size_t spare_bytes = 1049;  // more than what precedes the name in an entry
   const std::size_t length = std::strlen(entry->d_name);
   auto *const copy = static_cast<dirent *>(std::calloc(1, length + spare_bytes));
   if (!copy) return nullptr;
@@ -110,7 +110,7 @@ dirent *copy_of(const dirent *entry) {
 }
 
 // Merges two sorted runs, the first `middle` entries and the rest, by way of `scratch`. Whatever
-// `compare` answers, no index leaves the runs.
+// `compare` returns, no index leaves the runs.
 void merge_runs(std::span<dirent *> entries, std::size_t middle, Compare compare,
                 dirent **scratch) {
   std::copy_n(entries.begin(), middle, scratch);
@@ -127,7 +127,7 @@ void merge_runs(std::span<dirent *> entries, std::size_t middle, Compare compare
 }
 
 // A stable merge sort of our own: comparisons such as numcompar are no consistent order over their
-// whole range, and the C library's qsort may leave the array then.
+// whole range, and with these the C library's qsort may read and write outside the array.
 bool sort_entries(std::span<dirent *> entries, Compare compare) {
   const std::unique_ptr<dirent *[], FreeMemory> scratch { zeroed_entries(entries.size()) };
   if (!scratch) return false;
@@ -140,7 +140,7 @@ bool sort_entries(std::span<dirent *> entries, Compare compare) {
   return true;
 }
 
-// Copies of directory entries in an array that grows and always ends in null.
+// Copies of directory entries in an array that grows and always ends with null.
 class EntryList {
  public:
   EntryList() : entries_(zeroed_entries(room_ + 1)) {}
@@ -179,22 +179,20 @@ class EntryList {
   Entries entries_;
 };
 
-Directory open_directory(const char *path) {
+Directory open_readable(const char *path) {
   if (!path) return nullptr;
-  auto directory = open_uninterrupted([=] { return Directory{opendir(path)}; });
+  Directory directory = qal::internal::open_directory(path);
   struct stat info;
   if (directory && fstat(dirfd(directory.get()), &info) != 0) directory.reset();
   return directory;
 }
 
 bool read_entries(DIR *directory, int (*keep)(const dirent *), EntryList &entries) {
-  for (;;) {
-    errno = 0;
-    const dirent *const entry = readdir(directory);
-    if (!entry) return errno == 0;
+  while (const dirent *entry = qal::internal::next_entry(directory)) {
     if (keep && keep(entry) == 0) continue;
     if (!entries.append(entry)) return false;
   }
+  return errno == 0;
 }
 
 enum Mode { read_piece = 0, write_piece = 1, ask_size = 2 };
@@ -225,8 +223,8 @@ bool transfer(int mode, const Piece &piece, std::FILE *file) {
   return std::fwrite(piece.buffer, 1, wanted, file) == wanted;
 }
 
-// The position after the transfer, or a number below 0. The file is closed either way; closing it
-// is what hands buffered bytes to the system, so its result counts.
+// Returns the position after the transfer, or a number below 0. Closing the file writes what is
+// still buffered, so its result counts.
 std::int64_t transfer_and_close(int mode, const Piece &piece, File file) {
   const std::int64_t position = transfer(mode, piece, file.get()) ? ftello(file.get()) : -1;
   return std::fclose(file.release()) == 0 ? position : -1;
@@ -276,7 +274,7 @@ int our_scandir(const char *directory, struct dirent ***list, int (*keep)(const 
                 int (*compare)(const struct dirent **, const struct dirent **)) {
   if (!list) return not_possible;
   *list = nullptr;
-  Directory stream = open_directory(directory);
+  Directory stream = open_readable(directory);
   if (!stream) return not_possible;
   EntryList entries;
   if (!entries || !read_entries(stream.get(), keep, entries)) return not_possible;
@@ -289,8 +287,8 @@ int our_scandir(const char *directory, struct dirent ***list, int (*keep)(const 
 int remote_fileio(const char *path, int flags, int origin, int64_t offset, int64_t count,
                   void *buffer, int64_t *position) {
   if (position) *position = 0;
-  const int mode = flags & 0xff;
-  const bool keep_file = (flags & 0x100) != 0;
+  const int mode = flags & mode_bits;
+  const bool keep_file = (flags & keep_file_bit) != 0;
   if (!path || mode > ask_size) return not_possible;
   const Piece piece{origin, offset, count, buffer};
   if (mode != ask_size && !piece.is_sound()) return cannot_transfer;  // before it empties a file

@@ -1,3 +1,4 @@
+// The number helpers: random numbers, tolerances, comparisons.
 #include <kalmora/helpers.hpp>
 
 #include <algorithm>
@@ -23,8 +24,8 @@ struct Layout<double> {
   static constexpr int exponent_bits = 11;
 };
 
-// Divides the binary exponent and puts it back into its field, whatever the field is too narrow for
-// being lost.
+// Divides the binary exponent and puts it back into its field. Bits that the field is too narrow
+// for are lost.
 template <typename Value>
 Value divide_exponent(Value value, int divisor) {
   using Bits = typename Layout<Value>::Bits;

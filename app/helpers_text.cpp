@@ -1,3 +1,4 @@
+// The text helpers: names, the saved shell command, version texts.
 #include <qal/text.h>
 #include <strings.h>
 #include <kalmora/helpers.hpp>
@@ -13,7 +14,11 @@ namespace {
 
 constexpr std::size_t part_name_max = 80;
 
-// The process's saved command; belongs to one thread at a time.
+// Modes of change_rsh.
+constexpr int retrieve = 0;
+constexpr int store = 1;
+
+// The process's saved command, for one thread at a time.
 char shell_command[1024];
 
 char lowered(char c) {
@@ -23,7 +28,7 @@ char lowered(char c) {
 
 void store_shell_command(const char *text) {
   const std::size_t length = strnlen(text, sizeof shell_command - 1);
-  std::memmove(shell_command, text, length);  // the stored text itself may be stored again
+  std::memmove(shell_command, text, length);  // `text` may be the stored text itself
   shell_command[length] = '\0';
 }
 
@@ -40,7 +45,7 @@ void exchange_part_names(char *a, char *b) {
   copy_part_name(b, kept);
 }
 
-// One bubble pass over the first `count` names; says whether any moved.
+// One bubble pass over the first `count` names. Returns whether any moved.
 bool exchange_neighbours(char **names, int count) {
   bool exchanged = false;
   for (int i = 0; i + 1 < count; ++i) {
@@ -51,7 +56,7 @@ bool exchange_neighbours(char **names, int count) {
   return exchanged;
 }
 
-// What stands before `end`, which is taken off `rest` as well; the start value when it is missing.
+// Takes the number before `end` off `rest`, and `end` too. Returns 0 when `end` is missing.
 int take_number(std::string_view &rest, char end) {
   const std::size_t length = rest.find(end);
   if (length == rest.npos) {
@@ -91,10 +96,11 @@ int replace_illegal(char *name) {
 }
 
 int readercmp(const char *a, const char *b) {
+  constexpr int not_comparable = 1;
   char texts[2][part_name_max + 1];
   const char *const names[2] = {a, b};
   for (int i = 0; i < 2; ++i) {
-    if (!names[i] || strnlen(names[i], part_name_max + 1) > part_name_max) return 1;
+    if (!names[i] || strnlen(names[i], part_name_max + 1) > part_name_max) return not_comparable;
     copy_part_name(texts[i], names[i]);
     qal_strrepl(texts[i], " ", "", 0);
   }
@@ -108,11 +114,11 @@ char *lower_case(const char *text) {
 }
 
 char *change_rsh(char *text, int mode) {
-  if (mode == 1) {
+  if (mode == store) {
     if (text) store_shell_command(text);
     return shell_command;
   }
-  if (mode == 0 && text) std::memmove(text, shell_command, std::strlen(shell_command) + 1);
+  if (mode == retrieve && text) std::memmove(text, shell_command, std::strlen(shell_command) + 1);
   return text;
 }
 

@@ -1,5 +1,4 @@
-// What every program of the family asks first: where the installation is and on which platform it
-// runs.
+// Where the installation is and on which platform it runs.
 #include <qal/text.h>
 #include <kalmora/directories.hpp>
 
@@ -8,8 +7,8 @@
 
 namespace {
 
-// Cuts at the last separator when nothing but line ends follows it. Deliberate: the first character
-// is never looked at, so that the root "/" stays.
+// Cuts at the last separator when only line ends follow it. Deliberate: the first character is
+// never examined, so that the root "/" stays.
 void drop_trailing_separator(char *path) {
   for (std::size_t at = std::strlen(path); at > 0; --at) {
     const char c = path[at];

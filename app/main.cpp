@@ -16,9 +16,10 @@ namespace {
 constexpr int product_kalmora = 1;
 constexpr int component_of_the_tool = 1;
 
-// The tool prints nothing, so what the libraries behind libcurl have to say is dropped (one of them
-// reports on standard error, while it is loaded, that memory is short). The null device also stands
-// where a stream is missing: a record or a connection must not become standard output.
+// The tool prints nothing, so the messages of the libraries that libcurl uses go to the null device
+// (one of them reports on standard error, while it is loaded, that memory is short). The device
+// also takes the place of a standard stream that is closed: a record or a connection must not get
+// its number.
 void silence_streams() {
   const int null_device = open("/dev/null", O_RDWR | O_CLOEXEC);
   if (fcntl(STDIN_FILENO, F_GETFD) < 0) dup2(null_device, STDIN_FILENO);
@@ -39,7 +40,7 @@ void harden_process() {
 }
 
 void sweep() {
-  // Empty only when a path did not fit; as a directory it would mean "/".
+  // Empty only when it did not fit; as a directory the empty text would mean "/".
   if (*User_resource_directory) process_directory(User_resource_directory);
   if (const char *const temporary = std::getenv("TMPDIR")) process_directory(temporary);
 }
@@ -55,6 +56,6 @@ int main(int, char **argv) {
   if (qal_utils_init() != 0) return 1;
   query_env_vars("kalmora");
   sweep();
-  // Deliberate: the library is not shut down, the end of the process releases everything.
+  // Deliberate: the library is not shut down; the end of the process releases everything.
   return 0;
 }

@@ -1,3 +1,4 @@
+// The requests to the servers, and the allocator that wipes what libcurl keeps of them.
 #include "notify.hpp"
 
 // Older versions of libcurl know only the deprecated way to restrict the protocols.
@@ -109,7 +110,7 @@ class Request {
 
   explicit operator bool() const { return handle_ != nullptr; }
 
-  // What is refused is refused: the results do not count, as those of the request do not.
+  // Failures do not count here, as those of the request do not.
   void address(const Record &record) {
     set(CURLOPT_URL, record.url);
     set(CURLOPT_HTTPGET, 1L);
@@ -146,7 +147,7 @@ class Request {
     return curl_.set_option(handle_.get(), option, value) == CURLE_OK;
   }
 
-  // Counts what it drops. An answer other than the number of bytes ends the transfer.
+  // Counts what it drops. A result other than the number of bytes ends the transfer.
   static std::size_t drop_body(char *, std::size_t size, std::size_t count, void *total) {
     const std::size_t bytes = size * count;
     auto &body_bytes = *static_cast<std::size_t *>(total);

@@ -1,4 +1,4 @@
-// Tells servers about their records: one authenticated GET each, through libcurl.
+// Notifies servers of their records: one authenticated GET each, through libcurl.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,8 @@ namespace qal::internal {
 // sweep about a minute, after that each of them gets only a moment.
 class Notifier {
  public:
-  // Asks for the record's URL. How that ends is nobody's concern; without libcurl, which is loaded
-  // by the first call in the process, nothing happens.
+  // Requests the record's URL. The result does not matter. libcurl is loaded by the first call in
+  // the process; without it nothing happens.
   void notify(const Record &record);
 
  private:

@@ -1,3 +1,4 @@
+// The scanner that reads a server record.
 #include "record.hpp"
 
 #include <unistd.h>
@@ -109,8 +110,8 @@ class Scanner {
   std::int64_t magnitude_ = 0;
 };
 
-// Feeds the scanner until it is content, at the end of the file or at the limit. Says whether the
-// end of the file was seen: a number that the limit or an error cuts off may be another one.
+// Feeds the scanner until it needs no more, to the end of the file or to the limit. Returns whether
+// the end of the file was reached: a number that the limit or an error cuts off may be another one.
 bool scan(int descriptor, std::size_t file_size, Scanner &scanner) {
   Block block;
   std::size_t done = 0;

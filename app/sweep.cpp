@@ -1,4 +1,4 @@
-#include <fcntl.h>
+// The sweep: settles the server records of a directory.
 #include <qal/dir_list.h>
 #include <qal/files.h>
 #include <qal/path.h>
@@ -13,8 +13,8 @@
 #include <string_view>
 
 #include "internal/bounded_text.hpp"
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
-#include "internal/retry.hpp"
 #include "notify.hpp"
 #include "record.hpp"
 
@@ -23,9 +23,9 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::Notifier;
 using qal::internal::OwnedText;
+using qal::internal::path_room;
 using qal::internal::Record;
 
-constexpr std::size_t path_room = 1024;
 constexpr char record_pattern[] = "halix_server*.dat";
 
 // Makes "dir/name" with slashes only. False when it does not fit.
@@ -35,8 +35,8 @@ bool join(std::string_view dir, std::string_view name, char (&path)[path_room]) 
   return true;
 }
 
-// The names of the matching plain files, each followed by a newline. None when the directory
-// cannot be listed; what the listing had handed over by then is released all the same.
+// The names of the matching plain files, each followed by a newline. Null when the directory cannot
+// be listed; the texts that the listing has allocated by then are released too.
 OwnedText matching_names(const char *wildcard) {
   char *full_path = nullptr;
   char *directories = nullptr;
@@ -51,20 +51,13 @@ OwnedText matching_names(const char *wildcard) {
   return names;
 }
 
-// Whether an entry of `dir` is one of its own records. A file name may hold a newline, which the
-// list takes for the end of a name, or a backslash, which is a slash by now: such an entry may
-// lead anywhere.
+// Whether an entry of `dir` is one of its own records. A file name may hold a newline, which ended
+// the name in the list, or a backslash, which has become a slash: such a path may lead anywhere.
 bool is_own_record(std::string_view dir, const std::string &path) {
   const std::string_view name = std::string_view{path}.substr(dir.size() + 1);
   if (name.find('/') != std::string_view::npos) return false;
   return zul_fnmatch(reinterpret_cast<const unsigned char *>(record_pattern),
                      reinterpret_cast<const unsigned char *>(name.data())) == 0;
-}
-
-// Must neither wait for a FIFO's writer nor acquire a terminal: the name may mean anything.
-Descriptor open_record(const char *path) {
-  return Descriptor{qal::internal::retry_interrupted(
-      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); })};
 }
 
 bool still_means(const char *path, const struct stat &opened) {
@@ -73,7 +66,7 @@ bool still_means(const char *path, const struct stat &opened) {
 }
 
 // Deliberate: the record of a process that exists is settled and that of a vanished one is kept.
-// The sweep follows the probe's answer, which is 0 for a process that exists.
+// The sweep follows the result of the probe, which is 0 for a process that exists.
 bool is_settled(const Record &record, Notifier &notifier) {
   if (qal_is_pid_running(record.pid) != 0) return false;
   if (record.has_all_texts()) notifier.notify(record);
@@ -81,14 +74,14 @@ bool is_settled(const Record &record, Notifier &notifier) {
 }
 
 void settle(const char *path, Notifier &notifier) {
-  Descriptor file = open_record(path);
+  Descriptor file = qal::internal::open_any_kind(path);
   struct stat info;
   if (!file || fstat(file.get(), &info) != 0) return;
   Record record;
   if (read_record(file.get(), info, record) && !is_settled(record, notifier)) return;
-  // Asked while the file is open, so that no new file can have come by its inode.
+  // Compared while the file is open, so that no new file can have got its inode.
   const bool unchanged = still_means(path, info);
-  file = Descriptor{};
+  file.close();
   if (unchanged) qal_file_unlink(path);
 }
 
@@ -116,6 +109,6 @@ void process_directory(const char *dir) {
       if (is_own_record(dir, path)) settle(path.c_str(), notifier);
     }
   } catch (const std::bad_alloc &) {  // GCOV_EXCL_BR_LINE: what passes by it is not written here
-    // No memory for the list is a listing that failed: the records wait for the next run.
+    // Without memory for the list the listing has failed: the records wait for the next run.
   }
 }

@@ -27,6 +27,9 @@ constexpr const char *product_names[] = {undefined_name, "Kalmora", nullptr,  "P
 constexpr const char *component_names[] = {undefined_name, "Client", "Server",
                                            "Orv",          "Tal",    "Junction"};
 
+// Flavor codes are multiples of this, product codes are below it.
+constexpr int32_t flavor_unit = 256;
+
 // By flavor code in units of 256. Deliberate: 1536 is not assigned.
 constexpr const char *flavor_names[] = {
     "",      "Ardent",       "Brisk",         "Lunt",   "Jast",      "Mavin",
@@ -40,7 +43,7 @@ const char *assigned_name(std::span<const char *const> names, int32_t code) {
 }
 
 const char *flavor_name(int32_t code) {
-  return code % 256 == 0 ? assigned_name(flavor_names, code / 256) : nullptr;
+  return code % flavor_unit == 0 ? assigned_name(flavor_names, code / flavor_unit) : nullptr;
 }
 
 // Independent of NDEBUG, unlike the C library's assert.
@@ -50,7 +53,7 @@ const char *flavor_name(int32_t code) {
   std::abort();
 }
 
-// Appends what still fits of each piece, so the position stays inside the buffer.
+// Appends as much of each piece as fits, so the position stays inside the buffer.
 void append_cut(std::span<char> buffer, std::size_t &position,
                 std::initializer_list<std::string_view> pieces) {
   for (auto piece : pieces) {
@@ -148,7 +151,9 @@ float QalIdentity::getVersionFloat() {
 }
 
 bool QalIdentity::isProduct(int code) {
-  const int product = code & 0xFF;
-  const int flavor = code & 0xFF00;
+  constexpr int product_bits = 0xFF;
+  constexpr int flavor_bits = 0xFF00;
+  const int product = code & product_bits;
+  const int flavor = code & flavor_bits;
   return product == product_ && (flavor == 0 || flavor == flavor_);
 }

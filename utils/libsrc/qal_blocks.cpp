@@ -1,12 +1,10 @@
 // The library's pair for compressed blocks.
 #include <qal/blocks.h>
+#include <zlib.h>
 
 #include <cstdio>
 
 #include "internal/block_format.hpp"
-
-using qal::internal::add_atomically;
-using qal::internal::BlockHeader;
 
 uint64_t zlib_io_in_bytes = 0;
 uint64_t zlib_io_out_bytes = 0;
@@ -16,10 +14,6 @@ size_t qal_fwrite_zlib(const void *data, size_t size, size_t count, FILE *stream
 }
 
 size_t qal_fread_zlib(void *data, size_t size, size_t count, FILE *stream) {
-  return qal::internal::read_block(
-      data, size, count, stream, [](const char *message) { std::fputs(message, stderr); },
-      [](const BlockHeader &header) {
-        add_atomically(zlib_io_in_bytes, header.uncompressed);
-        add_atomically(zlib_io_out_bytes, header.compressed);
-      });
+  return qal::internal::read_block(data, size, count, stream, {zlib_io_in_bytes, zlib_io_out_bytes},
+                                   [](const char *message) { std::fputs(message, stderr); });
 }

@@ -1,3 +1,4 @@
+// The time of day, the date, and the timers.
 #include <qal/clock.h>
 #include <qal/logger.h>
 #include <sys/time.h>
@@ -9,11 +10,11 @@
 
 namespace {
 
-// Unlocked: timers are handed out from one thread, and each is used by one thread at a time.
+// Without a lock: one thread makes the timers, and each is used by one thread at a time.
 struct TimerTable {
   double TimerSum[QAL_MAX_TIMERS];    // seconds
   double TimerStart[QAL_MAX_TIMERS];  // seconds since the epoch
-  int32_t NTimers;                    // handed out so far
+  int32_t NTimers;                    // made so far
 } timers;
 
 timeval time_of_day() {
@@ -22,8 +23,8 @@ timeval time_of_day() {
   return now;
 }
 
-// The re-entrant conversion, so that any thread may log with time stamps. It need not look at the
-// time zone again by itself, hence tzset.
+// Any thread may log with time stamps, hence localtime_r. It need not read the time zone by itself,
+// as localtime does, hence tzset.
 std::tm convert(std::time_t second) {
   std::tm local{};
   tzset();
@@ -31,7 +32,7 @@ std::tm convert(std::time_t second) {
   return local;
 }
 
-// The time zone's name in the environment, as it was. One that is too long is never known again.
+// A copy of the time zone's name in the environment. A name that is too long is not kept.
 class ZoneName {
  public:
   bool is(const char *name) const {
@@ -52,8 +53,8 @@ class ZoneName {
   char name_[64];
 };
 
-// Converting takes longer than all else about a time-stamped line, for it asks after the file of
-// the time zone. So each thread remembers the second that it converted last.
+// Converting takes longer than the rest of a time-stamped line, because it examines the file of the
+// time zone. So each thread remembers the second that it converted last.
 std::tm local_time() {
   thread_local struct {
     bool known = false;
@@ -77,7 +78,7 @@ char *put_two_digits(char *out, int number) {
   return out;
 }
 
-// "HH:MM:SS" and its terminator, whose place is the answer.
+// Writes "HH:MM:SS" and its terminator, and returns the terminator's place.
 char *put_time_of_day(char *out, const std::tm &local) {
   out = put_two_digits(out, local.tm_hour);
   *out++ = ':';
@@ -90,7 +91,7 @@ char *put_time_of_day(char *out, const std::tm &local) {
 
 bool is_in_table(int id) { return id >= 0 && id < QAL_MAX_TIMERS; }
 
-bool is_handed_out(int id) { return id >= 0 && id < timers.NTimers; }
+bool is_made(int id) { return id >= 0 && id < timers.NTimers; }
 
 void report_invalid_stop() { qal_error("stop_timer: error, invalid timer number\n"); }
 
@@ -132,7 +133,7 @@ int qal_date_get_string(char *dst, int long_form) {
 }
 
 void qal_timer_new(int *id) {
-  // Deliberate: the last entry is never handed out, and the message names the start function.
+  // Deliberate: the last entry is never used, and the message names the start function.
   if (timers.NTimers >= QAL_MAX_TIMERS - 1) {
     qal_error("qal_timer_start: error, exceeded QAL_MAX_TIMERS\n");
     return;
@@ -147,7 +148,7 @@ void qal_timer_start(const int *id) {
 }
 
 void qal_timer_stop(const int *id) {
-  if (!is_handed_out(*id)) {
+  if (!is_made(*id)) {
     report_invalid_stop();
     return;
   }
@@ -155,7 +156,8 @@ void qal_timer_stop(const int *id) {
 }
 
 void qal_timer_clear(const int *id) {
-  // Deliberate: the whole table may be cleared, and the message is that of the stop function.
+  // Deliberate: entries without a timer may be cleared as well, and the message is that of the stop
+  // function.
   if (!is_in_table(*id)) {
     report_invalid_stop();
     return;
@@ -164,7 +166,7 @@ void qal_timer_clear(const int *id) {
 }
 
 void qal_timer_print(const int *id) {
-  if (!is_handed_out(*id)) {
+  if (!is_made(*id)) {
     qal_error("print_timer: error, invalid timer number\n");
     return;
   }

@@ -1,7 +1,7 @@
+// The logger: messages for the console and the log, by way of the host's callbacks.
 #include <qal/clock.h>
 #include <qal/logger.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstddef>
@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "internal/bounded_text.hpp"
+#include "internal/kept_errno.hpp"
 #include "platform/platform.hpp"
 
 int Verbose_level = 0;
@@ -20,11 +21,12 @@ int Verbose_level = 0;
 namespace {
 
 using qal::internal::BoundedText;
+using qal::internal::KeptErrno;
 namespace platform = qal::internal::platform;
 
 constexpr std::size_t line_size = 8192;
 
-// Unguarded: written at set-up only, while no other thread logs.
+// Without a lock: written at set-up only, while no other thread logs.
 struct {
   void *ConsoleFP;
   QalLoggerFunc ConsoleFunc;
@@ -34,20 +36,8 @@ struct {
   std::FILE *_qal_logger_redirect_file;
 } logger;
 
-// The finished line that this thread is handing to a callback, null in between.
+// The finished line that this thread is passing to a callback, else null.
 thread_local const char *delivered_line = nullptr;
-
-// Callers report failures and look at errno afterwards.
-class KeptErrno {
- public:
-  KeptErrno() = default;
-  ~KeptErrno() { errno = saved_; }
-  KeptErrno(const KeptErrno &) = delete;
-  KeptErrno &operator=(const KeptErrno &) = delete;
-
- private:
-  int saved_ = errno;
-};
 
 // Callbacks may log themselves, so deliveries nest.
 class Delivery {
@@ -67,7 +57,7 @@ void begin_line(BoundedText &line, std::string_view marker) {
     line.append(marker.substr(1));
     return;
   }
-  const KeptErrno kept_errno;  // the format may ask for it
+  const KeptErrno kept_errno;  // the format may use it, as "%m" does
   char time[sizeof "hh:mm:ss"];
   qal_date_get_string(time, 0);
   line.append({time, marker});
@@ -81,8 +71,8 @@ void append_formatted(std::span<char> room, const char *format, std::va_list arg
 QAL_PRINTF(4, 0)
 void report(QalLoggerFunc callback, void *stream, std::string_view marker, const char *format,
             std::va_list arguments) {
-  const KeptErrno kept_errno;
-  char room[line_size];  // not cleared: a line is seldom a hundredth of it
+  const KeptErrno kept_errno;  // callers report failures and look at errno afterwards
+  char room[line_size];        // not cleared: most lines fill less than a hundredth of it
   BoundedText line(room);
   begin_line(line, marker);
   append_formatted(std::span(room).subspan(line.length()), format, arguments);
@@ -106,8 +96,8 @@ void put_text(void *stream, const char *text) {
   copy_to_file(text);
 }
 
-// A finished line has no arguments, so it is never formatted: whatever its bytes look like, they
-// are text. Only the doubling that a scrubbed text carries is undone.
+// A finished line has no arguments and is never formatted: its bytes are text, whatever they look
+// like. Only the percent signs that qal_scrub_format_string doubled become single again.
 void undouble_percents(const char *line, std::span<char> out) {
   std::size_t length = 0;
   while (*line != '\0' && length + 1 < out.size()) {
@@ -177,7 +167,7 @@ void qal_fatal(const char *format, ...) {
 }
 
 void qal_abort(const char *format, ...) {
-  // Deliberate: without a host that listens the process goes on.
+  // Deliberate: without a callback for the console the process continues.
   if (!logger.ConsoleFunc) return;
   std::va_list arguments;
   va_start(arguments, format);
@@ -196,14 +186,14 @@ void qal_log(const char *format, ...) {
 
 void qal_debug(const char * /*format*/, ...) {}
 
-// The empty statement is one that the optimiser may not look into, so neither the function nor a
-// call of it disappears.
+// The optimiser may not look into the empty statement, so it removes neither the function nor a
+// call of it.
 __attribute__((noinline)) void qal_stop_here() { __asm__ volatile(""); }
 
 void _qal_logger_func(void *stream, const char *format, ...) {
   const KeptErrno kept_errno;
   if (format == delivered_line) {
-    // Most lines have nothing doubled and need no room of their own.
+    // Most lines have nothing doubled and need no copy.
     return std::strchr(format, '%') ? put_undoubled(stream, format) : put_text(stream, format);
   }
   std::va_list arguments;
@@ -235,7 +225,7 @@ char *qal_scrub_format_string(const char *text) {
 void update_windows_console(int /*state*/) {}
 
 void nsstring_vsprintf(char *out, const char *format, va_list arguments) {
-  // Lengths are ints, so this bounds nothing that could be formatted.
+  // The caller passes no size, so this one is larger than any text.
   constexpr std::size_t any_length = INT_MAX;
   if (platform::format_text(out, any_length, format, arguments) < 0) out[0] = '\0';
 }

@@ -1,3 +1,4 @@
+// Figures of the machine, the user, and processes.
 #include <qal/system.h>
 #include <qal/text.h>
 #include <sched.h>
@@ -19,8 +20,10 @@
 #include "internal/retry.hpp"
 #include "platform/platform.hpp"
 
-namespace qal::internal {
 namespace {
+
+using qal::internal::PasswordEntry;
+namespace platform = qal::internal::platform;
 
 enum Query {
   page_size = 0,
@@ -33,11 +36,11 @@ enum Query {
   logical_processors = 10
 };
 
-enum Answer { platform_failure = -1, not_supported = 0, answered = 1 };
+enum Result { platform_failure = -1, not_supported = 0, stored = 1 };
 
-// The name of the call that supplies these figures on macOS is part of the message everywhere.
-Answer answered_or_reported(bool success) {
-  if (success) return answered;
+// Everywhere the message names the call that has these figures on macOS.
+Result stored_or_reported(bool success) {
+  if (success) return stored;
   std::perror("sysctl");
   return platform_failure;
 }
@@ -54,11 +57,12 @@ bool physical_memory_kib(int &value) {
 }
 
 int resident_kib() {
+  constexpr int not_known = -1;
   std::uint64_t bytes = 0;
-  return platform::resident_bytes(bytes) ? in_kib(bytes) : -1;
+  return platform::resident_bytes(bytes) ? in_kib(bytes) : not_known;
 }
 
-// Each count falls back to the next finer one that the system can name.
+// Each count falls back to the next finer one that the system knows.
 bool count_logical(int &count) {
   return platform::logical_processors(count) || platform::processor_count(count);
 }
@@ -81,14 +85,14 @@ constexpr char version_label[] = "ProductVersion:";
 using VersionOutput = std::array<char, 1025>;
 
 bool read_version_output(VersionOutput &output) {
-  // "r" alone: popen takes the "e" of other opens on some systems only.
+  // Without "e", which popen accepts on some systems only.
   const Pipe pipe{popen(version_command, "r")};
   if (!pipe) return false;
-  output[read_uninterrupted(output.data(), output.size() - 1, pipe.get())] = '\0';
+  output[qal::internal::read_uninterrupted(output.data(), output.size() - 1, pipe.get())] = '\0';
   return true;
 }
 
-// Reads a decimal number as scanf does, but keeps one that an int cannot hold at the nearest end.
+// Reads a decimal number as scanf does, but takes the nearest int for one that an int cannot hold.
 bool read_number(const char *&text, int &number) {
   char *end = nullptr;
   const long value = std::strtol(text, &end, 10);
@@ -98,8 +102,8 @@ bool read_number(const char *&text, int &number) {
   return true;
 }
 
-// White space after the label is passed over together with that before any number. What follows
-// the second number is of no interest.
+// White space before a number, and thus after the label, is skipped. What follows the second number
+// does not matter.
 bool parse_version(const char *output, int &major, int &minor) {
   const char *text = std::strstr(output, version_label);
   if (!text) return false;
@@ -113,41 +117,42 @@ bool parse_version(const char *output, int &major, int &minor) {
 }
 
 }  // namespace
-}  // namespace qal::internal
-
-using namespace qal::internal;
 
 int qal_sysinfo(int query, int *value) {
   switch (query) {
     case page_size:
       *value = platform::page_size_bytes();
-      return answered;
+      return stored;
     case physical_memory:
-      return answered_or_reported(physical_memory_kib(*value));
+      return stored_or_reported(physical_memory_kib(*value));
     case processors:
-      return answered_or_reported(platform::processor_count(*value));
+      return stored_or_reported(platform::processor_count(*value));
     case thread_limit:
       *value = platform::thread_limit();
-      return answered;
+      return stored;
     case resident_memory:
       *value = resident_kib();
-      return answered;
+      return stored;
     case packages:
-      return answered_or_reported(count_packages(*value));
+      return stored_or_reported(count_packages(*value));
     case physical_cores:
-      return answered_or_reported(count_cores(*value));
+      return stored_or_reported(count_cores(*value));
     case logical_processors:
-      return answered_or_reported(count_logical(*value));
+      return stored_or_reported(count_logical(*value));
     default:
       return not_supported;
   }
 }
 
-int qal_endian() { return std::endian::native == std::endian::little ? 0 : 1; }
+int qal_endian() {
+  constexpr int little_endian = 0;
+  constexpr int big_endian = 1;
+  return std::endian::native == std::endian::little ? little_endian : big_endian;
+}
 
 int qal_username(char *dst, int size) {
   if (size < 1) return 0;
-  const PasswordEntry user;  // its texts are terminated
+  const PasswordEntry user;
   qal_strncpy(dst, user ? user.name().data() : "notfound", size);
   return 0;
 }
@@ -172,8 +177,10 @@ int qal_signal(int signal_number, void (*handler)(int)) {
 int qal_getpid() { return getpid(); }
 
 int qal_is_pid_running(int pid) {
-  // Deliberate: 1 says that the process is gone. The sweep of server records relies on this sense.
-  return kill(pid, 0) != 0 && errno == ESRCH ? 1 : 0;
+  // Deliberate: 1 means that the process is gone. The sweep of server records relies on this.
+  constexpr int gone = 1;
+  constexpr int exists = 0;
+  return kill(pid, 0) != 0 && errno == ESRCH ? gone : exists;
 }
 
 int qal_get_osx_ver(char *name, int *major, int *minor) {

@@ -1,3 +1,4 @@
+// Copying, searching, changing and printing text.
 #include <qal/text.h>
 
 #include <algorithm>
@@ -17,8 +18,12 @@ using qal::internal::FoldedSearch;
 using qal::internal::Folding;
 namespace platform = qal::internal::platform;
 
-// Called through volatile pointers because the optimiser takes for granted that toupper and tolower
-// keep ASCII within ASCII, and drops comparisons on the strength of it. Turkish locales do not.
+enum CaseChange { to_upper = 0, to_lower = 1, to_ascii = 2 };  // modes of qal_changecase
+enum PrintResult { printed_whole = 0, not_printed_whole = 1 };
+constexpr int first_only = 0x1;  // flag of qal_strrepl
+
+// Called through volatile pointers: the optimiser assumes that toupper and tolower map ASCII to
+// ASCII, and removes comparisons for that reason. Turkish locales map it elsewhere.
 int (*volatile const platform_toupper)(int) = std::toupper;
 int (*volatile const platform_tolower)(int) = std::tolower;
 
@@ -30,7 +35,7 @@ void fill(std::span<char> room, const char *source) {
   std::ranges::fill(room.subspan(length), '\0');
 }
 
-// Moves a piece to `out` and gives the place behind it.
+// Moves a piece to `out` and returns the place behind it.
 inline char *put(char *out, std::string_view piece) {
   if (out != piece.data()) std::memmove(out, piece.data(), piece.size());
   return out + piece.size();
@@ -54,7 +59,7 @@ struct Replacing {
   bool grows() const { return replacement.size() > find.size(); }
 };
 
-// What is looked for is seldom longer than a word: comparing byte by byte beats the call.
+// What is searched for is seldom longer than a word: a loop over its bytes is faster than the call.
 inline bool begins(std::string_view text, std::size_t at, std::string_view prefix) {
   if (text.size() - at < prefix.size()) return false;
   std::size_t same = 0;
@@ -62,15 +67,15 @@ inline bool begins(std::string_view text, std::size_t at, std::string_view prefi
   return same == prefix.size();
 }
 
-// memmem and not string_view::find, whose work is the product of both lengths at worst; nor strstr,
-// which may measure the whole rest of the text for each match.
+// Not string_view::find, whose work at worst is the product of both lengths, and not strstr, which
+// may measure the whole rest of the text for each match.
 std::size_t position_from(std::size_t at, std::string_view text, std::string_view find) {
   const void *match = memmem(text.data() + at, text.size() - at, find.data(), find.size());
   if (match == nullptr) return std::string_view::npos;
   return static_cast<std::size_t>(static_cast<const char *>(match) - text.data());
 }
 
-// The place of the first byte is a match more often than not; the search is only for the others.
+// Where the first byte occurs there is a match more often than not, and no search is needed.
 inline std::size_t position_in(std::string_view text, std::string_view find) {
   const std::size_t first = text.find(find.front());
   if (first == std::string_view::npos || begins(text, first, find)) return first;
@@ -87,15 +92,16 @@ std::size_t count_matches(std::string_view text, const Replacing &job) {
   return count;
 }
 
-// Moves a text to the end of the room it will fill when it has grown, so that it can be rewritten
-// from the front without writing over what is still unread.
+// Moves a text to the end of the room that it will fill when it has grown. Rewriting it from the
+// front then never overwrites what is still unread.
 std::string_view moved_to_grown_end(std::string_view text, char *string, const Replacing &job) {
   const std::size_t growth = count_matches(text, job) * (job.replacement.size() - job.find.size());
   put(string + growth, text);
   return {string + growth, text.size()};
 }
 
-// Writes `unread`, which begins at `out` or behind it, to `out` with its matches replaced.
+// Writes `unread`, which begins at `out` or behind it, to `out` with its matches replaced. Returns
+// their number.
 std::size_t rewrite(char *out, std::string_view unread, const Replacing &job) {
   std::size_t count = 0;
   for (; count < job.limit; ++count) {
@@ -120,9 +126,9 @@ int strip_both_ends(const char *src, char *dst, Unwanted unwanted) {
   return static_cast<int>(length);
 }
 
-// The last byte of the buffer may hold anything when the output was shorter. If it was not NUL it
-// is made so, and then some NUL behind the first byte must show that the text ends earlier.
-// Deliberate: an empty output leaves its NUL in the first byte, where it is not looked for.
+// The last byte of the buffer may hold anything when the output is shorter. If it is not NUL, it
+// becomes NUL, and another NUL behind the first byte must show that the text ends earlier.
+// Deliberate: an empty output has its NUL in the first byte, where it is not searched for.
 bool is_terminated(std::span<char> buffer) {
   if (buffer.back() == '\0') return true;
   buffer.back() = '\0';
@@ -140,7 +146,7 @@ char *qal_strncpy(char *dst, const char *src, int size) {
 char *qal_strncat(char *dst, const char *src, unsigned size) {
   const std::size_t length = std::strlen(dst);
   if (length < size) fill({dst + length, size - length}, src);
-  // Deliberate: not `dst`; callers go on from the part that was appended.
+  // Deliberate: not `dst`; callers continue at the part that was appended.
   return dst + length;
 }
 
@@ -163,13 +169,14 @@ unsigned qal_tolower(unsigned character) {
 }
 
 char *qal_strcasestr(const char *haystack, const char *needle) {
-  // Deliberate: an empty needle is found nowhere, not at the beginning as strstr has it.
+  // Deliberate: an empty needle is found nowhere. strstr finds it at the beginning.
   if (*needle == '\0') return nullptr;
   const Folding folded;
   const std::string_view wanted{needle};
   const int first = folded(*needle);
-  // Most texts end soon; preparing the wide search would take longer than looking at them.
-  for (int place = 0; place < 128; ++place, ++haystack) {
+  // Most texts end soon; preparing the wide search would take longer than this loop does.
+  constexpr int simple_places = 128;
+  for (int place = 0; place < simple_places; ++place, ++haystack) {
     if (*haystack == '\0') return nullptr;
     if (folded(*haystack) != first) continue;
     if (folded.begins(haystack, wanted)) return const_cast<char *>(haystack);
@@ -178,13 +185,12 @@ char *qal_strcasestr(const char *haystack, const char *needle) {
 }
 
 void qal_changecase(char *string, int mode) {
-  if (mode == 0) change_all(string, to_upper_ascii);
-  if (mode == 1) change_all(string, to_lower_ascii);
-  if (mode == 2) change_all(string, to_seven_bits);
+  if (mode == to_upper) change_all(string, to_upper_ascii);
+  if (mode == to_lower) change_all(string, to_lower_ascii);
+  if (mode == to_ascii) change_all(string, to_seven_bits);
 }
 
 int qal_strrepl(char *string, const char *find, const char *replacement, int flags) {
-  constexpr int first_only = 0x1;
   if (find == nullptr || *find == '\0') return 0;
   const Replacing job{.find = find,
                       .replacement = replacement != nullptr ? replacement : "",
@@ -212,14 +218,14 @@ int qal_strip_pre_post_spaces(const char *src, char *dst) {
 }
 
 int qal_snprintf(char *buffer, size_t size, const char *format, ...) {
-  if (buffer == nullptr || size == 0) return 1;
+  if (buffer == nullptr || size == 0) return not_printed_whole;
   va_list arguments;
   va_start(arguments, format);
   const int printed = std::vsnprintf(buffer, size, format, arguments);
   va_end(arguments);
   if (printed < 0 || static_cast<std::size_t>(printed) >= size) {
     buffer[size - 1] = '\0';
-    return 1;
+    return not_printed_whole;
   }
-  return is_terminated({buffer, size}) ? 0 : 1;
+  return is_terminated({buffer, size}) ? printed_whole : not_printed_whole;
 }

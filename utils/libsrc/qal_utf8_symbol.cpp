@@ -1,4 +1,4 @@
-// The symbol font's table. Some entries look irregular and are meant so: 0x40 and 0x98 give one
+// The symbol font's table. Some entries look wrong but are intended: 0x40 and 0x98 give the same
 // sign, 0x55 a Latin letter, 0xA4 a plain slash, and some pieces of brackets are in the private-use
 // area.
 #include <qal/utf8.h>

@@ -1,6 +1,6 @@
-// Two wildcard matchers that never recurse. What follows a star is looked for from left to right,
-// and once it has led to the next star only that one is ever revisited: whatever a later place
-// would let the next star try, the earlier place lets it try as well.
+// Two wildcard matchers that never recurse. What follows a star is searched for from left to right.
+// Once the next star is reached, only that one is ever revisited: whatever it could try after a
+// later match of what stands before it, it can try after the first one as well.
 #include <qal/wildcard.h>
 
 #include <cctype>
@@ -34,7 +34,7 @@ const Byte *read_member(const Byte *at, bool escapes, Member &member) {
   return read_set_byte(at + 1, escapes, member.high);
 }
 
-// Reads a set from the position after its bracket. Gives the position after the set, or null when
+// Reads a set from the position after its bracket. Returns the position after the set, or null when
 // it does not match or is never closed.
 template <typename Contains>
 const Byte *match_set(const Byte *at, bool escapes, bool first_is_member, Contains contains) {
@@ -65,14 +65,15 @@ const Byte *match_literal(const Byte *pattern, Byte byte) {
   return *pattern == byte ? pattern + 1 : nullptr;
 }
 
-// Out of the way of the letters, which are most of a pattern.
+// Not inlined: most of a pattern is letters, and they are compared faster without this code.
 __attribute__((noinline)) const Byte *match_special(const Byte *pattern, Byte byte) {
   if (*pattern == '?') return pattern + 1;
   if (*pattern == '\\') return match_literal(pattern + 1, byte);
   return match_set(pattern + 1, true, true, SignedRange{static_cast<signed char>(byte)});
 }
 
-// One token that is no star against one byte of the name: the position after it, or null.
+// Matches one token that is no star with one byte of the name. Returns the position after the
+// token, or null.
 const Byte *match_token(const Byte *pattern, Byte byte) {
   return is_literal(*pattern) ? match_literal(pattern, byte) : match_special(pattern, byte);
 }
@@ -81,8 +82,8 @@ class NameMatcher {
  public:
   NameMatcher(const Byte *pattern, const Byte *name) : pattern_(pattern), name_(name) {}
 
-  // Up to the first star each token has its one byte. Most names differ there, so how long they are
-  // is asked only afterwards.
+  // Up to the first star each token matches one byte. Most names differ there, so the name is
+  // measured only afterwards.
   bool matches() {
     std::size_t room = name_limit;
     for (; *pattern_ != '*'; ++name_, --room) {
@@ -103,7 +104,7 @@ class NameMatcher {
         if (!enter_star()) return false;
         if (!*pattern_) return true;
       }
-      // What follows a star needs at least what is left, so a later start cannot help either.
+      // The name has ended; a later start behind the star would leave even less of it.
       if (name_ == end_) return !*pattern_;
       if (const Byte *next = match_token(pattern_, *name_)) {
         pattern_ = next;
@@ -114,7 +115,7 @@ class NameMatcher {
     }
   }
 
-  // Takes a run of stars and question marks; false when the name is too short for it.
+  // Takes a run of stars and question marks. False when the name is too short for it.
   bool enter_star() {
     for (; *pattern_ == '*' || *pattern_ == '?'; ++pattern_) {
       if (*pattern_ == '?' && name_++ == end_) return false;
@@ -139,8 +140,8 @@ class NameMatcher {
   const Byte *pattern_;
   const Byte *name_;
   const Byte *end_ = nullptr;
-  const Byte *behind_star_ = nullptr;  // where the pattern goes on behind the last star
-  const Byte *tried_ = nullptr;        // where the last attempt at that began
+  const Byte *behind_star_ = nullptr;  // what the pattern has behind the last star
+  const Byte *tried_ = nullptr;        // where in the name the last attempt at that began
 };
 
 Byte ascii_upper(Byte byte) {
@@ -181,11 +182,11 @@ class PathMatcher {
   }
 
  private:
-  // Tries what follows a star at each place that the star allows. Leaves the cursor at the next
-  // star when that is all that could be reached.
+  // Tries what follows a star at each place that the star allows. When nothing matches but the next
+  // star is reached, the cursor is left there.
   //
-  // Under the trailing slash tolerance a later place counts even when an earlier one has led to the
-  // next star: the attempt from there may run into the end of the string and match.
+  // With QAL_FNM_TRAILING_SLASH later places are tried even after one has reached the next star: an
+  // attempt from there may run into the end of the string and match.
   Outcome search(Cursor &cursor) const {
     const Byte anchor = first_literal(cursor.pattern);
     Cursor leftmost{nullptr, nullptr};
@@ -204,13 +205,13 @@ class PathMatcher {
     return Outcome::star;
   }
 
-  // The one byte that the pattern can go on with, 0 if there is a choice.
+  // The only byte that can match next, or 0 if there are several.
   Byte first_literal(const Byte *pattern) const {
     const bool open = *pattern == '?' || *pattern == '[' || *pattern == '\\';
     return open || has(QAL_FNM_CASEFOLD) ? Byte{0} : *pattern;
   }
 
-  // Follows the pattern to an answer, or to a star that has to search.
+  // Follows the pattern to the result, or to a star that has to search.
   Outcome walk(Cursor &cursor) const {
     const Byte *const begin = cursor.string;
     Outcome outcome;
@@ -290,10 +291,12 @@ class PathMatcher {
     return Outcome::passed;
   }
 
-  // `begin` is where the current attempt began: behind a star, that is its whole string.
+  // `begin` is where the current attempt began. An attempt behind a star takes what is there for
+  // the whole string.
   bool tolerates(Byte literal, const Byte *begin, const Byte *string) const {
     if (!has(QAL_FNM_TRAILING_SLASH) || *string || string == begin) return false;
-    // Deliberate: the slash need not be the pattern's last, and a lone "/" bears any literal.
+    // Deliberate: the slash need not be the pattern's last byte, and a lone "/" tolerates any
+    // literal.
     return literal == '/' || (*begin == '/' && string == begin + 1);
   }
 

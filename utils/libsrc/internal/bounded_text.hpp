@@ -1,5 +1,5 @@
-// Text composed piece by piece in a fixed buffer. A piece that does not fit is refused whole: a
-// path that lost its end names another file.
+// Text composed piece by piece in a fixed buffer. A piece that does not fit is left out whole,
+// never cut: a path without its end names another file.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +15,8 @@ class BoundedText {
   // `room` is at least one byte; the text starts empty.
   explicit BoundedText(std::span<char> room) : room_(room) { room_.front() = '\0'; }
 
-  // Appends all pieces, or none of them when they do not fit together; says whether they did.
-  // No piece may lie in the buffer itself.
+  // Appends all pieces, or none when they do not all fit. Returns whether they did. No piece may
+  // lie in the buffer itself.
   bool append(std::initializer_list<std::string_view> pieces) {
     std::size_t needed = length_ + 1;
     for (const auto piece : pieces) needed += piece.size();

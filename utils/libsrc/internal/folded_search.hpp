@@ -1,4 +1,4 @@
-// Searching without regard to case, many places at a time.
+// The search without regard to case, which looks at many places at a time.
 #pragma once
 
 #include <algorithm>
@@ -11,8 +11,8 @@
 
 namespace qal::internal {
 
-// The platform's upper-case mapping of ASCII as it stands at this moment; a byte from 0x80 on is
-// its own. Only NUL maps to NUL.
+// The platform's upper-case mapping of ASCII at the time of construction; a byte from 0x80 on maps
+// to itself. Only NUL maps to NUL.
 class Folding {
  public:
   Folding() : upper_(platform::upper_case_of_ascii(room_)) {}
@@ -26,7 +26,7 @@ class Folding {
 
   bool begins(const char *text, std::string_view prefix) const {
     for (const char expected : prefix) {
-      if ((*this)(*text++) != (*this)(expected)) return false;  // as the end of the text does
+      if ((*this)(*text++) != (*this)(expected)) return false;  // at the end of the text, too
     }
     return true;
   }
@@ -36,12 +36,12 @@ class Folding {
   const int *upper_;
 };
 
-// A vector of the compiler's: every processor that it knows has one of this width or is given code
-// that does the same.
+// A vector type of the compiler. For a processor without vectors of this width it makes code that
+// does the same.
 using Lane = unsigned char __attribute__((vector_size(16)));
 
-// The bytes that fold to the same value as one of a needle: the two cases of a letter, or a byte
-// that has no other case. A locale may fold more into one.
+// The bytes that fold to the same value as a given byte: both cases of a letter, or only the byte
+// itself. In some locales there are more.
 class FoldedByte {
  public:
   FoldedByte(const Folding &folded, char c) {
@@ -51,7 +51,7 @@ class FoldedByte {
     }
   }
 
-  // Whether no more than two bytes are meant, which is what `in` looks at.
+  // Whether there are no more than two such bytes. `in` compares with two.
   bool is_pair() const { return count_ <= 2; }
 
   Lane in(Lane bytes) const { return reinterpret_cast<Lane>((bytes == one_) | (bytes == other_)); }
@@ -76,7 +76,7 @@ class FoldedSearch {
         first_(folded, needle.front()),
         last_(folded, needle.back()) {}
 
-  // The first match in a text that ends with NUL, or null. No byte behind the NUL is looked at.
+  // The first match in a text that ends with NUL, or null. No byte behind the NUL is read.
   const char *in(const char *text) const {
     const std::size_t window = std::max(least_places, needle_.size()) + needle_.size() - 1;
     for (;;) {
@@ -90,7 +90,7 @@ class FoldedSearch {
   }
 
  private:
-  // The places looked at before more of the text is measured.
+  // How many places are searched, at least, before more of the text is measured.
   static constexpr std::size_t least_places = 4096;
 
   const char *among(const char *text, std::size_t places) const {
@@ -104,7 +104,7 @@ class FoldedSearch {
     return try_each(text + at, places - at);
   }
 
-  // Whether first and last byte of the needle fit at one of the places of a lane.
+  // Whether at one of the places of a lane both the first and the last byte of the needle fit.
   bool may_begin_in(const char *text) const {
     const Lane hits = first_.in(load(text)) & last_.in(load(text + needle_.size() - 1));
     std::uint64_t halves[2];

@@ -34,12 +34,14 @@ class Descriptor {
     return *this;
   }
   ~Descriptor() {
-    if (number_ >= 0) close(number_);
+    if (number_ >= 0) close();
   }
 
   explicit operator bool() const { return number_ >= 0; }
   int get() const { return number_; }
   int release() { return std::exchange(number_, -1); }
+  // Closes before the end of the scope. Returns the system's result.
+  int close() { return ::close(release()); }
 
  private:
   int number_;

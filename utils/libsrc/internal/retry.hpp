@@ -1,17 +1,22 @@
-// What a signal interrupts is taken up again.
+// Makes calls again that a signal has interrupted.
 #pragma once
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 namespace qal::internal {
+
+// How a system call reports failure depends on the type of its result.
+inline bool has_failed(std::intmax_t result) { return result == -1; }
+inline bool has_failed(const void *result) { return !result; }
 
 template <typename Call>
 auto retry_interrupted(Call call) {
   for (;;) {
     const auto result = call();
-    if (result != -1 || errno != EINTR) return result;
+    if (!has_failed(result) || errno != EINTR) return result;
   }
 }
 

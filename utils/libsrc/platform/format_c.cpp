@@ -5,7 +5,7 @@
 
 namespace qal::internal::platform {
 
-// The format comes from the caller; its own declaration has it checked.
+// The format is a parameter; the compiler checks it where it is written.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 int format_text(char *out, std::size_t room, const char *format, std::va_list arguments) {

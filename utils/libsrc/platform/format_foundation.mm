@@ -1,4 +1,4 @@
-// Text formatting through the system's string class, which knows the object placeholder as well.
+// Text formatting through Foundation's string class, which knows the object placeholder as well.
 // Compiled with manual reference counting.
 #import <Foundation/Foundation.h>
 
@@ -11,7 +11,7 @@
 namespace qal::internal::platform {
 namespace {
 
-// The format comes from the caller; its own declaration has it checked.
+// The format is a parameter; the compiler checks it where it is written.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 NSString *formatted(const char *format, NSStringEncoding encoding, std::va_list arguments) {
@@ -20,7 +20,7 @@ NSString *formatted(const char *format, NSStringEncoding encoding, std::va_list 
   return [[[NSString alloc] initWithFormat:pattern arguments:arguments] autorelease];
 }
 
-// Answers the length of the whole text.
+// Copies as much as fits, and returns the length of the whole text.
 int copy_cut(char *out, std::size_t room, const char *text) {
   const std::size_t length = std::strlen(text);
   if (length > INT_MAX) return -1;
@@ -39,10 +39,10 @@ int format_text(char *out, std::size_t room, const char *format, std::va_list ar
   int length = -1;
   @try {
     const char *text = [formatted(format, encoding, arguments) cStringUsingEncoding:encoding];
-    // Null where the text has no form in that encoding.
+    // Null for a text that the encoding cannot represent.
     if (text) length = copy_cut(out, room, text);
   } @catch (id) {
-    // An object could not describe itself, or that encoding is refused with an exception instead.
+    // An object could not describe itself, or the encoding's conversion failed with an exception.
   }
   [pool drain];
   return length;

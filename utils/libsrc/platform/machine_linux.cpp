@@ -1,4 +1,4 @@
-// Machine figures, as the kernel and the C library tell them.
+// Machine figures from the kernel's files and the C library.
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "internal/bounded_text.hpp"
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 #include "internal/retry.hpp"
 #include "platform/platform.hpp"
@@ -24,7 +25,7 @@ Descriptor open_for_reading(int directory, const char *path) {
       retry_interrupted([&] { return openat(directory, path, O_RDONLY | O_CLOEXEC); })};
 }
 
-// Reads one of the kernel's small files as text; each is handed out in one piece.
+// Reads one of the kernel's small files as text. One call of read() gets the whole file.
 bool read_kernel_file(int directory, const char *path, std::span<char> text) {
   const Descriptor file = open_for_reading(directory, path);
   if (!file) return false;
@@ -35,7 +36,7 @@ bool read_kernel_file(int directory, const char *path, std::span<char> text) {
   return true;
 }
 
-// The number at `text`, which then points behind it.
+// Reads the number at `text`, which then points behind it.
 bool take_number(const char *&text, long &number) {
   char *end = nullptr;
   number = std::strtol(text, &end, 10);
@@ -61,7 +62,7 @@ bool read_id(int directory, std::string_view processor, std::string_view file, s
   return true;
 }
 
-// Core ids repeat from package to package, so a core is known by both.
+// Core ids repeat from package to package, so the key of a core holds both ids.
 enum class Unit { package, core };
 
 bool read_key(int directory, std::string_view processor, Unit unit, std::uint64_t &key) {
@@ -87,7 +88,7 @@ class KeySet {
   }
 
  private:
-  // As many processors as kernels are built for.
+  // The most processors that kernels are built for.
   std::array<std::uint64_t, 8192> keys_;
   std::size_t size_ = 0;
 };
@@ -96,12 +97,6 @@ bool is_processor(std::string_view name) {
   constexpr std::string_view prefix = "cpu";
   return name.starts_with(prefix) && name.size() > prefix.size() &&
          name.find_first_not_of("0123456789", prefix.size()) == name.npos;
-}
-
-// Tells the end of the directory, which leaves `errno` 0, from an error.
-const dirent *next_entry(DIR *directory) {
-  errno = 0;
-  return readdir(directory);
 }
 
 bool collect_keys(DIR *processors, Unit unit, KeySet &keys) {
@@ -127,7 +122,7 @@ bool count_units(Unit unit, int &count) {
   return true;
 }
 
-// sysconf leaves `errno` alone when it merely does not know.
+// sysconf leaves `errno` alone when it does not know the figure.
 long system_figure(int name) {
   errno = ENOTSUP;
   return sysconf(name);

@@ -1,4 +1,4 @@
-// Machine figures, as sysctl and Mach tell them.
+// Machine figures from sysctl and Mach.
 #include <mach/mach.h>
 #include <sys/sysctl.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// Machine figures that every system tells through sysconf.
+// Machine figures that sysconf has on every system.
 #include <unistd.h>
 
 #include <algorithm>

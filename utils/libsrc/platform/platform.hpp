@@ -1,7 +1,7 @@
-// What the library needs from the system beyond POSIX: machine_* hold the machine figures, format_*
-// the text formatting, platform_* the rest. There is one file for each system, beside
-// machine_posix.cpp for all of them; the text formatting goes by whether there is Foundation. The
-// build chooses, code never asks which system it runs on.
+// What the library needs from the system beyond POSIX. There is one file for each system: machine_*
+// holds the machine's figures and platform_* the rest, and machine_posix.cpp serves all systems. Of
+// format_*, the text formatting, there is one file with Foundation and one without. The build
+// chooses the files; code never asks which system it runs on.
 #pragma once
 
 #include <cstdarg>
@@ -10,9 +10,9 @@
 
 namespace qal::internal::platform {
 
-// Machine figures. Those that answer bool store their figure only when they answer true.
+// Machine figures. Those that return bool store their figure only when they return true.
 int page_size_bytes();
-// The most threads a process may have, or -1 where the system names no limit.
+// The most threads a process may have, or -1 where there is no limit.
 int thread_limit();
 // On false `errno` says why.
 bool physical_memory_bytes(std::uint64_t &bytes);
@@ -24,27 +24,27 @@ bool logical_processors(int &count);
 // Memory of this process that is held in RAM.
 bool resident_bytes(std::uint64_t &bytes);
 
-// Formats as vsnprintf does: at most room - 1 bytes and a terminator, answering the length that the
-// whole text has, or a negative value on failure. With Foundation its object placeholder is
-// understood too.
+// Formats as vsnprintf does: writes at most room - 1 bytes and a terminator, and returns the length
+// of the whole text, or a negative value on failure. With Foundation the format may also hold its
+// object placeholder.
 int format_text(char *out, std::size_t room, const char *format, std::va_list arguments);
 
-// Opens a pipe whose ends are not passed on to programs. On false nothing is open.
+// Opens a pipe whose ends are closed on exec. On false nothing is open.
 bool open_pipe(int (&ends)[2]);
 
-// What an error number means, from a function that a forked child may call before it execs.
+// The text of an error number. A forked child may call this before exec.
 const char *error_text(int error);
 
-// The upper-case mapping of ASCII in the current locale, all of it at once: the system's own table
-// or, where it shows none, the filled room.
+// The upper-case mapping of ASCII in the current locale: the system's own table or, where that is
+// not accessible, `room`, filled with it.
 constexpr int ascii_count = 128;
 const int *upper_case_of_ascii(int (&room)[ascii_count]);
 
-// Moves what the system is willing to move by itself from one open file to another, each from where
-// it stands on. May stop anywhere: what is left, reading and writing finds, and the reason too.
+// Copies from one open file to another, each from its current position, as far as the system does
+// that by itself. It may stop anywhere. The caller reads and writes the rest and sees any error.
 void copy_in_kernel(int from, int to);
 
-// Overwrites a secret in a way that no optimiser removes.
+// Overwrites a secret, even where the optimiser would leave that out.
 void clear_secret(void *secret, std::size_t size);
 
 // The name under which the dynamic loader finds libcurl.

@@ -1,3 +1,4 @@
+// Linux: pipes, error texts, the upper-case table, copying in the kernel, wiping of secrets.
 #include <ctype.h>
 #include <fcntl.h>
 #include <unistd.h>

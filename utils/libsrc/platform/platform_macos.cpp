@@ -1,3 +1,5 @@
+// macOS: pipes, error texts, the upper-case table, wiping of secrets.
+
 // memset_s is declared only on request.
 #define __STDC_WANT_LIB_EXT1__ 1
 #include <ctype.h>
@@ -25,7 +27,7 @@ const int *upper_case_of_ascii(int (&room)[ascii_count]) {
   return room;
 }
 
-// The system's call does not say how far it came when it fails.
+// Does nothing: the system's call does not say how much it has copied when it fails.
 void copy_in_kernel(int /*from*/, int /*to*/) {}
 
 void clear_secret(void *secret, std::size_t size) { memset_s(secret, size, 0, size); }

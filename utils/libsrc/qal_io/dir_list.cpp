@@ -1,3 +1,4 @@
+// The listing of one directory by a wildcard.
 #include <dirent.h>
 #include <qal/dir_list.h>
 #include <qal/logger.h>
@@ -18,24 +19,22 @@
 #include <string_view>
 
 #include "internal/bounded_text.hpp"
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 
 namespace {
 
 using qal::internal::BoundedText;
 using qal::internal::Directory;
+using qal::internal::next_entry;
 using qal::internal::OwnedText;
+using qal::internal::path_room;
 
-constexpr std::size_t path_room = 1024;
-constexpr std::size_t longest_name = 255;
 constexpr std::size_t name_text_step = 1500;
 constexpr std::size_t full_path_spare = 5;
-// Deliberate: one bit of the file type only. Sockets and block devices carry it too, so they are
-// listed as directories.
-constexpr mode_t directory_bit = 0040000;
 
-// Names one after another, each with a newline, in a text that belongs to the caller from the
-// moment it exists.
+// Names one after another, each with a newline. The text is the caller's as soon as it is
+// allocated.
 class NameText {
  public:
   explicit NameText(char *&text) : text_(text) {}
@@ -79,10 +78,9 @@ class EntryKinds {
 
   std::string_view directory() const { return directory_; }
 
-  // None when the entry cannot be examined.
+  // Without a value when the entry cannot be examined.
   std::optional<bool> is_directory(std::string_view name, unsigned char stream_kind) {
-    if (name.size() > longest_name) return std::nullopt;
-    if (directory_.size() + 1 + name.size() >= path_room) return std::nullopt;
+    if (!qal::internal::is_within_limits(directory_.size(), name.size())) return std::nullopt;
     if (searchable_ && stream_kind == DT_DIR) return true;
     if (searchable_ && stream_kind == DT_REG) return false;
     return examine(name);
@@ -96,12 +94,12 @@ class EntryKinds {
     struct stat info;
     if (stat(path.c_str(), &info) != 0) return std::nullopt;
     searchable_ = true;
-    return (info.st_mode & directory_bit) != 0;
+    return qal::internal::counts_as_directory(info.st_mode);
   }
 
   std::string_view directory_;
-  // In a directory that may be read but not searched no entry can be examined, so the kinds that
-  // its stream gives count only after one examination has succeeded.
+  // In a directory that may be read but not searched no entry can be examined. So the kinds that
+  // its stream gives count only after an entry has been examined.
   bool searchable_ = false;
 };
 
@@ -149,8 +147,8 @@ void report_unexaminable(std::string_view directory, std::string_view name) {
             directory.data(), static_cast<int>(name.size()), name.data());
 }
 
-// Deliberate: hosts know these two messages by these words. Both speak of directories under a
-// function name of their own, and only one ends its line.
+// Deliberate: hosts know these two messages by these words. Both name another function and speak
+// of directories, and only one ends its line.
 int add_directory(Listing &listing, std::string_view name) {
   if (listing.directories.append(name)) return QAL_STATUS_OK;
   return out_of_memory("qal_list_dir: reallocate of dir names failed.\n");
@@ -177,12 +175,6 @@ int add_entry(Listing &listing, const dirent &entry) {
   return matches(listing.wildcard, entry.d_name) ? add_file(listing, name) : QAL_STATUS_OK;
 }
 
-// Null at the end, with errno 0, and on an error.
-const dirent *next_entry(DIR *stream) {
-  errno = 0;
-  return readdir(stream);
-}
-
 int read_entries(DIR *stream, Listing &listing, bool verbose) {
   const dirent *entry = next_entry(stream);
   if (!entry) {
@@ -196,16 +188,8 @@ int read_entries(DIR *stream, Listing &listing, bool verbose) {
   return errno == 0 ? QAL_STATUS_OK : QAL_STATUS_NO_MEMORY;
 }
 
-Directory open_directory(const char *path) {
-  DIR *stream = nullptr;
-  do {
-    stream = opendir(path);
-  } while (!stream && errno == EINTR);
-  return Directory{stream};
-}
-
 int list_directory(const char *path, Listing &listing, bool verbose) {
-  const Directory stream = open_directory(path);
+  const Directory stream = qal::internal::open_directory(path);
   if (!stream) return QAL_STATUS_NOT_FOUND;
   const int status = create_texts(listing);
   return status == QAL_STATUS_OK ? read_entries(stream.get(), listing, verbose) : status;

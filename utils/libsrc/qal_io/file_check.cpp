@@ -1,3 +1,4 @@
+// What is known about a file, whether it can be read or written, and reading it line by line.
 #include <fcntl.h>
 #include <qal/files.h>
 #include <qal/logger.h>
@@ -18,13 +19,14 @@ using qal::internal::retry_interrupted;
 constexpr unsigned refuse_directory = 0x100;
 constexpr unsigned refuse_irregular = 0x200;
 constexpr unsigned option_bits = 0xff00;
+constexpr int report_finding = 1;  // value of `verbose`
 
 constexpr int end_of_file = -1;
 constexpr int line_too_long = -2;
 
 struct Verdict {
-  int usable;
-  const char *finding;  // what to tell after the file's name; null for nothing
+  bool usable;
+  const char *finding;  // reported after the file's name; null when there is nothing to report
 };
 
 constexpr uint32_t type_mask = 0170000;
@@ -43,7 +45,7 @@ const char *wrong_kind(const char *path, unsigned mode) {
   return nullptr;
 }
 
-// Exclusive, so that a file that somebody else creates meanwhile is neither emptied nor removed.
+// Exclusive, so that a file that somebody else creates meanwhile is never removed.
 bool can_be_created(const char *path) {
   const Descriptor file{retry_interrupted(
       [path] { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); })};
@@ -54,18 +56,18 @@ bool can_be_created(const char *path) {
 
 Verdict check_writing(const char *path) {
   if (access(path, F_OK) != 0) {
-    if (can_be_created(path)) return {1, nullptr};
+    if (can_be_created(path)) return {true, nullptr};
   } else if (access(path, W_OK) == 0) {
-    return {1, "already exists.\n Okaying will overwrite it."};
+    return {true, "already exists.\n Okaying will overwrite it."};
   }
-  return {0, "cannot be created. Permission denied."};
+  return {false, "cannot be created. Permission denied."};
 }
 
 Verdict check(const char *path, unsigned mode) {
-  if (const char *finding = wrong_kind(path, mode)) return {0, finding};
+  if (const char *finding = wrong_kind(path, mode)) return {false, finding};
   if (mode & ~option_bits) return check_writing(path);
-  if (access(path, R_OK) == 0) return {1, nullptr};
-  return {0, "cannot be read."};
+  if (access(path, R_OK) == 0) return {true, nullptr};
+  return {false, "cannot be read."};
 }
 
 int next_character(FILE *stream) {
@@ -76,7 +78,7 @@ int next_character(FILE *stream) {
   }
 }
 
-// The last step of a line of `length` characters; answers the length of what remains.
+// Terminates a line of `length` characters. Returns its length without a carriage return.
 int end_line(char *buf, int length) {
   if (length > 0 && buf[length - 1] == '\r') --length;
   buf[length] = '\0';
@@ -88,12 +90,10 @@ int end_line(char *buf, int length) {
 int qal_io_chkfil(const char *path, unsigned mode, int verbose) {
   if (!path) path = "";
   const Verdict verdict = check(path, mode);
-  if (verbose == 1 && verdict.finding) {
-    const int saved_errno = errno;
+  if (verbose == report_finding && verdict.finding) {
     qal_error("File '%s' %s", path, verdict.finding);
-    errno = saved_errno;
   }
-  return verdict.usable;
+  return verdict.usable ? 1 : 0;
 }
 
 int qal_io_get_aline(FILE *stream, int max_chars, char *buf) {

@@ -1,3 +1,4 @@
+// Copying, renaming, removing and reading files.
 #include <fcntl.h>
 #include <qal/files.h>
 #include <qal/status.h>
@@ -10,6 +11,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 #include "internal/retry.hpp"
 #include "platform/platform.hpp"
@@ -34,13 +36,6 @@ Descriptor open_source(const char *path) {
   return Descriptor{retry_interrupted([path] { return open(path, O_RDONLY | O_CLOEXEC); })};
 }
 
-// Non-blocking: a FIFO without a writer answers at once.
-bool can_be_opened(const char *path) {
-  const Descriptor file{retry_interrupted(
-      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); })};
-  return static_cast<bool>(file);
-}
-
 bool is_same_file(const struct stat &one, const struct stat &other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
@@ -50,7 +45,7 @@ bool emptied(int file, const struct stat &info) {
   return retry_interrupted([file] { return ftruncate(file, 0); }) == 0;
 }
 
-// Opened without truncating: only the open file can tell that it is not the source itself.
+// Opened without truncating: only once it is open is it known not to be the source itself.
 Descriptor open_destination(const char *path, const struct stat &source) {
   const auto permissions = static_cast<mode_t>(source.st_mode & 0777);
   Descriptor file{
@@ -80,7 +75,7 @@ bool copy_content(int from, int to) {
   }
 }
 
-// What cannot be synchronised at all (EINVAL: a device, a plain file system) is as safe as it gets.
+// EINVAL: this kind of file (a device, a pipe) or its file system cannot be synchronised at all.
 bool reached_disk(int file) {
   return retry_interrupted([file] { return fsync(file); }) == 0 || errno == EINVAL;
 }
@@ -88,14 +83,14 @@ bool reached_disk(int file) {
 int copy_file(const char *src, const char *dst, unsigned flags, Durability durability) {
   const Descriptor from = open_source(src);
   if (!from) return QAL_STATUS_NO_SOURCE;
-  if ((flags & copy_keeps_existing) && can_be_opened(dst)) return QAL_STATUS_EXISTS;
+  if ((flags & copy_keeps_existing) && qal::internal::can_be_opened(dst)) return QAL_STATUS_EXISTS;
   struct stat source;
   if (fstat(from.get(), &source) != 0) return QAL_STATUS_FAILED;
   Descriptor to = open_destination(dst, source);
   if (!to) return QAL_STATUS_FAILED;
   const bool copied = copy_content(from.get(), to.get()) &&
                       (durability == Durability::cached || reached_disk(to.get()));
-  const bool closed = close(to.release()) == 0;  // where some file systems report a full disk
+  const bool closed = to.close() == 0;  // where some file systems report a full disk
   return copied && closed ? QAL_STATUS_OK : QAL_STATUS_FAILED;
 }
 

@@ -1,3 +1,4 @@
+// The removal of a directory, alone or with everything in it.
 #include <dirent.h>
 #include <fcntl.h>
 #include <qal/files.h>
@@ -13,6 +14,7 @@
 #include <string_view>
 
 #include "internal/bounded_text.hpp"
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 #include "internal/retry.hpp"
 
@@ -22,13 +24,10 @@ using qal::internal::BoundedText;
 using qal::internal::Descriptor;
 using qal::internal::Directory;
 using qal::internal::OwnedText;
+using qal::internal::path_room;
 using qal::internal::retry_interrupted;
 
-constexpr std::size_t path_room = 1024;
-constexpr std::size_t longest_name = 255;
-// Deliberate: one bit of the file type only. Sockets and block devices carry it too, so they are
-// taken for directories, cannot be opened as one, and end the removal.
-constexpr mode_t directory_bit = 0040000;
+constexpr int with_content = 1;  // value of `recursive`
 
 // Names one after another, each with its terminator.
 class NameList {
@@ -41,7 +40,7 @@ class NameList {
     return true;
   }
 
-  // Stops at the first name that `use` answers false to, and says whether there was none.
+  // Stops at the first name for which `use` returns false, and returns whether there was none.
   template <typename Use>
   bool all_of(Use use) const {
     const char *end = text_.get() + length_;
@@ -88,29 +87,28 @@ Directory open_directory(int parent, const char *path) {
 
 bool is_dot_entry(std::string_view name) { return name == "." || name == ".."; }
 
-// What the directory listing passes over is passed over here as well and then keeps its directory
-// from being removed: what cannot be examined (links that lead nowhere) and what is too long.
+// Entries that qal_dir_list leaves out are left out here too: links that lead nowhere, and names or
+// paths that are too long. They stay, and with them their directory.
 bool note_entry(DIR *directory, const char *name, std::size_t path_length, Content &content) {
-  const std::size_t name_length = std::strlen(name);
-  if (is_dot_entry(name) || name_length > longest_name) return true;
-  if (path_length + 1 + name_length >= path_room) return true;
+  if (is_dot_entry(name)) return true;
+  if (!qal::internal::is_within_limits(path_length, std::strlen(name))) return true;
   struct stat info;
   if (fstatat(dirfd(directory), name, &info, 0) != 0) return true;
-  return (info.st_mode & directory_bit ? content.directories : content.files).append(name);
+  const bool is_directory = qal::internal::counts_as_directory(info.st_mode);
+  return (is_directory ? content.directories : content.files).append(name);
 }
 
 // Everything is read before anything is removed: some systems skip entries of a directory that
-// shrinks while it is read. Like the listing, a directory without even "." counts as unreadable.
+// shrinks while it is read. As in qal_dir_list, a directory without even "." counts as unreadable.
 bool read_content(DIR *directory, std::size_t path_length, Content &content) {
   for (bool first = true;; first = false) {
-    errno = 0;
-    const dirent *entry = readdir(directory);
+    const dirent *entry = qal::internal::next_entry(directory);
     if (!entry) return errno == 0 && !first;
     if (!note_entry(directory, entry->d_name, path_length, content)) return false;
   }
 }
 
-// Deliberate: such a name means two things, a file and a path, so it ends the removal.
+// Deliberate: such a name could mean a file or a path, so it ends the removal.
 bool is_ambiguous(const char *name) { return std::strchr(name, '\\') != nullptr; }
 
 bool remove_tree(int parent, const char *path, std::size_t path_length);
@@ -159,6 +157,6 @@ bool remove_recursively(std::string_view path) {
 
 int qal_file_rmdir(const char *path, int recursive) {
   if (!path) return QAL_STATUS_FAILED;
-  const bool removed = recursive == 1 ? remove_recursively(path) : rmdir(path) == 0;
+  const bool removed = recursive == with_content ? remove_recursively(path) : rmdir(path) == 0;
   return removed ? QAL_STATUS_OK : QAL_STATUS_FAILED;
 }

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-// Deliberate: the platform's own choice of names, although it reserves none; some platforms mark
-// the call as deprecated for that.
+// Deliberate: the platform's own choice of names, although its call does not create the file; some
+// platforms mark it as deprecated for that.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 char *qal_tempnam(const char *dir, const char *prefix) {

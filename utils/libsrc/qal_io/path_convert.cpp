@@ -1,3 +1,4 @@
+// The conversion of a path from one system's separators to the other's.
 #include <qal/path.h>
 
 #include <cstddef>
@@ -10,8 +11,8 @@ namespace {
 constexpr std::uint32_t mode_mask = 0xffff00ffU;  // bits 8 to 15 hold the further settings
 constexpr const char *illegal_in_names = ":*?\"<>|";
 
-// Most paths are clean and need no more than the search. The others have several places to change,
-// each too near the next one for another search.
+// Most paths are clean: the search finds nothing. In the others the places to change are too close
+// together for searching from one to the next.
 void replace_all(char *path, char from, char to) {
   char *const hit = std::strchr(path, from);
   if (!hit) return;
@@ -25,8 +26,8 @@ void replace_illegal_characters(char *path) {
   }
 }
 
-// Rewrites a path over itself: reading never falls behind writing. The path holds only one kind of
-// separator, for the conversion comes first.
+// Rewrites a path over itself: reading never falls behind writing. The path has been converted, so
+// it holds only one kind of separator.
 class Compaction {
  public:
   Compaction(char *path, char separator) : path_(path), separator_(separator) {}
@@ -47,8 +48,8 @@ class Compaction {
   }
 
  private:
-  // Whether the separator at the reading position begins a piece of so many dots that another one
-  // ends.
+  // Whether the piece behind the separator at the reading position is exactly `count` dots and ends
+  // in a separator.
   bool at_dots(int count) const {
     const char *piece = path_ + read_ + 1;
     for (; count > 0 && *piece == '.'; --count) ++piece;
@@ -63,8 +64,8 @@ class Compaction {
     } while (c != separator_ && c != '\0');
   }
 
-  // Takes back the last written separator and what follows it. Counting the separators spares the
-  // search where there is none: a long first piece would be searched once for every "..".
+  // Takes back the last written separator and what follows it. The separators are counted so that
+  // nothing is searched where there is none: each ".." would search a long first piece again.
   void drop_written_piece() {
     do {
       --write_;
@@ -77,8 +78,8 @@ class Compaction {
     const bool may_begin_network_name = read_ == 0;
     path_[write_++] = path_[read_++];
     ++written_separators_;
-    // Deliberate: the repeat behind a first separator is not skipped but looked at in its turn, so
-    // "//server" keeps both, and a ".." behind the pair takes only the second back.
+    // Deliberate: a separator that follows a leading one is not skipped but read like any other, so
+    // "//server" keeps both, and a ".." behind the pair takes back only the second.
     if (may_begin_network_name) return;
     while (path_[read_] == separator_) ++read_;
   }

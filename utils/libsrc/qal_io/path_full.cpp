@@ -1,3 +1,4 @@
+// What the system adds to a path: the working directory and users' homes.
 #include <qal/path.h>
 #include <qal/status.h>
 #include <unistd.h>
@@ -19,18 +20,19 @@ namespace {
 using qal::internal::BoundedText;
 using qal::internal::PasswordEntry;
 
-constexpr int refused = -1;
+constexpr int failed = -1;
 constexpr std::size_t directory_bytes = 1024;
 
 std::span<char> room_in(char *out, int out_size) {
   return {out, out && out_size > 0 ? static_cast<std::size_t>(out_size) : 0};
 }
 
-// Puts the pieces together in `out`, or answers the size that they need and leaves it alone.
+// Puts the pieces together in `out`. When they do not fit it returns the size that they need and
+// leaves `out` alone.
 int deliver(std::initializer_list<std::string_view> pieces, std::span<char> out) {
   std::size_t needed = 1;
   for (const auto piece : pieces) needed += piece.size();
-  if (needed > INT_MAX) return refused;
+  if (needed > INT_MAX) return failed;
   if (needed > out.size()) return static_cast<int>(needed);
   BoundedText{out}.append(pieces);
   return 0;
@@ -38,7 +40,7 @@ int deliver(std::initializer_list<std::string_view> pieces, std::span<char> out)
 
 int below_working_directory(std::string_view path, std::span<char> out) {
   std::array<char, directory_bytes> buffer{};
-  if (!getcwd(buffer.data(), buffer.size())) return refused;
+  if (!getcwd(buffer.data(), buffer.size())) return failed;
   const std::string_view directory{buffer.data()};
   const bool has_backslash = directory.find('\\') != std::string_view::npos;
   return deliver({directory, has_backslash ? "\\" : "/", path}, out);
@@ -58,7 +60,7 @@ int expand_home(std::string_view path, BoundedText &text) {
 }  // namespace
 
 int qal_get_full_path(const char *path, char *out, int out_size) {
-  if (!path || *path == '\0') return refused;
+  if (!path || *path == '\0') return failed;
   const auto room = room_in(out, out_size);
   return qal_path_is_absolute(path) ? deliver({path}, room) : below_working_directory(path, room);
 }
@@ -68,7 +70,7 @@ char *qal_getcwd(char *buf, std::size_t size) { return getcwd(buf, size); }
 int qal_setcwd(const char *path) {
   if (!path) {
     errno = EFAULT;
-    return -1;
+    return failed;
   }
   return chdir(path);
 }

@@ -1,3 +1,4 @@
+// The normal form of a path.
 #include <qal/alloc.h>
 #include <qal/path.h>
 
@@ -15,10 +16,10 @@ namespace {
 
 using qal::internal::OwnedText;
 
-constexpr int refused = -1;
+constexpr int failed = -1;
 constexpr std::size_t most_segments = 1024;
 constexpr std::size_t spare_bytes = 64;
-constexpr std::size_t room_for_dot = 2;
+constexpr std::size_t room_for_dot = sizeof ".";
 
 OwnedText room_as_long_as(const char *path) {
   char *room = nullptr;
@@ -44,7 +45,8 @@ class Resolution {
   // The room holds what is kept, which is never longer than what was read.
   explicit Resolution(char *room) : text_(room) {}
 
-  // The kept segments, or nothing when there are too many or ".." leads above the first.
+  // The segments that are kept. Without a value when there are too many or ".." leads above the
+  // first.
   std::optional<std::string_view> run(const char *path) {
     for (std::size_t index = 0; *path != '\0'; ++index) {
       if (index == most_segments || !take_segment(path, index == 0)) return std::nullopt;
@@ -54,8 +56,8 @@ class Resolution {
   }
 
  private:
-  // Leaves `at` behind the segment. Segments are short: going byte by byte is faster than calling
-  // the C library for each.
+  // Leaves `at` behind the segment. Segments are short: a loop over their bytes is faster than a
+  // call of the C library for each.
   bool take_segment(const char *&at, bool first) {
     if (*at != '.') return keep_segment(at, first);
     // Deliberate: every segment that begins with a dot vanishes, ".config" as well as ".".
@@ -85,13 +87,13 @@ class Resolution {
   std::size_t length_ = 0;
 };
 
-// One byte for the slash of each kept segment, also of the first, which may have none.
+// Counts a slash for each kept segment, even for a first one that has none.
 std::size_t room_for(std::string_view segments) {
   const bool lacks_first_slash = !segments.empty() && segments.front() != '/';
   return segments.size() + (lacks_first_slash ? 1 : 0);
 }
 
-int needed_size(std::size_t bytes) { return bytes > INT_MAX ? refused : static_cast<int>(bytes); }
+int needed_size(std::size_t bytes) { return bytes > INT_MAX ? failed : static_cast<int>(bytes); }
 
 // `start` is what the result begins with: the prefix or, for a relative path, the caller's text.
 int deliver(std::string_view start, std::string_view segments, std::span<char> out) {
@@ -99,8 +101,8 @@ int deliver(std::string_view start, std::string_view segments, std::span<char> o
   if (length >= out.size()) return needed_size(length + 1);
   if (length == 0 && out.size() < room_for_dot) return needed_size(room_for_dot);
   if (length == 0) segments = ".";
-  const bool stands_already = start.data() == out.data();
-  if (stands_already) {
+  const bool is_in_place = start.data() == out.data();
+  if (is_in_place) {
     qal_convert_pathname(out.data(), 0);
   } else {
     std::memcpy(out.data(), start.data(), start.size());
@@ -116,10 +118,10 @@ std::string_view text_in(std::span<const char> out) {
 
 int normalise(const char *path, std::span<char> out) {
   const OwnedText room = room_as_long_as(path);
-  if (!room) return refused;
+  if (!room) return failed;
   const char *const first = behind_separators(path);
   const auto segments = Resolution{room.get()}.run(first);
-  if (!segments) return refused;
+  if (!segments) return failed;
   const auto start = first == path ? text_in(out) : prefix_for(first - path);
   return deliver(start, *segments, out);
 }
@@ -135,7 +137,7 @@ int deliver_dot(std::span<char> out) {
 
 int qal_get_norm_path(const char *path, char *out, int out_size) {
   const std::size_t room = out_size > 0 ? static_cast<std::size_t>(out_size) : 0;
-  if (!path || (!out && room > 0) || std::string_view{path}.starts_with("..")) return refused;
+  if (!path || (!out && room > 0) || std::string_view{path}.starts_with("..")) return failed;
   if (*path != '\0') return normalise(path, {out, room});
   return room > 0 ? deliver_dot({out, room}) : 0;
 }

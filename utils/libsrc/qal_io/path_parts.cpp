@@ -1,3 +1,4 @@
+// The parts of a path: directory, last component, extension.
 #include <qal/path.h>
 
 #include <array>
@@ -25,7 +26,7 @@ void strip_trailing(char *path, char separator) {
   path[length] = '\0';
 }
 
-// Valid until the thread asks again: the text follows the separator of the latest path.
+// Valid until the thread calls again, which may change the separator in the text.
 const char *separator_text(char separator) {
   thread_local std::array<char, 2> text;
   text = {separator, '\0'};
@@ -42,7 +43,7 @@ const char *cut_at_last(char *path, char separator) {
   return path;
 }
 
-// Writes one more piece of a text that has room for it, and returns the new end.
+// Writes a piece at the end of a text that has room for it, and returns the new end.
 char *append(char *end, const char *piece) {
   const std::size_t length = std::strlen(piece);
   std::memmove(end, piece, length);
@@ -54,7 +55,7 @@ bool is_ascii_letter(char byte) {
   return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
 }
 
-constexpr std::size_t kind_count = 4;
+constexpr std::size_t kind_count = 4;  // executable, object file, static and shared library
 using Suffixes = std::array<const char *, kind_count>;
 
 constexpr Suffixes unix_suffixes{"", ".o", ".a", ".so"};

@@ -1,5 +1,5 @@
+// Runs of numbered files that a template such as "frame.####.img" stands for.
 #include <dirent.h>
-#include <fcntl.h>
 #include <qal/alloc.h>
 #include <qal/path.h>
 #include <qal/status.h>
@@ -16,28 +16,19 @@
 #include <span>
 #include <string_view>
 
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 
 namespace {
 
-using qal::internal::Descriptor;
 using qal::internal::Directory;
 using qal::internal::FreeMemory;
+using qal::internal::path_room;
 
-constexpr std::size_t template_bytes = 1024;
 constexpr std::size_t widest_field = 9;
 constexpr std::int32_t unknown = -1;
 
-// Opening is the test, as a reader would; non-blocking, for a FIFO without a writer is there too.
-bool can_be_opened(const char *path) {
-  Descriptor file;
-  do {
-    file = Descriptor{open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)};
-  } while (!file && errno == EINTR);
-  return static_cast<bool>(file);
-}
-
-// The digits of `text` as a number; it has at most nine.
+// The number that `text` stands for; it has at most nine digits.
 std::optional<std::int32_t> parse_digits(std::string_view text) {
   std::int32_t number = 0;
   for (const char digit : text) {
@@ -54,7 +45,7 @@ class NumberedPath {
     return path.read(text) ? std::optional{path} : std::nullopt;
   }
 
-  // 10 to the power of the field's width: the first number that it has no room for.
+  // 10 to the power of the field's width: the first number that is too large for it.
   std::int32_t end() const {
     std::int32_t power = 1;
     for (std::size_t digit = 0; digit < width_; ++digit) power *= 10;
@@ -64,14 +55,14 @@ class NumberedPath {
   bool exists(std::int32_t number) {
     if (number < 0 || number >= end()) return false;
     write(number);
-    return can_be_opened(text_.data());
+    return qal::internal::can_be_opened(text_.data());
   }
 
   bool field_is_in_last_component() const { return suffix().find('/') == std::string_view::npos; }
 
   // The directory of the numbered files, when their field is in the last component.
   Directory open_directory() const {
-    std::array<char, template_bytes> directory{};
+    std::array<char, path_room> directory{};
     const std::string_view parent = text().substr(0, name_position());
     if (parent.empty()) return Directory{opendir(".")};
     parent.copy(directory.data(), parent.size());
@@ -92,7 +83,7 @@ class NumberedPath {
 
  private:
   bool read(std::string_view text) {
-    if (text.size() >= template_bytes) return false;
+    if (text.size() >= path_room) return false;
     length_ = text.copy(text_.data(), text.size());
     // Deliberate: in a template the last "@" means the letter "l", whatever the files are called.
     if (const auto at = text.rfind('@'); at != std::string_view::npos) text_[at] = 'l';
@@ -113,7 +104,7 @@ class NumberedPath {
   std::string_view suffix() const { return text().substr(field_ + width_); }
   std::size_t name_position() const { return prefix().rfind('/') + 1; }  // 0 without a slash
 
-  std::array<char, template_bytes> text_{};
+  std::array<char, path_room> text_{};
   std::size_t length_ = 0;
   std::size_t field_ = 0;
   std::size_t width_ = 0;
@@ -146,20 +137,18 @@ class NumberList {
   std::size_t capacity_ = 0;
 };
 
-// Whether a directory that could not be opened has no files, rather than files it will not list.
+// Whether there is no such directory, rather than one that cannot be read.
 bool is_absent(int error) {
   return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
 }
 
-// Collects the numbers that the directory has entries for; false when it cannot be read whole.
+// Collects the numbers that the directory has entries for. False when it cannot be read whole.
 bool list_numbers(const NumberedPath &path, NumberList &numbers) {
   const Directory directory = path.open_directory();
   if (!directory) return is_absent(errno);
-  errno = 0;  // only a change tells an error from the end
-  while (const dirent *entry = readdir(directory.get())) {
+  while (const dirent *entry = qal::internal::next_entry(directory.get())) {
     const auto number = path.number_in(entry->d_name);
     if (number && !numbers.add(*number)) return false;
-    errno = 0;
   }
   return errno == 0;
 }
@@ -177,7 +166,7 @@ std::optional<std::int32_t> first_probed(NumberedPath &path) {
   return std::nullopt;
 }
 
-// One reading of the directory spares up to 10^9 openings.
+// Reading the directory once saves opening up to 10^9 files.
 std::optional<std::int32_t> find_first(NumberedPath &path) {
   NumberList numbers;
   if (path.field_is_in_last_component() && list_numbers(path, numbers)) {
@@ -188,7 +177,8 @@ std::optional<std::int32_t> find_first(NumberedPath &path) {
 
 // Probes from `first` up to the limit, the limit included.
 std::int32_t find_last(NumberedPath &path, std::int32_t first, std::int32_t limit) {
-  // Deliberate: with every number present an open search answers 10^width, which has no file.
+  // Deliberate: with every number present a search without a limit returns 10^width, which has no
+  // file.
   const std::int32_t last_probe = limit == unknown ? path.end() - 1 : limit;
   const std::int32_t reached = limit == unknown ? path.end() : limit;
   for (std::int32_t number = first;; ++number) {
@@ -201,7 +191,7 @@ std::int32_t find_last(NumberedPath &path, std::int32_t first, std::int32_t limi
 
 int qal_valid_pathname_range(const char *template_path, std::int32_t *first, std::int32_t *last) {
   if (!template_path || !first || !last) return QAL_STATUS_INVALID;
-  if (*first == INT32_MIN) return QAL_STATUS_INVALID;  // no number before it to answer with
+  if (*first == INT32_MIN) return QAL_STATUS_INVALID;  // there is no number before it to return
   auto path = NumberedPath::parse(template_path);
   if (!path) return QAL_STATUS_INVALID;
   const auto start = *first == unknown ? find_first(*path) : *first;

@@ -1,4 +1,4 @@
-// Commands at the other end of a pipe.
+// Shell commands whose input or output is a pipe.
 #include <fcntl.h>
 #include <qal/pipe.h>
 #include <unistd.h>
@@ -26,8 +26,8 @@ struct Pipe {
   explicit operator bool() const { return read_end && write_end; }
 };
 
-// The child closes and fills the standard descriptors; an end that happens to be one of them, since
-// the caller had it closed, must be out of the way.
+// The child closes the standard descriptors and opens them anew. When the caller had one closed, an
+// end of the pipe may have its number, and is moved out of the way.
 Descriptor lifted(int end) {
   if (end > STDERR_FILENO) return Descriptor(end);
   const Descriptor low(end);
@@ -41,8 +41,8 @@ Pipe open_pipe() {
   return {std::move(read_end), lifted(ends[1])};
 }
 
-// From here to exec the child keeps to what is safe between a fork of many threads and exec: no
-// stdio, no allocation.
+// From here on the child calls only what is safe between fork and exec in a process with threads:
+// no stdio, no allocation.
 void say(std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
@@ -60,7 +60,8 @@ void say_error(std::string_view message) {
   say("\n");
 }
 
-// `dup` takes the lowest free number: not the one just closed, if a lower one was closed before.
+// `dup` takes the lowest free number, which is not the one just closed if a lower one was closed
+// before.
 void put_onto(int standard, int end, std::string_view message) {
   close(standard);
   const int copy = dup(end);
@@ -95,7 +96,8 @@ std::FILE *stream_of(Descriptor end, const char *mode) {
 }  // namespace
 
 FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out) {
-  if (pid_out) *pid_out = -1;
+  constexpr int no_process = -1;
+  if (pid_out) *pid_out = no_process;
   if (!command || !mode || !pid_out || (mode[0] != 'r' && mode[0] != 'w')) return nullptr;
   const bool parent_reads = mode[0] == 'r';
   Pipe pipe = open_pipe();
@@ -111,16 +113,16 @@ FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out) {
   }
   if (pid == 0) {
     become_command(command, parent_reads, pipe);
-    // Deliberate: the child does not end by itself; it returns to the caller as a failure.
+    // Deliberate: the child does not end here; it returns to the caller as a failure.
     return nullptr;
   }
-  setpgid(pid, pid);  // the child does the same; whoever comes first, the group is there now
+  setpgid(pid, pid);  // as the child does: whichever runs first, the group exists from here on
   return stream_of(std::move(parent_reads ? pipe.read_end : pipe.write_end), mode);
 }
 
 FILE *qal_pipe_popen(const char *command, const char *mode) {
   std::FILE *const stream = command && mode ? popen(command, mode) : nullptr;
-  // A command started later would keep this one's input open.
+  // A command started later would inherit the stream and keep this one's input open.
   if (stream) fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
   return stream;
 }

@@ -1,0 +1,28 @@
+// Opens files and reads directories.
+#include "internal/file_system.hpp"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "internal/retry.hpp"
+
+namespace qal::internal {
+
+Descriptor open_any_kind(const char *path) {
+  return Descriptor{retry_interrupted(
+      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); })};
+}
+
+bool can_be_opened(const char *path) { return static_cast<bool>(open_any_kind(path)); }
+
+Directory open_directory(const char *path) {
+  return Directory{retry_interrupted([path] { return opendir(path); })};
+}
+
+const dirent *next_entry(DIR *directory) {
+  errno = 0;
+  return readdir(directory);
+}
+
+}  // namespace qal::internal
