@@ -15,7 +15,7 @@ FUZZ = figures.ROOT / "fuzz"
 IGNORED = figures.ROOT / "robustness" / "memory_sanitizer.ignore"
 
 # zlib, and the parts of the standard library that handle files and that copy texts.
-LEFT_OUT = ("blocks", "environment", "sweep")
+LEFT_OUT = ("blocks", "directories", "sweep")
 SECONDS = {"full": 0, "release": 60}
 
 # Texts are then built in our own programs, where they are seen.
