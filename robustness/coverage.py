@@ -12,6 +12,7 @@ import shutil
 import subprocess
 import tempfile
 
+import corpora
 import figures
 
 TREE = figures.BUILD / "coverage"
@@ -116,8 +117,8 @@ def test_figures():
 def run_apart(area, folder):
     """Runs the corpus with counters of its own in `folder`, beside them the objects' notes."""
     environment = os.environ | {"GCOV_PREFIX": str(folder), "GCOV_PREFIX_STRIP": "99"}
-    subprocess.run([TREE / "fuzz" / f"{area}_replay", figures.ROOT / "fuzz" / "corpus" / area],
-                   check=True, env=environment, stdout=subprocess.DEVNULL)
+    subprocess.run([TREE / "fuzz" / f"{area}_replay", *corpora.kept(area)], check=True,
+                   env=environment, stdout=subprocess.DEVNULL)
     objects = TREE / "CMakeFiles", *(TREE / "fuzz" / "CMakeFiles" / f"{target}.dir"
                                      for target in (f"{area}_replay", "qal_replay"))
     for notes in (notes for place in objects for notes in place.rglob("*.gcno")):

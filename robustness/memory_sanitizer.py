@@ -8,6 +8,7 @@ import pathlib
 import subprocess
 import tempfile
 
+import corpora
 import figures
 
 TREE = figures.BUILD / "msan"
@@ -15,7 +16,7 @@ FUZZ = figures.ROOT / "fuzz"
 IGNORED = figures.ROOT / "robustness" / "memory_sanitizer.ignore"
 
 # zlib, and the parts of the standard library that handle files and that copy texts.
-LEFT_OUT = ("blocks", "environment", "sweep")
+LEFT_OUT = ("blocks", "directories", "sweep")
 SECONDS = {"full": 0, "release": 60}
 
 # Texts are then built in our own programs, where they are seen.
@@ -42,7 +43,7 @@ def is_clean(area, seconds):
         search = [f"-max_total_time={seconds}"] if seconds else ["-runs=0"]
         with open(TREE / f"{area}.log", "w", encoding="utf-8") as log:
             ended = subprocess.run(
-                [TREE / "fuzz" / f"{area}_fuzz", *search, found, FUZZ / "corpus" / area],
+                [TREE / "fuzz" / f"{area}_fuzz", *search, found, *corpora.unpacked(area)],
                 cwd=scratch, env={**os.environ, "HOME": scratch, "TMPDIR": scratch},
                 stdout=log, stderr=log)
     return ended.returncode == 0

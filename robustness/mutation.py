@@ -23,6 +23,7 @@ import sys
 import tempfile
 import time
 
+import corpora
 import figures
 from mutants import mutants_of
 from mutation_units import critical, included_by, units as all_units
@@ -54,7 +55,7 @@ def executable(program):
 
 def arguments(program):
     area, _, kind = program.partition(".")
-    return [str(figures.ROOT / "fuzz" / "corpus" / area)] if kind else ["--gtest_fail_fast"]
+    return corpora.kept(area) if kind else ["--gtest_fail_fast"]
 
 
 def link_command(program):

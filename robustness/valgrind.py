@@ -11,6 +11,7 @@ import shutil
 import subprocess
 import tempfile
 
+import corpora
 import figures
 
 PROGRAMS = figures.BUILD / "release"
@@ -89,7 +90,7 @@ def command_of(program, chosen):
     """A program with what it is to run: cases, or the corpus of a fuzz target."""
     file = programs()[program]
     if program.endswith("_replay"):
-        return [file, figures.ROOT / "fuzz" / "corpus" / program.removesuffix("_replay")]
+        return [file, *corpora.kept(program.removesuffix("_replay"))]
     return [file, "--gtest_brief=1", f"--gtest_filter={chosen}"]
 
 
