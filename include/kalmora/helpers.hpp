@@ -194,8 +194,8 @@ enum {
  *  @param offset    where the piece begins, counted in bytes from `origin`.
  *  @param count     its length in bytes; 0 only positions. Not used for the size.
  *  @param buffer    the piece; may be null when `count` is 0.
- *  @param position  receives where the stream stands afterwards, the file's size for
- *                   KALMORA_FILE_SIZE, and 0 on failure; may be null.
+ *  @param position  receives the position after the piece, the file's size for KALMORA_FILE_SIZE,
+ *                   and 0 on failure; may be null.
  *  @return 0, when what was written has reached the system; KALMORA_FILE_INVALID for a null path or
  *          any other mode; KALMORA_FILE_CANNOT_OPEN; KALMORA_FILE_CANNOT_TRANSFER for a bad origin,
  *          a count below 0 and a missing buffer (the file is then left alone), and for a position

@@ -32,7 +32,7 @@
 /** Lists the plain files of a directory whose names match a wildcard pattern.
  *
  *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
- *                  a leading "~" for a home, but the paths begin with `dir` as it stands.
+ *                  a leading "~" for a home, but the paths begin with `dir` as it is.
  *  @param pattern  as zul_fnmatch takes it (qal/wildcard.h), matched against names without `dir`; a
  *                  null pointer gives an empty list.
  *  @return the paths "dir/name" with every backslash turned into a slash, in the order in which the

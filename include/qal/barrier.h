@@ -23,7 +23,7 @@ extern "C" {
 
 /** A barrier. The fields are for debuggers; use the functions. */
 typedef struct QalThreadBarrier {
-  uint32_t count;          /**< threads that meet; 0 until the next arrival sets it */
+  uint32_t count;          /**< threads in the group; 0 until the next arrival sets it */
   uint32_t remaining;      /**< arrivals that this cycle still waits for */
   uint32_t phase;          /**< 0 or 1, flipped by the last arrival of each cycle */
   uint32_t magic;          /**< 0xABCD while the barrier is valid, all bits set once destroyed */
@@ -79,8 +79,8 @@ QAL_API int qal_thread_global_isum(int x, int nthreads);
  *
  *  @param out   the group's one array, shared by all its threads: the first `count` elements
  *               receive the sums. It may not overlap any `in`.
- *  @param count elements, the same in every thread; 0 or less changes nothing but still makes the
- *               threads meet. */
+ *  @param count elements, the same in every thread; with 0 or less nothing is summed, but the
+ *               threads still wait for one another. */
 QAL_API void qal_thread_global_dsums(const double *in, double *out, int count, int nthreads);
 /** The same for integers, wrapping around at 32 bits. */
 QAL_API void qal_thread_global_isums(const int *in, int *out, int count, int nthreads);

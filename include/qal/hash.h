@@ -3,10 +3,10 @@
  *  of integers.
  *
  *  QalHash does not hash: the caller picks the slot of a key, from 0 to num_slots - 1, and gives it
- *  to every call. Within a slot records stand in the order in which they were added and are found
- *  by comparing key bytes one after the other, so a large table needs many slots. Keys are not
- *  unique: a record is added beside one with an equal key. All records of a table come from one
- *  list pool (list.h), so once the pool has chunks, adding and removing ask the system for nothing.
+ *  to every call. A slot keeps its records in the order in which they were added, and the key is
+ *  compared with one after the other, so a large table needs many slots. Keys are not unique: a
+ *  record is added beside one with an equal key. All records of a table come from one list pool
+ *  (list.h), so once the pool has chunks, adding and removing allocate nothing from the system.
  *  QalHashPairs picks its slots itself.
  *
  *  Keys and data are copied byte by byte and need no alignment. A record's data follows its key

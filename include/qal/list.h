@@ -49,7 +49,7 @@ typedef int (*QalListCompare)(const void *earlier, const void *later);
 /** Makes a list pool.
  *
  *  @param element_size    payload bytes, 0 allowed; with the links it must fit 32 bits.
- *  @param chunk_count     elements to carve at a time, at least 1 for any to be had.
+ *  @param chunk_count     elements to carve at a time; with 0 no element can be made.
  *  @param use_header_pool not 0: list headers are pooled as well, 20 at a time.
  *  @return the pool, or null; nothing is then left behind. */
 QAL_API QalListPool *qal_list_pool_create(uint32_t element_size, uint32_t chunk_count,

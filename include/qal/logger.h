@@ -37,9 +37,9 @@ extern QAL_API int Verbose_level;
 
 /** Installs the callbacks and the handles that they are called with.
  *
- *  @param console_stream  first argument of the console callback, never looked at; may be null.
+ *  @param console_stream  first argument of the console callback, passed on as it is; may be null.
  *  @param console_func    receives the console levels; null makes them silent.
- *  @param log_stream      first argument of the log callback, never looked at; may be null.
+ *  @param log_stream      first argument of the log callback, passed on as it is; may be null.
  *  @param log_func        receives qal_log; null makes it silent. */
 QAL_API void qal_logger_init(void *console_stream, QalLoggerFunc console_func, void *log_stream,
                              QalLoggerFunc log_func);
@@ -109,7 +109,7 @@ QAL_API char *qal_scrub_format_string(const char *text);
 
 /** Does nothing: a hook for systems whose console window follows the program's state.
  *
- *  @param state  not looked at. */
+ *  @param state  ignored. */
 QAL_API void update_windows_console(int state);
 
 /** Formats with the platform's own text formatting, whatever the length.

@@ -157,8 +157,8 @@ enum {
  *
  *  The field reaches from the first "#" to the last, at most 9 bytes, and is replaced whole by the
  *  number with leading zeros. A number with more digits than that, or a negative one, has no file.
- *  The last "@" of the template stands for the letter "l". A file is there when it can be opened
- *  for reading.
+ *  The last "@" of the template stands for the letter "l". A file exists if it can be opened for
+ *  reading.
  *
  *  @param template_path  at most 1023 bytes; borrowed.
  *  @param first  in: the number to begin with, or QAL_RANGE_OPEN for the smallest that has a file.

@@ -35,7 +35,7 @@ QAL_API int qal_utils_done(void);
 
 /** Sets the cache directory.
  *
- *  @param path  the directory's name, copied as it stands. It may be the stored text itself or a
+ *  @param path  the directory's name, copied as it is. It may be the stored text itself or a
  *               part of it. Null: no directory is set afterwards.
  *  @return QAL_STATUS_OK; or QAL_STATUS_NO_MEMORY, when no directory is set afterwards and the
  *          allocator has reported it (see qal/alloc.h). */

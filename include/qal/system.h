@@ -39,8 +39,8 @@ enum {
 
 /** Stores one figure of the machine or of this process.
  *
- *  If the system does not report its packages, the number of physical cores stands for them; if it
- *  does not report these either, the number of logical processors, and failing that the number of
+ *  If the system does not report its packages, the number of physical cores is stored; if it does
+ *  not report these either, the number of logical processors, and failing that the number of
  *  processors. Queries for cores and logical processors fall back in the same order.
  *
  *  @param query  one of the queries above.

@@ -58,7 +58,7 @@ QAL_API int qal_isupper(int c);
 /** Copies a text into a buffer, cut to fit, and fills the rest of the buffer with NUL.
  *
  *  @param dst   receives the copy; `size` bytes, all of them are written.
- *  @param src   text to copy; may overlap `dst`. At most `size` - 1 bytes of it are looked at.
+ *  @param src   text to copy; may overlap `dst`. At most `size` - 1 bytes of it are read.
  *  @param size  size of `dst`, at least 1. Below 1 nothing is written.
  *  @return `dst`. That a text was cut is not reported. */
 QAL_API char *qal_strncpy(char *dst, const char *src, int size);
@@ -160,7 +160,7 @@ QAL_API int qal_strip_pre_post_spaces(const char *src, char *dst);
  *  @param buffer  receives the text; null gives 1.
  *  @param size    size of `buffer`; 0 gives 1 and nothing is written.
  *  @param format  as for printf.
- *  @return 0 when the whole output stands in `buffer`. 1 when it was cut, when formatting failed or
+ *  @return 0 when the whole output is in `buffer`. 1 when it was cut, when formatting failed or
  *          in the case above; the last byte of `buffer` is then NUL. */
 QAL_API int qal_snprintf(char *buffer, size_t size, const char *format, ...) QAL_PRINTF(3, 4);
 

@@ -90,7 +90,7 @@ QAL_API int qal_thread_create(int *index_out, QalThreadRoutine routine, void *ar
  *  @param result_out null, or receives the routine's result: -1 when it was cancelled or could not
  *                    be started, 0 when the index was never handed out.
  *  @return 0; or -1 for an index outside the table, and for a slot without a thread to wait for:
- *          the result is still handed over and the slot freed, except slot 0, the main thread's.
+ *          the result is still stored and the slot freed, except slot 0, the main thread's.
  *  @note One thread joins an index, once. What the thread wrote before its end is visible to the
  *        caller afterwards. */
 QAL_API int qal_thread_join(const int *index, int *result_out);
@@ -146,12 +146,12 @@ enum {
 QAL_API int qal_thread_mutex_init(QalThreadMutex *m);
 /** Ends a mutex that no thread holds. */
 QAL_API int qal_thread_mutex_destroy(QalThreadMutex *m);
-/** Waits until the mutex is free and takes it. */
+/** Locks the mutex, waiting until it is free. */
 QAL_API int qal_thread_mutex_lock(QalThreadMutex *m);
-/** Takes the mutex if it is free.
+/** Locks the mutex if it is free.
  *  @return 0 with the mutex locked, QAL_THREAD_BUSY, or -1 on failure. */
 QAL_API int qal_thread_mutex_trylock(QalThreadMutex *m);
-/** Gives the mutex back. */
+/** Unlocks the mutex. */
 QAL_API int qal_thread_mutex_unlock(QalThreadMutex *m);
 /**@}*/
 
@@ -172,7 +172,7 @@ QAL_API int qal_thread_cond_destroy(QalThreadCond *c);
 QAL_API int qal_thread_cond_broadcast(QalThreadCond *c);
 /** Wakes one waiting thread, if there is any. */
 QAL_API int qal_thread_cond_signal(QalThreadCond *c);
-/** Waits for a signal: gives the mutex back meanwhile and holds it again when it returns.
+/** Waits for a signal: unlocks the mutex meanwhile and holds it again when it returns.
  *  Cancellation point. */
 QAL_API int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m);
 /** Waits until a signal, or until so many seconds of the wall clock (qal_time_get) have passed. The
@@ -189,10 +189,10 @@ QAL_API int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float
 /** @name Counting semaphores
  *
  *  The waiters of a semaphore pass together: with k threads blocked, the first k - 1 releases wake
- *  nobody, and the k-th lets all k pass. A thread that starts to wait between that release and the
- *  passing of the last waiter joins the group, and the whole group then waits for one more release.
- *  So two threads that take turns without a pause can block each other; where threads compete for
- *  permits, use a mutex and a condition variable. */
+ *  none of them, and the k-th lets all k pass. A thread that starts to wait between that release
+ *  and the passing of the last waiter joins the group, and the whole group then waits for one more
+ *  release. So two threads that take turns without a pause can block each other; where threads
+ *  compete for permits, use a mutex and a condition variable. */
 /**@{*/
 
 /** Makes a semaphore with `initial` permits; a negative number is a debt that releases pay first.
@@ -200,10 +200,10 @@ QAL_API int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float
 QAL_API int qal_thread_sema_init(QalThreadSema *s, int initial);
 /** Ends a semaphore that no thread uses any more. Failures of the platform are ignored. */
 QAL_API int qal_thread_sema_destroy(QalThreadSema *s);
-/** Takes a permit, waiting for it if need be. Cancellation point: a cancelled wait gives its place
- *  back and lets the others pass if they now may. */
+/** Takes a permit, waiting for one if there is none. Cancellation point: a cancelled wait gives up
+ *  its place, and the others pass if they now may. */
 QAL_API int qal_thread_sema_wait(QalThreadSema *s);
-/** Gives a permit. */
+/** Adds a permit. */
 QAL_API int qal_thread_sema_release(QalThreadSema *s);
 /** Starts over with `value` permits, without locking: for a semaphore that no thread uses.
  *  @return 0. */
