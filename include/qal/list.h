@@ -51,22 +51,22 @@ typedef int (*QalListCompare)(const void *earlier, const void *later);
  *  @param element_size    payload bytes, 0 allowed; with the links it must fit 32 bits.
  *  @param chunk_count     elements to carve at a time; with 0 no element can be made.
  *  @param use_header_pool not 0: list headers are pooled as well, 20 at a time.
- *  @return the pool, or null; nothing is then left behind. */
+ *  @return the pool, or null on failure; nothing is then left behind. */
 QAL_API QalListPool *qal_list_pool_create(uint32_t element_size, uint32_t chunk_count,
                                           int32_t use_header_pool);
 /** Ends a pool and sets the caller's handle to null. Its elements become invalid, and so do lists
  *  with pooled headers; lists with other headers must have been destroyed. */
 QAL_API void qal_list_pool_destroy(QalListPool **pool_address);
 
-/** A new empty list; or null without memory. */
+/** A new empty list; null on failure. */
 QAL_API QalList *qal_list_create(QalListPool *pool);
 /** Gives a list and its elements back. The caller's handle is set to null if the header was not
  *  pooled; for a pooled header it keeps the old address, and the caller clears it. */
 QAL_API void qal_list_destroy(QalList **list_address);
 
-/** A fresh element from the list's pool; or null without memory. */
+/** A fresh element from the list's pool; null on failure. */
 QAL_API void *qal_list_alloc(QalList *list);
-/** A fresh element from a pool; or null without memory. */
+/** A fresh element from a pool; null on failure. */
 QAL_API void *qal_list_alloc2(QalListPool *pool);
 /** Gives an element that is in no list back to the list's pool. A null payload is ignored. */
 QAL_API void qal_list_free(QalList *list, void *payload);

@@ -49,12 +49,12 @@ QAL_API int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk);
  *  @return QAL_STATUS_OK, also when there are no pools. */
 QAL_API int qal_plist_pool_destroy(void);
 
-/** A new empty list; or null without memory or pools. */
+/** A new empty list; null on failure. */
 QAL_API QalPlist *qal_plist_create(void);
 /** Gives a list and its nodes back and sets the caller's handle to null. What the nodes point to is
  *  not touched. */
 QAL_API void qal_plist_destroy(QalPlist **list_address);
-/** A new node, all its fields null; or null without memory or pools. */
+/** A new node with all fields null; null on failure. */
 QAL_API QalPlistNode *qal_plist_alloc(void);
 /** Gives a node that is in no list back and sets the caller's handle to null. */
 QAL_API void qal_plist_free(QalPlistNode **node_address);
