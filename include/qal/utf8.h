@@ -25,7 +25,8 @@ QAL_API uint32_t qal_kalmora_symbol_to_unicode(int32_t code);
 
 /** Reads one character.
  *
- *  @param bytes text of at least one byte; nothing is read past a terminating NUL.
+ *  @param bytes text of at least one byte. A further byte is read only if those before it call for
+ *               it, so nothing is read past a terminating NUL.
  *  @param out   receives the decoded value. For more than one byte that is not the character's code
  *               point: only the upper payload bits of the sequence and the top two bits of its last
  *               byte count, so C3 A9 gives U+00C0. A byte that begins no whole sequence gives
