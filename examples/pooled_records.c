@@ -15,7 +15,7 @@ enum { SLOTS = 16, PER_CHUNK = 64, KEEP_FOUND = 0, POOLED_HEADERS = 1 };
 
 static const Measurement measured[] = {{"width", 2.5}, {"depth", 0.75}, {"height", 1.25}};
 
-/* A table does not hash: which slot a key belongs to is its user's to say. */
+/* A table does not hash: the caller picks the slot of each key. */
 static int32_t slot_of(const char *name) { return (unsigned char)name[0] % SLOTS; }
 
 static int by_length(const void *earlier, const void *later) {

@@ -1,4 +1,4 @@
-// Compressed blocks with a level of one's own, and what reading them has met.
+// Compressed blocks with a level of one's own, and how many bytes reading them has counted.
 #include <kalmora/blocks.hpp>
 
 #include <array>
@@ -16,7 +16,7 @@ struct Close {
 
 int main() {
   int best = 9;
-  zlib_compression_method(&best, 1);
+  zlib_compression_method(&best, KALMORA_LEVEL_SET);
 
   std::array<char, 50'000> zeros = {};
   const std::unique_ptr<std::FILE, Close> file(std::tmpfile());

@@ -20,6 +20,7 @@ int main() {
   std::printf("%.6f %.6f\n", first, static_cast<double>(erand0(&seed)));
 
   char path[64];
-  if (expfnam("~nobody-of-that-name/x", 64, path, sizeof path) == -1) std::puts("no such user");
+  const int length = expfnam("~nobody-of-that-name/x", 64, path, sizeof path);
+  if (length == KALMORA_NAME_UNKNOWN) std::puts("no such user");
   return 0;
 }

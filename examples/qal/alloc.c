@@ -1,10 +1,10 @@
-/* An array that grows. The macros pass on where they are used, so that a failure can be found. */
+/* An array that grows. The macros pass the place of their call on, so that a failure is found. */
 #include <qal/alloc.h>
 #include <qal/logger.h>
 #include <stdio.h>
 
 int main(void) {
-  /* Without a logger a failure is silent, and the pointer alone tells of it. */
+  /* Without a logger a failure is silent, and only the pointer shows it. */
   qal_logger_init(stderr, _qal_logger_func, NULL, NULL);
 
   int *squares = NULL;

@@ -14,7 +14,7 @@ typedef struct Member {
 static int measure(void *argument) {
   Member *self = argument;
   self->largest = qal_thread_reduce_dmax(self->measured, TEAM); /* returns once all have come */
-  self->came_last = qal_thread_barrier(self->barrier, TEAM);
+  self->came_last = qal_thread_barrier(self->barrier, TEAM) == QAL_THREAD_BARRIER_LAST;
   return 0;
 }
 

@@ -17,7 +17,7 @@ int main(void) {
          compressed < (long)size / 100 ? "less than a hundredth" : "more than expected");
 
   rewind(file);
-  /* Fewer bytes than the block has would mean that it is damaged: compare. */
+  /* Fewer bytes than the block has mean that it is damaged. */
   if (qal_fread_zlib(kept, sizeof *kept, COUNT, file) != size) return 1;
   printf("read back: %s\n", memcmp(table, kept, sizeof table) == 0 ? "the same" : "another");
   fclose(file);

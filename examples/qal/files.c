@@ -3,7 +3,7 @@
 #include <qal/status.h>
 #include <stdio.h>
 
-enum { LONGEST_LINE = 16, COPY_AND_REMOVE = 0x10000 };
+enum { LONGEST_LINE = 16 };
 
 static void print_lines(const char *path) {
   FILE *file = fopen(path, "r");
@@ -12,7 +12,7 @@ static void print_lines(const char *path) {
   int length;
   while ((length = qal_io_get_aline(file, LONGEST_LINE, line)) >= 0)
     printf("%2d %s\n", length, line);
-  if (length == -2) puts("a line is too long");
+  if (length == QAL_LINE_TOO_LONG) puts("a line is too long");
   fclose(file);
 }
 
@@ -26,10 +26,10 @@ int main(void) {
   print_lines("files.copy");
 
   /* Between file systems a file is moved by copying it. */
-  if (qal_file_rename("files.copy", "files.moved", COPY_AND_REMOVE) != QAL_STATUS_OK) return 1;
+  if (qal_file_rename("files.copy", "files.moved", QAL_RENAME_BY_COPY) != QAL_STATUS_OK) return 1;
   QalStat record;
   if (qal_stat("files.moved", &record) == 0) printf("%d bytes\n", (int)record.size);
-  printf("the copy is %s\n", qal_io_chkfil("files.copy", 0, 0) ? "there" : "gone");
+  printf("the copy is %s\n", qal_io_chkfil("files.copy", QAL_CHECK_READ, 0) ? "there" : "gone");
 
   qal_file_unlink("files.example");
   return qal_file_unlink("files.moved");

@@ -1,4 +1,4 @@
-/* Weights by part number. A table does not hash: the slot of a key is its user's to say. */
+/* Weights by part number. A table does not hash: the caller picks the slot of each key. */
 #include <qal/hash.h>
 #include <qal/startup.h>
 #include <stdio.h>

@@ -12,8 +12,8 @@ int main(void) {
   if (!separator) return 1;
   *separator = '\0';
   const char *amount = separator + 1;
-  qal_changecase(line, 1);        /* to lower case */
-  qal_strrepl(line, " ", "_", 0); /* in place, so no longer than the room */
+  qal_changecase(line, QAL_CASE_LOWER);
+  qal_strrepl(line, " ", "_", 0); /* in place: the result must fit the room */
   printf("name: %s, amount: %s\n", line, amount);
 
   if (qal_strcasestr(amount, "PIECES")) puts("counted in pieces");

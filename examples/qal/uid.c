@@ -1,4 +1,4 @@
-/* Ids that stand for objects, so that an object that is gone is noticed. */
+/* Ids that stand for objects, so that it is noticed when an object is gone. */
 #include <inttypes.h>
 #include <qal/startup.h>
 #include <qal/uid.h>
@@ -13,11 +13,12 @@ int main(void) {
   printf("ids %" PRIu64 " and %" PRIu64 "\n", part, drawing);
 
   uint64_t kind, number;
-  if (qal_uid_find(part, &kind, &number) == 0)
+  if (qal_uid_find(part, &kind, &number) == QAL_STATUS_OK)
     printf("id %" PRIu64 " is of kind %" PRIu64 " with number %" PRIu64 "\n", part, kind, number);
 
   qal_uid_destroy(part);
-  printf("id %" PRIu64 " is %s\n", part, qal_uid_find(part, NULL, NULL) == 0 ? "there" : "retired");
+  const int status = qal_uid_find(part, NULL, NULL);
+  printf("id %" PRIu64 " is %s\n", part, status == QAL_STATUS_NO_ID ? "retired" : "there");
 
   qal_utils_done();
   return 0;

@@ -9,7 +9,7 @@ int main(void) {
   const int length = qal_char_unicode_to_utf8(alpha, text);
   printf("U+%04X takes %d bytes: %s\n", (unsigned)alpha, length, (const char *)text);
 
-  /* Tells how many bytes a character takes; the value is not its code point. */
+  /* The result is how many bytes a character takes; the value is not its code point. */
   uint32_t value;
   printf("read again: %d bytes\n", qal_char_utf8_to_unicode(text, &value));
 

@@ -1,4 +1,4 @@
-/* The two matchers: the small one for names, the other one for paths. Both answer 0 for a match. */
+/* The two matchers: the small one for names, the other one for paths. */
 #include <qal/wildcard.h>
 #include <stdio.h>
 
@@ -6,12 +6,12 @@ static const unsigned char *bytes(const char *text) { return (const unsigned cha
 
 static void try_name(const char *pattern, const char *name) {
   const int result = zul_fnmatch(bytes(pattern), bytes(name));
-  printf("%-18s %-22s %s\n", pattern, name, result == 0 ? "match" : "none");
+  printf("%-18s %-22s %s\n", pattern, name, result == QAL_FNM_MATCH ? "match" : "none");
 }
 
 static void try_path(const char *pattern, const char *path, unsigned flags) {
   const int result = qal_fnmatch(bytes(pattern), path, flags);
-  printf("%-18s %-22s %s\n", pattern, path, result == 0 ? "match" : "none");
+  printf("%-18s %-22s %s\n", pattern, path, result == QAL_FNM_MATCH ? "match" : "none");
 }
 
 int main(void) {

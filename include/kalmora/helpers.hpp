@@ -5,14 +5,14 @@
  *
  *  Limits, in bytes: an expanded home path 1023, a part name 80, the saved shell command 1023.
  *  Texts are NUL-terminated and borrowed for the call; buffers belong to the caller, and what a
- *  routine allocates is released with the C library's `free` or with our_freenamelist().
+ *  function allocates is released with the C library's `free` or with our_freenamelist().
  *
- *  Errors: results that are failures are small negative numbers, not status codes; every routine
- *  says which. None of them reports anything, but for the allocator (see qal/alloc.h) when memory
- *  for a user's password entry is short.
+ *  Errors: failures are small negative numbers, not status codes; every function says which. None
+ *  of them reports anything, but the allocator does (see qal/alloc.h) when memory for a user's
+ *  password entry is short.
  *
- *  Threads: only change_rsh() keeps state, which belongs to one thread at a time. our_tempdir()
- *  reads the environment, which nobody may change meanwhile.
+ *  Threads: only change_rsh() keeps state, and one thread at a time may call it. our_tempdir()
+ *  reads the environment, which no thread may change meanwhile.
  *
  *  Source: app/helpers_file.cpp, app/helpers_number.cpp, app/helpers_text.cpp. */
 #ifndef KALMORA_HELPERS_HPP
@@ -21,18 +21,25 @@
 #include <dirent.h>
 #include <stdint.h>
 
+/** Failures of expfnam. */
+enum {
+  KALMORA_NAME_UNKNOWN = -1, /**< there is no name, or no such user */
+  KALMORA_NAME_TOO_LONG = -2 /**< the result is too long */
+};
+
 /** Expands a leading "~" or "~user" to that user's home and turns every "\" into "/".
  *
  *  The home comes from the password database: of `user`, or of the real user id for "~" alone. The
- *  user part ends at the first "/", a backslash belongs to it. Other names are copied.
+ *  user part ends at the first "/"; a backslash is part of it. Other names are copied.
  *
  *  @param name      the name; null or empty is a failure.
- *  @param length    how many of its bytes count; more than it has means all, below 0 means none.
+ *  @param length    how many of its bytes count; more than it has means all, below 0 means 0.
  *  @param out       the result; null counts as no capacity. Must not overlap `name`.
  *  @param capacity  size of `out` in bytes; the result is shorter than this. Below 1 nothing is
  *                   written.
- *  @return the result's length; -1 for no name or an unknown user; -2 when the result does not fit
- *          `capacity`, or home and rest together exceed 1023 bytes. On failure `out` is empty. */
+ *  @return the result's length; KALMORA_NAME_UNKNOWN for a null or empty name or an unknown user;
+ *          KALMORA_NAME_TOO_LONG when the result does not fit `capacity`, or home and rest together
+ *          exceed 1023 bytes. On failure `out` is empty. */
 int expfnam(const char *name, int length, char *out, int capacity);
 
 /** Names the directory for temporary files: TMPDIR when it is set (even to nothing), else the
@@ -70,13 +77,19 @@ int readercmp(const char *a, const char *b);
  *  @return the copy, to be released with `free`; null when `text` is or memory is short. */
 char *lower_case(const char *text);
 
+/** Modes of change_rsh. */
+enum {
+  KALMORA_RSH_GET = 0, /**< copies the stored command to `text` */
+  KALMORA_RSH_SET = 1  /**< stores `text` */
+};
+
 /** Keeps one shell command for the process.
  *
- *  @param text  mode 1: the command, cut to 1023 bytes; mode 0: a buffer with room for what is
+ *  @param text  to set, the command, cut to 1023 bytes; to get, a buffer with room for what is
  *               stored, at most 1024 bytes. Null changes nothing.
- *  @param mode  1 stores, 0 retrieves, anything else does nothing.
- *  @return mode 1: the stored text, which stays valid and changes with the next store; else `text`.
- */
+ *  @param mode  one of the modes above; any other does nothing.
+ *  @return with KALMORA_RSH_SET the stored text, which stays valid and changes when another is
+ *          stored; else `text`. */
 char *change_rsh(char *text, int mode);
 
 /** Names of parts: `count` buffers of at least 81 bytes each, owned by the caller. */
@@ -88,17 +101,18 @@ struct FILE_PART_LIST {
 /** Sorts the names of a list ascending by their bytes. The buffers stay where they are, their
  *  contents move; a name of more than 80 bytes that has to move is cut to 80.
  *
- *  @param list  null, without names or with fewer than two: nothing happens. */
+ *  @param list  the list; nothing happens when it or its `names` is null or when it has fewer than
+ *               two. */
 void sort_master_part_list(FILE_PART_LIST *list);
 
-/** Takes a version text "major.minor.patch(letter)" apart.
+/** Reads a version text "major.minor.patch(letter)".
  *
- *  A number is set only when the character that ends it is found, and is held within `int`. The
- *  letter is the one after the first "("; in the form "(1-b)" it is the one after the hyphen.
+ *  A number is 0 when the character that ends it is missing, and is clamped to the range of `int`.
+ *  The letter is the one after the first "("; in the form "(1-b)" it is the one after the hyphen.
  *
  *  @param text  the version; null counts as empty.
- *  @param major,minor,patch  receive 0 or the number; each may be null.
- *  @param letter             receives "a" or the letter; may be null. */
+ *  @param major,minor,patch  receive the numbers; each may be null.
+ *  @param letter             receives the letter, "a" when there is none; may be null. */
 void version_number_from_version_string(const char *text, int *major, int *minor, int *patch,
                                         char *letter);
 
@@ -115,10 +129,10 @@ void sub_string_in_string(const char *text, const char *part, int *first, int *l
  *  @return a number from 0 to 1. The 64 largest of the 2^31 states round up to 1. */
 float erand0(int64_t *seed);
 
-/** Tells how far apart values that count as equal may lie: the size of the last mantissa bits.
+/** Returns how far apart values that count as equal may lie: the size of the last mantissa bits.
  *
  *  @param value   where on the number line; its sign is the result's sign.
- *  @param digits  how many low mantissa bits count, held within 1 to 8.
+ *  @param digits  how many low mantissa bits count, clamped to 1 to 8.
  *  @param factor  above 1 divides the result's binary exponent, which draws the tolerance
  *                 towards 1. */
 float kal_flt_tolerance(float value, int digits, int factor);
@@ -137,7 +151,7 @@ double our_fabsd(double x);
  *  difference wraps around, so numbers more than 2^31 - 1 apart come in the wrong order. */
 int numcompar(const void *a, const void *b);
 
-/** Tells whether `x` lies in a range, both ends included: 1 or 0. */
+/** Says whether `x` lies in a range, both ends included: 1 or 0. */
 int in_range(float x, float low, float high);
 
 /** Releases a list and every text or entry in it.
@@ -150,28 +164,42 @@ void our_freenamelist(void *list);
  *  @param directory  the path; null is a failure.
  *  @param list       receives a null-terminated array for our_freenamelist(), or null on failure.
  *                    An entry has its inode, record length and name; everything else is zero.
- *  @param keep       leaves out the entries it answers 0 for; null keeps all.
- *  @param compare    sorts the entries, stably; need not be a consistent order. Null leaves them
- *                    in the directory's own order.
+ *  @param keep       returns 0 for the entries to leave out; null keeps all.
+ *  @param compare    orders the entries in a stable sort; the order need not be consistent. Null
+ *                    leaves them in the directory's own order.
  *  @return the number of entries; -1 when the directory cannot be read or memory is short. */
 int our_scandir(const char *directory, struct dirent ***list, int (*keep)(const struct dirent *),
                 int (*compare)(const struct dirent **, const struct dirent **));
 
-/** Reads or writes a piece of a file, or asks for its size.
+/** Modes of remote_fileio, and a flag for writing. */
+enum {
+  KALMORA_FILE_READ = 0,    /**< reads a piece of the file */
+  KALMORA_FILE_WRITE = 1,   /**< writes a piece of the file, which is made empty first */
+  KALMORA_FILE_SIZE = 2,    /**< finds out the size of the file */
+  KALMORA_FILE_KEEP = 0x100 /**< with KALMORA_FILE_WRITE: the file must exist and is not emptied */
+};
+
+/** Failures of remote_fileio. */
+enum {
+  KALMORA_FILE_INVALID = -1,        /**< the path is null, or there is no such mode */
+  KALMORA_FILE_CANNOT_OPEN = -2,    /**< the file cannot be opened */
+  KALMORA_FILE_CANNOT_TRANSFER = -3 /**< the piece is not sound, or was not moved whole */
+};
+
+/** Reads or writes a piece of a file, or finds out its size.
  *
  *  @param path      the file; null is a failure.
- *  @param flags     the low 8 bits are the mode: 0 reads, 1 writes, 2 asks for the size. For
- *                   writing 256 keeps the file that is there; without it the file is made empty.
+ *  @param flags     one of the modes in the low 8 bits, and KALMORA_FILE_KEEP if wanted.
  *  @param origin    SEEK_SET, SEEK_CUR or SEEK_END; not used for the size.
  *  @param offset    where the piece begins, counted in bytes from `origin`.
  *  @param count     its length in bytes; 0 only positions. Not used for the size.
  *  @param buffer    the piece; may be null when `count` is 0.
- *  @param position  receives where the stream stands afterwards, for mode 2 the file's size, and 0
- *                   on failure; may be null.
- *  @return 0; -1 for a null path or another mode; -2 when the file cannot be opened; -3 for a bad
- *          origin, a count below 0, a missing buffer (the file is then left alone), a position that
- *          cannot be reached or a piece that could not be moved whole. What was written has
- *          reached the system when 0 is reported. */
+ *  @param position  receives the position after the piece, the file's size for KALMORA_FILE_SIZE,
+ *                   and 0 on failure; may be null.
+ *  @return 0, when what was written has reached the system; KALMORA_FILE_INVALID for a null path or
+ *          any other mode; KALMORA_FILE_CANNOT_OPEN; KALMORA_FILE_CANNOT_TRANSFER for a bad origin,
+ *          a count below 0 and a missing buffer (the file is then left alone), and for a position
+ *          that cannot be reached and a piece that cannot be moved whole. */
 int remote_fileio(const char *path, int flags, int origin, int64_t offset, int64_t count,
                   void *buffer, int64_t *position);
 

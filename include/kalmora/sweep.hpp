@@ -3,21 +3,21 @@
  *  the records that are settled.
  *
  *  A record is a file "halix_server*.dat" that holds a URL, a user name, a password and the id of
- *  the process that owns it, separated by white space. Each text has at most 255 bytes, the number
- *  is an `int`, and all four must be complete within the first MiB; any other file of such a name
- *  counts as malformed. What becomes of a record follows the answer of qal_is_pid_running (see
- *  qal/system.h), which is 0 for a process that exists:
+ *  the process that owns it, separated by white space. Each text has at most 255 bytes, the id is
+ *  an `int`, and all four must be complete within the first MiB; any other file of such a name
+ *  counts as malformed. What becomes of a record depends on what qal_is_pid_running (see
+ *  qal/system.h) returns for its owner:
  *
- *  | record                        | probe | request                          | file    |
- *  |-------------------------------|-------|----------------------------------|---------|
- *  | cannot be opened              | -     | none                             | kept    |
- *  | malformed                     | -     | none                             | deleted |
- *  | four fields                   | 1     | none                             | kept    |
- *  | four fields, no text empty    | 0     | one GET with user and password   | deleted |
- *  | four fields, some text empty  | 0     | none                             | deleted |
+ *  | record                        | owner          | request                          | file    |
+ *  |-------------------------------|----------------|----------------------------------|---------|
+ *  | cannot be opened              | -              | none                             | kept    |
+ *  | malformed                     | -              | none                             | deleted |
+ *  | four fields                   | QAL_PID_GONE   | none                             | kept    |
+ *  | four fields, no text empty    | QAL_PID_EXISTS | one GET with user and password   | deleted |
+ *  | four fields, some text empty  | QAL_PID_EXISTS | none                             | deleted |
  *
- *  A path is at most 1023 bytes; what does not fit is left alone, never cut. libcurl is loaded when
- *  the first request is made and may be missing: the record is then deleted without a request.
+ *  A path is at most 1023 bytes; a longer one is left alone, never cut. libcurl is loaded when the
+ *  first request is made and may be missing: the record is then deleted without a request.
  *
  *  Threads: one sweep at a time, as nothing here is guarded against a second thread. A host that
  *  calls libcurl itself initialises it before the first sweep, because loading it does so, too.
@@ -32,11 +32,11 @@
 /** Lists the plain files of a directory whose names match a wildcard pattern.
  *
  *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
- *                  a leading "~" for a home, but the paths begin with `dir` as it stands.
+ *                  a leading "~" for a home, but the paths begin with `dir` as it is.
  *  @param pattern  as zul_fnmatch takes it (qal/wildcard.h), matched against names without `dir`; a
  *                  null pointer gives an empty list.
- *  @return The paths "dir/name" with every backslash turned into a slash, in the order in which the
- *          system lists them, and behind them one entry more, "dir/". A name that holds a newline
+ *  @return the paths "dir/name" with every backslash turned into a slash, in the order in which the
+ *          system lists them, and behind them one more entry, "dir/". A name that holds a newline
  *          comes as several entries, and a path that does not fit is left out. Empty when the
  *          directory cannot be listed or when "dir/pattern" does not fit.
  *  @throws std::bad_alloc  when memory is short; nothing leaks. */
@@ -45,15 +45,15 @@ std::vector<std::string> find_files(const char *dir, const char *pattern);
 /** Settles every record of one directory, as the table above says.
  *
  *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
- *  are passed over. A record whose name means another file by the time it is to be deleted stays.
- *  A request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
+ *  are passed over. A record stays if its name means another file when it is to be deleted. A
+ *  request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
  *  seconds, or 1 second when the sweep has already spent 60 on servers that did not answer. How it
- *  ends changes nothing. The host ignores SIGPIPE, as a server may hang up while it is written to.
+ *  ends changes nothing. The host must ignore SIGPIPE: a server may hang up while it is written to.
  *
- *  Nothing is printed or thrown, and no failure is reported but by the listing, which speaks of
- *  entries that it cannot examine (see qal/dir_list.h).
+ *  Nothing is printed or thrown. The only failures reported are those of the listing, about entries
+ *  that it cannot examine (see qal/dir_list.h).
  *
- *  @param dir  directory, NUL-terminated; "" means "/", a null pointer none. */
+ *  @param dir  directory, NUL-terminated; "" means "/", and null does nothing. */
 void process_directory(const char *dir);
 
 #endif

@@ -1,14 +1,12 @@
 /** @file
- *  Heap memory with a place: allocation that reports its own failure.
+ *  Heap memory: allocation that reports its own failure.
  *
- *  The caller says what a block is for (`label`) and where it asks (`line`, `file`).
+ *  The caller says what a block is for (`label`) and where the call is (`line`, `file`). The block
+ *  goes to the pointer variable at the address `out`, which must not be null; the variable may be a
+ *  pointer to any object type. Blocks come from the C library and may be released with `free`.
  *
- *  Errors: when memory is short, four lines at error level repeat that, and `errno` still holds the
- *  system's reason. The process is never ended: callers test their pointer.
- *
- *  The result goes to the pointer variable at the address `out`, which must not be null; the
- *  variable may be a pointer to any object type. Blocks come from the C library and may be released
- *  with `free`.
+ *  Errors: when memory is short, four lines at error level report what the caller said, and `errno`
+ *  still holds the system's reason. The process is never ended: callers test their pointer.
  *
  *  Threads: no state, so any thread may call.
  *
@@ -26,8 +24,8 @@ extern "C" {
 /** Allocates a block.
  *
  *  @param label  NUL-terminated, for the report; borrowed.
- *  @param out    address of the caller's pointer, which receives the block, uninitialised, or null:
- *                on failure, and when `size` is 0, which is no failure.
+ *  @param out    address of the caller's pointer. It receives the block, which is uninitialised, or
+ *                null on failure and for a `size` of 0, which is not a failure.
  *  @param size   bytes. The report shows it as a 32-bit int, so 2 GiB and more appear wrapped.
  *  @param line   line of the call, for the report.
  *  @param file   NUL-terminated file of the call, for the report; borrowed. */
@@ -35,14 +33,14 @@ QAL_API void qal_malloc(const char *label, void *out, uint64_t size, int line, c
 
 /** Changes the size of a block.
  *
- *  A null pointer with a size makes a block as qal_malloc does, its report included; a pointer with
- *  size 0 is freed and becomes null; a null pointer with size 0 stays null.
+ *  A null pointer with a size is allocated and reported as by qal_malloc; a pointer with size 0 is
+ *  freed and becomes null; a null pointer with size 0 stays null.
  *
  *  @param label  NUL-terminated, for the report; borrowed.
  *  @param out    address of the caller's pointer: null or a block of the C library. It receives the
  *                block, which may have moved. On failure it becomes null although the old block
  *                still exists: a caller that wants it back keeps a copy of the pointer.
- *  @param size   bytes; a negative size cannot be had and fails.
+ *  @param size   bytes; a negative size fails.
  *  @param line   line of the call, for the report.
  *  @param file   NUL-terminated file of the call, for the report; borrowed. */
 QAL_API void qal_realloc(const char *label, void *out, int64_t size, int line, const char *file);

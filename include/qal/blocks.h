@@ -1,10 +1,9 @@
 /** @file
- *  Compressed blocks in a stream: the library's pair.
+ *  Compressed blocks in a stream: the library's two functions.
  *
  *  A block is a 9-byte header and a zlib stream. The header holds the uncompressed size and the
  *  size of the zlib stream, each as four bytes, the lowest first, and a zero byte. Blocks may
- *  follow one another. What this pair writes, the pair of <kalmora/blocks.hpp> reads, and the
- *  reverse.
+ *  follow one another. These functions and those of <kalmora/blocks.hpp> read each other's blocks.
  *
  *  The stream must be seekable and not in append mode: the writer comes back to the header once it
  *  knows the compressed size. Sizes are below 4 GiB.
@@ -24,8 +23,8 @@
 extern "C" {
 #endif
 
-/** Bytes that qal_fread_zlib has met so far, uncompressed: every block whose size was the one asked
- *  for counts, writing does not. A host may read and reset it. */
+/** Uncompressed bytes of the blocks that qal_fread_zlib has read so far. Every block whose size was
+ *  the one asked for counts, even a corrupt one; writing does not. A host may read and reset it. */
 QAL_API extern uint64_t zlib_io_in_bytes;
 /** The compressed bytes of the same blocks. */
 QAL_API extern uint64_t zlib_io_out_bytes;
@@ -36,18 +35,18 @@ QAL_API extern uint64_t zlib_io_out_bytes;
  *  @return the uncompressed size in bytes; 0 with nothing written for a size of 4 GiB or more and
  *          for null arguments; 0 with a header left in the stream when the compressor cannot start
  *          or its output reaches 4 GiB.
- *  @note Write errors of the stream are not looked at: check it with `ferror` or when it is closed.
- *        When the position cannot be sought the header keeps a compressed size of 0. */
+ *  @note Write errors of the stream are not noticed: check it with `ferror` or when it is closed.
+ *        In a stream that cannot seek, the header keeps a compressed size of 0. */
 QAL_API size_t qal_fwrite_zlib(const void *data, size_t size, size_t count, FILE *stream);
 
 /** Reads the block at the stream's position.
  *
  *  @param data room for `size` times `count` bytes; not a byte more is written, whatever the
  *              stream holds.
- *  @return the bytes produced, fewer than asked for when the zlib stream is short: compare. 0 when
- *          the block's size is another than the one asked for, which is told on standard error and
- *          leaves the stream behind the first 8 bytes; 0 for corrupt data and for a stream that
- *          ends early; `data` then holds what was produced until there. */
+ *  @return the bytes produced. They are fewer than asked for when the zlib stream is short, so
+ *          compare. 0 when the block has another size than the one asked for: this is reported on
+ *          standard error, and the stream is left behind the block's first 8 bytes. 0 for corrupt
+ *          data and for a stream that ends early: `data` then holds what was produced so far. */
 QAL_API size_t qal_fread_zlib(void *data, size_t size, size_t count, FILE *stream);
 
 #ifdef __cplusplus

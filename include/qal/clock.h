@@ -1,20 +1,20 @@
 /** @file
  *  The wall clock, the local date and time, and a table of stopwatches.
  *
- *  The clock is the platform's time of day: it may be set, also backwards, and the figures here
- *  follow it. Dates are local time: a change of TZ shows in the next call, one of the time zone's
- *  file in the next second. Every pointer is needed.
+ *  The clock is the platform's time of day: when it is set, even backwards, the times here jump
+ *  with it. Dates are local time: a change of TZ takes effect with the next call, a change of the
+ *  time zone's file within a second. No pointer may be null.
  *
  *  The stopwatches ("timers") add up the running time of a phase of work. There is one table of
- *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else.
- *  Timers take their number by address.
+ *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else. A
+ *  timer's number is passed by address.
  *
  *  Errors: the clock functions cannot fail. Mistakes with timers are reported through qal_error and
  *  in no other way.
  *
  *  Threads: any thread may read the clock, provided no other thread changes the environment. All
- *  threads share the timers without a lock: only one thread may ask for new ones, and two may not
- *  use the same one at once.
+ *  threads share the timers without a lock: only one thread may ask for new ones, and no two
+ *  threads may use the same one at once.
  *
  *  Source: utils/libsrc/qal_clock.cpp. */
 #ifndef QAL_CLOCK_H
@@ -46,7 +46,7 @@ QAL_API void qal_time_get(QalTime *out);
  *  @return the seconds in full: unlike those of qal_time_get they are not cut to 32 bits. */
 QAL_API double qal_time_get_s(void);
 
-/** Takes the local date and time apart.
+/** Reads the local date and time as numbers.
  *
  *  @param out  receives six numbers, caller-owned: the year in full, the month from 1, the day of
  *              the month, the hour from 0 to 23, the minute and the second.
@@ -56,7 +56,7 @@ QAL_API int qal_date_get(int out[6]);
 /** Writes the local date and time as text.
  *
  *  @param dst        receives the text and its terminator: 15 bytes in the long form, 9 in the
- *                    short one. The caller provides the room.
+ *                    short one; caller-owned.
  *  @param long_form  0: "HH:MM:SS". Any other value: "MM:DD HH:MM:SS", where the month counts from
  *                    0 as the platform's does, so that January is 00 and December 11.
  *  @return the number of characters written. */
@@ -64,36 +64,36 @@ QAL_API int qal_date_get_string(char *dst, int long_form);
 
 /** Hands out the next timer, with its sum at 0.
  *
- *  Numbers count from 0 to 1022 and are never returned. The timer's start is left as it is.
+ *  Numbers run from 0 to 1022, and a timer cannot be given back. Its start is left as it is.
  *
  *  @param id  receives the number; untouched when all timers are handed out, which is reported. */
 QAL_API void qal_timer_new(int *id);
 
-/** Starts a timer, again if it had been started before.
+/** Starts a timer, or starts it again.
  *
  *  @param id  a number that qal_timer_new gave; one outside the table is ignored. */
 QAL_API void qal_timer_start(const int *id);
 
-/** Adds what has passed since a timer was started to its sum.
+/** Adds the time since a timer was started to its sum.
  *
- *  The start stays, so each further stop counts from it once more. A timer that was never started
- *  counts from the epoch.
+ *  The start stays, so another stop adds the time since the same start once more. A timer that was
+ *  never started counts from the epoch.
  *
  *  @param id  a number that was handed out; any other is reported. */
 QAL_API void qal_timer_stop(const int *id);
 
-/** Empties the sum of a timer; its start stays.
+/** Sets the sum of a timer to 0; its start stays.
  *
- *  @param id  any number of the table, 0 to 1023, handed out or not; any other is reported, in the
- *             words of qal_timer_stop. */
+ *  @param id  any number of the table, 0 to 1023, handed out or not; any other is reported, with
+ *             the text of qal_timer_stop. */
 QAL_API void qal_timer_clear(const int *id);
 
-/** Hands the sum of a timer, in single precision, to qal_info: a tab, "time: %f" and a line end.
+/** Prints the sum of a timer, in single precision, with qal_info: a tab, "time: %f" and a line end.
  *
  *  @param id  a number that was handed out; any other is reported. */
 QAL_API void qal_timer_print(const int *id);
 
-/** Answers the sum of a timer.
+/** Returns the sum of a timer.
  *
  *  @param id  a number that qal_timer_new gave.
  *  @return the sum in seconds; 0 for a number outside the table. */

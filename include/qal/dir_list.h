@@ -1,9 +1,9 @@
 /** @file
  *  Listing one directory by a wildcard.
  *
- *  A listing takes a path whose last component is a pattern and gives every directory below the
- *  pattern's directory, and those other entries whose names the pattern matches. Names come in the
- *  order in which the system delivers them, unsorted.
+ *  A listing takes a path whose last component is a pattern. It lists what the directory before
+ *  the pattern holds: every directory, and the other entries whose names match the pattern. Names
+ *  come in the system's order, unsorted.
  *
  *  Limits: an expanded pattern and an entry's path have at most 1023 bytes, a name at most 255.
  *  The three texts are the caller's, released with `free`.
@@ -23,9 +23,9 @@ extern "C" {
 /** Lists the directory part of `pattern`, filtering plain files by its last component.
  *
  *  Every directory is listed whatever the pattern, "." and ".." included, and so are links to
- *  directories, sockets and block devices. The rest are files, listed when `zul_fnmatch` matches
- *  their names, hidden ones like any other. A pattern that ends in "/" lists all files. A
- *  pattern without any "/" is not looked up in the working directory: it answers
+ *  directories, sockets and block devices. All else counts as a file and is listed when
+ *  `zul_fnmatch` matches its name, also a hidden one. A pattern that ends in "/" lists all files. A
+ *  pattern without any "/" is not looked up in the working directory: it gives
  *  QAL_STATUS_NOT_FOUND, as the empty pattern does.
  *
  *  An entry that cannot be examined (a dangling link, a path or name over the limits) is reported
@@ -43,13 +43,12 @@ extern "C" {
  *  @param dir_names_out   their names, each followed by a newline, in one text.
  *  @param file_count_out  the number of files; written on success only.
  *  @param file_names_out  their names, in the same form.
- *  @param verbose         other than 0: also report a directory that yields no entry at all.
+ *  @param verbose         not 0: also report a directory without any entry.
  *  @return QAL_STATUS_OK; QAL_STATUS_INVALID (a null argument, or an expanded pattern over the
  *          limit); QAL_STATUS_NOT_FOUND (no such user or directory, a directory that may not be
  *          read, or no working directory); QAL_STATUS_NO_MEMORY (an allocation failed, or reading
- *          the directory did). The three texts are null unless they were allocated before the
- *          failure; those that are not null hold what had been found and still need `free`. With a
- *          null result argument nothing is written at all. */
+ *          the directory did). After a failure a text is null, or it holds what had been found
+ *          and still needs `free`. When an argument for a result is null, nothing is written. */
 QAL_API int qal_dir_list(const char *pattern, char **full_path_out, int *dir_count_out,
                          char **dir_names_out, int *file_count_out, char **file_names_out,
                          int verbose);

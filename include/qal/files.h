@@ -3,20 +3,20 @@
  *
  *  Paths are NUL-terminated text, borrowed for the call. They are handed to the operating system as
  *  they are, with no "~" expanded and, except in the recursive removal, no "\" turned into "/". A
- *  null path fails like one that names nothing.
+ *  null path counts as empty and fails.
  *
- *  Errors: a status is QAL_STATUS_OK, QAL_STATUS_FAILED, QAL_STATUS_EXISTS or QAL_STATUS_NO_SOURCE
- *  (see status.h). Only qal_io_chkfil reports anything through the logger; all else is silent.
+ *  Errors: only qal_io_chkfil reports through the logger; the other functions are silent.
  *
- *  Threads: no function keeps state or leaves a file open, so any thread may call any of them. One
- *  stream or one record serves one thread at a time.
+ *  Threads: no function keeps state or leaves a file open, so any thread may call any of them. A
+ *  stream or record is used by one thread at a time.
  *
- *  Sources: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp, file_tempnam.cpp and file_remove.cpp.
+ *  Source: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp, file_tempnam.cpp and file_remove.cpp.
  */
 #ifndef QAL_FILES_H
 #define QAL_FILES_H
 
 #include <qal/export.h>
+#include <qal/status.h>
 #include <stdint.h>
 #include <stdio.h>
 
@@ -24,8 +24,8 @@
 extern "C" {
 #endif
 
-/** What is known about a file. The order and widths of the fields are the same on every platform;
- *  whatever is wider on the platform (device numbers) keeps its low bits. */
+/** What the system knows about a file. The order and widths of the fields are the same on every
+ *  platform; where the platform's are wider (device numbers), the low bits are kept. */
 typedef struct QalStat {
   int64_t access_time;       /**< seconds since the epoch of the last access */
   int64_t change_time;       /**< of the last change of status */
@@ -35,54 +35,73 @@ typedef struct QalStat {
   uint32_t user_id;          /**< the user who owns it */
   int32_t device;            /**< the device that holds the file */
   uint32_t mode;             /**< file type (mask 0170000) and permission bits */
-  uint32_t link_count;       /**< names that it has */
-  int32_t special_device;    /**< which device a device file stands for */
+  uint32_t link_count;       /**< hard links to it */
+  int32_t special_device;    /**< the device that a device file stands for */
   int64_t size;              /**< in bytes */
 } QalStat;
 
+/** What qal_io_chkfil checks: one of the first two, with any of the others added by "|". */
+enum {
+  QAL_CHECK_READ = 0,              /**< the file can be read */
+  QAL_CHECK_WRITE = 1,             /**< the file can be written or created */
+  QAL_CHECK_NOT_DIRECTORY = 0x100, /**< it is no directory, nor a link to one */
+  QAL_CHECK_REGULAR = 0x200        /**< it is a regular file, or a link to one, if it exists */
+};
+
 /** Says whether a file can be read, or whether it can be written or created.
  *
- *  To find out whether a missing file can be created it is created and removed again; a file that
- *  comes into being meanwhile is never touched.
+ *  To find out whether a missing file can be created, it is created and removed again; a file that
+ *  somebody else creates meanwhile is not touched.
  *
  *  @param path     the file.
- *  @param mode     the word without its bits 8 to 15 selects the check: 0 can it be read, anything
- *                  else can it be written or created. Bit 0x100 also refuses a directory, bit 0x200
- *                  whatever is no regular file; both follow links.
- *  @param verbose  exactly 1 reports the finding through qal_error: why the answer is 0, or, for a
- *                  file that exists and may be written, that it will be overwritten. Any other
- *                  value is silent.
- *  @return 1 usable, 0 not. */
+ *  @param mode     the checks. The bits other than 8 to 15 are one number: 0 is QAL_CHECK_READ, and
+ *                  any other counts as QAL_CHECK_WRITE.
+ *  @param verbose  exactly 1 reports the finding through qal_error: why the result is 0, or that a
+ *                  file which exists and can be written will be overwritten. Any other value is
+ *                  silent.
+ *  @return 1 when the file passes the checks, else 0. */
 QAL_API int qal_io_chkfil(const char *path, unsigned mode, int verbose);
+
+/** What qal_io_get_aline returns when there is no line. */
+enum {
+  QAL_LINE_END_OF_FILE = -1, /**< the stream has no more lines */
+  QAL_LINE_TOO_LONG = -2     /**< the line has more characters than were allowed */
+};
 
 /** Reads one line of bounded length.
  *
- *  A line ends at a newline, which is consumed and not stored, or at the end of the file, for which
- *  a read error counts as well. One carriage return at its end is dropped, after it has counted
- *  toward the limit.
+ *  A line ends at a newline, which is consumed and not stored, or at the end of the file. A read
+ *  error counts as the end of the file. One carriage return at the end of a line is dropped, but
+ *  counts toward the limit.
  *
- *  @param stream     open for reading; a read that a signal interrupts is taken up again.
- *  @param max_chars  most characters that the line may have. When negative nothing is written.
+ *  @param stream     open for reading; a read that a signal interrupts is repeated.
+ *  @param max_chars  most characters that the line may have. When negative, nothing is written.
  *  @param buf        `max_chars` + 1 bytes, caller-owned.
- *  @return the length of the line in `buf`, which is terminated; -1 at the end of the file, `buf`
- *          then empty when `max_chars` is above 0 and untouched otherwise; -2 when the line is too
- *          long: `buf` holds its first `max_chars` characters without a terminator, the one
- *          character that was too much is gone and the rest is next in the stream. A null `stream`
- *          or `buf` gives -1. */
+ *  @return the length of the line in `buf`, which is terminated; QAL_LINE_END_OF_FILE when there is
+ *          no line, with `buf` empty if `max_chars` is above 0 and untouched otherwise, and for a
+ *          null `stream` or `buf`; QAL_LINE_TOO_LONG when `buf` holds the first `max_chars`
+ *          characters without a terminator, one more has been dropped, and the rest of the line is
+ *          next in the stream. */
 QAL_API int qal_io_get_aline(FILE *stream, int max_chars, char *buf);
 
-/** Asks what is known about a file, following links.
+/** Reads what the system knows about a file, following links.
  *
  *  @param path    the file.
  *  @param record  caller-owned, not null; zeroed first, so it is all zero after a failure.
- *  @return 0, or -1 as the platform's `stat` with the reason in `errno`. */
+ *  @return what the platform's `stat` returns: 0, or -1 with the reason in `errno`. */
 QAL_API int qal_stat(const char *path, QalStat *record);
 
 /** Says whether a path names a directory, following links.
  *
  *  @param path  the path.
- *  @return 1 a directory, 0 anything else, nothing, or not to be found out. */
+ *  @return 1 for a directory; 0 for anything else, for nothing, and when it cannot be examined. */
 QAL_API int qal_is_dir(const char *path);
+
+/** Flags of qal_file_copy and qal_file_rename. */
+enum {
+  QAL_COPY_KEEP_EXISTING = 0x1, /**< qal_file_copy leaves an existing destination alone */
+  QAL_RENAME_BY_COPY = 0x10000  /**< qal_file_rename copies the file and removes the source */
+};
 
 /** Copies the content of a file.
  *
@@ -91,14 +110,15 @@ QAL_API int qal_is_dir(const char *path);
  *
  *  @param src    the file to copy.
  *  @param dst    where to; truncated first.
- *  @param flags  bit 0x1 keeps a destination that can be opened for reading.
+ *  @param flags  0, or QAL_COPY_KEEP_EXISTING: a destination that can be opened for reading stays
+ *                as it is. Other bits are ignored.
  *  @return QAL_STATUS_OK; QAL_STATUS_NO_SOURCE when `src` cannot be opened; QAL_STATUS_EXISTS when
- *          bit 0x1 kept the destination; QAL_STATUS_FAILED when `dst` cannot be opened, when it is
- *          the source itself (which stays whole), or when reading, writing or closing fails: what
- *          was written by then stays. */
+ *          the destination was kept; QAL_STATUS_FAILED when `dst` cannot be opened, when it is the
+ *          source itself (which stays whole), or when reading, writing or closing fails: what was
+ *          written by then stays. */
 QAL_API int qal_file_copy(const char *src, const char *dst, unsigned flags);
 
-/** Removes a file, or a link but not what it leads to.
+/** Removes a file. Of a link only the link goes.
  *
  *  @param path  the file.
  *  @return QAL_STATUS_OK or QAL_STATUS_FAILED. */
@@ -106,9 +126,9 @@ QAL_API int qal_file_unlink(const char *path);
 
 /** Removes a directory, on request with everything in it.
  *
- *  The recursive removal turns each backslash in `path` into a slash. In each directory the files,
- *  the hidden too, go before the subdirectories. It stops at the first failure; what is gone by
- *  then stays gone. It fails, and never reaches outside the directory, when it meets
+ *  The recursive removal takes each backslash in `path` for a slash. In each directory the files,
+ *  hidden ones too, go before the subdirectories. It stops at the first failure; what is gone by
+ *  then stays gone. It never reaches outside the directory. It fails when it meets
  *    - a link to a directory, also as `path` itself: the link and its target stay (a link to a file
  *      is removed, the file stays);
  *    - a link that leads nowhere;
@@ -117,8 +137,8 @@ QAL_API int qal_file_unlink(const char *path);
  *    - an entry whose path, counted from the start of `path`, needs more than 1023 bytes;
  *    - more levels than the process may have open files.
  *
- *  A `path` that ends in "." or "..", is "/" or empty, or needs more than 1023 bytes fails with
- *  nothing removed.
+ *  A `path` that ends in "." or "..", is "/" or empty, or has more than 1023 bytes without its
+ *  trailing slashes fails with nothing removed.
  *
  *  @param path       the directory; trailing slashes are allowed.
  *  @param recursive  exactly 1 removes the content first; otherwise the directory must be empty.
@@ -129,36 +149,37 @@ QAL_API int qal_file_rmdir(const char *path, int recursive);
  *
  *  @param from   the file.
  *  @param to     its new name.
- *  @param flags  bit 0x10000 copies `from` and removes it afterwards, which also works between file
- *                systems. The copy is on the disk before the source goes. Without it the platform's
- *                `rename` is used, which replaces an existing `to`.
- *  @return QAL_STATUS_OK or QAL_STATUS_FAILED; with bit 0x10000 also the other results of
- *          qal_file_copy with its bit 0x1. `from` is still there after every failure. */
+ *  @param flags  0: the platform's `rename`, which replaces an existing `to`. QAL_RENAME_BY_COPY:
+ *                `from` is copied, with QAL_COPY_KEEP_EXISTING, and removed afterwards, which also
+ *                works between file systems. The copy is on the disk before the source goes. Other
+ *                bits are ignored.
+ *  @return QAL_STATUS_OK or QAL_STATUS_FAILED; with QAL_RENAME_BY_COPY also the other results of
+ *          qal_file_copy. `from` is still there after every failure. */
 QAL_API int qal_file_rename(const char *from, const char *to, unsigned flags);
 
 /** Reads items and goes on after errors, asking for half as many after each.
  *
- *  After an error in the middle of an item the bytes of that item are lost to the caller.
+ *  When an error comes in the middle of an item, the bytes of that item are lost.
  *
  *  @param buf        room for `count` items, caller-owned.
  *  @param item_size  bytes in an item.
  *  @param count      how many items to read.
  *  @param stream     open for reading; its error mark is cleared after each error.
- *  @return how many whole items were read. 0, with nothing read, when a size is 0, when the two
- *          multiplied do not fit the address space, or when `buf` or `stream` is null. */
+ *  @return how many whole items were read. 0, with nothing read, when `item_size` or `count` is 0,
+ *          when their product does not fit the address space, or when `buf` or `stream` is null. */
 QAL_API uint64_t qal_fread(void *buf, uint64_t item_size, uint64_t count, FILE *stream);
 
 /** Makes up the name of a file that does not exist yet, as the platform's `tempnam` does.
  *
- *  Nothing reserves the name: another process may take it before the caller creates the file, which
- *  should therefore be opened so that it fails on an existing one.
+ *  Nothing reserves the name: another process may create the file first. So open it in a way that
+ *  fails when it exists.
  *
  *  @param dir     directory to prefer; null means the value of the environment variable ZUL_TMPDIR,
  *                 and when that is unset the platform chooses.
  *  @param prefix  beginning of the file name, of which the platform may use only some characters;
- *                 null for none.
- *  @return the name, released by the caller with `free`; null when there is none.
- *  @note   Reads the environment: not while another thread changes it. */
+ *                 null for no prefix.
+ *  @return the name, released by the caller with `free`; null on failure.
+ *  @note   Reads the environment: do not call it while another thread changes it. */
 QAL_API char *qal_tempnam(const char *dir, const char *prefix);
 
 #ifdef __cplusplus

@@ -6,8 +6,8 @@
  *
  *  A program builds one object at start, makes it current and then starts the library, which reads
  *  it from there. Names are at most 1023 bytes, the version text at most 255; longer ones are cut.
- *  Each name operation answers with a text in the object, valid until the same operation is called
- *  again or the object ends.
+ *  A function that returns a text returns one that is in the object, valid until the same function
+ *  is called again or the object ends.
  *
  *  Errors: product and component codes come from the program itself, so one that is not assigned is
  *  a programming error and ends the process.
@@ -23,13 +23,51 @@
 
 #include <cstdint>
 
+/** Product codes, and the flavor codes that go with any of them. */
+enum {
+  QAL_PRODUCT_UNDEFINED = 0, /**< not set yet; 2 is not assigned */
+  QAL_PRODUCT_KALMORA = 1,   /**< Kalmora */
+  QAL_PRODUCT_PELLUM = 3,    /**< Pellum */
+  QAL_PRODUCT_TREVAN = 4,    /**< Trevan */
+  QAL_PRODUCT_HALIX = 5,     /**< Halix */
+  QAL_PRODUCT_MORBEL = 6,    /**< Morbel */
+  QAL_PRODUCT_QUENTA = 7,    /**< Quenta */
+
+  QAL_FLAVOR_NONE = 0,              /**< no flavor; 0x600 is not assigned */
+  QAL_FLAVOR_ARDENT = 0x100,        /**< Ardent */
+  QAL_FLAVOR_BRISK = 0x200,         /**< Brisk */
+  QAL_FLAVOR_LUNT = 0x300,          /**< Lunt */
+  QAL_FLAVOR_JAST = 0x400,          /**< Jast */
+  QAL_FLAVOR_MAVIN = 0x500,         /**< Mavin */
+  QAL_FLAVOR_CORRAN = 0x700,        /**< Corran */
+  QAL_FLAVOR_DELMO = 0x800,         /**< Delmo */
+  QAL_FLAVOR_NORROW = 0x900,        /**< Norrow */
+  QAL_FLAVOR_ESKAR = 0xa00,         /**< Eskar */
+  QAL_FLAVOR_FENNEL = 0xb00,        /**< Fennel */
+  QAL_FLAVOR_GORSK = 0xc00,         /**< Gorsk */
+  QAL_FLAVOR_HOLLIN_DELMO = 0xd00,  /**< Hollin Delmo */
+  QAL_FLAVOR_HOLLIN_CORRAN = 0xe00, /**< Hollin Corran */
+  QAL_FLAVOR_IVREL = 0xf00,         /**< Ivrel */
+  QAL_FLAVOR_IVREL_JAST = 0x1000    /**< Ivrel Jast */
+};
+
+/** Component codes. */
+enum {
+  QAL_COMPONENT_UNDEFINED = 0, /**< not set yet */
+  QAL_COMPONENT_CLIENT = 1,    /**< Client */
+  QAL_COMPONENT_SERVER = 2,    /**< Server */
+  QAL_COMPONENT_ORV = 3,       /**< Orv */
+  QAL_COMPONENT_TAL = 4,       /**< Tal */
+  QAL_COMPONENT_JUNCTION = 5   /**< Junction */
+};
+
 /** What a program is, and the names that follow from it. */
 class QAL_API QalIdentity {
  public:
-  /** Is told that the product code has changed. */
+  /** Called after the product code has been set. */
   typedef void (*ChangeCallback)(QalIdentity *);
 
-  /** The identity of this process: null until the program sets it. Not owned. */
+  /** The identity of this process, null until the program sets it. Not owned. */
   static QalIdentity *currentIdentity;
 
   /** Makes an identity in which everything is empty, zero or null but the program path.
@@ -38,20 +76,19 @@ class QAL_API QalIdentity {
    *                       as empty. */
   explicit QalIdentity(const char *program_path);
 
-  /** Stores the product code and afterwards tells the change callback, if one is set.
+  /** Stores the product code and then calls the change callback, if one is set.
    *
-   *  @param code  1 Kalmora, 3 Pellum, 4 Trevan, 5 Halix, 6 Morbel, 7 Quenta; 0 is undefined and
-   *               2 is not assigned. Anything is stored; asking for the name judges it. */
+   *  @param code  a product code. Any number is stored; asking for the name checks it. */
   void setProduct(int32_t code);
 
   /** Stores the flavor code.
    *
-   *  @param code  0 for none, or a multiple of 256 up to 4096 that has a name; 1536 has none. */
+   *  @param code  a flavor code. Any number is stored; asking for the name checks it. */
   void setFlavor(int32_t code);
 
   /** Stores the component code.
    *
-   *  @param code  0 undefined, 1 Client, 2 Server, 3 Orv, 4 Tal, 5 Junction. */
+   *  @param code  a component code. Any number is stored; asking for the name checks it. */
   void setComponent(int32_t code);
 
   /** Stores the version.
@@ -62,51 +99,53 @@ class QAL_API QalIdentity {
    *  @param letter  the release of this version: 'a' for its first, then 'b' and so on. */
   void setVersion(uint16_t major, uint16_t minor, uint16_t patch, char letter);
 
-  /** Sets what is called after each change of the product code.
+  /** Sets what is called after each setting of the product code.
    *
    *  @param callback  called with this object; null for nothing. */
   void setChangeCallback(ChangeCallback callback);
 
-  /** Answers the name of the component. A code outside 0 to 5 fails the assertion. */
+  /** Returns the name of the component. A code that is not assigned fails the assertion. */
   virtual const char *getComponentName();
 
-  /** Answers the version as "10.2.3(b)", or null when the major version is 0. */
+  /** Returns the version as "10.2.3(b)", or null when the major version is 0. */
   virtual const char *getVersionString();
 
-  /** Answers the name of the product without its flavor.
+  /** Returns the name of the product without its flavor.
    *
    *  @param lower  whether the name is to be in lower case.
-   *  @note  Product code 0 is reported at fatal level and aborts the process; a code that is not
-   *         assigned fails the assertion. */
+   *  @note  QAL_PRODUCT_UNDEFINED is reported at fatal level and aborts the process; a code that is
+   *         not assigned fails the assertion. */
   virtual const char *getBaseProductName(bool lower);
 
-  /** Answers the name of the flavor, empty for flavor code 0. For a code without a name it reports
-   *  an error and answers with what the text held before.
+  /** Returns the name of the flavor, empty for QAL_FLAVOR_NONE. A code that is not assigned is
+   *  reported at error level, and the text stays what it was before.
    *
    *  @param lower  whether the name is to be in lower case. */
   virtual const char *getFlavorName(bool lower);
 
-  /** Answers the name of the product, followed by a blank and the flavor's name if it has one.
+  /** Returns the name of the product, followed by a blank and the flavor's name if there is one.
    *
-   *  @param lower  whether the name is to be in lower case. Ends as getBaseProductName does. */
+   *  @param lower  whether the name is to be in lower case.
+   *  @note  Ends the process when getBaseProductName does. */
   virtual const char *getProductName(bool lower);
 
-  /** Answers "[path] product", then the component if it is not 0, then the version if there is one:
-   *  "[/bin/demo] Kalmora Client version 10.2.3(b)". Ends as getProductName and getComponentName
-   *  do. */
+  /** Returns "[path] product", then the component if it is not 0, then the version if there is one:
+   *  "[/bin/demo] Kalmora Client version 10.2.3(b)".
+   *
+   *  @note  Ends the process when getProductName or getComponentName does. */
   virtual const char *getIdentityString();
 
-  /** Answers the version as one number: major, with minor in hundredths, patch in ten-thousandths
+  /** Returns the version as one number: major, with minor in hundredths, patch in ten-thousandths
    *  and the letter's distance from 'a' in millionths. */
   virtual float getVersionFloat();
 
   /** Says whether this is the product, and the flavor if one is asked for.
    *
-   *  @param code  the product code in its low byte; in the byte above it the flavor code, where 0
-   *               stands for any flavor. The rest is ignored. */
+   *  @param code  a product code, and by "|" a flavor code if one is asked for. Only the lowest two
+   *               bytes count. */
   virtual bool isProduct(int code);
 
-  // There is no virtual destructor: the table holds the eight operations and nothing else.
+  // There is no virtual destructor: the table holds the eight functions and nothing else.
 
  private:
   static constexpr int text_size = 1024;

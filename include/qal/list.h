@@ -2,11 +2,11 @@
  *  Doubly linked lists whose elements hold the caller's data inline.
  *
  *  An element is a payload of fixed size with two hidden links in front of it; every function takes
- *  and answers payload addresses. Elements come from a list pool, which any number of lists can
- *  share, so that a record costs one allocation and, once the pool has chunks, none from the
- *  system. Payloads start on an 8-byte boundary and are not cleared.
+ *  and returns payload addresses. Elements come from a list pool, which any number of lists can
+ *  share: a record takes one allocation, and once the pool has chunks, none from the system.
+ *  Payloads start on an 8-byte boundary and are not cleared.
  *
- *  Links cannot fail. They do nothing when an argument is null, and an element is in one list at
+ *  Linking cannot fail. It does nothing when an argument is null. An element is in one list at
  *  most: what is linked in must be fresh, popped or removed.
  *
  *  Threads: a list is used by one thread at a time; lists of one pool may be used by different
@@ -42,31 +42,31 @@ typedef struct QalList {
   void *last;        /**< the last payload */
 } QalList;
 
-/** Says, with a result above 0, that the first payload belongs after the second. It receives two
- *  payloads, the one that stands earlier first. */
+/** Compares two payloads, the one that stands earlier first. A result above 0 says that `earlier`
+ *  belongs after `later`. */
 typedef int (*QalListCompare)(const void *earlier, const void *later);
 
 /** Makes a list pool.
  *
  *  @param element_size    payload bytes, 0 allowed; with the links it must fit 32 bits.
- *  @param chunk_count     elements to carve at a time, at least 1 for any to be had.
+ *  @param chunk_count     elements to carve at a time; with 0 no element can be made.
  *  @param use_header_pool not 0: list headers are pooled as well, 20 at a time.
- *  @return the pool, or null; nothing is then left behind. */
+ *  @return the pool, or null on failure; nothing is then left behind. */
 QAL_API QalListPool *qal_list_pool_create(uint32_t element_size, uint32_t chunk_count,
                                           int32_t use_header_pool);
 /** Ends a pool and sets the caller's handle to null. Its elements become invalid, and so do lists
  *  with pooled headers; lists with other headers must have been destroyed. */
 QAL_API void qal_list_pool_destroy(QalListPool **pool_address);
 
-/** A new empty list, or null. */
+/** A new empty list; null on failure. */
 QAL_API QalList *qal_list_create(QalListPool *pool);
 /** Gives a list and its elements back. The caller's handle is set to null if the header was not
- *  pooled; with pooled headers it keeps the old address, and the caller clears it. */
+ *  pooled; for a pooled header it keeps the old address, and the caller clears it. */
 QAL_API void qal_list_destroy(QalList **list_address);
 
-/** A fresh element from the list's pool, or null. */
+/** A fresh element from the list's pool; null on failure. */
 QAL_API void *qal_list_alloc(QalList *list);
-/** A fresh element from a pool, or null. */
+/** A fresh element from a pool; null on failure. */
 QAL_API void *qal_list_alloc2(QalListPool *pool);
 /** Gives an element that is in no list back to the list's pool. A null payload is ignored. */
 QAL_API void qal_list_free(QalList *list, void *payload);
@@ -77,8 +77,8 @@ QAL_API void qal_list_free2(QalListPool *pool, void *payload);
 QAL_API inline void *qal_list_first(const QalList *list) { return list ? list->first : NULL; }
 /** The last payload of a list, or null. */
 QAL_API inline void *qal_list_last(const QalList *list) { return list ? list->last : NULL; }
-/** The payload behind this one, or null. In front of a payload stand the addresses of the elements
- *  before and behind, which begin with such links themselves. */
+/** The payload behind this one, or null. In front of a payload are the addresses of the elements
+ *  before and behind it, and an element begins with these links. */
 QAL_API inline void *qal_list_next(const void *payload) {
   char *next = NULL;
   if (payload) memcpy(&next, (const char *)payload - sizeof next, sizeof next);
@@ -100,9 +100,9 @@ QAL_API void qal_list_insert_after(QalList *list, void *at, void *payload);
 /** Links an element in before the element `at` of that list. */
 QAL_API void qal_list_insert_before(QalList *list, void *at, void *payload);
 
-/** Unlinks an element of the list. It is the caller's then. */
+/** Unlinks an element of the list; it is the caller's from then on. */
 QAL_API void qal_list_remove(QalList *list, void *payload);
-/** Unlinks the first element and hands its payload over, or returns null. */
+/** Unlinks the first element and returns its payload, or null for an empty list. */
 QAL_API void *qal_list_pop(QalList *list);
 /** Moves all elements of `src` behind those of `dst`, a list of the same pool. A list joined to
  *  itself stays as it is. */

@@ -3,14 +3,15 @@
  *
  *  The logger owns no stream. Lines go to the callbacks that a host passes to qal_logger_init;
  *  until it does, every level is silent and a call costs one comparison. A line has at most 8191
- *  bytes, a longer one is cut; it takes shape on the caller's stack and nothing is allocated. A
- *  level adds its marker and no line end: the format carries its own. Formats must not be null.
+ *  bytes, a longer one is cut; it is composed on the caller's stack and nothing is allocated. A
+ *  level adds its marker but no line end: that is part of the format. Formats must not be null.
+ *  Logging leaves `errno` as it was.
  *
  *  Threads: any thread may log. The settings (qal_logger_init, qal_logger_done,
- *  qal_logger_time_stamp, _qal_logger_set_file, Verbose_level) belong to set-up, while no other
- *  thread logs. Logging leaves `errno` as it was.
+ *  qal_logger_time_stamp, _qal_logger_set_file, Verbose_level) are made while no other thread logs.
  *
- *  Source: utils/libsrc/qal_logger.cpp. */
+ *  Source: utils/libsrc/qal_logger.cpp; how text is formatted on each system is under
+ *  utils/libsrc/platform. */
 #ifndef QAL_LOGGER_H
 #define QAL_LOGGER_H
 
@@ -25,30 +26,30 @@ extern "C" {
 /** Receives a finished line.
  *
  *  @param stream  the handle that was installed with the callback.
- *  @param format  the line, markers and line end included, with no further arguments. A callback
- *                 that formats it again reads each "%" in it as a directive: hosts that log
- *                 foreign text pass it through qal_scrub_format_string first, or install
- *                 _qal_logger_func, which knows a finished line. Valid during the call only. */
+ *  @param format  the line, marker and line end included, with no further arguments; valid during
+ *                 the call only. A callback that formats it again reads each "%" in it as a
+ *                 directive: hosts that log foreign text pass it through qal_scrub_format_string
+ *                 first, or install _qal_logger_func, which does not format a finished line. */
 typedef void (*QalLoggerFunc)(void *stream, const char *format, ...);
 
-/** How talkative a host wants the library to be; 0 at start. No level of the logger looks at it. */
+/** How much a host wants to be reported; 0 at start. The logger itself does not look at it. */
 extern QAL_API int Verbose_level;
 
 /** Installs the callbacks and the handles that they are called with.
  *
- *  @param console_stream  first argument of the console callback, never looked at; may be null.
+ *  @param console_stream  first argument of the console callback, passed on as it is; may be null.
  *  @param console_func    receives the console levels; null makes them silent.
- *  @param log_stream      first argument of the log callback, never looked at; may be null.
+ *  @param log_stream      first argument of the log callback, passed on as it is; may be null.
  *  @param log_func        receives qal_log; null makes it silent. */
 QAL_API void qal_logger_init(void *console_stream, QalLoggerFunc console_func, void *log_stream,
                              QalLoggerFunc log_func);
 
-/** Removes both callbacks and both handles, and nothing else: copying and time stamps go on. */
+/** Removes both callbacks and both handles. The copy file and the time stamp setting stay. */
 QAL_API void qal_logger_done(void);
 
 /** Switches the time stamp.
  *
- *  @param on  0: lines start with their marker; anything else: with the local time as HH:MM:SS. */
+ *  @param on  0: a line starts with its marker; anything else: with the local time as HH:MM:SS. */
 QAL_API void qal_logger_time_stamp(int on);
 
 /** Hands the console callback a line without a marker; silent without a callback.
@@ -73,16 +74,16 @@ QAL_API void qal_abort(const char *format, ...) QAL_PRINTF(1, 2);
 /** Hands the log callback a line without a marker; silent without a log callback. */
 QAL_API void qal_log(const char *format, ...) QAL_PRINTF(1, 2);
 
-/** Does nothing with its arguments: debugging output that a release need not take out. */
+/** Does nothing with its arguments: debugging output can stay in a release. */
 QAL_API void qal_debug(const char *format, ...) QAL_PRINTF(1, 2);
 
-/** Does nothing: the place for a breakpoint that stops on failures of the thread layer. */
+/** Does nothing. A breakpoint here stops at failures of the thread layer. */
 QAL_API void qal_stop_here(void);
 
 /** Writes a text to a standard stream and to the copy file: the ready-made callback.
  *
- *  Called with the line that the logger is delivering on this thread, it takes that line as
- *  finished: "%%" gives "%" and every other byte stands. Any other format is formatted as usual.
+ *  The line that the logger is delivering on this thread is not formatted again: "%%" gives "%" and
+ *  every other byte stays. Any other format is formatted as usual.
  *
  *  @param stream  a `FILE *`, for example stderr; borrowed and not flushed. Null: copy file only.
  *  @param format  as printf takes it; more than 8191 bytes of text are cut.
@@ -96,19 +97,19 @@ QAL_API void _qal_logger_func(void *stream, const char *format, ...) QAL_PRINTF(
  *          why); there is no copy then. */
 QAL_API FILE *_qal_logger_set_file(const char *path);
 
-/** Answers the copy file, which stays the logger's, or null when there is none. */
+/** Returns the copy file, which stays the logger's, or null when there is no copy. */
 QAL_API FILE *_qal_logger_get_file(void);
 
-/** Makes a copy of a text that printf-like functions print as the text itself: every "%" doubled.
+/** Copies a text with every "%" doubled, so that printf-like functions print the text itself.
  *
  *  @param text  NUL-terminated, any length; borrowed.
  *  @return a new buffer of twice the length and one byte, zero after the text, which the caller
- *          releases with `free`; null when memory is short. */
+ *          releases with `free`; null for a null text and when memory is short. */
 QAL_API char *qal_scrub_format_string(const char *text);
 
-/** Does nothing here: a hook for systems whose console window follows the program's state.
+/** Does nothing: a hook for systems whose console window follows the program's state.
  *
- *  @param state  not looked at. */
+ *  @param state  ignored. */
 QAL_API void update_windows_console(int state);
 
 /** Formats with the platform's own text formatting, whatever the length.

@@ -6,8 +6,8 @@
  *  elements go to one shared list, from which the thread lists are refilled a chunk's worth at a
  *  time. Elements are aligned to 8 bytes and not cleared.
  *
- *  Threads: those that thread.h did not start share index 0 with the main thread and must not use
- *  pools. Any other threads may use one pool at once.
+ *  Threads: a thread that was not started through thread.h shares index 0 with the main thread and
+ *  must not use pools. All other threads may use one pool at once.
  *
  *  Source: utils/libsrc/qal_mpool.cpp. */
 #ifndef QAL_MPOOL_H
@@ -40,29 +40,29 @@ typedef struct QalMpool {
  *  @return the pool, or null without memory or when the raised size does not fit 32 bits. */
 QAL_API QalMpool *qal_mpool_create(uint32_t element_size, uint32_t chunk_count);
 
-/** Ends a pool with all its elements, those in use included, and sets the caller's handle to null.
- */
+/** Ends a pool and all its elements, also those in use, and sets the caller's handle to null. */
 QAL_API void qal_mpool_destroy(QalMpool **pool_address);
 
 /** Takes an element.
  *
  *  @return the element; or null for a null pool, on a thread whose index is outside the table
  *          (reported with qal_error), for a pool that cannot have chunks, and without memory.
- *  @warning When memory for a chunk cannot be had, the pool's lock stays held: whatever frees to
- *           the pool or refills from it afterwards waits for good. */
+ *  @warning When there is no memory for a chunk, the pool's lock stays held: threads that free to
+ *           the pool or refill from it afterwards wait for ever. */
 QAL_API void *qal_mpool_alloc(QalMpool *pool);
 
-/** Gives an element of the pool back. It is not checked; qal_mpool_verify_ptr can be asked before.
+/** Gives an element of the pool back. It is not checked; see qal_mpool_verify_ptr.
  *  @return 0, or -1 for a null pool or element and when locking the mutex fails. */
 QAL_API int qal_mpool_free(QalMpool *pool, void *element);
 
-/** Tells whether an address lies in one of the pool's chunks, in whatever place.
- *  @return 1 or 0. For diagnosis: takes no lock. */
+/** Says whether an address lies anywhere in one of the pool's chunks. For diagnosis: takes no lock.
+ *  @return 1 or 0. */
 QAL_API int qal_mpool_verify_ptr(QalMpool *pool, const void *address);
 
-/** Counts the pool's elements, all of them into `total_out` and the free ones into `free_out`, each
- *  of which may be null.
- *  @return the free ones. Takes no lock: call it while no other thread uses the pool. */
+/** Counts the pool's elements. Takes no lock: call it while no other thread uses the pool.
+ *  @param total_out receives the number of all elements; may be null.
+ *  @param free_out  receives the number of free elements; may be null.
+ *  @return the number of free elements; 0 for a null pool. */
 QAL_API uint32_t qal_mpool_status(QalMpool *pool, uint32_t *total_out, uint32_t *free_out);
 
 /** A hook for a check that this build does not have: does nothing. */

@@ -5,7 +5,7 @@
  *  where a function does not say otherwise, because the same paths travel between systems. All
  *  functions work on the text alone, except those that say that they ask the system. A function
  *  that works in place never makes its text longer. Sizes are in bytes, the NUL included; a path
- *  that does not fit is refused, never cut.
+ *  that does not fit is a failure and never cut.
  *
  *  Errors: nothing is reported to the logger, except that qal_get_norm_path, qal_expand_pathname
  *  and qal_valid_pathname_range allocate through qal_malloc, which reports its own failures.
@@ -18,6 +18,7 @@
 #define QAL_PATH_H
 
 #include <qal/export.h>
+#include <qal/status.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -38,11 +39,12 @@ enum {
  *  Compacting removes "." pieces, a ".." piece together with the piece before it, and repeated
  *  separators. It looks only at pieces that a separator follows, so a last "." or ".." stays; so
  *  does a ".." without a separator before it ("a/../b"). Two leading separators stay, three and
- *  more become two. It is one pass and not idempotent: "a/x//../b" becomes "a/x/../b".
+ *  more become two. It is a single pass, so compacting twice can give more than once: "a/x//../b"
+ *  becomes "a/x/../b".
  *
  *  @param path   converted in place, never made longer; null is allowed and left alone.
- *  @param flags  the sum of the settings above. The bits other than 8 to 15 are one number:
- *                exactly 2 asks for backslashes, all others, 0 included, for slashes.
+ *  @param flags  the settings above. The bits other than 8 to 15 are one number: exactly
+ *                QAL_PATH_TO_BACKSLASH asks for backslashes, any other, 0 included, for slashes.
  *  @return 0. */
 QAL_API int qal_convert_pathname(char *path, uint32_t flags);
 
@@ -57,37 +59,37 @@ QAL_API int qal_convert_pathname(char *path, uint32_t flags);
  *  @param path      borrowed; must not overlap `out`.
  *  @param out       the result; caller-owned. Null is allowed with an `out_size` below 1. Must hold
  *                   a text, usually "": the result of a relative path is appended to it.
- *  @param out_size  size of `out`; what is below 1 is too small.
- *  @return 0; -1 when `path` is null, begins with "..", leads above its first segment, has more
- *          than 1024 segments or memory is short, or when `out` is null although it should have
- *          room; else the size that `out` needs. That counts a slash for every segment kept, so it
- *          can exceed the result's own by one; for a result of "." it is 2, or 1 when `out_size` is
- *          below 1. `out` is untouched unless 0 is returned. An empty path gives 0 and a "." that
- *          is cut to `out_size`: "" in one byte, and nothing is written when there is none. */
+ *  @param out_size  size of `out`; nothing fits when it is below 1.
+ *  @return 0; -1 when `path` is null, begins with "..", leads above its first segment or has more
+ *          than 1024 segments, when memory is short, and when `out` is null with an `out_size` of 1
+ *          or more; else the size that `out` needs. That counts a slash for every segment kept, so
+ *          it can be one more than the result takes; for a result of "." it is 2, or 1 when
+ *          `out_size` is below 1. `out` is untouched unless 0 is returned. An empty path gives 0
+ *          and a "." that is cut to `out_size`: "" in one byte, nothing when it is below 1. */
 QAL_API int qal_get_norm_path(const char *path, char *out, int out_size);
 
-/** Answers the directory part of a path.
+/** Returns the directory part of a path.
  *
- *  A path that holds any backslash has that as its separator, else the slash is.
+ *  The separator is the backslash if the path holds one, else the slash.
  *
  *  @param path  changed in place: trailing separators are removed and the text is cut at the last
  *               separator left. Null is allowed.
  *  @return `path`, or a text that the library owns: "." for a null, empty or blank (" ") path and
- *          where no separator is left; the separator where only the first byte is one; two
+ *          where no separator is left; the separator alone where only the first byte is one; two
  *          backslashes where the last backslash is the second byte, whatever the first one is. A
- *          bare slash, backslash or pair of backslashes is answered as it is.
- *  @note   The one-separator text is the calling thread's and changes with its next call. */
+ *          bare slash, backslash or pair of backslashes is returned as it is.
+ *  @note   The separator alone is a text of the calling thread, which its next call changes. */
 QAL_API const char *qal_dirname(char *path);
 
-/** Answers the last part of a path.
+/** Returns the last part of a path.
  *
  *  @param path  changed in place: trailing separators, chosen as by qal_dirname, are removed. Null
  *               is allowed.
  *  @return a place in `path`, or "." for a null, empty or blank (" ") path. A path of slashes only
- *          gives "", but a bare slash, backslash or pair of backslashes is answered as it is. */
+ *          gives "", but a bare slash, backslash or pair of backslashes is returned as it is. */
 QAL_API const char *qal_basename(char *path);
 
-/** Says whether a path is absolute: begins with "/", "~", or an ASCII letter and ":".
+/** Says whether a path is absolute: whether it begins with "/", "~", or an ASCII letter and ":".
  *
  *  @param path  borrowed; null is allowed and not absolute.
  *  @return 1 or 0. A leading "\" alone is not absolute. */
@@ -99,25 +101,25 @@ QAL_API int qal_path_is_absolute(const char *path);
  *
  *  @param path      borrowed; must not overlap `out`.
  *  @param out       the result; caller-owned. Null counts as no room.
- *  @param out_size  size of `out`; what is below 1 is too small.
+ *  @param out_size  size of `out`; nothing fits when it is below 1.
  *  @return 0; -1 when `path` is null or empty, or when there is no working directory or it has more
  *          than 1023 bytes; else the size that `out` needs. `out` is untouched unless 0 is
  *          returned. */
 QAL_API int qal_get_full_path(const char *path, char *out, int out_size);
 
-/** Answers the working directory, exactly as the platform's getcwd does.
+/** Returns the working directory, exactly as the platform's getcwd does.
  *
- *  @param buf   receives the path; caller-owned. Null with a `size` of 0 asks for a new text of the
- *               length that it takes, which the caller releases with `free`.
+ *  @param buf   receives the path; caller-owned. With null and a `size` of 0 a text of the length
+ *               needed is allocated, which the caller releases with `free`.
  *  @param size  size of `buf`.
- *  @return `buf` or the new text; null with errno set when the path does not fit or there is none.
+ *  @return `buf` or the new text; null with `errno` set when the path does not fit and on failure.
  */
 QAL_API char *qal_getcwd(char *buf, size_t size);
 
 /** Changes the working directory of the process, as the platform's chdir does.
  *
  *  @param path  borrowed; null fails with EFAULT.
- *  @return 0, or -1 with errno set. */
+ *  @return 0, or -1 with `errno` set. */
 QAL_API int qal_setcwd(const char *path);
 
 /** Adds a path, given by its components, to a ":"-separated list of paths.
@@ -129,7 +131,7 @@ QAL_API int qal_setcwd(const char *path);
  *
  *  @param dst   receives the list; caller-owned. Its size is not checked: it must be large enough.
  *               May be `base` itself; no component may lie in it. Null is allowed: nothing happens.
- *  @param base  the list so far; borrowed. Null means none: then no ":" is written.
+ *  @param base  the list so far; borrowed. Null: there is no list yet, and no ":" is written.
  *  @param ...   components, borrowed, ended by a null `char *`; without any, `dst` is `base`.
  *  @return 0. */
 QAL_API int qal_addpath(char *dst, const char *base, ...);
@@ -146,23 +148,28 @@ QAL_API char *qal_find_dot_in_filename(const char *path);
  *  @return 1 when something was cut (".profile" becomes ""), else 0. */
 QAL_API int qal_remove_ext(char *path);
 
+/** Stands for a number that qal_valid_pathname_range is to find. */
+enum {
+  QAL_RANGE_OPEN = -1 /**< begin with the first file, or go on to the last */
+};
+
 /** Finds a run of numbered files, such as frame.0000.img to frame.0119.img for "frame.####.img".
  *
  *  The field reaches from the first "#" to the last, at most 9 bytes, and is replaced whole by the
  *  number with leading zeros. A number with more digits than that, or a negative one, has no file.
- *  The last "@" of the template stands for the letter "l". A file is there when it can be opened
- *  for reading.
+ *  The last "@" of the template stands for the letter "l". A file exists if it can be opened for
+ *  reading.
  *
  *  @param template_path  at most 1023 bytes; borrowed.
- *  @param first  in: the number to begin with, or -1 for the smallest that has a file. Out: the
- *                number begun with.
- *  @param last   in: the number to stop at, itself looked at, or -1 for none. Out: the last number
- *                before the first missing file, which is `*first` - 1 when there is none at
- *                `*first`; or the number to stop at when all are there, for which -1 stands for
- *                10 to the power of the field's width.
- *  @return QAL_STATUS_OK or QAL_STATUS_INVALID: a null argument, a template that is too long, has
- *          no "#" or too wide a field, no file at all, or `*first` is INT32_MIN. On failure both
- *          numbers are untouched.
+ *  @param first  in: the number to begin with, or QAL_RANGE_OPEN for the smallest that has a file.
+ *                Out: the number begun with.
+ *  @param last   in: the last number to look at, or QAL_RANGE_OPEN to go on to the first missing
+ *                file. Out: the last number before the first missing file, which is `*first` - 1
+ *                when that has no file. When no file is missing: the number that was passed in, or
+ *                10 to the power of the field's width for QAL_RANGE_OPEN.
+ *  @return QAL_STATUS_OK; or QAL_STATUS_INVALID for a null argument, for a template that is too
+ *          long or has no "#" or too wide a field, when QAL_RANGE_OPEN finds no file to begin with,
+ *          and when `*first` is INT32_MIN. On failure both numbers are untouched.
  *  @note   Opens each file of the run. The smallest number is looked for in the directory when the
  *          field is in the template's last component, else by opening one number after the other.
  */
@@ -170,8 +177,8 @@ QAL_API int qal_valid_pathname_range(const char *template_path, int32_t *first, 
 
 /** Replaces a leading "~" or "~name" by the home directory of the current or the named user.
  *
- *  The password database is asked, for the current user by the real user id; HOME is not. The
- *  home directory is always followed by a "/": "~" gives "/home/me/".
+ *  The home directory comes from the password database, that of the current user by the real user
+ *  id; HOME is not used. It is always followed by a "/": "~" gives "/home/me/".
  *
  *  @param path      borrowed; must not overlap `out`. A path without "~" is copied.
  *  @param out       the result; caller-owned.
@@ -180,14 +187,22 @@ QAL_API int qal_valid_pathname_range(const char *template_path, int32_t *first, 
  *          QAL_STATUS_NOT_FOUND (no such user). On failure `out` is "", where it has room. */
 QAL_API int qal_expand_pathname(const char *path, char *out, int out_size);
 
-/** Answers the suffix of a kind of file on a platform.
+/** The kinds of files that qal_file_extension knows. */
+enum {
+  QAL_FILE_EXECUTABLE = 0,     /**< executable */
+  QAL_FILE_OBJECT = 1,         /**< object file */
+  QAL_FILE_STATIC_LIBRARY = 2, /**< static library */
+  QAL_FILE_SHARED_LIBRARY = 3  /**< shared library */
+};
+
+/** Returns the suffix of a kind of file on a platform.
  *
- *  The first of the words linux, sun, sgi, cpq, ibm (Unix), hp (HP-UX), apple (macOS) and win
- *  (Windows) that `arch` holds anywhere decides, so "darwin" is Windows.
+ *  `arch` is searched for the words linux, sun, sgi, cpq, ibm (Unix), hp (HP-UX), apple (macOS) and
+ *  win (Windows), in this order. The first one found decides, so "darwin" is Windows.
  *
  *  @param arch  architecture text such as "linux_2.6_64"; borrowed. Null means "apple".
- *  @param kind  0 executable, 1 object file, 2 static library, 3 shared library.
- *  @return a constant text, or null when `kind` is above 3 or no word is found. */
+ *  @param kind  one of the kinds above.
+ *  @return a constant text, or null for any other `kind` and when no word is found. */
 QAL_API const char *qal_file_extension(const char *arch, unsigned kind);
 
 #ifdef __cplusplus

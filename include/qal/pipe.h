@@ -1,8 +1,8 @@
 /** @file
  *  Shell commands whose input or output the caller holds as a stream.
  *
- *  The streams are the caller's, and their descriptors are not passed on to programs: a command
- *  sees the pipe it is started with and no other of this area.
+ *  The streams are the caller's. Other programs do not inherit their descriptors: a command has the
+ *  pipe that it is started with and none of the others.
  *
  *  Threads: any thread may start commands.
  *
@@ -30,12 +30,12 @@ extern "C" {
  *  @param pid_out receives the command's process id, which is also its group's; -1 when nothing was
  *                 started.
  *  @return the stream, to be closed with `fclose` before the command is waited for with `waitpid`.
- *          Null when an argument is null, for any other mode, and when the system refuses a pipe or
- *          a process (the latter is told on standard error). Null with a process id above 0 when it
- *          refuses the stream: the command runs, with its end of the pipe closed, and is still to
- *          be waited for.
- *  @warning Should the shell not start, this function returns null a second time, in the child,
- *           with a process id of 0: a caller that sees that must `_exit`. */
+ *          Null when an argument is null, for any other mode, and when no pipe or process can be
+ *          made (the latter is reported on standard error). Null with a process id above 0 when the
+ *          stream cannot be made: the command runs, the caller's end of the pipe is closed, and the
+ *          command is still to be waited for.
+ *  @warning When the shell cannot be started, this function returns null in the child as well, with
+ *           a process id of 0: a caller that sees that must call `_exit`. */
 QAL_API FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out);
 
 /** @name The platform's calls, for callers that want one family of names

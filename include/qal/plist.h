@@ -2,9 +2,9 @@
  *  Doubly linked lists of pointers whose headers and nodes come from two process-wide pools.
  *
  *  A list never owns what its nodes point to. qal_utils_init (startup.h) makes the pools and
- *  qal_utils_done ends them; before and after, functions that return a list or a node return null.
+ *  qal_utils_done ends them; before and after that no list or node can be made.
  *
- *  Links cannot fail. They do nothing when an argument is null, and a node is in one list at most:
+ *  Linking cannot fail. It does nothing when an argument is null. A node is in one list at most:
  *  what is linked in must come from qal_plist_alloc, qal_plist_pop or qal_plist_remove.
  *
  *  Threads: a list is used by one thread at a time; different threads may use lists of their own at
@@ -15,6 +15,7 @@
 #define QAL_PLIST_H
 
 #include <qal/export.h>
+#include <qal/status.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -35,24 +36,25 @@ typedef struct QalPlist {
   QalPlistNode *last;  /**< the last node */
 } QalPlist;
 
-/** Says, with a result above 0, that the first belongs after the second. It receives the `data` of
- *  two nodes, the one that stands earlier first. */
+/** Compares the `data` of two nodes, the one that stands earlier first. A result above 0 says that
+ *  `earlier` belongs after `later`. */
 typedef int (*QalPlistCompare)(const void *earlier, const void *later);
 
-/** Makes the two pools, carving so many headers and nodes at a time. Earlier pools are abandoned.
- *  @return 0, or 2 without memory; there are then no pools. */
+/** Makes the two pools, which carve so many headers and nodes at a time. Pools that exist already
+ *  are abandoned, not freed.
+ *  @return QAL_STATUS_OK, or QAL_STATUS_NO_MEMORY; there are then no pools. */
 QAL_API int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk);
 
 /** Ends the two pools; every list and node becomes invalid at once.
- *  @return 0, also when there are none. */
+ *  @return QAL_STATUS_OK, also when there are no pools. */
 QAL_API int qal_plist_pool_destroy(void);
 
-/** A new empty list, or null. */
+/** A new empty list; null on failure. */
 QAL_API QalPlist *qal_plist_create(void);
 /** Gives a list and its nodes back and sets the caller's handle to null. What the nodes point to is
  *  not touched. */
 QAL_API void qal_plist_destroy(QalPlist **list_address);
-/** A node with all fields null, or null. */
+/** A new node with all fields null; null on failure. */
 QAL_API QalPlistNode *qal_plist_alloc(void);
 /** Gives a node that is in no list back and sets the caller's handle to null. */
 QAL_API void qal_plist_free(QalPlistNode **node_address);
@@ -83,9 +85,9 @@ QAL_API void qal_plist_insert_after(QalPlist *list, QalPlistNode *at, QalPlistNo
 /** Links a node in before the node `at` of the same list. */
 QAL_API void qal_plist_insert_before(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
 
-/** Unlinks a node of the list. It is the caller's then, its links null. */
+/** Unlinks a node of the list; it is the caller's from then on, its links null. */
 QAL_API void qal_plist_remove(QalPlist *list, QalPlistNode *node);
-/** Unlinks the first node and hands it over, or returns null. */
+/** Unlinks the first node and returns it, or null for an empty list. */
 QAL_API QalPlistNode *qal_plist_pop(QalPlist *list);
 /** Moves all nodes of `src` behind those of `dst`. A list joined to itself stays as it is. */
 QAL_API void qal_plist_concat(QalPlist *dst, QalPlist *src);

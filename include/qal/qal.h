@@ -3,15 +3,16 @@
  *
  *  Conventions that hold in every header:
  *
- *  1. A status is an `int` and 0 is success. The other codes are in status.h; a function that
- *     answers anything else says so.
+ *  1. A status is an `int` and 0 is success. The other codes are in status.h; a function with other
+ *     results says so.
  *  2. Text is NUL-terminated bytes in buffers that the caller owns. A size is in bytes and counts
- *     the terminator. Nothing that does not fit is cut in silence: the function says what happens.
- *  3. A null pointer means "none". An argument may be null only where its function says so.
+ *     the terminator. Each function says what happens to a text that does not fit.
+ *  3. A null result means that there is nothing. An argument may be null only where its function
+ *     says so.
  *  4. Memory that a function hands over is released with the C library's `free`, unless a
  *     function of the same area takes it back.
- *  5. Set-up functions belong to the main thread, before other threads start. Where a header says
- *     nothing about threads, a function keeps no state and any thread may call it.
+ *  5. Set-up functions are called by the main thread, before other threads start. Where a header
+ *     says nothing about threads, a function keeps no state and any thread may call it.
  *  6. The library reports through the logger (logger.h), which is silent until a host installs a
  *     callback. It never ends the process, except where a function says so. */
 #ifndef QAL_QAL_H

@@ -1,11 +1,11 @@
 /** @file
  *  The machine, the user and processes.
  *
- *  Figures of the machine are asked for by number and answered into an `int`; memory is in KiB and
- *  a figure that an `int` cannot hold is answered as INT_MAX. Every pointer is needed.
+ *  Figures of the machine are `int`s. Memory is in KiB, and INT_MAX stands for more than an `int`
+ *  can hold. No pointer may be null.
  *
- *  Threads: nothing here owns memory or keeps state, so any thread may call any of it; qal_signal
- *  changes the whole process.
+ *  Threads: nothing here owns memory or keeps state, so any thread may call any function;
+ *  qal_signal changes the whole process.
  *
  *  Source: utils/libsrc/qal_system.cpp; what differs between systems is under
  *  utils/libsrc/platform. */
@@ -18,33 +18,47 @@
 extern "C" {
 #endif
 
-/** Answers one figure of the machine or of this process.
+/** What qal_sysinfo can be asked for. */
+enum {
+  QAL_SYSINFO_PAGE_BYTES = 0,         /**< bytes of a memory page */
+  QAL_SYSINFO_MEMORY = 1,             /**< physical memory in KiB */
+  QAL_SYSINFO_PROCESSORS = 5,         /**< processors; on Linux those online */
+  QAL_SYSINFO_THREAD_LIMIT = 6,       /**< threads that this process may have, -1 without a limit */
+  QAL_SYSINFO_RESIDENT_MEMORY = 7,    /**< RAM that this process holds, in KiB; -1 if not known */
+  QAL_SYSINFO_PACKAGES = 8,           /**< processor packages */
+  QAL_SYSINFO_PHYSICAL_CORES = 9,     /**< physical cores */
+  QAL_SYSINFO_LOGICAL_PROCESSORS = 10 /**< logical processors; on Linux those online */
+};
+
+/** Results of qal_sysinfo. */
+enum {
+  QAL_SYSINFO_FAILED = -1,       /**< the system did not give the figure */
+  QAL_SYSINFO_NOT_SUPPORTED = 0, /**< there is no such query */
+  QAL_SYSINFO_ANSWERED = 1       /**< the figure is stored */
+};
+
+/** Stores one figure of the machine or of this process.
  *
- *  | query   | answer |
- *  |---------|--------|
- *  | 0       | bytes of a memory page |
- *  | 1       | physical memory in KiB |
- *  | 2, 3, 4 | not supported |
- *  | 5       | processors; on Linux those online |
- *  | 6       | threads that this process may have, -1 without a limit |
- *  | 7       | memory of this process held in RAM, in KiB, or -1 when that is not known |
- *  | 8       | processor packages |
- *  | 9       | physical cores |
- *  | 10      | logical processors; on Linux those online |
+ *  If the system does not report its packages, the number of physical cores is stored; if it does
+ *  not report these either, the number of logical processors, and failing that the number of
+ *  processors. Queries for cores and logical processors fall back in the same order.
  *
- *  If the system does not report its packages, query 8 gives the number of physical cores; if it
- *  does not report these either, the number of logical processors, and failing that the answer to
- *  query 5. Queries 9 and 10 fall back in the same order.
- *
- *  @param query  one of the numbers above; every other number is not supported.
- *  @param value  where the answer goes; untouched unless the result is 1.
- *  @return 1 answered, 0 not supported, or -1 when query 1 or the last fallback of queries 5 and
- *          8 to 10 failed; "sysctl: " and the reason then stand on standard error. */
+ *  @param query  one of the queries above.
+ *  @param value  receives the figure; untouched unless the result is QAL_SYSINFO_ANSWERED.
+ *  @return QAL_SYSINFO_ANSWERED; QAL_SYSINFO_NOT_SUPPORTED for any other query; QAL_SYSINFO_FAILED
+ *          when the system does not report the physical memory, or not even the number of
+ *          processors: "sysctl: " and the reason then stand on standard error. */
 QAL_API int qal_sysinfo(int query, int *value);
 
-/** Tells the byte order.
+/** Results of qal_endian. */
+enum {
+  QAL_LITTLE_ENDIAN = 0, /**< the lowest byte comes first */
+  QAL_BIG_ENDIAN = 1     /**< the highest byte comes first */
+};
+
+/** Returns the byte order of the machine.
  *
- *  @return 0 on a little-endian machine, 1 on a big-endian one. */
+ *  @return QAL_LITTLE_ENDIAN or QAL_BIG_ENDIAN. */
 QAL_API int qal_endian(void);
 
 /** Copies the login name of the real user.
@@ -70,7 +84,7 @@ QAL_API int qal_usleep(unsigned microseconds);
  *  @return the system's own result: 0, or -1 with `errno` set. */
 QAL_API int qal_sched_yield(void);
 
-/** Sets what a signal does, for the whole process. The handler that stood before is lost, and a
+/** Sets what a signal does, for the whole process. The previous handler is not returned, and a
  *  signal that cannot be handled stays as it is.
  *
  *  @param signal_number  a signal of <signal.h>.
@@ -78,15 +92,21 @@ QAL_API int qal_sched_yield(void);
  *  @return 0. */
 QAL_API int qal_signal(int signal_number, void (*handler)(int));
 
-/** Tells the process id of the caller. */
+/** Returns the process id of the caller. */
 QAL_API int qal_getpid(void);
 
-/** Probes for a process. The sense is the opposite of what the name suggests: the answer is 1 for
- *  a process that is gone.
+/** Results of qal_is_pid_running. */
+enum {
+  QAL_PID_EXISTS = 0, /**< the process exists */
+  QAL_PID_GONE = 1    /**< there is no such process */
+};
+
+/** Probes for a process. The result is the opposite of what the name suggests.
  *
  *  @param pid  a process id; 0 and negative ids mean process groups, as they do to kill().
- *  @return 1 when no such process exists; 0 when it exists, a zombie included, or when the probe
- *          failed for another reason, such as a process of another user. */
+ *  @return QAL_PID_GONE when no such process exists; QAL_PID_EXISTS when it exists, a zombie
+ *          included, and when the probe fails for another reason, such as a process of another
+ *          user. */
 QAL_API int qal_is_pid_running(int pid);
 
 /** Asks the system's version tool, /usr/bin/sw_vers, for the version of macOS.
@@ -94,7 +114,7 @@ QAL_API int qal_is_pid_running(int pid);
  *  @param name   receives "Mac OS X"; at least 9 bytes, written in every case.
  *  @param major  receives the first number of the version, or -1.
  *  @param minor  receives the second number, or -1; both numbers are set or neither is.
- *  @return 0, or -1 when the tool cannot be started or its answer holds no version; one line on
+ *  @return 0, or -1 when the tool cannot be started or its output holds no version; one line on
  *          standard error then says which. */
 QAL_API int qal_get_osx_ver(char *name, int *major, int *minor);
 

@@ -1,15 +1,15 @@
 /** @file
  *  Byte strings: character classes, copies that always end, replacement in place, search without
- *  case, trimming, and a bounded print that tells when it had to cut.
+ *  case, trimming, and a bounded print that says when it had to cut.
  *
- *  Every text is narrow, ends with a NUL and belongs to the caller; every pointer is needed unless
- *  it is said that null is allowed. Sizes count bytes and include the terminator.
+ *  Every text is a string of bytes that ends with a NUL and belongs to the caller. A pointer may be
+ *  null only where its function says so. Sizes count bytes and include the terminator. Nothing here
+ *  allocates.
  *
- *  "The platform's class" and "the platform's conversion" mean those of the locale that the program
- *  has set; the library itself never sets one.
+ *  The platform's classes, upper case and lower case are those of the locale that the program has
+ *  set; the library itself never sets one.
  *
- *  Threads: nothing here allocates, and nothing keeps state: any thread may call any function on
- *  texts of its own.
+ *  Threads: no function keeps state, so any thread may call any of them on texts of its own.
  *
  *  Source: utils/libsrc/qal_text_class.cpp (classes), utils/libsrc/qal_text.cpp (the rest). */
 #ifndef QAL_TEXT_H
@@ -23,44 +23,44 @@ extern "C" {
 #endif
 
 /** @name Character classes
- *  Each takes any int, looks only at its low byte, and answers exactly 1 or 0. */
+ *  Each takes any int, looks only at its low byte, and returns exactly 1 or 0. */
 /**@{*/
 
-/** Tells whether bit 7 of the byte is clear; no locale plays a part. */
+/** Says whether bit 7 of the byte is clear, whatever the locale. */
 QAL_API int qal_isascii(int c);
-/** Tells whether the byte is a tab or a space; no locale plays a part. */
+/** Says whether the byte is a tab or a space, whatever the locale. */
 QAL_API int qal_isblank(int c);
-/** Tells whether the byte is one of 0 to 9; no locale plays a part. */
+/** Says whether the byte is one of 0 to 9, whatever the locale. */
 QAL_API int qal_isdigit(int c);
-/** Tells whether the byte is one of 0-9, a-f, A-F; no locale plays a part. */
+/** Says whether the byte is one of 0-9, a-f, A-F, whatever the locale. */
 QAL_API int qal_isxdigit(int c);
-/** Tells whether the byte is of the platform's upper-case or lower-case class. Letters without a
- *  case, which some locales have, do not count. */
+/** Says whether the byte is of the platform's upper-case or lower-case class. The letters without
+ *  case that some locales have do not count. */
 QAL_API int qal_isalpha(int c);
-/** Tells whether the byte is alphabetic as qal_isalpha has it, or one of 0 to 9. */
+/** Says whether the byte is a letter as by qal_isalpha, or one of 0 to 9. */
 QAL_API int qal_isalnum(int c);
-/** Tells whether the byte is of the platform's control class. */
+/** Says whether the byte is of the platform's control class. */
 QAL_API int qal_iscntrl(int c);
-/** Tells whether the byte is of the platform's visible class. */
+/** Says whether the byte is of the platform's visible class. */
 QAL_API int qal_isgraph(int c);
-/** Tells whether the byte is of the platform's lower-case class. */
+/** Says whether the byte is of the platform's lower-case class. */
 QAL_API int qal_islower(int c);
-/** Tells whether the byte is of the platform's printable class. */
+/** Says whether the byte is of the platform's printable class. */
 QAL_API int qal_isprint(int c);
-/** Tells whether the byte is of the platform's punctuation class. */
+/** Says whether the byte is of the platform's punctuation class. */
 QAL_API int qal_ispunct(int c);
-/** Tells whether the byte is of the platform's space class. */
+/** Says whether the byte is of the platform's space class. */
 QAL_API int qal_isspace(int c);
-/** Tells whether the byte is of the platform's upper-case class. */
+/** Says whether the byte is of the platform's upper-case class. */
 QAL_API int qal_isupper(int c);
 /**@}*/
 
 /** Copies a text into a buffer, cut to fit, and fills the rest of the buffer with NUL.
  *
  *  @param dst   receives the copy; `size` bytes, all of them are written.
- *  @param src   text to copy; may overlap `dst`. At most `size` - 1 bytes of it are looked at.
+ *  @param src   text to copy; may overlap `dst`. At most `size` - 1 bytes of it are read.
  *  @param size  size of `dst`, at least 1. Below 1 nothing is written.
- *  @return `dst`. A text that was cut is not reported. */
+ *  @return `dst`. That a text was cut is not reported. */
 QAL_API char *qal_strncpy(char *dst, const char *src, int size);
 
 /** Appends a text to the text in a buffer, cut to fit, and fills the rest with NUL.
@@ -96,27 +96,37 @@ QAL_API unsigned qal_tolower(unsigned character);
  *  @param haystack  text to search.
  *  @param needle    text to find.
  *  @return the first place in `haystack` where the whole of `needle` stands, or null. An empty
- *          `needle` is nowhere: the answer is null, unlike that of the platform's strstr. */
+ *          `needle` gives null, unlike the platform's strstr. */
 QAL_API char *qal_strcasestr(const char *haystack, const char *needle);
+
+/** Modes of qal_changecase. Only ASCII letters change case, whatever the locale. */
+enum {
+  QAL_CASE_UPPER = 0,     /**< a-z to upper case */
+  QAL_CASE_LOWER = 1,     /**< A-Z to lower case */
+  QAL_CASE_SEVEN_BITS = 2 /**< clears bit 7 of every byte; a byte 0x80 thus ends the text */
+};
 
 /** Changes the case of a text in place, or forces it to seven bits.
  *
  *  @param string  text to change.
- *  @param mode    0: a-z to upper case; 1: A-Z to lower case; 2: bit 7 of every byte is cleared
- *                 (a byte 0x80 thus ends the text); any other: nothing happens. Only ASCII letters
- *                 change case, whatever the locale. */
+ *  @param mode    one of the modes above; any other changes nothing. */
 QAL_API void qal_changecase(char *string, int mode);
+
+/** A flag of qal_strrepl. */
+enum {
+  QAL_REPLACE_FIRST = 0x1 /**< stop after the first replacement */
+};
 
 /** Replaces the occurrences of one text by another, in place and from left to right.
  *
- *  What was put in is not searched again, so a replacement may contain `find`. The work is linear
+ *  What was put in is not searched again, so a replacement may contain `find`. The time is linear
  *  in the lengths of the old and the new text.
  *
  *  @param string       text to change. Its buffer must have room for the result: no size is passed
  *                      and none is checked.
  *  @param find         what to replace; null or empty finds nothing. Must not lie in `string`.
  *  @param replacement  what to put in its place; null counts as empty. Must not lie in `string`.
- *  @param flags        bit 0x1: stop after the first replacement. Other bits mean nothing.
+ *  @param flags        0 or QAL_REPLACE_FIRST. Other bits are ignored.
  *  @return the number of replacements; with 0 the text is as it was. */
 QAL_API int qal_strrepl(char *string, const char *find, const char *replacement, int flags);
 
@@ -142,16 +152,15 @@ QAL_API int qal_strip_pre_post_chars(const char *src, char *dst, int character);
  *  @return the length written; 0, with `dst` empty, when only spaces were in `src`. */
 QAL_API int qal_strip_pre_post_spaces(const char *src, char *dst);
 
-/** Prints into a buffer and tells whether all of it fitted.
+/** Prints into a buffer and says whether all of it fitted.
  *
- *  The last byte of the buffer is looked at even when the output is shorter, so what it held before
- *  the call plays a part in one case: empty output into a buffer of 2 bytes or more that held no
- *  NUL behind its first byte counts as failed.
+ *  What the buffer held before matters in one case: empty output into a buffer of 2 bytes or more
+ *  that held no NUL behind its first byte counts as failed.
  *
  *  @param buffer  receives the text; null gives 1.
  *  @param size    size of `buffer`; 0 gives 1 and nothing is written.
  *  @param format  as for printf.
- *  @return 0 when the whole output stands in `buffer`. 1 when it was cut, when formatting failed or
+ *  @return 0 when the whole output is in `buffer`. 1 when it was cut, when formatting failed or
  *          in the case above; the last byte of `buffer` is then NUL. */
 QAL_API int qal_snprintf(char *buffer, size_t size, const char *format, ...) QAL_PRINTF(3, 4);
 

@@ -7,14 +7,15 @@
  *  Every thread that is started must be joined: nothing else frees its slot.
  *
  *  Errors: results are 0 for success and -1 for failure unless a function says otherwise. A null
- *  pointer gives -1 and changes nothing. Before a lock, unlock, wait, signal, broadcast or
- *  semaphore operation answers -1 for a refusal of the platform it calls qal_stop_here (logger.h),
- *  where a debugger can wait for it.
+ *  pointer gives -1 and changes nothing. When the platform fails a lock, unlock, wait, signal,
+ *  broadcast or semaphore operation, qal_stop_here (logger.h) is called before -1 is returned: set
+ *  a breakpoint there.
  *
  *  Threads: qal_utils_init (startup.h) sets the layer up. Mutexes, conditions and semaphores may be
- *  used before that; everything else may be called by any thread once it has run.
+ *  used before that; everything else may be called by any thread afterwards.
  *
- *  Source: utils/libsrc/qal_thread.cpp, qal_thread_sync.cpp, qal_thread_sema.cpp. */
+ *  Source: utils/libsrc/qal_thread.cpp, qal_thread_init_sys.cpp, qal_thread_sync.cpp,
+ *  qal_thread_sema.cpp. */
 #ifndef QAL_THREAD_H
 #define QAL_THREAD_H
 
@@ -49,22 +50,20 @@ typedef struct QalThreadSema {
  *
  *  For the start-up of a process, while no other thread runs. Threads that were started before lose
  *  their index; they can still be joined as long as it is not handed out again.
- *  @return 0, or what qal_thread_init_sys answered when that is not 0; the index key is then not
+ *  @return 0, or what qal_thread_init_sys returned when that is not 0; the index key is then not
  *          made and no thread should be created. */
 QAL_API int qal_thread_init(void);
 
-/** The platform's part of qal_thread_init. There is nothing to do on the platforms of today.
+/** The platform's part of qal_thread_init. On the platforms of today it does nothing.
  *  @return 0. */
 QAL_API int qal_thread_init_sys(void);
 
-/** Accepts a hint at how many threads will run at once and ignores it.
+/** Takes a hint at how many threads will run at once, and ignores it.
  *  @return 0. */
 QAL_API int qal_thread_setconcurrency(int level);
 
-/** The calling thread's index.
- *
- *  0 in the main thread, and in every thread that this layer did not start: such threads must not
- *  use what is kept per index, the memory pools above all. */
+/** The calling thread's index: 0 in the main thread, and in every thread that this layer did not
+ *  start. Such threads must not use what is kept for each index, above all the memory pools. */
 QAL_API int qal_thread_self(void);
 
 /** The same as qal_thread_self. */
@@ -80,7 +79,7 @@ QAL_API int qal_thread_index(void);
  *         slot stays claimed until it is joined. Untouched when all 2048 slots are taken.
  *  @param routine   what to run; a null routine makes a thread that ends at once.
  *  @param argument  handed to the routine as it is.
- *  @return 0, or -1 when no slot is free or the platform refused.
+ *  @return 0, or -1 when no slot is free or the platform cannot start a thread.
  *  @note The routine begins only after the index has been stored. What the caller wrote before is
  *        visible to it. */
 QAL_API int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument);
@@ -91,12 +90,12 @@ QAL_API int qal_thread_create(int *index_out, QalThreadRoutine routine, void *ar
  *  @param result_out null, or receives the routine's result: -1 when it was cancelled or could not
  *                    be started, 0 when the index was never handed out.
  *  @return 0; or -1 for an index outside the table, and for a slot without a thread to wait for:
- *          the result is still handed over and the slot freed, except slot 0, the main thread's.
+ *          the result is still stored and the slot freed, except slot 0, the main thread's.
  *  @note One thread joins an index, once. What the thread wrote before its end is visible to the
  *        caller afterwards. */
 QAL_API int qal_thread_join(const int *index, int *result_out);
 
-/** Asks for the cancellation of a thread, which takes effect as the platform has it. Its slot must
+/** Asks for the cancellation of a thread, which takes effect as on the platform. The thread must
  *  still be joined.
  *
  *  @return 0, or -1 for an index outside the table or a slot without a thread. */
@@ -137,32 +136,43 @@ QAL_API void *qal_thread_getspecific(QalThreadKey key);
 /** @name Mutexes
  *  Not recursive; unlocked by the thread that locked them. */
 /**@{*/
+
+/** A result of qal_thread_mutex_trylock. */
+enum {
+  QAL_THREAD_BUSY = 1 /**< a thread holds the mutex, perhaps the caller itself */
+};
+
 /** Makes a mutex. */
 QAL_API int qal_thread_mutex_init(QalThreadMutex *m);
-/** Ends a mutex that nobody holds. */
+/** Ends a mutex that no thread holds. */
 QAL_API int qal_thread_mutex_destroy(QalThreadMutex *m);
-/** Waits until the mutex is free and takes it. */
+/** Locks the mutex, waiting until it is free. */
 QAL_API int qal_thread_mutex_lock(QalThreadMutex *m);
-/** Takes the mutex if it is free.
- *  @return 0 with the mutex locked, 1 when somebody holds it, the caller included, -1 on failure.
- */
+/** Locks the mutex if it is free.
+ *  @return 0 with the mutex locked, QAL_THREAD_BUSY, or -1 on failure. */
 QAL_API int qal_thread_mutex_trylock(QalThreadMutex *m);
-/** Gives the mutex back. */
+/** Unlocks the mutex. */
 QAL_API int qal_thread_mutex_unlock(QalThreadMutex *m);
 /**@}*/
 
 /** @name Condition variables
  *  A wait may also end without a signal: test what is waited for in a loop. */
 /**@{*/
+
+/** A result of qal_thread_cond_timedwait. */
+enum {
+  QAL_THREAD_TIMED_OUT = 99 /**< the time has passed */
+};
+
 /** Makes a condition variable. */
 QAL_API int qal_thread_cond_init(QalThreadCond *c);
-/** Ends a condition variable that nobody waits for. */
+/** Ends a condition variable that no thread waits for. */
 QAL_API int qal_thread_cond_destroy(QalThreadCond *c);
 /** Wakes every waiting thread. */
 QAL_API int qal_thread_cond_broadcast(QalThreadCond *c);
 /** Wakes one waiting thread, if there is any. */
 QAL_API int qal_thread_cond_signal(QalThreadCond *c);
-/** Waits for a signal: gives the mutex back meanwhile and holds it again when it returns.
+/** Waits for a signal: unlocks the mutex meanwhile and holds it again when it returns.
  *  Cancellation point. */
 QAL_API int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m);
 /** Waits until a signal, or until so many seconds of the wall clock (qal_time_get) have passed. The
@@ -170,32 +180,32 @@ QAL_API int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m);
  *
  *  @param seconds not a number counts as 0. A whole part beyond 32 bits is clamped to them. A
  *         negative time lies in the past.
- *  @return 0 woken, 99 timed out, -1 on failure: among others when the deadline falls exactly on a
- *          full second by its fraction (10^9 ns are passed on as they are and the platform refuses
- *          them), or when a negative time leaves negative nanoseconds. */
+ *  @return 0 when woken, QAL_THREAD_TIMED_OUT, or -1 on failure. It also fails when the deadline's
+ *          nanoseconds come to exactly 10^9, which are not carried into the seconds, and when a
+ *          negative time makes them negative. */
 QAL_API int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float seconds);
 /**@}*/
 
 /** @name Counting semaphores
  *
  *  The waiters of a semaphore pass together: with k threads blocked, the first k - 1 releases wake
- *  nobody, and the k-th lets all k pass. A thread that starts to wait between that release and the
- *  passing of the last waiter joins the group, and the whole group then waits for one more release.
- *  So two threads that take turns without a pause can block each other; where threads compete for
- *  permits, use a mutex and a condition variable. */
+ *  none of them, and the k-th lets all k pass. A thread that starts to wait between that release
+ *  and the passing of the last waiter joins the group, and the whole group then waits for one more
+ *  release. So two threads that take turns without a pause can block each other; where threads
+ *  compete for permits, use a mutex and a condition variable. */
 /**@{*/
 
 /** Makes a semaphore with `initial` permits; a negative number is a debt that releases pay first.
  *  @return 0, or -1 when the mutex or the condition cannot be made; nothing is then left behind. */
 QAL_API int qal_thread_sema_init(QalThreadSema *s, int initial);
-/** Ends a semaphore that nobody uses any more. What the platform says to that is overlooked. */
+/** Ends a semaphore that no thread uses any more. Failures of the platform are ignored. */
 QAL_API int qal_thread_sema_destroy(QalThreadSema *s);
-/** Takes a permit, waiting for it if need be. Cancellation point: a cancelled wait gives its place
- *  back and lets the others pass if they now may. */
+/** Takes a permit, waiting for one if there is none. Cancellation point: a cancelled wait gives up
+ *  its place, and the others pass if they now may. */
 QAL_API int qal_thread_sema_wait(QalThreadSema *s);
-/** Gives a permit. */
+/** Adds a permit. */
 QAL_API int qal_thread_sema_release(QalThreadSema *s);
-/** Starts over with `value` permits, without locking: for a semaphore that nobody uses.
+/** Starts over with `value` permits, without locking: for a semaphore that no thread uses.
  *  @return 0. */
 QAL_API int qal_thread_sema_reset(QalThreadSema *s, int value);
 /**@}*/

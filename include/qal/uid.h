@@ -5,13 +5,14 @@
  *  id until it is retired; their meaning is the caller's. qal_utils_init (startup.h) sets it up;
  *  without it ids are handed out but none is found.
  *
- *  Threads: once the registry is there any thread may call anything here.
+ *  Threads: once the registry is made, any thread may call any function.
  *
  *  Source: utils/libsrc/qal_uid.cpp. */
 #ifndef QAL_UID_H
 #define QAL_UID_H
 
 #include <qal/export.h>
+#include <qal/status.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -19,7 +20,7 @@ extern "C" {
 #endif
 
 /** Makes the registry, unless there is one. For start-up, before other threads run. Without memory
- *  there is none, and a later call tries again.
+ *  no registry is made, and a later call tries again.
  *  @return 0, or -1 when the mutex cannot be made. */
 QAL_API int qal_uid_init(void);
 
@@ -27,16 +28,16 @@ QAL_API int qal_uid_init(void);
  *  @return the id, also when there was no memory to register it: it is then never found. */
 QAL_API uint64_t qal_uid_new(uint64_t first, uint64_t second);
 
-/** The id that the next qal_uid_new will hand out. Nothing is reserved. */
+/** The id that the next qal_uid_new will hand out. It is not reserved. */
 QAL_API uint64_t qal_uid_next(void);
 
 /** Looks an id up. Only its low 48 bits count.
  *  @param first_out, second_out receive the values; each may be null. Untouched if not found.
- *  @return 0 found, 4 not found. */
+ *  @return QAL_STATUS_OK or QAL_STATUS_NO_ID. */
 QAL_API int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out);
 
 /** Retires an id. Only its low 48 bits count.
- *  @return 0 retired, or no registry; 6 when the id is not registered. */
+ *  @return QAL_STATUS_OK, also without a registry; QAL_STATUS_INVALID if it is not registered. */
 QAL_API int qal_uid_destroy(uint64_t id);
 
 #ifdef __cplusplus

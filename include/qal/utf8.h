@@ -1,10 +1,10 @@
 /** @file
  *  UTF-8, code points and the products' old symbol font.
  *
- *  The native encoding of the platforms of today is UTF-8, so texts are only copied. Characters
- *  take pointers that are not null.
+ *  The native encoding of the platforms of today is UTF-8, so texts are only copied. The functions
+ *  for single characters take pointers that are not null.
  *
- *  Threads: nothing here keeps a state: any thread may call it.
+ *  Threads: no function keeps state, so any thread may call any of them.
  *
  *  Source: utils/libsrc/qal_utf8.cpp, qal_utf8_symbol.cpp (the font's table). */
 #ifndef QAL_UTF8_H
@@ -25,7 +25,7 @@ QAL_API uint32_t qal_kalmora_symbol_to_unicode(int32_t code);
 
 /** Reads one character.
  *
- *  @param bytes text of at least one byte; a byte is looked at only if the one before called for
+ *  @param bytes text of at least one byte. A further byte is read only if those before it call for
  *               it, so nothing is read past a terminating NUL.
  *  @param out   receives the decoded value. For more than one byte that is not the character's code
  *               point: only the upper payload bits of the sequence and the top two bits of its last
@@ -34,7 +34,7 @@ QAL_API uint32_t qal_kalmora_symbol_to_unicode(int32_t code);
  *  @return the bytes consumed, 1 to 4. */
 QAL_API int qal_char_utf8_to_unicode(const unsigned char *bytes, uint32_t *out);
 
-/** Writes one code point as UTF-8, surrogates like any other, and a NUL behind it.
+/** Writes one code point as UTF-8, also a surrogate, and a NUL behind it.
  *
  *  @param out room for 5 bytes.
  *  @return the bytes written before the NUL, 1 to 4; 0 for 0x200000 and above. */
@@ -54,8 +54,13 @@ QAL_API int qal_string_native_to_utf8_inplace(void);
  *  @return 0. */
 QAL_API int qal_string_utf8_to_native_inplace(void);
 
+/** A result of qal_get_current_code_page. */
+enum {
+  QAL_CODE_PAGE_UTF8 = 65001 /**< UTF-8 */
+};
+
 /** The number of the native encoding's code page.
- *  @return 65001, UTF-8. */
+ *  @return QAL_CODE_PAGE_UTF8. */
 QAL_API int qal_get_current_code_page(void);
 
 #ifdef __cplusplus

@@ -4,8 +4,8 @@
  *  There are two matchers, and they differ on purpose. `zul_fnmatch` is small, takes no flags and
  *  is the one that the directory listing applies to file names. `qal_fnmatch` knows the rules of
  *  paths and takes flags. Both know `*`, `?`, sets in brackets and the backslash as escape, and
- *  both answer as the platform's `fnmatch` does: 0 for a match, 1 for none. A null argument matches
- *  nothing.
+ *  both return 0 for a match and 1 for none, as the platform's `fnmatch` does. A null argument
+ *  matches nothing.
  *
  *  Neither allocates or recurses. The time of a call is bounded by the product of the two lengths,
  *  whatever the pattern.
@@ -23,6 +23,12 @@
 extern "C" {
 #endif
 
+/** Results of both matchers. */
+enum {
+  QAL_FNM_MATCH = 0,  /**< the name or string matches the pattern */
+  QAL_FNM_NOMATCH = 1 /**< it does not */
+};
+
 /** Flags of `qal_fnmatch`. The numbers are not those of the platform's `fnmatch`. */
 enum {
   QAL_FNM_PATHNAME = 0x01,      /**< only a slash in the pattern matches a slash */
@@ -36,42 +42,41 @@ enum {
 /** Matches a file name against a pattern, without flags.
  *
  *  `*` and `?` match every byte, `/` and a leading `.` included. Letters match exactly. In a set,
- *  `^` or `!` in front negates, the first member counts as one even if it is `]`, and ranges
- *  compare signed bytes: those above 0x7F come before the others. A backslash makes the next byte
- *  literal, inside a set too. A backslash at the end of the pattern and a set that is never closed
- *  match nothing.
+ *  `^` or `!` in front negates, a `]` in first place is a member, and ranges compare signed bytes:
+ *  those above 0x7F come before the others. A backslash makes the next byte literal, inside a set
+ *  too. A backslash at the end of the pattern and a set that is never closed match nothing.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param name     the name; borrowed. A name of 1024 bytes or more matches no pattern.
- *  @return 0 for a match, 1 for none. */
+ *  @return QAL_FNM_MATCH or QAL_FNM_NOMATCH. */
 QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name);
 
 /** Matches a string, such as a path, against a pattern.
  *
- *  What differs from `zul_fnmatch`, apart from the flags: a `]` right after the opening bracket or
- *  its negation closes the set at once (an empty set matches nothing, a negated one everything);
- *  ranges compare unsigned bytes; a backslash at the end of the pattern matches itself.
+ *  Apart from the flags it differs from `zul_fnmatch` in three ways: a `]` right after the opening
+ *  bracket or its negation closes the set at once (an empty set matches nothing, a negated one
+ *  everything); ranges compare unsigned bytes; a backslash at the end of the pattern is literal.
  *
  *  Under QAL_FNM_PERIOD a leading `.` is one at the start of the string and, together with
- *  QAL_FNM_PATHNAME, one after a `/`. The flag rules until the first `*` that has to look for the
- *  rest of the pattern, and it does not restrain sets. QAL_FNM_CASEFOLD folds ASCII letters in
- *  sets, and what the locale calls letters elsewhere. Under QAL_FNM_TRAILING_SLASH the match is
- *  complete as soon as a non-empty string has ended where the pattern has a literal `/`, or
- *  where a string of one `/` has ended before any literal; behind a `*`, "the string" is the
- *  part that follows what the star has taken.
+ *  QAL_FNM_PATHNAME, one after a `/`. The flag holds up to the first `*` that has to search for the
+ *  rest of the pattern, and it does not keep sets from matching such a dot. QAL_FNM_CASEFOLD folds
+ *  ASCII letters in sets, and what the locale calls letters elsewhere. Under QAL_FNM_TRAILING_SLASH
+ *  a non-empty string matches if it ends where the pattern has a literal `/`, and the string "/" if
+ *  it ends where the pattern has any literal; what the pattern has after that does not count. For
+ *  what follows a `*` in the pattern, the string is what follows the part that the star took.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param string   the string, of any length; borrowed.
  *  @param flags    any union of the QAL_FNM flags; other bits are ignored.
- *  @return 0 for a match, 1 for none. */
+ *  @return QAL_FNM_MATCH or QAL_FNM_NOMATCH. */
 QAL_API int qal_fnmatch(const unsigned char *pattern, const char *string, unsigned flags);
 
-/** The same as `qal_fnmatch`: the name notwithstanding, it does not add QAL_FNM_PATHNAME.
+/** The same as `qal_fnmatch`: in spite of its name it does not add QAL_FNM_PATHNAME.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param string   the string; borrowed.
  *  @param flags    any union of the QAL_FNM flags.
- *  @return 0 for a match, 1 for none. */
+ *  @return QAL_FNM_MATCH or QAL_FNM_NOMATCH. */
 QAL_API int qal_fnmatch_pathnames(const unsigned char *pattern, const char *string, unsigned flags);
 
 #ifdef __cplusplus
