@@ -19,10 +19,14 @@
 #include <vector>
 
 #include "internal/handles.hpp"
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
 namespace {
+
+using qal::test::fail_nth;
+using qal::test::Fault;
 
 struct Start {
   int level = 0;
@@ -47,15 +51,9 @@ struct Zlib {
   int ends = 0;
 };
 
-struct Stream {
-  int tells = 0;
-  int seeks = 0;
-  int failing_tell = 0;  // counted from 1
-  int failing_seek = 0;
-};
-
 Zlib zlib;
-Stream streams;
+Fault tell;
+Fault seek;
 
 void note(const z_stream *stream, int flush) {
   zlib.steps.push_back(
@@ -112,16 +110,10 @@ int __wrap_inflateEnd(z_stream *stream) {
   return __real_inflateEnd(stream);
 }
 
-off_t __wrap_ftello(FILE *stream) {
-  if (++streams.tells != streams.failing_tell) return __real_ftello(stream);
-  errno = ESPIPE;
-  return -1;
-}
+off_t __wrap_ftello(FILE *stream) { return tell.strikes() ? -1 : __real_ftello(stream); }
 
 int __wrap_fseeko(FILE *stream, off_t offset, int origin) {
-  if (++streams.seeks != streams.failing_seek) return __real_fseeko(stream, offset, origin);
-  errno = ESPIPE;
-  return -1;
+  return seek.strikes() ? -1 : __real_fseeko(stream, offset, origin);
 }
 }
 
@@ -178,7 +170,7 @@ std::string noise(std::size_t size) {
 
 void start_over() {
   zlib = {};
-  streams = {};
+  tell = seek = {};
 }
 
 // What a writer leaves in a file, and its answer.
@@ -302,9 +294,9 @@ TEST(BlocksWriteFault, KeepsTheFirstHeaderWhenThePositionCannotBeAsked) {
   for (const auto write : writers) {
     for (const int failing : {1, 2}) {
       start_over();
-      streams.failing_tell = failing;
+      tell = fail_nth(failing, ESPIPE);
       EXPECT_EQ(written(write, text.size()), header(text.size(), 0) + compressed(text));
-      EXPECT_EQ(streams.seeks, 0);
+      EXPECT_EQ(seek.calls, 0);
     }
   }
 }
@@ -312,18 +304,18 @@ TEST(BlocksWriteFault, KeepsTheFirstHeaderWhenThePositionCannotBeAsked) {
 TEST(BlocksWriteFault, KeepsTheFirstHeaderWhenItCannotGoBack) {
   for (const auto write : writers) {
     start_over();
-    streams.failing_seek = 1;
+    seek = fail_nth(1, ESPIPE);
     EXPECT_EQ(written(write, text.size()), header(text.size(), 0) + compressed(text));
-    EXPECT_EQ(streams.seeks, 1);
+    EXPECT_EQ(seek.calls, 1);
   }
 }
 
 TEST(BlocksWriteFault, AnswersTheSizeWhenItCannotReturnToTheEnd) {
   for (const auto write : writers) {
     start_over();
-    streams.failing_seek = 2;
+    seek = fail_nth(2, ESPIPE);
     EXPECT_EQ(written(write, text.size()), block(text));
-    EXPECT_EQ(streams.seeks, 2);
+    EXPECT_EQ(seek.calls, 2);
   }
 }
 

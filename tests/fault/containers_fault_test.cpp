@@ -28,14 +28,18 @@
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::test::fail_nth;
+using qal::test::Fault;
+
 // What a test wants to know about every call. Nothing of it is used by two threads at once.
 struct Calls {
-  int until_failure = 0;            // counts down to the allocation that fails; 0 lets all succeed
+  Fault allocation;
   std::vector<std::string> made;    // the checked calls in their order, as told by `told`
   std::map<void *, int> live;       // blocks not freed yet, each with the line that made it
   std::function<void()> on_malloc;  // happens within a checked allocation
@@ -66,11 +70,7 @@ int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
 int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
 
 void *__wrap_malloc(std::size_t size) {
-  if (calls.until_failure > 0 && --calls.until_failure == 0) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  return __real_malloc(size);
+  return calls.allocation.strikes() ? nullptr : __real_malloc(size);
 }
 
 void __wrap_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file) {
@@ -188,9 +188,9 @@ TEST(UidStartFault, TriesAgainAfterATableThatCouldNotBeMade) {
     alarm(60);
     for (int failing = 1; failing <= 5; ++failing) {
       calls = Calls{};
-      calls.until_failure = failing;
+      calls.allocation = fail_nth(failing, ENOMEM);
       EXPECT_EQ(qal_uid_init(), 0);  // what it answers is the mutex's
-      EXPECT_EQ(calls.until_failure, 0);
+      EXPECT_GE(calls.allocation.calls, failing);
       EXPECT_THAT(calls.live, IsEmpty());
       const uint64_t id = qal_uid_new(1, 2);
       EXPECT_EQ(id, static_cast<uint64_t>(failing));
@@ -223,7 +223,7 @@ TEST(UidStartFault, MakesTheMutexAlsoForATableThatCouldNotBeMade) {
   in_new_process([] {
     alarm(60);
     calls.init_fails = true;
-    calls.until_failure = 1;
+    calls.allocation = fail_nth(1, ENOMEM);
     EXPECT_EQ(qal_uid_init(), -1);
     EXPECT_EQ(calls.mutexes_made.size(), 1U);  // no pool was reached
     EXPECT_EQ(qal_uid_next(), 1U);
@@ -239,7 +239,7 @@ class Containers : public testing::Test {
   }
   ~Containers() override { calls = Calls{}; }
 
-  static void fail_at(int allocation) { calls.until_failure = allocation; }
+  static void fail_at(int allocation) { calls.allocation = fail_nth(allocation, ENOMEM); }
   static Made made_since() { return std::exchange(calls.made, {}); }
 };
 using MpoolFault = Containers;
@@ -308,7 +308,7 @@ struct LockedPool {
     become_index(1);
     element = qal_mpool_alloc(pool);
     become_index(0);
-    calls.until_failure = 1;
+    calls.allocation = fail_nth(1, ENOMEM);
     EXPECT_EQ(qal_mpool_alloc(pool), nullptr);
   }
   ~LockedPool() { qal_mpool_destroy(&pool); }
@@ -544,8 +544,7 @@ TEST_F(ListFault, LeavesNothingBehindWhicheverAllocationOfThePoolFails) {
   fail_at(4);
   QalListPool *pool = qal_list_pool_create(8, 2, 1);
   EXPECT_NE(pool, nullptr);
-  EXPECT_EQ(calls.until_failure, 1);
-  calls.until_failure = 0;
+  EXPECT_EQ(calls.allocation.calls, 3);
   qal_list_pool_destroy(&pool);
 }
 

@@ -21,33 +21,24 @@
 
 #include "internal/handles.hpp"
 #include "support/descriptors.hpp"
+#include "support/fault.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
 using qal::internal::File;
 using qal::test::exists;
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_nth;
+using qal::test::fail_times;
+using qal::test::Fault;
 using qal::test::names_in;
 using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::ScratchDir;
 
 using Lines = std::vector<std::string>;
-
-// Which of the calls to one function fail, and how.
-struct Fault {
-  int error = EIO;
-  int first = 1;           // the first call that fails, counted from 1
-  int how_many = 1 << 30;  // and how many from there on
-  int calls = 0;
-
-  bool strikes() {
-    ++calls;
-    if (calls < first || calls - first >= how_many) return false;
-    errno = error;
-    return true;
-  }
-};
 
 using Plan = std::map<std::string_view, Fault>;
 
@@ -81,8 +72,8 @@ class Faults {
   Faults &operator=(const Faults &) = delete;
 };
 
-constexpr Fault never{.first = 1 << 30};
-constexpr Fault interrupted_twice{.error = EINTR, .how_many = 2};
+constexpr Fault never;
+constexpr Fault interrupted_twice = fail_times(2, EINTR);
 
 }  // namespace
 
@@ -201,16 +192,16 @@ TEST_F(CopyFault, InterruptedCallsAreMadeAgain) {
                   {"ftruncate", interrupted_twice}}),
             QAL_STATUS_OK);
   EXPECT_EQ(read_file(to), content);
-  EXPECT_EQ(copy({{"open", {.error = EINTR, .first = 2, .how_many = 1}}}), QAL_STATUS_OK);
+  EXPECT_EQ(copy({{"open", fail_nth(2, EINTR)}}), QAL_STATUS_OK);
 }
 
 TEST_F(CopyFault, AReadErrorFailsAndThePartStays) {
-  EXPECT_EQ(copy({{"read", {.first = 2}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"read", fail_from(2, EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, 16384));
 }
 
 TEST_F(CopyFault, AWriteErrorFailsAndThePartStays) {
-  EXPECT_EQ(copy({{"write", {.error = ENOSPC, .first = 3}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"write", fail_from(3, ENOSPC)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, 32768));
 }
 
@@ -247,13 +238,13 @@ TEST_F(KernelCopy, IsAskedAgainAfterASignal) {
 }
 
 TEST_F(KernelCopy, LeavesItToReadingAndWritingWhetherAnErrorLasts) {
-  const Fault second{.error = EIO, .first = 2};
+  const Fault second = fail_from(2, EIO);
   EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}}), QAL_STATUS_OK);
   EXPECT_EQ(read_file(to), content);
-  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"read", {}}}),
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"read", fail_all(EIO)}}),
             QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, kernel_piece));
-  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"write", {.error = ENOSPC}}}),
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"write", fail_all(ENOSPC)}}),
             QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, kernel_piece));
 }
@@ -269,25 +260,25 @@ TEST_F(KernelCopy, ReadsAFileWhoseSizeTheKernelDoesNotKnow) {
 }
 
 TEST_F(CopyFault, TheResultOfClosingTheDestinationCounts) {
-  EXPECT_EQ(copy({{"close", {.error = ENOSPC, .how_many = 1}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"close", fail_nth(1, ENOSPC)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content);
 }
 
 TEST_F(CopyFault, TheResultOfClosingTheSourceDoesNot) {
-  EXPECT_EQ(copy({{"close", {.first = 2}}}), QAL_STATUS_OK);
+  EXPECT_EQ(copy({{"close", fail_from(2, EIO)}}), QAL_STATUS_OK);
 }
 
 TEST_F(CopyFault, WhatCannotBeExaminedIsNotTouched) {
   for (const int nth : {1, 2}) {
     scratch.file("to", "kept");
-    EXPECT_EQ(copy({{"fstat", {.first = nth, .how_many = 1}}}), QAL_STATUS_FAILED);
+    EXPECT_EQ(copy({{"fstat", fail_nth(nth, EIO)}}), QAL_STATUS_FAILED);
     EXPECT_EQ(read_file(to), "kept");
   }
 }
 
 TEST_F(CopyFault, ADestinationThatCannotBeEmptiedFails) {
   scratch.file("to", "kept");
-  EXPECT_EQ(copy({{"ftruncate", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"ftruncate", fail_all(EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), "kept");
 }
 
@@ -299,8 +290,8 @@ TEST_F(CopyFault, WithoutMoveNothingIsForcedToTheDisk) {
 TEST_F(CopyFault, NoDescriptorStaysOpen) {
   const auto before = open_descriptors();
   for (const char *call : {"open", "fstat", "ftruncate", "read", "write", "close"}) {
-    copy({{call, {}}});
-    copy({{call, {.first = 2}}});
+    copy({{call, fail_all(EIO)}});
+    copy({{call, fail_from(2, EIO)}});
   }
   EXPECT_EQ(open_descriptors(), before);
 }
@@ -312,17 +303,17 @@ TEST_F(CopyFault, AMoveIsOnTheDiskAndClosedBeforeTheSourceGoes) {
 }
 
 TEST_F(CopyFault, AMoveKeepsTheSourceWhenTheDiskDoesNotAnswer) {
-  EXPECT_EQ(move({{"fsync", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(move({{"fsync", fail_all(EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(from), content);
 }
 
 TEST_F(CopyFault, AMoveKeepsTheSourceWhenClosingFails) {
-  EXPECT_EQ(move({{"close", {.how_many = 1}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(move({{"close", fail_nth(1, EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(from), content);
 }
 
 TEST_F(CopyFault, AMoveGoesOnWhereNothingCanBeForcedToTheDisk) {
-  EXPECT_EQ(move({{"fsync", {.error = EINVAL}}}), QAL_STATUS_OK);
+  EXPECT_EQ(move({{"fsync", fail_all(EINVAL)}}), QAL_STATUS_OK);
   EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
 }
 
@@ -332,7 +323,7 @@ TEST_F(CopyFault, AnInterruptedFsyncIsMadeAgain) {
 }
 
 TEST_F(CopyFault, AMoveWhoseSourceStaysFails) {
-  EXPECT_EQ(move({{"unlink", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(move({{"unlink", fail_all(EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(from), content);
   EXPECT_EQ(read_file(to), content);
 }
@@ -340,14 +331,14 @@ TEST_F(CopyFault, AMoveWhoseSourceStaysFails) {
 TEST(UnlinkFault, ARefusalFails) {
   const ScratchDir scratch;
   const auto file = scratch.file("a");
-  const Faults guard(Plan{{"unlink", {}}});
+  const Faults guard(Plan{{"unlink", fail_all(EIO)}});
   EXPECT_EQ(qal_file_unlink(file.c_str()), QAL_STATUS_FAILED);
 }
 
 // Deliberate: the question is whether the file can be created, and it was.
 TEST(CheckFault, AFileThatCouldBeCreatedIsUsableEvenIfItCannotBeRemoved) {
   const ScratchDir scratch;
-  const Faults guard(Plan{{"unlink", {}}});
+  const Faults guard(Plan{{"unlink", fail_all(EIO)}});
   EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
 }
 
@@ -380,7 +371,7 @@ TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
     for (int nth = 1; nth <= 3; ++nth) {
       scratch.directory("tree/d/e");
       for (const char *name : {"tree/a", "tree/d/c", "tree/d/e/f"}) scratch.file(name);
-      EXPECT_EQ(remove({{call, {.first = nth, .how_many = 1}}}), QAL_STATUS_FAILED) << call << nth;
+      EXPECT_EQ(remove({{call, fail_nth(nth, EIO)}}), QAL_STATUS_FAILED) << call << nth;
       EXPECT_TRUE(exists(tree));
       EXPECT_EQ(open_descriptors(), before);
     }
@@ -397,7 +388,7 @@ TEST_F(TreeFault, NoDescriptorReachesAProgramStartedMeanwhile) {
 }
 
 TEST_F(TreeFault, TheFirstFileThatStaysIsTheLastOneTried) {
-  EXPECT_EQ(remove({{"unlinkat", {.how_many = 1}}, {"rmdirat", never}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(remove({{"unlinkat", fail_nth(1, EIO)}, {"rmdirat", never}}), QAL_STATUS_FAILED);
   EXPECT_EQ(made_calls, Lines{"unlinkat"});
   EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
 }
@@ -410,7 +401,7 @@ TEST_F(TreeFault, FilesGoBeforeSubdirectoriesAndThoseBeforeTheirParent) {
 
 TEST_F(TreeFault, ADirectoryThatCannotBeReadToItsEndLosesNothing) {
   for (const int nth : {1, 2, 3}) {
-    EXPECT_EQ(remove({{"readdir", {.first = nth}}}), QAL_STATUS_FAILED);
+    EXPECT_EQ(remove({{"readdir", fail_from(nth, EIO)}}), QAL_STATUS_FAILED);
     EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
   }
 }
@@ -418,7 +409,7 @@ TEST_F(TreeFault, ADirectoryThatCannotBeReadToItsEndLosesNothing) {
 // Deliberate: a stream that yields not even "." is taken for an unreadable one.
 TEST_F(TreeFault, ADirectoryWithoutAnyEntryFails) {
   const auto empty = scratch.directory("empty");
-  const Faults guard(Plan{{"readdir", {.error = 0}}});
+  const Faults guard(Plan{{"readdir", fail_all(0)}});
   EXPECT_EQ(qal_file_rmdir(empty.c_str(), 1), QAL_STATUS_FAILED);
 }
 
@@ -437,7 +428,10 @@ TEST_F(TreeFault, ACharacterDeviceIsAFile) {
 
 // Every call is refused that could lose something if the check were missing.
 TEST(RootFault, TheRootFailsUntouched) {
-  const Faults guard(Plan{{"openat", {}}, {"unlink", {}}, {"unlinkat", {}}, {"rmdirat", {}}});
+  const Faults guard(Plan{{"openat", fail_all(EIO)},
+                          {"unlink", fail_all(EIO)},
+                          {"unlinkat", fail_all(EIO)},
+                          {"rmdirat", fail_all(EIO)}});
   for (const char *path : {"/", "//", "\\", "/."}) {
     EXPECT_EQ(qal_file_rmdir(path, 1), QAL_STATUS_FAILED) << path;
   }

@@ -19,33 +19,17 @@
 
 #include "support/child.hpp"
 #include "support/descriptors.hpp"
+#include "support/fault.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
 using qal::test::clear_environment;
+using qal::test::fail_nth;
+using qal::test::Fault;
 using qal::test::open_descriptors;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
-
-// Which call of a function fails: 1 is the next one, 0 none. Each failure happens once.
-class Fault {
- public:
-  void arm(int call, int error) {
-    countdown_ = call;
-    error_ = error;
-  }
-  bool strikes() {
-    if (countdown_ == 0 || --countdown_ > 0) return false;
-    errno = error_;
-    return true;
-  }
-  int error() const { return error_; }
-
- private:
-  int countdown_ = 0;
-  int error_ = 0;
-};
 
 struct Faults {
   Fault calloc, strdup, fopen, opendir, readdir, fstat, ftello;
@@ -256,7 +240,7 @@ TEST(TemporaryDirectory, IsNoneWhenNeitherIsWritable) {
 }
 
 TEST(LowerCase, AnswersNullWhenMemoryIsShort) {
-  faults.strdup.arm(1, ENOMEM);
+  faults.strdup = fail_nth(1, ENOMEM);
   EXPECT_EQ(lower_case("Text"), nullptr);
 }
 
@@ -271,9 +255,9 @@ TEST(LineCount, ExpandsTheTilde) {
 TEST(LineCount, OpensAgainAfterASignal) {
   const ScratchDir scratch;
   const auto path = scratch.file("lines.txt", "one\ntwo\n");
-  faults.fopen.arm(1, EINTR);
+  faults.fopen = fail_nth(1, EINTR);
   EXPECT_EQ(file_getlinecount(path.c_str()), 2);
-  faults.fopen.arm(1, EMFILE);
+  faults.fopen = fail_nth(1, EMFILE);
   EXPECT_EQ(file_getlinecount(path.c_str()), -1);
 }
 
@@ -305,7 +289,7 @@ TEST(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {
 
 TEST(DirectoryScan, FailsWhenTheStatusCannotBeAsked) {
   const ScratchDir scratch;
-  faults.fstat.arm(1, EIO);
+  faults.fstat = fail_nth(1, EIO);
   expect_failed_scan(scratch);
 }
 
@@ -313,20 +297,20 @@ TEST(DirectoryScan, FailsWhenReadingBreaksOff) {
   const ScratchDir scratch;
   scratch.file("f");
   for (const int call : {1, 2, 4}) {
-    faults.readdir.arm(call, EIO);
+    faults.readdir = fail_nth(call, EIO);
     expect_failed_scan(scratch);
   }
 }
 
 TEST(DirectoryScan, FailsWithoutRoomToSort) {
   const ScratchDir scratch;
-  faults.calloc.arm(4, ENOMEM);  // behind the list and its two entries
+  faults.calloc = fail_nth(4, ENOMEM);  // behind the list and its two entries
   expect_failed_scan(scratch);
 }
 
 TEST(DirectoryScan, OpensAgainAfterASignal) {
   const ScratchDir scratch;
-  faults.opendir.arm(1, EINTR);
+  faults.opendir = fail_nth(1, EINTR);
   dirent **list = nullptr;
   EXPECT_EQ(scan(scratch, &list), 2);
   our_freenamelist(list);
@@ -348,7 +332,7 @@ TEST(FileAccess, OpensAgainAfterASignal) {
   const ScratchDir scratch;
   const auto path = scratch.file("data", "0123456789");
   std::int64_t position = 99;
-  faults.fopen.arm(1, EINTR);
+  faults.fopen = fail_nth(1, EINTR);
   EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), 0);
   EXPECT_EQ(position, 10);
 }
@@ -358,7 +342,7 @@ TEST(FileAccess, FailsWhenThePositionCannotBeAsked) {
   const auto path = scratch.file("data", "0123456789");
   const auto before = open_descriptors();
   std::int64_t position = 99;
-  faults.ftello.arm(1, EIO);
+  faults.ftello = fail_nth(1, EIO);
   EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), -3);
   EXPECT_EQ(position, 0);
   EXPECT_EQ(open_descriptors(), before);

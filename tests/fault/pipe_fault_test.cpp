@@ -24,23 +24,13 @@
 #include "internal/handles.hpp"
 #include "support/child.hpp"
 #include "support/descriptors.hpp"
+#include "support/fault.hpp"
 
 namespace {
 
-// Which of the calls to one function fail, and how.
-struct Fault {
-  int error = EIO;
-  int first = 1;           // the first call that fails, counted from 1
-  int how_many = 1 << 30;  // and how many from there on
-  int calls = 0;
-
-  bool strikes() {
-    ++calls;
-    if (calls < first || calls - first >= how_many) return false;
-    errno = error;
-    return true;
-  }
-};
+using qal::test::fail_all;
+using qal::test::fail_nth;
+using qal::test::Fault;
 
 std::map<std::string_view, Fault> faults;
 std::size_t most_bytes = SIZE_MAX;  // that one write moves
@@ -191,7 +181,7 @@ TEST(PipeFault, GivesNoneWithoutAWordWhenThereIsNoPipe) {
   for (const char *mode : {"r", "w"}) {
     const auto child = run([mode] {
       const auto before = open_descriptors();
-      faults["pipe2"].error = EMFILE;
+      faults["pipe2"] = fail_all(EMFILE);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("echo started", mode, &pid), nullptr);
       EXPECT_EQ(pid, -1);
@@ -207,7 +197,7 @@ TEST(PipeFault, TellsThatItCannotFork) {
   for (const char *mode : {"r", "w"}) {
     const auto child = run([mode] {
       const auto before = open_descriptors();
-      faults["fork"].error = EAGAIN;
+      faults["fork"] = fail_all(EAGAIN);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("echo 100% %s", mode, &pid), nullptr);
       EXPECT_EQ(pid, -1);
@@ -224,7 +214,7 @@ TEST(PipeFault, ClosesBothEndsWhenThereIsNoStream) {
   for (const char *mode : {"r", "w"}) {
     const auto child = run([mode] {
       const auto before = open_descriptors();
-      faults["fdopen"].error = ENOMEM;
+      faults["fdopen"] = fail_all(ENOMEM);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("cat </dev/null", mode, &pid), nullptr);
       EXPECT_EQ(errno, ENOMEM);
@@ -239,7 +229,7 @@ TEST(PipeFault, ClosesBothEndsWhenThereIsNoStream) {
 
 TEST(PipeFault, LetsACommandWithoutAStreamSeeTheEndOfItsInput) {
   const auto child = run([] {
-    faults["fdopen"].error = ENOMEM;
+    faults["fdopen"] = fail_all(ENOMEM);
     int pid = -2;
     EXPECT_EQ(qal_pipe_popen_id("cat", "w", &pid), nullptr);
     ASSERT_GT(pid, 0);
@@ -255,7 +245,7 @@ TEST(PipeFault, GivesNoneWhenAnEndCannotBeMovedOutOfTheWay) {
       close(STDIN_FILENO);
       close(STDOUT_FILENO);
       const auto before = open_descriptors();
-      faults["fcntl"] = {EMFILE, failing, 1};
+      faults["fcntl"] = fail_nth(failing, EMFILE);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("echo started", "r", &pid), nullptr);
       EXPECT_EQ(pid, -1);
@@ -270,7 +260,7 @@ TEST(PipeFault, GivesNoneWhenAnEndCannotBeMovedOutOfTheWay) {
 
 TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
   const auto child = run([] {
-    faults["dup"] = {EMFILE, 1, 1};
+    faults["dup"] = fail_nth(1, EMFILE);
     EXPECT_EQ(read_output("echo out 2>/dev/null; echo err >&2"), "err\n");
   });
   EXPECT_TRUE(child.exited_with(0)) << child.out;
@@ -281,7 +271,7 @@ TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
 // Deliberate: standard error is closed by then, so nobody sees this message.
 TEST(PipeFaultChild, CannotTellThatItsErrorsAreNotConnected) {
   const auto child = run([] {
-    faults["dup"] = {EMFILE, 2, 1};
+    faults["dup"] = fail_nth(2, EMFILE);
     EXPECT_EQ(read_output("test -e /dev/fd/2 || echo closed"), "closed\n");
   });
   EXPECT_TRUE(child.exited_with(0)) << child.out;
@@ -290,7 +280,7 @@ TEST(PipeFaultChild, CannotTellThatItsErrorsAreNotConnected) {
 
 TEST(PipeFaultChild, TellsEachFailureOnce) {
   const auto child = run([] {
-    faults["dup"].error = EBADF;
+    faults["dup"] = fail_all(EBADF);
     EXPECT_EQ(read_output("exit 0"), "");
   });
   EXPECT_TRUE(child.exited_with(0)) << child.out;
@@ -299,7 +289,7 @@ TEST(PipeFaultChild, TellsEachFailureOnce) {
 
 TEST(PipeFaultChild, TellsThatItsInputCannotBeConnectedAndRunsAllTheSame) {
   const auto child = run([] {
-    faults["dup"].error = EMFILE;
+    faults["dup"] = fail_all(EMFILE);
     EXPECT_EQ(run_with_input("test -e /dev/fd/0 || echo closed"), 0);
   });
   EXPECT_TRUE(child.exited_with(0)) << child.out;
@@ -319,7 +309,7 @@ TEST(PipeFaultChild, RunsTheShellWithTheCommandAsOneArgument) {
 TEST(PipeFaultChild, TellsThatTheShellDidNotStartAndReturns) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
+    faults["execlp"] = fail_all(ENOENT);
     int pid = -2;
     File stream(qal_pipe_popen_id("echo 100% %s", "w", &pid));
     end_if_child(pid, stream, before);
@@ -350,7 +340,7 @@ TEST(PipeFaultChild, ReturnsWithTheSignalHandlersAndMaskOfTheParent) {
       sigemptyset(&mask);
       sigaddset(&mask, SIGUSR2);
       sigprocmask(SIG_BLOCK, &mask, nullptr);
-      faults["execlp"].error = ENOENT;
+      faults["execlp"] = fail_all(ENOENT);
       int pid = -2;
       const File stream(qal_pipe_popen_id("command", mode, &pid));
       if (pid == 0) _exit(has_signals_of_the_parent() ? refused_shell : 1);
@@ -364,7 +354,7 @@ TEST(PipeFaultChild, ReturnsWithTheSignalHandlersAndMaskOfTheParent) {
 TEST(PipeFaultChild, TellsTheReaderThatTheShellDidNotStart) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
+    faults["execlp"] = fail_all(ENOENT);
     int pid = -2;
     const File stream(qal_pipe_popen_id("x", "r", &pid));
     end_if_child(pid, stream, before);
@@ -378,10 +368,10 @@ TEST(PipeFaultChild, TellsTheReaderThatTheShellDidNotStart) {
 TEST(PipeFaultChild, WritesItsMessageWholeThroughShortAndInterruptedWrites) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
+    faults["execlp"] = fail_all(ENOENT);
     int pid = -2;
     most_bytes = 3;
-    faults["write"] = {EINTR, 2, 2};
+    faults["write"] = {.error = EINTR, .first = 2, .how_many = 2};
     const File stream(qal_pipe_popen_id("command", "w", &pid));
     end_if_child(pid, stream, before);
     most_bytes = SIZE_MAX;
@@ -395,8 +385,8 @@ TEST(PipeFaultChild, WritesItsMessageWholeThroughShortAndInterruptedWrites) {
 TEST(PipeFaultChild, GivesUpOnAMessageThatCannotBeWritten) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
-    faults["write"].error = EPIPE;
+    faults["execlp"] = fail_all(ENOENT);
+    faults["write"] = fail_all(EPIPE);
     int pid = -2;
     const File stream(qal_pipe_popen_id("command", "w", &pid));
     end_if_child(pid, stream, before);

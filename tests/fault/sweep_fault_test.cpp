@@ -31,6 +31,7 @@
 #include "notify.hpp"
 #include "record.hpp"
 #include "support/child.hpp"
+#include "support/fault.hpp"
 #include "support/record_model.hpp"
 #include "support/sweep_world.hpp"
 
@@ -45,6 +46,10 @@ namespace {
 using namespace std::string_literals;
 using qal::test::clear_environment;
 using qal::test::exists;
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_times;
+using qal::test::Fault;
 using qal::test::record_text;
 using qal::test::SweepWorld;
 using qal::test::vanished_pid;
@@ -86,11 +91,7 @@ struct Stage {
   std::vector<std::string> calls;
   bool calls_recorded = false;
   std::size_t read_at_most = SIZE_MAX;
-  int interrupted_opens = 0;
-  int interrupted_reads = 0;
-  bool reads_fail_after_the_first = false;
-  bool fstat_fails = false;
-  bool stat_fails = false;
+  Fault open, read, fstat, stat;
   bool stat_tells_another_device = false;
   int reads = 0;
   std::size_t bytes_read = 0;
@@ -247,23 +248,12 @@ int __wrap_open(const char *path, int flags, int mode) {
   }
   note("open");
   EXPECT_EQ(flags, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (stage.interrupted_opens-- > 0) {
-    errno = EINTR;
-    return -1;
-  }
-  return __real_open(path, flags, mode);
+  return stage.open.strikes() ? -1 : __real_open(path, flags, mode);
 }
 
 ssize_t __wrap_read(int descriptor, void *room, size_t size) {
   note("read");
-  if (stage.interrupted_reads-- > 0) {
-    errno = EINTR;
-    return -1;
-  }
-  if (stage.reads_fail_after_the_first && stage.reads > 0) {
-    errno = EIO;
-    return -1;
-  }
+  if (stage.read.strikes()) return -1;
   EXPECT_LE(size, 4096u);
   const ssize_t got = __real_read(descriptor, room, std::min(size, stage.read_at_most));
   ++stage.reads;
@@ -284,13 +274,13 @@ int __wrap_close(int descriptor) {
 
 int __wrap_fstat(int descriptor, struct stat *info) {
   note("fstat");
-  return stage.fstat_fails ? -1 : __real_fstat(descriptor, info);
+  return stage.fstat.strikes() ? -1 : __real_fstat(descriptor, info);
 }
 
 int __wrap_stat(const char *path, struct stat *info) {
   if (stage.listing_runs) return __real_stat(path, info);
   note("stat");
-  const int status = stage.stat_fails ? -1 : __real_stat(path, info);
+  const int status = stage.stat.strikes() ? -1 : __real_stat(path, info);
   if (stage.stat_tells_another_device) ++info->st_dev;
   return status;
 }
@@ -610,8 +600,8 @@ TEST_F(SweepCalls, NeverReadWhatIsNoRegularFile) {
 }
 
 TEST_F(SweepCalls, GoOnAfterAnInterruption) {
-  stage.interrupted_opens = 3;
-  stage.interrupted_reads = 3;
+  stage.open = fail_times(3, EINTR);
+  stage.read = fail_times(3, EINTR);
   sweep_one();
   EXPECT_EQ(stage.performs, 1);
 }
@@ -650,7 +640,7 @@ TEST_F(SweepCalls, ReadOnceWhenTheRecordIsComplete) {
 
 TEST_F(SweepCalls, TakeAnErrorForTheEndOfAMalformedRecord) {
   const auto path = world_.record("halix_server1.dat", record_text("u", "n", "p", getpid()) + "\n");
-  stage.reads_fail_after_the_first = true;
+  stage.read = fail_from(2, EIO);
   stage.read_at_most = 7;  // the number has begun and may go on
   sweep();
   EXPECT_EQ(stage.performs, 0);
@@ -659,7 +649,7 @@ TEST_F(SweepCalls, TakeAnErrorForTheEndOfAMalformedRecord) {
 
 TEST_F(SweepCalls, KeepAFileThatCannotBeTold) {
   const auto path = notified_record();
-  stage.fstat_fails = true;
+  stage.fstat = fail_all(EIO);
   sweep();
   EXPECT_TRUE(exists(path));
   EXPECT_EQ(stage.performs, 0);
@@ -667,7 +657,7 @@ TEST_F(SweepCalls, KeepAFileThatCannotBeTold) {
 
 TEST_F(SweepCalls, KeepAFileWhoseNameCannotBeAskedFor) {
   const auto path = notified_record();
-  stage.stat_fails = true;
+  stage.stat = fail_all(EIO);
   sweep();
   EXPECT_TRUE(exists(path));
 }

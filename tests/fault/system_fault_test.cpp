@@ -15,9 +15,13 @@
 #include <string>
 #include <vector>
 
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 
 namespace {
+
+using qal::test::fail_all;
+using qal::test::Fault;
 
 struct VersionTool {
   bool starts = true;
@@ -44,7 +48,7 @@ struct Calls {
 
 using Handler = void (*)(int);
 
-bool refuse_memory = false;
+Fault memory;
 bool play_signals = false;
 Handler last_handler = nullptr;
 
@@ -119,11 +123,7 @@ Handler __wrap_signal(int signal_number, Handler handler) {
 }
 
 void *__real_malloc(size_t size);
-void *__wrap_malloc(size_t size) {
-  if (!refuse_memory) return __real_malloc(size);
-  errno = ENOMEM;
-  return nullptr;
-}
+void *__wrap_malloc(size_t size) { return memory.strikes() ? nullptr : __real_malloc(size); }
 }
 
 namespace {
@@ -314,9 +314,9 @@ TEST_F(UserName, IsNotfoundWithoutAPasswordEntry) {
 
 TEST_F(UserName, IsNotfoundWithoutMemory) {
   char name[64] = "untouched";
-  refuse_memory = true;
+  memory = fail_all(ENOMEM);
   const int result = qal_username(name, sizeof name);
-  refuse_memory = false;
+  memory = {};
   EXPECT_EQ(result, 0);
   EXPECT_STREQ(name, "notfound");
   EXPECT_TRUE(users.rooms.empty());
