@@ -1,4 +1,4 @@
-// What happens when memory is short. The linker wraps malloc, calloc and realloc.
+// What happens when memory is short.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/alloc.h>

@@ -1,5 +1,5 @@
 // Barriers and reductions over a platform that refuses, in a chosen order of arrival, and with
-// threads held back where it would hurt. Linked with sched_yield and the steady clock wrapped, too.
+// threads held back where it would hurt.
 #include <gtest/gtest.h>
 #include <qal/barrier.h>
 

@@ -1,5 +1,5 @@
-// Compressed blocks over a zlib and streams that fail, and what zlib is handed. Linked with the
-// calls below wrapped; each passes through unless a test says otherwise.
+// Compressed blocks over a zlib and streams that fail, and what zlib is handed. Each replaced call
+// passes through unless a test says otherwise.
 #define ZLIB_CONST  // as the library has it
 #include <gtest/gtest.h>
 #include <qal/blocks.h>

@@ -1,5 +1,4 @@
-// Clocks, dates and timers under a clock that stands where the test puts it. Linked with
-// gettimeofday, localtime_r and time wrapped.
+// Clocks, dates and timers under a clock that stands where the test puts it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/clock.h>

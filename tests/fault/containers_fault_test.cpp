@@ -1,5 +1,5 @@
 // The containers when memory is short, and the place that each of their allocations is said to come
-// from. The linker wraps what the units call.
+// from.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,5 +1,4 @@
 // The directory listing when memory, the directory's stream or the system calls around it fail.
-// The calls below are replaced at link time.
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

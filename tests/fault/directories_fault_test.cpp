@@ -1,5 +1,4 @@
 // Directory resolution on a platform that lacks what ours has: a root, a platform word, a home.
-// The providers and the C library's calls are replaced at link time.
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <kalmora/directories.hpp>

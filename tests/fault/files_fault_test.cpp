@@ -1,5 +1,5 @@
-// What the operating system refuses in the middle of the work. The calls are replaced at link time;
-// each passes through unless a test says which of them is to fail.
+// What the operating system refuses in the middle of the work. Each replaced call passes through
+// unless a test says which of them is to fail.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>

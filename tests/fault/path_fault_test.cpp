@@ -1,6 +1,4 @@
-// What paths answer when the system refuses, and how often they ask it. Linked with
-//   -Wl,--wrap=malloc,--wrap=open,--wrap=opendir,--wrap=readdir,--wrap=getcwd
-//   -Wl,--wrap=getpwuid_r,--wrap=getpwnam_r
+// What paths answer when the system refuses, and how often they ask it.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>

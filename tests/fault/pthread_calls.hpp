@@ -1,6 +1,6 @@
 // The platform's thread calls and the breakpoint function, replaced at link time: each counts its
 // calls and can be refused, and some let a case look at what they were given or step in between.
-// Included by one file of a program that wraps every function below.
+// Included by one file of a program.
 #pragma once
 
 #include <qal/thread.h>
