@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 using qal::test::exists;
 using qal::test::foreign_pid;
 using qal::test::LiveOwner;

@@ -43,7 +43,7 @@
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 using qal::test::clear_environment;
 using qal::test::exists;
 using qal::test::fail_all;

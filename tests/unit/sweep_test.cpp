@@ -23,7 +23,7 @@
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 using qal::test::exists;
 using qal::test::in_new_process;
 using qal::test::LiveOwner;
