@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 #include "support/merge_model.hpp"
 
@@ -43,32 +43,32 @@ class LinkedLists {
   LinkedLists(const LinkedLists &) = delete;
   LinkedLists &operator=(const LinkedLists &) = delete;
 
-  void perform(Choices &choices) {
-    const std::size_t operation = choices.below(12);
-    const std::size_t at = choices.below(lists_.size());
+  void perform(Input &input) {
+    const std::size_t operation = input.below(12);
+    const std::size_t at = input.below(lists_.size());
     switch (operation) {
       case 0:
-        return free(choices.index_of(loose_));
+        return free(input.index_of(loose_));
       case 1:
-        return link(at, choices.index_of(loose_), 0, Kind::prepend);
+        return link(at, input.index_of(loose_), 0, Kind::prepend);
       case 2:
-        return link(at, choices.index_of(loose_), model_[at].size(), Kind::append);
+        return link(at, input.index_of(loose_), model_[at].size(), Kind::append);
       case 3:
-        return insert(at, choices, 1, Kind::insert_after);
+        return insert(at, input, 1, Kind::insert_after);
       case 4:
-        return insert(at, choices, 0, Kind::insert_before);
+        return insert(at, input, 0, Kind::insert_before);
       case 5:
-        return remove(at, choices.index_of(model_[at]));
+        return remove(at, input.index_of(model_[at]));
       case 6:
         return pop(at);
       case 7:
-        return concat(at, choices.below(lists_.size()));
+        return concat(at, input.below(lists_.size()));
       case 8:
-        return sort(at, choices.flag() ? &test::compare_keys : &test::compare_without_reason);
+        return sort(at, input.flag() ? &test::compare_keys : &test::compare_without_reason);
       case 9:
         return renew_if_list(at);
       default:
-        return alloc(choices.below(8));
+        return alloc(input.below(8));
     }
   }
 
@@ -139,9 +139,9 @@ class LinkedLists {
     if (lists_[at] && element) move_in(at, which, where);
   }
 
-  void insert(std::size_t at, Choices &choices, std::size_t behind, Insert operation) {
-    const std::size_t which = choices.index_of(loose_);
-    const std::size_t where = choices.index_of(model_[at]);
+  void insert(std::size_t at, Input &input, std::size_t behind, Insert operation) {
+    const std::size_t which = input.index_of(loose_);
+    const std::size_t where = input.index_of(model_[at]);
     Element *const element = element_at(loose_, which);
     Element *const neighbour = element_at(model_[at], where);
     operation(lists_[at], neighbour, element);
@@ -212,13 +212,13 @@ class LinkedLists {
   int next_identity_ = 0;
 };
 
-// Lists of a shape and through operations that are all chosen by the input.
+// Plays lists whose shape and operations the input chooses.
 template <typename Kind>
-void play_lists(Choices &choices) {
-  Kind kind(choices);
+void play_lists(Input &input) {
+  Kind kind(input);
   LinkedLists<Kind> lists(kind);
-  while (choices.left()) {
-    lists.perform(choices);
+  while (input.left()) {
+    lists.perform(input);
     lists.compare();
   }
 }

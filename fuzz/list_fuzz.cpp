@@ -3,12 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "linked_lists.hpp"
 #include "support/list_kinds.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  qal::fuzz::Choices choices(data, size);
-  qal::fuzz::play_lists<qal::test::InlineLists>(choices);
+  qal::fuzz::Input input(data, size);
+  qal::fuzz::play_lists<qal::test::InlineLists>(input);
   return 0;
 }

@@ -5,14 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "linked_lists.hpp"
 #include "require.hpp"
 #include "support/list_kinds.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::require;
 
 // Without pools there are no lists and no nodes, and handles of earlier ones are cleared.
@@ -32,8 +32,8 @@ void use_no_pools() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  Choices choices(data, size);
-  qal::fuzz::play_lists<qal::test::PointerLists>(choices);
+  Input input(data, size);
+  qal::fuzz::play_lists<qal::test::PointerLists>(input);
   use_no_pools();
   return 0;
 }

@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "linked_lists.hpp"
 #include "support/list_kinds.hpp"
 #include "support/sort_cases.hpp"
@@ -331,8 +331,8 @@ TYPED_TEST_P(Links, FollowTheModelOverRandomSequences) {
     std::mt19937 random(seed);
     std::vector<std::uint8_t> bytes(2400);
     for (std::uint8_t &byte : bytes) byte = static_cast<std::uint8_t>(random());
-    fuzz::Choices choices(bytes.data(), bytes.size());
-    fuzz::play_lists<TypeParam>(choices);
+    fuzz::Input input(bytes.data(), bytes.size());
+    fuzz::play_lists<TypeParam>(input);
   }
 }
 

@@ -37,10 +37,10 @@ class InlineLists {
   InlineLists() : InlineLists(sizeof(Item) + 4, 16, 1) {}
   InlineLists(std::uint32_t size, std::uint32_t chunk_count, int use_header_pool)
       : pool_(qal_list_pool_create(size, chunk_count, use_header_pool)) {}
-  template <typename Choices>
-  explicit InlineLists(Choices &choices)
-      : InlineLists{static_cast<std::uint32_t>(choices.below(48)),
-                    static_cast<std::uint32_t>(choices.below(6)), choices.flag()} {}
+  template <typename Input>
+  explicit InlineLists(Input &input)
+      : InlineLists{static_cast<std::uint32_t>(input.below(48)),
+                    static_cast<std::uint32_t>(input.below(6)), input.flag()} {}
   ~InlineLists() { qal_list_pool_destroy(&pool_); }
   InlineLists(const InlineLists &) = delete;
   InlineLists &operator=(const InlineLists &) = delete;
@@ -124,10 +124,10 @@ class PointerLists {
       : header_chunk_(header_chunk), node_chunk_(node_chunk) {
     qal_plist_pool_create(header_chunk, node_chunk);
   }
-  template <typename Choices>
-  explicit PointerLists(Choices &choices)
-      : PointerLists{static_cast<std::uint32_t>(choices.below(5)),
-                     static_cast<std::uint32_t>(choices.below(6))} {}
+  template <typename Input>
+  explicit PointerLists(Input &input)
+      : PointerLists{static_cast<std::uint32_t>(input.below(5)),
+                     static_cast<std::uint32_t>(input.below(6))} {}
   ~PointerLists() { qal_plist_pool_destroy(); }
   PointerLists(const PointerLists &) = delete;
   PointerLists &operator=(const PointerLists &) = delete;
