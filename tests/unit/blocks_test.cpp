@@ -27,6 +27,7 @@
 namespace {
 
 using qal::internal::File;
+using qal::test::in_child;
 using qal::test::LogCapture;
 using qal::test::read_file;
 using qal::test::run_in_child;
@@ -506,7 +507,7 @@ TEST(BlocksCounters, CountBlocksThatTurnOutCorruptOrCutOff) {
 
 TEST(BlocksCounters, LeaveOutBlocksOfAnotherSizeAndCutHeaders) {
   const std::string bytes = block("text");
-  const auto child = run_in_child([&] {
+  in_child([&] {
     const LogCapture log;
     reset_counters();
     for (const auto &reader : readers) {
@@ -516,7 +517,6 @@ TEST(BlocksCounters, LeaveOutBlocksOfAnotherSizeAndCutHeaders) {
     EXPECT_EQ(program_counters(), (Counters{0, 0}));
     EXPECT_EQ(library_counters(), (Counters{0, 0}));
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
 TEST(BlocksCounters, AreToldOneByOneAndResetAfterwards) {
@@ -592,12 +592,11 @@ TEST(BlocksMismatch, LeavesTheStreamBehindTheFirstEightBytes) {
   const std::string bytes = block("text");
   for (const auto &reader : readers) {
     SCOPED_TRACE(reader.name);
-    const auto child = run_in_child([&] {
+    in_child([&] {
       const Input input(bytes);
       EXPECT_EQ(read_from(reader, input.get(), 3).result, 0U);
       EXPECT_EQ(input.position(), 8);
     });
-    EXPECT_TRUE(child.exited_with(0)) << child.out;
   }
 }
 

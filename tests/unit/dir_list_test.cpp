@@ -25,9 +25,10 @@
 namespace {
 
 namespace fs = std::filesystem;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
 using qal::test::LogCapture;
 using qal::test::run_in_child;
-using qal::test::run_unprivileged;
 using qal::test::ScratchDir;
 using testing::Contains;
 using testing::ElementsAre;
@@ -271,7 +272,7 @@ TEST(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
   const ScratchDir scratch;
   scratch.directory("sub/inner");
   scratch.file("sub/a.dat");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const Listing listing("sub/*.dat");
     EXPECT_EQ(listing.status, QAL_STATUS_OK);
@@ -280,27 +281,25 @@ TEST(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
     EXPECT_THAT(listing.directories(), UnorderedElementsAre(".", "..", "inner"));
     EXPECT_THAT(Listing("./*").directories(), UnorderedElementsAre(".", "..", "sub"));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, NamesEntriesOfARelativePatternByTheirFullPath) {
   const ScratchDir scratch;
   scratch.directory("sub");
   fs::create_symlink("missing", scratch / "sub/dangling");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const LogCapture log;
     const Listing listing("sub/*");
     EXPECT_THAT(log.lines(), ElementsAre(couldnt_get_info(scratch / "sub/dangling")));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, DoesNotFindABareName) {
   // Deliberate: without a directory part there is no directory to open.
   const ScratchDir scratch;
   scratch.file("a.dat");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const LogCapture log;
     const Listing listing("*.dat", true);
@@ -310,25 +309,23 @@ TEST(DirList, DoesNotFindABareName) {
     EXPECT_EQ(listing.file_text, nullptr);
     EXPECT_THAT(log.lines(), IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, DoesNotFindTheEmptyPattern) {
   const ScratchDir scratch;
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const Listing listing("");
     EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
     EXPECT_EQ(listing.full_path, scratch / "*");
     EXPECT_EQ(listing.file_count, unset_count);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
   const ScratchDir scratch;
   const auto gone = scratch.directory("gone");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(gone.c_str()), 0);
     ASSERT_EQ(rmdir(gone.c_str()), 0);
     const LogCapture log;
@@ -339,7 +336,6 @@ TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
     EXPECT_EQ(listing.file_text, nullptr);
     EXPECT_THAT(log.lines(), IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, DoesNotFindAnUnknownUsersHome) {
@@ -373,12 +369,11 @@ TEST(DirList, DoesNotFindAFileInPlaceOfADirectory) {
 TEST(DirList, DoesNotFindADirectoryThatMayNotBeRead) {
   const ScratchDir scratch;
   fs::permissions(scratch.directory("closed"), fs::perms(0311));
-  const auto result = run_unprivileged([&] {
+  in_unprivileged_child([&] {
     const LogCapture log;
     EXPECT_EQ(Listing(scratch / "closed/*", true).status, QAL_STATUS_NOT_FOUND);
     EXPECT_THAT(log.lines(), IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
@@ -387,7 +382,7 @@ TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
   scratch.file("list/file");
   scratch.directory("list/sub");
   fs::permissions(scratch / "list", fs::perms(0444));
-  const auto result = run_unprivileged([&] {
+  in_unprivileged_child([&] {
     const LogCapture log;
     const Listing listing(scratch / "list/*");
     EXPECT_EQ(listing.status, QAL_STATUS_OK);
@@ -400,7 +395,6 @@ TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
                                                   couldnt_get_info(scratch / "list/file"),
                                                   couldnt_get_info(scratch / "list/sub")));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   fs::permissions(scratch / "list", fs::perms(0755));
 }
 

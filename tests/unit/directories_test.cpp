@@ -21,6 +21,7 @@
 namespace {
 
 using qal::test::clear_environment;
+using qal::test::in_child;
 using qal::test::LogCapture;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
@@ -40,12 +41,11 @@ std::string real_home() {
 }
 
 void in_child(const Settings &settings, const std::function<void()> &body) {
-  const auto child = run_in_child([&] {
+  in_child([&] {
     clear_environment();
     for (const auto &[name, value] : settings) setenv(name.c_str(), value.c_str(), 1);
     body();
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
 // Resolves as the product "kalmora" of a host whose identity is Kalmora.
