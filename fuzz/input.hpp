@@ -1,5 +1,5 @@
-// Takes a fuzz input apart from front to back. What the input is too short for reads as zero or as
-// empty, so that every input means something.
+// Reads a fuzz input from front to back. Beyond its end everything is zero or empty, so that every
+// input means something.
 #pragma once
 
 #include <algorithm>

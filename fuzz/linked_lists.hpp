@@ -1,5 +1,5 @@
-// What both kinds of lists have to do, played beside vectors: three lists, no list, and loose
-// elements that are in none. `Kind` is one of support/list_kinds.hpp.
+// A model of both kinds of lists over vectors: three lists, a null list, and loose elements that
+// are in none. `Kind` is one of support/list_kinds.hpp.
 #pragma once
 
 #include <algorithm>
@@ -15,8 +15,7 @@
 
 namespace qal::fuzz {
 
-// The comparison of the lists has no context of its own, so what it decides by and what it saw
-// stand here.
+// The lists pass no context to the comparison, so its order and what it compared are kept here.
 struct Sorting {
   static inline std::map<const void *, test::Item> items;
   static inline test::ItemOrder order;

@@ -1,4 +1,4 @@
-// Threads that follow a schedule, for targets whose property is that nobody waits for good.
+// Threads that follow a schedule, for targets whose property is that no thread waits forever.
 #pragma once
 
 #include <qal/thread.h>

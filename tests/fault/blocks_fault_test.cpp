@@ -1,5 +1,5 @@
-// Compressed blocks over a zlib and streams that fail, and what zlib is handed. Each replaced call
-// passes through unless a test says otherwise.
+// Compressed blocks when zlib or a stream fails, and the arguments that zlib gets. Each replaced
+// call passes through unless a test says otherwise.
 #define ZLIB_CONST  // as the library has it
 #include <gtest/gtest.h>
 #include <qal/blocks.h>
@@ -41,7 +41,7 @@ struct Step {
   int flush = 0;
 };
 
-// What the calls were asked, and how they are to answer.
+// What the calls were given, and what they return.
 struct Zlib {
   std::optional<int> start_answer;
   std::optional<int> inflate_answer;
@@ -157,7 +157,7 @@ std::string block(std::string_view bytes) {
   return header(bytes.size(), stream.size()) + stream;
 }
 
-// Bytes that do not get smaller.
+// Bytes that do not compress.
 std::string noise(std::size_t size) {
   std::uint32_t state = 1;
   std::string bytes(size, '\0');
@@ -173,7 +173,7 @@ void start_over() {
   tell = seek = {};
 }
 
-// What a writer leaves in a file, and its answer.
+// What a writer that returns `expected` leaves in a file.
 std::string written(Write write, std::size_t expected) {
   const ScratchDir scratch;
   File out(std::fopen((scratch / "block").c_str(), "wbe"));
@@ -192,7 +192,7 @@ std::size_t read_result(Read read, const std::string &content, std::size_t size 
   return read_result(read, content, room);
 }
 
-// A stream of which each read is answered by `answer`.
+// A stream whose reads call `answer`.
 class Source {
  public:
   using Answer = std::function<ssize_t(char *buffer, std::size_t size)>;
@@ -210,7 +210,7 @@ class Source {
   File file_;
 };
 
-// A seekable stream without a store: it keeps what is written at its very start.
+// A seekable stream that keeps only what is written to its first nine bytes.
 class Sink {
  public:
   Sink() {
@@ -319,7 +319,7 @@ TEST(BlocksWriteFault, AnswersTheSizeWhenItCannotReturnToTheEnd) {
   }
 }
 
-// The compressor is a stand-in that looks at no input, so the text need not be that long.
+// The compressor is replaced and reads no input, so the text need not be that long.
 TEST(BlocksWriteFault, NamesAnUncompressedSizeJustBelowFourGiB) {
   for (const auto write : writers) {
     start_over();

@@ -1,5 +1,4 @@
-// The containers when memory is short, and the place that each of their allocations is said to come
-// from.
+// The containers when memory is short, and the place that each of their allocations reports.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -37,13 +36,13 @@ namespace {
 using qal::test::fail_nth;
 using qal::test::Fault;
 
-// What a test wants to know about every call. Nothing of it is used by two threads at once.
+// What a test wants to know about every call. No two threads use it at once.
 struct Calls {
   Fault allocation;
-  std::vector<std::string> made;    // the checked calls in their order, as told by `told`
+  std::vector<std::string> made;    // the checked calls in their order, as `told` writes them
   std::map<void *, int> live;       // blocks not freed yet, each with the line that made it
-  std::function<void()> on_malloc;  // happens within a checked allocation
-  std::function<void()> on_lock;    // happens after a mutex was locked
+  std::function<void()> on_malloc;  // called within a checked allocation
+  std::function<void()> on_lock;    // called after a mutex was locked
   std::vector<QalThreadMutex *> mutexes_made;
   std::vector<QalThreadMutex *> mutexes_ended;
   bool unlock_fails = false;
@@ -190,7 +189,7 @@ TEST(UidStartFault, TriesAgainAfterATableThatCouldNotBeMade) {
     for (int failing = 1; failing <= 5; ++failing) {
       calls = Calls{};
       calls.allocation = fail_nth(failing, ENOMEM);
-      EXPECT_EQ(qal_uid_init(), 0);  // what it answers is the mutex's
+      EXPECT_EQ(qal_uid_init(), 0);  // it returns the mutex's status
       EXPECT_GE(calls.allocation.calls, failing);
       EXPECT_THAT(calls.live, IsEmpty());
       const uint64_t id = qal_uid_new(1, 2);
@@ -231,7 +230,7 @@ TEST(UidStartFault, MakesTheMutexAlsoForATableThatCouldNotBeMade) {
   });
 }
 
-// Start-up is over when a case begins to watch.
+// Start-up is over before a case counts calls.
 class Containers : public testing::Test {
  protected:
   Containers() {
@@ -300,7 +299,8 @@ TEST_F(MpoolFault, StaysLockedAfterAChunkThatCouldNotBeHad) {
   EXPECT_THAT(calls.live, IsEmpty());
 }
 
-// A pool with an element in use, one free element on the list of thread 1, and a chunk refused.
+// A pool with an element in use, one free element on the list of thread 1, and a chunk whose
+// allocation failed.
 struct LockedPool {
   QalMpool *pool = qal_mpool_create(16, 2);
   void *element = nullptr;

@@ -1,5 +1,5 @@
-// What the operating system refuses in the middle of the work. Each replaced call passes through
-// unless a test says which of them is to fail.
+// System calls that fail in the middle of the work. Each replaced call passes through unless a test
+// says which of them is to fail.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -47,9 +47,9 @@ std::vector<std::string> made_calls;  // of the functions that `faults` names, i
 
 bool all_opened_close_on_exec = true;
 
-std::map<std::string, mode_t> played_kinds;  // of file names, instead of what they are
+std::map<std::string, mode_t> played_kinds;  // by file name, in place of the real ones
 
-// What the kernel is willing to copy by itself, and in pieces of how many bytes.
+// How much copy_file_range copies, and in pieces of how many bytes.
 std::size_t kernel_copies_bytes = 0;
 constexpr std::size_t kernel_piece = 10'000;
 
@@ -60,7 +60,7 @@ bool fails(const char *call) {
   return found->second.strikes();
 }
 
-// Arms the faults for as long as it lives, so that the test's own checks run undisturbed.
+// Sets the faults while it lives; the test's own checks run without them.
 class Faults {
  public:
   explicit Faults(Plan armed) {
@@ -126,7 +126,7 @@ ssize_t __wrap_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, s
   if (copied > 0) kernel_copies_bytes -= static_cast<size_t>(copied);
   return copied;
 }
-// A close that fails has closed the descriptor all the same.
+// A close that fails has closed the descriptor even so.
 int __wrap_close(int file) {
   const int result = __real_close(file);
   return fails("close") ? -1 : result;
@@ -426,7 +426,7 @@ TEST_F(TreeFault, ACharacterDeviceIsAFile) {
   EXPECT_FALSE(exists(tree));
 }
 
-// Every call is refused that could lose something if the check were missing.
+// Every call that could remove something fails, in case the check is missing.
 TEST(RootFault, TheRootFailsUntouched) {
   const Faults guard(Plan{{"openat", fail_all(EIO)},
                           {"unlink", fail_all(EIO)},
@@ -443,7 +443,7 @@ TEST_F(TreeFault, AnInterruptedOpenIsMadeAgain) {
   EXPECT_FALSE(exists(tree));
 }
 
-// A stream that gives `content` in pieces and fails where `errors` says: before how many bytes.
+// A stream that gives `content` in pieces and fails once at each position in `errors`.
 struct Source {
   std::string content;
   std::size_t most_bytes = SIZE_MAX;

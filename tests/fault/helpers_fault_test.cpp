@@ -1,5 +1,4 @@
-// The program helpers when memory is short, the password database fails or a stream breaks. The C
-// library's calls are replaced at link time.
+// The program helpers when memory is short, the password database fails or a stream breaks.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
@@ -38,21 +37,21 @@ Faults faults;
 
 std::vector<std::size_t> allocated;  // bytes of every calloc
 
-// What the password database answers while it is replaced, and who asks.
+// What the replaced password database returns, and for whom it was asked.
 struct Database {
   bool replaced = false;
   bool known = true;
-  int error = 0;  // answered `error_times` times, then the entry
+  int error = 0;  // returned `error_times` times, then the entry
   int error_times = 1000;
-  std::size_t needed = 0;  // smaller buffers are answered with ERANGE
+  std::size_t needed = 0;  // smaller buffers fail with ERANGE
   std::string home;
-  uid_t real_id = 4711;  // another than the effective one
+  uid_t real_id = 4711;  // different from the effective one
   uid_t asked_id = 0;
   std::string asked_name;
 };
 Database database;
 
-std::map<std::string, bool> writable;  // answers of access; others are asked for
+std::map<std::string, bool> writable;  // results of access; for other paths it is called
 
 int answer(passwd *entry, char *store, std::size_t size, passwd **found) {
   *found = nullptr;

@@ -1,4 +1,4 @@
-// What paths answer when the system refuses, and how often they ask it.
+// The path functions when system calls fail, and how many calls they make.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ using qal::test::fail_from;
 using qal::test::fail_times;
 using qal::test::Fault;
 
-// What the wrapped calls do instead of their work; a test sets it before it calls the library.
+// What the replaced calls do; a test sets it before it calls the library.
 struct Faults {
   std::size_t smallest_refused_block = SIZE_MAX;
   Fault open, opendir, readdir, getcwd, lookup;
@@ -81,7 +81,7 @@ char *__wrap_getcwd(char *buffer, std::size_t size) {
   return faults.getcwd.strikes() ? nullptr : __real_getcwd(buffer, size);
 }
 
-// The error that a look-up fails with in its turn, or 0 to let it work.
+// The error of this look-up, or 0.
 static int lookup_fault(std::size_t size, passwd **found) {
   faults.lookup_sizes.push_back(size);
   *found = nullptr;

@@ -1,6 +1,5 @@
-// Commands that the operating system does not start as asked. The calls below are replaced at link
-// time; each passes through unless a test says which of them is to fail. Forked processes take the
-// plan along.
+// Commands that the operating system does not start as asked. Each replaced call passes through
+// unless a test says which of them is to fail, in forked processes as well.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <qal/pipe.h>
@@ -102,7 +101,7 @@ int __wrap_execlp(const char *file, const char *argument, ...) {
     if (__real_write(STDERR_FILENO, text.data(), text.size()) < 0) _exit(1);
   }
   if (refused("execlp")) return -1;
-  // Nobody may change the group of a process from outside once it runs a program.
+  // Once a process runs a program, nobody else may change its group.
   while (grouping == Grouping::by_parent && getpgrp() != getpid()) sched_yield();
   all.push_back(nullptr);
   return execv(file, all.data());
@@ -143,8 +142,8 @@ void expect_no_children() {
   EXPECT_EQ(errno, ECHILD);
 }
 
-// Started in a process of its own, whose standard error is looked at. A command that could not be
-// started ends there.
+// Runs in a process of its own, whose output is compared. A command that could not be started ends
+// there.
 ChildResult run(const std::function<void()> &body) {
   return run_in_child([&] {
     alarm(60);
@@ -152,7 +151,7 @@ ChildResult run(const std::function<void()> &body) {
   });
 }
 
-// What the caller of a failed child does.
+// What the caller does in a child that could not start the command.
 void end_if_child(int pid, const File &stream, const std::vector<int> &open_before) {
   if (pid != 0) return;
   _exit(!stream && open_descriptors() == open_before ? refused_shell : 1);

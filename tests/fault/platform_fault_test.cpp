@@ -1,5 +1,5 @@
-// The Linux half of the platform against a machine of our own: where the kernel's files are looked
-// for and what sysconf answers is replaced at link time.
+// The Linux half of the platform on a simulated machine, which has its own kernel files and its own
+// results of sysconf.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -27,7 +27,7 @@ namespace {
 std::string sysfs;  // stands in for /sys/devices/system/cpu when set
 std::string statm;  // stands in for /proc/self/statm when set
 std::map<int, long> settings;
-int repeats_of_cpu0 = 0;  // entries of that name that a directory shows beyond its own
+int repeats_of_cpu0 = 0;  // how many further entries of that name a directory lists
 
 Fault open_fault, read_fault, readdir_fault;
 

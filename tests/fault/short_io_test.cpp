@@ -28,7 +28,7 @@ namespace {
 bool trickling = false;
 bool interrupted_last = false;
 int short_calls = 0;
-std::size_t kernel_copies_bytes = 0;  // before it leaves the rest to reading and writing
+std::size_t kernel_copies_bytes = 0;  // before the rest is read and written
 
 // Every other call is interrupted.
 bool interrupted() {

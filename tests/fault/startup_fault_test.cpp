@@ -164,7 +164,7 @@ TEST(ThreadLayerStart, HandsTheAnswerOfThePlatformsPartOn) {
       const int main_thread = 0;
       int result = -2;
       EXPECT_EQ(qal_thread_join(&main_thread, &result), -1);
-      EXPECT_EQ(result, 0);  // its slot is claimed only behind that part
+      EXPECT_EQ(result, 0);  // its slot is claimed only after that part
     });
   }
 }

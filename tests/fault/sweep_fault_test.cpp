@@ -63,7 +63,7 @@ using testing::StartsWith;
 
 using Option = std::pair<CURLoption, std::string>;
 
-// What the replaced functions do and what was asked of them. Left alone they behave.
+// What the replaced functions do and what they were called with. By default they work.
 struct Stage {
   // libcurl
   bool library_missing = false;
@@ -880,8 +880,8 @@ TEST_F(SweepMemory, ShortageEndsTheSweepWithoutHarm) {
   EXPECT_GT(failures, 20);
 }
 
-// The block that a record is read into holds its text in front and behind that whatever the stack
-// held before, which may be anything; the record is wholly written.
+// The block that a record is read into begins with its text; the rest is whatever the stack held
+// before. The record is wholly written.
 void expect_wiped(const std::string &text, const std::string &url, const std::string &user,
                   const std::string &password) {
   EXPECT_THAT(stage.wiped,

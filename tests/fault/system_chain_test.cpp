@@ -1,4 +1,4 @@
-// The machine's figures against a platform of our own, in which every call can be made to fail.
+// The machine's figures on a simulated platform, in which every call can be made to fail.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/system.h>

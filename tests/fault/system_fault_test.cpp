@@ -1,5 +1,4 @@
-// What the system answers to the library, played by this test: the calls named below are replaced
-// at link time.
+// The system functions over calls that return what the test says.
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <qal/system.h>
@@ -33,10 +32,10 @@ struct VersionTool {
 } version_tool;
 
 struct Users {
-  std::deque<int> errors;  // answered one by one; the last stays
+  std::deque<int> errors;  // returned one by one; the last stays
   const char *name = "somebody";
   std::vector<std::size_t> rooms;
-  uid_t real = 4711;  // another than the effective one
+  uid_t real = 4711;  // different from the effective one
   uid_t asked = 0;
 } users;
 

@@ -37,7 +37,7 @@ inline bool unlinked(const void *payload) {
 }
 inline bool unlinked(const QalPlistNode *node) { return !node->prev && !node->next; }
 
-// A kind as the cases of sorting want it.
+// A kind as sort_cases.hpp wants it.
 template <typename Kind>
 struct Sorted {
   Items sorted(Items items) {

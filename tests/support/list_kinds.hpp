@@ -1,7 +1,7 @@
-// Both kinds of lists under the same names, for what has to hold for both. A kind has
+// Both kinds of lists under the same names, for what holds for both. A kind has
 //   List, Element            the types, each handled by address
 //   has_lists, has_elements  whether its pools can give any
-//   holds(lists, elements)   whether so many are in use, as far as that can be seen
+//   holds(lists, elements)   whether its pools count so many in use, where they can be seen
 //   fill and check           content for an element, and whether it is still there
 //   put(element, item)       an item as the content; `key` is the address that comparisons get
 //   set_links                the links of an element that is in no list
@@ -53,14 +53,14 @@ class InlineLists {
   }
 
   List *create() { return newest_ = qal_list_create(pool_); }
-  // Whether the handle stays for a pooled header and is cleared for one of its own.
+  // Whether the list kept the handle of a pooled header, or cleared any other.
   bool destroy(List *&list) {
     const List *const expected = pool_->use_header_pool ? list : nullptr;
     if (list == newest_) newest_ = nullptr;
     qal_list_destroy(&list);
     return std::exchange(list, nullptr) == expected;
   }
-  // Of the two ways to have and to give back an element, one and then the other.
+  // Takes turns between the two ways to allocate and to free an element.
   void *alloc() {
     return other_way() && newest_ ? qal_list_alloc(newest_) : qal_list_alloc2(pool_);
   }

@@ -1,4 +1,4 @@
-// A memory pool as it is described, over the addresses that the real one hands out.
+// A model of a memory pool, over the addresses that the real one hands out.
 #pragma once
 
 #include <qal/mpool.h>

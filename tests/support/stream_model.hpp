@@ -1,5 +1,5 @@
-// Streams that give their bytes piece by piece and fail in between, and what the readers of lines
-// and of items make of them, told slowly.
+// Streams that give their bytes piece by piece and fail in between, and slow models of the readers
+// of lines and of items.
 #pragma once
 
 #include <stdio.h>

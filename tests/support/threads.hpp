@@ -1,5 +1,4 @@
-// Threads in tests: an end for cases that would hang, and ways to hold threads and to wait for what
-// they do.
+// Threads in tests: an end for cases that hang, and ways to hold threads and to wait for them.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -159,7 +159,7 @@ void expect_read(const Reader &reader, const std::string &content, std::string_v
   EXPECT_TRUE(read.guards_intact);
 }
 
-// A read that gives nothing, and says nothing.
+// A read that returns nothing and reports nothing.
 void expect_nothing(const Reader &reader, const std::string &content, std::size_t size) {
   const LogCapture log;
   const Read read = read_from(reader, content, size);
@@ -762,7 +762,7 @@ TEST(BlocksRead, GivesNothingForABlockCutInALaterChunk) {
     SCOPED_TRACE(reader.name);
     for (const std::size_t size : {16384U, 16392U, 16393U, 16394U, 32777U, 40'000U})
       expect_nothing(reader, bytes.substr(0, size), text.size());
-    errno = EINTR;  // of an earlier call, so that it says nothing about this one
+    errno = EINTR;  // left by an earlier call
     expect_nothing(reader, bytes.substr(0, bytes.size() - 1), text.size());
   }
 }
@@ -827,8 +827,7 @@ TEST(BlocksRead, GivesNothingForDataThatNeedsADictionary) {
   for (const auto &reader : readers) expect_nothing(reader, block(text.size(), stream), 300);
 }
 
-// Nothing is promised of the result but that it fits, and that it is right where the change is to
-// a byte without meaning.
+// The result is only sure to fit, and to be right where the changed byte has no meaning.
 TEST(BlocksRead, StaysInTheRoomWhateverByteIsChanged) {
   const std::string texts[]{std::string(), "text", words(60), random_bytes(60)};
   for (const auto &text : texts) {

@@ -63,7 +63,7 @@ void make_socket(const fs::path &path) {
   close(handle);
 }
 
-// What qal_io_chkfil logs; the answer goes to `usable`.
+// What qal_io_chkfil logs; its result goes to `usable`.
 Lines log_of_check(const std::string &path, unsigned mode, int verbose, int &usable) {
   const LogCapture log;
   usable = qal_io_chkfil(path.c_str(), mode, verbose);

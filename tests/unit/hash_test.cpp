@@ -76,7 +76,7 @@ int add(const Table &table, int32_t slot, const char *key, const char *data) {
   return qal_hash_add(table.get(), slot, key, data);
 }
 
-// The data that a call with `data_out` gave, or nothing when the call answered something else.
+// The data that a call with `data_out` gave, or nothing when the call returned something else.
 using Call = int (*)(QalHash *, int32_t, const void *, void *);
 std::optional<std::string> data_of(Call call, int wanted, const Table &table, int32_t slot,
                                    const char *key) {
@@ -459,7 +459,7 @@ TEST_F(HashRemove, SucceedsWithoutATable) {
   EXPECT_EQ(qal_hash_remove(nullptr, -1, "abc", nullptr), 0);
 }
 
-// What a merge asked of its callback, and what it answers.
+// What a merge asked its callback, and what that returns.
 struct Arguments {
   const void *dst_key;
   void *dst_data;
@@ -840,7 +840,7 @@ class HashModel {
     model_[at][slot]->push_back(record);
   }
 
-  // Calls find or remove, and says what the model has for the key.
+  // Calls find or remove, and returns what the model has for the key.
   void look_up(std::size_t at, std::size_t slot, Call call, int hit, int miss, bool removes) {
     const std::string key = text(tables_[at]->key_size);
     std::string data(static_cast<std::size_t>(tables_[at]->data_size), '?');

@@ -111,7 +111,7 @@ QAL_PRINTF(2, 3) std::string formatted(std::size_t room, const char *format, ...
   return out.data();
 }
 
-// Leaves the logger as a process begins with it.
+// Leaves the logger as it is when a process begins.
 class LoggerStage : public testing::Test {
  protected:
   ~LoggerStage() override {
@@ -587,7 +587,7 @@ TEST_F(LoggerFile, ClosesTheFirstFileBeforeItOpensTheSecond) {
   const ScratchDir scratch;
   const int first = fileno(_qal_logger_set_file((scratch / "first").c_str()));
   const int second = fileno(_qal_logger_set_file((scratch / "second").c_str()));
-  EXPECT_EQ(first, second);  // the lowest free number was free again
+  EXPECT_EQ(first, second);  // the lowest free descriptor was free again
   _qal_logger_func(nullptr, "line\n");
   EXPECT_EQ(read_file(scratch / "first"), "");
   EXPECT_EQ(read_file(scratch / "second"), "line\n");

@@ -32,7 +32,7 @@ using qal::test::ScratchDir;
 
 namespace platform = qal::internal::platform;
 
-// Nothing here may wait for good.
+// Nothing here may wait forever.
 class Watched : public testing::Test {
  protected:
   Watched() { alarm(120); }

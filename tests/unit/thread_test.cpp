@@ -67,7 +67,7 @@ void go_round_to(int last) {
   }
 }
 
-// What `question` answers in a thread that the layer did not start.
+// What `question` returns in a thread that the layer did not start.
 template <typename Question>
 int ask_elsewhere(const Question &question) {
   int answer = untouched;
