@@ -335,6 +335,12 @@ class SweepStage : public testing::Test {
                          record_text("http://127.0.0.1/x", "halix", "secret", getpid()));
   }
   void sweep() const { process_directory(world_.temporary().c_str()); }
+  std::vector<std::string> calls_of_sweep() const {
+    stage.calls_recorded = true;
+    sweep();
+    stage.calls_recorded = false;
+    return stage.calls;
+  }
   void sweep_one() const {
     const auto path = notified_record();
     sweep();
@@ -568,35 +574,24 @@ TEST_F(SweepBudget, BeginsAnewWithEachSweep) {
 
 TEST_F(SweepCalls, ReadsProbesAsksClosesAndDeletesInThisOrder) {
   notified_record();
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls,
+  EXPECT_THAT(calls_of_sweep(),
               ElementsAre("open", "fstat", "read", "probe", "request", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepCalls, CloseAndKeepARecordOfAVanishedProcess) {
   world_.record("halix_server1.dat", record_text("u", "n", "p", vanished_pid()));
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "read", "probe", "close"));
+  EXPECT_THAT(calls_of_sweep(), ElementsAre("open", "fstat", "read", "probe", "close"));
 }
 
 TEST_F(SweepCalls, NeitherProbeNorAskForAMalformedRecord) {
   world_.record("halix_server1.dat", "malformed");
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "read", "read", "stat", "close", "unlink"));
+  EXPECT_THAT(calls_of_sweep(),
+              ElementsAre("open", "fstat", "read", "read", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepCalls, NeverReadWhatIsNoRegularFile) {
   ASSERT_EQ(mkfifo((world_.temporary() + "/halix_server1.dat").c_str(), 0666), 0);
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "stat", "close", "unlink"));
+  EXPECT_THAT(calls_of_sweep(), ElementsAre("open", "fstat", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepCalls, GoOnAfterAnInterruption) {
@@ -772,10 +767,7 @@ TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
   stage.listing_replaced = true;
   stage.listing_names =
       "../home/halix_server1.dat\n..\\home\\halix_server1.dat\nnotes.txt\n./halix_server2.dat\n";
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, IsEmpty());
+  EXPECT_THAT(calls_of_sweep(), IsEmpty());
   EXPECT_TRUE(exists(outside));
   EXPECT_TRUE(exists(foreign));
   EXPECT_TRUE(exists(record));

@@ -117,8 +117,9 @@ ChildResult run_this_case_alone() {
   return run_program({program, chosen}, first_environment);
 }
 
-void expect_passed(const ChildResult &result) {
+ChildResult passed(ChildResult result) {
   EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
+  return result;
 }
 
 }  // namespace
@@ -139,11 +140,11 @@ ChildResult run_in_child(const std::function<void()> &body) {
   });
 }
 
-void in_child(const std::function<void()> &body) { expect_passed(run_in_child(body)); }
+ChildResult in_child(const std::function<void()> &body) { return passed(run_in_child(body)); }
 
 void in_new_process(const std::function<void()> &body) {
   const bool alone = testing::UnitTest::GetInstance()->test_to_run_count() == 1;
-  expect_passed(alone ? run_in_child(body) : run_this_case_alone());
+  passed(alone ? run_in_child(body) : run_this_case_alone());
 }
 
 void become_unprivileged() {
@@ -176,8 +177,8 @@ ChildResult run_unprivileged(const std::function<void()> &body) {
   });
 }
 
-void in_unprivileged_child(const std::function<void()> &body) {
-  expect_passed(run_unprivileged(body));
+ChildResult in_unprivileged_child(const std::function<void()> &body) {
+  return passed(run_unprivileged(body));
 }
 
 ChildResult run_program(const std::vector<std::string> &arguments,

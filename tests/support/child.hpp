@@ -21,7 +21,7 @@ struct ChildResult {
 ChildResult run_in_child(const std::function<void()> &body);
 
 // Expects `body` to pass in a forked child.
-void in_child(const std::function<void()> &body);
+ChildResult in_child(const std::function<void()> &body);
 
 // Expects `body` to pass in a child of a process in which nothing was used before: in a run of
 // several cases the program starts again for this one alone.
@@ -29,7 +29,7 @@ void in_new_process(const std::function<void()> &body);
 
 // The same as an ordinary user: both give up root first. Run as anybody else they change nothing.
 ChildResult run_unprivileged(const std::function<void()> &body);
-void in_unprivileged_child(const std::function<void()> &body);
+ChildResult in_unprivileged_child(const std::function<void()> &body);
 
 // Starts a program with exactly this environment, its standard input empty, and waits for it.
 ChildResult run_program(const std::vector<std::string> &arguments,
