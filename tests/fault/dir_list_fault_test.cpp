@@ -11,16 +11,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <deque>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/fault.hpp"
+#include "support/listing.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
@@ -129,52 +127,29 @@ namespace {
 
 namespace fs = std::filesystem;
 using qal::test::LogCapture;
+using qal::test::Names;
 using qal::test::ScratchDir;
+using qal::test::unset_count;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-using Names = std::vector<std::string>;
-
-constexpr int unset_count = -77;
 constexpr auto *growth_failed_for_directories =
     "ERROR: qal_list_dir: reallocate of dir names failed.\n";
 constexpr auto *growth_failed_for_files = "ERROR: qal_list_dir: reallocate of dir names failed.";
 
-Names lines_of(const char *text) {
-  Names lines;
-  std::istringstream in(text ? text : "");
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-struct Listing {
-  explicit Listing(const std::string &pattern, int verbose = 0) {
-    world.listing = true;
-    status = qal_dir_list(pattern.c_str(), &full_path, &directory_count, &directory_text,
-                          &file_count, &file_text, verbose);
+// Faults strike in the call that the constructor makes, and nowhere else.
+struct Armed {
+  Armed() { world.listing = true; }
+};
+struct Listing : Armed, qal::test::Listing {
+  explicit Listing(const std::string &pattern, int verbose = 0)
+      : qal::test::Listing(pattern, verbose) {
     world.listing = false;
   }
-  ~Listing() {
-    std::free(full_path);
-    std::free(directory_text);
-    std::free(file_text);
-  }
-  Listing(const Listing &) = delete;
-  Listing &operator=(const Listing &) = delete;
-
-  Names directories() const { return lines_of(directory_text); }
-  Names files() const { return lines_of(file_text); }
   bool counts_are_unset() const {
     return directory_count == unset_count && file_count == unset_count;
   }
-
-  int status = -1;
-  char *full_path = nullptr;
-  char *directory_text = nullptr;
-  char *file_text = nullptr;
-  int directory_count = unset_count;
-  int file_count = unset_count;
 };
 
 class DirListFault : public testing::Test {

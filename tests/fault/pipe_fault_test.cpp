@@ -22,6 +22,7 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/commands.hpp"
 #include "support/descriptors.hpp"
 #include "support/fault.hpp"
 
@@ -112,35 +113,15 @@ namespace {
 
 using qal::internal::File;
 using qal::test::ChildResult;
+using qal::test::Command;
+using qal::test::exit_code;
+using qal::test::expect_no_children;
 using qal::test::in_child;
 using qal::test::open_descriptors;
+using qal::test::output_of;
+using qal::test::rest_of;
 
 constexpr int refused_shell = 42;
-
-int wait_for(int pid) {
-  int status = -1;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
-  }
-  return status;
-}
-
-int exit_code(int pid) {
-  const int status = wait_for(pid);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string rest_of(std::FILE *stream) {
-  std::string text;
-  char block[4096];
-  while (const auto got = std::fread(block, 1, sizeof block, stream)) text.append(block, got);
-  return text;
-}
-
-void expect_no_children() {
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-  EXPECT_EQ(errno, ECHILD);
-}
 
 // Passes in a process of its own, whose output is compared. A command that could not be started
 // ends there.
@@ -157,23 +138,11 @@ void end_if_child(int pid, const File &stream, const std::vector<int> &open_befo
   _exit(!stream && open_descriptors() == open_before ? refused_shell : 1);
 }
 
-std::string read_output(const char *command) {
-  int pid = -2;
-  File stream(qal_pipe_popen_id(command, "r", &pid));
-  EXPECT_TRUE(stream);
-  if (!stream) return {};
-  std::string output = rest_of(stream.get());
-  stream.reset();
-  EXPECT_EQ(exit_code(pid), 0);
-  return output;
-}
-
-int run_with_input(const char *command) {
-  int pid = -2;
-  File stream(qal_pipe_popen_id(command, "w", &pid));
-  EXPECT_TRUE(stream);
-  stream.reset();
-  return exit_code(pid);
+int run_with_input(const char *text) {
+  Command command(text, "w");
+  EXPECT_TRUE(command.stream);
+  command.stream.reset();
+  return exit_code(command.pid);
 }
 
 TEST(PipeFault, GivesNoneWithoutAWordWhenThereIsNoPipe) {
@@ -255,7 +224,7 @@ TEST(PipeFault, GivesNoneWhenAnEndCannotBeMovedOutOfTheWay) {
 TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
   const auto child = run([] {
     faults["dup"] = fail_nth(1, EMFILE);
-    EXPECT_EQ(read_output("echo out 2>/dev/null; echo err >&2"), "err\n");
+    EXPECT_EQ(output_of("echo out 2>/dev/null; echo err >&2"), "err\n");
   });
   EXPECT_EQ(child.out, "");
   EXPECT_EQ(child.err, "dup() of write side of pipe failed\n: Too many open files\n");
@@ -265,7 +234,7 @@ TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
 TEST(PipeFaultChild, CannotTellThatItsErrorsAreNotConnected) {
   const auto child = run([] {
     faults["dup"] = fail_nth(2, EMFILE);
-    EXPECT_EQ(read_output("test -e /dev/fd/2 || echo closed"), "closed\n");
+    EXPECT_EQ(output_of("test -e /dev/fd/2 || echo closed"), "closed\n");
   });
   EXPECT_EQ(child.err, "");
 }
@@ -273,7 +242,7 @@ TEST(PipeFaultChild, CannotTellThatItsErrorsAreNotConnected) {
 TEST(PipeFaultChild, TellsEachFailureOnce) {
   const auto child = run([] {
     faults["dup"] = fail_all(EBADF);
-    EXPECT_EQ(read_output("exit 0"), "");
+    EXPECT_EQ(output_of("exit 0"), "");
   });
   EXPECT_EQ(child.err, "dup() of write side of pipe failed\n: Bad file descriptor\n");
 }

@@ -11,14 +11,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/listing.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
@@ -27,57 +26,17 @@ namespace {
 namespace fs = std::filesystem;
 using qal::test::in_child;
 using qal::test::in_unprivileged_child;
+using qal::test::Listing;
 using qal::test::LogCapture;
+using qal::test::Names;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
+using qal::test::unset_count;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::UnorderedElementsAre;
-
-using Names = std::vector<std::string>;
-
-constexpr int unset_count = -77;
-
-Names lines_of(const char *text) {
-  Names lines;
-  std::istringstream in(text ? text : "");
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-// One call and everything it left behind. The outputs start with values that no call produces.
-class Listing {
- public:
-  explicit Listing(const std::string &pattern, bool verbose = false) {
-    status = qal_dir_list(pattern.c_str(), &full_path, &directory_count, &directory_text,
-                          &file_count, &file_text, verbose);
-  }
-  ~Listing() {
-    std::free(full_path);
-    std::free(directory_text);
-    std::free(file_text);
-  }
-  Listing(const Listing &) = delete;
-  Listing &operator=(const Listing &) = delete;
-
-  Names directories() const { return lines_of(directory_text); }
-  Names files() const { return lines_of(file_text); }
-
-  int status = -1;
-  char *full_path = unallocated();
-  char *directory_text = unallocated();
-  char *file_text = unallocated();
-  int directory_count = unset_count;
-  int file_count = unset_count;
-
- private:
-  static char *unallocated() {
-    static char never_freed[1];
-    return never_freed;
-  }
-};
 
 Names stream_order(const std::string &directory) {
   Names names;

@@ -14,20 +14,25 @@
 #include <thread>
 #include <vector>
 
-#include "internal/handles.hpp"
 #include "platform/platform.hpp"
 #include "support/child.hpp"
+#include "support/commands.hpp"
 #include "support/descriptors.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
-using qal::internal::File;
+using qal::test::Command;
 using qal::test::exists;
+using qal::test::exit_code;
+using qal::test::expect_no_children;
 using qal::test::in_child;
 using qal::test::open_descriptors;
+using qal::test::output_of;
 using qal::test::read_file;
+using qal::test::rest_of;
 using qal::test::ScratchDir;
+using qal::test::wait_for;
 
 namespace platform = qal::internal::platform;
 
@@ -40,49 +45,6 @@ class Watched : public testing::Test {
 class PipeOpen : public Watched {};
 class PipeOpenChild : public Watched {};
 class PipeStreams : public Watched {};
-
-int wait_for(int pid) {
-  int status = -1;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
-  }
-  return status;
-}
-
-int exit_code(int pid) {
-  const int status = wait_for(pid);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string rest_of(std::FILE *stream) {
-  std::string text;
-  char block[4096];
-  while (const auto got = std::fread(block, 1, sizeof block, stream)) text.append(block, got);
-  return text;
-}
-
-struct Command {
-  int pid = -2;
-  File stream;
-
-  Command(const std::string &command, const char *mode)
-      : stream(qal_pipe_popen_id(command.c_str(), mode, &pid)) {}
-};
-
-std::string output_of(const std::string &text) {
-  Command command(text, "r");
-  EXPECT_TRUE(command.stream);
-  EXPECT_GT(command.pid, 0);
-  std::string output = rest_of(command.stream.get());
-  command.stream.reset();
-  EXPECT_EQ(exit_code(command.pid), 0) << text;
-  return output;
-}
-
-void expect_no_children() {
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-  EXPECT_EQ(errno, ECHILD);
-}
 
 TEST_F(PipeOpen, ReadsWhatTheCommandWrites) {
   EXPECT_EQ(output_of("printf 'one\\ntwo\\n'"), "one\ntwo\n");
