@@ -55,6 +55,7 @@ namespace {
 
 using qal::test::await;
 using qal::test::calls;
+using qal::test::cancel_state;
 using qal::test::in_new_process;
 using qal::test::LogCapture;
 using qal::test::refused;
@@ -107,12 +108,6 @@ class BarrierPatience : public BarrierFault {
 using ReduceFault = BarrierFault;
 using ReduceOrder = BarrierFault;
 using ReduceStraggler = BarrierFault;
-
-int cancel_state() {
-  int state = 0;
-  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-  return state;
-}
 
 TEST_F(BarrierFault, MakesTheMutexAndThenTheCondition) {
   calls.has_attributes = true;

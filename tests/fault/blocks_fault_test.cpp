@@ -22,6 +22,7 @@
 #include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
+#include "support/zlib_blocks.hpp"
 
 namespace {
 
@@ -120,7 +121,12 @@ int __wrap_fseeko(FILE *stream, off_t offset, int origin) {
 namespace {
 
 using qal::internal::File;
+using qal::test::block;
+using qal::test::compressed;
+using qal::test::four_gib;
+using qal::test::header;
 using qal::test::LogCapture;
+using qal::test::noise;
 using qal::test::read_file;
 using qal::test::ScratchDir;
 
@@ -130,43 +136,6 @@ using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
 constexpr Write writers[]{qal_fwrite_zlib, fwrite_zlib};
 constexpr Read readers[]{qal_fread_zlib, fread_zlib};
 constexpr std::string_view text = "a text, and a text";
-constexpr std::uint64_t four_gib = std::uint64_t{1} << 32;
-
-std::string number(std::size_t value) {
-  std::string bytes;
-  for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(value >> shift);
-  return bytes;
-}
-
-std::string header(std::size_t uncompressed, std::size_t compressed) {
-  return number(uncompressed) + number(compressed) + '\0';
-}
-
-std::string compressed(std::string_view bytes) {
-  uLongf size = compressBound(bytes.size());
-  std::string out(size, '\0');
-  EXPECT_EQ(compress(reinterpret_cast<Bytef *>(out.data()), &size,
-                     reinterpret_cast<const Bytef *>(bytes.data()), bytes.size()),
-            Z_OK);
-  out.resize(size);
-  return out;
-}
-
-std::string block(std::string_view bytes) {
-  const std::string stream = compressed(bytes);
-  return header(bytes.size(), stream.size()) + stream;
-}
-
-// Bytes that do not compress.
-std::string noise(std::size_t size) {
-  std::uint32_t state = 1;
-  std::string bytes(size, '\0');
-  for (char &byte : bytes) {
-    state = state * 1664525 + 1013904223;
-    byte = static_cast<char>(state >> 24);
-  }
-  return bytes;
-}
 
 void start_over() {
   zlib = {};

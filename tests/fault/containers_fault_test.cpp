@@ -29,6 +29,7 @@
 #include "support/child.hpp"
 #include "support/fault.hpp"
 #include "support/log_capture.hpp"
+#include "support/pool_model.hpp"
 #include "support/threads.hpp"
 
 namespace {
@@ -118,8 +119,11 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
 
 namespace {
 
+using qal::test::become_index;
+using qal::test::cancel_state;
 using qal::test::in_child;
 using qal::test::in_new_process;
+using qal::test::is_locked;
 using qal::test::LogCapture;
 using qal::test::run_in_child;
 using qal::test::Unwinding;
@@ -148,14 +152,6 @@ std::vector<std::string> pool_report() {
 
 std::vector<std::string> chunk_report(uint64_t size) {
   return report_of("qal_mpool_alloc", size, 168, "qal_mpool");
-}
-
-void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
-
-bool is_locked(QalMpool *pool) {
-  const int status = qal_thread_mutex_trylock(&pool->lock);
-  if (status == 0) qal_thread_mutex_unlock(&pool->lock);
-  return status != 0;
 }
 
 // What making a table does.
@@ -241,6 +237,22 @@ class Containers : public testing::Test {
 
   static void fail_at(int allocation) { calls.allocation = fail_nth(allocation, ENOMEM); }
   static Made made_since() { return std::exchange(calls.made, {}); }
+
+  // Fails each allocation of `create` in turn: what it reports, and the frees that follow.
+  template <typename Create>
+  static void expect_undone(const Create &create, const std::vector<Made> &reports,
+                            const std::vector<Made> &undone) {
+    for (std::size_t i = 0; i < reports.size(); ++i) {
+      const LogCapture log;
+      calls = Calls{};
+      fail_at(static_cast<int>(i) + 1);
+      EXPECT_EQ(create(), nullptr) << i;
+      EXPECT_EQ(log.lines(), reports[i]);
+      const Made made = made_since();
+      EXPECT_EQ(Made(made.begin() + static_cast<std::ptrdiff_t>(i) + 1, made.end()), undone[i]);
+      EXPECT_THAT(calls.live, IsEmpty());
+    }
+  }
 };
 using MpoolFault = Containers;
 using PlistFault = Containers;
@@ -369,13 +381,6 @@ TEST_F(MpoolFault, AnswersWhatUnlockingAnswered) {
   EXPECT_EQ(qal_mpool_free(pool, element), -1);
   EXPECT_EQ(pool->shared_count, 1);
   qal_mpool_destroy(&pool);
-}
-
-int cancel_state() {
-  int state = 0;
-  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-  pthread_setcancelstate(state, nullptr);
-  return state;
 }
 
 TEST_F(MpoolFault, SwitchesCancellationOffAroundTheMakingOfChunksAlone) {
@@ -525,20 +530,10 @@ TEST_F(ListFault, NamesThePlaceOfHeadersOutsidePools) {
 }
 
 TEST_F(ListFault, LeavesNothingBehindWhicheverAllocationOfThePoolFails) {
-  const std::vector<std::vector<std::string>> reports = {
+  const std::vector<Made> reports = {
       pool_report(), report_of("qal_list_pool_create", 32, 83, "qal_list"), pool_report()};
   const std::vector<Made> undone = {{}, {pool_ended}, {pool_ended, "free 100 qal_list of 83"}};
-  for (std::size_t failing = 1; failing <= 3; ++failing) {
-    const LogCapture log;
-    calls = Calls{};
-    fail_at(static_cast<int>(failing));
-    EXPECT_EQ(qal_list_pool_create(8, 2, 1), nullptr) << failing;
-    EXPECT_EQ(log.lines(), reports[failing - 1]);
-    Made made = made_since();
-    made.erase(made.begin(), made.begin() + static_cast<std::ptrdiff_t>(failing));
-    EXPECT_EQ(made, undone[failing - 1]);
-    EXPECT_THAT(calls.live, IsEmpty());
-  }
+  expect_undone([] { return qal_list_pool_create(8, 2, 1); }, reports, undone);
   fail_at(4);
   QalListPool *pool = qal_list_pool_create(8, 2, 1);
   EXPECT_NE(pool, nullptr);
@@ -600,7 +595,7 @@ TEST_F(HashFault, NamesThePlaceOfEachBlock) {
 }
 
 TEST_F(HashFault, LeavesNothingBehindWhicheverAllocationOfTheTableFails) {
-  const std::vector<std::vector<std::string>> reports = {
+  const std::vector<Made> reports = {
       report_of("qal_hash_create", 40, 75, "qal_hash"),
       report_of("qal_hash_create", 48, 86, "qal_hash"), pool_report(),
       report_of("qal_list_pool_create", 32, 83, "qal_list"), pool_report()};
@@ -612,17 +607,7 @@ TEST_F(HashFault, LeavesNothingBehindWhicheverAllocationOfTheTableFails) {
       {slots_freed, table_freed},
       {pool_ended, slots_freed, table_freed},
       {pool_ended, "free 100 qal_list of 83", slots_freed, table_freed}};
-  for (std::size_t failing = 1; failing <= 5; ++failing) {
-    const LogCapture log;
-    calls = Calls{};
-    fail_at(static_cast<int>(failing));
-    EXPECT_EQ(qal_hash_create(6, 3, 8, 4, 0), nullptr) << failing;
-    EXPECT_EQ(log.lines(), reports[failing - 1]);
-    Made made = made_since();
-    made.erase(made.begin(), made.begin() + static_cast<std::ptrdiff_t>(failing));
-    EXPECT_EQ(made, undone[failing - 1]);
-    EXPECT_THAT(calls.live, IsEmpty());
-  }
+  expect_undone([] { return qal_hash_create(6, 3, 8, 4, 0); }, reports, undone);
 }
 
 TEST_F(HashFault, AsksForTheSlotsIn64Bits) {

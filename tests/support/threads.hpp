@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qal/thread.h>
 #include <sched.h>
 #include <unistd.h>
@@ -45,6 +46,14 @@ class Threads : public testing::Test {
  private:
   Watchdog watchdog_;
 };
+
+// Whether the calling thread can be cancelled.
+inline int cancel_state() {
+  int state = 0;
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+  pthread_setcancelstate(state, nullptr);
+  return state;
+}
 
 template <typename Condition>
 void await(const Condition &condition) {

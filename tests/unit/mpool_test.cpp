@@ -23,12 +23,14 @@
 
 namespace {
 
+using qal::test::become_index;
 using qal::test::chain_from;
 using qal::test::ChildResult;
 using qal::test::churn;
 using qal::test::elements_of;
 using qal::test::Exchange;
 using qal::test::in_child;
+using qal::test::is_locked;
 using qal::test::LogCapture;
 using qal::test::next_of;
 using qal::test::PoolModel;
@@ -48,9 +50,6 @@ Pool new_pool(uint32_t element_size, uint32_t chunk_count) {
   return Pool(qal_mpool_create(element_size, chunk_count));
 }
 
-// Makes the calling thread one with that index.
-void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
-
 std::byte *bytes(void *address) { return static_cast<std::byte *>(address); }
 
 struct Counts {
@@ -68,12 +67,6 @@ void expect_counts(const Pool &pool, uint32_t total, uint32_t free) {
   const Counts counts = counts_of(pool.get());
   EXPECT_EQ(counts.total, total);
   EXPECT_EQ(counts.free, free);
-}
-
-bool is_locked(QalMpool *pool) {
-  const int status = qal_thread_mutex_trylock(&pool->lock);
-  if (status == 0) qal_thread_mutex_unlock(&pool->lock);
-  return status != 0;
 }
 
 class Mpool : public testing::Test {
