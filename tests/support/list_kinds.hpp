@@ -80,8 +80,8 @@ class InlineLists {
   }
   static void put(void *payload, const Item &item) { std::memcpy(payload, &item, sizeof item); }
   static const void *key(const void *payload) { return payload; }
-  static void set_links(void *payload, void *prev, void *next) {
-    const void *const links[] = {start_of(prev), start_of(next)};
+  static void set_links(void *payload, void *before, void *behind) {
+    const void *const links[] = {start_of(before), start_of(behind)};
     std::memcpy(start_of(payload), links, sizeof links);
   }
   // Where the element of a payload starts, with its two links.
@@ -150,9 +150,9 @@ class PointerLists {
   static bool check(const Element *node, int /*number*/) { return node->data == node; }
   static void put(Element *node, Item &item) { node->data = &item; }
   static const void *key(const Element *node) { return node->data; }
-  static void set_links(Element *node, Element *prev, Element *next) {
-    node->prev = prev;
-    node->next = next;
+  static void set_links(Element *node, Element *before, Element *behind) {
+    node->prev = before;
+    node->next = behind;
   }
 
   static constexpr auto first = &qal_plist_first;

@@ -4,9 +4,9 @@
 #include <qal/thread.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -28,8 +28,7 @@ struct Unwinding {
 class Worker {
  public:
   explicit Worker(std::function<int()> body) : body_(std::move(body)) {
-    if (qal_thread_create(&index_, &run, this) != 0)
-      throw std::runtime_error("cannot start a thread");
+    if (qal_thread_create(&index_, &run, this) != 0) std::abort();
   }
   ~Worker() {
     if (!joined_) join();
@@ -45,7 +44,7 @@ class Worker {
   int join() {
     int result = 0;
     joined_ = true;
-    if (qal_thread_join(&index_, &result) != 0) throw std::runtime_error("cannot join a thread");
+    if (qal_thread_join(&index_, &result) != 0) std::abort();
     return result;
   }
 
