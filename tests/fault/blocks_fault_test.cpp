@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <kalmora/blocks.hpp>
 #include <optional>
 #include <string>
@@ -22,6 +21,7 @@
 #include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
+#include "support/stream_model.hpp"
 #include "support/zlib_blocks.hpp"
 
 namespace {
@@ -123,6 +123,8 @@ namespace {
 using qal::internal::File;
 using qal::test::block;
 using qal::test::compressed;
+using qal::test::Deliveries;
+using qal::test::FlakySource;
 using qal::test::four_gib;
 using qal::test::header;
 using qal::test::LogCapture;
@@ -160,24 +162,6 @@ std::size_t read_result(Read read, const std::string &content, std::size_t size 
   std::string room(size, '\0');
   return read_result(read, content, room);
 }
-
-// A stream whose reads call `answer`.
-class Source {
- public:
-  using Answer = std::function<ssize_t(char *buffer, std::size_t size)>;
-  explicit Source(Answer answer) : answer_(std::move(answer)) {
-    cookie_io_functions_t calls{};
-    calls.read = [](void *self, char *buffer, std::size_t size) {
-      return static_cast<Source *>(self)->answer_(buffer, size);
-    };
-    file_.reset(fopencookie(this, "rb", calls));
-  }
-  std::FILE *get() const { return file_.get(); }
-
- private:
-  Answer answer_;
-  File file_;
-};
 
 // A seekable stream that keeps only what is written to its first nine bytes.
 class Sink {
@@ -431,15 +415,14 @@ TEST(BlocksReadFault, GoesOnAfterShortReads) {
   const std::string content = block(bytes);
   for (const auto read : readers) {
     start_over();
-    std::size_t at = 0;
-    const Source source([&](char *buffer, std::size_t size) {
-      const std::size_t now = std::min({size, content.size() - at, 1 + at % 3});
-      std::memcpy(buffer, content.data() + at, now);
-      at += now;
-      return static_cast<ssize_t>(now);
-    });
+    Deliveries pieces;
+    for (std::size_t at = 0; at < content.size(); at += pieces.back().bytes.size()) {
+      pieces.push_back({content.substr(at, 1 + at % 3)});
+    }
+    FlakySource source(pieces);
+    const File stream(source.open());
     std::string room(bytes.size(), '\0');
-    EXPECT_EQ(read(room.data(), 1, room.size(), source.get()), bytes.size());
+    EXPECT_EQ(read(room.data(), 1, room.size(), stream.get()), bytes.size());
     EXPECT_TRUE(room == bytes);
   }
 }
@@ -450,19 +433,12 @@ TEST(BlocksReadFault, AnswersZeroWhenTheStreamFails) {
   for (const auto read : readers) {
     for (const std::size_t failing_at : {0U, 5U, 8U, 9U, 100U, 9U + 16384U, 30'000U}) {
       start_over();
-      std::size_t at = 0;
-      const Source source([&](char *buffer, std::size_t size) -> ssize_t {
-        const std::size_t now = std::min(size, failing_at - at);
-        if (now == 0) {
-          errno = EIO;
-          return -1;
-        }
-        std::memcpy(buffer, content.data() + at, now);
-        at += now;
-        return static_cast<ssize_t>(now);
-      });
+      Deliveries deliveries{{content.substr(0, failing_at)}, {"", EIO}};
+      if (failing_at == 0) deliveries.erase(deliveries.begin());
+      FlakySource source(deliveries, true);
+      const File stream(source.open());
       std::string room(bytes.size(), '\0');
-      EXPECT_EQ(read(room.data(), 1, room.size(), source.get()), 0U) << failing_at;
+      EXPECT_EQ(read(room.data(), 1, room.size(), stream.get()), 0U) << failing_at;
     }
   }
 }

@@ -23,16 +23,21 @@
 #include "support/descriptors.hpp"
 #include "support/fault.hpp"
 #include "support/scratch.hpp"
+#include "support/stream_model.hpp"
 
 namespace {
 
 using qal::internal::File;
+using qal::test::byte_by_byte;
+using qal::test::Deliveries;
+using qal::test::Delivery;
 using qal::test::exists;
 using qal::test::fail_all;
 using qal::test::fail_from;
 using qal::test::fail_nth;
 using qal::test::fail_times;
 using qal::test::Fault;
+using qal::test::FlakySource;
 using qal::test::names_in;
 using qal::test::open_descriptors;
 using qal::test::read_file;
@@ -443,54 +448,31 @@ TEST_F(TreeFault, AnInterruptedOpenIsMadeAgain) {
   EXPECT_FALSE(exists(tree));
 }
 
-// A stream that gives `content` in pieces and fails once at each position in `errors`.
-struct Source {
-  std::string content;
-  std::size_t most_bytes = SIZE_MAX;
-  std::vector<std::size_t> errors = {};
-  int error = EIO;
-  std::size_t position = 0;
-
-  ssize_t read(char *to, std::size_t size) {
-    const auto at = std::find(errors.begin(), errors.end(), position);
-    if (at != errors.end()) {
-      errors.erase(at);
-      errno = error;
-      return -1;
-    }
-    size = std::min({size, most_bytes, content.size() - position});
-    for (const std::size_t stop : errors) {
-      if (stop > position) size = std::min(size, stop - position);
-    }
-    std::memcpy(to, content.data() + position, size);
-    position += size;
-    return static_cast<ssize_t>(size);
+// A stream without a buffer over these deliveries.
+class Stream {
+ public:
+  explicit Stream(Deliveries deliveries) : source_(std::move(deliveries)), file_(source_.open()) {
+    std::setvbuf(file_.get(), nullptr, _IONBF, 0);
   }
+  std::FILE *get() const { return file_.get(); }
+
+ private:
+  FlakySource source_;
+  File file_;
 };
 
-ssize_t read_source(void *source, char *to, size_t size) {
-  return static_cast<Source *>(source)->read(to, size);
-}
-
-File stream_from(Source &source) {
-  cookie_io_functions_t calls{};
-  calls.read = &read_source;
-  File stream{fopencookie(&source, "r", calls)};
-  std::setvbuf(stream.get(), nullptr, _IONBF, 0);
-  return stream;
-}
+const Delivery failure{.bytes = "", .error = EIO};
+const Delivery interruption{.bytes = "", .error = EINTR};
 
 TEST(ReadFault, ShortReadsChangeNothing) {
-  Source source{.content = "abcdefghijkl", .most_bytes = 1};
-  const File stream = stream_from(source);
+  const Stream stream(byte_by_byte("abcdefghijkl"));
   char buffer[13] = {};
   EXPECT_EQ(qal_fread(buffer, 3, 4, stream.get()), 4U);
   EXPECT_STREQ(buffer, "abcdefghijkl");
 }
 
 TEST(ReadFault, AfterAnErrorTheRestIsReadInHalfTheChunk) {
-  Source source{.content = "abcdefgh", .errors = {4}};
-  const File stream = stream_from(source);
+  const Stream stream({{"abcd"}, failure, {"efgh"}});
   char buffer[9] = {};
   EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), 8U);
   EXPECT_STREQ(buffer, "abcdefgh");
@@ -499,8 +481,9 @@ TEST(ReadFault, AfterAnErrorTheRestIsReadInHalfTheChunk) {
 
 TEST(ReadFault, EachErrorHalvesTheChunkUntilNothingIsLeft) {
   for (const std::size_t errors : {3U, 4U}) {  // chunks of 8, 4, 2 and 1
-    Source source{.content = "abcdefgh", .errors = std::vector<std::size_t>(errors, 0)};
-    const File stream = stream_from(source);
+    Deliveries deliveries(errors, failure);
+    deliveries.push_back({"abcdefgh"});
+    const Stream stream(deliveries);
     char buffer[9] = {};
     EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), errors == 3 ? 8U : 0U);
     EXPECT_STREQ(buffer, errors == 3 ? "abcdefgh" : "");
@@ -509,8 +492,8 @@ TEST(ReadFault, EachErrorHalvesTheChunkUntilNothingIsLeft) {
 }
 
 TEST(ReadFault, TheChunkStaysHalvedAfterASuccess) {
-  Source source{.content = "abcdefgh", .errors = {0, 2, 4, 6}};  // chunks of 8, 4, 2 and 1
-  const File stream = stream_from(source);
+  // Chunks of 8, 4, 2 and 1.
+  const Stream stream({failure, {"ab"}, failure, {"cd"}, failure, {"ef"}, failure, {"gh"}});
   char buffer[9] = {};
   EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), 6U);
   EXPECT_STREQ(buffer, "abcdef");
@@ -518,23 +501,20 @@ TEST(ReadFault, TheChunkStaysHalvedAfterASuccess) {
 
 // Deliberate: the bytes of a broken item are overwritten by the next one.
 TEST(ReadFault, OnlyWholeItemsCountAndAdvance) {
-  Source source{.content = "abcdXYefgh", .errors = {6}};
-  const File stream = stream_from(source);
+  const Stream stream({{"abcdXY"}, failure, {"efgh"}});
   char buffer[17] = {};
   EXPECT_EQ(qal_fread(buffer, 4, 2, stream.get()), 2U);
   EXPECT_STREQ(buffer, "abcdefgh");
 }
 
 TEST(ReadFault, AnEndInsideAnItemLeavesItOut) {
-  Source source{.content = "abcdef", .most_bytes = 1};
-  const File stream = stream_from(source);
+  const Stream stream(byte_by_byte("abcdef"));
   char buffer[9] = {};
   EXPECT_EQ(qal_fread(buffer, 4, 2, stream.get()), 1U);
 }
 
 TEST(LineFault, ALineArrivesByteByByte) {
-  Source source{.content = "ab\r\ncd", .most_bytes = 1};
-  const File stream = stream_from(source);
+  const Stream stream(byte_by_byte("ab\r\ncd"));
   char buffer[9];
   EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
   EXPECT_STREQ(buffer, "ab");
@@ -543,16 +523,14 @@ TEST(LineFault, ALineArrivesByteByByte) {
 }
 
 TEST(LineFault, AnInterruptedReadIsTakenUpAgain) {
-  Source source{.content = "abcd\n", .errors = {0, 2, 2}, .error = EINTR};
-  const File stream = stream_from(source);
+  const Stream stream({interruption, {"ab"}, interruption, interruption, {"cd\n"}});
   char buffer[9];
   EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 4);
   EXPECT_STREQ(buffer, "abcd");
 }
 
 TEST(LineFault, AReadErrorEndsTheLineLikeTheEndOfTheFile) {
-  Source source{.content = "abcd\n", .errors = {2, 2}};
-  const File stream = stream_from(source);
+  const Stream stream({{"ab"}, failure, failure, {"cd\n"}});
   char buffer[9];
   EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
   EXPECT_STREQ(buffer, "ab");

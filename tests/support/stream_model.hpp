@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,16 @@ struct Delivery {
   int error = 0;
 };
 using Deliveries = std::vector<Delivery>;
+
+inline Deliveries byte_by_byte(std::string_view content, bool with_signals = false) {
+  Deliveries deliveries;
+  for (const char c : content) {
+    if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
+    deliveries.push_back({.bytes = std::string(1, c)});
+  }
+  if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
+  return deliveries;
+}
 
 // A stream over deliveries, none of them empty; the last of them may fail for ever.
 class FlakySource {
