@@ -225,7 +225,7 @@ TEST(TempMemAllocFault, NamesTheBlockThatFailedAndLosesItsRecord) {
                           "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
   EXPECT_EQ(Tmem_InUse, nullptr);
   EXPECT_EQ(Tmem_Avail, nullptr);
-  std::free(record);  // still allocated: nobody freed it
+  std::free(record);  // still allocated
 }
 
 TEST(TempMemAllocFault, AsksForTheEffectiveSize) {

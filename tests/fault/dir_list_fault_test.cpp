@@ -47,7 +47,7 @@ struct World {
   int open_streams = 0;
   bool fake_stream = false;
   std::deque<FakeEntry> fake_entries;        // what a fake stream delivers, taken from the front
-  std::map<std::string, mode_t> fake_modes;  // what stat answers for these paths
+  std::map<std::string, mode_t> fake_modes;  // what stat returns for these paths
   std::string home;                          // of everybody, when not empty
   bool listing = false;                      // faults strike only inside the call under test
 };

@@ -17,7 +17,7 @@ void suffice();
 bool failed();
 int refusals();
 
-// The blocks that calls have made and nobody has released.
+// The blocks that calls have allocated and that are not released.
 std::size_t blocks_left();
 void forget_blocks();
 // Counts a block of this size as lost; false when there is none.

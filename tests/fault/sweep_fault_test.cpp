@@ -1,4 +1,4 @@
-// The sweep with a listing, a libcurl, a clock and system calls that do what a test tells them to.
+// The sweep with a listing, a libcurl, a clock and system calls that a test controls.
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>

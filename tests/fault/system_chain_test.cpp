@@ -144,7 +144,7 @@ TEST_F(SystemFigures, SupportNoOtherQuery) {
   EXPECT_EQ(machine.asked, "");
 }
 
-// Each letter of the chain is a count, a bit of `known` says whether the platform can name it.
+// Each letter of the chain is a count; a bit of `known` is set if the platform knows it.
 TEST_F(SystemFigures, FallBackAlongOneChainInEveryCombination) {
   const std::string chain = "pcln";
   const struct {

@@ -1,4 +1,4 @@
-// The system functions over calls that return what the test says.
+// The system functions with calls whose results a test sets.
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <qal/system.h>

@@ -33,7 +33,7 @@ inline Deliveries byte_by_byte(std::string_view content, bool with_signals = fal
   return deliveries;
 }
 
-// A stream over deliveries, none of them empty; the last of them may fail for ever.
+// A stream over deliveries, none of them empty; the last of them may fail forever.
 class FlakySource {
  public:
   explicit FlakySource(Deliveries deliveries, bool last_for_ever = false)
@@ -141,7 +141,7 @@ inline ModelItems model_of_items(Bytewise &stream, std::size_t item_size, std::u
   return {total, bytes};
 }
 
-// Lines with at least one byte; none at all when the first byte is a line feed.
+// The lines with at least one byte; 0 if the first byte is a line feed.
 inline int model_of_line_count(const std::string &content) {
   int count = 0;
   for (std::size_t i = 0; i < content.size() && content.front() != '\n'; ++i) {

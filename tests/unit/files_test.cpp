@@ -278,7 +278,7 @@ TEST(FilesCheck, ReportingKeepsTheReasonInErrno) {
   qal_logger_done();
 }
 
-// A stream over `content`, and a buffer of which every byte that nobody wrote is '#'.
+// A stream over `content`, and a buffer whose unwritten bytes are '#'.
 class LineReader {
  public:
   explicit LineReader(std::string_view content)

@@ -44,7 +44,7 @@ using Table = std::unique_ptr<QalHash, DestroyTable>;
 using Record = std::pair<std::string, std::string>;  // key and data
 using Records = std::vector<Record>;
 
-// Ten slots of records with keys of 3 bytes and data of 5, unless told otherwise.
+// Ten slots of records with keys of 3 bytes and data of 5 by default.
 Table new_table(int32_t num_slots = 10, int32_t key_size = 3, int32_t data_size = 5,
                 uint32_t remove_on_find = 0, int32_t chunk_count = 4) {
   return Table(qal_hash_create(num_slots, chunk_count, key_size, data_size, remove_on_find));

@@ -69,7 +69,7 @@ QAL_PRINTF(2, 3) void format_again(void *stream, const char *format, ...) {
 std::function<void(const char *line)> during_delivery;
 void run_during_delivery(void *, const char *line, ...) { during_delivery(line); }
 
-// Four threads log the same word of their own over and over; a fifth does `beside` meanwhile.
+// Four threads each log one word over and over, while a fifth does `beside`.
 void log_words_from_four_threads(const std::function<void()> &beside) {
   qal_logger_init(nullptr, &record_console_locked, nullptr, nullptr);
   std::vector<std::thread> threads;

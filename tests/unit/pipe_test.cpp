@@ -124,7 +124,7 @@ TEST_F(PipeOpen, LetsTheWholeCommandBeSignalled) {
   ASSERT_TRUE(std::fgets(line, sizeof line, command.stream.get()));
   EXPECT_STREQ(line, "started\n");
   EXPECT_EQ(kill(-command.pid, SIGTERM), 0);
-  EXPECT_EQ(rest_of(command.stream.get()), "");  // nobody holds the other end any more
+  EXPECT_EQ(rest_of(command.stream.get()), "");  // no process holds the other end any more
   const int status = wait_for(command.pid);
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGTERM);

@@ -218,7 +218,7 @@ TEST(PlistPool, IsAbandonedByASecondSetUp) {
   });
 }
 
-// Makes lists and drops them again, each with nodes that nobody else may have.
+// Makes lists and drops them again, each with nodes that no other thread may have.
 void use_own_lists(int thread) {
   for (int round = 0; round < repetitions(2000); ++round) {
     QalPlist *list = qal_plist_create();

@@ -305,7 +305,7 @@ TEST_F(SweepRecords, LeavesALinkToADirectoryAlone) {
   EXPECT_EQ(names_in(world_.temporary()), std::vector{"halix_server1.dat"s});
 }
 
-// What the sweep itself meets it keeps to itself; the listing has a message for such an entry.
+// The sweep itself reports nothing; the listing has a message for such an entry.
 TEST_F(SweepRecords, LeavesALinkToNothingAloneAndOnlyTheListingSpeaksOfIt) {
   const auto path = world_.temporary() + "/halix_server1.dat";
   ASSERT_EQ(symlink((world_.root() + "/missing").c_str(), path.c_str()), 0);

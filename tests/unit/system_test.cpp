@@ -169,7 +169,7 @@ void reap(pid_t pid) {
   }
 }
 
-// The answers are the opposite of what the name suggests, as the sweep of server records needs it.
+// The results are the opposite of what the name suggests, as the sweep of server records needs it.
 TEST(ProcessProbe, AnswersZeroForTheCaller) { EXPECT_EQ(qal_is_pid_running(getpid()), 0); }
 
 TEST(ProcessProbe, AnswersOneForAProcessThatIsGone) {

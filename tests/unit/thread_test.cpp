@@ -243,7 +243,7 @@ class FullThreadTable : public Threads {
     for (count_ = 0; count_ < last_index; ++count_) {
       int index = untouched;
       if (qal_thread_create(&index, &wait_at_gate, &*gate_) != 0) {
-        qal_thread_join(&index, nullptr);  // the slot of the refused thread
+        qal_thread_join(&index, nullptr);  // the slot of the thread that did not start
         FAIL() << "the system allows " << count_ << " threads";
       }
       EXPECT_EQ(index, count_ + 1);
