@@ -2,8 +2,9 @@
 """The areas of this project, as areas.json has them: each with its headers, sources and tests, named
 once. The build, the measurements and the tables of the documents read them from there.
 
-usage: areas.py check    whether every file named there exists, and every file is named there
-       areas.py tables   writes the tables of areas into README.md and docs/index.md
+usage: areas.py check      whether every file named there exists, and every file is named there
+       areas.py names KEY  what the entries have under the key, a line each
+       areas.py tables     writes the tables of areas into README.md and docs/index.md
 
 An entry holds
   holds     what the area is about, as the tables say it
@@ -11,8 +12,9 @@ An entry holds
   sources   the files that are compiled into the product
   critical  those of them, or headers beside them, of which every branch is to be tested
   tests     the test programs: NAME stands for NAME_test.cpp in a folder of tests/
-  threads   which of their cases start threads, as a filter of GoogleTest
-  formats   the test programs whose texts are formatted
+  threads   which of their cases start threads, as a filter of GoogleTest; TARGET.corpus is the replay
+            of a fuzz target
+  formats   the test programs that show how texts are formatted
   fuzz      the fuzz targets, NAME_fuzz.cpp
 """
 import json
@@ -31,7 +33,8 @@ def all_of(key):
 
 def threaded():
     """For each test program with threads, the filter for its cases."""
-    return {test: cases for area in AREAS.values() for test, cases in area.get("threads", {}).items()}
+    return {name: cases for area in AREAS.values() for name, cases in area.get("threads", {}).items()
+            if not name.endswith(".corpus")}
 
 
 def tests_of(source):
@@ -109,6 +112,9 @@ def write_table(document, table):
 def main():
     if sys.argv[1:] == ["check"]:
         return 0 if check() else 1
+    if sys.argv[1:2] == ["names"]:
+        print("\n".join(all_of(sys.argv[2])))
+        return 0
     if sys.argv[1:] == ["tables"]:
         write_table("README.md", readme_table())
         write_table("docs/index.md", index_table())

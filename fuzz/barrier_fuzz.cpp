@@ -9,28 +9,28 @@
 #include <functional>
 #include <vector>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 #include "team.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::pause;
 using qal::fuzz::require;
-using qal::fuzz::Team;
 using qal::fuzz::team_of;
 using qal::fuzz::Watchdog;
+using qal::test::Team;
 
 constexpr int most_threads = 4;
 
 struct Group {
-  explicit Group(Choices &choices)
-      : threads(static_cast<int>(choices.below(most_threads)) + 1),
-        cycles(static_cast<int>(choices.below(12)) + 1),
-        later_size(choices.byte()),
-        cancelled(choices.byte()) {
-    for (std::uint8_t &length : pauses) length = choices.byte();
+  explicit Group(Input &input)
+      : threads(static_cast<int>(input.below(most_threads)) + 1),
+        cycles(static_cast<int>(input.below(12)) + 1),
+        later_size(input.byte()),
+        cancelled(input.byte()) {
+    for (std::uint8_t &length : pauses) length = input.byte();
   }
 
   int threads;
@@ -67,7 +67,7 @@ void play(QalThreadBarrier &barrier, const Group &group) {
   for (std::size_t i = 0; i < team.size(); ++i) {
     if (group.cancelled >> i & 1U) team[i]->cancel();
   }
-  for (const auto &member : team) require(member->finished(), "meeting cannot be cancelled");
+  for (const auto &member : team) require(member->join() == 0, "meeting cannot be cancelled");
   for (const Cycle &cycle : cycles) require(cycle.told_last == 1, "one arrival is the last");
   require(barrier.phase == (phase ^ (static_cast<unsigned>(group.cycles) & 1U)),
           "every cycle flips the phase");
@@ -78,10 +78,10 @@ void play(QalThreadBarrier &barrier, const Group &group) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const Watchdog watchdog;
-  Choices choices(data, size);
+  Input input(data, size);
   QalThreadBarrier barrier;
   require(qal_thread_barrier_init(&barrier) == 0, "a barrier can be made");
-  for (int groups = 0; choices.left() && groups < 8; ++groups) play(barrier, Group(choices));
+  for (int groups = 0; input.left() && groups < 8; ++groups) play(barrier, Group(input));
   require(qal_thread_barrier_destroy(&barrier) == 0, "a barrier can be ended");
   require(qal_thread_barrier(&barrier, 1) == -1, "nobody meets at what has ended");
   return 0;

@@ -12,13 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "choices.hpp"
 #include "error_text.hpp"
+#include "input.hpp"
 #include "require.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::printed_by;
 using qal::fuzz::require;
 
@@ -68,13 +68,13 @@ class Tested {
     require(!table_, "the handle of a table that ended is none");
   }
 
-  Argument argument(Choices &choices) const {
-    return {text(choices, table_ ? table_->key_size : 0),
-            text(choices, table_ ? table_->data_size : 0)};
+  Argument argument(Input &input) const {
+    return {text(input, table_ ? table_->key_size : 0),
+            text(input, table_ ? table_->data_size : 0)};
   }
   // One too small and one too large among them.
-  int32_t slot(Choices &choices) const {
-    return static_cast<int32_t>(choices.below(model_.size() + 2)) - 1;
+  int32_t slot(Input &input) const {
+    return static_cast<int32_t>(input.below(model_.size() + 2)) - 1;
   }
 
   void add(int32_t slot, const Argument &with) {
@@ -138,8 +138,8 @@ class Tested {
   using Call = int (*)(QalHash *, int32_t, const void *, void *);
 
   // Few texts, so that equal keys meet; they differ in the first byte, in the last or in both.
-  static std::optional<std::string> text(Choices &choices, int32_t size) {
-    const std::size_t letter = choices.below(9);
+  static std::optional<std::string> text(Input &input, int32_t size) {
+    const std::size_t letter = input.below(9);
     if (letter == 8) return {};
     std::string bytes(static_cast<std::size_t>(size), 'k');
     if (bytes.empty()) return bytes;
@@ -258,11 +258,11 @@ constexpr std::array<int32_t, 12> key_sizes = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 16,
 constexpr std::array<int32_t, 6> data_sizes = {0, 1, 3, 4, 8, 16};
 
 // Two tables alike, one that differs, and none.
-std::vector<Tested> tables_of(Choices &choices) {
-  const auto slots = static_cast<int32_t>(choices.below(4) + 1);
-  const int32_t key_size = key_sizes[choices.below(key_sizes.size())];
-  const int32_t data_size = data_sizes[choices.below(data_sizes.size())];
-  const auto chunk_count = static_cast<int32_t>(choices.below(5) + 1);
+std::vector<Tested> tables_of(Input &input) {
+  const auto slots = static_cast<int32_t>(input.below(4) + 1);
+  const int32_t key_size = key_sizes[input.below(key_sizes.size())];
+  const int32_t data_size = data_sizes[input.below(data_sizes.size())];
+  const auto chunk_count = static_cast<int32_t>(input.below(5) + 1);
   std::vector<Tested> tables;
   tables.emplace_back(slots, key_size, data_size, false, chunk_count);
   tables.emplace_back(slots, key_size, data_size, true, chunk_count);
@@ -271,25 +271,25 @@ std::vector<Tested> tables_of(Choices &choices) {
   return tables;
 }
 
-void perform(std::vector<Tested> &tables, Choices &choices) {
-  const std::size_t operation = choices.below(8);
-  Tested &table = tables[choices.below(tables.size())];
+void perform(std::vector<Tested> &tables, Input &input) {
+  const std::size_t operation = input.below(8);
+  Tested &table = tables[input.below(tables.size())];
   switch (operation) {
     case 0:
       return table.reinit();
     case 1: {
-      Tested &src = tables[choices.below(tables.size())];
+      Tested &src = tables[input.below(tables.size())];
       Verdicts verdicts;
-      for (int &answer : verdicts.answers) answer = static_cast<int>(choices.below(4));
-      return table.merge(src, verdicts, choices.flag());
+      for (int &answer : verdicts.answers) answer = static_cast<int>(input.below(4));
+      return table.merge(src, verdicts, input.flag());
     }
     case 2:
-      return table.traverse(table.slot(choices));
+      return table.traverse(table.slot(input));
     default:
       break;
   }
-  const int32_t slot = table.slot(choices);
-  const Argument argument = table.argument(choices);
+  const int32_t slot = table.slot(input);
+  const Argument argument = table.argument(input);
   if (operation == 3) return table.find(slot, argument);
   if (operation == 4) return table.remove(slot, argument);
   table.add(slot, argument);
@@ -298,10 +298,10 @@ void perform(std::vector<Tested> &tables, Choices &choices) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  Choices choices(data, size);
-  std::vector<Tested> tables = tables_of(choices);
-  while (choices.left()) {
-    perform(tables, choices);
+  Input input(data, size);
+  std::vector<Tested> tables = tables_of(input);
+  while (input.left()) {
+    perform(tables, input);
     for (const Tested &table : tables) table.compare();
   }
   return 0;

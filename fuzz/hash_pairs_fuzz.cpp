@@ -13,12 +13,12 @@
 #include <optional>
 #include <utility>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::require;
 
 using Key = std::pair<int32_t, int32_t>;  // in ascending order
@@ -26,11 +26,11 @@ using Value = std::uint8_t;
 using Model = std::map<Key, std::deque<Value>>;  // the values of a key in the order of their adding
 
 // Few enough to meet again, with those whose sums wrap around; now and then any.
-int32_t integer(Choices &choices) {
+int32_t integer(Input &input) {
   constexpr std::array<int32_t, 12> usual{0,  1,  2,       3,       4,           -1,
                                           -2, -3, INT_MAX, INT_MIN, INT_MAX - 1, INT_MIN + 1};
-  const std::size_t choice = choices.below(usual.size() + 1);
-  return choice < usual.size() ? usual[choice] : choices.integer();
+  const std::size_t choice = input.below(usual.size() + 1);
+  return choice < usual.size() ? usual[choice] : input.integer();
 }
 
 // Pairs with one mean share a slot.
@@ -59,11 +59,11 @@ void look_up(QalHashPairs *pairs, Model &model, int32_t a, int32_t b, bool remov
   require(value == expected.value_or(0), "its first value is handed over");
 }
 
-void perform(QalHashPairs *pairs, Model &model, Choices &choices) {
-  const std::size_t operation = choices.below(6);
-  const int32_t a = integer(choices);
-  const int32_t b = integer(choices);
-  const Value value = choices.byte();
+void perform(QalHashPairs *pairs, Model &model, Input &input) {
+  const std::size_t operation = input.below(6);
+  const int32_t a = integer(input);
+  const int32_t b = integer(input);
+  const Value value = input.byte();
   switch (operation) {
     case 0:
       qal_hash_pairs_reinit(pairs);
@@ -109,19 +109,18 @@ void use_no_table(int32_t a, int32_t b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  Choices choices(data, size);
-  const auto num_slots = static_cast<int32_t>(choices.byte()) - 4;
-  const auto chunk_count = static_cast<int32_t>(choices.below(8));
-  QalHashPairs *pairs =
-      qal_hash_pairs_create(num_slots, chunk_count, sizeof(Value), choices.flag());
+  Input input(data, size);
+  const auto num_slots = static_cast<int32_t>(input.byte()) - 4;
+  const auto chunk_count = static_cast<int32_t>(input.below(8));
+  QalHashPairs *pairs = qal_hash_pairs_create(num_slots, chunk_count, sizeof(Value), input.flag());
   require((pairs != nullptr) == (num_slots >= 1 && chunk_count >= 1), "a table has a shape");
   if (!pairs) {
-    use_no_table(choices.integer(), choices.integer());
+    use_no_table(input.integer(), input.integer());
     return 0;
   }
   Model model;
-  while (choices.left()) {
-    perform(pairs, model, choices);
+  while (input.left()) {
+    perform(pairs, model, input);
     compare(*pairs, model);
   }
   qal_hash_pairs_destroy(&pairs);

@@ -1,5 +1,5 @@
-// Takes a fuzz input apart from front to back. What the input is too short for reads as zero or as
-// empty, so that every input means something.
+// Reads a fuzz input from front to back. Beyond its end everything is zero or empty, so that every
+// input means something.
 #pragma once
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qal::fuzz {
 
@@ -15,7 +16,7 @@ class Input {
   Input(const std::uint8_t *data, std::size_t size)
       : rest_(reinterpret_cast<const char *>(data), size) {}
 
-  bool is_used_up() const { return rest_.empty(); }
+  bool left() const { return !rest_.empty(); }
 
   std::uint8_t byte() {
     if (rest_.empty()) return 0;
@@ -24,10 +25,27 @@ class Input {
     return byte;
   }
 
+  bool flag() { return byte() % 2 != 0; }
+
+  std::size_t below(std::size_t limit) { return byte() % limit; }
+
+  // An index into `row`, or its size now and then: an element that is not there.
+  template <typename T>
+  std::size_t index_of(const std::vector<T> &row) {
+    return below(row.size() + 1);
+  }
+
   // Two bytes, the lower one first.
   unsigned number() {
     const unsigned low = byte();
     return low | static_cast<unsigned>(byte()) << 8;
+  }
+
+  // Four bytes, the highest first.
+  std::int32_t integer() {
+    std::uint32_t bits = 0;
+    for (int i = 0; i < 4; ++i) bits = bits << 8 | byte();
+    return static_cast<std::int32_t>(bits);
   }
 
   // A number from -8 to 7, for sizes about a limit.

@@ -1,9 +1,5 @@
-// What both kinds of lists have to do, played beside vectors: three lists, no list, and loose
-// elements that are in none. `Kind` gives one kind's calls the same names and has
-//   List, Element          the types, each handled by address
-//   has_lists, has_elements  whether the pools can give any
-//   key(element)           the address that a comparison is handed
-//   check(element, number) whether the element still holds what `fill` gave it
+// A model of both kinds of lists over vectors: three lists, a null list, and loose elements that
+// are in none. `Kind` is one of support/list_kinds.hpp.
 #pragma once
 
 #include <algorithm>
@@ -13,14 +9,13 @@
 #include <utility>
 #include <vector>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 #include "support/merge_model.hpp"
 
 namespace qal::fuzz {
 
-// The comparison of the lists has no context of its own, so what it decides by and what it saw
-// stand here.
+// The lists pass no context to the comparison, so its order and what it compared are kept here.
 struct Sorting {
   static inline std::map<const void *, test::Item> items;
   static inline test::ItemOrder order;
@@ -47,39 +42,44 @@ class LinkedLists {
   LinkedLists(const LinkedLists &) = delete;
   LinkedLists &operator=(const LinkedLists &) = delete;
 
-  void perform(Choices &choices) {
-    const std::size_t operation = choices.below(12);
-    const std::size_t at = choices.below(lists_.size());
+  void perform(Input &input) {
+    const std::size_t operation = input.below(12);
+    const std::size_t at = input.below(lists_.size());
     switch (operation) {
       case 0:
-        return free(choices.index_of(loose_));
+        return free(input.index_of(loose_));
       case 1:
-        return link(at, choices.index_of(loose_), 0, &Kind::prepend);
+        return link(at, input.index_of(loose_), 0, Kind::prepend);
       case 2:
-        return link(at, choices.index_of(loose_), model_[at].size(), &Kind::append);
+        return link(at, input.index_of(loose_), model_[at].size(), Kind::append);
       case 3:
-        return insert(at, choices, 1, &Kind::insert_after);
+        return insert(at, input, 1, Kind::insert_after);
       case 4:
-        return insert(at, choices, 0, &Kind::insert_before);
+        return insert(at, input, 0, Kind::insert_before);
       case 5:
-        return remove(at, choices.index_of(model_[at]));
+        return remove(at, input.index_of(model_[at]));
       case 6:
         return pop(at);
       case 7:
-        return concat(at, choices.below(lists_.size()));
+        return concat(at, input.below(lists_.size()));
       case 8:
-        return sort(at, choices.flag() ? &test::compare_keys : &test::compare_without_reason);
+        return sort(at, input.flag() ? &test::compare_keys : &test::compare_without_reason);
       case 9:
         return renew_if_list(at);
       default:
-        return alloc(choices.below(8));
+        return alloc(input.below(8));
     }
   }
 
   void compare() const {
-    for (std::size_t at = 0; at < lists_.size(); ++at) compare(lists_[at], model_[at]);
+    std::size_t elements = loose_.size();
+    for (std::size_t at = 0; at < lists_.size(); ++at) {
+      compare(lists_[at], model_[at]);
+      elements += model_[at].size();
+    }
+    require(kind_.holds(no_list, elements), "the pools know what is in use");
     for (Element *const element : loose_) {
-      require(!kind_.next(element) && !kind_.prev(element), "a loose element has no links");
+      require(!Kind::next(element) && !Kind::prev(element), "a loose element has no links");
       check(element);
     }
   }
@@ -88,8 +88,8 @@ class LinkedLists {
   using List = typename Kind::List;
   using Element = typename Kind::Element;
   using Elements = std::vector<Element *>;
-  using Link = void (Kind::*)(List *, Element *);
-  using Insert = void (Kind::*)(List *, Element *, Element *);
+  using Link = void (*)(List *, Element *);
+  using Insert = void (*)(List *, Element *, Element *);
   static constexpr std::size_t no_list = 3;
 
   static auto place(Elements &elements, std::size_t at) {
@@ -106,12 +106,12 @@ class LinkedLists {
   }
 
   void compare(const List *list, const Elements &expected) const {
-    require(kind_.length(list) == expected.size(), "a list is as long as in the model");
-    require(kind_.first(list) == (expected.empty() ? nullptr : expected.front()), "the same first");
-    require(kind_.last(list) == (expected.empty() ? nullptr : expected.back()), "the same last");
+    require(Kind::length(list) == expected.size(), "a list is as long as in the model");
+    require(Kind::first(list) == (expected.empty() ? nullptr : expected.front()), "the same first");
+    require(Kind::last(list) == (expected.empty() ? nullptr : expected.back()), "the same last");
     for (std::size_t i = 0; i < expected.size(); ++i) {
-      require(kind_.next(expected[i]) == element_at(expected, i + 1), "the same next one");
-      require(kind_.prev(expected[i]) == element_at(expected, i - 1), "the same one before");
+      require(Kind::next(expected[i]) == element_at(expected, i + 1), "the same next one");
+      require(Kind::prev(expected[i]) == element_at(expected, i - 1), "the same one before");
       check(expected[i]);
     }
   }
@@ -128,22 +128,22 @@ class LinkedLists {
 
   void free(std::size_t which) {
     Element *const element = element_at(loose_, which);
-    kind_.free(element);
+    require(kind_.free(element), "the handle of an element given back is null");
     if (element) loose_.erase(place(loose_, which));
   }
 
   void link(std::size_t at, std::size_t which, std::size_t where, Link operation) {
     Element *const element = element_at(loose_, which);
-    (kind_.*operation)(lists_[at], element);
+    operation(lists_[at], element);
     if (lists_[at] && element) move_in(at, which, where);
   }
 
-  void insert(std::size_t at, Choices &choices, std::size_t behind, Insert operation) {
-    const std::size_t which = choices.index_of(loose_);
-    const std::size_t where = choices.index_of(model_[at]);
+  void insert(std::size_t at, Input &input, std::size_t behind, Insert operation) {
+    const std::size_t which = input.index_of(loose_);
+    const std::size_t where = input.index_of(model_[at]);
     Element *const element = element_at(loose_, which);
     Element *const neighbour = element_at(model_[at], where);
-    (kind_.*operation)(lists_[at], neighbour, element);
+    operation(lists_[at], neighbour, element);
     if (neighbour && element) move_in(at, which, where + behind);
   }
 
@@ -159,17 +159,17 @@ class LinkedLists {
 
   void remove(std::size_t at, std::size_t where) {
     Element *const element = element_at(model_[at], where);
-    kind_.remove(lists_[at], element);
+    Kind::remove(lists_[at], element);
     if (element) move_out(at, where);
   }
 
   void pop(std::size_t at) {
-    require(kind_.pop(lists_[at]) == element_at(model_[at], 0), "the first element is popped");
+    require(Kind::pop(lists_[at]) == element_at(model_[at], 0), "the first element is popped");
     if (!model_[at].empty()) move_out(at, 0);
   }
 
   void concat(std::size_t at, std::size_t other) {
-    kind_.concat(lists_[at], lists_[other]);
+    Kind::concat(lists_[at], lists_[other]);
     if (at == other || !lists_[at] || !lists_[other]) return;
     model_[at].insert(model_[at].end(), model_[other].begin(), model_[other].end());
     model_[other].clear();
@@ -178,7 +178,7 @@ class LinkedLists {
   void sort(std::size_t at, const test::ItemOrder &order) {
     Sorting::order = order;
     Sorting::seen.clear();
-    kind_.sort(lists_[at], &Sorting::compare);
+    Kind::sort(lists_[at], &Sorting::compare);
     test::Items items;
     std::map<int, Element *> elements;
     for (Element *const element : model_[at]) {
@@ -194,7 +194,7 @@ class LinkedLists {
   }
 
   void renew_if_list(std::size_t at) {
-    kind_.destroy(lists_[at]);
+    require(kind_.destroy(lists_[at]), "the handle of a list that ended is as it should be");
     if (at != no_list) renew(at);
   }
 
@@ -210,5 +210,16 @@ class LinkedLists {
   Elements loose_;
   int next_identity_ = 0;
 };
+
+// Plays lists whose shape and operations the input chooses.
+template <typename Kind>
+void play_lists(Input &input) {
+  Kind kind(input);
+  LinkedLists<Kind> lists(kind);
+  while (input.left()) {
+    lists.perform(input);
+    lists.compare();
+  }
+}
 
 }  // namespace qal::fuzz

@@ -9,13 +9,13 @@
 #include <cstring>
 #include <vector>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 #include "support/pool_model.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::require;
 
 // Without start-up every thread has index 0.
@@ -28,16 +28,16 @@ class PoolPlay {
  public:
   explicit PoolPlay(QalMpool &pool) : pool_(pool), model_(pool) {}
 
-  void perform(Choices &choices) {
-    switch (choices.below(8)) {
+  void perform(Input &input) {
+    switch (input.below(8)) {
       case 0:
       case 1:
       case 2:
-        return free(choices.index_of(used_));
+        return free(input.index_of(used_));
       case 3:
         return verify();
       default:
-        return alloc(choices.below(indices.size() + 2));
+        return alloc(input.below(indices.size() + 2));
     }
   }
 
@@ -46,7 +46,7 @@ class PoolPlay {
  private:
   static constexpr std::array<int, 4> indices{0, 1, 5, 2047};
 
-  // Two choices stand for indices beyond both ends of the table.
+  // Two bytes stand for indices beyond both ends of the table.
   void alloc(std::size_t who) {
     const bool valid = who < indices.size();
     const int index = valid ? indices[who] : who == indices.size() ? -1 : 2048;
@@ -96,15 +96,15 @@ void use_no_pool() {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   static const bool started = start_threads();
   require(started, "the thread layer can be started");
-  Choices choices(data, size);
-  const auto element_size = static_cast<uint32_t>(choices.below(70));
-  QalMpool *pool = qal_mpool_create(element_size, static_cast<uint32_t>(choices.below(10)));
+  Input input(data, size);
+  const auto element_size = static_cast<uint32_t>(input.below(70));
+  QalMpool *pool = qal_mpool_create(element_size, static_cast<uint32_t>(input.below(10)));
   require(pool && pool->element_size >= 16 && pool->element_size >= element_size &&
               pool->element_size % 8 == 0,
           "a pool has room for its elements");
   PoolPlay play(*pool);
-  while (choices.left()) {
-    play.perform(choices);
+  while (input.left()) {
+    play.perform(input);
     play.compare();
   }
   qal_mpool_destroy(&pool);

@@ -5,72 +5,17 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "linked_lists.hpp"
 #include "require.hpp"
+#include "support/list_kinds.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
-using qal::fuzz::LinkedLists;
+using qal::fuzz::Input;
 using qal::fuzz::require;
 
-// Every node points to itself.
-class PointerLists {
- public:
-  using List = QalPlist;
-  using Element = QalPlistNode;
-
-  explicit PointerLists(Choices &choices)
-      : header_chunk_(static_cast<uint32_t>(choices.below(5))),
-        node_chunk_(static_cast<uint32_t>(choices.below(6))) {
-    require(qal_plist_pool_create(header_chunk_, node_chunk_) == 0, "pools can be made");
-  }
-  ~PointerLists() { qal_plist_pool_destroy(); }
-  PointerLists(const PointerLists &) = delete;
-  PointerLists &operator=(const PointerLists &) = delete;
-
-  bool has_lists() const { return header_chunk_ > 0; }
-  bool has_elements() const { return node_chunk_ > 0; }
-
-  static List *create() { return qal_plist_create(); }
-  static void destroy(List *&list) {
-    qal_plist_destroy(&list);
-    require(!list, "the handle of a list that ended is none");
-  }
-  static Element *alloc() { return qal_plist_alloc(); }
-  static void free(Element *node) {
-    qal_plist_free(&node);
-    require(!node, "the handle of a node given back is none");
-  }
-  static void fill(Element *node, int /*number*/) { node->data = node; }
-  static bool check(const Element *node, int /*number*/) { return node->data == node; }
-
-  static const void *key(const Element *node) { return node; }
-  static Element *first(const List *list) { return qal_plist_first(list); }
-  static Element *last(const List *list) { return qal_plist_last(list); }
-  static Element *next(const Element *node) { return qal_plist_next(node); }
-  static Element *prev(const Element *node) { return qal_plist_prev(node); }
-  static uint32_t length(const List *list) { return qal_plist_length(list); }
-  void prepend(List *list, Element *node) { qal_plist_prepend(list, node); }
-  void append(List *list, Element *node) { qal_plist_append(list, node); }
-  void insert_after(List *list, Element *at, Element *node) {
-    qal_plist_insert_after(list, at, node);
-  }
-  void insert_before(List *list, Element *at, Element *node) {
-    qal_plist_insert_before(list, at, node);
-  }
-  static void remove(List *list, Element *node) { qal_plist_remove(list, node); }
-  static Element *pop(List *list) { return qal_plist_pop(list); }
-  static void concat(List *dst, List *src) { qal_plist_concat(dst, src); }
-  static void sort(List *list, QalPlistCompare compare) { qal_plist_sort(list, compare); }
-
- private:
-  uint32_t header_chunk_;
-  uint32_t node_chunk_;
-};
-
-// What is asked for without pools is none, and what was left goes quietly.
+// Without pools there are no lists and no nodes, and handles of earlier ones are cleared.
 void use_no_pools() {
   QalPlist *list = qal_plist_create();
   QalPlistNode *node = qal_plist_alloc();
@@ -87,15 +32,8 @@ void use_no_pools() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  Choices choices(data, size);
-  {
-    PointerLists kind(choices);
-    LinkedLists<PointerLists> lists(kind);
-    while (choices.left()) {
-      lists.perform(choices);
-      lists.compare();
-    }
-  }
+  Input input(data, size);
+  qal::fuzz::play_lists<qal::test::PointerLists>(input);
   use_no_pools();
   return 0;
 }

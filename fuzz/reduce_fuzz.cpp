@@ -10,18 +10,18 @@
 #include <functional>
 #include <vector>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 #include "team.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::pause;
 using qal::fuzz::require;
-using qal::fuzz::Team;
 using qal::fuzz::team_of;
 using qal::fuzz::Watchdog;
+using qal::test::Team;
 
 constexpr int most_threads = 4;
 constexpr int most_elements = 3;
@@ -30,17 +30,17 @@ template <typename Number>
 using Elements = std::array<Number, most_elements>;
 
 struct Group {
-  explicit Group(Choices &choices)
-      : operation(choices.below(6)),
-        threads(static_cast<int>(choices.below(most_threads)) + 1),
-        elements(static_cast<int>(choices.below(most_elements + 2)) - 1) {
-    for (int &value : values) value = value_of(choices);
-    for (std::uint8_t &length : pauses) length = choices.byte();
+  explicit Group(Input &input)
+      : operation(input.below(6)),
+        threads(static_cast<int>(input.below(most_threads)) + 1),
+        elements(static_cast<int>(input.below(most_elements + 2)) - 1) {
+    for (int &value : values) value = value_of(input);
+    for (std::uint8_t &length : pauses) length = input.byte();
   }
 
   // Small, or such that sums wrap around.
-  static int value_of(Choices &choices) {
-    const std::uint8_t byte = choices.byte();
+  static int value_of(Input &input) {
+    const std::uint8_t byte = input.byte();
     if (byte == 255) return INT_MAX;
     return byte == 254 ? INT_MIN : byte - 127;
   }
@@ -138,9 +138,9 @@ void play(const std::vector<Group> &groups, QalThreadBarrier &between, int threa
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const Watchdog watchdog;
-  Choices choices(data, size);
+  Input input(data, size);
   std::vector<Group> groups;
-  while (choices.left() && groups.size() < 24) groups.emplace_back(choices);
+  while (input.left() && groups.size() < 24) groups.emplace_back(input);
   QalThreadBarrier between;
   require(qal_thread_barrier_init(&between) == 0, "a barrier can be made");
   const std::function<void(int)> task = [&](int i) { play(groups, between, i); };

@@ -10,31 +10,30 @@
 #include <cstdint>
 #include <functional>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 #include "team.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
-using qal::fuzz::Member;
+using qal::fuzz::Input;
 using qal::fuzz::pause;
 using qal::fuzz::require;
-using qal::fuzz::Team;
 using qal::fuzz::team_of;
 using qal::fuzz::Watchdog;
+using qal::test::Team;
 
 constexpr int most_waiters = 4;
 
 // A round is one group: nobody begins to wait once releases have begun.
 struct Round {
-  explicit Round(Choices &choices)
-      : waiters(static_cast<int>(choices.below(most_waiters)) + 1),
-        cancelled_early(choices.byte()),
-        cancelled_late(choices.byte()),
-        spare_releases(static_cast<int>(choices.below(3))),
-        releasers(static_cast<int>(choices.below(2)) + 1) {
-    for (std::uint8_t &length : pauses) length = choices.byte();
+  explicit Round(Input &input)
+      : waiters(static_cast<int>(input.below(most_waiters)) + 1),
+        cancelled_early(input.byte()),
+        cancelled_late(input.byte()),
+        spare_releases(static_cast<int>(input.below(3))),
+        releasers(static_cast<int>(input.below(2)) + 1) {
+    for (std::uint8_t &length : pauses) length = input.byte();
   }
 
   int waiters;
@@ -65,7 +64,7 @@ class SemaPlay {
     while (count() != permits_ - round.waiters) sched_yield();
     cancel(team, round.cancelled_early);
     for (const auto &member : team) {
-      if (round.cancelled_early >> (&member - team.data()) & 1U) member->finished();
+      if (round.cancelled_early >> (&member - team.data()) & 1U) member->join();
     }
     const int releases = std::max(0, -count()) + round.spare_releases;
     release_beside(round, releases, [&] { cancel(team, round.cancelled_late); });
@@ -118,8 +117,8 @@ class SemaPlay {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const Watchdog watchdog;
-  Choices choices(data, size);
-  SemaPlay semaphore(static_cast<int>(choices.below(9)) - 3);
-  for (int rounds = 0; choices.left() && rounds < 16; ++rounds) semaphore.play(Round(choices));
+  Input input(data, size);
+  SemaPlay semaphore(static_cast<int>(input.below(9)) - 3);
+  for (int rounds = 0; input.left() && rounds < 16; ++rounds) semaphore.play(Round(input));
   return 0;
 }

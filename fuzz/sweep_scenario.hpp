@@ -62,7 +62,7 @@ class Scenario {
     name_directory(input.byte());
     answers_ = input.byte();
     transport = Transport{input.byte()};
-    while (!input.is_used_up() && entries.size() < most_entries) add_entry(input);
+    while (input.left() && entries.size() < most_entries) add_entry(input);
   }
 
   bool is_vanished(int pid) const { return (answers_ >> (pid & 7) & 1) != 0; }

@@ -1,4 +1,4 @@
-// Threads that follow a schedule, for targets whose property is that nobody waits for good.
+// Threads that follow a schedule, for targets whose property is that no thread waits forever.
 #pragma once
 
 #include <qal/thread.h>
@@ -10,12 +10,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
-#include <memory>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "require.hpp"
+#include "support/workers.hpp"
 
 namespace qal::fuzz {
 
@@ -60,65 +58,11 @@ inline void pause(std::uint8_t length) {
   }
 }
 
-// A thread of the layer.
-class Member {
- public:
-  explicit Member(std::function<void()> task) : task_(std::move(task)) {
-    static const bool started = qal_thread_init() == 0;
-    require(started, "the thread layer can be started");
-    require(qal_thread_create(&index_, &run, this) == 0, "a thread can be started");
-  }
-  ~Member() {
-    if (!joined_) finished();
-  }
-  Member(const Member &) = delete;
-  Member &operator=(const Member &) = delete;
-
-  // Refused where the platform forgets threads as they end.
-  void cancel() { qal_thread_cancel(&index_); }
-
-  // Waits for it; whether it came to its end and was not cancelled.
-  bool finished() {
-    int result = 0;
-    joined_ = true;
-    require(qal_thread_join(&index_, &result) == 0, "a thread can be joined");
-    return result == done;
-  }
-  bool is_joined() const { return joined_; }
-
- private:
-  static constexpr int done = 1;
-
-  // Stands on the stack of a thread that is cancelled: AddressSanitizer takes the stack back only
-  // where something is unwound.
-  struct Unwinding {
-    Unwinding() = default;
-    ~Unwinding() { ++count; }
-    Unwinding(const Unwinding &) = delete;
-    Unwinding &operator=(const Unwinding &) = delete;
-    static inline std::atomic<int> count{0};
-  };
-
-  static int run(void *member) {
-    const Unwinding unwinding;
-    static_cast<Member *>(member)->task_();
-    return done;
-  }
-
-  std::function<void()> task_;
-  int index_ = 0;
-  bool joined_ = false;
-};
-
-using Team = std::vector<std::unique_ptr<Member>>;
-
-// Starts `task(0)` to `task(count - 1)`, which has to stay until the team is gone.
-inline Team team_of(int count, const std::function<void(int)> &task) {
-  Team team;
-  for (int i = 0; i < count; ++i) {
-    team.push_back(std::make_unique<Member>([&task, i] { task(i); }));
-  }
-  return team;
+// As test::team_of, with the thread layer started.
+inline test::Team team_of(int count, const std::function<void(int)> &task) {
+  static const bool started = qal_thread_init() == 0;
+  require(started, "the thread layer can be started");
+  return test::team_of(count, task);
 }
 
 }  // namespace qal::fuzz

@@ -9,13 +9,13 @@
 #include <cstdio>
 #include <vector>
 
-#include "choices.hpp"
 #include "error_text.hpp"
+#include "input.hpp"
 #include "require.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::printed_by;
 using qal::fuzz::require;
 
@@ -27,12 +27,12 @@ struct Block {
 using Blocks = std::vector<Block>;
 
 // Both sides of every limit, or any small size.
-int64_t any_size(Choices &choices) {
+int64_t any_size(Input &input) {
   constexpr std::array<int64_t, 14> limits{INT64_MIN, -1,        0,         1,        99,
                                            100,       101,       249'999,   250'000,  250'001,
                                            999'999,   1'000'000, 1'000'001, 1'000'004};
-  const std::size_t which = choices.below(limits.size() + 8);
-  return which < limits.size() ? limits[which] : 50 + choices.byte() * 4;
+  const std::size_t which = input.below(limits.size() + 8);
+  return which < limits.size() ? limits[which] : 50 + input.byte() * 4;
 }
 
 class Model {
@@ -91,8 +91,8 @@ class Model {
   }
 
   // A block in use, an idle one, or one that is no block.
-  void *any_address(Choices &choices) {
-    const std::size_t which = choices.below(in_use_.size() + idle_.size() + 1);
+  void *any_address(Input &input) {
+    const std::size_t which = input.below(in_use_.size() + idle_.size() + 1);
     if (which < in_use_.size()) return in_use_[which].address;
     const std::size_t idle = which - in_use_.size();
     return idle < idle_.size() ? idle_[idle].address : this;
@@ -159,8 +159,8 @@ class Model {
   Blocks idle_;
 };
 
-void perform(Model &model, Choices &choices) {
-  switch (choices.below(12)) {
+void perform(Model &model, Input &input) {
+  switch (input.below(12)) {
     case 0:
       return model.free_all();
     case 1:
@@ -168,26 +168,26 @@ void perform(Model &model, Choices &choices) {
     case 2:
       return model.display();
     case 3:
-      return model.free(model.any_address(choices));
+      return model.free(model.any_address(input));
     case 4:
     case 5:
-      return model.resize(model.any_address(choices), any_size(choices));
+      return model.resize(model.any_address(input), any_size(input));
     case 6:
     case 7:
     case 8:
-      return model.release(model.any_address(choices));
+      return model.release(model.any_address(input));
     default:
-      return model.alloc(any_size(choices));
+      return model.alloc(any_size(input));
   }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  Choices choices(data, size);
+  Input input(data, size);
   Model model;
-  while (choices.left()) {
-    perform(model, choices);
+  while (input.left()) {
+    perform(model, input);
     model.compare();
   }
   model.free_all();

@@ -9,12 +9,12 @@
 #include <iterator>
 #include <map>
 
-#include "choices.hpp"
+#include "input.hpp"
 #include "require.hpp"
 
 namespace {
 
-using qal::fuzz::Choices;
+using qal::fuzz::Input;
 using qal::fuzz::require;
 
 struct Values {
@@ -26,11 +26,11 @@ constexpr std::uint64_t counted_bits = (std::uint64_t{1} << 48) - 1;
 
 // A registered id, or one near the next; now and then with other upper bits, of which the lowest
 // still counts.
-std::uint64_t any_id(const Model &model, Choices &choices) {
+std::uint64_t any_id(const Model &model, Input &input) {
   constexpr std::array<std::uint64_t, 4> upper_bits{
       0, std::uint64_t{1} << 48, std::uint64_t{0xFFFF} << 48, std::uint64_t{1} << 47};
-  const std::size_t which = choices.below(model.size() + 3);
-  const std::uint64_t upper = upper_bits[choices.below(upper_bits.size())];
+  const std::size_t which = input.below(model.size() + 3);
+  const std::uint64_t upper = upper_bits[input.below(upper_bits.size())];
   if (which >= model.size()) return (qal_uid_next() - 1 + which - model.size()) | upper;
   return std::next(model.begin(), static_cast<std::ptrdiff_t>(which))->first | upper;
 }
@@ -65,18 +65,18 @@ void retire(Model &model, std::uint64_t id) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   require(qal_uid_init() == 0, "the registry can be made");
-  Choices choices(data, size);
+  Input input(data, size);
   Model model;
-  while (choices.left()) {
-    switch (choices.below(4)) {
+  while (input.left()) {
+    switch (input.below(4)) {
       case 0:
-        find(model, any_id(model, choices));
+        find(model, any_id(model, input));
         break;
       case 1:
-        retire(model, any_id(model, choices));
+        retire(model, any_id(model, input));
         break;
       default:
-        add(model, {choices.byte() * ~std::uint64_t{0} / 255, choices.byte()});
+        add(model, {input.byte() * ~std::uint64_t{0} / 255, input.byte()});
     }
     for (const auto &entry : model) find(model, entry.first);
   }

@@ -58,7 +58,7 @@ def merge(area):
         folder.mkdir(parents=True, exist_ok=True)
     seeds, merged = unpacked(area)
     shutil.copytree(seeds, merged, dirs_exist_ok=True)
-    subprocess.run([WORK / "fuzz" / f"{area}_fuzz", "-merge=1", "-timeout=10",
+    subprocess.run([figures.BUILD / "asan" / "fuzz" / f"{area}_fuzz", "-merge=1", "-timeout=10",
                     f"-artifact_prefix={findings}/", merged, found], check=True)
     pack(area, merged)
 

@@ -124,7 +124,7 @@ def main():
     finally:
         server.stop()
     expect("exit status 0 and no output", (run.returncode, run.stdout, run.stderr), (0, b"", b""))
-    # A server that says no, or does not know the page, has been asked all the same: once.
+    # A server that refuses or does not know the page is still asked once.
     expect("one request for each settled record", sorted(server.requests()), sorted([
         "halix GET /settle?1 HTTP/1.1 200",
         "halix GET /settle?2 HTTP/1.1 401",

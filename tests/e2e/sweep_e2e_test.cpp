@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 using qal::test::exists;
 using qal::test::foreign_pid;
 using qal::test::LiveOwner;
@@ -52,7 +52,7 @@ class SweepTool : public testing::Test {
     EXPECT_TRUE(succeeded_in_silence(world_.run_tool(start)));
   }
 
-  // Leaves `content` as the only record and says whether it is still there after a run.
+  // Leaves `content` as the only record and returns whether it is still there after a run.
   bool keeps(std::string_view content) {
     const auto path = world_.record("halix_server1.dat", content);
     run();
@@ -316,7 +316,7 @@ TEST_F(SweepHostileContents, ThatReplaceTheRecordMeanwhileWaitForTheNextRun) {
 TEST_F(SweepHostileContents, OfALinkAreReadAndTheLinkIsDeleted) {
   const auto target = world_.file(world_.home() + "/target", live_record());
   ASSERT_EQ(symlink(target.c_str(), (world_.temporary() + "/halix_server1.dat").c_str()), 0);
-  // Some systems let nobody follow another's link in a shared directory; this one is the user's.
+  // Some systems follow no other user's link in a shared directory; this one is the user's own.
   ASSERT_EQ(
       lchown((world_.temporary() + "/halix_server1.dat").c_str(), geteuid() ? -1u : 65534u, -1u),
       0);

@@ -1,11 +1,10 @@
-// What happens when memory is short. The linker wraps malloc, calloc and realloc.
+// What happens when memory is short.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/alloc.h>
 #include <qal/logger.h>
 #include <qal/temp_mem.h>
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -13,26 +12,17 @@
 #include <string>
 #include <vector>
 
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 
 namespace {
 
-// Counts down to the allocation that fails; 0 lets all succeed.
-std::atomic<int> calls_until_failure = 0;
-std::atomic<int> allocations = 0;
-std::atomic<int> reason = ENOMEM;
-std::atomic<void *> last_block = nullptr;
-std::atomic<std::size_t> last_size = 0;
+using qal::test::fail_nth;
+using qal::test::Fault;
 
-bool fails_now() {
-  ++allocations;
-  return calls_until_failure > 0 && --calls_until_failure == 0;
-}
-
-void *out_of_memory() {
-  errno = reason;
-  return nullptr;
-}
+Fault allocations;
+void *last_block = nullptr;
+std::size_t last_size = 0;
 
 }  // namespace
 
@@ -43,14 +33,14 @@ void *__real_realloc(void *block, std::size_t size);
 
 void *__wrap_malloc(std::size_t size) {
   last_size = size;
-  if (fails_now()) return out_of_memory();
+  if (allocations.strikes()) return nullptr;
   return last_block = __real_malloc(size);
 }
 void *__wrap_calloc(std::size_t count, std::size_t size) {
-  return fails_now() ? out_of_memory() : __real_calloc(count, size);
+  return allocations.strikes() ? nullptr : __real_calloc(count, size);
 }
 void *__wrap_realloc(void *block, std::size_t size) {
-  return fails_now() ? out_of_memory() : __real_realloc(block, size);
+  return allocations.strikes() ? nullptr : __real_realloc(block, size);
 }
 }
 
@@ -73,7 +63,7 @@ TEST(AllocMallocFault, ReportsFourLinesAndLeavesNull) {
   const LogCapture log;
   int unrelated = 0;
   void *block = &unrelated;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   qal_malloc("my label", static_cast<void *>(&block), 4096, 77, "some/file");
   EXPECT_EQ(block, nullptr);
   EXPECT_THAT(log.lines(),
@@ -85,7 +75,7 @@ TEST(AllocMallocFault, ReportsFourLinesAndLeavesNull) {
 TEST(AllocMallocFault, KeepsErrno) {
   const LogCapture log;
   char *block = nullptr;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   QAL_MALLOC("label", block, 1);
   EXPECT_EQ(errno, ENOMEM);
 }
@@ -93,10 +83,8 @@ TEST(AllocMallocFault, KeepsErrno) {
 TEST(AllocMallocFault, ShowsTheReasonThatTheSystemGives) {
   const LogCapture log;
   char *block = nullptr;
-  reason = EAGAIN;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, EAGAIN);
   QAL_MALLOC("label", block, 1);
-  reason = ENOMEM;
   EXPECT_EQ(errno, EAGAIN);
   ASSERT_EQ(log.lines().size(), 4U);
   EXPECT_EQ(log.lines()[0],
@@ -105,7 +93,7 @@ TEST(AllocMallocFault, ShowsTheReasonThatTheSystemGives) {
 
 TEST(AllocMallocFault, IsSilentWithoutAHost) {
   char *block = nullptr;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   QAL_MALLOC("label", block, 1);
   EXPECT_EQ(block, nullptr);
 }
@@ -122,7 +110,7 @@ TEST(AllocMallocFault, ShowsSizesOf2GiBAndMoreWrapped) {
   for (const auto &[size, shown] : cases) {
     const LogCapture log;
     char *block = nullptr;
-    calls_until_failure = 1;
+    allocations = fail_nth(1, ENOMEM);
     QAL_MALLOC("label", block, size);
     ASSERT_EQ(log.lines().size(), 4U);
     EXPECT_EQ(log.lines()[1],
@@ -133,7 +121,7 @@ TEST(AllocMallocFault, ShowsSizesOf2GiBAndMoreWrapped) {
 TEST(AllocMallocFault, NamesThePlaceOfTheMacroCall) {
   const LogCapture log;
   char *block = nullptr;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   const int line = __LINE__ + 1;
   QAL_MALLOC("label", block, 1);
   ASSERT_EQ(log.lines().size(), 4U);
@@ -144,7 +132,7 @@ TEST(AllocMallocFault, NamesThePlaceOfTheMacroCall) {
 TEST(AllocReallocFault, OfANullPointerReportsAsMallocDoes) {
   const LogCapture log;
   char *block = nullptr;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   qal_realloc("my label", static_cast<void *>(&block), 12, 5, "f");
   EXPECT_EQ(block, nullptr);
   EXPECT_THAT(
@@ -160,7 +148,7 @@ TEST(AllocReallocFault, LosesTheOldBlock) {
   QAL_MALLOC("label", block, 6);
   std::memcpy(block, "hello", 6);
   char *const kept = block;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   qal_realloc("my label", static_cast<void *>(&block), 24, 9, "f");
   EXPECT_EQ(block, nullptr);
   EXPECT_STREQ(kept, "hello");
@@ -182,7 +170,7 @@ TEST(AllocReallocFault, ShowsSizesOutsideAnIntWrapped) {
     char *block = nullptr;
     QAL_MALLOC("label", block, 6);
     char *const kept = block;
-    calls_until_failure = 1;
+    allocations = fail_nth(1, ENOMEM);
     QAL_REALLOC("label", block, size);
     EXPECT_EQ(block, nullptr);
     ASSERT_EQ(log.lines().size(), 4U);
@@ -196,7 +184,7 @@ TEST(AllocReallocFault, AsksForANegativeSizeAsForOneThatNoMachineHas) {
   char *block = nullptr;
   delivered_lines = 0;
   qal_logger_init(nullptr, &count_line, nullptr, nullptr);
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   QAL_REALLOC("label", block, -1);
   qal_logger_done();
   EXPECT_EQ(block, nullptr);
@@ -207,15 +195,15 @@ TEST(AllocReallocFault, AsksForANegativeSizeAsForOneThatNoMachineHas) {
 TEST(AllocReallocFault, NeverAsksTheSystemToResizeToNothing) {
   char *block = nullptr;
   QAL_MALLOC("label", block, 6);
-  const int before = allocations;
+  const int before = allocations.calls;
   QAL_REALLOC("label", block, 0);
   EXPECT_EQ(block, nullptr);
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(allocations.calls, before);
 }
 
 TEST(TempMemAllocFault, NamesTheRecordThatFailed) {
   const LogCapture log;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
   EXPECT_THAT(log.lines(),
               ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 32) failed:\n",
@@ -228,7 +216,7 @@ TEST(TempMemAllocFault, NamesTheRecordThatFailed) {
 // Deliberate: the record of a block that could not be had is lost.
 TEST(TempMemAllocFault, NamesTheBlockThatFailedAndLosesItsRecord) {
   const LogCapture log;
-  calls_until_failure = 2;
+  allocations = fail_nth(2, ENOMEM);
   EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
   void *const record = last_block;
   EXPECT_THAT(log.lines(),
@@ -237,12 +225,12 @@ TEST(TempMemAllocFault, NamesTheBlockThatFailedAndLosesItsRecord) {
                           "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
   EXPECT_EQ(Tmem_InUse, nullptr);
   EXPECT_EQ(Tmem_Avail, nullptr);
-  std::free(record);  // still allocated: nobody freed it
+  std::free(record);  // still allocated
 }
 
 TEST(TempMemAllocFault, AsksForTheEffectiveSize) {
   const LogCapture log;
-  calls_until_failure = 2;
+  allocations = fail_nth(2, ENOMEM);
   EXPECT_EQ(qal_temp_mem_alloc(-5), nullptr);
   void *const record = last_block;
   EXPECT_EQ(log.lines()[1], "ERROR: QAL_MALLOC: Memory allocation (size 100) failed:\n");
@@ -253,7 +241,7 @@ TEST(TempMemAllocFault, LeavesTheListsAsTheyWere) {
   void *available = qal_temp_mem_alloc(200);
   void *in_use = qal_temp_mem_alloc(300);
   qal_temp_mem_release(available);
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   EXPECT_EQ(qal_temp_mem_alloc(400), nullptr);
   ASSERT_NE(Tmem_InUse, nullptr);
   EXPECT_EQ(Tmem_InUse->mptr, in_use);
@@ -267,7 +255,7 @@ TEST(TempMemAllocFault, LeavesTheListsAsTheyWere) {
 TEST(TempMemResizeFault, KeepsTheSegmentWithoutABlock) {
   const LogCapture log;
   void *const block = qal_temp_mem_alloc(200);
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   EXPECT_EQ(qal_temp_mem_resize(block, 9000), nullptr);
   EXPECT_THAT(
       log.lines(),
@@ -290,7 +278,7 @@ TEST(TempMemResizeFault, LetsFreeAllRemoveSegmentsWithoutABlock) {
   void *const second = qal_temp_mem_alloc(300);
   qal_temp_mem_alloc(400);
   for (void *const block : {first, second}) {
-    calls_until_failure = 1;
+    allocations = fail_nth(1, ENOMEM);
     EXPECT_EQ(qal_temp_mem_resize(block, 9000), nullptr);
   }
   EXPECT_EQ(qal_temp_mem_free_all(), 0);
@@ -303,7 +291,7 @@ TEST(TempMemResizeFault, LetsFreeAllRemoveSegmentsWithoutABlock) {
 // Deliberate: such a segment is kept for reuse like any other, and has no block to hand out.
 TEST(TempMemResizeFault, LetsASegmentWithoutABlockBeReleasedAndHandedOut) {
   void *const lost = qal_temp_mem_alloc(200);
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   qal_temp_mem_resize(lost, 9000);
   EXPECT_EQ(qal_temp_mem_release(nullptr), 0);
   const LogCapture log;
@@ -318,7 +306,7 @@ TEST(TempMemResizeFault, LetsASegmentWithoutABlockBeReleasedAndHandedOut) {
 
 TEST(TempMemResizeFault, MakesANewBlockForTheSegmentWithoutOne) {
   void *const lost = qal_temp_mem_alloc(200);
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   qal_temp_mem_resize(lost, 9000);
   EXPECT_EQ(qal_temp_mem_resize(nullptr, 100), nullptr);  // its size is still 200
   void *const block = qal_temp_mem_resize(nullptr, 9000);
@@ -335,10 +323,10 @@ TEST(LoggerFault, AllocatesNothingForALine) {
   qal_logger_init(nullptr, &count_line, nullptr, &count_line);
   qal_logger_time_stamp(1);
   qal_info("the time zone is read by the first stamp\n");
-  const int before = allocations;
+  const int before = allocations.calls;
   qal_error("%s %d %f\n", word.c_str(), INT_MAX, 0.125);
   qal_log("%s %d %f\n", word.c_str(), INT_MAX, 0.125);
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(allocations.calls, before);
   EXPECT_EQ(delivered_lines, 3);
   qal_logger_time_stamp(0);
   qal_logger_done();
@@ -346,9 +334,9 @@ TEST(LoggerFault, AllocatesNothingForALine) {
 
 TEST(LoggerScrubFault, AnswersNullInSilence) {
   const LogCapture log;
-  calls_until_failure = 1;
+  allocations = fail_nth(1, ENOMEM);
   EXPECT_EQ(qal_scrub_format_string("100%"), nullptr);
-  EXPECT_EQ(calls_until_failure, 0);
+  EXPECT_EQ(allocations.calls, 1);
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 

@@ -1,5 +1,5 @@
-// Barriers and reductions over a platform that refuses, in a chosen order of arrival, and with
-// threads held back where it would hurt. Linked with sched_yield and the steady clock wrapped, too.
+// Barriers and reductions when the platform's calls fail, in a chosen order of arrival, and with
+// threads held back at critical points.
 #include <gtest/gtest.h>
 #include <qal/barrier.h>
 
@@ -27,7 +27,7 @@ using qal::internal::Patience;
 using Clock = Patience::Clock;
 using std::chrono::microseconds;
 
-// A clock that stands still but for the turns that others take.
+// A clock that advances only when a thread yields.
 struct {
   bool is_used = false;
   Clock::time_point now{};
@@ -55,6 +55,7 @@ namespace {
 
 using qal::test::await;
 using qal::test::calls;
+using qal::test::cancel_state;
 using qal::test::in_new_process;
 using qal::test::LogCapture;
 using qal::test::refused;
@@ -74,7 +75,7 @@ class BarrierFault : public Threads {
   void TearDown() override {
     calls.behind_wait = nullptr;
     calls.behind_unlock = nullptr;
-    EXPECT_EQ(calls.stop_here.count(), stops_before_);  // nothing here stops
+    EXPECT_EQ(calls.stop_here.count(), stops_before_);  // no case here calls qal_stop_here
   }
 
   QalThreadBarrier barrier_{};
@@ -83,8 +84,7 @@ class BarrierFault : public Threads {
   int stops_before_ = 0;
 };
 
-// Under a still clock, which real ones may not have gone before: the library keeps the end of a
-// rest.
+// Under the still clock, in new processes: the library remembers until when it rests.
 class BarrierPatience : public BarrierFault {
  protected:
   void SetUp() override {
@@ -96,7 +96,7 @@ class BarrierPatience : public BarrierFault {
     BarrierFault::TearDown();
   }
 
-  // The turns given to others until one of many threads, which do not spin, goes to sleep.
+  // How often a thread yields before it sleeps where there are more threads than processors.
   static int turns_in_a_crowd() {
     const int before = turns;
     Patience patience(UINT_MAX);
@@ -108,12 +108,6 @@ class BarrierPatience : public BarrierFault {
 using ReduceFault = BarrierFault;
 using ReduceOrder = BarrierFault;
 using ReduceStraggler = BarrierFault;
-
-int cancel_state() {
-  int state = 0;
-  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-  return state;
-}
 
 TEST_F(BarrierFault, MakesTheMutexAndThenTheCondition) {
   calls.has_attributes = true;
@@ -310,7 +304,7 @@ TEST_F(ReduceFault, MakesItsBarriersOnce) {
   });
 }
 
-// Nothing closes the cycle then, so what comes later is combined with what is there.
+// Nothing ends the cycle then, so later values are combined with the earlier ones.
 TEST_F(ReduceFault, WithoutBarriersWaitsForNobodyAndNeverBeginsAfresh) {
   in_new_process([] {
     const Watchdog watchdog;
@@ -396,7 +390,7 @@ TEST_F(ReduceOrder, AddsAsTheThreadsArrive) {
   EXPECT_EQ(sum_in_order(1.0, 1e100, -1e100), 0.0);
 }
 
-thread_local int unlockings_of_late = INT_MIN;  // in every other thread
+thread_local int unlockings_of_late = INT_MIN;  // of every other thread
 
 // Two threads meet in an operation, one of them so late at both barriers that the other sleeps
 // there already; then each goes on alone.
@@ -429,14 +423,14 @@ class LateMeeting {
   }
 
  private:
-  // What the two got together; the lone run in between may not spoil it for the one held back.
+  // The result of the two. The lone run in between must not change it for the one held back.
   int go(const Operation &operation) {
     const double together = operation.run(2);
     EXPECT_EQ(operation.run(1), 3);
     done_ = true;
     return static_cast<int>(together);
   }
-  // The late thread lets go the operation's own mutex, the first barrier's, the second one's.
+  // The late thread unlocks the operation's mutex, then the first barrier's, then the second's.
   void unlocked() {
     ++unlockings_of_late;
     if (unlockings_of_late == 2) await_waits(2);

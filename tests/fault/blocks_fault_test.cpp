@@ -1,5 +1,5 @@
-// Compressed blocks over a zlib and streams that fail, and what zlib is handed. Linked with the
-// calls below wrapped; each passes through unless a test says otherwise.
+// Compressed blocks when zlib or a stream fails, and the arguments that zlib gets. Each replaced
+// call passes through unless a test says otherwise.
 #define ZLIB_CONST  // as the library has it
 #include <gtest/gtest.h>
 #include <qal/blocks.h>
@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <kalmora/blocks.hpp>
 #include <optional>
 #include <string>
@@ -19,10 +18,16 @@
 #include <vector>
 
 #include "internal/handles.hpp"
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
+#include "support/stream_model.hpp"
+#include "support/zlib_blocks.hpp"
 
 namespace {
+
+using qal::test::fail_nth;
+using qal::test::Fault;
 
 struct Start {
   int level = 0;
@@ -37,7 +42,7 @@ struct Step {
   int flush = 0;
 };
 
-// What the calls were asked, and how they are to answer.
+// What the calls were given, and what they return.
 struct Zlib {
   std::optional<int> start_answer;
   std::optional<int> inflate_answer;
@@ -47,15 +52,9 @@ struct Zlib {
   int ends = 0;
 };
 
-struct Stream {
-  int tells = 0;
-  int seeks = 0;
-  int failing_tell = 0;  // counted from 1
-  int failing_seek = 0;
-};
-
 Zlib zlib;
-Stream streams;
+Fault tell;
+Fault seek;
 
 void note(const z_stream *stream, int flush) {
   zlib.steps.push_back(
@@ -112,23 +111,24 @@ int __wrap_inflateEnd(z_stream *stream) {
   return __real_inflateEnd(stream);
 }
 
-off_t __wrap_ftello(FILE *stream) {
-  if (++streams.tells != streams.failing_tell) return __real_ftello(stream);
-  errno = ESPIPE;
-  return -1;
-}
+off_t __wrap_ftello(FILE *stream) { return tell.strikes() ? -1 : __real_ftello(stream); }
 
 int __wrap_fseeko(FILE *stream, off_t offset, int origin) {
-  if (++streams.seeks != streams.failing_seek) return __real_fseeko(stream, offset, origin);
-  errno = ESPIPE;
-  return -1;
+  return seek.strikes() ? -1 : __real_fseeko(stream, offset, origin);
 }
 }
 
 namespace {
 
 using qal::internal::File;
+using qal::test::block;
+using qal::test::compressed;
+using qal::test::Deliveries;
+using qal::test::FlakySource;
+using qal::test::four_gib;
+using qal::test::header;
 using qal::test::LogCapture;
+using qal::test::noise;
 using qal::test::read_file;
 using qal::test::ScratchDir;
 
@@ -138,50 +138,13 @@ using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
 constexpr Write writers[]{qal_fwrite_zlib, fwrite_zlib};
 constexpr Read readers[]{qal_fread_zlib, fread_zlib};
 constexpr std::string_view text = "a text, and a text";
-constexpr std::uint64_t four_gib = std::uint64_t{1} << 32;
-
-std::string number(std::size_t value) {
-  std::string bytes;
-  for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(value >> shift);
-  return bytes;
-}
-
-std::string header(std::size_t uncompressed, std::size_t compressed) {
-  return number(uncompressed) + number(compressed) + '\0';
-}
-
-std::string compressed(std::string_view bytes) {
-  uLongf size = compressBound(bytes.size());
-  std::string out(size, '\0');
-  EXPECT_EQ(compress(reinterpret_cast<Bytef *>(out.data()), &size,
-                     reinterpret_cast<const Bytef *>(bytes.data()), bytes.size()),
-            Z_OK);
-  out.resize(size);
-  return out;
-}
-
-std::string block(std::string_view bytes) {
-  const std::string stream = compressed(bytes);
-  return header(bytes.size(), stream.size()) + stream;
-}
-
-// Bytes that do not get smaller.
-std::string noise(std::size_t size) {
-  std::uint32_t state = 1;
-  std::string bytes(size, '\0');
-  for (char &byte : bytes) {
-    state = state * 1664525 + 1013904223;
-    byte = static_cast<char>(state >> 24);
-  }
-  return bytes;
-}
 
 void start_over() {
   zlib = {};
-  streams = {};
+  tell = seek = {};
 }
 
-// What a writer leaves in a file, and its answer.
+// What a writer that returns `expected` leaves in a file.
 std::string written(Write write, std::size_t expected) {
   const ScratchDir scratch;
   File out(std::fopen((scratch / "block").c_str(), "wbe"));
@@ -200,25 +163,7 @@ std::size_t read_result(Read read, const std::string &content, std::size_t size 
   return read_result(read, content, room);
 }
 
-// A stream of which each read is answered by `answer`.
-class Source {
- public:
-  using Answer = std::function<ssize_t(char *buffer, std::size_t size)>;
-  explicit Source(Answer answer) : answer_(std::move(answer)) {
-    cookie_io_functions_t calls{};
-    calls.read = [](void *self, char *buffer, std::size_t size) {
-      return static_cast<Source *>(self)->answer_(buffer, size);
-    };
-    file_.reset(fopencookie(this, "rb", calls));
-  }
-  std::FILE *get() const { return file_.get(); }
-
- private:
-  Answer answer_;
-  File file_;
-};
-
-// A seekable stream without a store: it keeps what is written at its very start.
+// A seekable stream that keeps only what is written to its first nine bytes.
 class Sink {
  public:
   Sink() {
@@ -302,9 +247,9 @@ TEST(BlocksWriteFault, KeepsTheFirstHeaderWhenThePositionCannotBeAsked) {
   for (const auto write : writers) {
     for (const int failing : {1, 2}) {
       start_over();
-      streams.failing_tell = failing;
+      tell = fail_nth(failing, ESPIPE);
       EXPECT_EQ(written(write, text.size()), header(text.size(), 0) + compressed(text));
-      EXPECT_EQ(streams.seeks, 0);
+      EXPECT_EQ(seek.calls, 0);
     }
   }
 }
@@ -312,22 +257,22 @@ TEST(BlocksWriteFault, KeepsTheFirstHeaderWhenThePositionCannotBeAsked) {
 TEST(BlocksWriteFault, KeepsTheFirstHeaderWhenItCannotGoBack) {
   for (const auto write : writers) {
     start_over();
-    streams.failing_seek = 1;
+    seek = fail_nth(1, ESPIPE);
     EXPECT_EQ(written(write, text.size()), header(text.size(), 0) + compressed(text));
-    EXPECT_EQ(streams.seeks, 1);
+    EXPECT_EQ(seek.calls, 1);
   }
 }
 
 TEST(BlocksWriteFault, AnswersTheSizeWhenItCannotReturnToTheEnd) {
   for (const auto write : writers) {
     start_over();
-    streams.failing_seek = 2;
+    seek = fail_nth(2, ESPIPE);
     EXPECT_EQ(written(write, text.size()), block(text));
-    EXPECT_EQ(streams.seeks, 2);
+    EXPECT_EQ(seek.calls, 2);
   }
 }
 
-// The compressor is a stand-in that looks at no input, so the text need not be that long.
+// The compressor is replaced and reads no input, so the text need not be that long.
 TEST(BlocksWriteFault, NamesAnUncompressedSizeJustBelowFourGiB) {
   for (const auto write : writers) {
     start_over();
@@ -470,15 +415,14 @@ TEST(BlocksReadFault, GoesOnAfterShortReads) {
   const std::string content = block(bytes);
   for (const auto read : readers) {
     start_over();
-    std::size_t at = 0;
-    const Source source([&](char *buffer, std::size_t size) {
-      const std::size_t now = std::min({size, content.size() - at, 1 + at % 3});
-      std::memcpy(buffer, content.data() + at, now);
-      at += now;
-      return static_cast<ssize_t>(now);
-    });
+    Deliveries pieces;
+    for (std::size_t at = 0; at < content.size(); at += pieces.back().bytes.size()) {
+      pieces.push_back({content.substr(at, 1 + at % 3)});
+    }
+    FlakySource source(pieces);
+    const File stream(source.open());
     std::string room(bytes.size(), '\0');
-    EXPECT_EQ(read(room.data(), 1, room.size(), source.get()), bytes.size());
+    EXPECT_EQ(read(room.data(), 1, room.size(), stream.get()), bytes.size());
     EXPECT_TRUE(room == bytes);
   }
 }
@@ -489,19 +433,12 @@ TEST(BlocksReadFault, AnswersZeroWhenTheStreamFails) {
   for (const auto read : readers) {
     for (const std::size_t failing_at : {0U, 5U, 8U, 9U, 100U, 9U + 16384U, 30'000U}) {
       start_over();
-      std::size_t at = 0;
-      const Source source([&](char *buffer, std::size_t size) -> ssize_t {
-        const std::size_t now = std::min(size, failing_at - at);
-        if (now == 0) {
-          errno = EIO;
-          return -1;
-        }
-        std::memcpy(buffer, content.data() + at, now);
-        at += now;
-        return static_cast<ssize_t>(now);
-      });
+      Deliveries deliveries{{content.substr(0, failing_at)}, {"", EIO}};
+      if (failing_at == 0) deliveries.erase(deliveries.begin());
+      FlakySource source(deliveries, true);
+      const File stream(source.open());
       std::string room(bytes.size(), '\0');
-      EXPECT_EQ(read(room.data(), 1, room.size(), source.get()), 0U) << failing_at;
+      EXPECT_EQ(read(room.data(), 1, room.size(), stream.get()), 0U) << failing_at;
     }
   }
 }

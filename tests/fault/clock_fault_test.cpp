@@ -1,5 +1,4 @@
-// Clocks, dates and timers under a clock that stands where the test puts it. Linked with
-// gettimeofday, localtime_r and time wrapped.
+// Clocks, dates and timers under a clock that the test sets.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/clock.h>
@@ -23,7 +22,7 @@ struct Moment {
   suseconds_t microseconds;
 };
 
-std::optional<Moment> fixed;  // the real clock runs while there is none
+std::optional<Moment> fixed;  // while it is empty, the real clock is read
 int readings = 0;             // of the fixed clock
 std::atomic<int> conversions{0};
 
@@ -76,7 +75,7 @@ class FixedClock {
   }
 };
 
-// The moment at which the clocks on the wall show this, in the time zone that is set now.
+// The moment of this local time in the time zone that is set now.
 std::time_t local_moment(int year, int month, int day, int hour, int minute, int second) {
   std::tm local{};
   local.tm_year = year - 1900;

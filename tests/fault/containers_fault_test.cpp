@@ -1,5 +1,4 @@
-// The containers when memory is short, and the place that each of their allocations is said to come
-// from. The linker wraps what the units call.
+// The containers when memory is short, and the place that each of their allocations reports.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -28,18 +27,23 @@
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
+#include "support/pool_model.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
-// What a test wants to know about every call. Nothing of it is used by two threads at once.
+using qal::test::fail_nth;
+using qal::test::Fault;
+
+// What a test wants to know about every call. No two threads use it at once.
 struct Calls {
-  int until_failure = 0;            // counts down to the allocation that fails; 0 lets all succeed
-  std::vector<std::string> made;    // the checked calls in their order, as told by `told`
+  Fault allocation;
+  std::vector<std::string> made;    // the checked calls in their order, as `told` writes them
   std::map<void *, int> live;       // blocks not freed yet, each with the line that made it
-  std::function<void()> on_malloc;  // happens within a checked allocation
-  std::function<void()> on_lock;    // happens after a mutex was locked
+  std::function<void()> on_malloc;  // called within a checked allocation
+  std::function<void()> on_lock;    // called after a mutex was locked
   std::vector<QalThreadMutex *> mutexes_made;
   std::vector<QalThreadMutex *> mutexes_ended;
   bool unlock_fails = false;
@@ -66,11 +70,7 @@ int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
 int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
 
 void *__wrap_malloc(std::size_t size) {
-  if (calls.until_failure > 0 && --calls.until_failure == 0) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  return __real_malloc(size);
+  return calls.allocation.strikes() ? nullptr : __real_malloc(size);
 }
 
 void __wrap_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file) {
@@ -119,7 +119,11 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
 
 namespace {
 
+using qal::test::become_index;
+using qal::test::cancel_state;
+using qal::test::in_child;
 using qal::test::in_new_process;
+using qal::test::is_locked;
 using qal::test::LogCapture;
 using qal::test::run_in_child;
 using qal::test::Unwinding;
@@ -148,14 +152,6 @@ std::vector<std::string> pool_report() {
 
 std::vector<std::string> chunk_report(uint64_t size) {
   return report_of("qal_mpool_alloc", size, 168, "qal_mpool");
-}
-
-void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
-
-bool is_locked(QalMpool *pool) {
-  const int status = qal_thread_mutex_trylock(&pool->lock);
-  if (status == 0) qal_thread_mutex_unlock(&pool->lock);
-  return status != 0;
 }
 
 // What making a table does.
@@ -188,9 +184,9 @@ TEST(UidStartFault, TriesAgainAfterATableThatCouldNotBeMade) {
     alarm(60);
     for (int failing = 1; failing <= 5; ++failing) {
       calls = Calls{};
-      calls.until_failure = failing;
-      EXPECT_EQ(qal_uid_init(), 0);  // what it answers is the mutex's
-      EXPECT_EQ(calls.until_failure, 0);
+      calls.allocation = fail_nth(failing, ENOMEM);
+      EXPECT_EQ(qal_uid_init(), 0);  // it returns the mutex's status
+      EXPECT_GE(calls.allocation.calls, failing);
       EXPECT_THAT(calls.live, IsEmpty());
       const uint64_t id = qal_uid_new(1, 2);
       EXPECT_EQ(id, static_cast<uint64_t>(failing));
@@ -223,14 +219,14 @@ TEST(UidStartFault, MakesTheMutexAlsoForATableThatCouldNotBeMade) {
   in_new_process([] {
     alarm(60);
     calls.init_fails = true;
-    calls.until_failure = 1;
+    calls.allocation = fail_nth(1, ENOMEM);
     EXPECT_EQ(qal_uid_init(), -1);
     EXPECT_EQ(calls.mutexes_made.size(), 1U);  // no pool was reached
     EXPECT_EQ(qal_uid_next(), 1U);
   });
 }
 
-// Start-up is over when a case begins to watch.
+// Start-up is over before a case counts calls.
 class Containers : public testing::Test {
  protected:
   Containers() {
@@ -239,8 +235,24 @@ class Containers : public testing::Test {
   }
   ~Containers() override { calls = Calls{}; }
 
-  static void fail_at(int allocation) { calls.until_failure = allocation; }
+  static void fail_at(int allocation) { calls.allocation = fail_nth(allocation, ENOMEM); }
   static Made made_since() { return std::exchange(calls.made, {}); }
+
+  // Fails each allocation of `create` in turn: what it reports, and the frees that follow.
+  template <typename Create>
+  static void expect_undone(const Create &create, const std::vector<Made> &reports,
+                            const std::vector<Made> &undone) {
+    for (std::size_t i = 0; i < reports.size(); ++i) {
+      const LogCapture log;
+      calls = Calls{};
+      fail_at(static_cast<int>(i) + 1);
+      EXPECT_EQ(create(), nullptr) << i;
+      EXPECT_EQ(log.lines(), reports[i]);
+      const Made made = made_since();
+      EXPECT_EQ(Made(made.begin() + static_cast<std::ptrdiff_t>(i) + 1, made.end()), undone[i]);
+      EXPECT_THAT(calls.live, IsEmpty());
+    }
+  }
 };
 using MpoolFault = Containers;
 using PlistFault = Containers;
@@ -299,7 +311,8 @@ TEST_F(MpoolFault, StaysLockedAfterAChunkThatCouldNotBeHad) {
   EXPECT_THAT(calls.live, IsEmpty());
 }
 
-// A pool with an element in use, one free element on the list of thread 1, and a chunk refused.
+// A pool with an element in use, one free element on the list of thread 1, and a chunk whose
+// allocation failed.
 struct LockedPool {
   QalMpool *pool = qal_mpool_create(16, 2);
   void *element = nullptr;
@@ -308,7 +321,7 @@ struct LockedPool {
     become_index(1);
     element = qal_mpool_alloc(pool);
     become_index(0);
-    calls.until_failure = 1;
+    calls.allocation = fail_nth(1, ENOMEM);
     EXPECT_EQ(qal_mpool_alloc(pool), nullptr);
   }
   ~LockedPool() { qal_mpool_destroy(&pool); }
@@ -337,7 +350,7 @@ TEST_F(MpoolFault, LetsARefillWaitForGoodAfterThat) {
 }
 
 TEST_F(MpoolFault, StillServesThreadsFromTheirOwnListsAfterThat) {
-  const auto result = run_in_child([] {
+  in_child([] {
     const LockedPool locked;
     alarm(60);
     become_index(1);
@@ -345,7 +358,6 @@ TEST_F(MpoolFault, StillServesThreadsFromTheirOwnListsAfterThat) {
     EXPECT_EQ(qal_mpool_verify_ptr(locked.pool, locked.element), 1);
     EXPECT_EQ(qal_mpool_status(locked.pool, nullptr, nullptr), 0U);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST_F(MpoolFault, AddsTheLinkToAChunkOfAlmost4GiBIn64Bits) {
@@ -369,13 +381,6 @@ TEST_F(MpoolFault, AnswersWhatUnlockingAnswered) {
   EXPECT_EQ(qal_mpool_free(pool, element), -1);
   EXPECT_EQ(pool->shared_count, 1);
   qal_mpool_destroy(&pool);
-}
-
-int cancel_state() {
-  int state = 0;
-  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-  pthread_setcancelstate(state, nullptr);
-  return state;
 }
 
 TEST_F(MpoolFault, SwitchesCancellationOffAroundTheMakingOfChunksAlone) {
@@ -422,7 +427,7 @@ void *allocate_and_be_cancelled(void *argument) {
 }
 
 TEST_F(MpoolFault, IsNotLeftLockedByACancelledThread) {
-  const auto result = run_in_child([] {
+  in_child([] {
     alarm(60);
     CancelledAllocation work{qal_mpool_create(16, 2)};
     pthread_t thread{};
@@ -435,7 +440,6 @@ TEST_F(MpoolFault, IsNotLeftLockedByACancelledThread) {
     EXPECT_EQ(qal_mpool_free(work.pool, work.element), 0);
     qal_mpool_destroy(&work.pool);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST_F(PlistFault, NamesThePlaceOfEachBlock) {
@@ -473,7 +477,7 @@ TEST_F(PlistFault, HasNoPoolsWhenOneOfThemCannotBeMade) {
 // Deliberate: a second set-up forgets the first before it knows of its own success. In a child,
 // whose leak nobody misses.
 TEST_F(PlistFault, HasNoPoolsAfterASecondSetUpThatFailed) {
-  const auto result = run_in_child([] {
+  in_child([] {
     for (const int failing : {1, 2}) {
       EXPECT_EQ(qal_plist_pool_create(4, 4), 0);
       fail_at(failing);
@@ -482,7 +486,6 @@ TEST_F(PlistFault, HasNoPoolsAfterASecondSetUpThatFailed) {
       EXPECT_EQ(qal_plist_alloc(), nullptr);
     }
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST_F(PlistFault, GivesNoListAndNoNodeWithoutMemory) {
@@ -527,25 +530,14 @@ TEST_F(ListFault, NamesThePlaceOfHeadersOutsidePools) {
 }
 
 TEST_F(ListFault, LeavesNothingBehindWhicheverAllocationOfThePoolFails) {
-  const std::vector<std::vector<std::string>> reports = {
+  const std::vector<Made> reports = {
       pool_report(), report_of("qal_list_pool_create", 32, 83, "qal_list"), pool_report()};
   const std::vector<Made> undone = {{}, {pool_ended}, {pool_ended, "free 100 qal_list of 83"}};
-  for (std::size_t failing = 1; failing <= 3; ++failing) {
-    const LogCapture log;
-    calls = Calls{};
-    fail_at(static_cast<int>(failing));
-    EXPECT_EQ(qal_list_pool_create(8, 2, 1), nullptr) << failing;
-    EXPECT_EQ(log.lines(), reports[failing - 1]);
-    Made made = made_since();
-    made.erase(made.begin(), made.begin() + static_cast<std::ptrdiff_t>(failing));
-    EXPECT_EQ(made, undone[failing - 1]);
-    EXPECT_THAT(calls.live, IsEmpty());
-  }
+  expect_undone([] { return qal_list_pool_create(8, 2, 1); }, reports, undone);
   fail_at(4);
   QalListPool *pool = qal_list_pool_create(8, 2, 1);
   EXPECT_NE(pool, nullptr);
-  EXPECT_EQ(calls.until_failure, 1);
-  calls.until_failure = 0;
+  EXPECT_EQ(calls.allocation.calls, 3);
   qal_list_pool_destroy(&pool);
 }
 
@@ -603,7 +595,7 @@ TEST_F(HashFault, NamesThePlaceOfEachBlock) {
 }
 
 TEST_F(HashFault, LeavesNothingBehindWhicheverAllocationOfTheTableFails) {
-  const std::vector<std::vector<std::string>> reports = {
+  const std::vector<Made> reports = {
       report_of("qal_hash_create", 40, 75, "qal_hash"),
       report_of("qal_hash_create", 48, 86, "qal_hash"), pool_report(),
       report_of("qal_list_pool_create", 32, 83, "qal_list"), pool_report()};
@@ -615,17 +607,7 @@ TEST_F(HashFault, LeavesNothingBehindWhicheverAllocationOfTheTableFails) {
       {slots_freed, table_freed},
       {pool_ended, slots_freed, table_freed},
       {pool_ended, "free 100 qal_list of 83", slots_freed, table_freed}};
-  for (std::size_t failing = 1; failing <= 5; ++failing) {
-    const LogCapture log;
-    calls = Calls{};
-    fail_at(static_cast<int>(failing));
-    EXPECT_EQ(qal_hash_create(6, 3, 8, 4, 0), nullptr) << failing;
-    EXPECT_EQ(log.lines(), reports[failing - 1]);
-    Made made = made_since();
-    made.erase(made.begin(), made.begin() + static_cast<std::ptrdiff_t>(failing));
-    EXPECT_EQ(made, undone[failing - 1]);
-    EXPECT_THAT(calls.live, IsEmpty());
-  }
+  expect_undone([] { return qal_hash_create(6, 3, 8, 4, 0); }, reports, undone);
 }
 
 TEST_F(HashFault, AsksForTheSlotsIn64Bits) {
@@ -751,7 +733,7 @@ TEST_F(HashPairsFault, PassesTheLackOfMemoryOn) {
 // Deliberate: an id is handed out although it could not be registered.
 TEST_F(UidFault, HandsOutAnIdThatItCouldNotRegister) {
   for (const int failing : {1, 2}) {
-    const auto result = run_in_child([failing] {
+    in_child([failing] {
       const LogCapture log;
       alarm(60);
       fail_at(failing);
@@ -763,7 +745,6 @@ TEST_F(UidFault, HandsOutAnIdThatItCouldNotRegister) {
       EXPECT_EQ(qal_uid_destroy(id), 6);
       EXPECT_EQ(log.lines(), chunk_report(failing == 1 ? 488 : 40008));
     });
-    EXPECT_TRUE(result.exited_with(0)) << result.out;
   }
 }
 

@@ -1,5 +1,4 @@
 // The directory listing when memory, the directory's stream or the system calls around it fail.
-// The calls below are replaced at link time.
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,36 +11,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <deque>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/fault.hpp"
+#include "support/listing.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
-constexpr int never = -1;
-
-// Lets a given number of calls through, fails one with its error, and lets the rest through.
-struct Fault {
-  bool strikes() {
-    ++calls;
-    if (successes == never || successes-- > 0) return false;
-    successes = never;
-    errno = error;
-    return true;
-  }
-
-  int successes = never;
-  int error = 0;
-  int calls = 0;
-};
+using qal::test::fail_nth;
+using qal::test::Fault;
 
 // An entry as a stream would deliver it; names may be longer than any file system's.
 struct FakeEntry {
@@ -63,7 +47,7 @@ struct World {
   int open_streams = 0;
   bool fake_stream = false;
   std::deque<FakeEntry> fake_entries;        // what a fake stream delivers, taken from the front
-  std::map<std::string, mode_t> fake_modes;  // what stat answers for these paths
+  std::map<std::string, mode_t> fake_modes;  // what stat returns for these paths
   std::string home;                          // of everybody, when not empty
   bool listing = false;                      // faults strike only inside the call under test
 };
@@ -143,52 +127,29 @@ namespace {
 
 namespace fs = std::filesystem;
 using qal::test::LogCapture;
+using qal::test::Names;
 using qal::test::ScratchDir;
+using qal::test::unset_count;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-using Names = std::vector<std::string>;
-
-constexpr int unset_count = -77;
 constexpr auto *growth_failed_for_directories =
     "ERROR: qal_list_dir: reallocate of dir names failed.\n";
 constexpr auto *growth_failed_for_files = "ERROR: qal_list_dir: reallocate of dir names failed.";
 
-Names lines_of(const char *text) {
-  Names lines;
-  std::istringstream in(text ? text : "");
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-struct Listing {
-  explicit Listing(const std::string &pattern, int verbose = 0) {
-    world.listing = true;
-    status = qal_dir_list(pattern.c_str(), &full_path, &directory_count, &directory_text,
-                          &file_count, &file_text, verbose);
+// Faults strike in the call that the constructor makes, and nowhere else.
+struct Armed {
+  Armed() { world.listing = true; }
+};
+struct Listing : Armed, qal::test::Listing {
+  explicit Listing(const std::string &pattern, int verbose = 0)
+      : qal::test::Listing(pattern, verbose) {
     world.listing = false;
   }
-  ~Listing() {
-    std::free(full_path);
-    std::free(directory_text);
-    std::free(file_text);
-  }
-  Listing(const Listing &) = delete;
-  Listing &operator=(const Listing &) = delete;
-
-  Names directories() const { return lines_of(directory_text); }
-  Names files() const { return lines_of(file_text); }
   bool counts_are_unset() const {
     return directory_count == unset_count && file_count == unset_count;
   }
-
-  int status = -1;
-  char *full_path = nullptr;
-  char *directory_text = nullptr;
-  char *file_text = nullptr;
-  int directory_count = unset_count;
-  int file_count = unset_count;
 };
 
 class DirListFault : public testing::Test {
@@ -224,7 +185,7 @@ TEST_F(DirListFault, LeavesFiveZeroBytesBehindTheFullPath) {
 }
 
 TEST_F(DirListFault, ReportsAFullPathThatCannotBeAllocated) {
-  world.callocs = {.successes = 0, .error = ENOMEM};
+  world.callocs = fail_nth(1, ENOMEM);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(listing.full_path, nullptr);
@@ -236,7 +197,7 @@ TEST_F(DirListFault, ReportsAFullPathThatCannotBeAllocated) {
 }
 
 TEST_F(DirListFault, ReportsARelativeFullPathThatCannotBeAllocated) {
-  world.callocs = {.successes = 0, .error = ENOMEM};
+  world.callocs = fail_nth(1, ENOMEM);
   const Listing listing("./*");
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(listing.full_path, nullptr);
@@ -245,7 +206,7 @@ TEST_F(DirListFault, ReportsARelativeFullPathThatCannotBeAllocated) {
 }
 
 TEST_F(DirListFault, ReportsDirectoryNamesThatCannotBeAllocated) {
-  world.callocs = {.successes = 1, .error = ENOMEM};
+  world.callocs = fail_nth(2, ENOMEM);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(listing.full_path, pattern());
@@ -257,7 +218,7 @@ TEST_F(DirListFault, ReportsDirectoryNamesThatCannotBeAllocated) {
 }
 
 TEST_F(DirListFault, ReportsFileNamesThatCannotBeAllocated) {
-  world.callocs = {.successes = 2, .error = ENOMEM};
+  world.callocs = fail_nth(3, ENOMEM);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(listing.full_path, pattern());
@@ -269,7 +230,7 @@ TEST_F(DirListFault, ReportsFileNamesThatCannotBeAllocated) {
 }
 
 TEST_F(DirListFault, AllocatesNothingForADirectoryThatCannotBeOpened) {
-  world.opendirs = {.successes = 0, .error = EMFILE};
+  world.opendirs = fail_nth(1, EMFILE);
   const Listing listing(pattern(), 1);
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
   EXPECT_EQ(listing.full_path, pattern());
@@ -281,7 +242,7 @@ TEST_F(DirListFault, AllocatesNothingForADirectoryThatCannotBeOpened) {
 
 TEST_F(DirListFault, OpensTheDirectoryAgainAfterASignal) {
   scratch_.file("a");
-  world.opendirs = {.successes = 0, .error = EINTR};
+  world.opendirs = fail_nth(1, EINTR);
   EXPECT_THAT(Listing(pattern()).files(), ElementsAre("a"));
   EXPECT_EQ(world.opendirs.calls, 2);
 }
@@ -316,7 +277,7 @@ TEST_F(DirListFault, GrowsInSteps) {
 
 TEST_F(DirListFault, ReportsDirectoryNamesThatCannotGrow) {
   deliver(Names(10, std::string(199, 'd')), DT_DIR);
-  world.reallocs = {.successes = 0, .error = ENOMEM};
+  world.reallocs = fail_nth(1, ENOMEM);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(listing.directories().size(), 8U);  // "." and the seven that fit
@@ -328,7 +289,7 @@ TEST_F(DirListFault, ReportsDirectoryNamesThatCannotGrow) {
 TEST_F(DirListFault, ReportsFileNamesThatCannotGrowInTheSameWordsWithoutANewline) {
   // Deliberate: the text speaks of directories, and of another function, in both cases.
   deliver(Names(10, std::string(199, 'f')), DT_REG);
-  world.reallocs = {.successes = 0, .error = ENOMEM};
+  world.reallocs = fail_nth(1, ENOMEM);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_THAT(listing.directories(), ElementsAre("."));
@@ -339,7 +300,7 @@ TEST_F(DirListFault, ReportsFileNamesThatCannotGrowInTheSameWordsWithoutANewline
 
 TEST_F(DirListFault, KeepsWhatItFoundWhenALaterGrowthFails) {
   deliver(Names(30, std::string(199, 'f')), DT_REG);
-  world.reallocs = {.successes = 2, .error = ENOMEM};
+  world.reallocs = fail_nth(3, ENOMEM);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(listing.files().size(), 22U);
@@ -348,7 +309,7 @@ TEST_F(DirListFault, KeepsWhatItFoundWhenALaterGrowthFails) {
 
 TEST_F(DirListFault, SpeaksOfAStreamThatCannotBeReadOnlyWhenVerbose) {
   for (const int verbose : {0, 1, 2, -1, 0x100}) {
-    world.readdirs = {.successes = 0, .error = EIO};
+    world.readdirs = fail_nth(1, EIO);
     log_.clear();
     const Listing listing(pattern(), verbose);
     EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
@@ -374,7 +335,7 @@ TEST_F(DirListFault, TakesAStreamWithoutAnyEntryForUnreadable) {
 
 TEST_F(DirListFault, TellsAReadErrorFromTheEndInSilence) {
   deliver({"a", "b", "c"}, DT_REG);
-  world.readdirs = {.successes = 3, .error = EIO};
+  world.readdirs = fail_nth(4, EIO);
   const Listing listing(pattern(), 1);
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_THAT(listing.directories(), ElementsAre("."));
@@ -390,7 +351,7 @@ TEST_F(DirListFault, DoesNotTakeAnEarlierErrorForAReadError) {
 }
 
 TEST_F(DirListFault, IsSilentWithoutAWorkingDirectory) {
-  world.getcwds = {.successes = 0, .error = ENOENT};
+  world.getcwds = fail_nth(1, ENOENT);
   const Listing listing("./*", 1);
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
   EXPECT_EQ(listing.full_path, nullptr);
@@ -418,7 +379,7 @@ TEST_F(DirListFault, ExaminesEveryEntryOfAnotherKind) {
 TEST_F(DirListFault, ExaminesEntriesUntilOneCouldBeExamined) {
   deliver({"a", "b"}, DT_REG);
   scratch_.file("a");
-  world.stats = {.successes = 0, .error = EACCES};
+  world.stats = fail_nth(1, EACCES);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_OK);
   EXPECT_THAT(listing.files(), ElementsAre("a", "b"));
@@ -480,8 +441,8 @@ TEST_F(DirListFault, SurvivesEveryFailingAllocation) {
   }
   int failures = 0;
   for (Fault World::*const allocation : {&World::callocs, &World::reallocs}) {
-    for (int successes = 0;; ++successes) {
-      world.*allocation = {.successes = successes, .error = ENOMEM};
+    for (int nth = 1;; ++nth) {
+      world.*allocation = fail_nth(nth, ENOMEM);
       const Listing listing(pattern());
       EXPECT_EQ(world.open_streams, 0);
       if (listing.status == QAL_STATUS_OK) break;

@@ -1,5 +1,5 @@
-// What the operating system refuses in the middle of the work. The calls are replaced at link time;
-// each passes through unless a test says which of them is to fail.
+// System calls that fail in the middle of the work. Each replaced call passes through unless a test
+// says which of them is to fail.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -21,33 +21,29 @@
 
 #include "internal/handles.hpp"
 #include "support/descriptors.hpp"
+#include "support/fault.hpp"
 #include "support/scratch.hpp"
+#include "support/stream_model.hpp"
 
 namespace {
 
 using qal::internal::File;
+using qal::test::byte_by_byte;
+using qal::test::Deliveries;
+using qal::test::Delivery;
 using qal::test::exists;
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_nth;
+using qal::test::fail_times;
+using qal::test::Fault;
+using qal::test::FlakySource;
 using qal::test::names_in;
 using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::ScratchDir;
 
 using Lines = std::vector<std::string>;
-
-// Which of the calls to one function fail, and how.
-struct Fault {
-  int error = EIO;
-  int first = 1;           // the first call that fails, counted from 1
-  int how_many = 1 << 30;  // and how many from there on
-  int calls = 0;
-
-  bool strikes() {
-    ++calls;
-    if (calls < first || calls - first >= how_many) return false;
-    errno = error;
-    return true;
-  }
-};
 
 using Plan = std::map<std::string_view, Fault>;
 
@@ -56,9 +52,9 @@ std::vector<std::string> made_calls;  // of the functions that `faults` names, i
 
 bool all_opened_close_on_exec = true;
 
-std::map<std::string, mode_t> played_kinds;  // of file names, instead of what they are
+std::map<std::string, mode_t> played_kinds;  // by file name, in place of the real ones
 
-// What the kernel is willing to copy by itself, and in pieces of how many bytes.
+// How much copy_file_range copies, and in pieces of how many bytes.
 std::size_t kernel_copies_bytes = 0;
 constexpr std::size_t kernel_piece = 10'000;
 
@@ -69,7 +65,7 @@ bool fails(const char *call) {
   return found->second.strikes();
 }
 
-// Arms the faults for as long as it lives, so that the test's own checks run undisturbed.
+// Sets the faults while it lives; the test's own checks run without them.
 class Faults {
  public:
   explicit Faults(Plan armed) {
@@ -81,8 +77,8 @@ class Faults {
   Faults &operator=(const Faults &) = delete;
 };
 
-constexpr Fault never{.first = 1 << 30};
-constexpr Fault interrupted_twice{.error = EINTR, .how_many = 2};
+constexpr Fault never;
+constexpr Fault interrupted_twice = fail_times(2, EINTR);
 
 }  // namespace
 
@@ -135,7 +131,7 @@ ssize_t __wrap_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, s
   if (copied > 0) kernel_copies_bytes -= static_cast<size_t>(copied);
   return copied;
 }
-// A close that fails has closed the descriptor all the same.
+// A close that fails has closed the descriptor even so.
 int __wrap_close(int file) {
   const int result = __real_close(file);
   return fails("close") ? -1 : result;
@@ -201,16 +197,16 @@ TEST_F(CopyFault, InterruptedCallsAreMadeAgain) {
                   {"ftruncate", interrupted_twice}}),
             QAL_STATUS_OK);
   EXPECT_EQ(read_file(to), content);
-  EXPECT_EQ(copy({{"open", {.error = EINTR, .first = 2, .how_many = 1}}}), QAL_STATUS_OK);
+  EXPECT_EQ(copy({{"open", fail_nth(2, EINTR)}}), QAL_STATUS_OK);
 }
 
 TEST_F(CopyFault, AReadErrorFailsAndThePartStays) {
-  EXPECT_EQ(copy({{"read", {.first = 2}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"read", fail_from(2, EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, 16384));
 }
 
 TEST_F(CopyFault, AWriteErrorFailsAndThePartStays) {
-  EXPECT_EQ(copy({{"write", {.error = ENOSPC, .first = 3}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"write", fail_from(3, ENOSPC)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, 32768));
 }
 
@@ -247,13 +243,13 @@ TEST_F(KernelCopy, IsAskedAgainAfterASignal) {
 }
 
 TEST_F(KernelCopy, LeavesItToReadingAndWritingWhetherAnErrorLasts) {
-  const Fault second{.error = EIO, .first = 2};
+  const Fault second = fail_from(2, EIO);
   EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}}), QAL_STATUS_OK);
   EXPECT_EQ(read_file(to), content);
-  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"read", {}}}),
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"read", fail_all(EIO)}}),
             QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, kernel_piece));
-  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"write", {.error = ENOSPC}}}),
+  EXPECT_EQ(copy_in_kernel(SIZE_MAX, {{"copy_file_range", second}, {"write", fail_all(ENOSPC)}}),
             QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, kernel_piece));
 }
@@ -269,25 +265,25 @@ TEST_F(KernelCopy, ReadsAFileWhoseSizeTheKernelDoesNotKnow) {
 }
 
 TEST_F(CopyFault, TheResultOfClosingTheDestinationCounts) {
-  EXPECT_EQ(copy({{"close", {.error = ENOSPC, .how_many = 1}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"close", fail_nth(1, ENOSPC)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content);
 }
 
 TEST_F(CopyFault, TheResultOfClosingTheSourceDoesNot) {
-  EXPECT_EQ(copy({{"close", {.first = 2}}}), QAL_STATUS_OK);
+  EXPECT_EQ(copy({{"close", fail_from(2, EIO)}}), QAL_STATUS_OK);
 }
 
 TEST_F(CopyFault, WhatCannotBeExaminedIsNotTouched) {
   for (const int nth : {1, 2}) {
     scratch.file("to", "kept");
-    EXPECT_EQ(copy({{"fstat", {.first = nth, .how_many = 1}}}), QAL_STATUS_FAILED);
+    EXPECT_EQ(copy({{"fstat", fail_nth(nth, EIO)}}), QAL_STATUS_FAILED);
     EXPECT_EQ(read_file(to), "kept");
   }
 }
 
 TEST_F(CopyFault, ADestinationThatCannotBeEmptiedFails) {
   scratch.file("to", "kept");
-  EXPECT_EQ(copy({{"ftruncate", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(copy({{"ftruncate", fail_all(EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), "kept");
 }
 
@@ -299,8 +295,8 @@ TEST_F(CopyFault, WithoutMoveNothingIsForcedToTheDisk) {
 TEST_F(CopyFault, NoDescriptorStaysOpen) {
   const auto before = open_descriptors();
   for (const char *call : {"open", "fstat", "ftruncate", "read", "write", "close"}) {
-    copy({{call, {}}});
-    copy({{call, {.first = 2}}});
+    copy({{call, fail_all(EIO)}});
+    copy({{call, fail_from(2, EIO)}});
   }
   EXPECT_EQ(open_descriptors(), before);
 }
@@ -312,17 +308,17 @@ TEST_F(CopyFault, AMoveIsOnTheDiskAndClosedBeforeTheSourceGoes) {
 }
 
 TEST_F(CopyFault, AMoveKeepsTheSourceWhenTheDiskDoesNotAnswer) {
-  EXPECT_EQ(move({{"fsync", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(move({{"fsync", fail_all(EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(from), content);
 }
 
 TEST_F(CopyFault, AMoveKeepsTheSourceWhenClosingFails) {
-  EXPECT_EQ(move({{"close", {.how_many = 1}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(move({{"close", fail_nth(1, EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(from), content);
 }
 
 TEST_F(CopyFault, AMoveGoesOnWhereNothingCanBeForcedToTheDisk) {
-  EXPECT_EQ(move({{"fsync", {.error = EINVAL}}}), QAL_STATUS_OK);
+  EXPECT_EQ(move({{"fsync", fail_all(EINVAL)}}), QAL_STATUS_OK);
   EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
 }
 
@@ -332,7 +328,7 @@ TEST_F(CopyFault, AnInterruptedFsyncIsMadeAgain) {
 }
 
 TEST_F(CopyFault, AMoveWhoseSourceStaysFails) {
-  EXPECT_EQ(move({{"unlink", {}}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(move({{"unlink", fail_all(EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(from), content);
   EXPECT_EQ(read_file(to), content);
 }
@@ -340,14 +336,14 @@ TEST_F(CopyFault, AMoveWhoseSourceStaysFails) {
 TEST(UnlinkFault, ARefusalFails) {
   const ScratchDir scratch;
   const auto file = scratch.file("a");
-  const Faults guard(Plan{{"unlink", {}}});
+  const Faults guard(Plan{{"unlink", fail_all(EIO)}});
   EXPECT_EQ(qal_file_unlink(file.c_str()), QAL_STATUS_FAILED);
 }
 
 // Deliberate: the question is whether the file can be created, and it was.
 TEST(CheckFault, AFileThatCouldBeCreatedIsUsableEvenIfItCannotBeRemoved) {
   const ScratchDir scratch;
-  const Faults guard(Plan{{"unlink", {}}});
+  const Faults guard(Plan{{"unlink", fail_all(EIO)}});
   EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
 }
 
@@ -380,7 +376,7 @@ TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
     for (int nth = 1; nth <= 3; ++nth) {
       scratch.directory("tree/d/e");
       for (const char *name : {"tree/a", "tree/d/c", "tree/d/e/f"}) scratch.file(name);
-      EXPECT_EQ(remove({{call, {.first = nth, .how_many = 1}}}), QAL_STATUS_FAILED) << call << nth;
+      EXPECT_EQ(remove({{call, fail_nth(nth, EIO)}}), QAL_STATUS_FAILED) << call << nth;
       EXPECT_TRUE(exists(tree));
       EXPECT_EQ(open_descriptors(), before);
     }
@@ -397,7 +393,7 @@ TEST_F(TreeFault, NoDescriptorReachesAProgramStartedMeanwhile) {
 }
 
 TEST_F(TreeFault, TheFirstFileThatStaysIsTheLastOneTried) {
-  EXPECT_EQ(remove({{"unlinkat", {.how_many = 1}}, {"rmdirat", never}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(remove({{"unlinkat", fail_nth(1, EIO)}, {"rmdirat", never}}), QAL_STATUS_FAILED);
   EXPECT_EQ(made_calls, Lines{"unlinkat"});
   EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
 }
@@ -410,7 +406,7 @@ TEST_F(TreeFault, FilesGoBeforeSubdirectoriesAndThoseBeforeTheirParent) {
 
 TEST_F(TreeFault, ADirectoryThatCannotBeReadToItsEndLosesNothing) {
   for (const int nth : {1, 2, 3}) {
-    EXPECT_EQ(remove({{"readdir", {.first = nth}}}), QAL_STATUS_FAILED);
+    EXPECT_EQ(remove({{"readdir", fail_from(nth, EIO)}}), QAL_STATUS_FAILED);
     EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
   }
 }
@@ -418,7 +414,7 @@ TEST_F(TreeFault, ADirectoryThatCannotBeReadToItsEndLosesNothing) {
 // Deliberate: a stream that yields not even "." is taken for an unreadable one.
 TEST_F(TreeFault, ADirectoryWithoutAnyEntryFails) {
   const auto empty = scratch.directory("empty");
-  const Faults guard(Plan{{"readdir", {.error = 0}}});
+  const Faults guard(Plan{{"readdir", fail_all(0)}});
   EXPECT_EQ(qal_file_rmdir(empty.c_str(), 1), QAL_STATUS_FAILED);
 }
 
@@ -435,9 +431,12 @@ TEST_F(TreeFault, ACharacterDeviceIsAFile) {
   EXPECT_FALSE(exists(tree));
 }
 
-// Every call is refused that could lose something if the check were missing.
+// Every call that could remove something fails, in case the check is missing.
 TEST(RootFault, TheRootFailsUntouched) {
-  const Faults guard(Plan{{"openat", {}}, {"unlink", {}}, {"unlinkat", {}}, {"rmdirat", {}}});
+  const Faults guard(Plan{{"openat", fail_all(EIO)},
+                          {"unlink", fail_all(EIO)},
+                          {"unlinkat", fail_all(EIO)},
+                          {"rmdirat", fail_all(EIO)}});
   for (const char *path : {"/", "//", "\\", "/."}) {
     EXPECT_EQ(qal_file_rmdir(path, 1), QAL_STATUS_FAILED) << path;
   }
@@ -449,54 +448,31 @@ TEST_F(TreeFault, AnInterruptedOpenIsMadeAgain) {
   EXPECT_FALSE(exists(tree));
 }
 
-// A stream that gives `content` in pieces and fails where `errors` says: before how many bytes.
-struct Source {
-  std::string content;
-  std::size_t most_bytes = SIZE_MAX;
-  std::vector<std::size_t> errors = {};
-  int error = EIO;
-  std::size_t position = 0;
-
-  ssize_t read(char *to, std::size_t size) {
-    const auto at = std::find(errors.begin(), errors.end(), position);
-    if (at != errors.end()) {
-      errors.erase(at);
-      errno = error;
-      return -1;
-    }
-    size = std::min({size, most_bytes, content.size() - position});
-    for (const std::size_t stop : errors) {
-      if (stop > position) size = std::min(size, stop - position);
-    }
-    std::memcpy(to, content.data() + position, size);
-    position += size;
-    return static_cast<ssize_t>(size);
+// A stream without a buffer over these deliveries.
+class Stream {
+ public:
+  explicit Stream(Deliveries deliveries) : source_(std::move(deliveries)), file_(source_.open()) {
+    std::setvbuf(file_.get(), nullptr, _IONBF, 0);
   }
+  std::FILE *get() const { return file_.get(); }
+
+ private:
+  FlakySource source_;
+  File file_;
 };
 
-ssize_t read_source(void *source, char *to, size_t size) {
-  return static_cast<Source *>(source)->read(to, size);
-}
-
-File stream_from(Source &source) {
-  cookie_io_functions_t calls{};
-  calls.read = &read_source;
-  File stream{fopencookie(&source, "r", calls)};
-  std::setvbuf(stream.get(), nullptr, _IONBF, 0);
-  return stream;
-}
+const Delivery failure{.bytes = "", .error = EIO};
+const Delivery interruption{.bytes = "", .error = EINTR};
 
 TEST(ReadFault, ShortReadsChangeNothing) {
-  Source source{.content = "abcdefghijkl", .most_bytes = 1};
-  const File stream = stream_from(source);
+  const Stream stream(byte_by_byte("abcdefghijkl"));
   char buffer[13] = {};
   EXPECT_EQ(qal_fread(buffer, 3, 4, stream.get()), 4U);
   EXPECT_STREQ(buffer, "abcdefghijkl");
 }
 
 TEST(ReadFault, AfterAnErrorTheRestIsReadInHalfTheChunk) {
-  Source source{.content = "abcdefgh", .errors = {4}};
-  const File stream = stream_from(source);
+  const Stream stream({{"abcd"}, failure, {"efgh"}});
   char buffer[9] = {};
   EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), 8U);
   EXPECT_STREQ(buffer, "abcdefgh");
@@ -505,8 +481,9 @@ TEST(ReadFault, AfterAnErrorTheRestIsReadInHalfTheChunk) {
 
 TEST(ReadFault, EachErrorHalvesTheChunkUntilNothingIsLeft) {
   for (const std::size_t errors : {3U, 4U}) {  // chunks of 8, 4, 2 and 1
-    Source source{.content = "abcdefgh", .errors = std::vector<std::size_t>(errors, 0)};
-    const File stream = stream_from(source);
+    Deliveries deliveries(errors, failure);
+    deliveries.push_back({"abcdefgh"});
+    const Stream stream(deliveries);
     char buffer[9] = {};
     EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), errors == 3 ? 8U : 0U);
     EXPECT_STREQ(buffer, errors == 3 ? "abcdefgh" : "");
@@ -515,8 +492,8 @@ TEST(ReadFault, EachErrorHalvesTheChunkUntilNothingIsLeft) {
 }
 
 TEST(ReadFault, TheChunkStaysHalvedAfterASuccess) {
-  Source source{.content = "abcdefgh", .errors = {0, 2, 4, 6}};  // chunks of 8, 4, 2 and 1
-  const File stream = stream_from(source);
+  // Chunks of 8, 4, 2 and 1.
+  const Stream stream({failure, {"ab"}, failure, {"cd"}, failure, {"ef"}, failure, {"gh"}});
   char buffer[9] = {};
   EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), 6U);
   EXPECT_STREQ(buffer, "abcdef");
@@ -524,23 +501,20 @@ TEST(ReadFault, TheChunkStaysHalvedAfterASuccess) {
 
 // Deliberate: the bytes of a broken item are overwritten by the next one.
 TEST(ReadFault, OnlyWholeItemsCountAndAdvance) {
-  Source source{.content = "abcdXYefgh", .errors = {6}};
-  const File stream = stream_from(source);
+  const Stream stream({{"abcdXY"}, failure, {"efgh"}});
   char buffer[17] = {};
   EXPECT_EQ(qal_fread(buffer, 4, 2, stream.get()), 2U);
   EXPECT_STREQ(buffer, "abcdefgh");
 }
 
 TEST(ReadFault, AnEndInsideAnItemLeavesItOut) {
-  Source source{.content = "abcdef", .most_bytes = 1};
-  const File stream = stream_from(source);
+  const Stream stream(byte_by_byte("abcdef"));
   char buffer[9] = {};
   EXPECT_EQ(qal_fread(buffer, 4, 2, stream.get()), 1U);
 }
 
 TEST(LineFault, ALineArrivesByteByByte) {
-  Source source{.content = "ab\r\ncd", .most_bytes = 1};
-  const File stream = stream_from(source);
+  const Stream stream(byte_by_byte("ab\r\ncd"));
   char buffer[9];
   EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
   EXPECT_STREQ(buffer, "ab");
@@ -549,16 +523,14 @@ TEST(LineFault, ALineArrivesByteByByte) {
 }
 
 TEST(LineFault, AnInterruptedReadIsTakenUpAgain) {
-  Source source{.content = "abcd\n", .errors = {0, 2, 2}, .error = EINTR};
-  const File stream = stream_from(source);
+  const Stream stream({interruption, {"ab"}, interruption, interruption, {"cd\n"}});
   char buffer[9];
   EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 4);
   EXPECT_STREQ(buffer, "abcd");
 }
 
 TEST(LineFault, AReadErrorEndsTheLineLikeTheEndOfTheFile) {
-  Source source{.content = "abcd\n", .errors = {2, 2}};
-  const File stream = stream_from(source);
+  const Stream stream({{"ab"}, failure, failure, {"cd\n"}});
   char buffer[9];
   EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
   EXPECT_STREQ(buffer, "ab");

@@ -1,5 +1,4 @@
-// The program helpers when memory is short, the password database fails or a stream breaks. The C
-// library's calls are replaced at link time.
+// The program helpers when memory is short, the password database fails or a stream breaks.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
@@ -19,33 +18,17 @@
 
 #include "support/child.hpp"
 #include "support/descriptors.hpp"
+#include "support/fault.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
 using qal::test::clear_environment;
+using qal::test::fail_nth;
+using qal::test::Fault;
+using qal::test::in_child;
 using qal::test::open_descriptors;
-using qal::test::run_in_child;
 using qal::test::ScratchDir;
-
-// Which call of a function fails: 1 is the next one, 0 none. Each failure happens once.
-class Fault {
- public:
-  void arm(int call, int error) {
-    countdown_ = call;
-    error_ = error;
-  }
-  bool strikes() {
-    if (countdown_ == 0 || --countdown_ > 0) return false;
-    errno = error_;
-    return true;
-  }
-  int error() const { return error_; }
-
- private:
-  int countdown_ = 0;
-  int error_ = 0;
-};
 
 struct Faults {
   Fault calloc, strdup, fopen, opendir, readdir, fstat, ftello;
@@ -54,21 +37,21 @@ Faults faults;
 
 std::vector<std::size_t> allocated;  // bytes of every calloc
 
-// What the password database answers while it is replaced, and who asks.
+// What the replaced password database returns, and for whom it was asked.
 struct Database {
   bool replaced = false;
   bool known = true;
-  int error = 0;  // answered `error_times` times, then the entry
+  int error = 0;  // returned `error_times` times, then the entry
   int error_times = 1000;
-  std::size_t needed = 0;  // smaller buffers are answered with ERANGE
+  std::size_t needed = 0;  // smaller buffers fail with ERANGE
   std::string home;
-  uid_t real_id = 4711;  // another than the effective one
+  uid_t real_id = 4711;  // different from the effective one
   uid_t asked_id = 0;
   std::string asked_name;
 };
 Database database;
 
-std::map<std::string, bool> writable;  // answers of access; others are asked for
+std::map<std::string, bool> writable;  // results of access; for other paths it is called
 
 int answer(passwd *entry, char *store, std::size_t size, passwd **found) {
   *found = nullptr;
@@ -227,12 +210,11 @@ TEST_F(TildeExpand, AsksTheDatabaseAgainAfterASignal) {
 }
 
 void without_tmpdir(bool tmp, bool usr_tmp, const std::function<void()> &body) {
-  const auto child = run_in_child([&] {
+  in_child([&] {
     clear_environment();
     writable = {{"/tmp", tmp}, {"/usr/tmp", usr_tmp}};
     body();
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
 TEST(TemporaryDirectory, PrefersTmp) {
@@ -256,7 +238,7 @@ TEST(TemporaryDirectory, IsNoneWhenNeitherIsWritable) {
 }
 
 TEST(LowerCase, AnswersNullWhenMemoryIsShort) {
-  faults.strdup.arm(1, ENOMEM);
+  faults.strdup = fail_nth(1, ENOMEM);
   EXPECT_EQ(lower_case("Text"), nullptr);
 }
 
@@ -271,9 +253,9 @@ TEST(LineCount, ExpandsTheTilde) {
 TEST(LineCount, OpensAgainAfterASignal) {
   const ScratchDir scratch;
   const auto path = scratch.file("lines.txt", "one\ntwo\n");
-  faults.fopen.arm(1, EINTR);
+  faults.fopen = fail_nth(1, EINTR);
   EXPECT_EQ(file_getlinecount(path.c_str()), 2);
-  faults.fopen.arm(1, EMFILE);
+  faults.fopen = fail_nth(1, EMFILE);
   EXPECT_EQ(file_getlinecount(path.c_str()), -1);
 }
 
@@ -305,7 +287,7 @@ TEST(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {
 
 TEST(DirectoryScan, FailsWhenTheStatusCannotBeAsked) {
   const ScratchDir scratch;
-  faults.fstat.arm(1, EIO);
+  faults.fstat = fail_nth(1, EIO);
   expect_failed_scan(scratch);
 }
 
@@ -313,20 +295,20 @@ TEST(DirectoryScan, FailsWhenReadingBreaksOff) {
   const ScratchDir scratch;
   scratch.file("f");
   for (const int call : {1, 2, 4}) {
-    faults.readdir.arm(call, EIO);
+    faults.readdir = fail_nth(call, EIO);
     expect_failed_scan(scratch);
   }
 }
 
 TEST(DirectoryScan, FailsWithoutRoomToSort) {
   const ScratchDir scratch;
-  faults.calloc.arm(4, ENOMEM);  // behind the list and its two entries
+  faults.calloc = fail_nth(4, ENOMEM);  // behind the list and its two entries
   expect_failed_scan(scratch);
 }
 
 TEST(DirectoryScan, OpensAgainAfterASignal) {
   const ScratchDir scratch;
-  faults.opendir.arm(1, EINTR);
+  faults.opendir = fail_nth(1, EINTR);
   dirent **list = nullptr;
   EXPECT_EQ(scan(scratch, &list), 2);
   our_freenamelist(list);
@@ -348,7 +330,7 @@ TEST(FileAccess, OpensAgainAfterASignal) {
   const ScratchDir scratch;
   const auto path = scratch.file("data", "0123456789");
   std::int64_t position = 99;
-  faults.fopen.arm(1, EINTR);
+  faults.fopen = fail_nth(1, EINTR);
   EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), 0);
   EXPECT_EQ(position, 10);
 }
@@ -358,7 +340,7 @@ TEST(FileAccess, FailsWhenThePositionCannotBeAsked) {
   const auto path = scratch.file("data", "0123456789");
   const auto before = open_descriptors();
   std::int64_t position = 99;
-  faults.ftello.arm(1, EIO);
+  faults.ftello = fail_nth(1, EIO);
   EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), -3);
   EXPECT_EQ(position, 0);
   EXPECT_EQ(open_descriptors(), before);

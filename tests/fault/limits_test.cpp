@@ -1,5 +1,5 @@
-// A disk that is full, files that may not grow, and hardly a descriptor left: the calls say so,
-// what was there stays whole, and nothing half done passes for done.
+// A full disk, files that may not grow, and hardly a descriptor left: the calls report it, existing
+// files stay whole, and nothing incomplete counts as done.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -31,13 +31,14 @@ namespace {
 using qal::internal::File;
 using qal::internal::OwnedText;
 using qal::test::exists;
+using qal::test::in_child;
 using qal::test::names_in;
 using qal::test::open_descriptors;
 using qal::test::read_file;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
 
-// Whether the kernel is willing to copy files by itself.
+// Whether copy_file_range works.
 bool kernel_copies = false;
 
 constexpr char not_permitted[] =
@@ -94,7 +95,7 @@ namespace {
 
 class Limits : public testing::Test {
  protected:
-  // Runs the body in a child with the disk in place. Many a container forbids every mount.
+  // Runs the body in a child with the disk mounted. Many containers forbid every mount.
   static void on_small_disk(const std::string &disk, const std::function<void()> &body) {
     const auto child = run_in_child([&] {
       alarm(60);
@@ -115,7 +116,7 @@ class Limits : public testing::Test {
 };
 using FullDisk = Limits;
 
-// On both roads: by reading and writing, and by the kernel.
+// Both ways: by reading and writing, and in the kernel.
 void expect_no_room_for_copies(const std::string &source, const std::string &content,
                                const std::string &to) {
   for (const bool by_the_kernel : {false, true}) {
@@ -141,7 +142,7 @@ void expect_no_room_for_a_piece(std::string content, const std::string &to) {
 using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
 using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
 
-// The writer answers the size all the same; the stream tells, and the reader takes nothing for it.
+// The writer returns the size even so. The stream reports the error, and the reader returns 0.
 void expect_no_room_for_a_block(Write write, Read read, const std::string &content,
                                 const std::string &to) {
   File file{std::fopen(to.c_str(), "wb")};
@@ -164,7 +165,7 @@ TEST_F(FullDisk, IsToldAndSparesTheSource) {
   on_small_disk(disk, [this] { expect_no_room(source, content, disk + "/to"); });
 }
 
-// The kernel copies by itself within one file system.
+// The kernel copies within one file system.
 TEST_F(FullDisk, HasNoRoomForACopyOfItsOwnFile) {
   on_small_disk(disk, [this] {
     const std::string half = content.substr(0, 40'000);
@@ -220,18 +221,17 @@ TEST(FullDevice, IsTold) {
 using FileSizeLimit = Limits;
 
 TEST_F(FileSizeLimit, IsToldAndSparesTheSource) {
-  const auto child = run_in_child([this] {
+  in_child([this] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit small{20'000, 20'000};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
     expect_no_room(source, content, scratch / "to");
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out << child.err;
 }
 
 using FewDescriptors = Limits;
 
-// Takes all descriptors but that many.
+// Uses up all descriptors but that many.
 void leave_descriptors(std::size_t count) {
   constexpr rlim_t limit = 64;
   const rlimit few{limit, limit};

@@ -1,6 +1,4 @@
-// What paths answer when the system refuses, and how often they ask it. Linked with
-//   -Wl,--wrap=malloc,--wrap=open,--wrap=opendir,--wrap=readdir,--wrap=getcwd
-//   -Wl,--wrap=getpwuid_r,--wrap=getpwnam_r
+// The path functions when system calls fail, and how many calls they make.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -19,28 +17,26 @@
 #include <vector>
 
 #include "internal/password.hpp"
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
-// What the wrapped calls do instead of their work; a test sets it before it calls the library.
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_times;
+using qal::test::Fault;
+
+// What the replaced calls do; a test sets it before it calls the library.
 struct Faults {
   std::size_t smallest_refused_block = SIZE_MAX;
-  int open_interrupts = 0;
-  int opendir_error = 0;
-  int readdir_error = 0;  // after the first entry
-  bool no_working_directory = false;
-  int lookup_interrupts = 0;
-  int lookup_range_errors = 0;
-  int lookup_error = 0;
+  Fault open, opendir, readdir, getcwd, lookup;
   bool no_home = false;
   std::vector<std::size_t> lookup_sizes;
   bool record_opens = false;
   std::vector<std::string> opened;
   int last_open_flags = 0;
-  int directories_opened = 0;
-  int entries_read = 0;
 };
 Faults faults;
 
@@ -70,40 +66,26 @@ int __wrap_open(const char *path, int flags, ...) {
     faults.opened.emplace_back(path);
     faults.last_open_flags = flags;
   }
-  if (faults.open_interrupts > 0) {
-    --faults.open_interrupts;
-    errno = EINTR;
-    return -1;
-  }
-  return __real_open(path, flags, mode);
+  return faults.open.strikes() ? -1 : __real_open(path, flags, mode);
 }
 
 DIR *__wrap_opendir(const char *path) {
-  ++faults.directories_opened;
-  if (faults.opendir_error == 0) return __real_opendir(path);
-  errno = faults.opendir_error;
-  return nullptr;
+  return faults.opendir.strikes() ? nullptr : __real_opendir(path);
 }
 
 dirent *__wrap_readdir(DIR *directory) {
-  if (faults.readdir_error == 0 || faults.entries_read++ == 0) return __real_readdir(directory);
-  errno = faults.readdir_error;
-  return nullptr;
+  return faults.readdir.strikes() ? nullptr : __real_readdir(directory);
 }
 
 char *__wrap_getcwd(char *buffer, std::size_t size) {
-  if (!faults.no_working_directory) return __real_getcwd(buffer, size);
-  errno = ENOENT;
-  return nullptr;
+  return faults.getcwd.strikes() ? nullptr : __real_getcwd(buffer, size);
 }
 
-// The error that a look-up fails with in its turn, or 0 to let it work.
+// The error of this look-up, or 0.
 static int lookup_fault(std::size_t size, passwd **found) {
   faults.lookup_sizes.push_back(size);
   *found = nullptr;
-  if (faults.lookup_interrupts-- > 0) return EINTR;
-  if (faults.lookup_range_errors-- > 0) return ERANGE;
-  return faults.lookup_error;
+  return faults.lookup.error_of_call();
 }
 
 static int without_home(int result, passwd *entry) {
@@ -197,7 +179,7 @@ TEST_F(PathNormaliseFault, NeedsNoMemoryForAnEmptyPath) {
 
 TEST_F(PathFullFault, RefusesWithoutAWorkingDirectory) {
   std::array<char, 64> out{"kept"};
-  faults.no_working_directory = true;
+  faults.getcwd = fail_all(ENOENT);
   EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 64));
   EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 0));
   EXPECT_STREQ("kept", out.data());
@@ -205,31 +187,31 @@ TEST_F(PathFullFault, RefusesWithoutAWorkingDirectory) {
 
 TEST_F(PathFullFault, NeedsNoWorkingDirectoryForAnAbsolutePath) {
   std::array<char, 64> out{};
-  faults.no_working_directory = true;
+  faults.getcwd = fail_all(ENOENT);
   EXPECT_EQ(0, qal_get_full_path("/name", out.data(), 64));
 }
 
 TEST_F(PathExpandFault, DoesNotFindAnyoneWhenTheDatabaseFails) {
-  faults.lookup_error = EIO;
+  faults.lookup = fail_all(EIO);
   EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~"));
   EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~daemon/x"));
 }
 
 TEST_F(PathExpandFault, RepeatsAnInterruptedLookUp) {
-  faults.lookup_interrupts = 3;
+  faults.lookup = fail_times(3, EINTR);
   EXPECT_EQ(QAL_STATUS_OK, expand("~/x"));
-  faults.lookup_interrupts = 3;
+  faults.lookup = fail_times(3, EINTR);
   EXPECT_EQ(QAL_STATUS_OK, expand("~daemon"));
 }
 
 TEST_F(PathExpandFault, GrowsTheStoreOfALongEntry) {
-  faults.lookup_range_errors = 3;
+  faults.lookup = fail_times(3, ERANGE);
   EXPECT_EQ(QAL_STATUS_OK, expand("~daemon"));
   EXPECT_EQ((std::vector<std::size_t>{1024, 2048, 4096, 8192}), faults.lookup_sizes);
 }
 
 TEST_F(PathExpandFault, GivesUpOnAnEntryWithoutEnd) {
-  faults.lookup_range_errors = 1000;
+  faults.lookup = fail_all(ERANGE);
   EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~"));
   EXPECT_EQ(1U << 20, faults.lookup_sizes.back());
 }
@@ -262,7 +244,7 @@ TEST_F(PathRangeFault, ReadsTheDirectoryOnceInsteadOfProbing) {
   const ScratchDir scratch;
   scratch.file("f987654321");
   EXPECT_EQ((Range{0, 987654321, 987654321}), find_range(scratch / "f#########"));
-  EXPECT_EQ(1, faults.directories_opened);
+  EXPECT_EQ(1, faults.opendir.calls);
   EXPECT_EQ((std::vector<std::string>{scratch / "f987654321", scratch / "f987654321",
                                       scratch / "f987654322"}),
             faults.opened);
@@ -286,7 +268,7 @@ TEST_F(PathRangeFault, OpensOnlyWhatTheDirectoryListsInTheTemplatesForm) {
 
 TEST_F(PathRangeFault, OpensNothingWhereTheDirectoryCannotBe) {
   for (const int error : {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG}) {
-    faults.opendir_error = error;
+    faults.opendir = fail_all(error);
     EXPECT_EQ((Range{6, -1, -1}), find_range("/f##")) << error;
   }
   EXPECT_TRUE(faults.opened.empty());
@@ -306,7 +288,7 @@ TEST_F(PathRangeFault, DoesNotReadTheDirectoryForAGivenFirstNumber) {
   const ScratchDir scratch;
   scratch.file("f1");
   EXPECT_EQ((Range{0, 1, 1}), find_range(scratch / "f#", 1));
-  EXPECT_EQ(0, faults.directories_opened);
+  EXPECT_EQ(0, faults.opendir.calls);
 }
 
 TEST_F(PathRangeFault, DoesNotProbeBeyondTheLimitOrTheField) {
@@ -327,7 +309,7 @@ TEST_F(PathRangeFault, OpensWithoutWaitingAndWithoutInheritance) {
 TEST_F(PathRangeFault, RepeatsAnInterruptedOpen) {
   const ScratchDir scratch;
   scratch.file("f0");
-  faults.open_interrupts = 3;
+  faults.open = fail_times(3, EINTR);
   EXPECT_EQ((Range{0, 0, 0}), find_range(scratch / "f#"));
 }
 
@@ -337,7 +319,7 @@ TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {
   const int lowest_free = dup(STDOUT_FILENO);
   close(lowest_free);
   find_range(scratch / "f#");
-  faults.readdir_error = EIO;
+  faults.readdir = fail_from(2, EIO);
   find_range(scratch / "f#");
   const int still_lowest = dup(STDOUT_FILENO);
   close(still_lowest);
@@ -347,14 +329,14 @@ TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {
 TEST_F(PathRangeFault, ProbesWhenTheDirectoryCannotBeOpened) {
   const ScratchDir scratch;
   scratch.file("f42");
-  faults.opendir_error = EACCES;
+  faults.opendir = fail_all(EACCES);
   EXPECT_EQ((Range{0, 42, 42}), find_range(scratch / "f##"));
   EXPECT_EQ(scratch / "f00", faults.opened.front());
 }
 
 TEST_F(PathRangeFault, ProbesAllNumbersBeforeItFails) {
   const ScratchDir scratch;
-  faults.opendir_error = EACCES;
+  faults.opendir = fail_all(EACCES);
   EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f##"));
   EXPECT_EQ(100U, faults.opened.size());
   EXPECT_EQ(scratch / "f99", faults.opened.back());
@@ -363,7 +345,7 @@ TEST_F(PathRangeFault, ProbesAllNumbersBeforeItFails) {
 TEST_F(PathRangeFault, ProbesWhenReadingTheDirectoryFails) {
   const ScratchDir scratch;
   for (const char *name : {"f41", "f42"}) scratch.file(name);
-  faults.readdir_error = EIO;
+  faults.readdir = fail_from(2, EIO);
   EXPECT_EQ((Range{0, 41, 42}), find_range(scratch / "f##"));
 }
 

@@ -1,6 +1,5 @@
-// Commands that the operating system does not start as asked. The calls below are replaced at link
-// time; each passes through unless a test says which of them is to fail. Forked processes take the
-// plan along.
+// Commands that the operating system does not start as asked. Each replaced call passes through
+// unless a test says which of them is to fail, in forked processes as well.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <qal/pipe.h>
@@ -23,24 +22,15 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/commands.hpp"
 #include "support/descriptors.hpp"
+#include "support/fault.hpp"
 
 namespace {
 
-// Which of the calls to one function fail, and how.
-struct Fault {
-  int error = EIO;
-  int first = 1;           // the first call that fails, counted from 1
-  int how_many = 1 << 30;  // and how many from there on
-  int calls = 0;
-
-  bool strikes() {
-    ++calls;
-    if (calls < first || calls - first >= how_many) return false;
-    errno = error;
-    return true;
-  }
-};
+using qal::test::fail_all;
+using qal::test::fail_nth;
+using qal::test::Fault;
 
 std::map<std::string_view, Fault> faults;
 std::size_t most_bytes = SIZE_MAX;  // that one write moves
@@ -112,7 +102,7 @@ int __wrap_execlp(const char *file, const char *argument, ...) {
     if (__real_write(STDERR_FILENO, text.data(), text.size()) < 0) _exit(1);
   }
   if (refused("execlp")) return -1;
-  // Nobody may change the group of a process from outside once it runs a program.
+  // Once a process runs a program, nobody else may change its group.
   while (grouping == Grouping::by_parent && getpgrp() != getpid()) sched_yield();
   all.push_back(nullptr);
   return execv(file, all.data());
@@ -123,82 +113,49 @@ namespace {
 
 using qal::internal::File;
 using qal::test::ChildResult;
+using qal::test::Command;
+using qal::test::exit_code;
+using qal::test::expect_no_children;
+using qal::test::in_child;
 using qal::test::open_descriptors;
-using qal::test::run_in_child;
+using qal::test::output_of;
+using qal::test::rest_of;
 
 constexpr int refused_shell = 42;
 
-int wait_for(int pid) {
-  int status = -1;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
-  }
-  return status;
-}
-
-int exit_code(int pid) {
-  const int status = wait_for(pid);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string rest_of(std::FILE *stream) {
-  std::string text;
-  char block[4096];
-  while (const auto got = std::fread(block, 1, sizeof block, stream)) text.append(block, got);
-  return text;
-}
-
-void expect_no_children() {
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-  EXPECT_EQ(errno, ECHILD);
-}
-
-// Started in a process of its own, whose standard error is looked at. A command that could not be
-// started ends there.
+// Passes in a process of its own, whose output is compared. A command that could not be started
+// ends there.
 ChildResult run(const std::function<void()> &body) {
-  return run_in_child([&] {
+  return in_child([&] {
     alarm(60);
     body();
   });
 }
 
-// What the caller of a failed child does.
+// What the caller does in a child that could not start the command.
 void end_if_child(int pid, const File &stream, const std::vector<int> &open_before) {
   if (pid != 0) return;
   _exit(!stream && open_descriptors() == open_before ? refused_shell : 1);
 }
 
-std::string read_output(const char *command) {
-  int pid = -2;
-  File stream(qal_pipe_popen_id(command, "r", &pid));
-  EXPECT_TRUE(stream);
-  if (!stream) return {};
-  std::string output = rest_of(stream.get());
-  stream.reset();
-  EXPECT_EQ(exit_code(pid), 0);
-  return output;
-}
-
-int run_with_input(const char *command) {
-  int pid = -2;
-  File stream(qal_pipe_popen_id(command, "w", &pid));
-  EXPECT_TRUE(stream);
-  stream.reset();
-  return exit_code(pid);
+int run_with_input(const char *text) {
+  Command command(text, "w");
+  EXPECT_TRUE(command.stream);
+  command.stream.reset();
+  return exit_code(command.pid);
 }
 
 TEST(PipeFault, GivesNoneWithoutAWordWhenThereIsNoPipe) {
   for (const char *mode : {"r", "w"}) {
     const auto child = run([mode] {
       const auto before = open_descriptors();
-      faults["pipe2"].error = EMFILE;
+      faults["pipe2"] = fail_all(EMFILE);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("echo started", mode, &pid), nullptr);
       EXPECT_EQ(pid, -1);
       EXPECT_EQ(open_descriptors(), before);
       expect_no_children();
     });
-    EXPECT_TRUE(child.exited_with(0)) << child.out;
     EXPECT_EQ(child.out + child.err, "");
   }
 }
@@ -207,14 +164,13 @@ TEST(PipeFault, TellsThatItCannotFork) {
   for (const char *mode : {"r", "w"}) {
     const auto child = run([mode] {
       const auto before = open_descriptors();
-      faults["fork"].error = EAGAIN;
+      faults["fork"] = fail_all(EAGAIN);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("echo 100% %s", mode, &pid), nullptr);
       EXPECT_EQ(pid, -1);
       EXPECT_EQ(open_descriptors(), before);
       expect_no_children();
     });
-    EXPECT_TRUE(child.exited_with(0)) << child.out;
     EXPECT_EQ(child.out, "");
     EXPECT_EQ(child.err, "qal_pipe_popen_id() fork() failed for <echo 100% %s>\n");
   }
@@ -224,7 +180,7 @@ TEST(PipeFault, ClosesBothEndsWhenThereIsNoStream) {
   for (const char *mode : {"r", "w"}) {
     const auto child = run([mode] {
       const auto before = open_descriptors();
-      faults["fdopen"].error = ENOMEM;
+      faults["fdopen"] = fail_all(ENOMEM);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("cat </dev/null", mode, &pid), nullptr);
       EXPECT_EQ(errno, ENOMEM);
@@ -232,20 +188,18 @@ TEST(PipeFault, ClosesBothEndsWhenThereIsNoStream) {
       ASSERT_GT(pid, 0);
       EXPECT_EQ(exit_code(pid), 0);
     });
-    EXPECT_TRUE(child.exited_with(0)) << child.out;
     EXPECT_EQ(child.err, "");
   }
 }
 
 TEST(PipeFault, LetsACommandWithoutAStreamSeeTheEndOfItsInput) {
-  const auto child = run([] {
-    faults["fdopen"].error = ENOMEM;
+  run([] {
+    faults["fdopen"] = fail_all(ENOMEM);
     int pid = -2;
     EXPECT_EQ(qal_pipe_popen_id("cat", "w", &pid), nullptr);
     ASSERT_GT(pid, 0);
     EXPECT_EQ(exit_code(pid), 0);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
 // The ends get low numbers when the caller has closed standard descriptors, and are moved up.
@@ -255,7 +209,7 @@ TEST(PipeFault, GivesNoneWhenAnEndCannotBeMovedOutOfTheWay) {
       close(STDIN_FILENO);
       close(STDOUT_FILENO);
       const auto before = open_descriptors();
-      faults["fcntl"] = {EMFILE, failing, 1};
+      faults["fcntl"] = fail_nth(failing, EMFILE);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("echo started", "r", &pid), nullptr);
       EXPECT_EQ(pid, -1);
@@ -263,17 +217,15 @@ TEST(PipeFault, GivesNoneWhenAnEndCannotBeMovedOutOfTheWay) {
       EXPECT_EQ(open_descriptors(), before);
       expect_no_children();
     });
-    EXPECT_TRUE(child.exited_with(0));
     EXPECT_EQ(child.err, "");
   }
 }
 
 TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
   const auto child = run([] {
-    faults["dup"] = {EMFILE, 1, 1};
-    EXPECT_EQ(read_output("echo out 2>/dev/null; echo err >&2"), "err\n");
+    faults["dup"] = fail_nth(1, EMFILE);
+    EXPECT_EQ(output_of("echo out 2>/dev/null; echo err >&2"), "err\n");
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.out, "");
   EXPECT_EQ(child.err, "dup() of write side of pipe failed\n: Too many open files\n");
 }
@@ -281,28 +233,25 @@ TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
 // Deliberate: standard error is closed by then, so nobody sees this message.
 TEST(PipeFaultChild, CannotTellThatItsErrorsAreNotConnected) {
   const auto child = run([] {
-    faults["dup"] = {EMFILE, 2, 1};
-    EXPECT_EQ(read_output("test -e /dev/fd/2 || echo closed"), "closed\n");
+    faults["dup"] = fail_nth(2, EMFILE);
+    EXPECT_EQ(output_of("test -e /dev/fd/2 || echo closed"), "closed\n");
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.err, "");
 }
 
 TEST(PipeFaultChild, TellsEachFailureOnce) {
   const auto child = run([] {
-    faults["dup"].error = EBADF;
-    EXPECT_EQ(read_output("exit 0"), "");
+    faults["dup"] = fail_all(EBADF);
+    EXPECT_EQ(output_of("exit 0"), "");
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.err, "dup() of write side of pipe failed\n: Bad file descriptor\n");
 }
 
 TEST(PipeFaultChild, TellsThatItsInputCannotBeConnectedAndRunsAllTheSame) {
   const auto child = run([] {
-    faults["dup"].error = EMFILE;
+    faults["dup"] = fail_all(EMFILE);
     EXPECT_EQ(run_with_input("test -e /dev/fd/0 || echo closed"), 0);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.out, "closed\n");
   EXPECT_EQ(child.err, "dup() of read side of pipe failed\n: Too many open files\n");
 }
@@ -312,21 +261,19 @@ TEST(PipeFaultChild, RunsTheShellWithTheCommandAsOneArgument) {
     tell_arguments = true;
     EXPECT_EQ(run_with_input("echo  'a | b' >/dev/null"), 0);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.err, "/bin/sh|sh|-c|echo  'a | b' >/dev/null\n");
 }
 
 TEST(PipeFaultChild, TellsThatTheShellDidNotStartAndReturns) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
+    faults["execlp"] = fail_all(ENOENT);
     int pid = -2;
     File stream(qal_pipe_popen_id("echo 100% %s", "w", &pid));
     end_if_child(pid, stream, before);
     EXPECT_TRUE(stream);
     EXPECT_EQ(exit_code(pid), refused_shell);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.out, "");
   EXPECT_EQ(child.err, "qal_pipe_popen_id() exec() failed for <echo 100% %s>\n");
 }
@@ -344,72 +291,68 @@ bool has_signals_of_the_parent() {
 
 TEST(PipeFaultChild, ReturnsWithTheSignalHandlersAndMaskOfTheParent) {
   for (const char *mode : {"r", "w"}) {
-    const auto child = run([mode] {
+    run([mode] {
       signal(SIGUSR1, handle_nothing);
       sigset_t mask;
       sigemptyset(&mask);
       sigaddset(&mask, SIGUSR2);
       sigprocmask(SIG_BLOCK, &mask, nullptr);
-      faults["execlp"].error = ENOENT;
+      faults["execlp"] = fail_all(ENOENT);
       int pid = -2;
       const File stream(qal_pipe_popen_id("command", mode, &pid));
       if (pid == 0) _exit(has_signals_of_the_parent() ? refused_shell : 1);
       EXPECT_TRUE(has_signals_of_the_parent());
       EXPECT_EQ(exit_code(pid), refused_shell);
     });
-    EXPECT_TRUE(child.exited_with(0)) << child.out;
   }
 }
 
 TEST(PipeFaultChild, TellsTheReaderThatTheShellDidNotStart) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
+    faults["execlp"] = fail_all(ENOENT);
     int pid = -2;
     const File stream(qal_pipe_popen_id("x", "r", &pid));
     end_if_child(pid, stream, before);
     EXPECT_EQ(rest_of(stream.get()), "qal_pipe_popen_id() exec() failed for <x>\n");
     EXPECT_EQ(exit_code(pid), refused_shell);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.err, "");
 }
 
 TEST(PipeFaultChild, WritesItsMessageWholeThroughShortAndInterruptedWrites) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
+    faults["execlp"] = fail_all(ENOENT);
     int pid = -2;
     most_bytes = 3;
-    faults["write"] = {EINTR, 2, 2};
+    faults["write"] = {.error = EINTR, .first = 2, .how_many = 2};
     const File stream(qal_pipe_popen_id("command", "w", &pid));
     end_if_child(pid, stream, before);
     most_bytes = SIZE_MAX;
     faults.clear();
     EXPECT_EQ(exit_code(pid), refused_shell);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.err, "qal_pipe_popen_id() exec() failed for <command>\n");
 }
 
 TEST(PipeFaultChild, GivesUpOnAMessageThatCannotBeWritten) {
   const auto child = run([] {
     const auto before = open_descriptors();
-    faults["execlp"].error = ENOENT;
-    faults["write"].error = EPIPE;
+    faults["execlp"] = fail_all(ENOENT);
+    faults["write"] = fail_all(EPIPE);
     int pid = -2;
     const File stream(qal_pipe_popen_id("command", "w", &pid));
     end_if_child(pid, stream, before);
     faults.clear();
     EXPECT_EQ(exit_code(pid), refused_shell);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
   EXPECT_EQ(child.err, "");
 }
 
 TEST(PipeFaultChild, IsMadeAGroupOfItsOwnByItselfAndByTheParent) {
   for (const auto by : {Grouping::by_parent, Grouping::by_child}) {
-    const auto child = run([by] {
+    run([by] {
       grouping = by;
       int pid = -2;
       File stream(qal_pipe_popen_id("exit 5", "w", &pid));
@@ -418,7 +361,6 @@ TEST(PipeFaultChild, IsMadeAGroupOfItsOwnByItselfAndByTheParent) {
       EXPECT_EQ(getpgid(pid), pid);
       EXPECT_EQ(exit_code(pid), 5);
     });
-    EXPECT_TRUE(child.exited_with(0)) << child.out;
   }
 }
 

@@ -1,5 +1,5 @@
-// The Linux half of the platform against a machine of our own: where the kernel's files are looked
-// for and what sysconf answers is replaced at link time.
+// The Linux half of the platform on a simulated machine, which has its own kernel files and its own
+// results of sysconf.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -13,8 +13,12 @@
 #include <string>
 
 #include "platform/platform.hpp"
+#include "support/fault.hpp"
 #include "support/scratch.hpp"
 
+using qal::test::fail_nth;
+using qal::test::fail_times;
+using qal::test::Fault;
 using qal::test::ScratchDir;
 namespace platform = qal::internal::platform;
 
@@ -23,19 +27,9 @@ namespace {
 std::string sysfs;  // stands in for /sys/devices/system/cpu when set
 std::string statm;  // stands in for /proc/self/statm when set
 std::map<int, long> settings;
-int repeats_of_cpu0 = 0;  // entries of that name that a directory shows beyond its own
+int repeats_of_cpu0 = 0;  // how many further entries of that name a directory lists
 
-// How often each call still fails, and with what.
-struct Fault {
-  int times = 0;
-  int error = 0;
-  bool strikes() {
-    if (times == 0) return false;
-    --times;
-    errno = error;
-    return true;
-  }
-} open_fault, read_fault, readdir_fault;
+Fault open_fault, read_fault, readdir_fault;
 
 }  // namespace
 
@@ -204,11 +198,11 @@ TEST_F(LinuxTopology, IsUnknownWhereOneIdIsNoNumber) {
 TEST_F(LinuxTopology, IsUnknownWhereAFileCannotBeRead) {
   Topology machine;
   machine.processor("cpu0", "0", "0");
-  open_fault = {1, EACCES};
+  open_fault = fail_nth(1, EACCES);
   EXPECT_EQ(packages(), untouched);
-  read_fault = {1, EIO};
+  read_fault = fail_nth(1, EIO);
   EXPECT_EQ(packages(), untouched);
-  readdir_fault = {1, EIO};
+  readdir_fault = fail_nth(1, EIO);
   EXPECT_EQ(packages(), untouched);
   EXPECT_EQ(packages(), 1);
 }
@@ -216,11 +210,11 @@ TEST_F(LinuxTopology, IsUnknownWhereAFileCannotBeRead) {
 TEST_F(LinuxTopology, IsReadOnAfterAnInterruption) {
   Topology machine;
   machine.processor("cpu0", "0", "0");
-  open_fault = {3, EINTR};
-  read_fault = {3, EINTR};
+  open_fault = fail_times(3, EINTR);
+  read_fault = fail_times(3, EINTR);
   EXPECT_EQ(packages(), 1);
-  EXPECT_EQ(open_fault.times, 0);
-  EXPECT_EQ(read_fault.times, 0);
+  EXPECT_GT(open_fault.calls, 3);
+  EXPECT_GT(read_fault.calls, 3);
 }
 
 TEST_F(LinuxTopology, HoldsAsManyProcessorsAsKernelsDo) {

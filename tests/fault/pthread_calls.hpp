@@ -1,6 +1,6 @@
 // The platform's thread calls and the breakpoint function, replaced at link time: each counts its
-// calls and can be refused, and some let a case look at what they were given or step in between.
-// Included by one file of a program that wraps every function below.
+// calls and can be made to fail, and some let a case see their arguments or act in between.
+// Included by one file of a program.
 #pragma once
 
 #include <qal/thread.h>
@@ -16,7 +16,7 @@ namespace qal::test {
 
 class Call {
  public:
-  // For the replacement: 0 when the platform is to be called, else the error number to answer.
+  // For the replacement: the error to return, or 0 to call the platform.
   int enter() {
     ++count_;
     return error_;
@@ -39,7 +39,7 @@ struct PthreadCalls {
   // The initialisations and destructions of the process so far, such as "+mutex -cond ".
   std::string order;
 
-  // Each is called if it is there: before a creation, instead of a wait, behind a wait, behind an
+  // Each is called if it is set: before a creation, instead of a wait, after a wait, after an
   // unlocking. To be set while the threads concerned do not run.
   std::function<void(QalThreadHandle *, const pthread_attr_t *)> before_create;
   std::function<int(QalThreadCond *, QalThreadMutex *)> instead_of_wait;
@@ -48,14 +48,14 @@ struct PthreadCalls {
 
   bool key_has_destructor = false;         // the key created last
   bool has_attributes = false;             // the mutex or condition initialised last
-  std::optional<timeval> clock;            // the real one runs while there is none
+  std::optional<timeval> clock;            // while it is empty, the real one is read
   timespec deadline{};                     // of the last timed wait
-  std::optional<int> answer_of_timedwait;  // the platform's own while there is none
+  std::optional<int> answer_of_timedwait;  // while it is empty, the platform's own
 };
 
 inline PthreadCalls calls;
 
-// Runs `step` while `call` answers `error` instead of doing its work.
+// Runs `step` while `call` fails with `error`.
 template <typename Step>
 auto refused(Call &call, int error, const Step &step) {
   call.refuse(error);
@@ -176,7 +176,7 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t *condition) {
 int __real_pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex);
 int __wrap_pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex) {
   if (const int error = calls.cond_wait.enter()) return error;
-  // A copy, since it may put another in its own place.
+  // A copy, since it may replace itself.
   if (const auto step = calls.instead_of_wait) return step(condition, mutex);
   const int status = __real_pthread_cond_wait(condition, mutex);
   if (calls.behind_wait) calls.behind_wait(condition, mutex);

@@ -1,4 +1,4 @@
-// Semaphores over a platform that refuses, and with other threads' steps put where they matter.
+// Semaphores when the platform's calls fail, and with other threads' steps at critical points.
 #include <gtest/gtest.h>
 #include <qal/thread.h>
 

@@ -28,7 +28,7 @@ namespace {
 bool trickling = false;
 bool interrupted_last = false;
 int short_calls = 0;
-std::size_t kernel_copies_bytes = 0;  // before it leaves the rest to reading and writing
+std::size_t kernel_copies_bytes = 0;  // before the rest is read and written
 
 // Every other call is interrupted.
 bool interrupted() {
@@ -83,7 +83,7 @@ namespace {
 using qal::internal::File;
 using qal::internal::read_record;
 using qal::internal::Record;
-using qal::test::Deliveries;
+using qal::test::byte_by_byte;
 using qal::test::exists;
 using qal::test::FlakySource;
 using qal::test::read_file;
@@ -99,16 +99,6 @@ class Trickle {
   Trickle(const Trickle &) = delete;
   Trickle &operator=(const Trickle &) = delete;
 };
-
-Deliveries byte_by_byte(std::string_view content, bool with_signals) {
-  Deliveries deliveries;
-  for (const char c : content) {
-    if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
-    deliveries.push_back({.bytes = std::string(1, c)});
-  }
-  if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
-  return deliveries;
-}
 
 // A stream that gives one byte at a time.
 class SlowSource {

@@ -36,7 +36,7 @@ namespace {
 // needs memory before it can check anything.
 bool in_use = false;
 thread_local bool inside_call = false;
-std::atomic<int> allocations_until_refusal = 0;  // 0: none is refused
+std::atomic<int> allocations_until_refusal = 0;  // 0: none fails
 std::atomic<bool> refuses_from_there_on = false;
 std::atomic<int> refused = 0;
 std::atomic<int> refused_before_call = 0;
@@ -59,7 +59,7 @@ struct Block {
   std::size_t size;
 };
 
-// Has no need of memory itself.
+// Allocates nothing itself.
 class LiveBlocks {
  public:
   void add(void *address, std::size_t size) {

@@ -13,11 +13,15 @@
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 
 namespace {
 
-bool refuse_memory = false;
+using qal::test::fail_all;
+using qal::test::Fault;
+
+Fault memory;
 
 std::vector<std::string> steps;   // taken so far
 int answer_of_threads_part = 0;   // of the platform's part of the thread layer
@@ -66,11 +70,7 @@ int __wrap_qal_thread_setconcurrency(int level) {
 }
 
 void *__real_malloc(size_t size);
-void *__wrap_malloc(size_t size) {
-  if (!refuse_memory) return __real_malloc(size);
-  errno = ENOMEM;
-  return nullptr;
-}
+void *__wrap_malloc(size_t size) { return memory.strikes() ? nullptr : __real_malloc(size); }
 }
 
 namespace {
@@ -164,15 +164,15 @@ TEST(ThreadLayerStart, HandsTheAnswerOfThePlatformsPartOn) {
       const int main_thread = 0;
       int result = -2;
       EXPECT_EQ(qal_thread_join(&main_thread, &result), -1);
-      EXPECT_EQ(result, 0);  // its slot is claimed only behind that part
+      EXPECT_EQ(result, 0);  // its slot is claimed only after that part
     });
   }
 }
 
 int set_cachedir_without_memory(const char *path) {
-  refuse_memory = true;
+  memory = fail_all(ENOMEM);
   const int result = qal_utils_set_cachedir(path);
-  refuse_memory = false;
+  memory = {};
   return result;
 }
 

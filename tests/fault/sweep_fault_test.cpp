@@ -1,4 +1,4 @@
-// The sweep with a listing, a libcurl, a clock and system calls that do what a test tells them to.
+// The sweep with a listing, a libcurl, a clock and system calls that a test controls.
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -31,6 +31,7 @@
 #include "notify.hpp"
 #include "record.hpp"
 #include "support/child.hpp"
+#include "support/fault.hpp"
 #include "support/record_model.hpp"
 #include "support/sweep_world.hpp"
 
@@ -42,9 +43,13 @@
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 using qal::test::clear_environment;
 using qal::test::exists;
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_times;
+using qal::test::Fault;
 using qal::test::record_text;
 using qal::test::SweepWorld;
 using qal::test::vanished_pid;
@@ -58,7 +63,7 @@ using testing::StartsWith;
 
 using Option = std::pair<CURLoption, std::string>;
 
-// What the replaced functions do and what was asked of them. Left alone they behave.
+// What the replaced functions do and what they were called with. By default they work.
 struct Stage {
   // libcurl
   bool library_missing = false;
@@ -86,11 +91,7 @@ struct Stage {
   std::vector<std::string> calls;
   bool calls_recorded = false;
   std::size_t read_at_most = SIZE_MAX;
-  int interrupted_opens = 0;
-  int interrupted_reads = 0;
-  bool reads_fail_after_the_first = false;
-  bool fstat_fails = false;
-  bool stat_fails = false;
+  Fault open, read, fstat, stat;
   bool stat_tells_another_device = false;
   int reads = 0;
   std::size_t bytes_read = 0;
@@ -247,23 +248,12 @@ int __wrap_open(const char *path, int flags, int mode) {
   }
   note("open");
   EXPECT_EQ(flags, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (stage.interrupted_opens-- > 0) {
-    errno = EINTR;
-    return -1;
-  }
-  return __real_open(path, flags, mode);
+  return stage.open.strikes() ? -1 : __real_open(path, flags, mode);
 }
 
 ssize_t __wrap_read(int descriptor, void *room, size_t size) {
   note("read");
-  if (stage.interrupted_reads-- > 0) {
-    errno = EINTR;
-    return -1;
-  }
-  if (stage.reads_fail_after_the_first && stage.reads > 0) {
-    errno = EIO;
-    return -1;
-  }
+  if (stage.read.strikes()) return -1;
   EXPECT_LE(size, 4096u);
   const ssize_t got = __real_read(descriptor, room, std::min(size, stage.read_at_most));
   ++stage.reads;
@@ -284,13 +274,13 @@ int __wrap_close(int descriptor) {
 
 int __wrap_fstat(int descriptor, struct stat *info) {
   note("fstat");
-  return stage.fstat_fails ? -1 : __real_fstat(descriptor, info);
+  return stage.fstat.strikes() ? -1 : __real_fstat(descriptor, info);
 }
 
 int __wrap_stat(const char *path, struct stat *info) {
   if (stage.listing_runs) return __real_stat(path, info);
   note("stat");
-  const int status = stage.stat_fails ? -1 : __real_stat(path, info);
+  const int status = stage.stat.strikes() ? -1 : __real_stat(path, info);
   if (stage.stat_tells_another_device) ++info->st_dev;
   return status;
 }
@@ -345,6 +335,12 @@ class SweepStage : public testing::Test {
                          record_text("http://127.0.0.1/x", "halix", "secret", getpid()));
   }
   void sweep() const { process_directory(world_.temporary().c_str()); }
+  std::vector<std::string> calls_of_sweep() const {
+    stage.calls_recorded = true;
+    sweep();
+    stage.calls_recorded = false;
+    return stage.calls;
+  }
   void sweep_one() const {
     const auto path = notified_record();
     sweep();
@@ -578,40 +574,29 @@ TEST_F(SweepBudget, BeginsAnewWithEachSweep) {
 
 TEST_F(SweepCalls, ReadsProbesAsksClosesAndDeletesInThisOrder) {
   notified_record();
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls,
+  EXPECT_THAT(calls_of_sweep(),
               ElementsAre("open", "fstat", "read", "probe", "request", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepCalls, CloseAndKeepARecordOfAVanishedProcess) {
   world_.record("halix_server1.dat", record_text("u", "n", "p", vanished_pid()));
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "read", "probe", "close"));
+  EXPECT_THAT(calls_of_sweep(), ElementsAre("open", "fstat", "read", "probe", "close"));
 }
 
 TEST_F(SweepCalls, NeitherProbeNorAskForAMalformedRecord) {
   world_.record("halix_server1.dat", "malformed");
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "read", "read", "stat", "close", "unlink"));
+  EXPECT_THAT(calls_of_sweep(),
+              ElementsAre("open", "fstat", "read", "read", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepCalls, NeverReadWhatIsNoRegularFile) {
   ASSERT_EQ(mkfifo((world_.temporary() + "/halix_server1.dat").c_str(), 0666), 0);
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, ElementsAre("open", "fstat", "stat", "close", "unlink"));
+  EXPECT_THAT(calls_of_sweep(), ElementsAre("open", "fstat", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepCalls, GoOnAfterAnInterruption) {
-  stage.interrupted_opens = 3;
-  stage.interrupted_reads = 3;
+  stage.open = fail_times(3, EINTR);
+  stage.read = fail_times(3, EINTR);
   sweep_one();
   EXPECT_EQ(stage.performs, 1);
 }
@@ -650,7 +635,7 @@ TEST_F(SweepCalls, ReadOnceWhenTheRecordIsComplete) {
 
 TEST_F(SweepCalls, TakeAnErrorForTheEndOfAMalformedRecord) {
   const auto path = world_.record("halix_server1.dat", record_text("u", "n", "p", getpid()) + "\n");
-  stage.reads_fail_after_the_first = true;
+  stage.read = fail_from(2, EIO);
   stage.read_at_most = 7;  // the number has begun and may go on
   sweep();
   EXPECT_EQ(stage.performs, 0);
@@ -659,7 +644,7 @@ TEST_F(SweepCalls, TakeAnErrorForTheEndOfAMalformedRecord) {
 
 TEST_F(SweepCalls, KeepAFileThatCannotBeTold) {
   const auto path = notified_record();
-  stage.fstat_fails = true;
+  stage.fstat = fail_all(EIO);
   sweep();
   EXPECT_TRUE(exists(path));
   EXPECT_EQ(stage.performs, 0);
@@ -667,7 +652,7 @@ TEST_F(SweepCalls, KeepAFileThatCannotBeTold) {
 
 TEST_F(SweepCalls, KeepAFileWhoseNameCannotBeAskedFor) {
   const auto path = notified_record();
-  stage.stat_fails = true;
+  stage.stat = fail_all(EIO);
   sweep();
   EXPECT_TRUE(exists(path));
 }
@@ -782,10 +767,7 @@ TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
   stage.listing_replaced = true;
   stage.listing_names =
       "../home/halix_server1.dat\n..\\home\\halix_server1.dat\nnotes.txt\n./halix_server2.dat\n";
-  stage.calls_recorded = true;
-  sweep();
-  stage.calls_recorded = false;
-  EXPECT_THAT(stage.calls, IsEmpty());
+  EXPECT_THAT(calls_of_sweep(), IsEmpty());
   EXPECT_TRUE(exists(outside));
   EXPECT_TRUE(exists(foreign));
   EXPECT_TRUE(exists(record));
@@ -808,13 +790,12 @@ void enter_tool(const Settings &settings, char *name,
 }
 
 void expect_sweeps(const Settings &settings, const Wildcards &expected) {
-  const auto result = qal::test::run_in_child([&] {
+  qal::test::in_child([&] {
     Wildcards listed;
     char name[] = "kalmora-sweep";
     enter_tool(settings, name, [&](const char *wildcard) { listed.emplace_back(wildcard); });
     EXPECT_EQ(listed, expected);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 std::string resources_of(const std::string &home) {
@@ -854,7 +835,7 @@ TEST(ToolEntry, SweepsTheResourcesOfAnEmptyHome) {
 }
 
 void expect_identity(char *name, const std::string &expected) {
-  const auto result = qal::test::run_in_child([&] {
+  qal::test::in_child([&] {
     std::string identity;
     enter_tool({{"ZUL_USER_HOMEDIR", "/h"}}, name, [&](const char *) {
       identity = QalIdentity::currentIdentity->getIdentityString();
@@ -864,7 +845,6 @@ void expect_identity(char *name, const std::string &expected) {
     });
     EXPECT_EQ(identity, expected);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(ToolEntry, PublishesTheIdentityOfTheFamilysClientWithoutAVersion) {
@@ -892,8 +872,8 @@ TEST_F(SweepMemory, ShortageEndsTheSweepWithoutHarm) {
   EXPECT_GT(failures, 20);
 }
 
-// The block that a record is read into holds its text in front and behind that whatever the stack
-// held before, which may be anything; the record is wholly written.
+// The block that a record is read into begins with its text; the rest is whatever the stack held
+// before. The record is wholly written.
 void expect_wiped(const std::string &text, const std::string &url, const std::string &user,
                   const std::string &password) {
   EXPECT_THAT(stage.wiped,

@@ -1,4 +1,4 @@
-// The machine's figures against a platform of our own, in which every call can be made to fail.
+// The machine's figures on a simulated platform, in which every call can be made to fail.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/system.h>
@@ -144,7 +144,7 @@ TEST_F(SystemFigures, SupportNoOtherQuery) {
   EXPECT_EQ(machine.asked, "");
 }
 
-// Each letter of the chain is a count, a bit of `known` says whether the platform can name it.
+// Each letter of the chain is a count; a bit of `known` is set if the platform knows it.
 TEST_F(SystemFigures, FallBackAlongOneChainInEveryCombination) {
   const std::string chain = "pcln";
   const struct {

@@ -1,5 +1,4 @@
-// What the system answers to the library, played by this test: the calls named below are replaced
-// at link time.
+// The system functions with calls whose results a test sets.
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <qal/system.h>
@@ -15,9 +14,13 @@
 #include <string>
 #include <vector>
 
+#include "support/fault.hpp"
 #include "support/log_capture.hpp"
 
 namespace {
+
+using qal::test::fail_all;
+using qal::test::Fault;
 
 struct VersionTool {
   bool starts = true;
@@ -29,10 +32,10 @@ struct VersionTool {
 } version_tool;
 
 struct Users {
-  std::deque<int> errors;  // answered one by one; the last stays
+  std::deque<int> errors;  // returned one by one; the last stays
   const char *name = "somebody";
   std::vector<std::size_t> rooms;
-  uid_t real = 4711;  // another than the effective one
+  uid_t real = 4711;  // different from the effective one
   uid_t asked = 0;
 } users;
 
@@ -44,7 +47,7 @@ struct Calls {
 
 using Handler = void (*)(int);
 
-bool refuse_memory = false;
+Fault memory;
 bool play_signals = false;
 Handler last_handler = nullptr;
 
@@ -119,11 +122,7 @@ Handler __wrap_signal(int signal_number, Handler handler) {
 }
 
 void *__real_malloc(size_t size);
-void *__wrap_malloc(size_t size) {
-  if (!refuse_memory) return __real_malloc(size);
-  errno = ENOMEM;
-  return nullptr;
-}
+void *__wrap_malloc(size_t size) { return memory.strikes() ? nullptr : __real_malloc(size); }
 }
 
 namespace {
@@ -314,9 +313,9 @@ TEST_F(UserName, IsNotfoundWithoutAPasswordEntry) {
 
 TEST_F(UserName, IsNotfoundWithoutMemory) {
   char name[64] = "untouched";
-  refuse_memory = true;
+  memory = fail_all(ENOMEM);
   const int result = qal_username(name, sizeof name);
-  refuse_memory = false;
+  memory = {};
   EXPECT_EQ(result, 0);
   EXPECT_STREQ(name, "notfound");
   EXPECT_TRUE(users.rooms.empty());

@@ -1,5 +1,5 @@
 // Counts the bytes that replacement moves: moving the rest of the text at each match would make
-// the work quadratic. Linked with memmove and memcpy wrapped.
+// the work quadratic.
 #include <gtest/gtest.h>
 #include <qal/text.h>
 

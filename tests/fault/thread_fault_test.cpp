@@ -1,4 +1,4 @@
-// The thread layer over a platform that refuses, with a clock that stands where the test puts it.
+// The thread layer when the platform's calls fail, with a clock that the test sets.
 #include <gtest/gtest.h>
 #include <qal/thread.h>
 
@@ -157,7 +157,8 @@ TEST_F(ThreadCreateFault, GivesUpTheLockWhenItFails) {
   EXPECT_EQ(join(2).status, 0);
 }
 
-// A thread from before a new start keeps its handle when its index is handed out again in vain.
+// A thread from before a new start keeps its handle when its index is handed out again and that
+// thread cannot start.
 TEST_F(ThreadCreateFault, SparesTheHandleThatIsStillToBeJoined) {
   Gate gate;
   const auto wait_at = [](void *where) {
@@ -240,7 +241,7 @@ TEST_F(ThreadJoinFault, LeavesACancelToThePlatform) {
 TEST_F(ThreadInitFault, IgnoresAKeyThatIsRefused) {
   EXPECT_EQ(refused(calls.key_create, EAGAIN, &qal_thread_init), 0);
   EXPECT_EQ(qal_thread_index(), 0);
-  // The key of the start before still serves.
+  // The key of the earlier start still works.
   EXPECT_EQ(join(create().index).result, 1);
   EXPECT_EQ(stops(), 0);
 }
@@ -386,7 +387,7 @@ Deadline deadline_after(float seconds, int microseconds = 0, std::int64_t clock 
   return {calls.deadline.tv_sec, calls.deadline.tv_nsec};
 }
 
-// What the real platform says to such a wait.
+// The status of such a wait on the real platform.
 int waited(float seconds, int microseconds) {
   QalThreadMutex m = PTHREAD_MUTEX_INITIALIZER;
   QalThreadCond c = PTHREAD_COND_INITIALIZER;

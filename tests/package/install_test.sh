@@ -102,7 +102,7 @@ configure_alone() {
   cmake -S . -B "$work/alone" -G Ninja "$@"
 }
 
-# One error that tells of all that is missing and of what can be done without.
+# One error that names everything that is missing and what is optional.
 names_what_is_missing() {
   local package word status=0 absent=()
   for package in ZLIB CURL GTest PkgConfig; do
@@ -155,7 +155,7 @@ installs_into_directories() {
   through_find_package cxx_project "$(dirname "$(find "$prefix" -name qalConfig.cmake)")"
 }
 
-# refusal SENTENCE [COMMAND...]: what packaging says instead of packaging.
+# refusal SENTENCE [COMMAND...]: the error that packaging reports.
 refusal() {
   local said status=0
   said=$("${@:2}" "$work/commit/packaging/last_commit.sh" 2>&1) || status=$?
@@ -163,7 +163,7 @@ refusal() {
   [[ $status -eq 1 && $said == "package: the last commit is packaged, and $1"* ]]
 }
 
-# Packaging starts from a commit, and says truly why it cannot.
+# Packaging starts from a commit, and reports why it cannot.
 packages_a_commit() {
   local folder=$work/commit tools=$work/tools tool
   export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_SYSTEM=/dev/null

@@ -23,7 +23,7 @@ using PipeStress = qal::test::Stress;
 
 constexpr int threads = 4;
 
-// Reads what a command says, and has another one end with what it reads.
+// Reads what a command prints, and has another one exit with what it reads.
 void talk(int number) {
   const std::string text = std::to_string(number % 100);
   std::array<int, 2> ids{-1, -1};

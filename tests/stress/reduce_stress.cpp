@@ -34,7 +34,7 @@ void contribute(int i, int threads, int round) {
 }
 
 // The threads take part in groups that shrink one by one down to two, each following the one before
-// at once and with the same operation; then all begin again. Answers the number of cycles.
+// at once and with the same operation; then all begin again. Returns the number of cycles.
 int shrink_over_and_over(int threads, int cycles) {
   const int groups = threads - 1;
   const int rounds = (cycles + groups - 1) / groups;

@@ -1,7 +1,6 @@
-// Everything a little, over and over, for so many seconds: what a process that lives for long does
-// with the library. Once a second a line on standard output says how many descriptors and threads
-// there are and how many KiB are resident; none of them may grow. Ends at once when anything has a
-// wrong result.
+// A little of everything, over and over, for so many seconds, as in a process that lives long. Once
+// a second a line on standard output reports the descriptors, the threads and the resident KiB;
+// none of them may grow. Ends at once when anything has a wrong result.
 //
 // usage: soak SECONDS
 #include <arpa/inet.h>

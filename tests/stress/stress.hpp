@@ -1,4 +1,4 @@
-// Stress: what the tests of an area do, so often and so much at once that rare orders come up.
+// Stress: what the tests of an area do, so often and with so many threads that rare orders occur.
 // QAL_STRESS=full takes minutes; without it a stress program is quick and shows that it works.
 #pragma once
 
@@ -30,7 +30,7 @@ class Stress : public testing::Test {
     alarm(0);
   }
 
-  // How often the case did what its name says, for those who read the results.
+  // How often the case did its work, for readers of the results.
   static void record_count(int count) { RecordProperty("count", count); }
 };
 

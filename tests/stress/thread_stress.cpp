@@ -32,7 +32,8 @@ std::vector<int> start_all(Gate &gate) {
     indices.push_back(index);
     index = -1;
   }
-  if (index != -1) qal_thread_join(&index, nullptr);  // the system refused: the slot is to be freed
+  if (index != -1)
+    qal_thread_join(&index, nullptr);  // the system started no thread: the slot is to be freed
   return indices;
 }
 

@@ -1,4 +1,4 @@
-// What the character classes of the library answer beside those of the C library.
+// The library's character classes beside those of the C library.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -117,6 +117,11 @@ ChildResult run_this_case_alone() {
   return run_program({program, chosen}, first_environment);
 }
 
+ChildResult passed(ChildResult result) {
+  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
+  return result;
+}
+
 }  // namespace
 
 bool ChildResult::exited_with(int code) const {
@@ -135,10 +140,11 @@ ChildResult run_in_child(const std::function<void()> &body) {
   });
 }
 
+ChildResult in_child(const std::function<void()> &body) { return passed(run_in_child(body)); }
+
 void in_new_process(const std::function<void()> &body) {
   const bool alone = testing::UnitTest::GetInstance()->test_to_run_count() == 1;
-  const ChildResult result = alone ? run_in_child(body) : run_this_case_alone();
-  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
+  passed(alone ? run_in_child(body) : run_this_case_alone());
 }
 
 void become_unprivileged() {
@@ -169,6 +175,10 @@ ChildResult run_unprivileged(const std::function<void()> &body) {
     become_unprivileged();
     body();
   });
+}
+
+ChildResult in_unprivileged_child(const std::function<void()> &body) {
+  return passed(run_unprivileged(body));
 }
 
 ChildResult run_program(const std::vector<std::string> &arguments,

@@ -17,17 +17,19 @@ struct ChildResult {
   bool killed_by(int signal) const;
 };
 
-// Runs `body` in a forked child. Its exit status is 1 when an expectation in it failed, else 0;
-// `EXPECT_TRUE(result.exited_with(0)) << result.out` passes a failure on to the parent.
+// Runs `body` in a forked child. Its exit status is 1 when an expectation in it failed, else 0.
 ChildResult run_in_child(const std::function<void()> &body);
+
+// Expects `body` to pass in a forked child.
+ChildResult in_child(const std::function<void()> &body);
 
 // Expects `body` to pass in a child of a process in which nothing was used before: in a run of
 // several cases the program starts again for this one alone.
 void in_new_process(const std::function<void()> &body);
 
-// The same as run_in_child, as an ordinary user: gives up root first. Run as anybody else it
-// changes nothing.
+// The same as an ordinary user: both give up root first. Run as anybody else they change nothing.
 ChildResult run_unprivileged(const std::function<void()> &body);
+ChildResult in_unprivileged_child(const std::function<void()> &body);
 
 // Starts a program with exactly this environment, its standard input empty, and waits for it.
 ChildResult run_program(const std::vector<std::string> &arguments,

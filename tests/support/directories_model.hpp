@@ -1,4 +1,4 @@
-// The directories that an environment leads to, told a second time and more plainly.
+// A model of the directories that an environment leads to, written more plainly.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +15,7 @@ struct DirectoryWorld {
   std::string product = "kalmora";
   std::string base_name = "kalmora";
   std::string arch = "apple";
-  // Where a user is at home, by the name that stands behind a "~"; "" is the process's own.
+  // The home of a user, by the name after a "~"; "" is the process's own.
   std::function<std::optional<std::string>(const std::string &user)> home_of;
 
   bool is_set(const std::string &name) const { return settings.count(name) != 0; }

@@ -13,7 +13,7 @@ class GuardedRoom {
   explicit GuardedRoom(const std::string &text)
       : GuardedRoom(static_cast<int>(text.size()) + 1, text) {}
 
-  // Room of `size` bytes, none when that is negative, beginning with a text as far as it fits.
+  // Room of `size` bytes, no bytes if that is negative, that begins with as much of a text as fits.
   GuardedRoom(int size, const std::string &text)
       : size_(static_cast<std::size_t>(std::max(size, 0))), bytes_(size_ + 2 * margin, guard) {
     std::copy_n(text.c_str(), std::min(text.size() + 1, size_), data());

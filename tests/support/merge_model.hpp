@@ -1,5 +1,5 @@
-// The sort of both list kinds, told slowly over a vector: level by level, runs of 1, 2, 4 and so on
-// are merged in pairs, until a level has no more than one pair.
+// A slow model of the sort of both list kinds, over a vector: level by level, runs of 1, 2, 4 and
+// so on are merged in pairs, until a level has no more than one pair.
 #pragma once
 
 #include <algorithm>

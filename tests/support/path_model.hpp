@@ -1,4 +1,4 @@
-// The path functions told step by step over std::string.
+// Models of the path functions, step by step over std::string.
 #pragma once
 
 #include <algorithm>

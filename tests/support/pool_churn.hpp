@@ -38,7 +38,7 @@ inline std::uint64_t mark_of(const std::uint64_t *element) {
   return ~reinterpret_cast<std::uintptr_t>(element);
 }
 
-// Allocates, marks, exchanges and gives back; answers how often something was wrong.
+// Allocates, marks, exchanges and gives back; returns how often something was wrong.
 inline int churn(QalMpool *pool, Exchange &exchange, int rounds) {
   std::mt19937 random(static_cast<unsigned>(qal_thread_index()));
   int wrong = 0;

@@ -1,7 +1,8 @@
-// A memory pool as it is described, over the addresses that the real one hands out.
+// A model of a memory pool, over the addresses that the real one hands out.
 #pragma once
 
 #include <qal/mpool.h>
+#include <qal/thread.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,17 @@
 #include <vector>
 
 namespace qal::test {
+
+// Makes the calling thread one with that index.
+inline void become_index(std::intptr_t index) {
+  qal_thread_start_void(reinterpret_cast<void *>(index));
+}
+
+inline bool is_locked(QalMpool *pool) {
+  const int status = qal_thread_mutex_trylock(&pool->lock);
+  if (status == 0) qal_thread_mutex_unlock(&pool->lock);
+  return status != 0;
+}
 
 // A free element and a chunk both begin with the address of the next.
 inline void *next_of(const void *block) {

@@ -1,4 +1,4 @@
-// What a server record means, told by the C library's own scanner and then judged.
+// A model of a server record: the C library's scanner reads its fields, which are then checked.
 #pragma once
 
 #include <cerrno>

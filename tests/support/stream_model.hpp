@@ -1,5 +1,5 @@
-// Streams that give their bytes piece by piece and fail in between, and what the readers of lines
-// and of items make of them, told slowly.
+// Streams that give their bytes piece by piece and fail in between, and slow models of the readers
+// of lines and of items.
 #pragma once
 
 #include <stdio.h>
@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -22,7 +23,17 @@ struct Delivery {
 };
 using Deliveries = std::vector<Delivery>;
 
-// A stream over deliveries, none of them empty; the last of them may fail for ever.
+inline Deliveries byte_by_byte(std::string_view content, bool with_signals = false) {
+  Deliveries deliveries;
+  for (const char c : content) {
+    if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
+    deliveries.push_back({.bytes = std::string(1, c)});
+  }
+  if (with_signals) deliveries.push_back({.bytes = "", .error = EINTR});
+  return deliveries;
+}
+
+// A stream over deliveries, none of them empty; the last of them may fail forever.
 class FlakySource {
  public:
   explicit FlakySource(Deliveries deliveries, bool last_for_ever = false)
@@ -130,7 +141,7 @@ inline ModelItems model_of_items(Bytewise &stream, std::size_t item_size, std::u
   return {total, bytes};
 }
 
-// Lines with at least one byte; none at all when the first byte is a line feed.
+// The lines with at least one byte; 0 if the first byte is a line feed.
 inline int model_of_line_count(const std::string &content) {
   int count = 0;
   for (std::size_t i = 0; i < content.size() && content.front() != '\n'; ++i) {

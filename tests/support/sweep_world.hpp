@@ -98,7 +98,7 @@ class RawServer {
   std::unique_ptr<Inside> inside_;
 };
 
-// Accepts connections and never says a word.
+// Accepts connections and never sends anything.
 class SilentServer {
  public:
   SilentServer();

@@ -1,4 +1,4 @@
-// The text functions told slowly over std::string.
+// Slow models of the text functions over std::string.
 #pragma once
 
 #include <algorithm>

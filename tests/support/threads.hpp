@@ -1,19 +1,16 @@
-// Threads in tests: an end for cases that would hang, and ways to hold threads and to wait for what
-// they do.
+// Threads in tests: an end for cases that hang, and ways to hold threads and to wait for them.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qal/thread.h>
 #include <sched.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <condition_variable>
-#include <functional>
-#include <memory>
 #include <mutex>
-#include <utility>
-#include <vector>
+
+#include "support/workers.hpp"
 
 #ifndef __has_feature
 #define __has_feature(feature) 0
@@ -32,18 +29,6 @@ constexpr int repetitions(int wanted) {
   return under_thread_sanitizer && wanted > 1000 ? wanted / 10 : wanted;
 }
 
-// Stands in routines that are cancelled and counts how often one was unwound. That also spares
-// AddressSanitizer a false alarm: it takes the stack back from a cancelled thread only where
-// something is unwound.
-struct Unwinding {
-  Unwinding() = default;
-  ~Unwinding() { ++count; }
-  Unwinding(const Unwinding &) = delete;
-  Unwinding &operator=(const Unwinding &) = delete;
-
-  static inline std::atomic<int> count{0};
-};
-
 // Ends the process when the case hangs.
 class Watchdog {
  public:
@@ -61,6 +46,14 @@ class Threads : public testing::Test {
  private:
   Watchdog watchdog_;
 };
+
+// Whether the calling thread can be cancelled.
+inline int cancel_state() {
+  int state = 0;
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+  pthread_setcancelstate(state, nullptr);
+  return state;
+}
 
 template <typename Condition>
 void await(const Condition &condition) {
@@ -91,45 +84,5 @@ class Gate {
   bool open_ = false;
   int arrived_ = 0;
 };
-
-// A thread of the layer, joined at the latest when the object goes.
-class Worker {
- public:
-  explicit Worker(std::function<int()> body) : body_(std::move(body)) {
-    EXPECT_EQ(qal_thread_create(&index_, &run, this), 0);
-  }
-  ~Worker() {
-    if (!joined_) join();
-  }
-  Worker(const Worker &) = delete;
-  Worker &operator=(const Worker &) = delete;
-
-  int index() const { return index_; }
-  int cancel() const { return qal_thread_cancel(&index_); }
-  int join() {
-    int result = 0;
-    joined_ = true;
-    EXPECT_EQ(qal_thread_join(&index_, &result), 0);
-    return result;
-  }
-
- private:
-  static int run(void *worker) { return static_cast<Worker *>(worker)->body_(); }
-
-  std::function<int()> body_;
-  int index_ = 0;
-  bool joined_ = false;
-};
-
-// Runs `body(0)` to `body(count - 1)` at once and waits for all of them.
-inline void run_together(int count, const std::function<void(int)> &body) {
-  std::vector<std::unique_ptr<Worker>> workers;
-  for (int i = 0; i < count; ++i) {
-    workers.push_back(std::make_unique<Worker>([&body, i] {
-      body(i);
-      return 0;
-    }));
-  }
-}
 
 }  // namespace qal::test

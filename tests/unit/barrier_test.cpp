@@ -51,7 +51,7 @@ class Barrier {
 
 class BarrierMeet : public Threads {
  protected:
-  // Everybody meets `cycles` times; one thread is told each time that it was the last.
+  // All threads meet `cycles` times; each time the barrier returns to one that it was the last.
   void meet_over_and_over(int threads, int cycles) {
     std::vector<int> lasts(static_cast<std::size_t>(threads));
     run_together(threads, [&, this](int i) {

@@ -11,72 +11,32 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/child.hpp"
+#include "support/listing.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
+using qal::test::Listing;
 using qal::test::LogCapture;
+using qal::test::Names;
 using qal::test::run_in_child;
-using qal::test::run_unprivileged;
 using qal::test::ScratchDir;
+using qal::test::unset_count;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::UnorderedElementsAre;
-
-using Names = std::vector<std::string>;
-
-constexpr int unset_count = -77;
-
-Names lines_of(const char *text) {
-  Names lines;
-  std::istringstream in(text ? text : "");
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-// One call and everything it left behind. The outputs start with values that no call produces.
-class Listing {
- public:
-  explicit Listing(const std::string &pattern, bool verbose = false) {
-    status = qal_dir_list(pattern.c_str(), &full_path, &directory_count, &directory_text,
-                          &file_count, &file_text, verbose);
-  }
-  ~Listing() {
-    std::free(full_path);
-    std::free(directory_text);
-    std::free(file_text);
-  }
-  Listing(const Listing &) = delete;
-  Listing &operator=(const Listing &) = delete;
-
-  Names directories() const { return lines_of(directory_text); }
-  Names files() const { return lines_of(file_text); }
-
-  int status = -1;
-  char *full_path = unallocated();
-  char *directory_text = unallocated();
-  char *file_text = unallocated();
-  int directory_count = unset_count;
-  int file_count = unset_count;
-
- private:
-  static char *unallocated() {
-    static char never_freed[1];
-    return never_freed;
-  }
-};
 
 Names stream_order(const std::string &directory) {
   Names names;
@@ -271,7 +231,7 @@ TEST(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
   const ScratchDir scratch;
   scratch.directory("sub/inner");
   scratch.file("sub/a.dat");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const Listing listing("sub/*.dat");
     EXPECT_EQ(listing.status, QAL_STATUS_OK);
@@ -280,27 +240,25 @@ TEST(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
     EXPECT_THAT(listing.directories(), UnorderedElementsAre(".", "..", "inner"));
     EXPECT_THAT(Listing("./*").directories(), UnorderedElementsAre(".", "..", "sub"));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, NamesEntriesOfARelativePatternByTheirFullPath) {
   const ScratchDir scratch;
   scratch.directory("sub");
   fs::create_symlink("missing", scratch / "sub/dangling");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const LogCapture log;
     const Listing listing("sub/*");
     EXPECT_THAT(log.lines(), ElementsAre(couldnt_get_info(scratch / "sub/dangling")));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, DoesNotFindABareName) {
   // Deliberate: without a directory part there is no directory to open.
   const ScratchDir scratch;
   scratch.file("a.dat");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const LogCapture log;
     const Listing listing("*.dat", true);
@@ -310,25 +268,23 @@ TEST(DirList, DoesNotFindABareName) {
     EXPECT_EQ(listing.file_text, nullptr);
     EXPECT_THAT(log.lines(), IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, DoesNotFindTheEmptyPattern) {
   const ScratchDir scratch;
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const Listing listing("");
     EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
     EXPECT_EQ(listing.full_path, scratch / "*");
     EXPECT_EQ(listing.file_count, unset_count);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
   const ScratchDir scratch;
   const auto gone = scratch.directory("gone");
-  const auto result = run_in_child([&] {
+  in_child([&] {
     ASSERT_EQ(chdir(gone.c_str()), 0);
     ASSERT_EQ(rmdir(gone.c_str()), 0);
     const LogCapture log;
@@ -339,7 +295,6 @@ TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
     EXPECT_EQ(listing.file_text, nullptr);
     EXPECT_THAT(log.lines(), IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, DoesNotFindAnUnknownUsersHome) {
@@ -373,12 +328,11 @@ TEST(DirList, DoesNotFindAFileInPlaceOfADirectory) {
 TEST(DirList, DoesNotFindADirectoryThatMayNotBeRead) {
   const ScratchDir scratch;
   fs::permissions(scratch.directory("closed"), fs::perms(0311));
-  const auto result = run_unprivileged([&] {
+  in_unprivileged_child([&] {
     const LogCapture log;
     EXPECT_EQ(Listing(scratch / "closed/*", true).status, QAL_STATUS_NOT_FOUND);
     EXPECT_THAT(log.lines(), IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
@@ -387,7 +341,7 @@ TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
   scratch.file("list/file");
   scratch.directory("list/sub");
   fs::permissions(scratch / "list", fs::perms(0444));
-  const auto result = run_unprivileged([&] {
+  in_unprivileged_child([&] {
     const LogCapture log;
     const Listing listing(scratch / "list/*");
     EXPECT_EQ(listing.status, QAL_STATUS_OK);
@@ -400,7 +354,6 @@ TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
                                                   couldnt_get_info(scratch / "list/file"),
                                                   couldnt_get_info(scratch / "list/sub")));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   fs::permissions(scratch / "list", fs::perms(0755));
 }
 
@@ -474,14 +427,13 @@ TEST(DirList, CountsANameWithANewlineOnce) {
 
 TEST(DirList, FlushesStandardOutput) {
   const ScratchDir scratch;
-  const auto result = run_in_child([&] {
+  const auto result = in_child([&] {
     static char buffer[256];
     std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
     std::fputs("pending", stdout);
     const Listing listing(scratch / "*");
     _exit(listing.status);  // without the flush that an ordinary exit makes
   });
-  EXPECT_TRUE(result.exited_with(0));
   EXPECT_EQ(result.out, "pending");
 }
 

@@ -30,12 +30,12 @@ using qal::internal::Descriptor;
 using qal::internal::File;
 using qal::internal::OwnedText;
 using qal::test::exists;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
 using qal::test::LogCapture;
 using qal::test::names_in;
 using qal::test::open_descriptors;
 using qal::test::read_file;
-using qal::test::run_in_child;
-using qal::test::run_unprivileged;
 using qal::test::ScratchDir;
 using qal::test::write_file;
 
@@ -63,7 +63,7 @@ void make_socket(const fs::path &path) {
   close(handle);
 }
 
-// What qal_io_chkfil logs; the answer goes to `usable`.
+// What qal_io_chkfil logs; its result goes to `usable`.
 Lines log_of_check(const std::string &path, unsigned mode, int verbose, int &usable) {
   const LogCapture log;
   usable = qal_io_chkfil(path.c_str(), mode, verbose);
@@ -95,13 +95,12 @@ TEST(FilesCheck, AFileWithoutReadPermissionCannotBeRead) {
   const ScratchDir scratch;
   const auto path = scratch.file("closed");
   ASSERT_EQ(chmod(path.c_str(), 0200), 0);
-  const auto result = run_unprivileged([&path] {
+  in_unprivileged_child([&path] {
     int usable = -1;
     EXPECT_EQ(log_of_check(path, for_reading, 1, usable),
               Lines{"ERROR: File '" + path + "' cannot be read."});
     EXPECT_EQ(usable, 0);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(FilesCheck, ADirectoryIsRefusedWithItsBit) {
@@ -203,19 +202,18 @@ TEST(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
   const ScratchDir scratch;
   const auto path = scratch.file("closed");
   ASSERT_EQ(chmod(path.c_str(), 0444), 0);
-  const auto result = run_unprivileged([&path] {
+  in_unprivileged_child([&path] {
     int usable = -1;
     EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
               Lines{"ERROR: File '" + path + "' cannot be created. Permission denied."});
     EXPECT_EQ(usable, 0);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
   const ScratchDir scratch;
   ASSERT_EQ(chmod(scratch.directory("closed").c_str(), 0555), 0);
-  const auto result = run_unprivileged([&scratch] {
+  in_unprivileged_child([&scratch] {
     for (const char *name : {"closed/new", "absent/new"}) {
       int usable = -1;
       const auto path = scratch / name;
@@ -224,7 +222,6 @@ TEST(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
       EXPECT_EQ(usable, 0);
     }
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(FilesCheck, ALinkThatLeadsNowhereIsNeitherCreatedThroughNorRemoved) {
@@ -281,7 +278,7 @@ TEST(FilesCheck, ReportingKeepsTheReasonInErrno) {
   qal_logger_done();
 }
 
-// A stream over `content`, and a buffer of which every byte that nobody wrote is '#'.
+// A stream over `content`, and a buffer whose unwritten bytes are '#'.
 class LineReader {
  public:
   explicit LineReader(std::string_view content)
@@ -560,11 +557,10 @@ TEST(FilesCopy, AnUnreadableSourceIsNoSource) {
   const auto from = scratch.file("from", "secret");
   ASSERT_EQ(chmod(from.c_str(), 0), 0);
   ASSERT_EQ(chmod(scratch.path().c_str(), 0777), 0);
-  const auto result = run_unprivileged([&] {
+  in_unprivileged_child([&] {
     EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_NO_SOURCE);
     EXPECT_FALSE(exists(scratch / "to"));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(FilesCopy, OnRequestAnExistingDestinationIsKept) {
@@ -600,9 +596,8 @@ TEST(FilesCopy, AnUnreadableDestinationIsNotKept) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");
   ASSERT_EQ(chmod(to.c_str(), 0222), 0);
-  const auto result = run_unprivileged(
+  in_unprivileged_child(
       [&] { EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 1), QAL_STATUS_OK); });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   ASSERT_EQ(chmod(to.c_str(), 0444), 0);
   EXPECT_EQ(read_file(to), "new");
 }
@@ -874,13 +869,12 @@ TEST_F(TreeRemoval, TrailingSlashesAreAllowed) {
 
 TEST_F(TreeRemoval, ATildeIsAName) {
   put("~/file");
-  const auto result = run_in_child([this] {
+  in_child([this] {
     ASSERT_EQ(setenv("HOME", outside.c_str(), 1), 0);
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     EXPECT_EQ(qal_file_rmdir("~", 1), QAL_STATUS_OK);
     EXPECT_EQ(qal_file_rmdir("~", 1), QAL_STATUS_FAILED);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   EXPECT_FALSE(exists(scratch / "~"));
   expect_outside_whole();
 }
@@ -892,12 +886,11 @@ TEST_F(TreeRemoval, APathThatEndsInADotNameFailsWithNothingRemoved) {
     EXPECT_EQ(qal_file_rmdir((tree + ending).c_str(), 1), QAL_STATUS_FAILED) << ending;
     EXPECT_TRUE(exists(tree + "/a/file"));
   }
-  const auto result = run_in_child([this] {
+  in_child([this] {
     ASSERT_EQ(chdir(tree.c_str()), 0);
     EXPECT_EQ(qal_file_rmdir(".", 1), QAL_STATUS_FAILED);
     EXPECT_EQ(qal_file_rmdir("..", 1), QAL_STATUS_FAILED);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   EXPECT_TRUE(exists(tree + "/a/file"));
   expect_outside_whole();
 }
@@ -915,8 +908,7 @@ TEST_F(TreeRemoval, FilesGoBeforeSubdirectories) {
   for (const char *name : {"a", "z", "locked.file"}) put(std::string("tree/") + name);
   ASSERT_EQ(chmod((tree + "/locked").c_str(), 0555), 0);
   ASSERT_EQ(chmod(tree.c_str(), 0777), 0);
-  const auto result = run_unprivileged([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  in_unprivileged_child([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
   EXPECT_EQ(names_in(tree), Lines{"locked"});
   EXPECT_EQ(names_in(tree + "/locked"), Lines{"file"});
 }
@@ -925,16 +917,14 @@ TEST_F(TreeRemoval, ADirectoryThatMayNotBeReadFails) {
   scratch.directory("tree/d");
   ASSERT_EQ(chmod((tree + "/d").c_str(), 0), 0);
   ASSERT_EQ(chmod(tree.c_str(), 0777), 0);
-  const auto result = run_unprivileged([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  in_unprivileged_child([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
   EXPECT_TRUE(exists(tree + "/d"));
 }
 
 TEST_F(TreeRemoval, ADirectoryThatMayNotBeSearchedKeepsItsContent) {
   put("tree/file");
   ASSERT_EQ(chmod(tree.c_str(), 0666), 0);
-  const auto result = run_unprivileged([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  in_unprivileged_child([this] { EXPECT_EQ(remove(), QAL_STATUS_FAILED); });
   EXPECT_EQ(names_in(tree), Lines{"file"});
 }
 
@@ -947,20 +937,19 @@ void descend(int levels) {
 }
 
 TEST_F(TreeRemoval, ATreeAsDeepAsAPathAllowsGoes) {
-  const auto result = run_in_child([this] {
+  in_child([this] {
     ASSERT_EQ(chdir(tree.c_str()), 0);
     ASSERT_NO_FATAL_FAILURE(descend(509));
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     EXPECT_EQ(qal_file_rmdir("tree", 1), QAL_STATUS_OK);  // its longest path has 1022 bytes
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   EXPECT_FALSE(exists(tree));
 }
 
 TEST_F(TreeRemoval, AnEntryPathOf1023BytesIsTheLongestAndSparesNoOther) {
   const std::string name(199, 'd');
   const std::string longest(18, 'f');  // "tree" and five names with their slashes take 1004 bytes
-  const auto result = run_in_child([&] {
+  in_child([&] {
     for (const std::string &last : {longest, longest + "f"}) {
       ASSERT_EQ(chdir(scratch.path().c_str()), 0);
       ASSERT_TRUE(mkdir("tree", 0755) == 0 || errno == EEXIST);
@@ -980,17 +969,15 @@ TEST_F(TreeRemoval, AnEntryPathOf1023BytesIsTheLongestAndSparesNoOther) {
       EXPECT_EQ(faccessat(deepest.get(), last.c_str(), F_OK, 0), fits ? -1 : 0);
     }
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   EXPECT_TRUE(exists(tree));
 }
 
 TEST_F(TreeRemoval, AMuchDeeperTreeFailsWithoutHarm) {
-  const auto result = run_in_child([this] {
+  in_child([this] {
     ASSERT_EQ(chdir(tree.c_str()), 0);
     ASSERT_NO_FATAL_FAILURE(descend(600));
     EXPECT_EQ(remove(), QAL_STATUS_FAILED);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   EXPECT_TRUE(exists(tree));
 }
 
@@ -1095,11 +1082,10 @@ TEST(FilesRename, ByCopyingASourceThatCannotBeRemovedFailsWithBothThere) {
   ASSERT_EQ(chmod((scratch / "locked").c_str(), 0555), 0);
   const auto target = scratch.directory("open");
   ASSERT_EQ(chmod(target.c_str(), 0777), 0);
-  const auto result = run_unprivileged([&] {
+  in_unprivileged_child([&] {
     EXPECT_EQ(qal_file_rename(from.c_str(), (target + "/to").c_str(), by_copying),
               QAL_STATUS_FAILED);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
   EXPECT_EQ(read_file(from), "x");
   EXPECT_EQ(read_file(target + "/to"), "x");
 }

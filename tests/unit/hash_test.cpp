@@ -27,9 +27,9 @@
 namespace {
 
 using qal::test::GuardedRoom;
+using qal::test::in_child;
 using qal::test::LogCapture;
 using qal::test::repetitions;
-using qal::test::run_in_child;
 using qal::test::run_together;
 using qal::test::Watchdog;
 using testing::ElementsAre;
@@ -44,7 +44,7 @@ using Table = std::unique_ptr<QalHash, DestroyTable>;
 using Record = std::pair<std::string, std::string>;  // key and data
 using Records = std::vector<Record>;
 
-// Ten slots of records with keys of 3 bytes and data of 5, unless told otherwise.
+// Ten slots of records with keys of 3 bytes and data of 5 by default.
 Table new_table(int32_t num_slots = 10, int32_t key_size = 3, int32_t data_size = 5,
                 uint32_t remove_on_find = 0, int32_t chunk_count = 4) {
   return Table(qal_hash_create(num_slots, chunk_count, key_size, data_size, remove_on_find));
@@ -76,7 +76,7 @@ int add(const Table &table, int32_t slot, const char *key, const char *data) {
   return qal_hash_add(table.get(), slot, key, data);
 }
 
-// The data that a call with `data_out` gave, or nothing when the call answered something else.
+// The data that a call with `data_out` gave, or nothing when the call returned something else.
 using Call = int (*)(QalHash *, int32_t, const void *, void *);
 std::optional<std::string> data_of(Call call, int wanted, const Table &table, int32_t slot,
                                    const char *key) {
@@ -459,7 +459,7 @@ TEST_F(HashRemove, SucceedsWithoutATable) {
   EXPECT_EQ(qal_hash_remove(nullptr, -1, "abc", nullptr), 0);
 }
 
-// What a merge asked of its callback, and what it answers.
+// What a merge asked its callback, and what that returns.
 struct Arguments {
   const void *dst_key;
   void *dst_data;
@@ -733,8 +733,7 @@ TEST_F(HashMerge, ChangesNothingInATableMergedWithItself) {
 }
 
 std::string traversed(const Table &table, int32_t slot) {
-  const auto result = run_in_child([&] { qal_hash_slot_traverse(table.get(), slot); });
-  EXPECT_TRUE(result.exited_with(0));
+  const auto result = in_child([&] { qal_hash_slot_traverse(table.get(), slot); });
   EXPECT_EQ(result.out, "");
   return result.err;
 }
@@ -840,7 +839,7 @@ class HashModel {
     model_[at][slot]->push_back(record);
   }
 
-  // Calls find or remove, and says what the model has for the key.
+  // Calls find or remove, and returns what the model has for the key.
   void look_up(std::size_t at, std::size_t slot, Call call, int hit, int miss, bool removes) {
     const std::string key = text(tables_[at]->key_size);
     std::string data(static_cast<std::size_t>(tables_[at]->data_size), '?');

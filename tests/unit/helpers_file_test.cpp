@@ -29,10 +29,10 @@
 namespace {
 
 using qal::test::clear_environment;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
 using qal::test::open_descriptors;
 using qal::test::read_file;
-using qal::test::run_in_child;
-using qal::test::run_unprivileged;
 using qal::test::ScratchDir;
 
 // Expands into a buffer whose bytes beyond the capacity must stay as they were.
@@ -87,11 +87,10 @@ TEST(TildeExpand, PutsTheHomeOfTheCurrentUserForTheTilde) {
 
 TEST(TildeExpand, TakesTheHomeFromThePasswordDatabaseNotTheEnvironment) {
   const auto home = home_of(getuid());
-  const auto child = run_in_child([&] {
+  in_child([&] {
     setenv("HOME", "/somewhere/else", 1);
     expect_expansion(expanded("~"), home);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
 TEST(TildeExpand, PutsTheHomeOfANamedUser) {
@@ -175,12 +174,11 @@ TEST(TildeExpand, WritesNothingWithoutRoom) {
 
 // Runs in a child whose only setting is TMPDIR, or none at all.
 void with_tmpdir(const char *value, const std::function<void()> &body) {
-  const auto child = run_in_child([&] {
+  in_child([&] {
     clear_environment();
     if (value) setenv("TMPDIR", value, 1);
     body();
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
 TEST(TemporaryDirectory, IsTheOneInTheEnvironment) {
@@ -302,8 +300,7 @@ TEST(LineCount, RefusesAFileThatMayNotBeRead) {
   const ScratchDir scratch;
   const auto path = scratch.file("closed.txt", "one\n");
   chmod(path.c_str(), 0);
-  const auto child = run_unprivileged([&] { EXPECT_EQ(file_getlinecount(path.c_str()), -1); });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
+  in_unprivileged_child([&] { EXPECT_EQ(file_getlinecount(path.c_str()), -1); });
 }
 
 TEST(LineCount, FindsNoLinesInADirectory) {
@@ -711,7 +708,7 @@ TEST(FileAccess, NeedsNoPlaceForThePosition) {
 
 TEST(FileAccess, FailsWhenTheDiskTakesNoMore) {
   const ScratchDir scratch;
-  const auto child = run_in_child([&] {
+  in_child([&] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit none{};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
@@ -723,7 +720,6 @@ TEST(FileAccess, FailsWhenTheDiskTakesNoMore) {
     }
     EXPECT_EQ(open_descriptors(), before);
   });
-  EXPECT_TRUE(child.exited_with(0)) << child.out;
 }
 
 TEST(FileAccess, ClosesTheFileOnEveryPath) {

@@ -50,7 +50,7 @@ void observe_classes(Observations &seen) {
   }
 }
 
-// What a function makes of a text in place.
+// The text after a function has changed it in place.
 std::string changed(std::string text, const std::function<void(char *)> &change) {
   text.resize(2048);
   change(text.data());
@@ -168,7 +168,7 @@ TEST_F(Locales, AreNeverSetByTheLibrary) {
   EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
 }
 
-// The source of a locale in which nothing is said but `rules` about its characters.
+// The source of a locale that has only `rules` about its characters.
 std::string locale_source(const ScratchDir &scratch, const std::string &rules) {
   return scratch.file("rules",
                       "comment_char %\nescape_char /\nLC_CTYPE\n" + rules + "END LC_CTYPE\n");

@@ -23,11 +23,14 @@
 
 namespace {
 
+using qal::test::become_index;
 using qal::test::chain_from;
 using qal::test::ChildResult;
 using qal::test::churn;
 using qal::test::elements_of;
 using qal::test::Exchange;
+using qal::test::in_child;
+using qal::test::is_locked;
 using qal::test::LogCapture;
 using qal::test::next_of;
 using qal::test::PoolModel;
@@ -47,9 +50,6 @@ Pool new_pool(uint32_t element_size, uint32_t chunk_count) {
   return Pool(qal_mpool_create(element_size, chunk_count));
 }
 
-// Makes the calling thread one with that index.
-void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
-
 std::byte *bytes(void *address) { return static_cast<std::byte *>(address); }
 
 struct Counts {
@@ -67,12 +67,6 @@ void expect_counts(const Pool &pool, uint32_t total, uint32_t free) {
   const Counts counts = counts_of(pool.get());
   EXPECT_EQ(counts.total, total);
   EXPECT_EQ(counts.free, free);
-}
-
-bool is_locked(QalMpool *pool) {
-  const int status = qal_thread_mutex_trylock(&pool->lock);
-  if (status == 0) qal_thread_mutex_unlock(&pool->lock);
-  return status != 0;
 }
 
 class Mpool : public testing::Test {
@@ -205,7 +199,7 @@ TEST_F(MpoolAlloc, ServesEachThreadIndexFromItsOwnList) {
 }
 
 TEST_F(MpoolAlloc, TakesNoLockForAnElementOfTheThreadsOwnList) {
-  const auto result = run_in_child([] {
+  in_child([] {
     const Watchdog watchdog;
     const Pool pool = new_pool(16, 3);
     qal_mpool_alloc(pool.get());
@@ -214,7 +208,6 @@ TEST_F(MpoolAlloc, TakesNoLockForAnElementOfTheThreadsOwnList) {
     EXPECT_NE(qal_mpool_alloc(pool.get()), nullptr);
     qal_thread_mutex_unlock(&pool->lock);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST_F(MpoolAlloc, ReportsAThreadIndexOutsideTheTable) {
@@ -275,14 +268,13 @@ TEST_F(MpoolAlloc, LooksAtTheThreadIndexBeforeTheSizeOfChunks) {
 }
 
 TEST_F(MpoolAlloc, AsksForNoLockOfAPoolThatCannotHaveChunks) {
-  const auto result = run_in_child([] {
+  in_child([] {
     const Watchdog watchdog;
     const Pool pool = new_pool(16, 0);
     qal_thread_mutex_lock(&pool->lock);
     EXPECT_EQ(qal_mpool_alloc(pool.get()), nullptr);
     qal_thread_mutex_unlock(&pool->lock);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST_F(MpoolAlloc, AnswersNoneWithoutAPool) { EXPECT_EQ(qal_mpool_alloc(nullptr), nullptr); }
@@ -369,7 +361,7 @@ TEST_F(MpoolVerifyPtr, DeniesForeignAddresses) {
 }
 
 TEST_F(MpoolVerifyPtr, TakesNoLock) {
-  const auto result = run_in_child([] {
+  in_child([] {
     const Watchdog watchdog;
     const Pool pool = new_pool(16, 2);
     void *const element = qal_mpool_alloc(pool.get());
@@ -378,7 +370,6 @@ TEST_F(MpoolVerifyPtr, TakesNoLock) {
     expect_counts(pool, 2, 1);
     qal_thread_mutex_unlock(&pool->lock);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST_F(MpoolStatus, CountsTheListsOfAllThreads) {
@@ -453,7 +444,7 @@ TEST_F(MpoolAlloc, BehavesAsDescribedOverRandomOperations) {
 }
 
 TEST_F(MpoolThreads, ShareOnePoolWithoutSharingAnElement) {
-  const auto result = run_in_child([] {
+  in_child([] {
     const Watchdog watchdog;
     const Pool pool = new_pool(16, 32);
     Exchange exchange;
@@ -463,11 +454,10 @@ TEST_F(MpoolThreads, ShareOnePoolWithoutSharingAnElement) {
     for (uint64_t *const element : exchange.rest()) qal_mpool_free(pool.get(), element);
     expect_counts(pool, counts.total, counts.total);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 TEST_F(MpoolThreads, ReuseWhatAnotherThreadFreed) {
-  const auto result = run_in_child([] {
+  in_child([] {
     const Watchdog watchdog;
     const Pool pool = new_pool(16, 3);
     std::vector<void *> mine;
@@ -480,7 +470,6 @@ TEST_F(MpoolThreads, ReuseWhatAnotherThreadFreed) {
     EXPECT_THAT(taken, ElementsAre(mine[2], mine[1], mine[0]));
     expect_counts(pool, 3, 0);
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out << result.err;
 }
 
 }  // namespace

@@ -23,8 +23,8 @@
 namespace {
 
 using qal::internal::OwnedText;
-using qal::test::run_in_child;
-using qal::test::run_unprivileged;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
 using qal::test::ScratchDir;
 using ::testing::IsNull;
 
@@ -858,10 +858,7 @@ TEST(PathRange, PassesOverFilesThatCannotBeRead) {
         scratch.file(number < 10 ? "f0" + std::to_string(number) : "f" + std::to_string(number));
     chmod(path.c_str(), number < 80 ? 0 : 0644);
   }
-  const auto result = run_unprivileged([&] {
-    EXPECT_EQ((Range{0, 80, 89}), find_range(scratch / "f##"));
-  });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  in_unprivileged_child([&] { EXPECT_EQ((Range{0, 80, 89}), find_range(scratch / "f##")); });
 }
 
 TEST(PathRange, ProbesADirectoryThatCannotBeListed) {
@@ -869,10 +866,7 @@ TEST(PathRange, ProbesADirectoryThatCannotBeListed) {
   const auto directory = scratch.directory("closed");
   make_numbered(scratch, {"closed/f42", "closed/f43"});
   chmod(directory.c_str(), 0311);
-  const auto result = run_unprivileged([&] {
-    EXPECT_EQ((Range{0, 42, 43}), find_range(directory + "/f##"));
-  });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
+  in_unprivileged_child([&] { EXPECT_EQ((Range{0, 42, 43}), find_range(directory + "/f##")); });
 }
 
 TEST(PathRange, DoesNotWaitForAWriterOfAFifo) {
@@ -930,13 +924,12 @@ TEST(PathExpand, AsksTheDatabaseNotTheEnvironment) {
 }
 
 TEST(PathExpand, AsksForTheRealUser) {
-  const auto result = run_in_child([] {
+  in_child([] {
     if (getuid() == 0) {
       ASSERT_EQ(0, seteuid(getpwnam("daemon")->pw_uid));
     }
     EXPECT_EQ(home_of_current_user() + "/x", expand("~/x"));
   });
-  EXPECT_TRUE(result.exited_with(0)) << result.out;
 }
 
 TEST(PathExpand, DoesNotFindAnUnknownUser) {

@@ -21,7 +21,7 @@
 
 namespace {
 
-using namespace std::string_view_literals;
+using std::string_view_literals::operator""sv;
 using qal::internal::Descriptor;
 using qal::internal::read_record;
 using qal::internal::Record;

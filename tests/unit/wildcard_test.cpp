@@ -15,7 +15,7 @@ const unsigned char *bytes(const std::string &text) {
   return reinterpret_cast<const unsigned char *>(text.c_str());
 }
 
-// Both answer 0 or 1 and nothing else, which the comparison with 0 alone would not notice.
+// Both return 0 or 1 and nothing else, which a comparison with 0 alone would not check.
 bool small(const std::string &pattern, const std::string &name) {
   const int answer = zul_fnmatch(bytes(pattern), bytes(name));
   EXPECT_TRUE(answer == 0 || answer == 1);
