@@ -10,6 +10,7 @@ import sys
 
 FORMS = ("quick", "full", "release")
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.append(str(ROOT))  # where areas.py lies
 BUILD = pathlib.Path(os.environ.get("QAL_BUILD", ROOT / "build"))  # one build tree per preset below
 RESULTS = BUILD / "robustness" / "results"  # of the dashboard: one file per form and measurement
 JOBS = int(os.environ.get("QAL_JOBS", os.cpu_count()))  # of one kind at once

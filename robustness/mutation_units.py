@@ -4,12 +4,9 @@ corpus. A source has those of its area, a header those of all that include it, a
 import collections
 import functools
 import subprocess
-import sys
 
 import figures
-
-sys.path.insert(0, str(figures.ROOT))
-import areas
+import areas  # found through figures
 
 # Their tests start other programs, or there is no function in them.
 LEFT_OUT = ("app/main.cpp", "utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_thread_init_sys.cpp")

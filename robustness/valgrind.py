@@ -13,6 +13,7 @@ import tempfile
 
 import corpora
 import figures
+import areas  # found through figures
 
 PROGRAMS = figures.BUILD / "release"
 REPORTS = figures.BUILD / "valgrind"
@@ -21,20 +22,7 @@ HERE = figures.ROOT / "robustness"
 # The cases that start threads. The thread sanitizer alone runs two kinds: helgrind takes an hour over
 # 2047 threads at once or 20,000 in turn, and it does not see that a cancelled waiter has its mutex
 # back.
-THREADED = {
-    "barrier_test": "*",
-    "blocks_test": "*Thread*",
-    "hash_test": "*Thread*",
-    "list_test": "*Thread*",
-    "logger_test": "*Thread*",
-    "mpool_test": "*Thread*",
-    "path_test": "*Thread*",
-    "pipe_test": "*Thread*",
-    "plist_test": "*Thread*",
-    "reduce_test": "*",
-    "thread_test": "*-*FindsNoSlot:*OneSlotThatIsFree:*RepeatedWithNewThreads:ThreadSema.*Cancelled*",
-    "uid_test": "*Thread*",
-}
+THREADED = {f"{test}_test": cases for test, cases in areas.threaded().items()}
 
 SLOWEST = ("sweep_e2e_test", "directories_test", "hash_test", "files_test", "mpool_test")
 LIMIT_SECONDS = 3600
