@@ -24,6 +24,7 @@ using qal::internal::Descriptor;
 using qal::internal::Notifier;
 using qal::internal::OwnedText;
 using qal::internal::Record;
+using qal::internal::RecordStatus;
 
 constexpr std::size_t path_room = 1024;
 constexpr char record_pattern[] = "halix_server*.dat";
@@ -85,7 +86,9 @@ void settle(const char *path, Notifier &notifier) {
   struct stat info;
   if (!file || fstat(file.get(), &info) != 0) return;
   Record record;
-  if (read_record(file.get(), info, record) && !is_settled(record, notifier)) return;
+  const RecordStatus status = read_record(file.get(), info, record);
+  if (status == RecordStatus::unreadable) return;
+  if (status == RecordStatus::whole && !is_settled(record, notifier)) return;
   // Asked while the file is open, so that no new file can have come by its inode.
   const bool unchanged = still_means(path, info);
   file = Descriptor{};

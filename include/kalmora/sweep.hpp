@@ -10,7 +10,7 @@
  *
  *  | record                        | probe | request                          | file    |
  *  |-------------------------------|-------|----------------------------------|---------|
- *  | cannot be opened              | -     | none                             | kept    |
+ *  | cannot be opened or read      | -     | none                             | kept    |
  *  | malformed                     | -     | none                             | deleted |
  *  | four fields                   | 1     | none                             | kept    |
  *  | four fields, no text empty    | 0     | one GET with user and password   | deleted |

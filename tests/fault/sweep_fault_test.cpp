@@ -88,7 +88,7 @@ struct Stage {
   std::size_t read_at_most = SIZE_MAX;
   int interrupted_opens = 0;
   int interrupted_reads = 0;
-  bool reads_fail_after_the_first = false;
+  int reads_that_work = -1;  // below 0: all
   bool fstat_fails = false;
   bool stat_fails = false;
   bool stat_tells_another_device = false;
@@ -260,7 +260,7 @@ ssize_t __wrap_read(int descriptor, void *room, size_t size) {
     errno = EINTR;
     return -1;
   }
-  if (stage.reads_fail_after_the_first && stage.reads > 0) {
+  if (stage.reads == stage.reads_that_work) {
     errno = EIO;
     return -1;
   }
@@ -648,12 +648,42 @@ TEST_F(SweepCalls, ReadOnceWhenTheRecordIsComplete) {
   EXPECT_EQ(stage.reads, 1);
 }
 
-TEST_F(SweepCalls, TakeAnErrorForTheEndOfAMalformedRecord) {
-  const auto path = world_.record("halix_server1.dat", record_text("u", "n", "p", getpid()) + "\n");
-  stage.reads_fail_after_the_first = true;
-  stage.read_at_most = 7;  // the number has begun and may go on
+// Byte for byte: before any field, within each of them and within the number, which may go on.
+TEST_F(SweepCalls, KeepARecordWhoseReadingFailsBeforeItsFieldsAreComplete) {
+  for (const int owner : {getpid(), vanished_pid()}) {
+    const std::string text = record_text("u", "n", "p", owner);
+    const auto path = world_.record("halix_server1.dat", text);
+    stage.read_at_most = 1;
+    for (std::size_t size = 0; size < text.size(); ++size) {
+      stage.reads = 0;
+      stage.reads_that_work = static_cast<int>(size);
+      sweep();
+      EXPECT_TRUE(exists(path)) << size;
+    }
+  }
+  EXPECT_EQ(stage.performs, 0);
+}
+
+TEST_F(SweepCalls, KeepARecordWhenOnlyTheReadBehindItsLastByteFails) {
+  const auto path = world_.record("halix_server1.dat", "u n p " + std::to_string(getpid()));
+  stage.reads_that_work = 1;
   sweep();
   EXPECT_EQ(stage.performs, 0);
+  EXPECT_TRUE(exists(path));
+}
+
+TEST_F(SweepCalls, KeepARecordThatCannotBeReadThoughItWouldBeMalformed) {
+  const auto path = world_.record("halix_server1.dat", "u n");
+  stage.reads_that_work = 1;
+  sweep();
+  EXPECT_TRUE(exists(path));
+}
+
+TEST_F(SweepCalls, MakeNoReadThatCouldFailOnceTheFieldsAreComplete) {
+  const auto path = notified_record();
+  stage.reads_that_work = 1;
+  sweep();
+  EXPECT_EQ(stage.performs, 1);
   EXPECT_FALSE(exists(path));
 }
 
