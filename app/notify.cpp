@@ -80,25 +80,41 @@ void look_up(void *library, const char *name, Function &function) {
   function = reinterpret_cast<Function>(dlsym(library, name));
 }
 
-// Stays loaded: libcurl keeps state, and perhaps a resolver thread, until the process ends.
-Curl load_curl() {
+Curl functions_of(void *library) {
   Curl curl;
-  void *const library = dlopen(platform::curl_library_name(), RTLD_NOW | RTLD_LOCAL);
-  if (!library) return curl;
   look_up(library, "curl_easy_init", curl.init);
   look_up(library, "curl_easy_setopt", curl.set_option);
   look_up(library, "curl_easy_perform", curl.perform);
   look_up(library, "curl_easy_cleanup", curl.cleanup);
-  decltype(&curl_global_init_mem) use_memory = nullptr;
-  look_up(library, "curl_global_init_mem", use_memory);
-  if (curl.is_complete() && use_memory) {
-    use_memory(CURL_GLOBAL_DEFAULT, allocate, release, resize, duplicate, allocate_zeroed);
-  }
   return curl;
 }
 
+void use_our_memory(void *library) {
+  decltype(&curl_global_init_mem) use_memory = nullptr;
+  look_up(library, "curl_global_init_mem", use_memory);
+  if (use_memory) {
+    use_memory(CURL_GLOBAL_DEFAULT, allocate, release, resize, duplicate, allocate_zeroed);
+  }
+}
+
+// Once complete it stays loaded: libcurl keeps state, and perhaps a resolver thread, until the
+// process ends.
+Curl load_curl() {
+  void *const library = dlopen(platform::curl_library_name(), RTLD_NOW | RTLD_LOCAL);
+  if (!library) return {};
+  const Curl curl = functions_of(library);
+  if (!curl.is_complete()) {
+    dlclose(library);
+    return {};
+  }
+  use_our_memory(library);
+  return curl;
+}
+
+// Tries again until it succeeds: perhaps only memory or a descriptor was short.
 const Curl &loaded_curl() {
-  static const Curl curl = load_curl();
+  static Curl curl;
+  if (!curl.is_complete()) curl = load_curl();
   return curl;
 }
 
@@ -171,15 +187,16 @@ long Notifier::time_limit_ms() const {
   return lost_ms_ < patience_ms ? request_limit_ms : hurried_limit_ms;
 }
 
-void Notifier::notify(const Record &record) {
+bool Notifier::notify(const Record &record) {
   const Curl &curl = loaded_curl();
-  if (!curl.is_complete()) return;
+  if (!curl.is_complete()) return false;
   Request request{curl};
-  if (!request) return;
+  if (!request) return true;
   request.address(record);
-  if (!request.guard(time_limit_ms())) return;
+  if (!request.guard(time_limit_ms())) return true;
   const std::int64_t start_ms = monotonic_ms();
   if (request.perform() == CURLE_OPERATION_TIMEDOUT) lost_ms_ += monotonic_ms() - start_ms;
+  return true;
 }
 
 }  // namespace qal::internal

@@ -11,9 +11,9 @@ namespace qal::internal {
 // sweep about a minute, after that each of them gets only a moment.
 class Notifier {
  public:
-  // Asks for the record's URL. How that ends is nobody's concern; without libcurl, which is loaded
-  // by the first call in the process, nothing happens.
-  void notify(const Record &record);
+  // Asks for the record's URL. How that ends is nobody's concern. False when libcurl, which is
+  // loaded by the first call in the process, is missing; the next call tries to load it again.
+  bool notify(const Record &record);
 
  private:
   long time_limit_ms() const;

@@ -77,8 +77,7 @@ bool still_means(const char *path, const struct stat &opened) {
 // The sweep follows the probe's answer, which is 0 for a process that exists.
 bool is_settled(const Record &record, Notifier &notifier) {
   if (qal_is_pid_running(record.pid) != 0) return false;
-  if (record.has_all_texts()) notifier.notify(record);
-  return true;
+  return !record.has_all_texts() || notifier.notify(record);
 }
 
 void settle(const char *path, Notifier &notifier) {

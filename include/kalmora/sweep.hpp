@@ -17,7 +17,8 @@
  *  | four fields, some text empty  | 0     | none                             | deleted |
  *
  *  A path is at most 1023 bytes; what does not fit is left alone, never cut. libcurl is loaded when
- *  the first request is made and may be missing: the record is then deleted without a request.
+ *  the first request is made. While it is missing, each record that needs a request is kept, and
+ *  loading is tried again for the next one.
  *
  *  Threads: one sweep at a time, as nothing here is guarded against a second thread. A host that
  *  calls libcurl itself initialises it before the first sweep, because loading it does so, too.

@@ -500,14 +500,18 @@ TEST_F(SweepStart, WithClosedStreamsSettlesRecords) {
 }
 
 // A file that is no library stands in for libcurl: a tool that were linked with it could not start.
-TEST_F(SweepStart, WithoutLibcurlDeletesTheRecord) {
+TEST_F(SweepStart, WithoutLibcurlKeepsWhatNeedsARequest) {
   const std::string library = qal::internal::platform::curl_library_name();
   world_.directory("lib");
   world_.file(world_.root() + "/lib/" + library, "not a library");
   world_.record("halix_server1.dat", live_record());
   world_.record("halix_server2.dat", server_.record(vanished_pid()));
+  world_.record("halix_server3.dat", malformed);
   run({.environment = {{"LD_LIBRARY_PATH", world_.root() + "/lib"}}});
   EXPECT_THAT(server_.requests(), IsEmpty());
+  EXPECT_THAT(left(), ElementsAre("halix_server1.dat", "halix_server2.dat"));
+  run();
+  EXPECT_THAT(server_.paths(), ElementsAre("/settle"));
   EXPECT_EQ(left(), std::vector{"halix_server2.dat"s});
 }
 

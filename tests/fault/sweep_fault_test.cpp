@@ -66,7 +66,8 @@ struct Stage {
   bool init_fails = false;
   std::set<CURLoption> refused;
   std::function<CURLcode()> perform = [] { return CURLE_OK; };
-  int loads = 0;
+  int loads = 0;  // tried
+  int libraries_open = 0;
   int handles_open = 0;
   int performs = 0;
   std::vector<Option> options;
@@ -226,7 +227,15 @@ void __real__ZN3qal8internal8platform12clear_secretEPvm(void *secret, size_t siz
 
 void *__wrap_dlopen(const char *, int) {
   ++stage.loads;
-  return stage.library_missing ? nullptr : &stage;
+  if (stage.library_missing) return nullptr;
+  ++stage.libraries_open;
+  return &stage;
+}
+
+int __wrap_dlclose(void *library) {
+  EXPECT_EQ(library, &stage);
+  --stage.libraries_open;
+  return 0;
 }
 
 void *__wrap_dlsym(void *library, const char *name) {
@@ -468,37 +477,56 @@ TEST_F(SweepRequest, IsMadeOncePerRecordInTheListingsOrder) {
   });
 }
 
-TEST_F(SweepCurl, MissingMeansThatTheRecordIsDeletedWithoutARequest) {
+TEST_F(SweepCurl, MissingMeansThatEveryRecordThatNeedsARequestIsKept) {
   before_curl_is_loaded([this] {
     stage.library_missing = true;
-    sweep_one();
-    EXPECT_EQ(stage.loads, 1);
-  });
-}
-
-// Every function in turn, each in a process of its own.
-void sweep_without(const char *function) {
-  const auto result = qal::test::run_in_child([function] {
-    stage = Stage{};
-    stage.functions_missing = {function};
-    const SweepWorld world;
-    const auto path = world.record("halix_server1.dat", record_text("u", "n", "p", getpid()));
-    process_directory(world.temporary().c_str());
-    EXPECT_FALSE(exists(path));
+    const auto first = notified_record(1);
+    const auto second = notified_record(2);
+    const auto textless = world_.record("halix_server3.dat", "\0 n p "s + std::to_string(getpid()));
+    const auto malformed = world_.record("halix_server4.dat", "malformed");
+    sweep();
+    EXPECT_TRUE(exists(first));
+    EXPECT_TRUE(exists(second));
+    EXPECT_FALSE(exists(textless));
+    EXPECT_FALSE(exists(malformed));
+    EXPECT_EQ(stage.loads, 2) << "once for each record that needs a request";
     EXPECT_EQ(stage.performs, 0);
-    EXPECT_FALSE(curl_memory.given);
-    EXPECT_EQ(stage.handles_open, 0);
-    EXPECT_THAT(stage.options, IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << function << result.out;
 }
 
-TEST_F(SweepCurl, IncompleteMeansThatTheRecordIsDeletedWithoutARequest) {
-  before_curl_is_loaded([] {
+TEST_F(SweepCurl, IsTriedAgainForTheNextRecordAndStaysLoadedThen) {
+  before_curl_is_loaded([this] {
+    stage.library_missing = true;
+    const auto path = notified_record();
+    sweep();
+    EXPECT_TRUE(exists(path));
+    stage.library_missing = false;
+    notified_record(2);
+    sweep();
+    EXPECT_THAT(qal::test::names_in(world_.temporary()), IsEmpty());
+    EXPECT_EQ(stage.performs, 2);
+    EXPECT_EQ(stage.loads, 2);
+    EXPECT_EQ(stage.libraries_open, 1);
+  });
+}
+
+TEST_F(SweepCurl, IncompleteMeansThatItIsClosedAndTheRecordKept) {
+  before_curl_is_loaded([this] {
+    const auto path = notified_record();
     for (const auto function :
          {"curl_easy_init", "curl_easy_setopt", "curl_easy_perform", "curl_easy_cleanup"}) {
-      sweep_without(function);
+      stage.functions_missing = {function};
+      sweep();
+      EXPECT_TRUE(exists(path)) << function;
+      EXPECT_EQ(stage.libraries_open, 0) << function;
     }
+    EXPECT_EQ(stage.loads, 4);
+    EXPECT_FALSE(curl_memory.given);
+    EXPECT_THAT(stage.options, IsEmpty());
+    stage.functions_missing = {};
+    sweep_one();
+    EXPECT_EQ(stage.performs, 1);
+    EXPECT_TRUE(curl_memory.given);
   });
 }
 
