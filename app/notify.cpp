@@ -134,8 +134,8 @@ class Request {
   }
 
   // The record may have been written by anybody: nothing that it names may be printed, make the
-  // tool read files or wait for ever, or pass the credentials on. False when the protocols cannot
-  // be restricted; no request may be made then.
+  // tool read files or wait for ever, or pass the credentials on. False when the credentials cannot
+  // be kept to the record's own server; no request may be made then.
   bool guard(long limit_ms) {
     set(CURLOPT_WRITEFUNCTION, &Request::drop_body);
     set(CURLOPT_WRITEDATA, static_cast<void *>(&body_bytes_));
@@ -143,15 +143,14 @@ class Request {
         set(CURLOPT_PROTOCOLS_STR, "http,https") ||
         set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
     set(CURLOPT_DEFAULT_PROTOCOL, "http");
-    set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_PROXY, "");
-    set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+    const bool direct = set(CURLOPT_FOLLOWLOCATION, 0L) && set(CURLOPT_PROXY, "") &&
+                        set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_CONNECTTIMEOUT_MS, connect_limit_ms);
     set(CURLOPT_TIMEOUT_MS, limit_ms);
     set(CURLOPT_VERBOSE, 0L);
-    return restricted;
+    return restricted && direct;
   }
 
   CURLcode perform() { return curl_.perform(handle_.get()); }

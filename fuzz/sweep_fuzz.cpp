@@ -101,6 +101,15 @@ void check_options(const Handle &handle) {
   }
 }
 
+bool is_refused(CURLoption option) {
+  static constexpr int nothing = -1;
+  static constexpr int guards[] = {nothing, CURLOPT_PROXY, CURLOPT_FOLLOWLOCATION, CURLOPT_NETRC};
+  const Transport &transport = run->scenario.transport;
+  return (option == CURLOPT_PROTOCOLS_STR && transport.refuses_names) ||
+         (option == CURLOPT_PROTOCOLS && transport.refuses_numbers) ||
+         option == guards[transport.refuses_guard];
+}
+
 // Uses all that the tool gives to allocate with.
 void compose_header(Handle &handle) {
   const string user = handle.options->at(CURLOPT_USERNAME);
@@ -234,7 +243,6 @@ CURLcode curl_easy_setopt(CURL *curl, CURLoption option, ...) {
   void *const pointer = is_number ? nullptr : va_arg(values, void *);
   va_end(values);
   handle.order->push_back(option);
-  const Transport &transport = run->scenario.transport;
   if (option == CURLOPT_WRITEFUNCTION) {
     handle.write = reinterpret_cast<curl_write_callback>(pointer);
   } else if (option == CURLOPT_WRITEDATA) {
@@ -243,9 +251,7 @@ CURLcode curl_easy_setopt(CURL *curl, CURLoption option, ...) {
     (*handle.options)[option] =
         is_number ? std::to_string(number) : static_cast<const char *>(pointer);
   }
-  const bool refused = (option == CURLOPT_PROTOCOLS_STR && transport.refuses_names) ||
-                       (option == CURLOPT_PROTOCOLS && transport.refuses_numbers);
-  return refused ? CURLE_UNKNOWN_OPTION : CURLE_OK;
+  return is_refused(option) ? CURLE_UNKNOWN_OPTION : CURLE_OK;
 }
 #pragma GCC diagnostic pop
 

@@ -44,16 +44,23 @@ struct Transport {
         refuses_numbers((choice & 4) != 0),
         times_out((choice & 8) != 0),
         sends_much((choice & 16) != 0),
+        refuses_guard(guard_of(choice / 32)),
         meanwhile(static_cast<Meanwhile>(choice / 32 % 3)) {}
 
-  bool can_be_restricted() const { return !refuses_names || !refuses_numbers; }
+  bool can_be_restricted() const {
+    return (!refuses_names || !refuses_numbers) && refuses_guard == 0;
+  }
 
   bool has_no_handle;
   bool refuses_names;    // of protocols
   bool refuses_numbers;  // of protocols
   bool times_out;
   bool sends_much;
+  int refuses_guard;  // 0 for none; else which of those that keep the credentials to the server
   Meanwhile meanwhile;
+
+ private:
+  static int guard_of(int kind) { return kind >= 3 && kind < 6 ? kind - 2 : 0; }
 };
 
 class Scenario {

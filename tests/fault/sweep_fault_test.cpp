@@ -399,9 +399,11 @@ TEST_F(SweepRequest, SetsTheFourOptionsFirstAndThenItsGuards) {
   EXPECT_EQ(stage.performs, 1);
 }
 
-TEST_F(SweepRequest, GoesAheadWhenOptionsAreRefused) {
-  for (const auto option : {CURLOPT_URL, CURLOPT_HTTPGET, CURLOPT_USERNAME, CURLOPT_PASSWORD,
-                            CURLOPT_PROXY, CURLOPT_QUICK_EXIT, CURLOPT_TIMEOUT_MS}) {
+TEST_F(SweepRequest, GoesAheadWhenOtherOptionsAreRefused) {
+  for (const auto option :
+       {CURLOPT_URL, CURLOPT_HTTPGET, CURLOPT_USERNAME, CURLOPT_PASSWORD, CURLOPT_WRITEFUNCTION,
+        CURLOPT_WRITEDATA, CURLOPT_DEFAULT_PROTOCOL, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT,
+        CURLOPT_CONNECTTIMEOUT_MS, CURLOPT_TIMEOUT_MS, CURLOPT_VERBOSE}) {
     stage.refused.insert(option);
   }
   sweep_one();
@@ -420,6 +422,15 @@ TEST_F(SweepRequest, IsNotMadeWhenTheProtocolsCannotBeRestricted) {
   stage.refused = {CURLOPT_PROTOCOLS_STR, static_cast<CURLoption>(181)};
   sweep_one();
   EXPECT_EQ(stage.performs, 0);
+}
+
+// They would leave the host: to a proxy of the environment or to wherever a redirect leads.
+TEST_F(SweepRequest, IsNotMadeWhenTheCredentialsCannotBeKeptToTheServer) {
+  for (const auto option : {CURLOPT_PROXY, CURLOPT_FOLLOWLOCATION, CURLOPT_NETRC}) {
+    stage.refused = {option};
+    sweep_one();
+    EXPECT_EQ(stage.performs, 0) << option;
+  }
 }
 
 TEST_F(SweepRequest, DropsABodyOfUpToOneMebibyte) {
