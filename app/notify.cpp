@@ -19,6 +19,7 @@ namespace {
 constexpr long connect_limit_ms = 5'000;
 constexpr long request_limit_ms = 10'000;
 constexpr long hurried_limit_ms = 1'000;
+constexpr std::int64_t free_ms = 1'000;  // of each request
 constexpr std::int64_t patience_ms = 60'000;
 constexpr std::size_t body_limit_bytes = std::size_t{1024} * 1024;
 
@@ -153,7 +154,7 @@ class Request {
     return restricted && direct;
   }
 
-  CURLcode perform() { return curl_.perform(handle_.get()); }
+  void perform() { curl_.perform(handle_.get()); }
 
  private:
   template <typename Value>
@@ -174,6 +175,13 @@ class Request {
   std::size_t body_bytes_ = 0;
 };
 
+void ask(const Curl &curl, const Record &record, long limit_ms) {
+  Request request{curl};
+  if (!request) return;
+  request.address(record);
+  if (request.guard(limit_ms)) request.perform();
+}
+
 std::int64_t monotonic_ms() {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -183,18 +191,15 @@ std::int64_t monotonic_ms() {
 }  // namespace
 
 long Notifier::time_limit_ms() const {
-  return lost_ms_ < patience_ms ? request_limit_ms : hurried_limit_ms;
+  return spent_ms_ < patience_ms ? request_limit_ms : hurried_limit_ms;
 }
 
 bool Notifier::notify(const Record &record) {
   const Curl &curl = loaded_curl();
   if (!curl.is_complete()) return false;
-  Request request{curl};
-  if (!request) return true;
-  request.address(record);
-  if (!request.guard(time_limit_ms())) return true;
   const std::int64_t start_ms = monotonic_ms();
-  if (request.perform() == CURLE_OPERATION_TIMEDOUT) lost_ms_ += monotonic_ms() - start_ms;
+  ask(curl, record, time_limit_ms());
+  spent_ms_ += std::max<std::int64_t>(0, monotonic_ms() - start_ms - free_ms);
   return true;
 }
 

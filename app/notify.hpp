@@ -7,8 +7,8 @@
 
 namespace qal::internal {
 
-// Makes the requests of one sweep and keeps its time budget: servers that do not answer may cost a
-// sweep about a minute, after that each of them gets only a moment.
+// Makes the requests of one sweep and keeps its time budget: slow servers may cost a sweep about a
+// minute, whether they answer or not; after that each of them gets only a moment.
 class Notifier {
  public:
   // Asks for the record's URL. How that ends is nobody's concern. False when libcurl, which is
@@ -18,7 +18,7 @@ class Notifier {
  private:
   long time_limit_ms() const;
 
-  std::int64_t lost_ms_ = 0;  // spent on requests that timed out
+  std::int64_t spent_ms_ = 0;  // on requests, beyond the first second of each
 };
 
 }  // namespace qal::internal

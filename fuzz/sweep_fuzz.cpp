@@ -267,7 +267,7 @@ CURLcode curl_easy_perform(CURL *curl) {
                            options[CURLOPT_PASSWORD], std::stol(options[CURLOPT_TIMEOUT_MS])});
   if (transport.sends_much) send_body(handle);
   change_record(run->model.asking[index]);
-  run->clock_ms += lost_per_timeout_ms;
+  run->clock_ms += request_ms;
   return transport.times_out ? CURLE_OPERATION_TIMEDOUT : CURLE_COULDNT_CONNECT;
 }
 

@@ -20,8 +20,8 @@ struct Request {
   bool operator==(const Request &) const = default;
 };
 
-// Longer than two of them may take together before the sweep hurries.
-constexpr long lost_per_timeout_ms = 25'000;
+// Three of them use up the sweep's patience, two do not.
+constexpr long request_ms = 25'000;
 constexpr const char *newer_content = "half a record";
 
 class SweepModel {
@@ -116,9 +116,8 @@ class SweepModel {
   }
 
   long limit_ms() const {
-    const bool hurries = scenario_.transport.times_out &&
-                         static_cast<long>(requests.size()) * lost_per_timeout_ms >= 60'000;
-    return hurries ? 1'000 : 10'000;
+    const long counted_ms = request_ms - 1'000;
+    return static_cast<long>(requests.size()) * counted_ms >= 60'000 ? 1'000 : 10'000;
   }
 
   const Scenario &scenario_;

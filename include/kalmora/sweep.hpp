@@ -48,8 +48,8 @@ std::vector<std::string> find_files(const char *dir, const char *pattern);
  *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
  *  are passed over. A record whose name means another file by the time it is to be deleted stays.
  *  A request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
- *  seconds, or 1 second when the sweep has already spent 60 on servers that did not answer. How it
- *  ends changes nothing. The host ignores SIGPIPE, as a server may hang up while it is written to.
+ *  seconds, or 1 second when the sweep has already spent 60 on earlier ones, the first second of
+ *  each left out. How it ends changes nothing. The host ignores SIGPIPE, as a server may hang up while it is written to.
  *
  *  Nothing is printed or thrown, and no failure is reported but by the listing, which speaks of
  *  entries that it cannot examine (see qal/dir_list.h).

@@ -587,26 +587,47 @@ std::vector<std::string> limits_for(const SweepWorld &world, int count, std::int
   return limits;
 }
 
-TEST_F(SweepBudget, LeavesASecondToEachRequestOnceAMinuteWasLostToTimeouts) {
+// Of ten seconds nine count.
+TEST_F(SweepBudget, LeavesASecondToEachRequestOnceAMinuteIsUsedUp) {
   EXPECT_THAT(
       limits_for(world_, 9, 10'000, CURLE_OPERATION_TIMEDOUT),
-      ElementsAre("10000", "10000", "10000", "10000", "10000", "10000", "1000", "1000", "1000"));
+      ElementsAre("10000", "10000", "10000", "10000", "10000", "10000", "10000", "1000", "1000"));
   EXPECT_EQ(stage.performs, 9);
 }
 
 TEST_F(SweepBudget, IsNotUsedUpAMillisecondEarlier) {
-  EXPECT_THAT(limits_for(world_, 4, 29'999, CURLE_OPERATION_TIMEDOUT),
+  EXPECT_THAT(limits_for(world_, 4, 30'999, CURLE_OPERATION_TIMEDOUT),
               ElementsAre("10000", "10000", "10000", "1000"));
-  EXPECT_THAT(limits_for(world_, 3, 30'000, CURLE_OPERATION_TIMEDOUT),
+  EXPECT_THAT(limits_for(world_, 3, 31'000, CURLE_OPERATION_TIMEDOUT),
               ElementsAre("10000", "10000", "1000"));
-  EXPECT_THAT(limits_for(world_, 2, 59'999, CURLE_OPERATION_TIMEDOUT),
+  EXPECT_THAT(limits_for(world_, 2, 60'999, CURLE_OPERATION_TIMEDOUT),
               ElementsAre("10000", "10000"));
 }
 
-TEST_F(SweepBudget, CountsTimeoutsOnly) {
+TEST_F(SweepBudget, CountsARequestWhateverBecameOfIt) {
   for (const CURLcode code : {CURLE_OK, CURLE_COULDNT_CONNECT, CURLE_RECV_ERROR}) {
-    EXPECT_THAT(limits_for(world_, 3, 100'000, code), ElementsAre("10000", "10000", "10000"));
+    EXPECT_THAT(limits_for(world_, 3, 31'000, code), ElementsAre("10000", "10000", "1000"));
   }
+}
+
+TEST_F(SweepBudget, LeavesTheFirstSecondOfEachRequestOut) {
+  EXPECT_THAT(limits_for(world_, 80, 1'000, CURLE_OK), testing::Each("10000"));
+  EXPECT_EQ(limits_for(world_, 61, 2'000, CURLE_OK).back(), "1000");
+  EXPECT_EQ(limits_for(world_, 60, 2'000, CURLE_OK).back(), "10000");
+}
+
+TEST_F(SweepBudget, GainsNothingByQuickRequests) {
+  int asked = 0;
+  stage.perform = [&asked] {
+    stage.later_ms += ++asked <= 60 ? 0 : 61'000;
+    return CURLE_OK;
+  };
+  for (int i = 0; i < 62; ++i) notified_record(i);
+  sweep();
+  const auto limits = values_of(CURLOPT_TIMEOUT_MS);
+  ASSERT_THAT(limits, SizeIs(62));
+  EXPECT_EQ(limits[60], "10000");
+  EXPECT_EQ(limits[61], "1000");
 }
 
 TEST_F(SweepBudget, BeginsAnewWithEachSweep) {
