@@ -47,6 +47,8 @@ std::vector<std::string> find_files(const char *dir, const char *pattern);
  *
  *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
  *  are passed over. A record whose name means another file by the time it is to be deleted stays.
+ *  A link is followed and deleted itself. In a sticky directory that everybody may write to it is
+ *  left alone unless it belongs to the effective user or to the directory's owner.
  *  A request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
  *  seconds, or 1 second when the sweep has already spent 60 on earlier ones, the first second of
  *  each left out. How it ends changes nothing. The host ignores SIGPIPE, as a server may hang up while it is written to.

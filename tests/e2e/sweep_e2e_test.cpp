@@ -326,6 +326,33 @@ TEST_F(SweepHostileContents, OfALinkAreReadAndTheLinkIsDeleted) {
   EXPECT_TRUE(exists(target));
 }
 
+// Only root can make a directory and links of others.
+TEST_F(SweepHostileContents, OfAStrangersLinkInASharedDirectoryAreNotRead) {
+  const bool root = geteuid() == 0;
+  const auto link_to_record = [&](const std::string &name, uid_t owner) {
+    const auto target = world_.file(world_.home() + "/" + name, live_record("/" + name));
+    const auto path = world_.temporary() + "/halix_server_" + name + ".dat";
+    ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
+    ASSERT_EQ(lchown(path.c_str(), root ? owner : geteuid(), -1u), 0);
+  };
+  link_to_record("own", 65534);
+  if (root) {
+    ASSERT_EQ(chown(world_.temporary().c_str(), 0, 0), 0);
+    link_to_record("keepers", 0);
+    link_to_record("strangers", 1);
+  }
+  ASSERT_EQ(chmod(world_.temporary().c_str(), 01777), 0);
+  run();
+  if (!root) {
+    EXPECT_THAT(server_.paths(), ElementsAre("/own"));
+    EXPECT_THAT(left(), IsEmpty());
+    return;
+  }
+  EXPECT_THAT(server_.paths(), UnorderedElementsAre("/own", "/keepers"));
+  // What belongs to another cannot be deleted there either.
+  EXPECT_THAT(left(), ElementsAre("halix_server_keepers.dat", "halix_server_strangers.dat"));
+}
+
 TEST_F(SweepServers, ThatRefuseTheCredentialsAreAskedOnce) {
   EXPECT_FALSE(keeps(record_text(server_.url(), "halix", "wrong", owner_.pid())));
   const auto requests = server_.requests();

@@ -93,6 +93,9 @@ struct Stage {
   bool fstat_fails = false;
   bool stat_fails = false;
   bool stat_tells_another_device = false;
+  bool lstat_fails = false;
+  std::function<void(struct stat &directory)> on_directory;
+  std::function<void(struct stat &link)> on_link;
   int reads = 0;
   std::size_t bytes_read = 0;
   // memory
@@ -218,6 +221,7 @@ ssize_t __real_read(int descriptor, void *room, size_t size);
 int __real_close(int descriptor);
 int __real_fstat(int descriptor, struct stat *info);
 int __real_stat(const char *path, struct stat *info);
+int __real_lstat(const char *path, struct stat *info);
 int __real_clock_gettime(clockid_t clock, timespec *now);
 void __real_free(void *block);
 int __real_qal_dir_list(const char *, char **, int *, char **, int *, char **, int);
@@ -254,8 +258,8 @@ int __wrap_open(const char *path, int flags, int mode) {
   if (std::string_view{path}.find("halix_server") == std::string_view::npos) {
     return __real_open(path, flags, mode);
   }
-  note("open");
-  EXPECT_EQ(flags, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  note((flags & O_NOFOLLOW) != 0 ? "open" : "follow");
+  EXPECT_EQ(flags & ~O_NOFOLLOW, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (stage.interrupted_opens-- > 0) {
     errno = EINTR;
     return -1;
@@ -301,6 +305,15 @@ int __wrap_stat(const char *path, struct stat *info) {
   note("stat");
   const int status = stage.stat_fails ? -1 : __real_stat(path, info);
   if (stage.stat_tells_another_device) ++info->st_dev;
+  if (stage.on_directory && std::string_view{path}.ends_with('/')) stage.on_directory(*info);
+  return status;
+}
+
+int __wrap_lstat(const char *path, struct stat *info) {
+  if (stage.listing_runs) return __real_lstat(path, info);
+  note("lstat");
+  const int status = stage.lstat_fails ? -1 : __real_lstat(path, info);
+  if (stage.on_link) stage.on_link(*info);
   return status;
 }
 
@@ -813,6 +826,114 @@ TEST_F(SweepCalls, AreContentWhenTheRecordVanishesMeanwhile) {
   };
   sweep();
   EXPECT_EQ(stage.performs, 1);
+}
+
+constexpr uid_t stranger = 54321;
+constexpr uid_t keeper = 54322;  // whom the directory belongs to
+
+// A link to a record in a directory as the test describes it.
+class SweepLinks : public SweepStage {
+ protected:
+  SweepLinks() {
+    EXPECT_EQ(symlink(target_.c_str(), path_.c_str()), 0);
+    stage.on_directory = [this](struct stat &directory) {
+      directory.st_mode = S_IFDIR | mode_;
+      directory.st_uid = keeper;
+    };
+    stage.on_link = [this](struct stat &link) { link.st_uid = owner_; };
+  }
+
+  bool is_followed(mode_t mode, uid_t owner) {
+    mode_ = mode;
+    owner_ = owner;
+    stage.performs = 0;
+    sweep();
+    const bool followed = stage.performs > 0;
+    EXPECT_NE(exists(path_), followed);
+    EXPECT_TRUE(exists(target_));
+    unlink(path_.c_str());
+    EXPECT_EQ(symlink(target_.c_str(), path_.c_str()), 0);
+    return followed;
+  }
+
+  mode_t mode_ = 01777;
+  uid_t owner_ = geteuid();
+  const std::string target_ = world_.file(
+      world_.home() + "/target", record_text("http://127.0.0.1/x", "halix", "secret", getpid()));
+  const std::string path_ = world_.temporary() + "/halix_server1.dat";
+};
+
+TEST_F(SweepLinks, AreFollowedInASharedDirectoryWhenTheyAreTheUsersOrTheDirectorysOwners) {
+  EXPECT_TRUE(is_followed(01777, geteuid()));
+  EXPECT_TRUE(is_followed(01777, keeper));
+  EXPECT_FALSE(is_followed(01777, stranger));
+  EXPECT_FALSE(is_followed(01703, stranger));
+}
+
+TEST_F(SweepLinks, AreFollowedInEveryOtherDirectory) {
+  for (const mode_t mode : {0777u, 01775u, 01770u, 0755u, 0700u}) {
+    EXPECT_TRUE(is_followed(mode, stranger)) << mode;
+  }
+}
+
+TEST_F(SweepLinks, CostNoCallWhereThereAreNone) {
+  unlink(path_.c_str());
+  notified_record();
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls,
+              ElementsAre("open", "fstat", "read", "probe", "request", "stat", "close", "unlink"));
+}
+
+TEST_F(SweepLinks, AreLookedAtBeforeAndAfterTheyAreFollowed) {
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, ElementsAre("open", "lstat", "stat", "follow", "lstat", "fstat", "read",
+                                       "probe", "request", "stat", "close", "unlink"));
+}
+
+TEST_F(SweepLinks, ThatAreAStrangersAreNotOpened) {
+  owner_ = stranger;
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, ElementsAre("open", "lstat", "stat"));
+}
+
+TEST_F(SweepLinks, ThatCannotBeLookedAtAreLeftAlone) {
+  stage.lstat_fails = true;
+  sweep();
+  stage.lstat_fails = false;
+  stage.stat_fails = true;
+  sweep();
+  EXPECT_EQ(stage.reads, 0);
+  EXPECT_TRUE(exists(path_));
+}
+
+TEST_F(SweepLinks, ThatTookTheNameOfOneThatWasLookedAtAreLeftAlone) {
+  const auto other = world_.home() + "/other";
+  ASSERT_EQ(symlink(target_.c_str(), other.c_str()), 0);
+  stage.on_link = [&](struct stat &) { rename(other.c_str(), path_.c_str()); };
+  sweep();
+  EXPECT_EQ(stage.reads, 0);
+  EXPECT_TRUE(exists(path_));
+}
+
+TEST_F(SweepLinks, ThatTookTheNumberOfOneThatWasLookedAtAreLeftAlone) {
+  int looks = 0;
+  stage.on_link = [&](struct stat &link) { link.st_uid = ++looks == 1 ? geteuid() : stranger; };
+  sweep();
+  EXPECT_EQ(looks, 2);
+  EXPECT_EQ(stage.reads, 0);
+  EXPECT_TRUE(exists(path_));
+}
+
+TEST_F(SweepLinks, ThatVanishAfterTheyWereLookedAtAreForgotten) {
+  stage.on_link = [this](struct stat &) { unlink(path_.c_str()); };
+  sweep();
+  EXPECT_EQ(stage.reads, 0);
 }
 
 TEST_F(SweepListing, ReleasesAllItsOutputsOnSuccess) {
