@@ -201,6 +201,8 @@ int lowest_free_descriptor() {
 
 void sweep(const Scenario &scenario) {
   std::vector<Descriptor> fifos;
+  require(chmod(scenario.directory.c_str(), scenario.is_shared ? 01777 : 0755) == 0,
+          "a directory can be shared");
   const auto before = fill(scenario, fifos);
   const SweepModel model{scenario, listed_names(scenario.directory)};
   const int descriptor = lowest_free_descriptor();
@@ -298,6 +300,15 @@ const char *__wrap__ZN3qal8internal8platform17curl_library_nameEv() { return nul
 int __wrap_qal_is_pid_running(int pid) {
   run->probed.push_back(pid);
   return run->scenario.is_vanished(pid) ? 1 : 0;
+}
+
+int __real_lstat(const char *path, struct stat *info);
+
+int __wrap_lstat(const char *path, struct stat *info) {
+  const int status = __real_lstat(path, info);
+  const string name = std::strrchr(path, '/') + 1;
+  if (run && run->scenario.is_strangers(name)) ++info->st_uid;
+  return status;
 }
 
 int __real_clock_gettime(clockid_t clock, timespec *now);

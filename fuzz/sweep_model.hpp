@@ -85,9 +85,17 @@ class SweepModel {
     return plain && is_record_name(name) && fits(name);
   }
 
+  bool is_left_alone(const std::string &name) const {
+    const auto found = entries.find(name);
+    if (found == entries.end()) return false;
+    const bool is_link =
+        found->second.kind == Entry::link_to_place || found->second.kind == Entry::link_to_sibling;
+    return scenario_.is_shared && is_link && scenario_.is_strangers(name);
+  }
+
   void visit(std::string piece) {
     for (char &byte : piece) byte = byte == '\\' ? '/' : byte;
-    if (!is_record_name(piece) || !fits(piece)) return;
+    if (!is_record_name(piece) || !fits(piece) || is_left_alone(piece)) return;
     const auto entry = resolved(piece);
     if (!entry || entry->kind == Entry::socket) return;  // cannot be opened
     const auto record = entry->kind == Entry::regular ? test::model_of(entry->content)

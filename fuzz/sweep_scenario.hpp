@@ -74,9 +74,13 @@ class Scenario {
 
   bool is_vanished(int pid) const { return (answers_ >> (pid & 7) & 1) != 0; }
 
-  std::string name;       // of the directory, as the sweep is given it
-  std::string directory;  // where it lies
-  bool is_listed = true;  // whether it is there under that name
+  // The others belong to the user.
+  bool is_strangers(const std::string &link) const { return link.size() % 2 == 1; }
+
+  std::string name;        // of the directory, as the sweep is given it
+  std::string directory;   // where it lies
+  bool is_listed = true;   // whether it is there under that name
+  bool is_shared = false;  // sticky, and everybody may write to it
   Transport transport;
   Entries entries;
 
@@ -89,6 +93,7 @@ class Scenario {
     const std::string names[] = {
         places().swept(),   root + "/swept/",  root + "\\swept", root + "/outside/..\\swept",
         root + "//swept/.", root + "/missing", places().victim()};
+    is_shared = choice / 8 % 2 == 1;
     is_listed = choice % 8 != 5 && choice % 8 != 6;
     directory = choice % 8 == 7 ? places().deep() : places().swept();
     name = choice % 8 == 7 ? directory : names[choice % 8];
