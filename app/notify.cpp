@@ -20,6 +20,7 @@ namespace {
 constexpr long connect_limit_ms = 5'000;
 constexpr long request_limit_ms = 10'000;
 constexpr long hurried_limit_ms = 1'000;
+constexpr std::int64_t free_ms = 1'000;  // of each request
 constexpr std::int64_t patience_ms = 60'000;
 constexpr std::size_t body_limit_bytes = std::size_t{1024} * 1024;
 
@@ -81,25 +82,41 @@ void look_up(void *library, const char *name, Function &function) {
   function = reinterpret_cast<Function>(dlsym(library, name));
 }
 
-// Stays loaded: libcurl keeps state, and perhaps a resolver thread, until the process ends.
-Curl load_curl() {
+Curl functions_of(void *library) {
   Curl curl;
-  void *const library = dlopen(platform::curl_library_name(), RTLD_NOW | RTLD_LOCAL);
-  if (!library) return curl;
   look_up(library, "curl_easy_init", curl.init);
   look_up(library, "curl_easy_setopt", curl.set_option);
   look_up(library, "curl_easy_perform", curl.perform);
   look_up(library, "curl_easy_cleanup", curl.cleanup);
-  decltype(&curl_global_init_mem) use_memory = nullptr;
-  look_up(library, "curl_global_init_mem", use_memory);
-  if (curl.is_complete() && use_memory) {
-    use_memory(CURL_GLOBAL_DEFAULT, allocate, release, resize, duplicate, allocate_zeroed);
-  }
   return curl;
 }
 
+void use_our_memory(void *library) {
+  decltype(&curl_global_init_mem) use_memory = nullptr;
+  look_up(library, "curl_global_init_mem", use_memory);
+  if (use_memory) {
+    use_memory(CURL_GLOBAL_DEFAULT, allocate, release, resize, duplicate, allocate_zeroed);
+  }
+}
+
+// Once complete it stays loaded: libcurl keeps state, and perhaps a resolver thread, until the
+// process ends.
+Curl load_curl() {
+  void *const library = dlopen(platform::curl_library_name(), RTLD_NOW | RTLD_LOCAL);
+  if (!library) return {};
+  const Curl curl = functions_of(library);
+  if (!curl.is_complete()) {
+    dlclose(library);
+    return {};
+  }
+  use_our_memory(library);
+  return curl;
+}
+
+// Tries again until it succeeds: perhaps only memory or a descriptor was short.
 const Curl &loaded_curl() {
-  static const Curl curl = load_curl();
+  static Curl curl;
+  if (!curl.is_complete()) curl = load_curl();
   return curl;
 }
 
@@ -119,8 +136,8 @@ class Request {
   }
 
   // The record may have been written by anybody: nothing that it names may be printed, make the
-  // tool read files or wait for ever, or pass the credentials on. False when the protocols cannot
-  // be restricted; no request may be made then.
+  // tool read files or wait for ever, or pass the credentials on. False when the credentials cannot
+  // be kept to the record's own server; no request may be made then.
   bool guard(long limit_ms) {
     set(CURLOPT_WRITEFUNCTION, &Request::drop_body);
     set(CURLOPT_WRITEDATA, static_cast<void *>(&body_bytes_));
@@ -128,18 +145,17 @@ class Request {
         set(CURLOPT_PROTOCOLS_STR, "http,https") ||
         set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
     set(CURLOPT_DEFAULT_PROTOCOL, "http");
-    set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_PROXY, "");
-    set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+    const bool direct = set(CURLOPT_FOLLOWLOCATION, 0L) && set(CURLOPT_PROXY, "") &&
+                        set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_CONNECTTIMEOUT_MS, connect_limit_ms);
     set(CURLOPT_TIMEOUT_MS, limit_ms);
     set(CURLOPT_VERBOSE, 0L);
-    return restricted;
+    return restricted && direct;
   }
 
-  CURLcode perform() { return curl_.perform(handle_.get()); }
+  void perform() { curl_.perform(handle_.get()); }
 
  private:
   template <typename Value>
@@ -160,6 +176,13 @@ class Request {
   std::size_t body_bytes_ = 0;
 };
 
+void ask(const Curl &curl, const Record &record, long limit_ms) {
+  Request request{curl};
+  if (!request) return;
+  request.address(record);
+  if (request.guard(limit_ms)) request.perform();
+}
+
 std::int64_t monotonic_ms() {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -169,18 +192,16 @@ std::int64_t monotonic_ms() {
 }  // namespace
 
 long Notifier::time_limit_ms() const {
-  return lost_ms_ < patience_ms ? request_limit_ms : hurried_limit_ms;
+  return spent_ms_ < patience_ms ? request_limit_ms : hurried_limit_ms;
 }
 
-void Notifier::notify(const Record &record) {
+bool Notifier::notify(const Record &record) {
   const Curl &curl = loaded_curl();
-  if (!curl.is_complete()) return;
-  Request request{curl};
-  if (!request) return;
-  request.address(record);
-  if (!request.guard(time_limit_ms())) return;
+  if (!curl.is_complete()) return false;
   const std::int64_t start_ms = monotonic_ms();
-  if (request.perform() == CURLE_OPERATION_TIMEDOUT) lost_ms_ += monotonic_ms() - start_ms;
+  ask(curl, record, time_limit_ms());
+  spent_ms_ += std::max<std::int64_t>(0, monotonic_ms() - start_ms - free_ms);
+  return true;
 }
 
 }  // namespace qal::internal

@@ -7,18 +7,18 @@
 
 namespace qal::internal {
 
-// Makes the requests of one sweep and keeps its time budget: servers that do not answer may cost a
-// sweep about a minute, after that each of them gets only a moment.
+// Makes the requests of one sweep and keeps its time budget: slow servers may cost a sweep about a
+// minute, whether they answer or not; after that each of them gets only a moment.
 class Notifier {
  public:
-  // Requests the record's URL. The result does not matter. libcurl is loaded by the first call in
-  // the process; without it nothing happens.
-  void notify(const Record &record);
+  // Requests the record's URL. The result of the request does not matter. False when libcurl, which
+  // is loaded by the first call in the process, is missing; the next call tries to load it again.
+  bool notify(const Record &record);
 
  private:
   long time_limit_ms() const;
 
-  std::int64_t lost_ms_ = 0;  // spent on requests that timed out
+  std::int64_t spent_ms_ = 0;  // on requests, beyond the first second of each
 };
 
 }  // namespace qal::internal

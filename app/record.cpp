@@ -110,30 +110,36 @@ class Scanner {
   std::int64_t magnitude_ = 0;
 };
 
-// Feeds the scanner until it needs no more, to the end of the file or to the limit. Returns whether
-// the end of the file was reached: a number that the limit or an error cuts off may be another one.
+// Feeds the scanner until it needs no more, to the end of the file or to the limit. False when a
+// read fails.
 bool scan(int descriptor, std::size_t file_size, Scanner &scanner) {
   Block block;
   std::size_t done = 0;
-  while (scanner.wants_more() && done < record_scan_bytes) {
+  bool at_end = false;
+  while (scanner.wants_more() && !at_end && done < record_scan_bytes) {
     const std::size_t room = std::min(sizeof block.bytes, record_scan_bytes - done);
     const ssize_t got = retry_interrupted([&] { return read(descriptor, block.bytes, room); });
-    if (got <= 0) return got == 0;
+    if (got < 0) return false;
+    at_end = got == 0;
     scanner.take({block.bytes, static_cast<std::size_t>(got)});
     done += static_cast<std::size_t>(got);
   }
-  return done == file_size;
+  // A number that the limit cuts off may be another one.
+  if (at_end || done == file_size) scanner.end();
+  return true;
 }
 
 }  // namespace
 
 Record::~Record() { platform::clear_secret(this, sizeof *this); }
 
-bool read_record(int descriptor, const struct stat &info, Record &record) {
-  if (!S_ISREG(info.st_mode)) return false;
+RecordStatus read_record(int descriptor, const struct stat &info, Record &record) {
+  if (!S_ISREG(info.st_mode)) return RecordStatus::malformed;
   Scanner scanner{record};
-  if (scan(descriptor, static_cast<std::size_t>(info.st_size), scanner)) scanner.end();
-  return scanner.is_complete();
+  if (!scan(descriptor, static_cast<std::size_t>(info.st_size), scanner)) {
+    return RecordStatus::unreadable;
+  }
+  return scanner.is_complete() ? RecordStatus::whole : RecordStatus::malformed;
 }
 
 }  // namespace qal::internal

@@ -29,9 +29,12 @@ struct Record {
   int pid = 0;
 };
 
-// Fills `record` from an open file, whose `fstat` is `info`, and says whether it held all four
-// fields. Only a regular file can. Each byte is read once at most and none behind the first MiB.
-// After "false" the texts may be filled in part.
-bool read_record(int descriptor, const struct stat &info, Record &record);
+enum class RecordStatus { whole, malformed, unreadable };
+
+// Fills `record` from an open file, whose `fstat` is `info`. The record is whole when the file held
+// all four fields, which only a regular file can, and unreadable when a read failed before they
+// were complete. Each byte is read once at most and none behind the first MiB. The texts of a
+// record that is not whole may be filled in part.
+RecordStatus read_record(int descriptor, const struct stat &info, Record &record);
 
 }  // namespace qal::internal

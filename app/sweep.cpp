@@ -1,4 +1,5 @@
 // The sweep: settles the server records of a directory.
+#include <fcntl.h>
 #include <qal/dir_list.h>
 #include <qal/files.h>
 #include <qal/path.h>
@@ -6,11 +7,14 @@
 #include <qal/system.h>
 #include <qal/wildcard.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <kalmora/sweep.hpp>
 
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "internal/bounded_text.hpp"
 #include "internal/file_system.hpp"
@@ -22,9 +26,11 @@ namespace {
 
 using qal::internal::Descriptor;
 using qal::internal::Notifier;
+using qal::internal::open_any_kind;
 using qal::internal::OwnedText;
 using qal::internal::path_room;
 using qal::internal::Record;
+using qal::internal::RecordStatus;
 
 constexpr char record_pattern[] = "halix_server*.dat";
 
@@ -60,29 +66,60 @@ bool is_own_record(std::string_view dir, const std::string &path) {
                      reinterpret_cast<const unsigned char *>(name.data())) == 0;
 }
 
-bool still_means(const char *path, const struct stat &opened) {
+bool is_same_file(const struct stat &one, const struct stat &other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// Where everybody may leave a link, another's could lead to a file that only this user may read.
+// Some kernels follow this rule by themselves, but not all and not everywhere.
+bool may_follow(const std::string &path, const struct stat &link) {
+  constexpr mode_t shared = S_ISVTX | S_IWOTH;
+  struct stat dir;
+  if (stat(path.substr(0, path.rfind('/') + 1).c_str(), &dir) != 0) return false;
+  return (dir.st_mode & shared) != shared || link.st_uid == geteuid() || link.st_uid == dir.st_uid;
+}
+
+// A link that has taken the place of the one that was looked at may be another's.
+Descriptor open_link(const std::string &path) {
+  struct stat link;
   struct stat now;
-  return stat(path, &now) == 0 && now.st_dev == opened.st_dev && now.st_ino == opened.st_ino;
+  if (lstat(path.c_str(), &link) != 0 || !may_follow(path, link)) return Descriptor{};
+  Descriptor file = open_any_kind(path.c_str());
+  const bool same =
+      lstat(path.c_str(), &now) == 0 && is_same_file(now, link) && now.st_uid == link.st_uid;
+  return same ? std::move(file) : Descriptor{};
+}
+
+Descriptor open_record(const std::string &path) {
+  Descriptor file = open_any_kind(path.c_str(), O_NOFOLLOW);
+  const bool is_link = !file && errno == ELOOP;
+  return is_link ? open_link(path) : std::move(file);
+}
+
+bool still_means(const std::string &path, const struct stat &opened) {
+  struct stat now;
+  return stat(path.c_str(), &now) == 0 && is_same_file(now, opened);
 }
 
 // Deliberate: the record of a process that exists is settled and that of a vanished one is kept.
 // The sweep follows the result of the probe, which is 0 for a process that exists.
 bool is_settled(const Record &record, Notifier &notifier) {
   if (qal_is_pid_running(record.pid) != 0) return false;
-  if (record.has_all_texts()) notifier.notify(record);
-  return true;
+  return !record.has_all_texts() || notifier.notify(record);
 }
 
-void settle(const char *path, Notifier &notifier) {
-  Descriptor file = qal::internal::open_any_kind(path);
+void settle(const std::string &path, Notifier &notifier) {
+  Descriptor file = open_record(path);
   struct stat info;
   if (!file || fstat(file.get(), &info) != 0) return;
   Record record;
-  if (read_record(file.get(), info, record) && !is_settled(record, notifier)) return;
+  const RecordStatus status = read_record(file.get(), info, record);
+  if (status == RecordStatus::unreadable) return;
+  if (status == RecordStatus::whole && !is_settled(record, notifier)) return;
   // Compared while the file is open, so that no new file can have got its inode.
   const bool unchanged = still_means(path, info);
   file.close();
-  if (unchanged) qal_file_unlink(path);
+  if (unchanged) qal_file_unlink(path.c_str());
 }
 
 }  // namespace
@@ -106,7 +143,7 @@ void process_directory(const char *dir) {
   try {
     Notifier notifier;
     for (const std::string &path : find_files(dir, record_pattern)) {
-      if (is_own_record(dir, path)) settle(path.c_str(), notifier);
+      if (is_own_record(dir, path)) settle(path, notifier);
     }
   } catch (const std::bad_alloc &) {  // GCOV_EXCL_BR_LINE: what passes by it is not written here
     // Without memory for the list the listing has failed: the records wait for the next run.

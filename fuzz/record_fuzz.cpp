@@ -21,6 +21,7 @@ using qal::fuzz::nameless_file;
 using qal::fuzz::require;
 using qal::internal::read_record;
 using qal::internal::Record;
+using qal::internal::RecordStatus;
 
 constexpr std::size_t block_bytes = 4096;
 
@@ -43,12 +44,13 @@ void compare(const std::string &content) {
   struct stat info;
   require(fstat(file, &info) == 0, "the file can be asked for");
   Record record;
-  const bool complete = read_record(file, info, record);
+  const RecordStatus status = read_record(file, info, record);
+  require(status != RecordStatus::unreadable, "the file can be read");
   require(lseek(file, 0, SEEK_CUR) <= static_cast<off_t>(qal::test::model_limit_bytes),
           "nothing behind the limit is read");
   const auto expected = qal::test::model_of(content);
-  require(complete == expected.has_value(), "complete as the model says");
-  if (!complete) return;
+  require((status == RecordStatus::whole) == expected.has_value(), "whole as the model says");
+  if (!expected) return;
   require(record.url == expected->url, "the same URL");
   require(record.user == expected->user, "the same user");
   require(record.password == expected->password, "the same password");

@@ -27,10 +27,10 @@ namespace {
 
 using qal::fuzz::Entry;
 using qal::fuzz::listed_names;
-using qal::fuzz::lost_per_timeout_ms;
 using qal::fuzz::newer_content;
 using qal::fuzz::places;
 using qal::fuzz::Request;
+using qal::fuzz::request_ms;
 using qal::fuzz::require;
 using qal::fuzz::Scenario;
 using qal::fuzz::sorted_names;
@@ -110,6 +110,15 @@ void check_options(const Handle &handle) {
   for (const auto &[option, value] : guards) {
     require(handle.options->at(option) == value, "each guard is set");
   }
+}
+
+bool is_refused(CURLoption option) {
+  static constexpr int nothing = -1;
+  static constexpr int guards[] = {nothing, CURLOPT_PROXY, CURLOPT_FOLLOWLOCATION, CURLOPT_NETRC};
+  const Transport &transport = run->scenario.transport;
+  return (option == CURLOPT_PROTOCOLS_STR && transport.refuses_names) ||
+         (option == CURLOPT_PROTOCOLS && transport.refuses_numbers) ||
+         option == guards[transport.refuses_guard];
 }
 
 // Uses all that the tool gives to allocate with.
@@ -203,6 +212,8 @@ int lowest_free_descriptor() {
 
 void sweep(const Scenario &scenario) {
   std::vector<Descriptor> fifos;
+  require(chmod(scenario.directory.c_str(), scenario.is_shared ? 01777 : 0755) == 0,
+          "a directory can be shared");
   const auto before = fill(scenario, fifos);
   const SweepModel model{scenario, listed_names(scenario.directory)};
   const int descriptor = lowest_free_descriptor();
@@ -245,7 +256,6 @@ CURLcode curl_easy_setopt(CURL *curl, CURLoption option, ...) {
   void *const pointer = is_number ? nullptr : va_arg(values, void *);
   va_end(values);
   handle.order->push_back(option);
-  const Transport &transport = run->scenario.transport;
   if (option == CURLOPT_WRITEFUNCTION) {
     handle.write = reinterpret_cast<curl_write_callback>(pointer);
   } else if (option == CURLOPT_WRITEDATA) {
@@ -254,9 +264,7 @@ CURLcode curl_easy_setopt(CURL *curl, CURLoption option, ...) {
     (*handle.options)[option] =
         is_number ? std::to_string(number) : static_cast<const char *>(pointer);
   }
-  const bool refused = (option == CURLOPT_PROTOCOLS_STR && transport.refuses_names) ||
-                       (option == CURLOPT_PROTOCOLS && transport.refuses_numbers);
-  return refused ? CURLE_UNKNOWN_OPTION : CURLE_OK;
+  return is_refused(option) ? CURLE_UNKNOWN_OPTION : CURLE_OK;
 }
 #pragma GCC diagnostic pop
 
@@ -272,7 +280,7 @@ CURLcode curl_easy_perform(CURL *curl) {
                            options[CURLOPT_PASSWORD], std::stol(options[CURLOPT_TIMEOUT_MS])});
   if (transport.sends_much) send_body(handle);
   change_record(run->model.asking[index]);
-  run->clock_ms += lost_per_timeout_ms;
+  run->clock_ms += request_ms;
   return transport.times_out ? CURLE_OPERATION_TIMEDOUT : CURLE_COULDNT_CONNECT;
 }
 
@@ -303,6 +311,15 @@ const char *__wrap__ZN3qal8internal8platform17curl_library_nameEv() { return nul
 int __wrap_qal_is_pid_running(int pid) {
   run->probed.push_back(pid);
   return run->scenario.is_vanished(pid) ? 1 : 0;
+}
+
+int __real_lstat(const char *path, struct stat *info);
+
+int __wrap_lstat(const char *path, struct stat *info) {
+  const int status = __real_lstat(path, info);
+  const string name = std::strrchr(path, '/') + 1;
+  if (run && run->scenario.is_strangers(name)) ++info->st_uid;
+  return status;
 }
 
 int __real_clock_gettime(clockid_t clock, timespec *now);

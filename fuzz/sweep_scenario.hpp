@@ -44,16 +44,23 @@ struct Transport {
         refuses_numbers((choice & 4) != 0),
         times_out((choice & 8) != 0),
         sends_much((choice & 16) != 0),
+        refuses_guard(guard_of(choice / 32)),
         meanwhile(static_cast<Meanwhile>(choice / 32 % 3)) {}
 
-  bool can_be_restricted() const { return !refuses_names || !refuses_numbers; }
+  bool can_be_restricted() const {
+    return (!refuses_names || !refuses_numbers) && refuses_guard == 0;
+  }
 
   bool has_no_handle;
   bool refuses_names;    // of protocols
   bool refuses_numbers;  // of protocols
   bool times_out;
   bool sends_much;
+  int refuses_guard;  // 0 for none; else which of those that keep the credentials to the server
   Meanwhile meanwhile;
+
+ private:
+  static int guard_of(int kind) { return kind >= 3 && kind < 6 ? kind - 2 : 0; }
 };
 
 class Scenario {
@@ -67,9 +74,13 @@ class Scenario {
 
   bool is_vanished(int pid) const { return (answers_ >> (pid & 7) & 1) != 0; }
 
-  std::string name;       // of the directory, as the sweep is given it
-  std::string directory;  // where it lies
-  bool is_listed = true;  // whether it is there under that name
+  // The others belong to the user.
+  bool is_strangers(const std::string &link) const { return link.size() % 2 == 1; }
+
+  std::string name;        // of the directory, as the sweep is given it
+  std::string directory;   // where it lies
+  bool is_listed = true;   // whether it is there under that name
+  bool is_shared = false;  // sticky, and everybody may write to it
   Transport transport;
   Entries entries;
 
@@ -82,6 +93,7 @@ class Scenario {
     const std::string names[] = {
         places().swept(),   root + "/swept/",  root + "\\swept", root + "/outside/..\\swept",
         root + "//swept/.", root + "/missing", places().victim()};
+    is_shared = choice / 8 % 2 == 1;
     is_listed = choice % 8 != 5 && choice % 8 != 6;
     directory = choice % 8 == 7 ? places().deep() : places().swept();
     name = choice % 8 == 7 ? directory : names[choice % 8];

@@ -15,11 +15,10 @@ OWN_SAMPLES, SAMPLES = 30, 60  # before the request and after, alone and with al
 
 @dataclasses.dataclass(frozen=True)
 class Baseline:
-    """How many allocations an undisturbed run had made when it came to its first record, to the one
-    that it settles, when it deleted that one, and when it ended."""
+    """How many allocations an undisturbed run had made when it came to its first record, when it had
+    loaded libcurl, and when it ended."""
     first_probe: int
-    probe: int
-    unlink: int
+    loaded: int
     end: int
 
 
@@ -44,16 +43,15 @@ def measure_baseline():
     world = sweep_world.world_of_thread()
     sweep_world.lay_out(world)
     _, report = run_counted(world, {})
-    events = [event for event, _ in report]
-    unlink = events.index("unlink")
-    return Baseline(report[0][1], report[unlink - 1][1], report[unlink][1], dict(report)["end"])
+    events = dict(report)
+    return Baseline(report[0][1], events["loaded"], events["end"])
 
 
-def request_may_fail(baseline, point):
-    """Whether the failure can have kept the request from being made. The tool may delete the record
-    nevertheless."""
+def request_may_fail(baseline, point, events):
+    """Whether an allocation failed after libcurl had been loaded. The tool may delete the record
+    without a request then."""
     number, from_on = point
-    return number <= baseline.unlink if from_on else baseline.probe < number <= baseline.unlink
+    return "loaded" in events and (from_on or number > baseline.loaded)
 
 
 def fail_at(baseline, point):
@@ -63,10 +61,11 @@ def fail_at(baseline, point):
     settings = {"FAILING_ALLOCATION": str(number)} | ({"FAILING_FROM_ON": "1"} if from_on else {})
     ended, report = run_counted(world, settings)
     found = sweep_world.complaints(ended)
-    found += sweep_world.losses(world, path, request_may_fail(baseline, point))
+    events = dict(report)
+    found += sweep_world.losses(world, path, request_may_fail(baseline, point, events))
     for problem in found:
         sweep_world.tell(f"allocation {number}{' and all that follow' * from_on}: {problem}")
-    return Outcome(dict(report).get("failed", 0), found, ended.status)
+    return Outcome(events.get("failed", 0), found, ended.status)
 
 
 def sample(baseline):
@@ -91,6 +90,7 @@ def measure(form):
                 f" ({baseline.end:,} allocations, {len(tried):,} runs)")
     reached = surviving == len(outcomes) and (failed == len(points) or None)
     yield Figure("allocation points failed / surviving", "100 % / 100 %", measured, reached)
+    yield sweep_world.gone_unasked("an allocation", [outcome.complaints for outcome in outcomes])
 
 
 if __name__ == "__main__":

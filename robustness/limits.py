@@ -19,7 +19,7 @@ def resource_cases():
     settings += [f"--fsize={size}" for size in (0, 1, 4096)]
     settings += [f"--stack={size * KIB}" for size in (128, 256, 1024)]
     settings += ["--nproc=1", "--core=unlimited", "--memlock=0"]
-    return [(setting, ["prlimit", setting, "--"], {}) for setting in settings]
+    return [(setting, ["prlimit", setting, "--"], None) for setting in settings]
 
 
 def stream_cases():
@@ -28,28 +28,33 @@ def stream_cases():
     chosen = [some for count in range(1, 4) for some in itertools.combinations(closings, count)]
     for some, room in itertools.product(chosen, (1024, 5, 4, 3)):
         command = f"exec prlimit --nofile={room} -- \"$0\" {' '.join(some)}"
-        yield command, ["sh", "-c", command], {}
+        yield command, ["sh", "-c", command], None
 
 
 def address_space_cases(steps):
-    library = sweep_world.shim("address_space")
     for step in range(steps + 1):
-        extra = str(MOST_ADDRESS_SPACE * step // steps)
-        yield f"{extra} bytes", [], {"LD_PRELOAD": library, "EXTRA_ADDRESS_SPACE": extra}
+        extra = MOST_ADDRESS_SPACE * step // steps
+        yield f"{extra} bytes", [], extra
 
 
 def run_case(case):
-    """What is wrong with a run. That the request cannot be made is not: its record is settled."""
-    name, under, environment = case
+    """What is wrong with a run, and whether it could make the request. That a request fails is not
+    wrong; that libcurl cannot be loaded must leave the record where it is."""
+    name, under, extra = case
     world = sweep_world.world_of_thread()
     path = sweep_world.lay_out(world)
-    found = sweep_world.complaints(sweep_world.run(world, environment, under))
-    found += sweep_world.losses(world, path, request_may_fail=True)
+    settings = sweep_world.watch_loading(world)
+    if extra is not None:
+        settings["LD_PRELOAD"] += ":" + sweep_world.shim("address_space")
+        settings["EXTRA_ADDRESS_SPACE"] = str(extra)
+    found = sweep_world.complaints(sweep_world.run(world, settings, under))
+    was_asked = bool(sweep_world.server().asked[path])
+    found += sweep_world.losses(world, path, sweep_world.loading_mark(world).exists())
     if not sweep_world.settles_the_rest(world):
         found.append("the next run did not settle the rest")
     for problem in found:
         sweep_world.tell(f"{name}: {problem}")
-    return found, bool(sweep_world.server().asked[path])
+    return found, was_asked
 
 
 def measure(form):

@@ -21,7 +21,7 @@ import tempfile
 import threading
 import time
 
-from figures import BUILD, JOBS, ROOT, TOOL
+from figures import BUILD, JOBS, ROOT, TOOL, Figure
 
 ORDINARY_USER = 65534
 GONE_OWNER = 2147483647  # no process ever has this id
@@ -260,16 +260,37 @@ def lay_out(world):
     return path
 
 
-def losses(world, path, request_may_fail=False, unreadable=()):
-    """What is gone from the scene of `lay_out` without having been settled. An unreadable record is
-    one of fewer than four fields, and those are settled by deleting them."""
+def watch_loading(world):
+    """Settings under which a run leaves a mark once it has loaded libcurl."""
+    mark = loading_mark(world)
+    if mark.exists():
+        mark.rmdir()
+    return {"LD_PRELOAD": shim("loading"), "LIBCURL_LOADED": str(mark)}
+
+
+def loading_mark(world):
+    return world.root / "loaded"
+
+
+def losses(world, path, request_may_fail=False):
+    """What is gone from the scene of `lay_out` without having been settled."""
     left = set(os.listdir(world.temporary))
-    gone = {LIVE, KEPT, OTHER} - left - set(unreadable)
+    gone = {LIVE, KEPT, OTHER} - left
     if request_may_fail or server().asked[path]:
         gone.discard(LIVE)
     if server().asked["/never"]:
         gone.add("the peace of a server whose record's owner is gone")
     return [f"lost {name}" for name in sorted(gone)]
+
+
+def gone_unasked(cause, outcomes):
+    """The figure of the live records that were lost; an outcome is the list of what was wrong."""
+    gone = sum(f"lost {LIVE}" in found for found in outcomes)
+    return Figure(unasked_name(cause), "0", f"{gone} of {len(outcomes)}", gone == 0 < len(outcomes))
+
+
+def unasked_name(cause):
+    return f"live records gone unasked because {cause} outside the transfer failed"
 
 
 def settles_the_rest(world):

@@ -10,14 +10,15 @@
  *
  *  | record                        | owner          | request                          | file    |
  *  |-------------------------------|----------------|----------------------------------|---------|
- *  | cannot be opened              | -              | none                             | kept    |
+ *  | cannot be opened or read      | -              | none                             | kept    |
  *  | malformed                     | -              | none                             | deleted |
  *  | four fields                   | QAL_PID_GONE   | none                             | kept    |
  *  | four fields, no text empty    | QAL_PID_EXISTS | one GET with user and password   | deleted |
  *  | four fields, some text empty  | QAL_PID_EXISTS | none                             | deleted |
  *
  *  A path is at most 1023 bytes; a longer one is left alone, never cut. libcurl is loaded when the
- *  first request is made and may be missing: the record is then deleted without a request.
+ *  first request is made. While it is missing, each record that needs a request is kept, and
+ *  loading is tried again for the next one.
  *
  *  Threads: one sweep at a time, as nothing here is guarded against a second thread. A host that
  *  calls libcurl itself initialises it before the first sweep, because loading it does so, too.
@@ -45,10 +46,13 @@ std::vector<std::string> find_files(const char *dir, const char *pattern);
 /** Settles every record of one directory, as the table above says.
  *
  *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
- *  are passed over. A record stays if its name means another file when it is to be deleted. A
- *  request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
- *  seconds, or 1 second when the sweep has already spent 60 on servers that did not answer. How it
- *  ends changes nothing. The host must ignore SIGPIPE: a server may hang up while it is written to.
+ *  are passed over. A record stays if its name means another file when it is to be deleted. A link
+ *  is followed and deleted itself. In a sticky directory that everybody may write to it is left
+ *  alone unless it belongs to the effective user or to the directory's owner. A request follows no
+ *  redirect, uses no proxy, speaks http and https only and takes at most 10 seconds. What each
+ *  request takes beyond its first second is added up; from 60 seconds in one sweep on, each further
+ *  request has 1 second. How a request ends changes nothing. The host must ignore SIGPIPE: a server
+ *  may hang up while it is written to.
  *
  *  Nothing is printed or thrown. The only failures reported are those of the listing, about entries
  *  that it cannot examine (see qal/dir_list.h).

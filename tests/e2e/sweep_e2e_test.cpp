@@ -326,6 +326,33 @@ TEST_F(SweepHostileContents, OfALinkAreReadAndTheLinkIsDeleted) {
   EXPECT_TRUE(exists(target));
 }
 
+// Only root can make a directory and links of others.
+TEST_F(SweepHostileContents, OfAStrangersLinkInASharedDirectoryAreNotRead) {
+  const bool root = geteuid() == 0;
+  const auto link_to_record = [&](const std::string &name, uid_t owner) {
+    const auto target = world_.file(world_.home() + "/" + name, live_record("/" + name));
+    const auto path = world_.temporary() + "/halix_server_" + name + ".dat";
+    ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
+    ASSERT_EQ(lchown(path.c_str(), root ? owner : geteuid(), -1u), 0);
+  };
+  link_to_record("own", 65534);
+  if (root) {
+    ASSERT_EQ(chown(world_.temporary().c_str(), 0, 0), 0);
+    link_to_record("keepers", 0);
+    link_to_record("strangers", 1);
+  }
+  ASSERT_EQ(chmod(world_.temporary().c_str(), 01777), 0);
+  run();
+  if (!root) {
+    EXPECT_THAT(server_.paths(), ElementsAre("/own"));
+    EXPECT_THAT(left(), IsEmpty());
+    return;
+  }
+  EXPECT_THAT(server_.paths(), UnorderedElementsAre("/own", "/keepers"));
+  // What belongs to another cannot be deleted there either.
+  EXPECT_THAT(left(), ElementsAre("halix_server_keepers.dat", "halix_server_strangers.dat"));
+}
+
 TEST_F(SweepServers, ThatRefuseTheCredentialsAreAskedOnce) {
   EXPECT_FALSE(keeps(record_text(server_.url(), "halix", "wrong", owner_.pid())));
   const auto requests = server_.requests();
@@ -500,14 +527,18 @@ TEST_F(SweepStart, WithClosedStreamsSettlesRecords) {
 }
 
 // A file that is no library stands in for libcurl: a tool that were linked with it could not start.
-TEST_F(SweepStart, WithoutLibcurlDeletesTheRecord) {
+TEST_F(SweepStart, WithoutLibcurlKeepsWhatNeedsARequest) {
   const std::string library = qal::internal::platform::curl_library_name();
   world_.directory("lib");
   world_.file(world_.root() + "/lib/" + library, "not a library");
   world_.record("halix_server1.dat", live_record());
   world_.record("halix_server2.dat", server_.record(vanished_pid()));
+  world_.record("halix_server3.dat", malformed);
   run({.environment = {{"LD_LIBRARY_PATH", world_.root() + "/lib"}}});
   EXPECT_THAT(server_.requests(), IsEmpty());
+  EXPECT_THAT(left(), ElementsAre("halix_server1.dat", "halix_server2.dat"));
+  run();
+  EXPECT_THAT(server_.paths(), ElementsAre("/settle"));
   EXPECT_EQ(left(), std::vector{"halix_server2.dat"s});
 }
 

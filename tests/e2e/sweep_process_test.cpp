@@ -18,6 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using qal::test::exists;
 using qal::test::LiveOwner;
 using qal::test::RecordServer;
 using qal::test::succeeded_in_silence;
@@ -102,6 +103,17 @@ TEST_F(SweepProcess, LeavesNoCore) {
   values >> soft >> hard;
   EXPECT_EQ(soft, "0");
   EXPECT_EQ(hard, "0");
+}
+
+// The record's file takes the last one.
+TEST_F(SweepProcess, KeepsTheRecordWhenNoDescriptorIsLeftToLoadLibcurlWith) {
+  const auto path = world_.record("halix_server1.dat", server_.record(owner_.pid()));
+  EXPECT_TRUE(succeeded_in_silence(world_.run_tool({.most_descriptors = 4})));
+  EXPECT_THAT(server_.requests(), SizeIs(0));
+  EXPECT_TRUE(exists(path));
+  EXPECT_TRUE(succeeded_in_silence(world_.run_tool()));
+  EXPECT_THAT(server_.requests(), SizeIs(1));
+  EXPECT_FALSE(exists(path));
 }
 
 TEST_F(SweepProcess, StartsNoThreadOfItsOwn) {

@@ -71,7 +71,8 @@ struct Stage {
   bool init_fails = false;
   std::set<CURLoption> refused;
   std::function<CURLcode()> perform = [] { return CURLE_OK; };
-  int loads = 0;
+  int loads = 0;  // tried
+  int libraries_open = 0;
   int handles_open = 0;
   int performs = 0;
   std::vector<Option> options;
@@ -91,8 +92,11 @@ struct Stage {
   std::vector<std::string> calls;
   bool calls_recorded = false;
   std::size_t read_at_most = SIZE_MAX;
-  Fault open, read, fstat, stat;
+  Fault open, read, fstat, stat, lstat;
   bool stat_tells_another_device = false;
+  bool lstat_fails = false;
+  std::function<void(struct stat &directory)> on_directory;
+  std::function<void(struct stat &link)> on_link;
   int reads = 0;
   std::size_t bytes_read = 0;
   // memory
@@ -218,6 +222,7 @@ ssize_t __real_read(int descriptor, void *room, size_t size);
 int __real_close(int descriptor);
 int __real_fstat(int descriptor, struct stat *info);
 int __real_stat(const char *path, struct stat *info);
+int __real_lstat(const char *path, struct stat *info);
 int __real_clock_gettime(clockid_t clock, timespec *now);
 void __real_free(void *block);
 int __real_qal_dir_list(const char *, char **, int *, char **, int *, char **, int);
@@ -227,7 +232,15 @@ void __real__ZN3qal8internal8platform12clear_secretEPvm(void *secret, size_t siz
 
 void *__wrap_dlopen(const char *, int) {
   ++stage.loads;
-  return stage.library_missing ? nullptr : &stage;
+  if (stage.library_missing) return nullptr;
+  ++stage.libraries_open;
+  return &stage;
+}
+
+int __wrap_dlclose(void *library) {
+  EXPECT_EQ(library, &stage);
+  --stage.libraries_open;
+  return 0;
 }
 
 void *__wrap_dlsym(void *library, const char *name) {
@@ -246,8 +259,8 @@ int __wrap_open(const char *path, int flags, int mode) {
   if (std::string_view{path}.find("halix_server") == std::string_view::npos) {
     return __real_open(path, flags, mode);
   }
-  note("open");
-  EXPECT_EQ(flags, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  note((flags & O_NOFOLLOW) != 0 ? "open" : "follow");
+  EXPECT_EQ(flags & ~O_NOFOLLOW, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   return stage.open.strikes() ? -1 : __real_open(path, flags, mode);
 }
 
@@ -282,6 +295,15 @@ int __wrap_stat(const char *path, struct stat *info) {
   note("stat");
   const int status = stage.stat.strikes() ? -1 : __real_stat(path, info);
   if (stage.stat_tells_another_device) ++info->st_dev;
+  if (stage.on_directory && std::string_view{path}.ends_with('/')) stage.on_directory(*info);
+  return status;
+}
+
+int __wrap_lstat(const char *path, struct stat *info) {
+  if (stage.listing_runs) return __real_lstat(path, info);
+  note("lstat");
+  const int status = stage.lstat.strikes() ? -1 : __real_lstat(path, info);
+  if (stage.on_link) stage.on_link(*info);
   return status;
 }
 
@@ -386,9 +408,11 @@ TEST_F(SweepRequest, SetsTheFourOptionsFirstAndThenItsGuards) {
   EXPECT_EQ(stage.performs, 1);
 }
 
-TEST_F(SweepRequest, GoesAheadWhenOptionsAreRefused) {
-  for (const auto option : {CURLOPT_URL, CURLOPT_HTTPGET, CURLOPT_USERNAME, CURLOPT_PASSWORD,
-                            CURLOPT_PROXY, CURLOPT_QUICK_EXIT, CURLOPT_TIMEOUT_MS}) {
+TEST_F(SweepRequest, GoesAheadWhenOtherOptionsAreRefused) {
+  for (const auto option :
+       {CURLOPT_URL, CURLOPT_HTTPGET, CURLOPT_USERNAME, CURLOPT_PASSWORD, CURLOPT_WRITEFUNCTION,
+        CURLOPT_WRITEDATA, CURLOPT_DEFAULT_PROTOCOL, CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT,
+        CURLOPT_CONNECTTIMEOUT_MS, CURLOPT_TIMEOUT_MS, CURLOPT_VERBOSE}) {
     stage.refused.insert(option);
   }
   sweep_one();
@@ -407,6 +431,15 @@ TEST_F(SweepRequest, IsNotMadeWhenTheProtocolsCannotBeRestricted) {
   stage.refused = {CURLOPT_PROTOCOLS_STR, static_cast<CURLoption>(181)};
   sweep_one();
   EXPECT_EQ(stage.performs, 0);
+}
+
+// They would leave the host: to a proxy of the environment or to wherever a redirect leads.
+TEST_F(SweepRequest, IsNotMadeWhenTheCredentialsCannotBeKeptToTheServer) {
+  for (const auto option : {CURLOPT_PROXY, CURLOPT_FOLLOWLOCATION, CURLOPT_NETRC}) {
+    stage.refused = {option};
+    sweep_one();
+    EXPECT_EQ(stage.performs, 0) << option;
+  }
 }
 
 TEST_F(SweepRequest, DropsABodyOfUpToOneMebibyte) {
@@ -464,37 +497,56 @@ TEST_F(SweepRequest, IsMadeOncePerRecordInTheListingsOrder) {
   });
 }
 
-TEST_F(SweepCurl, MissingMeansThatTheRecordIsDeletedWithoutARequest) {
+TEST_F(SweepCurl, MissingMeansThatEveryRecordThatNeedsARequestIsKept) {
   before_curl_is_loaded([this] {
     stage.library_missing = true;
-    sweep_one();
-    EXPECT_EQ(stage.loads, 1);
-  });
-}
-
-// Every function in turn, each in a process of its own.
-void sweep_without(const char *function) {
-  const auto result = qal::test::run_in_child([function] {
-    stage = Stage{};
-    stage.functions_missing = {function};
-    const SweepWorld world;
-    const auto path = world.record("halix_server1.dat", record_text("u", "n", "p", getpid()));
-    process_directory(world.temporary().c_str());
-    EXPECT_FALSE(exists(path));
+    const auto first = notified_record(1);
+    const auto second = notified_record(2);
+    const auto textless = world_.record("halix_server3.dat", "\0 n p "s + std::to_string(getpid()));
+    const auto malformed = world_.record("halix_server4.dat", "malformed");
+    sweep();
+    EXPECT_TRUE(exists(first));
+    EXPECT_TRUE(exists(second));
+    EXPECT_FALSE(exists(textless));
+    EXPECT_FALSE(exists(malformed));
+    EXPECT_EQ(stage.loads, 2) << "once for each record that needs a request";
     EXPECT_EQ(stage.performs, 0);
-    EXPECT_FALSE(curl_memory.given);
-    EXPECT_EQ(stage.handles_open, 0);
-    EXPECT_THAT(stage.options, IsEmpty());
   });
-  EXPECT_TRUE(result.exited_with(0)) << function << result.out;
 }
 
-TEST_F(SweepCurl, IncompleteMeansThatTheRecordIsDeletedWithoutARequest) {
-  before_curl_is_loaded([] {
+TEST_F(SweepCurl, IsTriedAgainForTheNextRecordAndStaysLoadedThen) {
+  before_curl_is_loaded([this] {
+    stage.library_missing = true;
+    const auto path = notified_record();
+    sweep();
+    EXPECT_TRUE(exists(path));
+    stage.library_missing = false;
+    notified_record(2);
+    sweep();
+    EXPECT_THAT(qal::test::names_in(world_.temporary()), IsEmpty());
+    EXPECT_EQ(stage.performs, 2);
+    EXPECT_EQ(stage.loads, 2);
+    EXPECT_EQ(stage.libraries_open, 1);
+  });
+}
+
+TEST_F(SweepCurl, IncompleteMeansThatItIsClosedAndTheRecordKept) {
+  before_curl_is_loaded([this] {
+    const auto path = notified_record();
     for (const auto function :
          {"curl_easy_init", "curl_easy_setopt", "curl_easy_perform", "curl_easy_cleanup"}) {
-      sweep_without(function);
+      stage.functions_missing = {function};
+      sweep();
+      EXPECT_TRUE(exists(path)) << function;
+      EXPECT_EQ(stage.libraries_open, 0) << function;
     }
+    EXPECT_EQ(stage.loads, 4);
+    EXPECT_FALSE(curl_memory.given);
+    EXPECT_THAT(stage.options, IsEmpty());
+    stage.functions_missing = {};
+    sweep_one();
+    EXPECT_EQ(stage.performs, 1);
+    EXPECT_TRUE(curl_memory.given);
   });
 }
 
@@ -544,26 +596,47 @@ std::vector<std::string> limits_for(const SweepWorld &world, int count, std::int
   return limits;
 }
 
-TEST_F(SweepBudget, LeavesASecondToEachRequestOnceAMinuteWasLostToTimeouts) {
+// Of ten seconds nine count.
+TEST_F(SweepBudget, LeavesASecondToEachRequestOnceAMinuteIsUsedUp) {
   EXPECT_THAT(
       limits_for(world_, 9, 10'000, CURLE_OPERATION_TIMEDOUT),
-      ElementsAre("10000", "10000", "10000", "10000", "10000", "10000", "1000", "1000", "1000"));
+      ElementsAre("10000", "10000", "10000", "10000", "10000", "10000", "10000", "1000", "1000"));
   EXPECT_EQ(stage.performs, 9);
 }
 
 TEST_F(SweepBudget, IsNotUsedUpAMillisecondEarlier) {
-  EXPECT_THAT(limits_for(world_, 4, 29'999, CURLE_OPERATION_TIMEDOUT),
+  EXPECT_THAT(limits_for(world_, 4, 30'999, CURLE_OPERATION_TIMEDOUT),
               ElementsAre("10000", "10000", "10000", "1000"));
-  EXPECT_THAT(limits_for(world_, 3, 30'000, CURLE_OPERATION_TIMEDOUT),
+  EXPECT_THAT(limits_for(world_, 3, 31'000, CURLE_OPERATION_TIMEDOUT),
               ElementsAre("10000", "10000", "1000"));
-  EXPECT_THAT(limits_for(world_, 2, 59'999, CURLE_OPERATION_TIMEDOUT),
+  EXPECT_THAT(limits_for(world_, 2, 60'999, CURLE_OPERATION_TIMEDOUT),
               ElementsAre("10000", "10000"));
 }
 
-TEST_F(SweepBudget, CountsTimeoutsOnly) {
+TEST_F(SweepBudget, CountsARequestWhateverBecameOfIt) {
   for (const CURLcode code : {CURLE_OK, CURLE_COULDNT_CONNECT, CURLE_RECV_ERROR}) {
-    EXPECT_THAT(limits_for(world_, 3, 100'000, code), ElementsAre("10000", "10000", "10000"));
+    EXPECT_THAT(limits_for(world_, 3, 31'000, code), ElementsAre("10000", "10000", "1000"));
   }
+}
+
+TEST_F(SweepBudget, LeavesTheFirstSecondOfEachRequestOut) {
+  EXPECT_THAT(limits_for(world_, 80, 1'000, CURLE_OK), testing::Each("10000"));
+  EXPECT_EQ(limits_for(world_, 61, 2'000, CURLE_OK).back(), "1000");
+  EXPECT_EQ(limits_for(world_, 60, 2'000, CURLE_OK).back(), "10000");
+}
+
+TEST_F(SweepBudget, GainsNothingByQuickRequests) {
+  int asked = 0;
+  stage.perform = [&asked] {
+    stage.later_ms += ++asked <= 60 ? 0 : 61'000;
+    return CURLE_OK;
+  };
+  for (int i = 0; i < 62; ++i) notified_record(i);
+  sweep();
+  const auto limits = values_of(CURLOPT_TIMEOUT_MS);
+  ASSERT_THAT(limits, SizeIs(62));
+  EXPECT_EQ(limits[60], "10000");
+  EXPECT_EQ(limits[61], "1000");
 }
 
 TEST_F(SweepBudget, BeginsAnewWithEachSweep) {
@@ -633,12 +706,41 @@ TEST_F(SweepCalls, ReadOnceWhenTheRecordIsComplete) {
   EXPECT_EQ(stage.reads, 1);
 }
 
-TEST_F(SweepCalls, TakeAnErrorForTheEndOfAMalformedRecord) {
-  const auto path = world_.record("halix_server1.dat", record_text("u", "n", "p", getpid()) + "\n");
+// Byte for byte: before any field, within each of them and within the number, which may go on.
+TEST_F(SweepCalls, KeepARecordWhoseReadingFailsBeforeItsFieldsAreComplete) {
+  for (const int owner : {getpid(), vanished_pid()}) {
+    const std::string text = record_text("u", "n", "p", owner);
+    const auto path = world_.record("halix_server1.dat", text);
+    stage.read_at_most = 1;
+    for (std::size_t size = 0; size < text.size(); ++size) {
+      stage.read = fail_from(static_cast<int>(size) + 1, EIO);
+      sweep();
+      EXPECT_TRUE(exists(path)) << size;
+    }
+  }
+  EXPECT_EQ(stage.performs, 0);
+}
+
+TEST_F(SweepCalls, KeepARecordWhenOnlyTheReadBehindItsLastByteFails) {
+  const auto path = world_.record("halix_server1.dat", "u n p " + std::to_string(getpid()));
   stage.read = fail_from(2, EIO);
-  stage.read_at_most = 7;  // the number has begun and may go on
   sweep();
   EXPECT_EQ(stage.performs, 0);
+  EXPECT_TRUE(exists(path));
+}
+
+TEST_F(SweepCalls, KeepARecordThatCannotBeReadThoughItWouldBeMalformed) {
+  const auto path = world_.record("halix_server1.dat", "u n");
+  stage.read = fail_from(2, EIO);
+  sweep();
+  EXPECT_TRUE(exists(path));
+}
+
+TEST_F(SweepCalls, MakeNoReadThatCouldFailOnceTheFieldsAreComplete) {
+  const auto path = notified_record();
+  stage.read = fail_from(2, EIO);
+  sweep();
+  EXPECT_EQ(stage.performs, 1);
   EXPECT_FALSE(exists(path));
 }
 
@@ -708,6 +810,114 @@ TEST_F(SweepCalls, AreContentWhenTheRecordVanishesMeanwhile) {
   };
   sweep();
   EXPECT_EQ(stage.performs, 1);
+}
+
+constexpr uid_t stranger = 54321;
+constexpr uid_t keeper = 54322;  // whom the directory belongs to
+
+// A link to a record in a directory as the test describes it.
+class SweepLinks : public SweepStage {
+ protected:
+  SweepLinks() {
+    EXPECT_EQ(symlink(target_.c_str(), path_.c_str()), 0);
+    stage.on_directory = [this](struct stat &directory) {
+      directory.st_mode = S_IFDIR | mode_;
+      directory.st_uid = keeper;
+    };
+    stage.on_link = [this](struct stat &link) { link.st_uid = owner_; };
+  }
+
+  bool is_followed(mode_t mode, uid_t owner) {
+    mode_ = mode;
+    owner_ = owner;
+    stage.performs = 0;
+    sweep();
+    const bool followed = stage.performs > 0;
+    EXPECT_NE(exists(path_), followed);
+    EXPECT_TRUE(exists(target_));
+    unlink(path_.c_str());
+    EXPECT_EQ(symlink(target_.c_str(), path_.c_str()), 0);
+    return followed;
+  }
+
+  mode_t mode_ = 01777;
+  uid_t owner_ = geteuid();
+  const std::string target_ = world_.file(
+      world_.home() + "/target", record_text("http://127.0.0.1/x", "halix", "secret", getpid()));
+  const std::string path_ = world_.temporary() + "/halix_server1.dat";
+};
+
+TEST_F(SweepLinks, AreFollowedInASharedDirectoryWhenTheyAreTheUsersOrTheDirectorysOwners) {
+  EXPECT_TRUE(is_followed(01777, geteuid()));
+  EXPECT_TRUE(is_followed(01777, keeper));
+  EXPECT_FALSE(is_followed(01777, stranger));
+  EXPECT_FALSE(is_followed(01703, stranger));
+}
+
+TEST_F(SweepLinks, AreFollowedInEveryOtherDirectory) {
+  for (const mode_t mode : {0777u, 01775u, 01770u, 0755u, 0700u}) {
+    EXPECT_TRUE(is_followed(mode, stranger)) << mode;
+  }
+}
+
+TEST_F(SweepLinks, CostNoCallWhereThereAreNone) {
+  unlink(path_.c_str());
+  notified_record();
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls,
+              ElementsAre("open", "fstat", "read", "probe", "request", "stat", "close", "unlink"));
+}
+
+TEST_F(SweepLinks, AreLookedAtBeforeAndAfterTheyAreFollowed) {
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, ElementsAre("open", "lstat", "stat", "follow", "lstat", "fstat", "read",
+                                       "probe", "request", "stat", "close", "unlink"));
+}
+
+TEST_F(SweepLinks, ThatAreAStrangersAreNotOpened) {
+  owner_ = stranger;
+  stage.calls_recorded = true;
+  sweep();
+  stage.calls_recorded = false;
+  EXPECT_THAT(stage.calls, ElementsAre("open", "lstat", "stat"));
+}
+
+TEST_F(SweepLinks, ThatCannotBeLookedAtAreLeftAlone) {
+  stage.lstat = fail_all(EACCES);
+  sweep();
+  stage.lstat = {};
+  stage.stat = fail_all(EACCES);
+  sweep();
+  EXPECT_EQ(stage.reads, 0);
+  EXPECT_TRUE(exists(path_));
+}
+
+TEST_F(SweepLinks, ThatTookTheNameOfOneThatWasLookedAtAreLeftAlone) {
+  const auto other = world_.home() + "/other";
+  ASSERT_EQ(symlink(target_.c_str(), other.c_str()), 0);
+  stage.on_link = [&](struct stat &) { rename(other.c_str(), path_.c_str()); };
+  sweep();
+  EXPECT_EQ(stage.reads, 0);
+  EXPECT_TRUE(exists(path_));
+}
+
+TEST_F(SweepLinks, ThatTookTheNumberOfOneThatWasLookedAtAreLeftAlone) {
+  int looks = 0;
+  stage.on_link = [&](struct stat &link) { link.st_uid = ++looks == 1 ? geteuid() : stranger; };
+  sweep();
+  EXPECT_EQ(looks, 2);
+  EXPECT_EQ(stage.reads, 0);
+  EXPECT_TRUE(exists(path_));
+}
+
+TEST_F(SweepLinks, ThatVanishAfterTheyWereLookedAtAreForgotten) {
+  stage.on_link = [this](struct stat &) { unlink(path_.c_str()); };
+  sweep();
+  EXPECT_EQ(stage.reads, 0);
 }
 
 TEST_F(SweepListing, ReleasesAllItsOutputsOnSuccess) {

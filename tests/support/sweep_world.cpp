@@ -5,6 +5,7 @@
 #include <httplib.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -123,9 +124,11 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts) {
 
 // Between fork and exec of a process that has threads: only calls that are safe there.
 [[noreturn]] void become_tool(const char *path, char **argv, char **envp, const int (&streams)[3],
-                              const std::vector<int> &closed) {
+                              const ToolStart &start) {
   for (int number = 0; number < 3; ++number) dup2(streams[number], number);
-  for (const int number : closed) close(number);
+  for (const int number : start.closed_streams) close(number);
+  const rlimit descriptors = {start.most_descriptors, start.most_descriptors};
+  if (start.most_descriptors > 0) setrlimit(RLIMIT_NOFILE, &descriptors);
   std::signal(SIGPIPE, SIG_DFL);  // a server of the test may have had it ignored
   become_unprivileged();
   execve(path, argv, envp);
@@ -387,7 +390,7 @@ ChildResult SweepWorld::run_tool(const ToolStart &start) const {
   if (pid < 0) throw std::runtime_error("cannot fork");
   if (pid == 0) {
     become_tool(tool_.c_str(), const_cast<char **>(argv.data()), const_cast<char **>(envp.data()),
-                numbers, start.closed_streams);
+                numbers, start);
   }
   tool_pid_ = pid;
   ChildResult result;

@@ -118,6 +118,7 @@ struct ToolStart {
   std::map<std::string, std::string> environment = {};     // beside and instead of the usual one
   std::vector<std::string> unset = {};                     // variables that are left out
   std::vector<int> closed_streams = {};                    // of the descriptors 0 to 2
+  unsigned most_descriptors = 0;                           // at once; 0: as many as the test may
   std::vector<std::string> arguments = {"kalmora-sweep"};  // from the invocation name on
 };
 

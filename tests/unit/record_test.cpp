@@ -26,11 +26,13 @@ using qal::internal::Descriptor;
 using qal::internal::read_record;
 using qal::internal::Record;
 using qal::internal::record_scan_bytes;
+using qal::internal::RecordStatus;
 using qal::test::ModelRecord;
 using qal::test::ScratchDir;
 
 struct Reading {
-  std::optional<ModelRecord> record;
+  RecordStatus status = {};
+  std::optional<ModelRecord> record;  // when it is whole
   off_t bytes_read = -1;
 };
 
@@ -39,7 +41,8 @@ Reading read_from(int descriptor) {
   EXPECT_EQ(fstat(descriptor, &info), 0);
   Record record;
   Reading reading;
-  if (read_record(descriptor, info, record)) {
+  reading.status = read_record(descriptor, info, record);
+  if (reading.status == RecordStatus::whole) {
     reading.record = ModelRecord{record.url, record.user, record.password, record.pid};
   }
   reading.bytes_read = lseek(descriptor, 0, SEEK_CUR);
@@ -59,7 +62,9 @@ class RecordRead : public testing::Test {
   std::optional<ModelRecord> read(std::string_view content) const {
     return read_all(content).record;
   }
-  bool is_malformed(std::string_view content) const { return !read(content); }
+  bool is_malformed(std::string_view content) const {
+    return read_all(content).status == RecordStatus::malformed;
+  }
 
   std::optional<int> pid_of(std::string_view number) const {
     const auto record = read("http://h u p " + std::string(number));
@@ -238,7 +243,7 @@ TEST_F(RecordRead, RefusesAFifo) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   const Descriptor fifo{open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)};
   ASSERT_EQ(write(fifo.get(), "u n p 1\n", 8), 8);
-  EXPECT_FALSE(read_from(fifo.get()).record);
+  EXPECT_EQ(read_from(fifo.get()).status, RecordStatus::malformed);
   char rest[16];
   EXPECT_EQ(::read(fifo.get(), rest, sizeof rest), 8) << "it must not be read at all";
 }
@@ -249,7 +254,7 @@ TEST_F(RecordRead, RefusesAPipe) {
   const Descriptor out{ends[0]};
   const Descriptor in{ends[1]};
   ASSERT_EQ(write(in.get(), "u n p 1\n", 8), 8);
-  EXPECT_FALSE(read_from(out.get()).record);
+  EXPECT_EQ(read_from(out.get()).status, RecordStatus::malformed);
 }
 
 TEST_F(RecordRead, RefusesDevicesAndDirectories) {
@@ -257,13 +262,13 @@ TEST_F(RecordRead, RefusesDevicesAndDirectories) {
        {std::string("/dev/zero"), std::string("/dev/null"), scratch_.path()}) {
     const Descriptor other{open(path.c_str(), O_RDONLY | O_CLOEXEC)};
     ASSERT_TRUE(other) << path;
-    EXPECT_FALSE(read_from(other.get()).record) << path;
+    EXPECT_EQ(read_from(other.get()).status, RecordStatus::malformed) << path;
   }
 }
 
-TEST_F(RecordRead, RefusesWhatCannotBeRead) {
+TEST_F(RecordRead, TellsWhatCannotBeReadFromWhatIsMalformed) {
   const Descriptor file{open(scratch_.file("r", "u n p 1").c_str(), O_WRONLY | O_CLOEXEC)};
-  EXPECT_FALSE(read_from(file.get()).record);
+  EXPECT_EQ(read_from(file.get()).status, RecordStatus::unreadable);
 }
 
 TEST_F(RecordRead, KnowsWhetherATextIsEmpty) {

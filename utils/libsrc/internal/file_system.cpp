@@ -9,9 +9,9 @@
 
 namespace qal::internal {
 
-Descriptor open_any_kind(const char *path) {
-  return Descriptor{retry_interrupted(
-      [path] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); })};
+Descriptor open_any_kind(const char *path, int more_flags) {
+  const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | more_flags;
+  return Descriptor{retry_interrupted([&] { return open(path, flags); })};
 }
 
 bool can_be_opened(const char *path) { return static_cast<bool>(open_any_kind(path)); }

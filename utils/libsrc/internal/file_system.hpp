@@ -15,7 +15,7 @@ constexpr std::size_t longest_name = 255;
 
 // Opens for reading what may be of any kind: neither waits for a FIFO's writer nor acquires a
 // terminal.
-Descriptor open_any_kind(const char *path);
+Descriptor open_any_kind(const char *path, int more_flags = 0);
 
 // Tests by opening, as a reader would.
 bool can_be_opened(const char *path);
