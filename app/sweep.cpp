@@ -1,5 +1,4 @@
 // The sweep: settles the server records of a directory.
-#include <fcntl.h>
 #include <qal/dir_list.h>
 #include <qal/files.h>
 #include <qal/path.h>
@@ -27,6 +26,7 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::Notifier;
 using qal::internal::open_any_kind;
+using qal::internal::open_any_kind_but_link;
 using qal::internal::OwnedText;
 using qal::internal::path_room;
 using qal::internal::Record;
@@ -91,7 +91,7 @@ Descriptor open_link(const std::string &path) {
 }
 
 Descriptor open_record(const std::string &path) {
-  Descriptor file = open_any_kind(path.c_str(), O_NOFOLLOW);
+  Descriptor file = open_any_kind_but_link(path.c_str());
   const bool is_link = !file && errno == ELOOP;
   return is_link ? open_link(path) : std::move(file);
 }

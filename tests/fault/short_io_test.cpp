@@ -83,6 +83,7 @@ namespace {
 using qal::internal::File;
 using qal::internal::read_record;
 using qal::internal::Record;
+using qal::internal::RecordStatus;
 using qal::test::byte_by_byte;
 using qal::test::exists;
 using qal::test::FlakySource;
@@ -164,7 +165,7 @@ TEST_F(ShortCalls, ReadWholeRecords) {
   Record record;
   {
     const Trickle trickle;
-    EXPECT_TRUE(read_record(file, info, record));
+    EXPECT_EQ(read_record(file, info, record), RecordStatus::whole);
   }
   close(file);
   EXPECT_STREQ(record.url, "http://localhost:8080/x");

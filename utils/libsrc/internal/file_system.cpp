@@ -9,9 +9,18 @@
 
 namespace qal::internal {
 
-Descriptor open_any_kind(const char *path, int more_flags) {
-  const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | more_flags;
-  return Descriptor{retry_interrupted([&] { return open(path, flags); })};
+namespace {
+
+constexpr int any_kind = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+}  // namespace
+
+Descriptor open_any_kind(const char *path) {
+  return Descriptor{retry_interrupted([path] { return open(path, any_kind); })};
+}
+
+Descriptor open_any_kind_but_link(const char *path) {
+  return Descriptor{retry_interrupted([path] { return open(path, any_kind | O_NOFOLLOW); })};
 }
 
 bool can_be_opened(const char *path) { return static_cast<bool>(open_any_kind(path)); }

@@ -15,7 +15,10 @@ constexpr std::size_t longest_name = 255;
 
 // Opens for reading what may be of any kind: neither waits for a FIFO's writer nor acquires a
 // terminal.
-Descriptor open_any_kind(const char *path, int more_flags = 0);
+Descriptor open_any_kind(const char *path);
+
+// The same, but fails with ELOOP when the path names a link.
+Descriptor open_any_kind_but_link(const char *path);
 
 // Tests by opening, as a reader would.
 bool can_be_opened(const char *path);
