@@ -62,7 +62,7 @@ def compare(what, named, found):
 def check():
     compiled = {file for folder in SOURCES for suffix in ("c", "cpp", "mm")
                 for file in files(f"{folder}/**/*.{suffix}")}
-    headers = {file.removesuffix(".in") for file in files("*/*.h*", ROOT / "include")}
+    headers = {file for pattern in ("*/*.h", "*/*.hpp") for file in files(pattern, ROOT / "include")}
     wrong = [
         *compare("a source", set(all_of("sources")), compiled),
         *compare("a header", set(all_of("headers")), headers),
