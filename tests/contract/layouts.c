@@ -1,5 +1,5 @@
-/* The layouts that programs of the family rely on: where each field of a public record lies. They are
-   compiled as C11 here and as C++17 from layouts.cpp. */
+/* The layouts that programs of the family rely on: where each field of a public record lies. They
+   are compiled as C11 here and as C++17 from layouts.cpp. */
 #include <assert.h>
 #include <stddef.h>
 
