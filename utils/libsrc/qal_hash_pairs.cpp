@@ -34,6 +34,7 @@ static_assert(sizeof(Pair) == 8);
 
 QalHashPairs *qal_hash_pairs_create(int32_t num_slots, int32_t chunk_count, int32_t data_size,
                                     uint32_t remove_on_find) {
+  if (num_slots < 1 || chunk_count < 1 || data_size < 0) return nullptr;
   QalHashPairs *pairs = nullptr;
   qal_malloc("qal_hash_pairs_create", &pairs, sizeof *pairs, 484, source);
   if (!pairs) return nullptr;
