@@ -166,14 +166,16 @@ void resolve_transports() {
   }
 }
 
-// Deliberate: unlike the transports, both later entries bring their ":" even to an empty list.
-void resolve_launch_configs() {
+// Deliberate: unlike the transports, both later entries bring their ":" even to an empty list. A
+// home that did not fit brings none: the entry would be another user's.
+void resolve_launch_configs(bool home_fits) {
   SearchPath paths{LaunchConfigPaths};
   if (*Vemo_home_directory) paths.append(Vemo_home_directory, "/launch_configs");
   if (const char *const own = non_empty_setting("LAUNCH_CONFIG_DIR")) {
     paths.append(":", own);
     paths.convert_all();
   }
+  if (!home_fits) return;
   paths.append_converted(":",
                          {User_home_directory, "/", App_resource_directory, "/launch_configs"});
 }
@@ -201,8 +203,9 @@ void query_env_vars(const char *product) {
   name_resource_directory(Old_App_resource_directory, word, old_version);
   resolve_trees();
   resolve_arch();
-  resolve_user_resources(resolve_user_home());
+  const bool home_fits = resolve_user_home();
+  resolve_user_resources(home_fits);
   resolve_transports();
-  resolve_launch_configs();
+  resolve_launch_configs(home_fits);
   check_temporary_directory();
 }

@@ -35,7 +35,7 @@ extern char User_resource_directory[1024];
 extern char TransportPaths[1024]; /**< transport directories, separated by ":" */
 
 /** Launch configuration directories, separated by ":". Readers skip empty entries: the list begins
- *  with one when there is no Vemo tree. */
+ *  with one when there is no Vemo tree. A user's home that did not fit adds no entry. */
 extern char LaunchConfigPaths[1024];
 
 /** Fills the texts, once per process: later calls change nothing.

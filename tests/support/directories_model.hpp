@@ -36,6 +36,7 @@ struct ModelDirectories {
   std::string user;          // User_resource_directory
   std::string transports;    // TransportPaths
   std::string launches;      // LaunchConfigPaths
+  bool home_fits = false;
 };
 
 inline std::string or_empty(const std::string &path, std::size_t longest) {
@@ -92,8 +93,8 @@ inline void model_user(const DirectoryWorld &world, ModelDirectories &all) {
   const std::string own = world.home_of("").value_or("");
   const std::string wanted = set ? world.setting("ZUL_USER_HOMEDIR") : slashed(own);
   all.home = or_empty(wanted, set ? 1023 : 1008);
-  const bool fits = all.home.size() == wanted.size();
-  all.user = fits ? slashed(or_empty(all.home + "/" + all.resource, 1023)) : "";
+  all.home_fits = all.home.size() == wanted.size();
+  all.user = all.home_fits ? slashed(or_empty(all.home + "/" + all.resource, 1023)) : "";
 }
 
 inline void model_transports(const DirectoryWorld &world, ModelDirectories &all) {
@@ -113,6 +114,7 @@ inline void model_launches(const DirectoryWorld &world, ModelDirectories &all) {
     append_whole(list, ":" + own);
     list = slashed(list);
   }
+  if (!all.home_fits) return;
   const auto last = or_empty(slashed(all.home + "/" + all.resource + "/launch_configs"), 1023);
   if (!last.empty()) append_whole(list, ":" + last);
 }

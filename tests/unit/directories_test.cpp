@@ -493,6 +493,13 @@ TEST(DirectoryResolve, BeginsTheLaunchListWithAnEmptyEntryWithoutAVemoTree) {
            });
 }
 
+TEST(DirectoryResolve, HasNoLaunchConfigurationInAHomeThatDidNotFit) {
+  resolved({{"ZUL_USER_HOMEDIR", path_of(1024)}},
+           [] { EXPECT_STREQ(LaunchConfigPaths, "/usr/local/ZUL/vemo32/launch_configs"); });
+  resolved({{"ZUL_HOME", path_of(1020)}, {"ZUL_USER_HOMEDIR", path_of(1024)}},
+           [] { EXPECT_STREQ(LaunchConfigPaths, ""); });
+}
+
 TEST(DirectoryResolve, AppendsAListEntryWithItsSeparatorOrNotAtAll) {
   const std::string machines = ":/usr/local/ZUL/vemo32/machines/apple/ZUL/transports";
   const std::size_t room = 1023 - machines.size();
