@@ -5,7 +5,7 @@
 #include <pwd.h>
 #include <qal/path.h>
 #include <qal/status.h>
-#include <sys/types.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "internal/password.hpp"
+#include "support/child.hpp"
 #include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
@@ -27,6 +28,7 @@ using qal::test::fail_all;
 using qal::test::fail_from;
 using qal::test::fail_times;
 using qal::test::Fault;
+using qal::test::in_unprivileged_child;
 
 // What the replaced calls do; a test sets it before it calls the library.
 struct Faults {
@@ -267,7 +269,7 @@ TEST_F(PathRangeFault, OpensOnlyWhatTheDirectoryListsInTheTemplatesForm) {
 }
 
 TEST_F(PathRangeFault, OpensNothingWhereTheDirectoryCannotBe) {
-  for (const int error : {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG}) {
+  for (const int error : {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG, EMFILE, ENFILE, ENOMEM}) {
     faults.opendir = fail_all(error);
     EXPECT_EQ((Range{6, -1, -1}), find_range("/f##")) << error;
   }
@@ -311,6 +313,26 @@ TEST_F(PathRangeFault, RepeatsAnInterruptedOpen) {
   scratch.file("f0");
   faults.open = fail_times(3, EINTR);
   EXPECT_EQ((Range{0, 0, 0}), find_range(scratch / "f#"));
+}
+
+TEST_F(PathRangeFault, OpensAnInterruptedDirectoryAgain) {
+  const ScratchDir scratch;
+  scratch.file("f987654321");
+  faults.opendir = fail_times(3, EINTR);
+  EXPECT_EQ((Range{0, 987654321, 987654321}), find_range(scratch / "f#########"));
+  EXPECT_EQ(3U, faults.opened.size());
+}
+
+TEST_F(PathRangeFault, OpensNothingInADirectoryThatMayNotBeSearched) {
+  const ScratchDir scratch;
+  scratch.directory("closed");
+  chmod((scratch / "closed").c_str(), 0444);
+  in_unprivileged_child([&] {
+    EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "closed/f#########"));
+    faults.opendir = fail_all(EACCES);
+    EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "closed/f#########"));
+    EXPECT_TRUE(faults.opened.empty());
+  });
 }
 
 TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {

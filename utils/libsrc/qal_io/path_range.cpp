@@ -1,9 +1,11 @@
 // Runs of numbered files that a template such as "frame.####.img" stands for.
 #include <dirent.h>
+#include <fcntl.h>
 #include <qal/alloc.h>
 #include <qal/path.h>
 #include <qal/status.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -61,12 +63,10 @@ class NumberedPath {
   bool field_is_in_last_component() const { return suffix().find('/') == std::string_view::npos; }
 
   // The directory of the numbered files, when their field is in the last component.
-  Directory open_directory() const {
-    std::array<char, path_room> directory{};
-    const std::string_view parent = text().substr(0, name_position());
-    if (parent.empty()) return Directory{opendir(".")};
-    parent.copy(directory.data(), parent.size());
-    return Directory{opendir(directory.data())};
+  std::array<char, path_room> directory() const {
+    std::array<char, path_room> directory{"."};
+    text().substr(0, name_position()).copy(directory.data(), path_room);
+    return directory;
   }
 
   // The number in a directory entry's name. Case is disregarded because some file systems do so;
@@ -137,15 +137,30 @@ class NumberList {
   std::size_t capacity_ = 0;
 };
 
-// Whether there is no such directory, rather than one that cannot be read.
-bool is_absent(int error) {
-  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+// Whether no file of the directory, which cannot be opened for this reason, can be opened either.
+// One that can be searched but not read is worth probing.
+bool nothing_can_be_opened(const char *directory, int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case ELOOP:
+    case ENAMETOOLONG:
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+      return true;
+    case EACCES:
+      return faccessat(AT_FDCWD, directory, X_OK, AT_EACCESS) != 0;
+    default:
+      return false;
+  }
 }
 
 // Collects the numbers that the directory has entries for. False when it cannot be read whole.
 bool list_numbers(const NumberedPath &path, NumberList &numbers) {
-  const Directory directory = path.open_directory();
-  if (!directory) return is_absent(errno);
+  const auto place = path.directory();
+  const Directory directory = qal::internal::open_directory(place.data());
+  if (!directory) return nothing_can_be_opened(place.data(), errno);
   while (const dirent *entry = qal::internal::next_entry(directory.get())) {
     const auto number = path.number_in(entry->d_name);
     if (number && !numbers.add(*number)) return false;
