@@ -2,7 +2,9 @@
  *  Shell commands whose input or output the caller holds as a stream.
  *
  *  The streams are the caller's. Other programs do not inherit their descriptors: a command has the
- *  pipe that it is started with and none of the others.
+ *  pipe that it is started with and none of the others of this library. Where the system's popen
+ *  cannot open a stream so (macOS), a command that another thread starts during qal_pipe_popen may
+ *  inherit it.
  *
  *  Threads: any thread may start commands.
  *

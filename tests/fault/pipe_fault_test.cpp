@@ -39,6 +39,8 @@ bool tell_arguments = false;        // have execlp write them to standard error
 enum class Grouping { by_both, by_parent, by_child };
 Grouping grouping = Grouping::by_both;
 
+std::vector<std::string> popen_modes;
+
 bool refused(std::string_view call) {
   const auto fault = faults.find(call);
   return fault != faults.end() && fault->second.strikes();
@@ -54,6 +56,12 @@ std::FILE *__real_fdopen(int descriptor, const char *mode);
 int __real_fcntl(int descriptor, int command, ...);
 ssize_t __real_write(int descriptor, const void *bytes, std::size_t size);
 int __real_setpgid(pid_t process, pid_t group);
+std::FILE *__real_popen(const char *command, const char *mode);
+
+std::FILE *__wrap_popen(const char *command, const char *mode) {
+  popen_modes.emplace_back(mode);
+  return __real_popen(command, mode);
+}
 
 int __wrap_pipe2(int *ends, int flags) { return refused("pipe2") ? -1 : __real_pipe2(ends, flags); }
 
@@ -143,6 +151,19 @@ int run_with_input(const char *text) {
   EXPECT_TRUE(command.stream);
   command.stream.reset();
   return exit_code(command.pid);
+}
+
+// Made so afterwards, a stream could be inherited by a command that another thread starts
+// meanwhile.
+TEST(PipeFault, OpensStreamsThatAreClosedOnExecFromTheStart) {
+  for (const char *mode : {"r", "w", "re"}) {
+    std::FILE *const stream = qal_pipe_popen("cat </dev/null", mode);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_NE(fcntl(fileno(stream), F_GETFD) & FD_CLOEXEC, 0);
+    qal_pipe_pclose(stream);
+  }
+  EXPECT_EQ(qal_pipe_popen("cat", "x"), nullptr);
+  EXPECT_EQ(popen_modes, (std::vector<std::string>{"re", "we", "re", "x"}));
 }
 
 TEST(PipeFault, GivesNoneWithoutAWordWhenThereIsNoPipe) {

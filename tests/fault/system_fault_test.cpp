@@ -184,7 +184,7 @@ TEST_F(SystemVersion, IsReadFromTheVersionTool) {
   EXPECT_EQ(ask_version("ProductName:\tMac OS X\nProductVersion:\t10.15.7\nBuildVersion:\t19H2\n"),
             found(10, 15));
   EXPECT_EQ(version_tool.command, "/usr/bin/sw_vers");
-  EXPECT_EQ(version_tool.mode, "r");
+  EXPECT_EQ(version_tool.mode, "re");
 }
 
 TEST_F(SystemVersion, NeedsOnlyTwoNumbers) {

@@ -85,8 +85,7 @@ constexpr char version_label[] = "ProductVersion:";
 using VersionOutput = std::array<char, 1025>;
 
 bool read_version_output(VersionOutput &output) {
-  // Without "e", which popen accepts on some systems only.
-  const Pipe pipe{popen(version_command, "r")};
+  const Pipe pipe{qal::internal::platform::open_command(version_command, "r")};
   if (!pipe) return false;
   output[qal::internal::read_uninterrupted(output.data(), output.size() - 1, pipe.get())] = '\0';
   return true;

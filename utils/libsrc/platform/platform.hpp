@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 namespace qal::internal::platform {
 
@@ -31,6 +32,10 @@ int format_text(char *out, std::size_t room, const char *format, std::va_list ar
 
 // Opens a pipe whose ends are closed on exec. On false nothing is open.
 bool open_pipe(int (&ends)[2]);
+
+// Starts a shell command as popen does, with a stream that commands started later do not inherit.
+// Where the system cannot open it so, a command that another thread starts at this very moment may.
+std::FILE *open_command(const char *command, const char *mode);
 
 // The text of an error number. A forked child may call this before exec.
 const char *error_text(int error);

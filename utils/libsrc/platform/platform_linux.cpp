@@ -1,10 +1,13 @@
-// Linux: pipes, error texts, the upper-case table, copying in the kernel, wiping of secrets.
+// Linux: pipes, commands, error texts, the upper-case table, copying in the kernel, wiping of
+// secrets.
 #include <ctype.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "internal/retry.hpp"
 #include "platform/platform.hpp"
@@ -12,6 +15,13 @@
 namespace qal::internal::platform {
 
 bool open_pipe(int (&ends)[2]) { return pipe2(ends, O_CLOEXEC) == 0; }
+
+std::FILE *open_command(const char *command, const char *mode) {
+  const std::string_view direction{mode};
+  if (direction == "r") return popen(command, "re");
+  if (direction == "w") return popen(command, "we");
+  return popen(command, mode);
+}
 
 const char *error_text(int error) {
   const char *const text = strerrordesc_np(error);

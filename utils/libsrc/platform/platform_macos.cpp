@@ -1,4 +1,4 @@
-// macOS: pipes, error texts, the upper-case table, wiping of secrets.
+// macOS: pipes, commands, error texts, the upper-case table, wiping of secrets.
 
 // memset_s is declared only on request.
 #define __STDC_WANT_LIB_EXT1__ 1
@@ -16,6 +16,13 @@ bool open_pipe(int (&ends)[2]) {
   if (pipe(ends) != 0) return false;
   for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
   return true;
+}
+
+// Its popen has no mode letter for that.
+std::FILE *open_command(const char *command, const char *mode) {
+  std::FILE *const stream = popen(command, mode);
+  if (stream) fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
+  return stream;
 }
 
 const char *error_text(int error) {

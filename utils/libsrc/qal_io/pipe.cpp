@@ -121,10 +121,8 @@ FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out) {
 }
 
 FILE *qal_pipe_popen(const char *command, const char *mode) {
-  std::FILE *const stream = command && mode ? popen(command, mode) : nullptr;
-  // A command started later would inherit the stream and keep this one's input open.
-  if (stream) fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
-  return stream;
+  // A command started later that inherited the stream would keep this one's input open.
+  return command && mode ? platform::open_command(command, mode) : nullptr;
 }
 
 int qal_pipe_pclose(FILE *stream) { return stream ? pclose(stream) : -1; }
