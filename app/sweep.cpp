@@ -24,6 +24,7 @@
 namespace {
 
 using qal::internal::Descriptor;
+using qal::internal::is_same_file;
 using qal::internal::Notifier;
 using qal::internal::open_any_kind;
 using qal::internal::open_any_kind_but_link;
@@ -66,10 +67,6 @@ bool is_own_record(std::string_view dir, const std::string &path) {
                      reinterpret_cast<const unsigned char *>(name.data())) == 0;
 }
 
-bool is_same_file(const struct stat &one, const struct stat &other) {
-  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
 // Where everybody may leave a link, another's could lead to a file that only this user may read.
 // Some kernels follow this rule by themselves, but not all and not everywhere.
 bool may_follow(const std::string &path, const struct stat &link) {
@@ -96,11 +93,6 @@ Descriptor open_record(const std::string &path) {
   return is_link ? open_link(path) : std::move(file);
 }
 
-bool still_means(const std::string &path, const struct stat &opened) {
-  struct stat now;
-  return stat(path.c_str(), &now) == 0 && is_same_file(now, opened);
-}
-
 // Deliberate: the record of a process that exists is settled and that of a vanished one is kept.
 // The sweep follows the result of the probe, which is 0 for a process that exists.
 bool is_settled(const Record &record, Notifier &notifier) {
@@ -117,7 +109,7 @@ void settle(const std::string &path, Notifier &notifier) {
   if (status == RecordStatus::unreadable) return;
   if (status == RecordStatus::whole && !is_settled(record, notifier)) return;
   // Compared while the file is open, so that no new file can have got its inode.
-  const bool unchanged = still_means(path, info);
+  const bool unchanged = qal::internal::still_means(path.c_str(), info);
   file.close();
   if (unchanged) qal_file_unlink(path.c_str());
 }

@@ -50,8 +50,8 @@ enum {
 
 /** Says whether a file can be read, or whether it can be written or created.
  *
- *  To find out whether a missing file can be created, it is created and removed again; a file that
- *  somebody else creates meanwhile is not touched.
+ *  To find out whether a missing file can be created, it is created and removed again. It is
+ * removed only while its name means the file that was created; if that cannot be told, it stays.
  *
  *  @param path     the file.
  *  @param mode     the checks. The bits other than 8 to 15 are one number: 0 is QAL_CHECK_READ, and
@@ -113,9 +113,9 @@ enum {
  *  @param flags  0, or QAL_COPY_KEEP_EXISTING: a destination that can be opened for reading stays
  *                as it is. Other bits are ignored.
  *  @return QAL_STATUS_OK; QAL_STATUS_NO_SOURCE when `src` cannot be opened; QAL_STATUS_EXISTS when
- *          the destination was kept; QAL_STATUS_FAILED when `dst` cannot be opened, when it is the
- *          source itself (which stays whole), or when reading, writing or closing fails: what was
- *          written by then stays. */
+ *          the destination was kept; QAL_STATUS_FAILED when `src` is a directory or `dst` itself,
+ * or when `dst` cannot be opened, all with nothing changed; and when reading, writing or closing
+ * fails: what was written by then stays. */
 QAL_API int qal_file_copy(const char *src, const char *dst, unsigned flags);
 
 /** Removes a file. Of a link only the link goes.
@@ -151,8 +151,8 @@ QAL_API int qal_file_rmdir(const char *path, int recursive);
  *  @param to     its new name.
  *  @param flags  0: the platform's `rename`, which replaces an existing `to`. QAL_RENAME_BY_COPY:
  *                `from` is copied, with QAL_COPY_KEEP_EXISTING, and removed afterwards, which also
- *                works between file systems. The copy is on the disk before the source goes. Other
- *                bits are ignored.
+ *                works between file systems. The copy and its name are on the disk before the
+ *                source goes. Other bits are ignored.
  *  @return QAL_STATUS_OK or QAL_STATUS_FAILED; with QAL_RENAME_BY_COPY also the other results of
  *          qal_file_copy. `from` is still there after every failure. */
 QAL_API int qal_file_rename(const char *from, const char *to, unsigned flags);

@@ -14,6 +14,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -51,6 +53,8 @@ Plan faults;
 std::vector<std::string> made_calls;  // of the functions that `faults` names, in their order
 
 bool all_opened_close_on_exec = true;
+
+std::function<void()> after_fstat;  // where there is something to do then
 
 std::map<std::string, mode_t> played_kinds;  // by file name, in place of the real ones
 
@@ -137,7 +141,10 @@ int __wrap_close(int file) {
   return fails("close") ? -1 : result;
 }
 int __wrap_fstat(int file, struct stat *info) {
-  return fails("fstat") ? -1 : __real_fstat(file, info);
+  if (fails("fstat")) return -1;
+  const int result = __real_fstat(file, info);
+  if (after_fstat) after_fstat();
+  return result;
 }
 int __wrap_fstatat(int parent, const char *path, struct stat *info, int flags) {
   const int result = __real_fstatat(parent, path, info, flags);
@@ -303,7 +310,7 @@ TEST_F(CopyFault, NoDescriptorStaysOpen) {
 
 TEST_F(CopyFault, AMoveIsOnTheDiskAndClosedBeforeTheSourceGoes) {
   EXPECT_EQ(move({{"fsync", never}, {"unlink", never}, {"close", never}}), QAL_STATUS_OK);
-  EXPECT_EQ(made_calls, (Lines{"fsync", "close", "close", "unlink"}));
+  EXPECT_EQ(made_calls, (Lines{"fsync", "close", "close", "fsync", "close", "unlink"}));
   EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
 }
 
@@ -324,7 +331,7 @@ TEST_F(CopyFault, AMoveGoesOnWhereNothingCanBeForcedToTheDisk) {
 
 TEST_F(CopyFault, AnInterruptedFsyncIsMadeAgain) {
   EXPECT_EQ(move({{"fsync", interrupted_twice}}), QAL_STATUS_OK);
-  EXPECT_EQ(made_calls, (Lines{"fsync", "fsync", "fsync"}));
+  EXPECT_EQ(made_calls, (Lines{"fsync", "fsync", "fsync", "fsync"}));
 }
 
 TEST_F(CopyFault, AMoveWhoseSourceStaysFails) {
@@ -345,6 +352,25 @@ TEST(CheckFault, AFileThatCouldBeCreatedIsUsableEvenIfItCannotBeRemoved) {
   const ScratchDir scratch;
   const Faults guard(Plan{{"unlink", fail_all(EIO)}});
   EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
+}
+
+TEST(CheckFault, AFileThatCannotBeRecognisedIsNotRemoved) {
+  const ScratchDir scratch;
+  const Faults guard(Plan{{"fstat", fail_all(EIO)}});
+  EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
+  EXPECT_TRUE(exists(scratch / "new"));
+}
+
+TEST(CheckFault, AFileThatHasTakenTheNameIsNotRemoved) {
+  const ScratchDir scratch;
+  const auto path = scratch / "new";
+  after_fstat = [&] {
+    std::filesystem::rename(path, scratch / "moved");
+    scratch.file("new");
+  };
+  EXPECT_EQ(qal_io_chkfil(path.c_str(), 1, 0), 1);
+  after_fstat = nullptr;
+  EXPECT_TRUE(exists(path));
 }
 
 TEST(CheckFault, AnInterruptedCreationIsMadeAgain) {

@@ -626,10 +626,15 @@ TEST(FilesCopy, ADestinationThatCannotBeOpenedFails) {
   EXPECT_EQ(qal_file_copy(from.c_str(), nullptr, 1), QAL_STATUS_FAILED);
 }
 
-TEST(FilesCopy, ADirectoryOpensAsASourceButCannotBeRead) {
+TEST(FilesCopy, ADirectoryIsNoSourceAndTheDestinationStaysAsItIs) {
   const ScratchDir scratch;
-  EXPECT_EQ(qal_file_copy(scratch.path().c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_FAILED);
-  EXPECT_EQ(read_file(scratch / "to"), "");
+  const auto directory = scratch.path();
+  EXPECT_EQ(qal_file_copy(directory.c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_FALSE(exists(scratch / "to"));
+  const auto to = scratch.file("to", "kept");
+  EXPECT_EQ(qal_file_copy(directory.c_str(), to.c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_copy(directory.c_str(), to.c_str(), 1), QAL_STATUS_EXISTS);
+  EXPECT_EQ(read_file(to), "kept");
 }
 
 TEST(FilesCopy, DevicesServeOnBothSides) {

@@ -23,6 +23,15 @@ Descriptor open_any_kind_but_link(const char *path) {
   return Descriptor{retry_interrupted([path] { return open(path, any_kind | O_NOFOLLOW); })};
 }
 
+bool is_same_file(const struct stat &one, const struct stat &other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+bool still_means(const char *path, const struct stat &opened) {
+  struct stat now;
+  return stat(path, &now) == 0 && is_same_file(now, opened);
+}
+
 bool can_be_opened(const char *path) { return static_cast<bool>(open_any_kind(path)); }
 
 Directory open_directory(const char *path) {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <dirent.h>
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include <cstddef>
 
@@ -19,6 +19,11 @@ Descriptor open_any_kind(const char *path);
 
 // The same, but fails with ELOOP when the path names a link.
 Descriptor open_any_kind_but_link(const char *path);
+
+bool is_same_file(const struct stat &one, const struct stat &other);
+
+// Whether the name means the open file, following links.
+bool still_means(const char *path, const struct stat &opened);
 
 // Tests by opening, as a reader would.
 bool can_be_opened(const char *path);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 #include "internal/retry.hpp"
 
@@ -45,12 +46,16 @@ const char *wrong_kind(const char *path, unsigned mode) {
   return nullptr;
 }
 
-// Exclusive, so that a file that somebody else creates meanwhile is never removed.
+// Exclusive, and removed only while the name means it, so that a file of somebody else's is never
+// removed.
 bool can_be_created(const char *path) {
   const Descriptor file{retry_interrupted(
       [path] { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); })};
   if (!file) return false;
-  unlink(path);
+  struct stat created;
+  const bool is_ours =
+      fstat(file.get(), &created) == 0 && qal::internal::still_means(path, created);
+  if (is_ours) unlink(path);
   return true;
 }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <string_view>
 
@@ -19,6 +20,7 @@
 namespace {
 
 using qal::internal::Descriptor;
+using qal::internal::is_same_file;
 using qal::internal::retry_interrupted;
 namespace platform = qal::internal::platform;
 
@@ -34,10 +36,6 @@ int status_of(int result) { return result == 0 ? QAL_STATUS_OK : QAL_STATUS_FAIL
 
 Descriptor open_source(const char *path) {
   return Descriptor{retry_interrupted([path] { return open(path, O_RDONLY | O_CLOEXEC); })};
-}
-
-bool is_same_file(const struct stat &one, const struct stat &other) {
-  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 bool emptied(int file, const struct stat &info) {
@@ -80,12 +78,22 @@ bool reached_disk(int file) {
   return retry_interrupted([file] { return fsync(file); }) == 0 || errno == EINVAL;
 }
 
+// The name of a new file is on the disk once its directory is. A directory that may be written to
+// but not read cannot be synchronised.
+bool name_reached_disk(const char *path) {
+  const std::size_t name = std::string_view{path}.rfind('/') + 1;  // 0 without a slash
+  std::array<char, PATH_MAX> directory{"."};
+  std::string_view{path}.copy(directory.data(), std::min(name, directory.size() - 1));
+  const Descriptor parent = open_source(directory.data());
+  return !parent || reached_disk(parent.get());
+}
+
 int copy_file(const char *src, const char *dst, unsigned flags, Durability durability) {
   const Descriptor from = open_source(src);
   if (!from) return QAL_STATUS_NO_SOURCE;
   if ((flags & copy_keeps_existing) && qal::internal::can_be_opened(dst)) return QAL_STATUS_EXISTS;
   struct stat source;
-  if (fstat(from.get(), &source) != 0) return QAL_STATUS_FAILED;
+  if (fstat(from.get(), &source) != 0 || S_ISDIR(source.st_mode)) return QAL_STATUS_FAILED;
   Descriptor to = open_destination(dst, source);
   if (!to) return QAL_STATUS_FAILED;
   const bool copied = copy_content(from.get(), to.get()) &&
@@ -106,7 +114,8 @@ int qal_file_rename(const char *from, const char *to, unsigned flags) {
   if (!(flags & rename_copies)) return status_of(std::rename(text_of(from), text_of(to)));
   const int copied =
       copy_file(text_of(from), text_of(to), copy_keeps_existing, Durability::on_disk);
-  return copied == QAL_STATUS_OK ? qal_file_unlink(from) : copied;
+  if (copied != QAL_STATUS_OK) return copied;
+  return name_reached_disk(text_of(to)) ? qal_file_unlink(from) : QAL_STATUS_FAILED;
 }
 
 uint64_t qal_fread(void *buf, uint64_t item_size, uint64_t count, FILE *stream) {
