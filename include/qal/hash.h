@@ -12,8 +12,12 @@
  *  Keys and data are copied byte by byte and need no alignment. A record's data follows its key
  *  directly, so a callback reads what it is given with memcpy.
  *
- *  Threads: different tables may be used by different threads at once; threads that share a table
- *  need a lock of their own.
+ *  Errors: when there was no memory for a chunk, the lock of the table's pool stays held (mpool.h):
+ *  removing a record, another add that needs a chunk, and destroying the table wait for ever.
+ *
+ *  Threads: the main thread and those of qal_thread_create (thread.h) may use different tables at
+ *  once; threads that share a table need a lock of their own. Other threads share index 0 and must
+ *  not use tables.
  *
  *  Source: utils/libsrc/qal_hash.cpp, qal_hash_pairs.cpp. */
 #ifndef QAL_HASH_H

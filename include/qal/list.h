@@ -9,8 +9,13 @@
  *  Linking cannot fail. It does nothing when an argument is null. An element is in one list at
  *  most: what is linked in must be fresh, popped or removed.
  *
- *  Threads: a list is used by one thread at a time; lists of one pool may be used by different
- *  threads at once.
+ *  Errors: when there was no memory for a chunk, the lock of the pool stays held (mpool.h): every
+ *  thread that gives an element back or needs a new chunk afterwards waits for ever, so destroying
+ *  a list that holds elements hangs as well.
+ *
+ *  Threads: a list is used by one thread at a time; the main thread and those of qal_thread_create
+ *  (thread.h) may use lists of one pool at once. Other threads share index 0 and must not use
+ * lists.
  *
  *  Source: utils/libsrc/qal_list.cpp, qal_list_inline.c. */
 #ifndef QAL_LIST_H

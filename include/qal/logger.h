@@ -3,9 +3,9 @@
  *
  *  The logger owns no stream. Lines go to the callbacks that a host passes to qal_logger_init;
  *  until it does, every level is silent and a call costs one comparison. A line has at most 8191
- *  bytes, a longer one is cut; it is composed on the caller's stack and nothing is allocated. A
- *  level adds its marker but no line end: that is part of the format. Formats must not be null.
- *  Logging leaves `errno` as it was.
+ *  bytes, a longer one is cut; it is composed on the caller's stack. The logger allocates nothing,
+ *  but a time stamp may have the C library read a time zone. A level adds its marker but no line
+ * end: that is part of the format. Formats must not be null. Logging leaves `errno` as it was.
  *
  *  Threads: any thread may log. The settings (qal_logger_init, qal_logger_done,
  *  qal_logger_time_stamp, _qal_logger_set_file, Verbose_level) are made while no other thread logs.

@@ -48,7 +48,8 @@ QAL_API void qal_mpool_destroy(QalMpool **pool_address);
  *  @return the element; or null for a null pool, on a thread whose index is outside the table
  *          (reported with qal_error), for a pool that cannot have chunks, and without memory.
  *  @warning When there is no memory for a chunk, the pool's lock stays held: threads that free to
- *           the pool or refill from it afterwards wait for ever. */
+ *           the pool or refill from it afterwards wait for ever. A pool that cannot have chunks
+ *           (see qal_mpool_create) gives null without a message and without holding the lock. */
 QAL_API void *qal_mpool_alloc(QalMpool *pool);
 
 /** Gives an element of the pool back. It is not checked; see qal_mpool_verify_ptr.

@@ -7,8 +7,13 @@
  *  Linking cannot fail. It does nothing when an argument is null. A node is in one list at most:
  *  what is linked in must come from qal_plist_alloc, qal_plist_pop or qal_plist_remove.
  *
- *  Threads: a list is used by one thread at a time; different threads may use lists of their own at
- *  once.
+ *  Errors: when there was no memory for a chunk, the lock of the pool stays held (mpool.h): every
+ *  thread that gives a node back or needs a new chunk afterwards waits for ever, so destroying a
+ *  list hangs as well.
+ *
+ *  Threads: a list is used by one thread at a time; the main thread and those of qal_thread_create
+ *  (thread.h) may use lists of their own at once. Other threads share index 0 and must not use
+ *  lists.
  *
  *  Source: utils/libsrc/qal_plist.cpp, and qal_list_inline.c for the accessors. */
 #ifndef QAL_PLIST_H

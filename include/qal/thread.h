@@ -4,7 +4,8 @@
  *  A thin layer over POSIX threads. Every thread that qal_thread_create starts gets an index from 1
  *  to 2047, its slot in a fixed table; the main thread is index 0. Indices are handed out in rising
  *  order and wrap around; a joined thread's index comes back only when the search reaches it again.
- *  Every thread that is started must be joined: nothing else frees its slot.
+ *  Every thread that is started must be joined: nothing else frees its slot. Threads that something
+ *  else started have index 0 too, so they must not use pools, lists, tables or ids.
  *
  *  Errors: results are 0 for success and -1 for failure unless a function says otherwise. A null
  *  pointer gives -1 and changes nothing. When the platform fails a lock, unlock, wait, signal,

@@ -5,7 +5,11 @@
  *  id until it is retired; their meaning is the caller's. qal_utils_init (startup.h) sets it up;
  *  without it ids are handed out but none is found.
  *
- *  Threads: once the registry is made, any thread may call any function.
+ *  Errors: when there was no memory for a chunk of records, the lock of their pool stays held
+ *  (mpool.h) and with it the registry's: every later call of any thread waits for ever.
+ *
+ *  Threads: once the registry is made, the main thread and those of qal_thread_create (thread.h)
+ *  may call any function. Other threads share index 0 and must not.
  *
  *  Source: utils/libsrc/qal_uid.cpp. */
 #ifndef QAL_UID_H
