@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "internal/kept_errno.hpp"
+
 namespace {
 
 // What a report needs to know about the call that failed.
@@ -27,6 +29,7 @@ struct Request {
 }
 
 void report_failure(const Request &request) {
+  const qal::internal::KeptErrno until_return;
   const int error = errno;
   char buffer[256];
   qal_error("%s: %d\n", error_text(strerror_r(error, buffer, sizeof buffer), buffer), error);
@@ -35,7 +38,6 @@ void report_failure(const Request &request) {
             static_cast<int>(static_cast<std::uint32_t>(request.size)));
   qal_error("At line %d in file %s\n", request.line, request.file);
   qal_error("%s: Memory allocation failed.\n", request.label);
-  errno = error;
 }
 
 // The caller's variable may be a pointer to any type, so it is read and written as bytes.

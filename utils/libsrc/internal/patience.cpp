@@ -4,9 +4,9 @@
 #include <sched.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 
+#include "internal/kept_errno.hpp"
 #include "platform/platform.hpp"
 
 namespace qal::internal {
@@ -37,10 +37,9 @@ void yield_to_others(Clock::time_point now) {
 
 unsigned processors() {
   static const int count = [] {
-    const int kept_errno = errno;
+    const KeptErrno until_return;
     int found = 1;
     platform::processor_count(found);
-    errno = kept_errno;
     return found;
   }();
   return static_cast<unsigned>(count);
