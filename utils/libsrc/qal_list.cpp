@@ -39,14 +39,16 @@ ElementChain chain_of(const QalList &list) {
   return {element_of(list.first), element_of(list.last)};
 }
 
+void store(QalList &list, const ElementChain &chain) {
+  list.first = payload_of(chain.first);
+  list.last = payload_of(chain.last);
+}
+
 // Reads the ends of a list once and stores them in the list when it is destroyed.
 class Links : public ElementChain {
  public:
   explicit Links(QalList &list) : ElementChain(chain_of(list)), list_(list) {}
-  ~Links() {
-    list_.first = payload_of(first);
-    list_.last = payload_of(last);
-  }
+  ~Links() { store(list_, *this); }
   Links(const Links &) = delete;
   Links &operator=(const Links &) = delete;
 
@@ -173,7 +175,9 @@ uint32_t qal_list_length(const QalList *list) { return list ? chain_of(*list).le
 
 void qal_list_sort(QalList *list, QalListCompare compare) {
   if (!list || !compare) return;
-  Links links{*list};
+  // Not a guard: it would have to store the ends if a comparison threw, which costs registers.
+  ElementChain chain = chain_of(*list);
   qal::internal::merge_sort(
-      links, [=](const Element *p, const Element *q) { return compare(p + 1, q + 1) > 0; });
+      chain, [=](const Element *p, const Element *q) { return compare(p + 1, q + 1) > 0; });
+  store(*list, chain);
 }

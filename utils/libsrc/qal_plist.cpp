@@ -33,14 +33,16 @@ ListPool PListPool{};  // changed only at start-up and shut-down
 
 NodeChain chain_of(const QalPlist &list) { return {list.first, list.last}; }
 
+void store(QalPlist &list, const NodeChain &chain) {
+  list.first = chain.first;
+  list.last = chain.last;
+}
+
 // Reads the ends of a list once and stores them in the list when it is destroyed.
 class Links : public NodeChain {
  public:
   explicit Links(QalPlist &list) : NodeChain(chain_of(list)), list_(list) {}
-  ~Links() {
-    list_.first = first;
-    list_.last = last;
-  }
+  ~Links() { store(list_, *this); }
   Links(const Links &) = delete;
   Links &operator=(const Links &) = delete;
 
@@ -140,8 +142,10 @@ uint32_t qal_plist_length(const QalPlist *list) { return list ? chain_of(*list).
 
 void qal_plist_sort(QalPlist *list, QalPlistCompare compare) {
   if (!list || !compare) return;
-  Links links{*list};
-  qal::internal::merge_sort(links, [=](const QalPlistNode *p, const QalPlistNode *q) {
+  // Not a guard: it would have to store the ends if a comparison threw, which costs registers.
+  NodeChain chain = chain_of(*list);
+  qal::internal::merge_sort(chain, [=](const QalPlistNode *p, const QalPlistNode *q) {
     return compare(p->data, q->data) > 0;
   });
+  store(*list, chain);
 }
