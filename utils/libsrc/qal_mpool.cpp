@@ -11,6 +11,7 @@
 #include <limits>
 #include <new>
 
+#include "internal/no_cancellation.hpp"
 #include "internal/pool_fast_path.hpp"
 
 namespace {
@@ -57,12 +58,15 @@ void *detach_batch(QalMpool &pool) {
 
 // Reporting a failure may reach a cancellation point, and a thread that is cancelled here would
 // leave the pool locked.
-Chunk *new_chunk(QalMpool &pool) {
-  int previous = 0;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
+void *allocate_chunk(const QalMpool &pool) {
+  const qal::internal::NoCancellation until_return;
   void *block = nullptr;
   qal_malloc("qal_mpool_alloc", &block, payload_size(pool) + sizeof(Chunk), 168, source);
-  pthread_setcancelstate(previous, nullptr);
+  return block;
+}
+
+Chunk *new_chunk(QalMpool &pool) {
+  void *const block = allocate_chunk(pool);
   if (!block) return nullptr;
   auto *const chunk = ::new (block) Chunk{static_cast<Chunk *>(pool.chunks)};
   pool.chunks = chunk;
