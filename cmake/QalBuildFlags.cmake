@@ -84,6 +84,10 @@ if(QAL_SANITIZE MATCHES undefined)
   # It is the product that must not rest on undefined behaviour; this saves a third of the time.
   target_compile_options(qal_test_flags INTERFACE -fno-sanitize=undefined)
 endif()
+if(QAL_SANITIZE MATCHES fuzzer-no-link)
+  # And it is the product whose ways the fuzz targets look for.
+  target_compile_options(qal_test_flags INTERFACE -fno-sanitize=fuzzer-no-link)
+endif()
 if(QAL_SANITIZE MATCHES address AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
   # Linked into a program, clang's runtime would call what a test puts in the place of malloc.
   execute_process(
