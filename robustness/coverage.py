@@ -27,7 +27,8 @@ INNER, IO = f"{LIB}/internal", f"{LIB}/qal_io"
 # What each fuzz target is about: whole units, or the functions with one of the names.
 ALL = None
 CORPUS_UNITS = {
-    "barrier": {f"{LIB}/qal_barrier.cpp": ALL, f"{INNER}/barrier.hpp": ALL},
+    "barrier": {f"{LIB}/qal_barrier.cpp": ALL, f"{INNER}/barrier.hpp": ALL,
+                f"{INNER}/patience.cpp": ALL},
     "blocks": {"app/blocks.cpp": ALL, f"{LIB}/qal_blocks.cpp": ALL, f"{INNER}/block_format.cpp": ALL},
     "directories": {"app/directories.cpp": ALL, "app/installation.cpp": ALL,
                     f"{INNER}/password.cpp": ALL},
