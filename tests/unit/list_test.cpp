@@ -284,6 +284,7 @@ TEST_F(ListThreads, UseListsOfTheirOwnFromOnePool) {
 namespace qal::test {
 
 INSTANTIATE_TYPED_TEST_SUITE_P(List, Links, InlineLists);
+INSTANTIATE_TYPED_TEST_SUITE_P(List, LinkSequences, InlineLists);
 INSTANTIATE_TYPED_TEST_SUITE_P(List, Sort, Sorted<InlineLists>);
 
 }  // namespace qal::test

@@ -249,6 +249,7 @@ TEST(PlistPool, ServesListsOfSeveralThreadsAtOnce) {
 namespace qal::test {
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Plist, Links, PointerLists);
+INSTANTIATE_TYPED_TEST_SUITE_P(Plist, LinkSequences, PointerLists);
 INSTANTIATE_TYPED_TEST_SUITE_P(Plist, Sort, Sorted<PointerLists>);
 
 }  // namespace qal::test
