@@ -332,6 +332,32 @@ TEST_F(ReduceFault, CountsNoContributionThatCannotLock) {
   }
 }
 
+// The caller alone has contributed then, and goes on with what it contributed.
+TEST_F(ReduceFault, GoesOnAloneWhenItCannotWaitForTheOthers) {
+  in_new_process([] {
+    const Watchdog watchdog;
+    for (const auto &operation : operations) {
+      const int waits = calls.cond_wait.count();
+      EXPECT_EQ(refused(calls.cond_wait, EINVAL, [&] { return operation.run(2); }), 3);
+      EXPECT_EQ(calls.cond_wait.count(), waits + 2);
+    }
+  });
+}
+
+// The reduction's own mutex is locked first; the barriers' are those that follow.
+TEST_F(ReduceFault, GoesOnAloneWhenItCannotLockTheBarriers) {
+  in_new_process([] {
+    const Watchdog watchdog;
+    for (const auto &operation : operations) {
+      operation.run(1);  // makes the barriers
+      calls.behind_unlock = [](QalThreadMutex *) { calls.mutex_lock.refuse(EINVAL); };
+      EXPECT_EQ(operation.run(2), 3);
+      calls.behind_unlock = nullptr;
+      calls.mutex_lock.allow();
+    }
+  });
+}
+
 // Contributes `first` and, once that thread waits for the other, `second`; both get the same.
 template <typename Value>
 Value in_order(Value (*operation)(Value, int), Value first, Value second) {

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "support/fake_entry.hpp"
 #include "support/fault.hpp"
 #include "support/listing.hpp"
 #include "support/log_capture.hpp"
@@ -25,20 +26,8 @@
 namespace {
 
 using qal::test::fail_nth;
+using qal::test::FakeEntry;
 using qal::test::Fault;
-
-// An entry as a stream would deliver it; names may be longer than any file system's.
-struct FakeEntry {
-  FakeEntry(const std::string &name, unsigned char kind)
-      : words((sizeof(dirent) + name.size()) / sizeof(long) + 1) {
-    entry()->d_type = kind;
-    char *const room = reinterpret_cast<char *>(words.data()) + offsetof(dirent, d_name);
-    std::copy_n(name.c_str(), name.size() + 1, room);
-  }
-  dirent *entry() { return reinterpret_cast<dirent *>(words.data()); }
-
-  std::vector<long> words;
-};
 
 struct World {
   Fault callocs, reallocs, opendirs, readdirs, getcwds, stats;

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -23,6 +24,7 @@
 
 #include "internal/handles.hpp"
 #include "support/descriptors.hpp"
+#include "support/fake_entry.hpp"
 #include "support/fault.hpp"
 #include "support/scratch.hpp"
 #include "support/stream_model.hpp"
@@ -38,6 +40,7 @@ using qal::test::fail_all;
 using qal::test::fail_from;
 using qal::test::fail_nth;
 using qal::test::fail_times;
+using qal::test::FakeEntry;
 using qal::test::Fault;
 using qal::test::FlakySource;
 using qal::test::names_in;
@@ -53,6 +56,8 @@ Plan faults;
 std::vector<std::string> made_calls;  // of the functions that `faults` names, in their order
 
 bool all_opened_close_on_exec = true;
+
+std::deque<FakeEntry> more_entries;  // of the directory that is read next, behind its own
 
 std::function<void()> after_fstat;  // where there is something to do then
 
@@ -149,8 +154,9 @@ int __wrap_fstat(int file, struct stat *info) {
 int __wrap_fstatat(int parent, const char *path, struct stat *info, int flags) {
   const int result = __real_fstatat(parent, path, info, flags);
   const auto played = played_kinds.find(path);
-  if (played != played_kinds.end()) info->st_mode = played->second;
-  return result;
+  if (played == played_kinds.end()) return result;
+  info->st_mode = played->second;
+  return 0;
 }
 int __wrap_ftruncate(int file, off_t size) {
   return fails("ftruncate") ? -1 : __real_ftruncate(file, size);
@@ -164,7 +170,13 @@ int __wrap_unlinkat(int parent, const char *path, int flags) {
 }
 DIR *__wrap_fdopendir(int file) { return fails("fdopendir") ? nullptr : __real_fdopendir(file); }
 dirent *__wrap_readdir(DIR *directory) {
-  return fails("readdir") ? nullptr : __real_readdir(directory);
+  if (fails("readdir")) return nullptr;
+  dirent *const entry = __real_readdir(directory);
+  if (entry || more_entries.empty()) return entry;
+  static FakeEntry delivered{"", 0};
+  delivered = more_entries.front();
+  more_entries.pop_front();
+  return delivered.entry();
 }
 void *__wrap_realloc(void *block, size_t size) {
   return fails("realloc") ? nullptr : __real_realloc(block, size);
@@ -406,6 +418,18 @@ TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
       EXPECT_TRUE(exists(tree));
       EXPECT_EQ(open_descriptors(), before);
     }
+  }
+}
+
+// What is not passed over cannot be removed, as there is no such file.
+TEST_F(TreeFault, ANameOfMoreThan255BytesIsPassedOver) {
+  for (const std::size_t length : {std::size_t{256}, std::size_t{255}}) {
+    const std::string name(length, 'n');
+    more_entries.emplace_back(name, DT_REG);
+    played_kinds[name] = S_IFREG;
+    EXPECT_EQ(remove({}), length > 255 ? QAL_STATUS_OK : QAL_STATUS_FAILED);
+    EXPECT_TRUE(more_entries.empty());
+    scratch.directory("tree");
   }
 }
 

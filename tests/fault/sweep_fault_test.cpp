@@ -94,13 +94,13 @@ struct Stage {
   std::size_t read_at_most = SIZE_MAX;
   Fault open, read, fstat, stat, lstat;
   bool stat_tells_another_device = false;
-  bool lstat_fails = false;
   std::function<void(struct stat &directory)> on_directory;
   std::function<void(struct stat &link)> on_link;
   int reads = 0;
   std::size_t bytes_read = 0;
   // memory
-  int allocations_left = -1;       // below 0: any number
+  int allocations_left = -1;  // below 0: any number
+  bool mallocs_fail = false;
   std::vector<std::string> wiped;  // what each wipe found
 };
 
@@ -224,6 +224,7 @@ int __real_fstat(int descriptor, struct stat *info);
 int __real_stat(const char *path, struct stat *info);
 int __real_lstat(const char *path, struct stat *info);
 int __real_clock_gettime(clockid_t clock, timespec *now);
+void *__real_malloc(std::size_t size);
 void __real_free(void *block);
 int __real_qal_dir_list(const char *, char **, int *, char **, int *, char **, int);
 int __real_qal_is_pid_running(int pid);
@@ -328,6 +329,8 @@ int __wrap_qal_file_unlink(const char *path) {
   note("unlink");
   return __real_qal_file_unlink(path);
 }
+
+void *__wrap_malloc(std::size_t size) { return stage.mallocs_fail ? nullptr : __real_malloc(size); }
 
 void __wrap_free(void *block) {
   stage.listing_outputs.erase(block);
@@ -1131,6 +1134,26 @@ TEST_F(SweepMemory, OfCurlIsWipedBeforeItIsReleased) {
   EXPECT_EQ(std::string(shrunk, 4), "pass");
   curl_memory.release(shrunk);
   EXPECT_THAT(stage.wiped, ElementsAre(SizeIs(9), SizeIs(4000), "pass"));
+}
+
+TEST_F(SweepMemory, OfCurlThatIsRefusedLeavesABlockAsItIs) {
+  sweep_one();
+  ASSERT_TRUE(curl_memory.given);
+  char *const block = curl_memory.duplicate("password");
+  stage.wiped.clear();
+  stage.mallocs_fail = true;
+  void *const grown = curl_memory.resize(block, 4000);
+  void *const fresh = curl_memory.resize(nullptr, 10);
+  void *const zeroed = curl_memory.allocate_zeroed(3, 5);
+  char *const copy = curl_memory.duplicate("copied");
+  stage.mallocs_fail = false;
+  for (const void *refused : {static_cast<const void *>(grown), static_cast<const void *>(fresh),
+                              static_cast<const void *>(zeroed), static_cast<const void *>(copy)}) {
+    EXPECT_EQ(refused, nullptr);
+  }
+  EXPECT_THAT(stage.wiped, IsEmpty());
+  EXPECT_STREQ(block, "password");
+  curl_memory.release(block);
 }
 
 TEST_F(SweepMemory, OfCurlBehavesAsTheCLibrarys) {
