@@ -14,7 +14,7 @@ import sys
 
 from check_names import declared
 
-TARGETS = ("qal", "qal_platform", "kalmora", "kalmora-sweep")
+TARGETS = ("qal", "qal_internal", "qal_platform", "kalmora", "kalmora-sweep")
 
 
 def symbols(unit):

@@ -116,9 +116,7 @@ class Header:
 
     def constants(self):
         for member, _ in self.members("enum"):
-            values = [(f"Dv {value.findtext('name')}", described(value).lines())
-                      for value in member.findall("enumvalue")]
-            yield quoted("Constants"), described(member).lines() + tagged(values)
+            yield quoted("Constants"), described(member).lines() + constants_of(member)
 
     def types(self):
         named = {
@@ -220,15 +218,16 @@ def areas(headers):
     return tagged(items)
 
 
-def status_codes(compound):
+def constants_of(parent):
+    """The enumerators, each with its number."""
     return tagged([(f"Dv {value.findtext('name')} Pq {value.findtext('initializer').strip('= ')}",
-                    described(value).lines()) for value in compound.iter("enumvalue")])
+                    described(value).lines()) for value in parent.iter("enumvalue")])
 
 
 def overview(template, headers, compounds):
     parts = {
         "@CONVENTIONS@": Text(compounds["qal.h"].find("detaileddescription")).lines(),
-        "@STATUS@": status_codes(compounds["status.h"]),
+        "@STATUS@": constants_of(compounds["status.h"]),
         "@AREAS@": areas(headers),
     }
     for mark, lines in parts.items():
