@@ -251,7 +251,7 @@ def write_page():
         "",
         "Skipped, because the system refuses what they need: " + (", ".join(skipped) or "none") + ".",
         "",
-        f"The gate, `.ci/run`, in a clean clone on such a machine took {gate()}.",
+        f"The steps of the gate, `.ci/run`, took in a clean clone on such a machine {gate()}.",
         "")))
 
 
