@@ -11,9 +11,6 @@ std::uint64_t in_bytes = 0;
 std::uint64_t out_bytes = 0;
 int compression_level = Z_DEFAULT_COMPRESSION;
 
-constexpr int ask_level = 0;
-constexpr int set_level = 1;
-
 void report(std::uint64_t &counter, std::uint64_t *out, bool reset) {
   const std::uint64_t value = reset ? __atomic_exchange_n(&counter, 0, __ATOMIC_RELAXED)
                                     : __atomic_load_n(&counter, __ATOMIC_RELAXED);
@@ -34,8 +31,8 @@ std::size_t fread_zlib(void *data, std::size_t size, std::size_t count, std::FIL
 
 void zlib_compression_method(int *level, int mode) {
   if (!level) return;
-  if (mode == ask_level) *level = __atomic_load_n(&compression_level, __ATOMIC_RELAXED);
-  if (mode == set_level) __atomic_store_n(&compression_level, *level, __ATOMIC_RELAXED);
+  if (mode == KALMORA_LEVEL_GET) *level = __atomic_load_n(&compression_level, __ATOMIC_RELAXED);
+  if (mode == KALMORA_LEVEL_SET) __atomic_store_n(&compression_level, *level, __ATOMIC_RELAXED);
 }
 
 void zlib_io_stats(std::uint64_t *in, std::uint64_t *out, int reset) {

@@ -40,7 +40,6 @@ constexpr char vemo_version[] = "32";
 
 constexpr std::size_t path_size = 1024;
 constexpr int user_home_capacity = 1009;  // for expfnam
-constexpr int expfnam_too_long = -2;
 
 // Writes a directory, or leaves the text empty when it does not fit: a path without its end names
 // another directory.
@@ -113,7 +112,7 @@ bool resolve_user_home() {
   if (const char *const set = std::getenv("ZUL_USER_HOMEDIR")) {
     return compose(User_home_directory, {set});
   }
-  return expfnam("~", 1, User_home_directory, user_home_capacity) != expfnam_too_long;
+  return expfnam("~", 1, User_home_directory, user_home_capacity) != KALMORA_NAME_TOO_LONG;
 }
 
 // Deliberate: an empty home gives a directory that begins with "/". A home that did not fit gives

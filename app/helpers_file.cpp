@@ -31,21 +31,16 @@ using qal::internal::FreeMemory;
 using qal::internal::PasswordEntry;
 
 constexpr int not_possible = -1;
-constexpr int too_long = -2;         // expfnam
-constexpr int cannot_open = -2;      // remote_fileio
-constexpr int cannot_transfer = -3;  // remote_fileio
 
 constexpr std::size_t home_path_max = 1023;
 constexpr int line_count_path_size = 499;
 
-// The flags of remote_fileio.
-constexpr int mode_bits = 0xff;
-constexpr int keep_file_bit = 0x100;
+constexpr int mode_bits = 0xff;  // of the flags of remote_fileio
 
 int put_expanded(std::string_view home, std::string_view rest, std::span<char> room) {
-  if (room.empty()) return too_long;
+  if (room.empty()) return KALMORA_NAME_TOO_LONG;
   BoundedText path{room};
-  if (!path.append({home, rest})) return too_long;
+  if (!path.append({home, rest})) return KALMORA_NAME_TOO_LONG;
   std::replace(path.data(), path.data() + path.length(), '\\', '/');
   return static_cast<int>(path.length());
 }
@@ -53,9 +48,9 @@ int put_expanded(std::string_view home, std::string_view rest, std::span<char> r
 int expand_home(std::string_view name, std::span<char> room) {
   const std::size_t slash = std::min(name.find('/'), name.size());
   const PasswordEntry user{name.substr(1, slash - 1)};
-  if (!user) return not_possible;
+  if (!user) return KALMORA_NAME_UNKNOWN;
   const std::string_view rest = name.substr(slash);
-  if (user.home().size() + rest.size() > home_path_max) return too_long;
+  if (user.home().size() + rest.size() > home_path_max) return KALMORA_NAME_TOO_LONG;
   return put_expanded(user.home(), rest, room);
 }
 
@@ -195,8 +190,6 @@ bool read_entries(DIR *directory, int (*keep)(const dirent *), EntryList &entrie
   return errno == 0;
 }
 
-enum Mode { read_piece = 0, write_piece = 1, ask_size = 2 };
-
 struct Piece {
   int origin;
   std::int64_t offset;
@@ -210,16 +203,16 @@ struct Piece {
 };
 
 const char *open_mode(int mode, bool keep_file) {
-  if (mode != write_piece) return "rbe";
+  if (mode != KALMORA_FILE_WRITE) return "rbe";
   return keep_file ? "r+be" : "wbe";
 }
 
 bool transfer(int mode, const Piece &piece, std::FILE *file) {
-  if (mode == ask_size) return fseeko(file, 0, SEEK_END) == 0;
+  if (mode == KALMORA_FILE_SIZE) return fseeko(file, 0, SEEK_END) == 0;
   if (fseeko(file, static_cast<off_t>(piece.offset), piece.origin) != 0) return false;
   const auto wanted = static_cast<std::size_t>(piece.count);
   if (wanted == 0) return true;
-  if (mode == read_piece) return qal_fread(piece.buffer, 1, wanted, file) == wanted;
+  if (mode == KALMORA_FILE_READ) return qal_fread(piece.buffer, 1, wanted, file) == wanted;
   return std::fwrite(piece.buffer, 1, wanted, file) == wanted;
 }
 
@@ -236,7 +229,7 @@ int expfnam(const char *name, int length, char *out, int capacity) {
   std::span<char> room;
   if (out && capacity > 0) room = {out, static_cast<std::size_t>(capacity)};
   if (!room.empty()) room.front() = '\0';
-  if (!name || !*name) return not_possible;
+  if (!name || !*name) return KALMORA_NAME_UNKNOWN;
   const std::string_view text{name, strnlen(name, static_cast<std::size_t>(std::max(length, 0)))};
   return text.starts_with('~') ? expand_home(text, room) : put_expanded({}, text, room);
 }
@@ -288,14 +281,15 @@ int remote_fileio(const char *path, int flags, int origin, int64_t offset, int64
                   void *buffer, int64_t *position) {
   if (position) *position = 0;
   const int mode = flags & mode_bits;
-  const bool keep_file = (flags & keep_file_bit) != 0;
-  if (!path || mode > ask_size) return not_possible;
+  const bool keep_file = (flags & KALMORA_FILE_KEEP) != 0;
+  if (!path || mode > KALMORA_FILE_SIZE) return KALMORA_FILE_INVALID;
   const Piece piece{origin, offset, count, buffer};
-  if (mode != ask_size && !piece.is_sound()) return cannot_transfer;  // before it empties a file
+  if (mode != KALMORA_FILE_SIZE && !piece.is_sound())
+    return KALMORA_FILE_CANNOT_TRANSFER;  // before it empties a file
   File file = open_file(path, open_mode(mode, keep_file));
-  if (!file) return cannot_open;
+  if (!file) return KALMORA_FILE_CANNOT_OPEN;
   const std::int64_t reached = transfer_and_close(mode, piece, std::move(file));
-  if (reached < 0) return cannot_transfer;
+  if (reached < 0) return KALMORA_FILE_CANNOT_TRANSFER;
   if (position) *position = reached;
   return 0;
 }

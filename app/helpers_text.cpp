@@ -14,10 +14,6 @@ namespace {
 
 constexpr std::size_t part_name_max = 80;
 
-// Modes of change_rsh.
-constexpr int retrieve = 0;
-constexpr int store = 1;
-
 // The process's saved command, for one thread at a time.
 char shell_command[1024];
 
@@ -114,11 +110,12 @@ char *lower_case(const char *text) {
 }
 
 char *change_rsh(char *text, int mode) {
-  if (mode == store) {
+  if (mode == KALMORA_RSH_SET) {
     if (text) store_shell_command(text);
     return shell_command;
   }
-  if (mode == retrieve && text) std::memmove(text, shell_command, std::strlen(shell_command) + 1);
+  if (mode == KALMORA_RSH_GET && text)
+    std::memmove(text, shell_command, std::strlen(shell_command) + 1);
   return text;
 }
 

@@ -13,9 +13,6 @@
 
 namespace {
 
-constexpr int product_kalmora = 1;
-constexpr int component_of_the_tool = 1;
-
 // The tool prints nothing, so the messages of the libraries that libcurl uses go to the null device
 // (one of them reports on standard error, while it is loaded, that memory is short). The device
 // also takes the place of a standard stream that is closed: a record or a connection must not get
@@ -50,8 +47,8 @@ void sweep() {
 int main(int, char **argv) {
   harden_process();
   QalIdentity identity{argv[0] ? argv[0] : ""};
-  identity.setProduct(product_kalmora);
-  identity.setComponent(component_of_the_tool);
+  identity.setProduct(QAL_PRODUCT_KALMORA);
+  identity.setComponent(QAL_COMPONENT_CLIENT);
   QalIdentity::currentIdentity = &identity;
   if (qal_utils_init() != 0) return 1;
   query_env_vars("kalmora");

@@ -16,8 +16,6 @@ QalIdentity *QalIdentity::currentIdentity = nullptr;
 
 namespace {
 
-constexpr int to_lower_case = 1;  // mode of qal_changecase
-
 constexpr const char *undefined_name = "Undefined!";
 
 // Deliberate: product code 2 is not assigned.
@@ -108,7 +106,7 @@ const char *QalIdentity::getBaseProductName(bool lower) {
     qal_fatal("Undefined product! aborting!\n");
     std::abort();
   }
-  if (lower) qal_changecase(base_product_name_, to_lower_case);
+  if (lower) qal_changecase(base_product_name_, QAL_CASE_LOWER);
   return base_product_name_;
 }
 
@@ -119,7 +117,7 @@ const char *QalIdentity::getFlavorName(bool lower) {
   } else {
     qal_error("QalIdentity::getFlavorName: Flavor not handled: %d!\n", flavor_);
   }
-  if (lower) qal_changecase(flavor_name_, to_lower_case);
+  if (lower) qal_changecase(flavor_name_, QAL_CASE_LOWER);
   return flavor_name_;
 }
 
@@ -130,7 +128,7 @@ const char *QalIdentity::getProductName(bool lower) {
   } else {
     qal_strncpy(product_name_, base, text_size);
   }
-  if (lower) qal_changecase(product_name_, to_lower_case);
+  if (lower) qal_changecase(product_name_, QAL_CASE_LOWER);
   return product_name_;
 }
 

@@ -16,14 +16,6 @@ namespace {
 constexpr const char *source = "utils/libsrc/qal_hash";
 constexpr std::int32_t pooled_headers = 1;
 
-// Results of qal_hash_find.
-constexpr int found = 1;
-constexpr int not_found = 0;
-
-// Verdicts of a merge's callback.
-constexpr int take_source_data = 2;
-constexpr int remove_both = 0;
-
 std::size_t key_bytes(const QalHash &table) { return static_cast<std::size_t>(table.key_size); }
 
 std::size_t data_bytes(const QalHash &table) { return static_cast<std::size_t>(table.data_size); }
@@ -133,8 +125,8 @@ struct Merge {
     std::byte *const dst_data = data_of(dst, twin);
     std::byte *const src_data = data_of(src, record);
     const int verdict = callback(twin, dst_data, src_data, user);
-    if (verdict == take_source_data) copy_bytes(dst_data, src_data, data_bytes(dst));
-    if (verdict == remove_both) qal_hash_remove(&dst, slot, record, src_data);
+    if (verdict == QAL_HASH_REPLACE) copy_bytes(dst_data, src_data, data_bytes(dst));
+    if (verdict == QAL_HASH_REMOVE) qal_hash_remove(&dst, slot, record, src_data);
   }
 };
 
@@ -205,16 +197,17 @@ int qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data
 }
 
 int qal_hash_find(QalHash *table, int32_t slot, const void *key, void *data_out) {
-  if (!table || !has_slot(*table, slot) || is_missing(key, table->key_size)) return not_found;
+  if (!table || !has_slot(*table, slot) || is_missing(key, table->key_size))
+    return QAL_HASH_NOT_FOUND;
   QalList *const list = list_at(*table, slot);
   void *const record = find_record(*table, list, key);
-  if (!record) return not_found;
+  if (!record) return QAL_HASH_NOT_FOUND;
   if (table->remove_on_find) {
     take_record(*table, list, record, data_out);
   } else {
     copy_data(*table, record, data_out);
   }
-  return found;
+  return QAL_HASH_FOUND;
 }
 
 int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void *data_out) {

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr const char *source = "utils/libsrc/qal_hash";
-constexpr int not_found = 0;
 
 // The pair in ascending order, as the inner table stores it.
 struct Pair {
@@ -64,7 +63,7 @@ int qal_hash_pairs_add(QalHashPairs *pairs, int32_t a, int32_t b, const void *da
 }
 
 int qal_hash_pairs_find(QalHashPairs *pairs, int32_t a, int32_t b, void *data_out) {
-  if (!pairs) return not_found;
+  if (!pairs) return QAL_HASH_NOT_FOUND;
   const Pair key(a, b);
   return qal_hash_find(pairs->table, key.slot(*pairs), &key, data_out);
 }

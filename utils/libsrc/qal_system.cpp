@@ -144,9 +144,7 @@ int qal_sysinfo(int query, int *value) {
 }
 
 int qal_endian() {
-  constexpr int little_endian = 0;
-  constexpr int big_endian = 1;
-  return std::endian::native == std::endian::little ? little_endian : big_endian;
+  return std::endian::native == std::endian::little ? QAL_LITTLE_ENDIAN : QAL_BIG_ENDIAN;
 }
 
 int qal_username(char *dst, int size) {
@@ -177,9 +175,7 @@ int qal_getpid() { return getpid(); }
 
 int qal_is_pid_running(int pid) {
   // Deliberate: 1 means that the process is gone. The sweep of server records relies on this.
-  constexpr int gone = 1;
-  constexpr int exists = 0;
-  return kill(pid, 0) != 0 && errno == ESRCH ? gone : exists;
+  return kill(pid, 0) != 0 && errno == ESRCH ? QAL_PID_GONE : QAL_PID_EXISTS;
 }
 
 int qal_get_osx_ver(char *name, int *major, int *minor) {

@@ -18,7 +18,6 @@ constexpr const char *block_label = "qal tmem segment mptr";
 constexpr std::int64_t least_size = 100;
 constexpr std::int64_t large_size = 1'000'000;
 constexpr int ok = 0;
-constexpr int unknown_block = 1;
 
 // The functions below refer to a segment by the link that points to it: the head of the list, or
 // `next` of the segment before. A search that finds nothing returns the null link at the end.
@@ -116,7 +115,7 @@ void *qal_temp_mem_alloc(int64_t size) {
 
 int qal_temp_mem_release(void *ptr) {
   QalTempSegment **link = find_block(&Tmem_InUse, ptr);
-  if (!*link) return unknown_block;
+  if (!*link) return QAL_TEMP_MEM_NOT_FOUND;
   QalTempSegment *segment = unlink_segment(link);
   insert_segment(find_size(&Tmem_Avail, segment->size), segment);
   return ok;
@@ -138,7 +137,7 @@ void *qal_temp_mem_resize(void *ptr, int64_t size) {
 int qal_temp_mem_free(void *ptr) {
   qal_temp_mem_release(ptr);
   QalTempSegment **link = find_block(&Tmem_Avail, ptr);
-  if (!*link) return unknown_block;
+  if (!*link) return QAL_TEMP_MEM_NOT_FOUND;
   free_segment(unlink_segment(link));
   return ok;
 }

@@ -20,7 +20,6 @@ namespace platform = qal::internal::platform;
 
 enum CaseChange { to_upper = 0, to_lower = 1, to_ascii = 2 };  // modes of qal_changecase
 enum PrintResult { printed_whole = 0, not_printed_whole = 1 };
-constexpr int first_only = 0x1;  // flag of qal_strrepl
 
 // Called through volatile pointers: the optimiser assumes that toupper and tolower map ASCII to
 // ASCII, and removes comparisons for that reason. Turkish locales map it elsewhere.
@@ -194,7 +193,7 @@ int qal_strrepl(char *string, const char *find, const char *replacement, int fla
   if (find == nullptr || *find == '\0') return 0;
   const Replacing job{.find = find,
                       .replacement = replacement != nullptr ? replacement : "",
-                      .limit = (flags & first_only) != 0 ? 1 : SIZE_MAX};
+                      .limit = (flags & QAL_REPLACE_FIRST) != 0 ? 1 : SIZE_MAX};
   std::string_view unread{string};
   if (job.grows()) unread = moved_to_grown_end(unread, string, job);
   return static_cast<int>(rewrite(string, unread, job));

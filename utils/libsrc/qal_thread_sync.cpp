@@ -16,8 +16,6 @@ using qal::internal::status_with_breakpoint;
 
 constexpr int ok = 0;
 constexpr int failed = -1;
-constexpr int busy = 1;
-constexpr int timed_out = 99;
 constexpr std::size_t stack_size_bytes = std::size_t{2} * 1024 * 1024;
 constexpr std::int32_t nanoseconds_per_second = 1'000'000'000;
 constexpr std::int32_t nanoseconds_per_microsecond = 1000;
@@ -101,7 +99,7 @@ int qal_thread_mutex_lock(QalThreadMutex *m) {
 int qal_thread_mutex_trylock(QalThreadMutex *m) {
   if (!m) return failed;
   const int status = pthread_mutex_trylock(m);
-  return status == EBUSY ? busy : status_with_breakpoint(status);
+  return status == EBUSY ? QAL_THREAD_BUSY : status_with_breakpoint(status);
 }
 
 int qal_thread_mutex_unlock(QalThreadMutex *m) {
@@ -132,5 +130,5 @@ int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float seconds
   if (!c || !m) return failed;
   const timespec deadline = deadline_after(seconds);
   const int status = pthread_cond_timedwait(c, m, &deadline);
-  return status == ETIMEDOUT ? timed_out : status_with_breakpoint(status);
+  return status == ETIMEDOUT ? QAL_THREAD_TIMED_OUT : status_with_breakpoint(status);
 }

@@ -14,7 +14,6 @@ namespace {
 using qal::internal::Lock;
 using qal::internal::Mutex;
 
-constexpr int not_found = 4;
 constexpr std::uint32_t keep_on_find = 0;
 constexpr std::int32_t slot_count = 1000;
 constexpr std::int32_t records_per_chunk = 1000;
@@ -88,7 +87,7 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
   {
     const Lock lock(mutex);
     const Record *const record = uidhash ? record_in(list_of(key), key) : nullptr;
-    if (!record) return not_found;
+    if (!record) return QAL_STATUS_NO_ID;
     values = record->values;
   }
   if (first_out) *first_out = values.first;

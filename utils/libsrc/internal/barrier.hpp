@@ -12,7 +12,6 @@ namespace qal::internal {
 
 constexpr int barrier_failed = -1;
 constexpr int barrier_waited = 0;
-constexpr int barrier_last = 1;
 constexpr std::uint32_t barrier_valid = 0xABCD;
 
 // What waiters watch is stored under the barrier's mutex alone. Waiters that are awake load it
@@ -57,7 +56,7 @@ int release_all(QalThreadBarrier &barrier, const EndCycle &end_cycle) {
   end_cycle();
   const int status = pthread_cond_broadcast(&barrier.condition);
   pthread_mutex_unlock(&barrier.mutex);
-  return status == 0 ? barrier_last : barrier_failed;
+  return status == 0 ? QAL_THREAD_BARRIER_LAST : barrier_failed;
 }
 
 // One arrival. Waiters watch the number `watched`. The last arrival calls `end_cycle` under the

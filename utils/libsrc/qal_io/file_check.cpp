@@ -17,13 +17,8 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::retry_interrupted;
 
-constexpr unsigned refuse_directory = 0x100;
-constexpr unsigned refuse_irregular = 0x200;
 constexpr unsigned option_bits = 0xff00;
 constexpr int report_finding = 1;  // value of `verbose`
-
-constexpr int end_of_file = -1;
-constexpr int line_too_long = -2;
 
 struct Verdict {
   bool usable;
@@ -38,10 +33,11 @@ uint32_t file_type(const QalStat &record) { return record.mode & type_mask; }
 
 const char *wrong_kind(const char *path, unsigned mode) {
   QalStat record;
-  if (!(mode & (refuse_directory | refuse_irregular))) return nullptr;
+  if (!(mode & (QAL_CHECK_NOT_DIRECTORY | QAL_CHECK_REGULAR))) return nullptr;
   if (qal_stat(path, &record) != 0) return nullptr;
-  if ((mode & refuse_directory) && file_type(record) == type_directory) return "is a directory.";
-  if ((mode & refuse_irregular) && file_type(record) != type_regular)
+  if ((mode & QAL_CHECK_NOT_DIRECTORY) && file_type(record) == type_directory)
+    return "is a directory.";
+  if ((mode & QAL_CHECK_REGULAR) && file_type(record) != type_regular)
     return "is not a regular file.";
   return nullptr;
 }
@@ -102,13 +98,13 @@ int qal_io_chkfil(const char *path, unsigned mode, int verbose) {
 }
 
 int qal_io_get_aline(FILE *stream, int max_chars, char *buf) {
-  if (!stream || !buf) return end_of_file;
+  if (!stream || !buf) return QAL_LINE_END_OF_FILE;
   if (max_chars > 0) buf[0] = '\0';
   for (int length = 0;; ++length) {
     const int character = next_character(stream);
-    if (character == EOF && length == 0) return end_of_file;
+    if (character == EOF && length == 0) return QAL_LINE_END_OF_FILE;
     if (character == EOF || character == '\n') return max_chars < 0 ? 0 : end_line(buf, length);
-    if (length >= max_chars) return line_too_long;
+    if (length >= max_chars) return QAL_LINE_TOO_LONG;
     buf[length] = static_cast<char>(character);
   }
 }

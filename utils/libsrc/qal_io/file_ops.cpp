@@ -24,8 +24,6 @@ using qal::internal::is_same_file;
 using qal::internal::retry_interrupted;
 namespace platform = qal::internal::platform;
 
-constexpr unsigned copy_keeps_existing = 0x1;
-constexpr unsigned rename_copies = 0x10000;
 constexpr std::size_t block_size = 16384;
 
 enum class Durability { cached, on_disk };
@@ -91,7 +89,8 @@ bool name_reached_disk(const char *path) {
 int copy_file(const char *src, const char *dst, unsigned flags, Durability durability) {
   const Descriptor from = open_source(src);
   if (!from) return QAL_STATUS_NO_SOURCE;
-  if ((flags & copy_keeps_existing) && qal::internal::can_be_opened(dst)) return QAL_STATUS_EXISTS;
+  if ((flags & QAL_COPY_KEEP_EXISTING) && qal::internal::can_be_opened(dst))
+    return QAL_STATUS_EXISTS;
   struct stat source;
   if (fstat(from.get(), &source) != 0 || S_ISDIR(source.st_mode)) return QAL_STATUS_FAILED;
   Descriptor to = open_destination(dst, source);
@@ -111,9 +110,9 @@ int qal_file_copy(const char *src, const char *dst, unsigned flags) {
 int qal_file_unlink(const char *path) { return status_of(unlink(text_of(path))); }
 
 int qal_file_rename(const char *from, const char *to, unsigned flags) {
-  if (!(flags & rename_copies)) return status_of(std::rename(text_of(from), text_of(to)));
+  if (!(flags & QAL_RENAME_BY_COPY)) return status_of(std::rename(text_of(from), text_of(to)));
   const int copied =
-      copy_file(text_of(from), text_of(to), copy_keeps_existing, Durability::on_disk);
+      copy_file(text_of(from), text_of(to), QAL_COPY_KEEP_EXISTING, Durability::on_disk);
   if (copied != QAL_STATUS_OK) return copied;
   return name_reached_disk(text_of(to)) ? qal_file_unlink(from) : QAL_STATUS_FAILED;
 }

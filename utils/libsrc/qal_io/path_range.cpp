@@ -28,7 +28,6 @@ using qal::internal::FreeMemory;
 using qal::internal::path_room;
 
 constexpr std::size_t widest_field = 9;
-constexpr std::int32_t unknown = -1;
 
 // The number that `text` stands for; it has at most nine digits.
 std::optional<std::int32_t> parse_digits(std::string_view text) {
@@ -194,8 +193,8 @@ std::optional<std::int32_t> find_first(NumberedPath &path) {
 std::int32_t find_last(NumberedPath &path, std::int32_t first, std::int32_t limit) {
   // Deliberate: with every number present a search without a limit returns 10^width, which has no
   // file.
-  const std::int32_t last_probe = limit == unknown ? path.end() - 1 : limit;
-  const std::int32_t reached = limit == unknown ? path.end() : limit;
+  const std::int32_t last_probe = limit == QAL_RANGE_OPEN ? path.end() - 1 : limit;
+  const std::int32_t reached = limit == QAL_RANGE_OPEN ? path.end() : limit;
   for (std::int32_t number = first;; ++number) {
     if (!path.exists(number)) return number - 1;
     if (number >= last_probe) return reached;
@@ -209,7 +208,7 @@ int qal_valid_pathname_range(const char *template_path, std::int32_t *first, std
   if (*first == INT32_MIN) return QAL_STATUS_INVALID;  // there is no number before it to return
   auto path = NumberedPath::parse(template_path);
   if (!path) return QAL_STATUS_INVALID;
-  const auto start = *first == unknown ? find_first(*path) : *first;
+  const auto start = *first == QAL_RANGE_OPEN ? find_first(*path) : *first;
   if (!start) return QAL_STATUS_INVALID;
   *first = *start;
   *last = find_last(*path, *start, *last);
