@@ -77,15 +77,16 @@ endif()
 # build's time, and only those that compare with a model exhaustively gain by the first.
 add_library(qal_test_flags INTERFACE)
 target_link_libraries(qal_test_flags INTERFACE qal_common_flags)
-# Programs and the library that they share are compiled alike, as they take the same headers precompiled.
-# The linker takes calls from shared libraries for wrapped ones too and wants to export the wrap.
+# Precompiled headers serve only what is compiled alike: programs as position-independent as the library
+# that they share. Visible, because the linker takes calls from shared libraries for wrapped ones too and
+# wants to export the wrap.
 target_compile_options(qal_test_flags INTERFACE -O0 -g1 -fPIC -fvisibility=default)
 if(QAL_SANITIZE MATCHES undefined)
   # It is the product that must not rest on undefined behaviour; this saves a third of the time.
   target_compile_options(qal_test_flags INTERFACE -fno-sanitize=undefined)
 endif()
 if(QAL_SANITIZE MATCHES fuzzer-no-link)
-  # And it is the product whose ways the fuzz targets look for.
+  # The fuzzers are to be guided by the product's branches alone.
   target_compile_options(qal_test_flags INTERFACE -fno-sanitize=fuzzer-no-link)
 endif()
 if(QAL_SANITIZE MATCHES address AND CMAKE_CXX_COMPILER_ID MATCHES Clang)

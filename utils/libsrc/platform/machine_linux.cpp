@@ -113,7 +113,7 @@ bool collect_keys(DIR *processors, Unit unit, KeySet &keys) {
 }
 
 bool count_units(Unit unit, int &count) {
-  const Directory processors{opendir("/sys/devices/system/cpu")};
+  const Directory processors = open_directory("/sys/devices/system/cpu");
   KeySet keys;
   if (!processors || !collect_keys(processors.get(), unit, keys)) return false;
   const int distinct = keys.count_distinct();
