@@ -23,30 +23,36 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/commands.hpp"
 #include "support/descriptors.hpp"
+#include "support/listing.hpp"
 #include "support/scratch.hpp"
+#include "support/zlib_blocks.hpp"
 
 namespace {
 
 using qal::internal::File;
-using qal::internal::OwnedText;
 using qal::test::exists;
+using qal::test::exit_code;
 using qal::test::in_child;
+using qal::test::Listing;
 using qal::test::names_in;
+using qal::test::noise;
 using qal::test::open_descriptors;
+using qal::test::Read;
 using qal::test::read_file;
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
+using qal::test::Write;
 
 // Whether copy_file_range works.
 bool kernel_copies = false;
 
 constexpr int mount_refused = 77;  // exit status of a child
 
-// EINVAL and ENOSYS come from kernels without namespaces, ENOSPC from those that allow none.
-bool is_refusal(int error) {
-  return error == EPERM || error == EACCES || error == ENOSPC || error == EINVAL || error == ENOSYS;
-}
+enum class Mount { done, refused, failed };
+
+Mount refused_if(bool refused) { return refused ? Mount::refused : Mount::failed; }
 
 bool write_all(const char *file, const std::string &text) {
   std::ofstream out(file);
@@ -68,21 +74,18 @@ bool may_mount() {
   return become_own_root() && unshare(CLONE_NEWNS) == 0;
 }
 
-// A file system of 64 KiB and of a few files, seen by this process alone.
-bool mount_small_disk(const std::string &directory) {
-  return may_mount() && mount("none", "/", "", MS_REC | MS_PRIVATE, "") == 0 &&
-         mount("none", directory.c_str(), "tmpfs", 0, "size=64k,nr_inodes=8") == 0;
-}
-
-// Numbers that do not compress well.
-std::string varied_bytes(std::size_t size) {
-  std::string bytes;
-  unsigned state = 1;
-  while (bytes.size() < size) {
-    state = state * 1664525U + 1013904223U;
-    bytes += static_cast<char>(state >> 24);
+// A file system of 64 KiB and of a few files, seen by this process alone. EINVAL and ENOSYS come
+// from kernels without namespaces, ENOSPC from those that allow none.
+Mount mount_small_disk(const std::string &directory) {
+  if (!may_mount()) {
+    return refused_if(errno == EPERM || errno == EACCES || errno == ENOSPC || errno == EINVAL ||
+                      errno == ENOSYS);
   }
-  return bytes;
+  if (mount("none", "/", "", MS_REC | MS_PRIVATE, "") == 0 &&
+      mount("none", directory.c_str(), "tmpfs", 0, "size=64k,nr_inodes=8") == 0) {
+    return Mount::done;
+  }
+  return refused_if(errno == EPERM || errno == EACCES);
 }
 
 }  // namespace
@@ -107,9 +110,10 @@ class Limits : public testing::Test {
   static void on_small_disk(const std::string &disk, const std::function<void()> &body) {
     const auto child = run_in_child([&] {
       alarm(60);
-      if (mount_small_disk(disk)) return body();
-      if (is_refusal(errno)) _exit(mount_refused);
-      FAIL() << "no small disk: error " << errno;
+      const Mount result = mount_small_disk(disk);
+      if (result == Mount::refused) _exit(mount_refused);
+      ASSERT_EQ(result, Mount::done) << errno;
+      body();
     });
     if (child.exited_with(mount_refused)) {
       GTEST_SKIP() << "the kernel lets neither root nor a namespace of the user's own mount a disk";
@@ -118,7 +122,7 @@ class Limits : public testing::Test {
   }
 
   const ScratchDir scratch;
-  const std::string content = varied_bytes(100'000);
+  const std::string content = noise(100'000);
   const std::string source = scratch.file("source", content);
   const std::string disk = scratch.directory("disk");
 };
@@ -146,9 +150,6 @@ void expect_no_room_for_a_piece(std::string content, const std::string &to) {
   EXPECT_EQ(position, 0);
   unlink(to.c_str());
 }
-
-using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
-using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
 
 // The writer returns the size even so. The stream reports the error, and the reader returns 0.
 void expect_no_room_for_a_block(Write write, Read read, const std::string &content,
@@ -313,26 +314,16 @@ TEST_F(FewDescriptors, ThanAPipeNeedsStartNothing) {
     File stream{qal_pipe_popen_id(command.c_str(), "r", &pid)};
     EXPECT_TRUE(stream);
     stream.reset();
-    EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+    EXPECT_EQ(exit_code(pid), 0);
   });
-}
-
-int list(const std::string &pattern) {
-  char *path = nullptr;
-  char *directories = nullptr;
-  char *files = nullptr;
-  int counts[2] = {};
-  const int status =
-      qal_dir_list(pattern.c_str(), &path, &counts[0], &directories, &counts[1], &files, 0);
-  const OwnedText owned[] = {OwnedText{path}, OwnedText{directories}, OwnedText{files}};
-  return status;
+  EXPECT_TRUE(exists(started));
 }
 
 TEST_F(FewDescriptors, ThanAListingNeedsListNothing) {
   const auto pattern = scratch / "*";
   const auto numbered = scratch / "#";
   with_descriptors(0, [&] {
-    EXPECT_EQ(list(pattern), QAL_STATUS_NOT_FOUND);
+    EXPECT_EQ(Listing{pattern}.status, QAL_STATUS_NOT_FOUND);
     dirent **entries = nullptr;
     EXPECT_EQ(our_scandir(scratch.path().c_str(), &entries, nullptr, nullptr), -1);
     EXPECT_EQ(entries, nullptr);
@@ -340,7 +331,7 @@ TEST_F(FewDescriptors, ThanAListingNeedsListNothing) {
     int32_t last = -1;
     EXPECT_EQ(qal_valid_pathname_range(numbered.c_str(), &first, &last), QAL_STATUS_INVALID);
   });
-  with_descriptors(1, [&] { EXPECT_EQ(list(pattern), QAL_STATUS_OK); });
+  with_descriptors(1, [&] { EXPECT_EQ(Listing{pattern}.status, QAL_STATUS_OK); });
 }
 
 TEST_F(FewDescriptors, ThanARemovalNeedsKeepTheRest) {

@@ -13,15 +13,16 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "internal/handles.hpp"
 #include "record.hpp"
+#include "support/commands.hpp"
 #include "support/scratch.hpp"
 #include "support/stream_model.hpp"
+#include "support/zlib_blocks.hpp"
 
 namespace {
 
@@ -189,8 +190,8 @@ TEST(ShortStreams, GiveWholeItems) {
   EXPECT_STREQ(items, "abcdefghijkl");
 }
 
-using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
-using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
+using qal::test::Read;
+using qal::test::Write;
 
 void expect_whole_block(Write write, Read read) {
   const std::string data = varied_text(100'000);
@@ -231,7 +232,7 @@ TEST(ShortPipes, GiveWholeOutput) {
   EXPECT_EQ(qal_pipe_fread(text, 1, 5, stream.get()), 5U);
   EXPECT_STREQ(text, "abcd\n");
   stream.reset();
-  EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+  EXPECT_EQ(qal::test::exit_code(pid), 0);
 }
 
 }  // namespace
