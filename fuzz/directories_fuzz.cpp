@@ -17,7 +17,6 @@
 #include <cstring>
 #include <functional>
 #include <initializer_list>
-#include <map>
 #include <optional>
 #include <span>
 #include <string>

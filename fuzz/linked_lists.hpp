@@ -2,7 +2,6 @@
 // are in none. `Kind` is one of support/list_kinds.hpp.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <map>

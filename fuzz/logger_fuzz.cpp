@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <qal/identity.hpp>
 
-#include <algorithm>
 #include <cctype>
 #include <cstdarg>
 #include <cstddef>

@@ -21,7 +21,6 @@ using qal::fuzz::pause;
 using qal::fuzz::require;
 using qal::fuzz::team_of;
 using qal::fuzz::Watchdog;
-using qal::test::Team;
 
 constexpr int most_threads = 4;
 constexpr int most_elements = 3;

@@ -132,8 +132,8 @@ using qal::test::noise;
 using qal::test::read_file;
 using qal::test::ScratchDir;
 
-using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
-using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
+using qal::test::Read;
+using qal::test::Write;
 
 constexpr Write writers[]{qal_fwrite_zlib, fwrite_zlib};
 constexpr Read readers[]{qal_fread_zlib, fread_zlib};

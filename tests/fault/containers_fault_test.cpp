@@ -12,8 +12,6 @@
 #include <qal/uid.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>

@@ -20,8 +20,10 @@
 #include "fault/short_memory.hpp"
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/commands.hpp"
 #include "support/descriptors.hpp"
 #include "support/scratch.hpp"
+#include "support/zlib_blocks.hpp"
 
 namespace {
 
@@ -218,8 +220,6 @@ void remove_tree(const ScratchDir &scratch) {
   EXPECT_EQ(exists(tree), failed());
 }
 
-void wait_for(int pid) { EXPECT_EQ(waitpid(pid, nullptr, 0), pid); }
-
 void run_commands(const ScratchDir &) {
   int pid = -1;
   char line[16] = "";
@@ -230,7 +230,7 @@ void run_commands(const ScratchDir &) {
   }
   named.reset();
   EXPECT_GT(pid, 0);
-  wait_for(pid);
+  EXPECT_NE(qal::test::wait_for(pid), -1);
 
   std::FILE *const unnamed = call(qal_pipe_popen, "cat > /dev/null", "w");
   EXPECT_TRUE(unnamed || failed());
@@ -396,8 +396,8 @@ void run_threads(const ScratchDir &) {
   forget_blocks();  // the platform keeps a stack for the next thread
 }
 
-using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
-using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
+using qal::test::Read;
+using qal::test::Write;
 
 void keep_blocks(const ScratchDir &scratch) {
   const std::string data(50'000, 'd');

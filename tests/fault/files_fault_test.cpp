@@ -13,13 +13,13 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "internal/handles.hpp"
@@ -394,11 +394,12 @@ TEST(CheckFault, AnInterruptedCreationIsMadeAgain) {
 
 class TreeFault : public testing::Test {
  protected:
-  TreeFault() {
+  TreeFault() { plant(); }
+  ~TreeFault() override { played_kinds.clear(); }
+  void plant() const {
     scratch.directory("tree/d/e");
     for (const char *name : {"tree/a", "tree/b", "tree/d/c", "tree/d/e/f"}) scratch.file(name);
   }
-  ~TreeFault() override { played_kinds.clear(); }
   int remove(Plan armed) const {
     const Faults guard(std::move(armed));
     return qal_file_rmdir(tree.c_str(), 1);
@@ -412,8 +413,7 @@ TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
   const auto before = open_descriptors();
   for (const char *call : {"openat", "fdopendir", "readdir", "unlinkat", "rmdirat", "realloc"}) {
     for (int nth = 1; nth <= 3; ++nth) {
-      scratch.directory("tree/d/e");
-      for (const char *name : {"tree/a", "tree/d/c", "tree/d/e/f"}) scratch.file(name);
+      plant();
       EXPECT_EQ(remove({{call, fail_nth(nth, EIO)}}), QAL_STATUS_FAILED) << call << nth;
       EXPECT_TRUE(exists(tree));
       EXPECT_EQ(open_descriptors(), before);

@@ -12,12 +12,12 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "internal/password.hpp"
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 #include "support/fault.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
@@ -29,6 +29,7 @@ using qal::test::fail_from;
 using qal::test::fail_times;
 using qal::test::Fault;
 using qal::test::in_unprivileged_child;
+using qal::test::open_descriptors;
 
 // What the replaced calls do; a test sets it before it calls the library.
 struct Faults {
@@ -338,14 +339,11 @@ TEST_F(PathRangeFault, OpensNothingInADirectoryThatMayNotBeSearched) {
 TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {
   const ScratchDir scratch;
   for (const char *name : {"f1", "f2"}) scratch.file(name);
-  const int lowest_free = dup(STDOUT_FILENO);
-  close(lowest_free);
+  const auto before = open_descriptors();
   find_range(scratch / "f#");
   faults.readdir = fail_from(2, EIO);
   find_range(scratch / "f#");
-  const int still_lowest = dup(STDOUT_FILENO);
-  close(still_lowest);
-  EXPECT_EQ(lowest_free, still_lowest);
+  EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(PathRangeFault, ProbesWhenTheDirectoryCannotBeOpened) {

@@ -46,7 +46,6 @@ using qal::internal::Descriptor;
 using qal::internal::File;
 using qal::internal::OwnedText;
 using qal::test::exists;
-using qal::test::read_file;
 using qal::test::ScratchDir;
 using qal::test::write_file;
 

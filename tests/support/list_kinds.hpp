@@ -17,15 +17,9 @@
 #include <utility>
 
 #include "support/merge_model.hpp"
+#include "support/pool_model.hpp"
 
 namespace qal::test {
-
-inline std::uint32_t in_use(QalMpool *pool) {
-  std::uint32_t total = 0;
-  std::uint32_t free = 0;
-  qal_mpool_status(pool, &total, &free);
-  return total - free;
-}
 
 // Lists with inline payloads.
 class InlineLists {

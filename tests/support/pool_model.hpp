@@ -18,6 +18,13 @@ inline void become_index(std::intptr_t index) {
   qal_thread_start_void(reinterpret_cast<void *>(index));
 }
 
+inline std::uint32_t in_use(QalMpool *pool) {
+  std::uint32_t total = 0;
+  std::uint32_t free = 0;
+  qal_mpool_status(pool, &total, &free);
+  return total - free;
+}
+
 inline bool is_locked(QalMpool *pool) {
   const int status = qal_thread_mutex_trylock(&pool->lock);
   if (status == 0) qal_thread_mutex_unlock(&pool->lock);

@@ -1,4 +1,5 @@
-// Compressed blocks put together by hand, and both pairs of functions that write and read them.
+// Compressed blocks put together by hand, and what the functions that write and read them look
+// like.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -6,10 +7,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
 namespace qal::test {
+
+using Write = std::size_t (*)(const void *, std::size_t, std::size_t, std::FILE *);
+using Read = std::size_t (*)(void *, std::size_t, std::size_t, std::FILE *);
 
 constexpr std::size_t four_gib = std::size_t{1} << 32;
 

@@ -22,12 +22,14 @@
 #include "support/child.hpp"
 #include "support/guarded_room.hpp"
 #include "support/log_capture.hpp"
+#include "support/pool_model.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
 using qal::test::GuardedRoom;
 using qal::test::in_child;
+using qal::test::in_use;
 using qal::test::LogCapture;
 using qal::test::repetitions;
 using qal::test::run_together;
@@ -63,13 +65,6 @@ Records records_in(const Table &table, int32_t slot) {
     records.push_back(record_at(*table, at));
   }
   return records;
-}
-
-uint32_t in_use(QalMpool *pool) {
-  uint32_t total = 0;
-  uint32_t free = 0;
-  qal_mpool_status(pool, &total, &free);
-  return total - free;
 }
 
 int add(const Table &table, int32_t slot, const char *key, const char *data) {
