@@ -11,7 +11,8 @@ An entry holds
   headers   the public headers, below include/
   sources   the files that are compiled into the product
   critical  those of them, or headers beside them, of which every branch is to be tested
-  tests     the test programs: NAME stands for NAME_test.cpp in a folder of tests/
+  tests     the test programs that show it, those of other areas too: NAME stands for NAME_test.cpp in a
+            folder of tests/
   threads   which of their cases start threads, as a filter of GoogleTest; TARGET.corpus is the replay
             of a fuzz target
   formats   the test programs that show how texts are formatted

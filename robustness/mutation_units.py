@@ -1,8 +1,10 @@
 """Which test programs answer for which unit: "area" is tests/area_test, "area.corpus" the replay of a fuzz
-corpus. A source has those of its area, a header those of all that include it, as the release was built.
+corpus. A source has those of its area, what others include those of their areas too, as the release was
+built.
 """
 import collections
 import functools
+import pathlib
 import subprocess
 
 import figures
@@ -37,12 +39,17 @@ def included_by():
     return found
 
 
+def tests_of(unit):
+    """Those of its area first, then those of the areas that include it or its header."""
+    header = str(pathlib.Path(unit).with_suffix(".hpp"))
+    sources = [unit, *included_by().get(header, ())]
+    return list(dict.fromkeys(test for source in sources for test in areas.tests_of(source)))
+
+
 @functools.cache
 def units():
-    """The test programs of each unit, those first that its area names first."""
-    headers = {header: list(dict.fromkeys(test for source in sources for test in areas.tests_of(source)))
-               for header, sources in included_by().items()}
-    return {source: areas.tests_of(source) for source in files_of()} | headers
+    """The test programs of each unit."""
+    return {unit: tests_of(unit) for unit in (*files_of(), *included_by())}
 
 
 def critical():
