@@ -25,24 +25,11 @@ namespace {
 using qal::internal::PasswordEntry;
 namespace platform = qal::internal::platform;
 
-enum Query {
-  page_size = 0,
-  physical_memory = 1,
-  processors = 5,
-  thread_limit = 6,
-  resident_memory = 7,
-  packages = 8,
-  physical_cores = 9,
-  logical_processors = 10
-};
-
-enum Result { platform_failure = -1, not_supported = 0, stored = 1 };
-
 // Everywhere the message names the call that has these figures on macOS.
-Result stored_or_reported(bool success) {
-  if (success) return stored;
+int stored_or_reported(bool success) {
+  if (success) return QAL_SYSINFO_ANSWERED;
   std::perror("sysctl");
-  return platform_failure;
+  return QAL_SYSINFO_FAILED;
 }
 
 int in_kib(std::uint64_t bytes) {
@@ -119,27 +106,27 @@ bool parse_version(const char *output, int &major, int &minor) {
 
 int qal_sysinfo(int query, int *value) {
   switch (query) {
-    case page_size:
+    case QAL_SYSINFO_PAGE_BYTES:
       *value = platform::page_size_bytes();
-      return stored;
-    case physical_memory:
+      return QAL_SYSINFO_ANSWERED;
+    case QAL_SYSINFO_MEMORY:
       return stored_or_reported(physical_memory_kib(*value));
-    case processors:
+    case QAL_SYSINFO_PROCESSORS:
       return stored_or_reported(platform::processor_count(*value));
-    case thread_limit:
+    case QAL_SYSINFO_THREAD_LIMIT:
       *value = platform::thread_limit();
-      return stored;
-    case resident_memory:
+      return QAL_SYSINFO_ANSWERED;
+    case QAL_SYSINFO_RESIDENT_MEMORY:
       *value = resident_kib();
-      return stored;
-    case packages:
+      return QAL_SYSINFO_ANSWERED;
+    case QAL_SYSINFO_PACKAGES:
       return stored_or_reported(count_packages(*value));
-    case physical_cores:
+    case QAL_SYSINFO_PHYSICAL_CORES:
       return stored_or_reported(count_cores(*value));
-    case logical_processors:
+    case QAL_SYSINFO_LOGICAL_PROCESSORS:
       return stored_or_reported(count_logical(*value));
     default:
-      return not_supported;
+      return QAL_SYSINFO_NOT_SUPPORTED;
   }
 }
 

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr int utf8_code_page = 65001;
-
 bool is_continuation(unsigned char byte) { return (byte & 0xC0U) == 0x80; }
 
 // How many continuation bytes a lead byte announces; 0 for a byte that is none.
@@ -87,4 +85,4 @@ int qal_string_native_to_utf8_inplace() { return 0; }
 
 int qal_string_utf8_to_native_inplace() { return 0; }
 
-int qal_get_current_code_page() { return utf8_code_page; }
+int qal_get_current_code_page() { return QAL_CODE_PAGE_UTF8; }
