@@ -11,6 +11,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "confinement.hpp"
+
 namespace {
 
 // The tool prints nothing, so the messages of the libraries that libcurl uses go to the null device
@@ -36,10 +38,18 @@ void harden_process() {
   forbid_core_dump();
 }
 
-void sweep() {
+qal::internal::Directories directories_to_sweep() {
   // Empty only when it did not fit; as a directory the empty text would mean "/".
-  if (*User_resource_directory) process_directory(User_resource_directory);
-  if (const char *const temporary = std::getenv("TMPDIR")) process_directory(temporary);
+  const bool has_resources = *User_resource_directory != '\0';
+  return {has_resources ? User_resource_directory : nullptr, std::getenv("TMPDIR")};
+}
+
+void sweep() {
+  const auto directories = directories_to_sweep();
+  qal::internal::confine_to(directories);
+  for (const char *const directory : directories) {
+    if (directory) process_directory(directory);
+  }
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <span>
 
 namespace qal::internal::platform {
 
@@ -51,6 +52,12 @@ void copy_in_kernel(int from, int to);
 
 // Overwrites a secret, even where the optimiser would leave that out.
 void clear_secret(void *secret, std::size_t size);
+
+// Gives up for good, for this thread and those that it starts, what the system lets it give up of:
+// new privileges, and writing, creating, renaming and deleting, except for deleting files below the
+// directories. A directory that is not there is left out. False when nothing but new privileges was
+// given up, because the system cannot do it or a call failed.
+bool keep_only_deleting_in(std::span<const char *const> directories);
 
 // The name under which the dynamic loader finds libcurl.
 const char *curl_library_name();

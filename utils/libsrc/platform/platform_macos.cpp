@@ -39,6 +39,9 @@ void copy_in_kernel(int /*from*/, int /*to*/) {}
 
 void clear_secret(void *secret, std::size_t size) { memset_s(secret, size, 0, size); }
 
+// The system has nothing for it that a program may rely on.
+bool keep_only_deleting_in(std::span<const char *const> /*directories*/) { return false; }
+
 const char *curl_library_name() { return "libcurl.4.dylib"; }
 
 }  // namespace qal::internal::platform

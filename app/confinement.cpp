@@ -1,0 +1,36 @@
+// Confines the tool to the directories that it sweeps.
+#include "confinement.hpp"
+
+#include <qal/path.h>
+
+#include <cstddef>
+
+#include "internal/bounded_text.hpp"
+#include "internal/file_system.hpp"
+#include "platform/platform.hpp"
+
+namespace qal::internal {
+namespace {
+
+// The path under which the sweep opens a directory. False when there is none that fits.
+bool make_path(const char *directory, char (&path)[path_room]) {
+  if (!directory || !BoundedText{path}.append({directory, "/"})) return false;
+  qal_convert_pathname(path, 0);
+  return true;
+}
+
+}  // namespace
+
+void confine_to(const Directories &directories) {
+  char rooms[std::tuple_size_v<Directories>][path_room];
+  Directories paths = {};
+  std::size_t count = 0;
+  for (const char *const directory : directories) {
+    if (!make_path(directory, rooms[count])) continue;
+    paths[count] = rooms[count];
+    ++count;
+  }
+  platform::keep_only_deleting_in({paths.data(), count});
+}
+
+}  // namespace qal::internal

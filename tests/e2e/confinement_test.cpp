@@ -1,0 +1,141 @@
+// What the kernel still lets the tool do while it asks a server.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/landlock.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "support/sweep_world.hpp"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using qal::test::exists;
+using qal::test::LiveOwner;
+using qal::test::read_file;
+using qal::test::RecordServer;
+using qal::test::succeeded_in_silence;
+using qal::test::SweepWorld;
+using qal::test::ToolStart;
+using testing::HasSubstr;
+
+using Contents = std::map<std::string, std::string>;
+
+long landlock_version() {
+  return syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
+}
+
+class SweepConfinement : public testing::Test {
+ protected:
+  SweepConfinement() : foreign_(world_.directory("foreign")), swept_(world_.temporary()) {
+    for (const auto &directory : {foreign_, swept_}) fill(directory);
+    world_.file(swept_ + "/moved", "content");
+    record_ = world_.record("halix_server1.dat", server_.record(owner_.pid()));
+  }
+
+  void SetUp() override {
+    if (landlock_version() < 3) GTEST_SKIP() << "this kernel cannot confine a process to that";
+  }
+
+  // Runs the tool, which tries everything while it makes its request.
+  void run(const std::map<std::string, std::string> &settings = {}) {
+    ToolStart start{.environment = settings};
+    start.environment.insert({{"LD_PRELOAD", attempts_}, {"FOREIGN", foreign_}, {"SWEPT", swept_}});
+    EXPECT_TRUE(succeeded_in_silence(world_.run_tool(start)));
+    EXPECT_EQ(server_.requests().size(), 1U);
+    EXPECT_FALSE(exists(record_));
+  }
+
+  // The contents of the world without these files.
+  Contents contents_without(const std::vector<std::string> &paths) const {
+    Contents contents = world_.contents();
+    for (const auto &path : paths) contents.erase(fs::relative(path, world_.root()));
+    return contents;
+  }
+
+  SweepWorld world_{KALMORA_SWEEP_PATH};
+  LiveOwner owner_;
+  RecordServer server_;
+  std::string foreign_;
+  std::string swept_;
+  std::string record_;
+
+ private:
+  void fill(const std::string &directory) {
+    for (const auto name : {"emptied", "written", "old", "deleted", "cut"}) {
+      world_.file(directory + "/" + name, "content");
+    }
+    world_.directory(fs::relative(directory, world_.root()).string() + "/empty");
+  }
+
+  // A copy for the tool's user, who may not be able to walk to the build.
+  std::string copied_attempts() const {
+    const auto copy = world_.root() + "/attempts.so";
+    fs::copy_file(ATTEMPTS_PATH, copy);
+    chmod(copy.c_str(), 0755);
+    return copy;
+  }
+
+  std::string attempts_ = copied_attempts();
+};
+
+TEST_F(SweepConfinement, LeavesNothingButDeletingFilesInTheSweptDirectories) {
+  const auto expected = contents_without({record_, swept_ + "/deleted"});
+  run();
+  EXPECT_EQ(world_.contents(), expected);
+}
+
+// Shows that each attempt is one, and that a kernel without confinement does no harm.
+TEST_F(SweepConfinement, IsDoneWithoutWhereTheKernelHasNone) {
+  run({{"UNCONFINED", "yes"}});
+  for (const auto &directory : {foreign_, swept_}) {
+    for (const auto name : {"created", "new", "pointing", "made"}) {
+      EXPECT_TRUE(fs::exists(fs::symlink_status(directory + "/" + name))) << name;
+    }
+    for (const auto name : {"old", "empty", "deleted"}) {
+      EXPECT_FALSE(exists(directory + "/" + name)) << name;
+    }
+    EXPECT_EQ(read_file(directory + "/emptied"), "");
+    EXPECT_EQ(read_file(directory + "/cut"), "");
+    EXPECT_EQ(read_file(directory + "/written"), "changed");
+  }
+  EXPECT_TRUE(exists(foreign_ + "/moved"));
+}
+
+TEST_F(SweepConfinement, TakesTheTemporaryDirectoryAsTheSweepDoes) {
+  std::string turned = swept_;
+  std::replace(turned.begin() + 1, turned.end(), '/', '\\');
+  const auto expected = contents_without({record_, swept_ + "/deleted"});
+  run({{"TMPDIR", turned}});
+  EXPECT_EQ(world_.contents(), expected);
+}
+
+// Deliberate: an empty name stands for the root, so files may be deleted everywhere then.
+TEST_F(SweepConfinement, TakesAnEmptyNameForTheRoot) {
+  const auto resources = world_.resources() + "/halix_server1.dat";
+  fs::rename(record_, resources);
+  record_ = resources;
+  const auto expected = contents_without({record_, swept_ + "/deleted", foreign_ + "/deleted"});
+  run({{"TMPDIR", ""}});
+  EXPECT_EQ(world_.contents(), expected);
+}
+
+TEST_F(SweepConfinement, GivesUpNewPrivileges) {
+  std::string status;
+  server_.before_answer([&] {
+    while (world_.tool_pid() == 0) std::this_thread::yield();
+    status = read_file("/proc/" + std::to_string(world_.tool_pid()) + "/status");
+  });
+  run();
+  EXPECT_THAT(status, HasSubstr("\nNoNewPrivs:\t1\n"));
+}
+
+}  // namespace
