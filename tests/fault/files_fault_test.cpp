@@ -210,6 +210,7 @@ TEST_F(CopyFault, BlocksHave16384Bytes) {
 }
 
 TEST_F(CopyFault, InterruptedCallsAreMadeAgain) {
+  scratch.file("to", "old");
   EXPECT_EQ(copy({{"open", interrupted_twice},
                   {"read", interrupted_twice},
                   {"write", interrupted_twice},
@@ -304,6 +305,15 @@ TEST_F(CopyFault, ADestinationThatCannotBeEmptiedFails) {
   scratch.file("to", "kept");
   EXPECT_EQ(copy({{"ftruncate", fail_all(EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), "kept");
+}
+
+TEST_F(CopyFault, AnEmptyDestinationIsNotTruncated) {
+  for (int existing = 0; existing < 2; ++existing) {
+    if (existing) scratch.file("to", "");
+    EXPECT_EQ(copy({{"ftruncate", never}}), QAL_STATUS_OK);
+    EXPECT_EQ(made_calls, Lines{});
+    EXPECT_EQ(read_file(to), content);
+  }
 }
 
 TEST_F(CopyFault, WithoutMoveNothingIsForcedToTheDisk) {

@@ -36,8 +36,10 @@ Descriptor open_source(const char *path) {
   return Descriptor{retry_interrupted([path] { return open(path, O_RDONLY | O_CLOEXEC); })};
 }
 
+// Some file systems write a file to the disk at its close when it has been truncated, so this is
+// left out where there is nothing to truncate: in a new file, a device or a pipe.
 bool emptied(int file, const struct stat &info) {
-  if (!S_ISREG(info.st_mode)) return true;  // devices and pipes hold nothing to truncate
+  if (!S_ISREG(info.st_mode) || info.st_size == 0) return true;
   return retry_interrupted([file] { return ftruncate(file, 0); }) == 0;
 }
 
