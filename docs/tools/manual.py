@@ -37,11 +37,10 @@ class Function:
         return " ".join(["Fn", self.name, *(quoted(name) for name in names)])
 
     def description(self):
-        parameters = [("Fa " + " , ".join(names), text.lines()) for names, text in self.text.parameters]
-        return self.call(), self.text.lines() + tagged(parameters)
+        return self.call(), self.text.lines_with_parameters()
 
     def result(self):
-        return f"Fn {self.name}", sum((text.lines() for text in self.text.returns), [])
+        return f"Fn {self.name}", self.text.result()
 
 
 def split_arguments(text):
@@ -126,7 +125,8 @@ class Header:
         }
         items = [*self.structures(), *self.constants()]
         for kind, heading in named.items():
-            items += [(heading(member, owner), described(member).lines()) for member, owner in self.members(kind)]
+            items += [(heading(member, owner), described(member).lines_with_parameters())
+                      for member, owner in self.members(kind)]
         return tagged([item for item in items if item[1]])
 
     def examples(self):
@@ -161,7 +161,10 @@ class Header:
         return lines
 
     def results(self):
-        return tagged([function.result() for function in self.functions if function.text.returns])
+        callbacks = [(f"Vt {member.findtext('name')}", described(member).result())
+                     for member, _ in self.members("typedef")]
+        results = [function.result() for function in self.functions]
+        return tagged([(name, text) for name, text in callbacks + results if text])
 
     def write(self, pages, date):
         head = [f".Dd {date}", f".Dt {self.page.upper()} 3", ".Os Kalmora"]

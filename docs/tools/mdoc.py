@@ -82,11 +82,9 @@ class Text:
         self.blocks.append([f".Bl {kind}", *sum(items, []), ".El"])
 
     def take_table(self, node):
-        rows = [[plain(cell) for cell in row.findall("entry")] for row in node.findall("row")]
-        widths = [max(column, key=len) for column in zip(*rows)]
-        lines = [".It " + " Ta ".join(quoted(cell) for cell in row) for row in rows]
-        columns = " ".join(quoted(width) for width in widths)
-        self.blocks.append([f".Bl -column {columns}", *lines, ".El"])
+        """As a list of the rows: the columns rarely fit a terminal beside one another."""
+        head, *rows = [[plain(cell) for cell in row.findall("entry")] for row in node.findall("row")]
+        self.blocks.append(tagged([(f"Sy {quoted(row[0])}", row_text(head, row)) for row in rows]))
 
     def take_code(self, node):
         self.blocks.append(literal(textwrap.dedent("".join(node.itertext())).strip("\n").split("\n")))
@@ -98,6 +96,13 @@ class Text:
                 lines.append(".Pp")
             lines += block
         return lines
+
+    def lines_with_parameters(self):
+        items = [("Fa " + " , ".join(names), text.lines()) for names, text in self.parameters]
+        return self.lines() + tagged(items)
+
+    def result(self):
+        return sum((text.lines() for text in self.returns), [])
 
 
 BLOCKS = {
@@ -114,6 +119,12 @@ BLOCKS = {
 def inline(node):
     text = (node.text or "") + "".join(inline(child) + (child.tail or "") for child in node)
     return f"{BOLD}{text}{PLAIN}" if node.tag == "computeroutput" else text
+
+
+def row_text(head, row):
+    """The cells behind the first, each after its column's name, without those that say nothing."""
+    cells = [f"{name}: {cell}" for name, cell in zip(head[1:], row[1:]) if cell != "-"]
+    return prose("; ".join(cells) + ".")
 
 
 def described(node):
