@@ -90,13 +90,27 @@ if(QAL_BUILD_KALMORA)
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
     COMPONENT runtime)
 endif()
-foreach(section 3 7)
-  file(GLOB library_pages CONFIGURE_DEPENDS docs/man/*.${section})
+# Each function has a page of its own, too, which leads to its area's.
+file(GLOB library_pages CONFIGURE_DEPENDS docs/man/*.3)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${library_pages})
+foreach(page ${library_pages})
+  cmake_path(GET page FILENAME area_page)
+  file(STRINGS ${page} function_pages REGEX "^\\.Nm ")
+  list(TRANSFORM function_pages REPLACE "^\\.Nm ([^ ]+).*" "\\1.3")
+  list(REMOVE_ITEM function_pages ${area_page})
+  list(TRANSFORM function_pages PREPEND ${PROJECT_BINARY_DIR}/man3/)
+  foreach(function_page ${function_pages})
+    file(CONFIGURE OUTPUT ${function_page} CONTENT ".so man3/${area_page}\n")
+  endforeach()
   install(
-    FILES ${library_pages}
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+    FILES ${page} ${function_pages}
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man3
     COMPONENT documentation)
 endforeach()
+install(
+  FILES docs/man/qal.7
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man7
+  COMPONENT documentation)
 
 # Each component may travel alone, and the licence goes with it.
 foreach(component runtime development documentation)

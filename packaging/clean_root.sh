@@ -60,6 +60,8 @@ expect "a packaged example runs" "$(cat examples/pooled_records.txt)" "$(newcome
 expect "man shows the tool's page" kalmora-sweep \
   "$(newcomer 'man kalmora-sweep' | grep -o -m 1 kalmora-sweep)"
 expect "man shows the library's page" qal "$(newcomer 'man 7 qal' | grep -o -m 1 -w qal)"
+expect "man shows a function's page" qal_file_copy \
+  "$(newcomer 'man qal_file_copy' | grep -o -m 1 -w qal_file_copy)"
 
 logged "$root.log" in_root apt-get purge -y kalmora-sweep libqal1 libqal-dev qal-doc
 logged "$root.log" in_root apt-get autoremove --purge -y

@@ -77,6 +77,14 @@ exports_accessors() {
   echo "$library"
 }
 
+each_function_has_a_page() {
+  local pages=$1/share/man/man3 name
+  for name in $(sed -nE 's/^ (qal_\w+)@.*/\1/p' packaging/debian/libqal1.symbols); do
+    [[ -s $pages/$name.3 ]] || { echo "$name has none"; return 1; }
+  done
+  grep -x '.so man3/qal_files.3' "$pages/qal_file_copy.3"
+}
+
 through_pkg_config() {
   local source=$1 prefix=$2 flags=()
   shift 2
@@ -209,6 +217,7 @@ for shared in OFF ON; do
     check "C and C++ units together with $level" through_all_languages "$prefix" "$level"
   done
   check "the library exports the inline accessors" exports_accessors "$prefix"
+  check "each function has a manual page" each_function_has_a_page "$prefix"
   check "one component after the other" installs_by_components "$work/build-$shared" "$prefix"
 done
 check "directories below the prefix" installs_into_directories lib/a/b tools/bin include/a
