@@ -40,7 +40,7 @@ def main(xml):
             wrong += 1
             print(f"{function.find('location').get('file')}: {function.findtext('name')} lacks {tag}")
     print(f"{checked} functions, {wrong} parameters and results without documentation")
-    return 1 if wrong else 0
+    return 1 if wrong or not checked else 0
 
 
 if __name__ == "__main__":

@@ -2,7 +2,8 @@
 import re
 import textwrap
 
-BOLD, PLAIN = "\ue000", "\ue001"  # stand for font changes until the text is escaped
+BOLD, PLAIN, UNBROKEN = "\ue000", "\ue001", "\ue002"  # stand for requests until the text is escaped
+NAME = re.compile(r"\b(?:Qal\w+|\w*_\w+)")
 WRAPPER = textwrap.TextWrapper(78, break_on_hyphens=False, break_long_words=False)
 
 
@@ -15,7 +16,7 @@ def plain(node):
 
 
 def escape(text):
-    text = text.replace("\\", "\\e").replace(BOLD, "\\fB").replace(PLAIN, "\\fR")
+    text = text.replace("\\", "\\e").replace(BOLD, "\\fB").replace(PLAIN, "\\fR").replace(UNBROKEN, "\\%")
     return "\\&" + text if text[:1] in (".", "'") else text
 
 
@@ -24,8 +25,9 @@ def quoted(text):
 
 
 def prose(text):
-    """One line or more for each sentence."""
-    sentences = re.split(r"(?<=[.!?]) |(?<=[.!?][)\"]) ", squeeze(text))
+    """One line or more for each sentence. Names are not hyphenated: people search for them."""
+    text = NAME.sub(UNBROKEN + r"\g<0>", squeeze(text))
+    sentences = re.split(r"(?<=[.!?]) |(?<=[.!?][)\"]) ", text)
     lines = [line for sentence in sentences for line in WRAPPER.wrap(sentence)]
     return [escape(line) for line in lines]
 
