@@ -33,8 +33,8 @@ QAL_API void qal_malloc(const char *label, void *out, uint64_t size, int line, c
 
 /** Changes the size of a block.
  *
- *  A null pointer with a size is allocated and reported as by qal_malloc; a pointer with size 0 is
- *  freed and becomes null; a null pointer with size 0 stays null.
+ *  A null pointer with a size is allocated and reported as by qal_malloc(); a pointer with size 0
+ *  is freed and becomes null; a null pointer with size 0 stays null.
  *
  *  @param label  NUL-terminated, for the report; borrowed.
  *  @param out    address of the caller's pointer: null or a block of the C library. It receives the
@@ -52,15 +52,15 @@ QAL_API void qal_realloc(const char *label, void *out, int64_t size, int line, c
  *  @param file  file of the call; not used. */
 QAL_API void qal_free(void *ptr, int line, const char *file);
 
-/** qal_malloc into the pointer variable `ptr`, with the place of the call. */
+/** Calls qal_malloc() for the pointer variable `ptr`, with the place of the call. */
 #define QAL_MALLOC(label, ptr, size) \
   qal_malloc((label), (void *)&(ptr), (uint64_t)(size), __LINE__, __FILE__)
 
-/** qal_realloc of the pointer variable `ptr`, with the place of the call. */
+/** Calls qal_realloc() for the pointer variable `ptr`, with the place of the call. */
 #define QAL_REALLOC(label, ptr, size) \
   qal_realloc((label), (void *)&(ptr), (int64_t)(size), __LINE__, __FILE__)
 
-/** qal_free of the block `ptr`, with the place of the call. */
+/** Calls qal_free() for the block `ptr`, with the place of the call. */
 #define QAL_FREE(ptr) qal_free((ptr), __LINE__, __FILE__)
 
 #ifdef __cplusplus
