@@ -11,22 +11,20 @@ namespace {
 using qal::internal::barrier_valid;
 using qal::internal::store_relaxed;
 
-constexpr int ok = 0;
-constexpr int failed = -1;
 constexpr std::uint32_t barrier_destroyed = std::numeric_limits<std::uint32_t>::max();
 
 }  // namespace
 
 int qal_thread_barrier_init(QalThreadBarrier *b) {
-  if (!b) return failed;
+  if (!b) return QAL_THREAD_BARRIER_FAILED;
   b->count = b->remaining = b->phase = 0;
-  if (pthread_mutex_init(&b->mutex, nullptr) != 0) return failed;
+  if (pthread_mutex_init(&b->mutex, nullptr) != 0) return QAL_THREAD_BARRIER_FAILED;
   if (pthread_cond_init(&b->condition, nullptr) != 0) {
     pthread_mutex_destroy(&b->mutex);
-    return failed;
+    return QAL_THREAD_BARRIER_FAILED;
   }
   b->magic = barrier_valid;
-  return ok;
+  return QAL_THREAD_BARRIER_OK;
 }
 
 void qal_thread_barrier_reinit(QalThreadBarrier *b) {
@@ -34,15 +32,15 @@ void qal_thread_barrier_reinit(QalThreadBarrier *b) {
 }
 
 int qal_thread_barrier_destroy(QalThreadBarrier *b) {
-  if (!b || b->magic != barrier_valid) return failed;
+  if (!b || b->magic != barrier_valid) return QAL_THREAD_BARRIER_FAILED;
   b->magic = barrier_destroyed;
   pthread_mutex_destroy(&b->mutex);
   pthread_cond_destroy(&b->condition);
-  return ok;
+  return QAL_THREAD_BARRIER_OK;
 }
 
 int qal_thread_barrier(QalThreadBarrier *b, unsigned n) {
-  if (!b) return failed;
+  if (!b) return QAL_THREAD_BARRIER_FAILED;
   // The phase changes with every cycle, so a thread that races ahead into the next cycle cannot
   // keep the stragglers of this one waiting.
   return qal::internal::arrive(*b, n, b->phase, [b] { store_relaxed(b->phase, b->phase ^ 1U); });

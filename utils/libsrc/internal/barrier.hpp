@@ -10,8 +10,6 @@
 
 namespace qal::internal {
 
-constexpr int barrier_failed = -1;
-constexpr int barrier_waited = 0;
 constexpr std::uint32_t barrier_valid = 0xABCD;
 
 // What waiters watch is stored under the barrier's mutex alone. Waiters that are awake load it
@@ -29,10 +27,11 @@ void store_relaxed(Number &number, Number value) {
 
 template <typename Blocked>
 int sleep_while(QalThreadBarrier &barrier, const Blocked &blocked) {
-  if (pthread_mutex_lock(&barrier.mutex) != 0) return barrier_failed;
-  int result = barrier_waited;
-  while (blocked() && result == barrier_waited) {
-    if (pthread_cond_wait(&barrier.condition, &barrier.mutex) != 0) result = barrier_failed;
+  if (pthread_mutex_lock(&barrier.mutex) != 0) return QAL_THREAD_BARRIER_FAILED;
+  int result = QAL_THREAD_BARRIER_OK;
+  while (blocked() && result == QAL_THREAD_BARRIER_OK) {
+    if (pthread_cond_wait(&barrier.condition, &barrier.mutex) != 0)
+      result = QAL_THREAD_BARRIER_FAILED;
   }
   pthread_mutex_unlock(&barrier.mutex);
   return result;
@@ -56,7 +55,7 @@ int release_all(QalThreadBarrier &barrier, const EndCycle &end_cycle) {
   end_cycle();
   const int status = pthread_cond_broadcast(&barrier.condition);
   pthread_mutex_unlock(&barrier.mutex);
-  return status == 0 ? QAL_THREAD_BARRIER_LAST : barrier_failed;
+  return status == 0 ? QAL_THREAD_BARRIER_LAST : QAL_THREAD_BARRIER_FAILED;
 }
 
 // One arrival. Waiters watch the number `watched`. The last arrival calls `end_cycle` under the
@@ -66,12 +65,12 @@ template <typename Number, typename EndCycle>
 int arrive(QalThreadBarrier &barrier, unsigned n, const Number &watched,
            const EndCycle &end_cycle) {
   if (barrier.magic != barrier_valid || pthread_mutex_lock(&barrier.mutex) != 0) {
-    return barrier_failed;
+    return QAL_THREAD_BARRIER_FAILED;
   }
   if (barrier.count == 0) barrier.count = barrier.remaining = n;
   if (barrier.count == 0) {
     pthread_mutex_unlock(&barrier.mutex);
-    return barrier_failed;
+    return QAL_THREAD_BARRIER_FAILED;
   }
   const Number entered = load_relaxed(watched);
   if (--barrier.remaining == 0) return release_all(barrier, end_cycle);
