@@ -34,40 +34,64 @@ typedef struct QalMpool {
 
 /** Makes an empty pool.
  *
- *  @param element_size bytes per element, raised to at least 16 and to a multiple of 8.
- *  @param chunk_count  elements to carve at a time. With 0, or when a chunk would need 4 GiB or
- *                      more, the pool is made but every allocation from it returns null.
- *  @return the pool, or null without memory or when the raised size does not fit 32 bits. */
+ *  @param element_size  bytes per element, raised to at least 16 and to a multiple of 8.
+ *  @param chunk_count   elements to carve at a time. With 0, or when a chunk would need 4 GiB or
+ *                       more, the pool is made but every allocation from it returns null.
+ *  @return the pool, which qal_mpool_destroy() takes back; null without memory or when the raised
+ *          size does not fit 32 bits. */
 QAL_API QalMpool *qal_mpool_create(uint32_t element_size, uint32_t chunk_count);
 
-/** Ends a pool and all its elements, also those in use, and sets the caller's handle to null. */
+/** Ends a pool and all its elements, also those in use. No other thread may use the pool then.
+ *
+ *  @param pool_address  address of the caller's handle, which becomes null; null, and the address
+ *                       of a null handle, are ignored. */
 QAL_API void qal_mpool_destroy(QalMpool **pool_address);
 
 /** Takes an element.
  *
- *  @return the element; or null for a null pool, on a thread whose index is outside the table
- *          (reported with qal_error), for a pool that cannot have chunks, and without memory.
+ *  @param pool  the pool.
+ *  @return the element, which is the caller's until it goes back or the pool ends; null for a null
+ *          pool, on a thread whose index is outside the table (reported with qal_error()), for a
+ *          pool that cannot have chunks, and without memory.
  *  @warning When there is no memory for a chunk, the pool's lock stays held: threads that free to
  *           the pool or refill from it afterwards wait for ever. A pool that cannot have chunks
- *           (see qal_mpool_create) gives null without a message and without holding the lock. */
+ *           (see qal_mpool_create()) gives null without a message and without holding the lock. */
 QAL_API void *qal_mpool_alloc(QalMpool *pool);
 
-/** Gives an element of the pool back. It is not checked; see qal_mpool_verify_ptr.
- *  @return 0, or -1 for a null pool or element and when locking the mutex fails. */
+/** Results of qal_mpool_free(). */
+enum {
+  QAL_MPOOL_FAILED = -1, /**< the call failed */
+  QAL_MPOOL_OK = 0       /**< the element is back in the pool */
+};
+
+/** Gives an element back.
+ *
+ *  @param pool     the pool.
+ *  @param element  taken from this pool and not given back since; this is not checked, see
+ *                  qal_mpool_verify_ptr().
+ *  @return QAL_MPOOL_OK; QAL_MPOOL_FAILED for a null pool or element, with nothing done, and when
+ *          the pool's mutex cannot be unlocked: the element is back in the pool then. */
 QAL_API int qal_mpool_free(QalMpool *pool, void *element);
 
-/** Says whether an address lies anywhere in one of the pool's chunks. For diagnosis: takes no lock.
- *  @return 1 or 0. */
+/** Says whether an address lies anywhere in one of the pool's chunks. For diagnosis: takes no lock,
+ *  so no other thread may use the pool meanwhile.
+ *
+ *  @param pool     the pool.
+ *  @param address  any address, null included; nothing is read there.
+ *  @return 1 when it lies in a chunk; 0 when not, and for a null pool. */
 QAL_API int qal_mpool_verify_ptr(QalMpool *pool, const void *address);
 
 /** Counts the pool's elements. Takes no lock: call it while no other thread uses the pool.
- *  @param total_out receives the number of all elements; may be null.
- *  @param free_out  receives the number of free elements; may be null.
- *  @return the number of free elements; 0 for a null pool. */
+ *
+ *  @param pool       the pool; null counts as one without elements.
+ *  @param total_out  receives the number of all elements; may be null.
+ *  @param free_out   receives the number of free elements; may be null.
+ *  @return the number of free elements. */
 QAL_API uint32_t qal_mpool_status(QalMpool *pool, uint32_t *total_out, uint32_t *free_out);
 
 /** A hook for a check that this build does not have: does nothing. */
 QAL_API void qal_mpool_check_corruption(void);
+
 /** A hook for a check that this build does not have: does nothing. */
 QAL_API void qal_mpool_debug(void);
 

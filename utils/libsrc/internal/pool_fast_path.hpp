@@ -20,8 +20,6 @@ inline FreeElement *link_free(void *element, void *next) {
   return ::new (element) FreeElement{static_cast<FreeElement *>(next)};
 }
 
-constexpr int pool_free_failed = -1;
-
 // The slow path: refills the calling thread's list, or reports an index that has none.
 void *pool_alloc_refilled(QalMpool &pool, unsigned index);
 
@@ -37,7 +35,7 @@ inline void *pool_alloc(QalMpool *pool) {
 }
 
 inline int pool_free(QalMpool *pool, void *element) {
-  if (!pool || !element) return pool_free_failed;
+  if (!pool || !element) return QAL_MPOOL_FAILED;
   status_with_breakpoint(pthread_mutex_lock(&pool->lock));
   pool->shared_free = link_free(element, pool->shared_free);
   ++pool->shared_count;
