@@ -15,7 +15,7 @@ int main(void) {
   printf("the work took %s\n", seconds > 0 && seconds < 60 ? "less than a minute" : "too long");
 
   char now[9];
-  const int length = qal_date_get_string(now, 0);
+  const int length = qal_date_get_string(now, QAL_DATE_SHORT);
   printf("the time of day has %d characters, two of them %c\n", length, now[2]);
   return 0;
 }

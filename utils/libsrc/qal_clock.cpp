@@ -122,7 +122,7 @@ int qal_date_get(int out[6]) {
 int qal_date_get_string(char *dst, int long_form) {
   const std::tm local = local_time();
   char *out = dst;
-  if (long_form != 0) {
+  if (long_form != QAL_DATE_SHORT) {
     // Deliberate: the month counts from 0 here, unlike that of qal_date_get.
     out = put_two_digits(out, local.tm_mon);
     *out++ = ':';

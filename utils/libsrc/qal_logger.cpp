@@ -59,7 +59,7 @@ void begin_line(BoundedText &line, std::string_view marker) {
   }
   const KeptErrno kept_errno;  // the format may use it, as "%m" does
   char time[sizeof "hh:mm:ss"];
-  qal_date_get_string(time, 0);
+  qal_date_get_string(time, QAL_DATE_SHORT);
   line.append({time, marker});
 }
 
