@@ -28,7 +28,7 @@ int main() {
     std::printf("%-18s %s\n", name, there ? "kept" : "deleted");
   }
 
-  qal_file_rmdir(directory, 1);
+  qal_file_rmdir(directory, QAL_RMDIR_RECURSIVE);
   qal_utils_done();
   return 0;
 }

@@ -28,6 +28,6 @@ int main(void) {
   free(directories);
   free(files);
 
-  qal_file_rmdir("dir_list.example", 1);
+  qal_file_rmdir("dir_list.example", QAL_RMDIR_RECURSIVE);
   return status;
 }

@@ -5,7 +5,7 @@
  *  they are, with no "~" expanded and, except in the recursive removal, no "\" turned into "/". A
  *  null path counts as empty and fails.
  *
- *  Errors: only qal_io_chkfil reports through the logger; the other functions are silent.
+ *  Errors: only qal_io_chkfil() reports through the logger; the other functions are silent.
  *
  *  Threads: no function keeps state or leaves a file open, so any thread may call any of them. A
  *  stream or record is used by one thread at a time.
@@ -40,7 +40,7 @@ typedef struct QalStat {
   int64_t size;              /**< in bytes */
 } QalStat;
 
-/** What qal_io_chkfil checks: one of the first two, with any of the others added by "|". */
+/** What qal_io_chkfil() checks: one of the first two, with any of the others added by "|". */
 enum {
   QAL_CHECK_READ = 0,              /**< the file can be read */
   QAL_CHECK_WRITE = 1,             /**< the file can be written or created */
@@ -48,21 +48,26 @@ enum {
   QAL_CHECK_REGULAR = 0x200        /**< it is a regular file, or a link to one, if it exists */
 };
 
+/** A value of `verbose` of qal_io_chkfil(). */
+enum {
+  QAL_CHECK_VERBOSE = 1 /**< the finding is reported */
+};
+
 /** Says whether a file can be read, or whether it can be written or created.
  *
  *  To find out whether a missing file can be created, it is created and removed again. It is
- * removed only while its name means the file that was created; if that cannot be told, it stays.
+ *  removed only while its name means the file that was created; if that cannot be told, it stays.
  *
- *  @param path     the file.
+ *  @param path     the file; links are followed.
  *  @param mode     the checks. The bits other than 8 to 15 are one number: 0 is QAL_CHECK_READ, and
  *                  any other counts as QAL_CHECK_WRITE.
- *  @param verbose  exactly 1 reports the finding through qal_error: why the result is 0, or that a
- *                  file which exists and can be written will be overwritten. Any other value is
- *                  silent.
+ *  @param verbose  QAL_CHECK_VERBOSE reports the finding through qal_error(): why the result is 0,
+ *                  or that a file which exists and can be written will be overwritten. Any other
+ *                  value is silent.
  *  @return 1 when the file passes the checks, else 0. */
 QAL_API int qal_io_chkfil(const char *path, unsigned mode, int verbose);
 
-/** What qal_io_get_aline returns when there is no line. */
+/** What qal_io_get_aline() returns when there is no line. */
 enum {
   QAL_LINE_END_OF_FILE = -1, /**< the stream has no more lines */
   QAL_LINE_TOO_LONG = -2     /**< the line has more characters than were allowed */
@@ -74,14 +79,14 @@ enum {
  *  error counts as the end of the file. One carriage return at the end of a line is dropped, but
  *  counts toward the limit.
  *
- *  @param stream     open for reading; a read that a signal interrupts is repeated.
+ *  @param stream     open for reading, caller-owned; a read that a signal interrupts is repeated.
  *  @param max_chars  most characters that the line may have. When negative, nothing is written.
  *  @param buf        `max_chars` + 1 bytes, caller-owned.
- *  @return the length of the line in `buf`, which is terminated; QAL_LINE_END_OF_FILE when there is
- *          no line, with `buf` empty if `max_chars` is above 0 and untouched otherwise, and for a
- *          null `stream` or `buf`; QAL_LINE_TOO_LONG when `buf` holds the first `max_chars`
- *          characters without a terminator, one more has been dropped, and the rest of the line is
- *          next in the stream. */
+ *  @return the length of the line in `buf`, which is terminated; QAL_LINE_END_OF_FILE for a null
+ *          `stream` or `buf`, and when there is no line: `buf` is then empty if `max_chars` is
+ *          above 0, and untouched otherwise; QAL_LINE_TOO_LONG when `buf` holds the first
+ *          `max_chars` characters without a terminator, one more has been dropped, and the rest of
+ *          the line is next in the stream. */
 QAL_API int qal_io_get_aline(FILE *stream, int max_chars, char *buf);
 
 /** Reads what the system knows about a file, following links.
@@ -97,32 +102,39 @@ QAL_API int qal_stat(const char *path, QalStat *record);
  *  @return 1 for a directory; 0 for anything else, for nothing, and when it cannot be examined. */
 QAL_API int qal_is_dir(const char *path);
 
-/** Flags of qal_file_copy and qal_file_rename. */
+/** Flags of qal_file_copy() and qal_file_rename(). */
 enum {
-  QAL_COPY_KEEP_EXISTING = 0x1, /**< qal_file_copy leaves an existing destination alone */
-  QAL_RENAME_BY_COPY = 0x10000  /**< qal_file_rename copies the file and removes the source */
+  QAL_COPY_KEEP_EXISTING = 0x1, /**< qal_file_copy() leaves an existing destination alone */
+  QAL_RENAME_BY_COPY = 0x10000  /**< qal_file_rename() copies the file and removes the source */
 };
 
-/** Copies the content of a file.
+/** Copies the content of a file, following links.
  *
  *  A destination that does not exist is created with the source's permission bits, less the
- *  process's mask; one that exists keeps its own.
+ *  process's mask; one that exists keeps its own. Owner and times are not copied. The copy need not
+ *  be on the disk yet when the function returns.
  *
- *  @param src    the file to copy.
- *  @param dst    where to; truncated first.
- *  @param flags  0, or QAL_COPY_KEEP_EXISTING: a destination that can be opened for reading stays
- *                as it is. Other bits are ignored.
- *  @return QAL_STATUS_OK; QAL_STATUS_NO_SOURCE when `src` cannot be opened; QAL_STATUS_EXISTS when
- *          the destination was kept; QAL_STATUS_FAILED when `src` is a directory or `dst` itself,
- * or when `dst` cannot be opened, all with nothing changed; and when reading, writing or closing
- * fails: what was written by then stays. */
+ *  @param src    the file to copy. A pipe or a device is read to its end.
+ *  @param dst    the file to copy to; a regular file is emptied first.
+ *  @param flags  0, or QAL_COPY_KEEP_EXISTING: a destination that can be opened for reading, a
+ *                directory too, stays as it is. Other bits are ignored.
+ *  @return QAL_STATUS_OK; QAL_STATUS_NO_SOURCE when `src` cannot be opened, with nothing changed;
+ *          QAL_STATUS_EXISTS when the destination was kept; QAL_STATUS_FAILED with nothing changed
+ *          when `src` is a directory or `dst` itself, or when `dst` cannot be opened or emptied;
+ *          QAL_STATUS_FAILED when reading, writing or closing fails, with what was written by then
+ *          in `dst`. */
 QAL_API int qal_file_copy(const char *src, const char *dst, unsigned flags);
 
 /** Removes a file. Of a link only the link goes.
  *
  *  @param path  the file.
- *  @return QAL_STATUS_OK or QAL_STATUS_FAILED. */
+ *  @return QAL_STATUS_OK; QAL_STATUS_FAILED when it cannot be removed, as a directory cannot. */
 QAL_API int qal_file_unlink(const char *path);
+
+/** A value of `recursive` of qal_file_rmdir(). */
+enum {
+  QAL_RMDIR_RECURSIVE = 1 /**< the content is removed first */
+};
 
 /** Removes a directory, on request with everything in it.
  *
@@ -141,20 +153,22 @@ QAL_API int qal_file_unlink(const char *path);
  *  trailing slashes fails with nothing removed.
  *
  *  @param path       the directory; trailing slashes are allowed.
- *  @param recursive  exactly 1 removes the content first; otherwise the directory must be empty.
- *  @return QAL_STATUS_OK or QAL_STATUS_FAILED. */
+ *  @param recursive  QAL_RMDIR_RECURSIVE; with any other value the directory must be empty.
+ *  @return QAL_STATUS_OK; QAL_STATUS_FAILED when it cannot be removed, and when there is none. */
 QAL_API int qal_file_rmdir(const char *path, int recursive);
 
 /** Renames a file, or moves it by copying.
  *
- *  @param from   the file.
+ *  @param from   the file, or with `flags` 0 a directory.
  *  @param to     its new name.
  *  @param flags  0: the platform's `rename`, which replaces an existing `to`. QAL_RENAME_BY_COPY:
  *                `from` is copied, with QAL_COPY_KEEP_EXISTING, and removed afterwards, which also
  *                works between file systems. The copy and its name are on the disk before the
  *                source goes. Other bits are ignored.
- *  @return QAL_STATUS_OK or QAL_STATUS_FAILED; with QAL_RENAME_BY_COPY also the other results of
- *          qal_file_copy. `from` is still there after every failure. */
+ *  @return QAL_STATUS_OK; QAL_STATUS_FAILED when the platform's `rename` fails. With
+ *          QAL_RENAME_BY_COPY the other results of qal_file_copy(), and QAL_STATUS_FAILED also when
+ *          the copy does not reach the disk or `from` cannot be removed: the copy then stays.
+ *          `from` is still there after every failure. */
 QAL_API int qal_file_rename(const char *from, const char *to, unsigned flags);
 
 /** Reads items and goes on after errors, asking for half as many after each.

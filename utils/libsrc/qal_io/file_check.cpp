@@ -18,7 +18,6 @@ using qal::internal::Descriptor;
 using qal::internal::retry_interrupted;
 
 constexpr unsigned option_bits = 0xff00;
-constexpr int report_finding = 1;  // value of `verbose`
 
 struct Verdict {
   bool usable;
@@ -91,7 +90,7 @@ int end_line(char *buf, int length) {
 int qal_io_chkfil(const char *path, unsigned mode, int verbose) {
   if (!path) path = "";
   const Verdict verdict = check(path, mode);
-  if (verbose == report_finding && verdict.finding) {
+  if (verbose == QAL_CHECK_VERBOSE && verdict.finding) {
     qal_error("File '%s' %s", path, verdict.finding);
   }
   return verdict.usable ? 1 : 0;

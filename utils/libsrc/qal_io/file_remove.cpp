@@ -27,8 +27,6 @@ using qal::internal::OwnedText;
 using qal::internal::path_room;
 using qal::internal::retry_interrupted;
 
-constexpr int with_content = 1;  // value of `recursive`
-
 // Names one after another, each with its terminator.
 class NameList {
  public:
@@ -157,6 +155,7 @@ bool remove_recursively(std::string_view path) {
 
 int qal_file_rmdir(const char *path, int recursive) {
   if (!path) return QAL_STATUS_FAILED;
-  const bool removed = recursive == with_content ? remove_recursively(path) : rmdir(path) == 0;
+  const bool removed =
+      recursive == QAL_RMDIR_RECURSIVE ? remove_recursively(path) : rmdir(path) == 0;
   return removed ? QAL_STATUS_OK : QAL_STATUS_FAILED;
 }
