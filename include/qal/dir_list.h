@@ -24,12 +24,12 @@ extern "C" {
  *
  *  Every directory is listed whatever the pattern, "." and ".." included, and so are links to
  *  directories, sockets and block devices. All else counts as a file and is listed when
- *  `zul_fnmatch` matches its name, also a hidden one. A pattern that ends in "/" lists all files. A
+ *  zul_fnmatch() matches its name, also a hidden one. A pattern that ends in "/" lists all files. A
  *  pattern without any "/" is not looked up in the working directory: it gives
  *  QAL_STATUS_NOT_FOUND, as the empty pattern does.
  *
  *  An entry that cannot be examined (a dangling link, a path or name over the limits) is reported
- *  through `qal_error` and left out.
+ *  through qal_error() and left out. A listing that succeeds flushes standard output.
  *
  *      char *path, *directories, *files;
  *      int directory_count, file_count;
