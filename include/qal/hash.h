@@ -15,7 +15,7 @@
  *  Errors: when there was no memory for a chunk, the lock of the table's pool stays held (mpool.h):
  *  removing a record, another add that needs a chunk, and destroying the table wait for ever.
  *
- *  Threads: the main thread and those of qal_thread_create (thread.h) may use different tables at
+ *  Threads: the main thread and those of qal_thread_create() (thread.h) may use different tables at
  *  once; threads that share a table need a lock of their own. Other threads share index 0 and must
  *  not use tables.
  *

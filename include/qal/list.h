@@ -13,9 +13,9 @@
  *  thread that gives an element back or needs a new chunk afterwards waits for ever, so destroying
  *  a list that holds elements hangs as well.
  *
- *  Threads: a list is used by one thread at a time; the main thread and those of qal_thread_create
- *  (thread.h) may use lists of one pool at once. Other threads share index 0 and must not use
- *  lists.
+ *  Threads: a list is used by one thread at a time; the main thread and those of
+ *  qal_thread_create() (thread.h) may use lists of one pool at once. Other threads share index 0
+ *  and must not use lists.
  *
  *  Source: utils/libsrc/qal_list.cpp, qal_list_inline.c. */
 #ifndef QAL_LIST_H
