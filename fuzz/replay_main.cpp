@@ -1,5 +1,5 @@
-// Hands every file of the named folders and every input of the named bundles to a fuzz target, so
-// that an ordinary test run checks the property on all inputs collected so far.
+// Hands every input of a bundle to a fuzz target, so that an ordinary test run checks the property
+// on all inputs collected so far.
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
@@ -25,15 +25,6 @@ std::vector<char> content_of(const std::filesystem::path &path) {
 // Each input is an allocation of its own, so that valgrind sees what is read beyond it.
 void replay(const std::vector<char> &input) {
   LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t *>(input.data()), input.size());
-}
-
-int replay_folder(const std::filesystem::path &path) {
-  int replayed = 0;
-  for (const auto &entry : std::filesystem::directory_iterator(path)) {
-    replay(content_of(entry.path()));
-    ++replayed;
-  }
-  return replayed;
 }
 
 // A bundle is a ustar archive of nothing but files. Each is a header of one block and its content
@@ -78,11 +69,11 @@ int replay_bundle(const std::filesystem::path &path) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  int replayed = 0;
-  for (int i = 1; i < argc; ++i) {
-    replayed +=
-        std::filesystem::is_directory(argv[i]) ? replay_folder(argv[i]) : replay_bundle(argv[i]);
+  if (argc != 2 || !std::filesystem::is_regular_file(argv[1])) {
+    std::fprintf(stderr, "usage: %s BUNDLE\n", argv[0]);
+    return 2;
   }
+  const int replayed = replay_bundle(argv[1]);
   std::printf("%d inputs replayed\n", replayed);
   return replayed > 0 ? 0 : 1;
 }

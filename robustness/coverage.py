@@ -112,7 +112,7 @@ def test_figures():
 def run_apart(area, folder):
     """Runs the corpus with counters of its own in `folder`, beside them the objects' notes."""
     environment = os.environ | {"GCOV_PREFIX": str(folder), "GCOV_PREFIX_STRIP": "99"}
-    subprocess.run([TREE / "fuzz" / f"{area}_replay", *corpora.kept(area)], check=True,
+    subprocess.run([TREE / "fuzz" / f"{area}_replay", corpora.bundle(area)], check=True,
                    env=environment, stdout=subprocess.DEVNULL)
     objects = TREE / "CMakeFiles", *(TREE / "fuzz" / "CMakeFiles" / f"{target}.dir"
                                      for target in (f"{area}_replay", "qal_replay"))

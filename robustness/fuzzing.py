@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Every fuzz target for a while, as many at once as there are processors. An input that fails, or takes
-longer than ten seconds, is left in the fuzz build and named; it belongs into fuzz/corpus/, under a
-name, with the fix.
+longer than ten seconds, is left in the fuzz build and named; it belongs into the area's bundle, under
+a name, with the fix.
 """
 import concurrent.futures
 import re
@@ -46,7 +46,7 @@ def run(target, form):
     for directory in (own, findings):
         directory.mkdir(parents=True, exist_ok=True)
     command = [target, *limits(target, form), "-print_final_stats=1", "-rss_limit_mb=2048",
-               "-timeout=10", f"-artifact_prefix={findings}/", own, *corpora.unpacked(area(target))]
+               "-timeout=10", f"-artifact_prefix={findings}/", own, corpora.unpacked(area(target))]
     done = subprocess.run(command, capture_output=True, text=True, errors="replace", check=False)
     runs = re.search(r"number_of_executed_units: (\d+)", done.stderr)
     if done.returncode != 0:

@@ -43,7 +43,7 @@ def is_clean(area, seconds):
         search = [f"-max_total_time={seconds}"] if seconds else ["-runs=0"]
         with open(TREE / f"{area}.log", "w", encoding="utf-8") as log:
             ended = subprocess.run(
-                [TREE / "fuzz" / f"{area}_fuzz", *search, found, *corpora.unpacked(area)],
+                [TREE / "fuzz" / f"{area}_fuzz", *search, found, corpora.unpacked(area)],
                 cwd=scratch, env={**os.environ, "HOME": scratch, "TMPDIR": scratch},
                 stdout=log, stderr=log)
     return ended.returncode == 0

@@ -55,7 +55,7 @@ def executable(program):
 
 def arguments(program):
     area, _, kind = program.partition(".")
-    return corpora.kept(area) if kind else ["--gtest_fail_fast"]
+    return [corpora.bundle(area)] if kind else ["--gtest_fail_fast"]
 
 
 def link_command(program):

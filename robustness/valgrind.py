@@ -78,7 +78,7 @@ def command_of(program, chosen):
     """A program with what it is to run: cases, or the corpus of a fuzz target."""
     file = programs()[program]
     if program.endswith("_replay"):
-        return [file, *corpora.kept(program.removesuffix("_replay"))]
+        return [file, corpora.bundle(program.removesuffix("_replay"))]
     return [file, "--gtest_brief=1", f"--gtest_filter={chosen}"]
 
 
