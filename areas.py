@@ -2,7 +2,8 @@
 """The areas of this project, as areas.json has them: each with its headers, sources and tests, named
 once. The build, the measurements and the tables of the documents read them from there.
 
-usage: areas.py check      whether every file named there exists, and every file is named there
+usage: areas.py check      whether every file named there exists, and every file is named there; and
+                           whether the list of exports and the test of prototypes have what headers export
        areas.py names KEY  what the entries have under the key, a line each
        areas.py tables     writes the tables of areas into README.md and docs/index.md
 
@@ -16,15 +17,21 @@ An entry holds
   threads   which of their cases start threads, as a filter of GoogleTest; TARGET.corpus is the replay
             of a fuzz target
   formats   the test programs that show how texts are formatted
-  fuzz      the fuzz targets, NAME_fuzz.cpp
+  fuzz      the fuzz targets, NAME_fuzz.cpp, each with the files that it is about unless those are the
+            sources; with parts of names of functions where it is not about the whole file
 """
 import json
 import pathlib
+import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent
 AREAS = json.loads((ROOT / "areas.json").read_text())
 SOURCES = ("app", "cxxutils", "utils")
+EXPORTS = "packaging/debian/libqal1.symbols"
+PROTOTYPES = "tests/contract/c11_surface.c"
+NOT_CODE = re.compile(r"/\*.*?\*/|^#(?:[^\n]*\\\n)*[^\n]*", re.S | re.M)
+EXPORTED = re.compile(r"\bQAL_API\b[^;(]*?\b(\w+)(?:\[\w+\])?[;(]")
 
 
 def all_of(key):
@@ -45,6 +52,17 @@ def tests_of(source):
         *area["tests"], *(f"{target}.corpus" for target in area.get("fuzz", ()))]))
 
 
+def reach_of(target):
+    """The files that a fuzz target is about, each with parts of names of functions; all with ""."""
+    reach = {}
+    for area in AREAS.values():
+        targets = area.get("fuzz", ())
+        if target in targets:
+            named = targets[target] if isinstance(targets, dict) else area["sources"]
+            reach |= named if isinstance(named, dict) else dict.fromkeys(named, [""])
+    return reach
+
+
 def files(pattern, folder=ROOT):
     return {str(file.relative_to(folder)) for file in folder.glob(pattern)}
 
@@ -60,6 +78,22 @@ def compare(what, named, found):
         f"areas.json has no entry for {what}: {name}" for name in sorted(found - named)]
 
 
+def exported():
+    """The functions and variables that the C headers mark."""
+    headers = [ROOT / "include" / name for name in all_of("headers") if name.endswith(".h")]
+    return {name for header in headers for name in EXPORTED.findall(NOT_CODE.sub("", header.read_text()))}
+
+
+def compare_exports():
+    names = exported()
+    listed = set(re.findall(r"^ (\w+)@", (ROOT / EXPORTS).read_text(), re.M))
+    of_other_kinds = {name for name in listed if name.startswith("_Z") or name == "QAL_1"}
+    called = set(re.findall(r"\w+", (ROOT / PROTOTYPES).read_text()))
+    return [f"{name} is not in {place}" for place, there in ((EXPORTS, listed), (PROTOTYPES, called))
+            for name in sorted(names - there)] + [
+        f"{name} is in {EXPORTS}, but in no header" for name in sorted(listed - of_other_kinds - names)]
+
+
 def check():
     compiled = {file for folder in SOURCES for suffix in ("c", "cpp", "mm")
                 for file in files(f"{folder}/**/*.{suffix}")}
@@ -69,10 +103,13 @@ def check():
         *compare("a header", set(all_of("headers")), headers),
         *compare("a test", set(all_of("tests")), named_alike(("_test.cpp", "_test.mm"), "tests/*/*")),
         *compare("a fuzz target", set(all_of("fuzz")), named_alike(("_fuzz.cpp",), "fuzz/*")),
-        *(f"areas.json calls a file critical that is not there: {name}"
-          for name in all_of("critical") if not (ROOT / name).exists()),
+        *compare("a bundle of inputs", set(all_of("fuzz")), named_alike((".tar",), "fuzz/corpus/*")),
+        *(f"areas.json calls a file critical or fuzzed that is not there: {name}"
+          for name in [*all_of("critical"), *(file for target in all_of("fuzz") for file in reach_of(target))]
+          if not (ROOT / name).exists()),
         *(f"areas.json names a test only where it is about threads or formats: {name}"
           for name in {*threaded(), *all_of("formats")} - set(all_of("tests"))),
+        *compare_exports(),
     ]
     print("\n".join(wrong), end="\n" if wrong else "")
     return not wrong

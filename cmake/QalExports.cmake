@@ -1,6 +1,6 @@
 # What the shared library exports: the names of this list and nothing else. The Debian package is
 # checked against the same list, which also tells the release that brought each name. On macOS what
-# the headers mark is exported, which `./run package` holds against the list here.
+# the headers mark is exported, which `./run lint` compares with the list.
 set(qal_symbol_list ${PROJECT_SOURCE_DIR}/packaging/debian/libqal1.symbols)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${qal_symbol_list})
 file(STRINGS ${qal_symbol_list} qal_symbols REGEX "^ .*@QAL_1 ")
