@@ -2,6 +2,7 @@
  * no longer compiles, a function that is missing no longer links. */
 #include <qal/qal.h>
 #include <stdio.h>
+#include <string.h>
 
 static int named = 0;
 
@@ -303,6 +304,12 @@ static int constants_hold(void) {
          QAL_FNM_CASEFOLD == 0x10 && QAL_FNM_TRAILING_SLASH == 0x20;
 }
 
+static int version_is_that_of_its_numbers(void) {
+  char text[sizeof QAL_VERSION] = "";
+  snprintf(text, sizeof text, "%d.%d.%d", QAL_VERSION_MAJOR, QAL_VERSION_MINOR, QAL_VERSION_PATCH);
+  return strcmp(text, QAL_VERSION) == 0;
+}
+
 int main(void) {
   startup();
   logger();
@@ -319,5 +326,5 @@ int main(void) {
   streams();
   characters();
   printf("%d functions and variables found\n", named);
-  return constants_hold() ? 0 : 1;
+  return constants_hold() && version_is_that_of_its_numbers() ? 0 : 1;
 }
