@@ -45,7 +45,7 @@ constexpr int user_home_capacity = 1009;  // for expfnam
 // another directory.
 bool compose(std::span<char> text, Pieces pieces) { return BoundedText{text}.append(pieces); }
 
-void convert(char *path) { qal_convert_pathname(path, 0); }
+void convert(char *path) { qal_convert_pathname(path, QAL_PATH_TO_SLASH); }
 
 const char *base_product_name() {
   QalIdentity *const identity = QalIdentity::currentIdentity;

@@ -38,7 +38,7 @@ constexpr char record_pattern[] = "halix_server*.dat";
 // Makes "dir/name" with slashes only. False when it does not fit.
 bool join(std::string_view dir, std::string_view name, char (&path)[path_room]) {
   if (!qal::internal::BoundedText{path}.append({dir, "/", name})) return false;
-  qal_convert_pathname(path, 0);
+  qal_convert_pathname(path, QAL_PATH_TO_SLASH);
   return true;
 }
 

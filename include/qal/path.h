@@ -7,8 +7,9 @@
  *  that works in place never makes its text longer. Sizes are in bytes, the NUL included; a path
  *  that does not fit is a failure and never cut.
  *
- *  Errors: nothing is reported to the logger, except that qal_get_norm_path, qal_expand_pathname
- *  and qal_valid_pathname_range allocate through qal_malloc, which reports its own failures.
+ *  Errors: nothing is reported to the logger, except that qal_get_norm_path(),
+ *  qal_expand_pathname() and qal_valid_pathname_range() allocate through qal_malloc(), which
+ *  reports its own failures.
  *
  *  Threads: any thread may call. The working directory belongs to the whole process.
  *
@@ -26,9 +27,15 @@
 extern "C" {
 #endif
 
-/** What qal_convert_pathname does, put together with "|". */
+/** A result of qal_get_norm_path(), qal_get_full_path() and qal_setcwd(). */
 enum {
-  QAL_PATH_TO_BACKSLASH = 2,    /**< every separator becomes "\"; without it, "/" */
+  QAL_PATH_FAILED = -1 /**< the function failed */
+};
+
+/** What qal_convert_pathname() does: one of the first two, with any of the others added by "|". */
+enum {
+  QAL_PATH_TO_SLASH = 0,        /**< every separator becomes "/" */
+  QAL_PATH_TO_BACKSLASH = 2,    /**< every separator becomes "\" */
   QAL_PATH_FIX_ILLEGAL = 0x100, /**< characters that file names may not hold become "_" */
   QAL_PATH_COMPACT = 0x200      /**< redundant pieces are removed */
 };
@@ -43,9 +50,9 @@ enum {
  *  becomes "a/x/../b".
  *
  *  @param path   converted in place, never made longer; null is allowed and left alone.
- *  @param flags  the settings above. The bits other than 8 to 15 are one number: exactly
- *                QAL_PATH_TO_BACKSLASH asks for backslashes, any other, 0 included, for slashes.
- *  @return 0. */
+ *  @param flags  the settings above. The bits other than 8 to 15 are one number: 2 is
+ *                QAL_PATH_TO_BACKSLASH, and any other counts as QAL_PATH_TO_SLASH.
+ *  @return QAL_STATUS_OK, always. */
 QAL_API int qal_convert_pathname(char *path, uint32_t flags);
 
 /** Normalises a path: slashes only, no repeated ones, and no segments that begin with a dot.
@@ -60,12 +67,14 @@ QAL_API int qal_convert_pathname(char *path, uint32_t flags);
  *  @param out       the result; caller-owned. Null is allowed with an `out_size` below 1. Must hold
  *                   a text, usually "": the result of a relative path is appended to it.
  *  @param out_size  size of `out`; nothing fits when it is below 1.
- *  @return 0; -1 when `path` is null, begins with "..", leads above its first segment or has more
- *          than 1024 segments, when memory is short, and when `out` is null with an `out_size` of 1
- *          or more; else the size that `out` needs. That counts a slash for every segment kept, so
- *          it can be one more than the result takes; for a result of "." it is 2, or 1 when
- *          `out_size` is below 1. `out` is untouched unless 0 is returned. An empty path gives 0
- *          and a "." that is cut to `out_size`: "" in one byte, nothing when it is below 1. */
+ *  @return QAL_STATUS_OK; QAL_PATH_FAILED when `path` is null, begins with "..", leads above its
+ *          first segment or has more than 1024 segments, when memory is short, when `out` is null
+ *          with an `out_size` of 1 or more, and when the result's size is beyond an `int`; else,
+ *          always above 0, the size that `out` needs. That counts a slash for every segment kept,
+ *          so it can be one more than the result takes; for a result of "." it is 2, or 1 when
+ *          `out_size` is below 1. `out` is untouched unless QAL_STATUS_OK is returned. An empty
+ *          path gives QAL_STATUS_OK and a "." that is cut to `out_size`: "" in one byte, nothing
+ *          when it is below 1. */
 QAL_API int qal_get_norm_path(const char *path, char *out, int out_size);
 
 /** Returns the directory part of a path.
@@ -83,8 +92,8 @@ QAL_API const char *qal_dirname(char *path);
 
 /** Returns the last part of a path.
  *
- *  @param path  changed in place: trailing separators, chosen as by qal_dirname, are removed. Null
- *               is allowed.
+ *  @param path  changed in place: trailing separators, chosen as by qal_dirname(), are removed.
+ *               Null is allowed.
  *  @return a place in `path`, or "." for a null, empty or blank (" ") path. A path of slashes only
  *          gives "", but a bare slash, backslash or pair of backslashes is returned as it is. */
 QAL_API const char *qal_basename(char *path);
@@ -102,24 +111,26 @@ QAL_API int qal_path_is_absolute(const char *path);
  *  @param path      borrowed; must not overlap `out`.
  *  @param out       the result; caller-owned. Null counts as no room.
  *  @param out_size  size of `out`; nothing fits when it is below 1.
- *  @return 0; -1 when `path` is null or empty, or when there is no working directory or it has more
- *          than 1023 bytes; else the size that `out` needs. `out` is untouched unless 0 is
- *          returned. */
+ *  @return QAL_STATUS_OK; QAL_PATH_FAILED when `path` is null or empty, when there is no working
+ *          directory or it has more than 1023 bytes, and when the result's size is beyond an `int`;
+ *          else, always above 0, the size that `out` needs. `out` is untouched unless QAL_STATUS_OK
+ *          is returned. */
 QAL_API int qal_get_full_path(const char *path, char *out, int out_size);
 
-/** Returns the working directory, exactly as the platform's getcwd does.
+/** Returns the working directory, exactly as the platform's getcwd() does.
  *
  *  @param buf   receives the path; caller-owned. With null and a `size` of 0 a text of the length
- *               needed is allocated, which the caller releases with `free`.
- *  @param size  size of `buf`.
- *  @return `buf` or the new text; null with `errno` set when the path does not fit and on failure.
- */
+ *               needed is allocated, which the caller releases with free().
+ *  @param size  size of `buf` in bytes.
+ *  @return `buf` or the new text; null with `errno` set when the path does not fit and on failure,
+ *          when what `buf` holds is indeterminate. */
 QAL_API char *qal_getcwd(char *buf, size_t size);
 
-/** Changes the working directory of the process, as the platform's chdir does.
+/** Changes the working directory of the process, as the platform's chdir() does.
  *
  *  @param path  borrowed; null fails with EFAULT.
- *  @return 0, or -1 with `errno` set. */
+ *  @return QAL_STATUS_OK; or QAL_PATH_FAILED with `errno` set, when the working directory is the
+ *          one before. */
 QAL_API int qal_setcwd(const char *path);
 
 /** Adds a path, given by its components, to a ":"-separated list of paths.
@@ -133,13 +144,13 @@ QAL_API int qal_setcwd(const char *path);
  *               May be `base` itself; no component may lie in it. Null is allowed: nothing happens.
  *  @param base  the list so far; borrowed. Null: there is no list yet, and no ":" is written.
  *  @param ...   components, borrowed, ended by a null `char *`; without any, `dst` is `base`.
- *  @return 0. */
+ *  @return QAL_STATUS_OK, always. */
 QAL_API int qal_addpath(char *dst, const char *base, ...);
 
 /** Finds the last dot in the last part of a path.
  *
  *  @param path  borrowed; null is allowed.
- *  @return the dot's place in `path`, or null. */
+ *  @return the dot's place in `path`, or null when there is none. */
 QAL_API char *qal_find_dot_in_filename(const char *path);
 
 /** Cuts the extension off: the last dot in the last part of the path, and what follows it.
@@ -148,7 +159,7 @@ QAL_API char *qal_find_dot_in_filename(const char *path);
  *  @return 1 when something was cut (".profile" becomes ""), else 0. */
 QAL_API int qal_remove_ext(char *path);
 
-/** Stands for a number that qal_valid_pathname_range is to find. */
+/** Stands for a number that qal_valid_pathname_range() is to find. */
 enum {
   QAL_RANGE_OPEN = -1 /**< begin with the first file, or go on to the last */
 };
@@ -178,16 +189,20 @@ QAL_API int qal_valid_pathname_range(const char *template_path, int32_t *first, 
 /** Replaces a leading "~" or "~name" by the home directory of the current or the named user.
  *
  *  The home directory comes from the password database, that of the current user by the real user
- *  id; HOME is not used. It is always followed by a "/": "~" gives "/home/me/".
+ *  id; HOME is not used. It is always followed by a "/": "~" gives "/home/me/". A backslash is an
+ *  ordinary character and stays. Programs that take names with backslashes from users call
+ *  expfnam() (kalmora/helpers.hpp), which turns them into slashes, puts nothing behind the home of
+ *  a "~" alone, and returns the length of the result.
  *
- *  @param path      borrowed; must not overlap `out`. A path without "~" is copied.
+ *  @param path      borrowed; must not overlap `out`. A path that does not begin with "~" is
+ *                   copied.
  *  @param out       the result; caller-owned.
  *  @param out_size  size of `out`, at least 1.
  *  @return QAL_STATUS_OK, QAL_STATUS_INVALID (an argument is null, or `out` is too small) or
  *          QAL_STATUS_NOT_FOUND (no such user). On failure `out` is "", where it has room. */
 QAL_API int qal_expand_pathname(const char *path, char *out, int out_size);
 
-/** The kinds of files that qal_file_extension knows. */
+/** The kinds of files that qal_file_extension() knows. */
 enum {
   QAL_FILE_EXECUTABLE = 0,     /**< executable */
   QAL_FILE_OBJECT = 1,         /**< object file */
@@ -195,14 +210,22 @@ enum {
   QAL_FILE_SHARED_LIBRARY = 3  /**< shared library */
 };
 
-/** Returns the suffix of a kind of file on a platform.
+/** Returns the suffix of a kind of file on a platform, its dot included.
  *
- *  `arch` is searched for the words linux, sun, sgi, cpq, ibm (Unix), hp (HP-UX), apple (macOS) and
- *  win (Windows), in this order. The first one found decides, so "darwin" is Windows.
+ *  The table is searched from the top for a word that `arch` holds, in lower case and anywhere. The
+ *  first one found decides, so "darwin" is Windows.
+ *
+ *  | word in `arch`          | executable | object | static | shared |
+ *  |-------------------------|------------|--------|--------|--------|
+ *  | linux sun sgi cpq ibm   | (empty)    | .o     | .a     | .so    |
+ *  | hp                      | (empty)    | .o     | .a     | .sl    |
+ *  | apple                   | (empty)    | .o     | .a     | .dylib |
+ *  | win                     | .exe       | .obj   | .lib   | .dll   |
  *
  *  @param arch  architecture text such as "linux_2.6_64"; borrowed. Null means "apple".
  *  @param kind  one of the kinds above.
- *  @return a constant text, or null for any other `kind` and when no word is found. */
+ *  @return a constant text, empty for an executable outside Windows; null for any other `kind` and
+ *          when no word is found. */
 QAL_API const char *qal_file_extension(const char *arch, unsigned kind);
 
 #ifdef __cplusplus

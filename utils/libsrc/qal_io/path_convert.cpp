@@ -94,11 +94,11 @@ class Compaction {
 }  // namespace
 
 int qal_convert_pathname(char *path, std::uint32_t flags) {
-  if (!path) return 0;
+  if (!path) return QAL_STATUS_OK;
   const bool to_backslash = (flags & mode_mask) == QAL_PATH_TO_BACKSLASH;
   const char separator = to_backslash ? '\\' : '/';
   replace_all(path, to_backslash ? '/' : '\\', separator);
   if (flags & QAL_PATH_FIX_ILLEGAL) replace_illegal_characters(path);
   if (flags & QAL_PATH_COMPACT) Compaction{path, separator}.run();
-  return 0;
+  return QAL_STATUS_OK;
 }

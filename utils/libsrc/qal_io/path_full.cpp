@@ -20,7 +20,6 @@ namespace {
 using qal::internal::BoundedText;
 using qal::internal::PasswordEntry;
 
-constexpr int failed = -1;
 constexpr std::size_t directory_bytes = 1024;
 
 std::span<char> room_in(char *out, int out_size) {
@@ -32,15 +31,15 @@ std::span<char> room_in(char *out, int out_size) {
 int deliver(std::initializer_list<std::string_view> pieces, std::span<char> out) {
   std::size_t needed = 1;
   for (const auto piece : pieces) needed += piece.size();
-  if (needed > INT_MAX) return failed;
+  if (needed > INT_MAX) return QAL_PATH_FAILED;
   if (needed > out.size()) return static_cast<int>(needed);
   BoundedText{out}.append(pieces);
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 int below_working_directory(std::string_view path, std::span<char> out) {
   std::array<char, directory_bytes> buffer{};
-  if (!getcwd(buffer.data(), buffer.size())) return failed;
+  if (!getcwd(buffer.data(), buffer.size())) return QAL_PATH_FAILED;
   const std::string_view directory{buffer.data()};
   const bool has_backslash = directory.find('\\') != std::string_view::npos;
   return deliver({directory, has_backslash ? "\\" : "/", path}, out);
@@ -60,7 +59,7 @@ int expand_home(std::string_view path, BoundedText &text) {
 }  // namespace
 
 int qal_get_full_path(const char *path, char *out, int out_size) {
-  if (!path || *path == '\0') return failed;
+  if (!path || *path == '\0') return QAL_PATH_FAILED;
   const auto room = room_in(out, out_size);
   return qal_path_is_absolute(path) ? deliver({path}, room) : below_working_directory(path, room);
 }
@@ -70,7 +69,7 @@ char *qal_getcwd(char *buf, std::size_t size) { return getcwd(buf, size); }
 int qal_setcwd(const char *path) {
   if (!path) {
     errno = EFAULT;
-    return failed;
+    return QAL_PATH_FAILED;
   }
   return chdir(path);
 }

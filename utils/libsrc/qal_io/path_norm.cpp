@@ -16,7 +16,6 @@ namespace {
 
 using qal::internal::OwnedText;
 
-constexpr int failed = -1;
 constexpr std::size_t most_segments = 1024;
 constexpr std::size_t spare_bytes = 64;
 constexpr std::size_t room_for_dot = sizeof ".";
@@ -93,7 +92,9 @@ std::size_t room_for(std::string_view segments) {
   return segments.size() + (lacks_first_slash ? 1 : 0);
 }
 
-int needed_size(std::size_t bytes) { return bytes > INT_MAX ? failed : static_cast<int>(bytes); }
+int needed_size(std::size_t bytes) {
+  return bytes > INT_MAX ? QAL_PATH_FAILED : static_cast<int>(bytes);
+}
 
 // `start` is what the result begins with: the prefix or, for a relative path, the caller's text.
 int deliver(std::string_view start, std::string_view segments, std::span<char> out) {
@@ -103,13 +104,13 @@ int deliver(std::string_view start, std::string_view segments, std::span<char> o
   if (length == 0) segments = ".";
   const bool is_in_place = start.data() == out.data();
   if (is_in_place) {
-    qal_convert_pathname(out.data(), 0);
+    qal_convert_pathname(out.data(), QAL_PATH_TO_SLASH);
   } else {
     std::memcpy(out.data(), start.data(), start.size());
   }
   std::memcpy(out.data() + start.size(), segments.data(), segments.size());
   out[start.size() + segments.size()] = '\0';
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 std::string_view text_in(std::span<const char> out) {
@@ -118,10 +119,10 @@ std::string_view text_in(std::span<const char> out) {
 
 int normalise(const char *path, std::span<char> out) {
   const OwnedText room = room_as_long_as(path);
-  if (!room) return failed;
+  if (!room) return QAL_PATH_FAILED;
   const char *const first = behind_separators(path);
   const auto segments = Resolution{room.get()}.run(first);
-  if (!segments) return failed;
+  if (!segments) return QAL_PATH_FAILED;
   const auto start = first == path ? text_in(out) : prefix_for(first - path);
   return deliver(start, *segments, out);
 }
@@ -130,14 +131,15 @@ int deliver_dot(std::span<char> out) {
   const std::size_t length = std::min<std::size_t>(1, out.size() - 1);
   std::memcpy(out.data(), ".", length);
   out[length] = '\0';
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 }  // namespace
 
 int qal_get_norm_path(const char *path, char *out, int out_size) {
   const std::size_t room = out_size > 0 ? static_cast<std::size_t>(out_size) : 0;
-  if (!path || (!out && room > 0) || std::string_view{path}.starts_with("..")) return failed;
+  if (!path || (!out && room > 0) || std::string_view{path}.starts_with(".."))
+    return QAL_PATH_FAILED;
   if (*path != '\0') return normalise(path, {out, room});
-  return room > 0 ? deliver_dot({out, room}) : 0;
+  return room > 0 ? deliver_dot({out, room}) : QAL_STATUS_OK;
 }

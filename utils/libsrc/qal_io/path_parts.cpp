@@ -55,7 +55,7 @@ bool is_ascii_letter(char byte) {
   return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
 }
 
-constexpr std::size_t kind_count = 4;  // executable, object file, static and shared library
+constexpr std::size_t kind_count = QAL_FILE_SHARED_LIBRARY + 1;
 using Suffixes = std::array<const char *, kind_count>;
 
 constexpr Suffixes unix_suffixes{"", ".o", ".a", ".so"};
@@ -107,7 +107,7 @@ int qal_path_is_absolute(const char *path) {
 }
 
 int qal_addpath(char *dst, const char *base, ...) {
-  if (!dst) return 0;
+  if (!dst) return QAL_STATUS_OK;
   char *end = append(dst, base ? base : "");
   const char *separator = base ? ":" : "";
   va_list components;
@@ -118,7 +118,7 @@ int qal_addpath(char *dst, const char *base, ...) {
     separator = "/";
   }
   va_end(components);
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 char *qal_find_dot_in_filename(const char *path) {
