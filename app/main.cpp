@@ -60,7 +60,7 @@ int main(int, char **argv) {
   identity.setProduct(QAL_PRODUCT_KALMORA);
   identity.setComponent(QAL_COMPONENT_CLIENT);
   QalIdentity::currentIdentity = &identity;
-  if (qal_utils_init() != 0) return 1;
+  if (qal_utils_init() != QAL_STATUS_OK) return 1;
   query_env_vars("kalmora");
   sweep();
   // Deliberate: the library is not shut down; the end of the process releases everything.

@@ -64,7 +64,7 @@ bool is_own_record(std::string_view dir, const std::string &path) {
   const std::string_view name = std::string_view{path}.substr(dir.size() + 1);
   if (name.find('/') != std::string_view::npos) return false;
   return zul_fnmatch(reinterpret_cast<const unsigned char *>(record_pattern),
-                     reinterpret_cast<const unsigned char *>(name.data())) == 0;
+                     reinterpret_cast<const unsigned char *>(name.data())) == QAL_FNM_MATCH;
 }
 
 // Where everybody may leave a link, another's could lead to a file that only this user may read.
@@ -94,9 +94,9 @@ Descriptor open_record(const std::string &path) {
 }
 
 // Deliberate: the record of a process that exists is settled and that of a vanished one is kept.
-// The sweep follows the result of the probe, which is 0 for a process that exists.
+// The sweep follows the result of the probe.
 bool is_settled(const Record &record, Notifier &notifier) {
-  if (qal_is_pid_running(record.pid) != 0) return false;
+  if (qal_is_pid_running(record.pid) != QAL_PID_EXISTS) return false;
   return !record.has_all_texts() || notifier.notify(record);
 }
 

@@ -1,19 +1,19 @@
 /** @file
  *  Doubly linked lists of pointers whose headers and nodes come from two process-wide pools.
  *
- *  A list never owns what its nodes point to. qal_utils_init (startup.h) makes the pools and
- *  qal_utils_done ends them; before and after that no list or node can be made.
+ *  A list never owns what its nodes point to. qal_utils_init() (startup.h) makes the pools and
+ *  qal_utils_done() ends them; before and after that no list or node can be made.
  *
  *  Linking cannot fail. It does nothing when an argument is null. A node is in one list at most:
- *  what is linked in must come from qal_plist_alloc, qal_plist_pop or qal_plist_remove.
+ *  what is linked in must come from qal_plist_alloc(), qal_plist_pop() or qal_plist_remove().
  *
  *  Errors: when there was no memory for a chunk, the lock of the pool stays held (mpool.h): every
  *  thread that gives a node back or needs a new chunk afterwards waits for ever, so destroying a
  *  list hangs as well.
  *
- *  Threads: a list is used by one thread at a time; the main thread and those of qal_thread_create
- *  (thread.h) may use lists of their own at once. Other threads share index 0 and must not use
- *  lists.
+ *  Threads: a list is used by one thread at a time; the main thread and those of
+ *  qal_thread_create() (thread.h) may use lists of their own at once. Other threads share index 0
+ *  and must not use lists. The pools are made and ended while no thread uses lists.
  *
  *  Source: utils/libsrc/qal_plist.cpp, and qal_list_inline.c for the accessors. */
 #ifndef QAL_PLIST_H
@@ -45,62 +45,133 @@ typedef struct QalPlist {
  *  `earlier` belongs after `later`. */
 typedef int (*QalPlistCompare)(const void *earlier, const void *later);
 
-/** Makes the two pools, which carve so many headers and nodes at a time. Pools that exist already
- *  are abandoned, not freed.
- *  @return QAL_STATUS_OK, or QAL_STATUS_NO_MEMORY; there are then no pools. */
+/** Makes the two pools. Pools that exist already are abandoned, not freed.
+ *
+ *  @param header_chunk  list headers that the first pool carves at a time. With 0, or when they would
+ *                       need 4 GiB or more, no list can be made.
+ *  @param node_chunk    nodes that the second pool carves at a time. With 0, or when they would need
+ *                       4 GiB or more, no node can be made.
+ *  @return QAL_STATUS_OK; or QAL_STATUS_NO_MEMORY, when there are no pools. */
 QAL_API int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk);
 
 /** Ends the two pools; every list and node becomes invalid at once.
+ *
  *  @return QAL_STATUS_OK, also when there are no pools. */
 QAL_API int qal_plist_pool_destroy(void);
 
-/** A new empty list; null on failure. */
+/** Makes an empty list.
+ *
+ *  @return the list, to be given back with qal_plist_destroy(); null without pools and when memory
+ *          is short. */
 QAL_API QalPlist *qal_plist_create(void);
-/** Gives a list and its nodes back and sets the caller's handle to null. What the nodes point to is
- *  not touched. */
+
+/** Gives a list and its nodes back. What the nodes point to is not touched.
+ *
+ *  @param list_address  the address of the caller's handle, which becomes null. A null address or
+ *                       handle does nothing. */
 QAL_API void qal_plist_destroy(QalPlist **list_address);
-/** A new node with all fields null; null on failure. */
+
+/** Makes a node.
+ *
+ *  @return the node, its fields null, to be linked into a list or given back with
+ *          qal_plist_free(); null without pools and when memory is short. */
 QAL_API QalPlistNode *qal_plist_alloc(void);
-/** Gives a node that is in no list back and sets the caller's handle to null. */
+
+/** Gives a node that is in no list back.
+ *
+ *  @param node_address  the address of the caller's handle, which becomes null. A null address or
+ *                       handle does nothing. */
 QAL_API void qal_plist_free(QalPlistNode **node_address);
 
-/** The first node of a list, or null. */
+/** Returns the first node of a list.
+ *
+ *  @param list  the list, or null.
+ *  @return the node, still in the list; null when the list is empty or null. */
 QAL_API inline QalPlistNode *qal_plist_first(const QalPlist *list) {
   return list ? list->first : NULL;
 }
-/** The last node of a list, or null. */
+
+/** Returns the last node of a list.
+ *
+ *  @param list  the list, or null.
+ *  @return the node, still in the list; null when the list is empty or null. */
 QAL_API inline QalPlistNode *qal_plist_last(const QalPlist *list) {
   return list ? list->last : NULL;
 }
-/** The node behind this one, or null. */
+
+/** Returns the node behind another.
+ *
+ *  @param node  the node, or null.
+ *  @return the next node; null behind the last one and for null. */
 QAL_API inline QalPlistNode *qal_plist_next(const QalPlistNode *node) {
   return node ? node->next : NULL;
 }
-/** The node before this one, or null. */
+
+/** Returns the node before another.
+ *
+ *  @param node  the node, or null.
+ *  @return the node before it; null before the first one and for null. */
 QAL_API inline QalPlistNode *qal_plist_prev(const QalPlistNode *node) {
   return node ? node->prev : NULL;
 }
 
-/** Links a node in before all others. */
+/** Links a node in before all others.
+ *
+ *  @param list  the list.
+ *  @param node  a node that is in no list; the list's from then on. */
 QAL_API void qal_plist_prepend(QalPlist *list, QalPlistNode *node);
-/** Links a node in behind all others. */
+
+/** Links a node in behind all others.
+ *
+ *  @param list  the list.
+ *  @param node  a node that is in no list; the list's from then on. */
 QAL_API void qal_plist_append(QalPlist *list, QalPlistNode *node);
-/** Links a node in behind the node `at` of the same list. */
+
+/** Links a node in behind another.
+ *
+ *  @param list  the list.
+ *  @param at    a node of the list.
+ *  @param node  a node that is in no list; the list's from then on. */
 QAL_API void qal_plist_insert_after(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
-/** Links a node in before the node `at` of the same list. */
+
+/** Links a node in before another.
+ *
+ *  @param list  the list.
+ *  @param at    a node of the list.
+ *  @param node  a node that is in no list; the list's from then on. */
 QAL_API void qal_plist_insert_before(QalPlist *list, QalPlistNode *at, QalPlistNode *node);
 
-/** Unlinks a node of the list; it is the caller's from then on, its links null. */
+/** Unlinks a node.
+ *
+ *  @param list  the list.
+ *  @param node  a node of the list; the caller's from then on, its links null and its `data` as it
+ *               was. */
 QAL_API void qal_plist_remove(QalPlist *list, QalPlistNode *node);
-/** Unlinks the first node and returns it, or null for an empty list. */
+
+/** Unlinks the first node.
+ *
+ *  @param list  the list.
+ *  @return the node, the caller's from then on, its links null and its `data` as it was; null when
+ *          the list is empty or null. */
 QAL_API QalPlistNode *qal_plist_pop(QalPlist *list);
-/** Moves all nodes of `src` behind those of `dst`. A list joined to itself stays as it is. */
+
+/** Moves all nodes of a list behind those of another. A list joined to itself stays as it is.
+ *
+ *  @param dst  the list that receives the nodes.
+ *  @param src  the list that loses them: empty afterwards, and still to be destroyed. */
 QAL_API void qal_plist_concat(QalPlist *dst, QalPlist *src);
-/** Counts the nodes. */
+
+/** Counts the nodes, walking the list.
+ *
+ *  @param list  the list, or null.
+ *  @return their number; 0 for null. */
 QAL_API uint32_t qal_plist_length(const QalPlist *list);
 
 /** Sorts in place with a stable merge sort, in at most n log n comparisons: nodes that compare as
- *  equal keep their order. The comparison may neither change nor walk the list. */
+ *  equal keep their order.
+ *
+ *  @param list     the list.
+ *  @param compare  orders two nodes by their `data`; it may neither change nor walk the list. */
 QAL_API void qal_plist_sort(QalPlist *list, QalPlistCompare compare);
 
 #ifdef __cplusplus

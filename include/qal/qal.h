@@ -10,16 +10,16 @@
  *     most leave it out. A path is never cut.
  *  3. A null result means that there is nothing. An argument may be null only where its function
  *     says so.
- *  4. Memory that a function hands over is released with the C library's `free`, unless a
+ *  4. Memory that a function hands over is released with the C library's free(), unless a
  *     function of the same area takes it back.
  *  5. Set-up functions are called by the main thread, before other threads start. Where a header
  *     says nothing about threads, a function keeps no state and any thread may call it.
  *     Pools, and with them lists, tables and ids, are for the main thread and for threads of
- *     qal_thread_create (thread.h): all others share index 0 with the main thread.
+ *     qal_thread_create() (thread.h): all others share index 0 with the main thread.
  *  6. The library reports through the logger (logger.h), which is silent until a host installs a
- *     callback; qal_fread_zlib, qal_get_osx_ver, qal_hash_slot_traverse, qal_pipe_popen_id and
- *     qal_temp_mem_display write to standard error themselves. It never ends the process, except
- *     where a function says so. */
+ *     callback; qal_fread_zlib(), qal_get_osx_ver(), qal_hash_slot_traverse(), qal_pipe_popen_id(),
+ *     qal_sysinfo() and qal_temp_mem_display() write to standard error themselves. It never ends
+ *     the process, except where a function says so. */
 #ifndef QAL_QAL_H
 #define QAL_QAL_H
 

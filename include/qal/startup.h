@@ -21,24 +21,25 @@ extern "C" {
  *  thread layer. No cache directory is set afterwards.
  *
  *  Every further call returns QAL_STATUS_OK and does nothing, whether the first one succeeded or
- *  not and also after qal_utils_done.
+ *  not and also after qal_utils_done().
  *
  *  @return QAL_STATUS_OK, or QAL_STATUS_NO_THREADS when the thread layer does not start. Too little
  *          memory for ids and pools is not reported here: the functions that need them fail. */
 QAL_API int qal_utils_init(void);
 
 /** Shuts the library down: the cache directory is released and no longer set, and the pools of the
- *  pointer lists end with every list. A later qal_utils_init starts nothing again.
+ *  pointer lists end with every list. A later qal_utils_init() starts nothing again.
  *
- *  @return QAL_STATUS_OK. */
+ *  @return QAL_STATUS_OK, always. */
 QAL_API int qal_utils_done(void);
 
 /** Sets the cache directory.
  *
- *  @param path  the directory's name, copied as it is. It may be the stored text itself or a
- *               part of it. Null: no directory is set afterwards.
+ *  @param path  the directory's name, copied as it is; borrowed. It may be the stored text itself
+ *               or a part of it. Null: no directory is set afterwards.
  *  @return QAL_STATUS_OK; or QAL_STATUS_NO_MEMORY, when no directory is set afterwards and the
- *          allocator has reported it (see qal/alloc.h). */
+ *          allocator has reported it (see qal/alloc.h). The old directory is gone in either case.
+ *          */
 QAL_API int qal_utils_set_cachedir(const char *path);
 
 /** Returns the cache directory.

@@ -3,6 +3,8 @@
 #ifndef QAL_STATUS_H
 #define QAL_STATUS_H
 
+/** The codes that areas share. A function that returns other numbers has names for them in its own
+ *  header. */
 enum {
   QAL_STATUS_OK = 0,         /**< success */
   QAL_STATUS_NO_MEMORY = 2,  /**< an allocation failed, or a directory could not be read */

@@ -44,9 +44,8 @@ bool physical_memory_kib(int &value) {
 }
 
 int resident_kib() {
-  constexpr int not_known = -1;
   std::uint64_t bytes = 0;
-  return platform::resident_bytes(bytes) ? in_kib(bytes) : not_known;
+  return platform::resident_bytes(bytes) ? in_kib(bytes) : QAL_SYSINFO_NOT_KNOWN;
 }
 
 // Each count falls back to the next finer one that the system knows.
@@ -135,27 +134,27 @@ int qal_endian() {
 }
 
 int qal_username(char *dst, int size) {
-  if (size < 1) return 0;
+  if (size < 1) return QAL_STATUS_OK;
   const PasswordEntry user;
   qal_strncpy(dst, user ? user.name().data() : "notfound", size);
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 int qal_sleep(unsigned seconds) {
   sleep(seconds);
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 int qal_usleep(unsigned microseconds) {
   usleep(microseconds);
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 int qal_sched_yield() { return sched_yield(); }
 
 int qal_signal(int signal_number, void (*handler)(int)) {
   signal(signal_number, handler);
-  return 0;
+  return QAL_STATUS_OK;
 }
 
 int qal_getpid() { return getpid(); }
@@ -167,15 +166,15 @@ int qal_is_pid_running(int pid) {
 
 int qal_get_osx_ver(char *name, int *major, int *minor) {
   std::memcpy(name, "Mac OS X", sizeof "Mac OS X");
-  *major = *minor = -1;
+  *major = *minor = QAL_OSX_VER_NOT_KNOWN;
   VersionOutput output{};
   if (!read_version_output(output)) {
     std::fprintf(stderr, "error: qal_get_osx_ver() can't run command to get OS version: <%s>\n",
                  version_command);
-    return -1;
+    return QAL_OSX_VER_NOT_KNOWN;
   }
-  if (parse_version(output.data(), *major, *minor)) return 0;
+  if (parse_version(output.data(), *major, *minor)) return QAL_OSX_VER_FOUND;
   std::fprintf(stderr, "error: qal_get_osx_ver() can't parse OS version string: <%s>\n",
                output.data());
-  return -1;
+  return QAL_OSX_VER_NOT_KNOWN;
 }

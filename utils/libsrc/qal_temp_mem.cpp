@@ -17,7 +17,6 @@ constexpr const char *source = "utils/libsrc/qal_temp_mem";
 constexpr const char *block_label = "qal tmem segment mptr";
 constexpr std::int64_t least_size = 100;
 constexpr std::int64_t large_size = 1'000'000;
-constexpr int ok = 0;
 
 // The functions below refer to a segment by the link that points to it: the head of the list, or
 // `next` of the segment before. A search that finds nothing returns the null link at the end.
@@ -118,7 +117,7 @@ int qal_temp_mem_release(void *ptr) {
   if (!*link) return QAL_TEMP_MEM_NOT_FOUND;
   QalTempSegment *segment = unlink_segment(link);
   insert_segment(find_size(&Tmem_Avail, segment->size), segment);
-  return ok;
+  return QAL_TEMP_MEM_OK;
 }
 
 void *qal_temp_mem_resize(void *ptr, int64_t size) {
@@ -139,12 +138,12 @@ int qal_temp_mem_free(void *ptr) {
   QalTempSegment **link = find_block(&Tmem_Avail, ptr);
   if (!*link) return QAL_TEMP_MEM_NOT_FOUND;
   free_segment(unlink_segment(link));
-  return ok;
+  return QAL_TEMP_MEM_OK;
 }
 
 int qal_temp_mem_free_all_avail() {
   while (Tmem_Avail) free_segment(unlink_segment(&Tmem_Avail));
-  return ok;
+  return QAL_TEMP_MEM_OK;
 }
 
 int qal_temp_mem_free_all() {

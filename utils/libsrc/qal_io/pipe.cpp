@@ -96,8 +96,7 @@ std::FILE *stream_of(Descriptor end, const char *mode) {
 }  // namespace
 
 FILE *qal_pipe_popen_id(const char *command, const char *mode, int *pid_out) {
-  constexpr int no_process = -1;
-  if (pid_out) *pid_out = no_process;
+  if (pid_out) *pid_out = QAL_PIPE_NO_PROCESS;
   if (!command || !mode || !pid_out || (mode[0] != 'r' && mode[0] != 'w')) return nullptr;
   const bool parent_reads = mode[0] == 'r';
   Pipe pipe = open_pipe();
