@@ -98,7 +98,7 @@ int readercmp(const char *a, const char *b) {
   for (int i = 0; i < 2; ++i) {
     if (!names[i] || strnlen(names[i], part_name_max + 1) > part_name_max) return not_comparable;
     copy_part_name(texts[i], names[i]);
-    qal_strrepl(texts[i], " ", "", 0);
+    qal_strrepl(texts[i], " ", "", QAL_REPLACE_ALL);
   }
   return strcasecmp(texts[0], texts[1]);
 }

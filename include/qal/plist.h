@@ -47,10 +47,10 @@ typedef int (*QalPlistCompare)(const void *earlier, const void *later);
 
 /** Makes the two pools. Pools that exist already are abandoned, not freed.
  *
- *  @param header_chunk  list headers that the first pool carves at a time. With 0, or when they would
- *                       need 4 GiB or more, no list can be made.
- *  @param node_chunk    nodes that the second pool carves at a time. With 0, or when they would need
- *                       4 GiB or more, no node can be made.
+ *  @param header_chunk  list headers that the first pool carves at a time. With 0, or when they
+ *                       would need 4 GiB or more, no list can be made.
+ *  @param node_chunk    nodes that the second pool carves at a time. With 0, or when they would
+ *                       need 4 GiB or more, no node can be made.
  *  @return QAL_STATUS_OK; or QAL_STATUS_NO_MEMORY, when there are no pools. */
 QAL_API int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk);
 

@@ -23,35 +23,86 @@ extern "C" {
 #endif
 
 /** @name Character classes
- *  Each takes any int, looks only at its low byte, and returns exactly 1 or 0. */
+ *  Each returns exactly 1 or 0. */
 /**@{*/
 
-/** Says whether bit 7 of the byte is clear, whatever the locale. */
+/** Says whether bit 7 of the byte is clear, whatever the locale.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isascii(int c);
-/** Says whether the byte is a tab or a space, whatever the locale. */
+
+/** Says whether the byte is a tab or a space, whatever the locale.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isblank(int c);
-/** Says whether the byte is one of 0 to 9, whatever the locale. */
+
+/** Says whether the byte is one of 0 to 9, whatever the locale.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isdigit(int c);
-/** Says whether the byte is one of 0-9, a-f, A-F, whatever the locale. */
+
+/** Says whether the byte is one of 0-9, a-f, A-F, whatever the locale.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isxdigit(int c);
+
 /** Says whether the byte is of the platform's upper-case or lower-case class. The letters without
- *  case that some locales have do not count. */
+ *  case that some locales have do not count.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isalpha(int c);
-/** Says whether the byte is a letter as by qal_isalpha, or one of 0 to 9. */
+
+/** Says whether the byte is a letter as by qal_isalpha(), or one of 0 to 9.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isalnum(int c);
-/** Says whether the byte is of the platform's control class. */
+
+/** Says whether the byte is of the platform's control class.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_iscntrl(int c);
-/** Says whether the byte is of the platform's visible class. */
+
+/** Says whether the byte is of the platform's visible class.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isgraph(int c);
-/** Says whether the byte is of the platform's lower-case class. */
+
+/** Says whether the byte is of the platform's lower-case class.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_islower(int c);
-/** Says whether the byte is of the platform's printable class. */
+
+/** Says whether the byte is of the platform's printable class.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isprint(int c);
-/** Says whether the byte is of the platform's punctuation class. */
+
+/** Says whether the byte is of the platform's punctuation class.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_ispunct(int c);
-/** Says whether the byte is of the platform's space class. */
+
+/** Says whether the byte is of the platform's space class.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isspace(int c);
-/** Says whether the byte is of the platform's upper-case class. */
+
+/** Says whether the byte is of the platform's upper-case class.
+ *
+ *  @param c  any number, of which the low byte counts.
+ *  @return 1 if it is, else 0. */
 QAL_API int qal_isupper(int c);
 /**@}*/
 
@@ -72,20 +123,32 @@ QAL_API char *qal_strncpy(char *dst, const char *src, int size);
  *  @return where the appended part begins: the old end of the text, not `dst`. */
 QAL_API char *qal_strncat(char *dst, const char *src, unsigned size);
 
-/** Finds the first `character` (taken as a char) in a text, its terminator included.
+/** Finds the first place of a character in a text, its terminator included.
  *
- *  @return its place in `string`, or null. */
+ *  @param string     text to search.
+ *  @param character  what to find, taken as a `char`; 0 finds the terminator.
+ *  @return the place in `string`, or null. */
 QAL_API char *qal_strchr(const char *string, int character);
 
-/** Finds the last `character` (taken as a char) in a text, its terminator included.
+/** Finds the last place of a character in a text, its terminator included.
  *
- *  @return its place in `string`, or null. */
+ *  @param string     text to search.
+ *  @param character  what to find, taken as a `char`; 0 finds the terminator.
+ *  @return the place in `string`, or null. */
 QAL_API char *qal_strrchr(const char *string, int character);
 
-/** Gives the platform's upper-case form of a character below 128; others come back unchanged. */
+/** Returns the upper-case form of a character.
+ *
+ *  @param character  any number.
+ *  @return the platform's upper-case form of a character below 128; any other comes back
+ *          unchanged. */
 QAL_API unsigned qal_toupper(unsigned character);
 
-/** Gives the platform's lower-case form of a character below 128; others come back unchanged. */
+/** Returns the lower-case form of a character.
+ *
+ *  @param character  any number.
+ *  @return the platform's lower-case form of a character below 128; any other comes back
+ *          unchanged. */
 QAL_API unsigned qal_tolower(unsigned character);
 
 /** Finds a text in another without regard to case.
@@ -96,10 +159,10 @@ QAL_API unsigned qal_tolower(unsigned character);
  *  @param haystack  text to search.
  *  @param needle    text to find.
  *  @return the first place in `haystack` where the whole of `needle` stands, or null. An empty
- *          `needle` gives null, unlike the platform's strstr. */
+ *          `needle` gives null, unlike the platform's strstr(). */
 QAL_API char *qal_strcasestr(const char *haystack, const char *needle);
 
-/** Modes of qal_changecase. Only ASCII letters change case, whatever the locale. */
+/** Modes of qal_changecase(). Only ASCII letters change case, whatever the locale. */
 enum {
   QAL_CASE_UPPER = 0,     /**< a-z to upper case */
   QAL_CASE_LOWER = 1,     /**< A-Z to lower case */
@@ -112,8 +175,9 @@ enum {
  *  @param mode    one of the modes above; any other changes nothing. */
 QAL_API void qal_changecase(char *string, int mode);
 
-/** A flag of qal_strrepl. */
+/** Flags of qal_strrepl(). */
 enum {
+  QAL_REPLACE_ALL = 0,    /**< replace every occurrence */
   QAL_REPLACE_FIRST = 0x1 /**< stop after the first replacement */
 };
 
@@ -126,7 +190,7 @@ enum {
  *                      and none is checked.
  *  @param find         what to replace; null or empty finds nothing. Must not lie in `string`.
  *  @param replacement  what to put in its place; null counts as empty. Must not lie in `string`.
- *  @param flags        0 or QAL_REPLACE_FIRST. Other bits are ignored.
+ *  @param flags        QAL_REPLACE_ALL or QAL_REPLACE_FIRST. Other bits are ignored.
  *  @return the number of replacements; with 0 the text is as it was. */
 QAL_API int qal_strrepl(char *string, const char *find, const char *replacement, int flags);
 
@@ -152,16 +216,23 @@ QAL_API int qal_strip_pre_post_chars(const char *src, char *dst, int character);
  *  @return the length written; 0, with `dst` empty, when only spaces were in `src`. */
 QAL_API int qal_strip_pre_post_spaces(const char *src, char *dst);
 
+/** Results of qal_snprintf(). */
+enum {
+  QAL_SNPRINTF_WHOLE = 0,    /**< the whole output is in the buffer */
+  QAL_SNPRINTF_NOT_WHOLE = 1 /**< the output was cut, or counts as failed */
+};
+
 /** Prints into a buffer and says whether all of it fitted.
  *
  *  What the buffer held before matters in one case: empty output into a buffer of 2 bytes or more
  *  that held no NUL behind its first byte counts as failed.
  *
- *  @param buffer  receives the text; null gives 1.
- *  @param size    size of `buffer`; 0 gives 1 and nothing is written.
- *  @param format  as for printf.
- *  @return 0 when the whole output is in `buffer`. 1 when it was cut, when formatting failed or
- *          in the case above; the last byte of `buffer` is then NUL. */
+ *  @param buffer  receives the text; null gives QAL_SNPRINTF_NOT_WHOLE.
+ *  @param size    size of `buffer`; 0 gives QAL_SNPRINTF_NOT_WHOLE and nothing is written.
+ *  @param format  as for printf().
+ *  @param ...     the arguments of `format`.
+ *  @return QAL_SNPRINTF_WHOLE; or QAL_SNPRINTF_NOT_WHOLE when the output was cut, when formatting
+ *          failed or in the case above: the last byte of `buffer` is then NUL. */
 QAL_API int qal_snprintf(char *buffer, size_t size, const char *format, ...) QAL_PRINTF(3, 4);
 
 #ifdef __cplusplus

@@ -1,16 +1,15 @@
 /** @file
  *  Shell-style wildcards over NUL-terminated bytes.
  *
- *  There are two matchers, and they differ on purpose. `zul_fnmatch` is small, takes no flags and
- *  is the one that the directory listing applies to file names. `qal_fnmatch` knows the rules of
+ *  There are two matchers, and they differ on purpose. zul_fnmatch() is small, takes no flags and
+ *  is the one that the directory listing applies to file names. qal_fnmatch() knows the rules of
  *  paths and takes flags. Both know `*`, `?`, sets in brackets and the backslash as escape, and
- *  both return 0 for a match and 1 for none, as the platform's `fnmatch` does. A null argument
- *  matches nothing.
+ *  both return 0 for a match as the platform's fnmatch() does. A null argument matches nothing.
  *
  *  Neither allocates or recurses. The time of a call is bounded by the product of the two lengths,
  *  whatever the pattern.
  *
- *  Threads: neither keeps state, so any thread may call them; the case folding of `qal_fnmatch`
+ *  Threads: neither keeps state, so any thread may call them; the case folding of qal_fnmatch()
  *  follows the current locale.
  *
  *  Source: utils/libsrc/qal_wildcard.cpp. */
@@ -29,7 +28,7 @@ enum {
   QAL_FNM_NOMATCH = 1 /**< it does not */
 };
 
-/** Flags of `qal_fnmatch`. The numbers are not those of the platform's `fnmatch`. */
+/** Flags of qal_fnmatch(). The numbers are not those of the platform's fnmatch(). */
 enum {
   QAL_FNM_PATHNAME = 0x01,      /**< only a slash in the pattern matches a slash */
   QAL_FNM_NOESCAPE = 0x02,      /**< a backslash is an ordinary character */
@@ -53,7 +52,7 @@ QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name)
 
 /** Matches a string, such as a path, against a pattern.
  *
- *  Apart from the flags it differs from `zul_fnmatch` in three ways: a `]` right after the opening
+ *  Apart from the flags it differs from zul_fnmatch() in three ways: a `]` right after the opening
  *  bracket or its negation closes the set at once (an empty set matches nothing, a negated one
  *  everything); ranges compare unsigned bytes; a backslash at the end of the pattern is literal.
  *
@@ -71,11 +70,11 @@ QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name)
  *  @return QAL_FNM_MATCH or QAL_FNM_NOMATCH. */
 QAL_API int qal_fnmatch(const unsigned char *pattern, const char *string, unsigned flags);
 
-/** The same as `qal_fnmatch`: in spite of its name it does not add QAL_FNM_PATHNAME.
+/** The same as qal_fnmatch(): in spite of its name it does not add QAL_FNM_PATHNAME.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param string   the string; borrowed.
- *  @param flags    any union of the QAL_FNM flags.
+ *  @param flags    any union of the QAL_FNM flags; other bits are ignored.
  *  @return QAL_FNM_MATCH or QAL_FNM_NOMATCH. */
 QAL_API int qal_fnmatch_pathnames(const unsigned char *pattern, const char *string, unsigned flags);
 

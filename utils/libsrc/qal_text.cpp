@@ -18,9 +18,6 @@ using qal::internal::FoldedSearch;
 using qal::internal::Folding;
 namespace platform = qal::internal::platform;
 
-enum CaseChange { to_upper = 0, to_lower = 1, to_ascii = 2 };  // modes of qal_changecase
-enum PrintResult { printed_whole = 0, not_printed_whole = 1 };
-
 // Called through volatile pointers: the optimiser assumes that toupper and tolower map ASCII to
 // ASCII, and removes comparisons for that reason. Turkish locales map it elsewhere.
 int (*volatile const platform_toupper)(int) = std::toupper;
@@ -184,9 +181,9 @@ char *qal_strcasestr(const char *haystack, const char *needle) {
 }
 
 void qal_changecase(char *string, int mode) {
-  if (mode == to_upper) change_all(string, to_upper_ascii);
-  if (mode == to_lower) change_all(string, to_lower_ascii);
-  if (mode == to_ascii) change_all(string, to_seven_bits);
+  if (mode == QAL_CASE_UPPER) change_all(string, to_upper_ascii);
+  if (mode == QAL_CASE_LOWER) change_all(string, to_lower_ascii);
+  if (mode == QAL_CASE_SEVEN_BITS) change_all(string, to_seven_bits);
 }
 
 int qal_strrepl(char *string, const char *find, const char *replacement, int flags) {
@@ -217,14 +214,14 @@ int qal_strip_pre_post_spaces(const char *src, char *dst) {
 }
 
 int qal_snprintf(char *buffer, size_t size, const char *format, ...) {
-  if (buffer == nullptr || size == 0) return not_printed_whole;
+  if (buffer == nullptr || size == 0) return QAL_SNPRINTF_NOT_WHOLE;
   va_list arguments;
   va_start(arguments, format);
   const int printed = std::vsnprintf(buffer, size, format, arguments);
   va_end(arguments);
   if (printed < 0 || static_cast<std::size_t>(printed) >= size) {
     buffer[size - 1] = '\0';
-    return not_printed_whole;
+    return QAL_SNPRINTF_NOT_WHOLE;
   }
-  return is_terminated({buffer, size}) ? printed_whole : not_printed_whole;
+  return is_terminated({buffer, size}) ? QAL_SNPRINTF_WHOLE : QAL_SNPRINTF_NOT_WHOLE;
 }

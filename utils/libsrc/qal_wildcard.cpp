@@ -11,8 +11,6 @@ namespace {
 
 using Byte = unsigned char;
 
-constexpr int match_found = 0;
-constexpr int no_match = 1;
 constexpr std::size_t name_limit = 1024;  // names of this length and more match nothing
 
 // A member of a bracket expression: the ends of a range, equal for a single byte.
@@ -325,14 +323,14 @@ class PathMatcher {
 }  // namespace
 
 int zul_fnmatch(const unsigned char *pattern, const unsigned char *name) {
-  if (!pattern || !name) return no_match;
-  return NameMatcher(pattern, name).matches() ? match_found : no_match;
+  if (!pattern || !name) return QAL_FNM_NOMATCH;
+  return NameMatcher(pattern, name).matches() ? QAL_FNM_MATCH : QAL_FNM_NOMATCH;
 }
 
 int qal_fnmatch(const unsigned char *pattern, const char *string, unsigned flags) {
-  if (!pattern || !string) return no_match;
+  if (!pattern || !string) return QAL_FNM_NOMATCH;
   PathMatcher matcher(reinterpret_cast<const Byte *>(string), flags);
-  return matcher.matches(pattern) ? match_found : no_match;
+  return matcher.matches(pattern) ? QAL_FNM_MATCH : QAL_FNM_NOMATCH;
 }
 
 int qal_fnmatch_pathnames(const unsigned char *pattern, const char *string, unsigned flags) {
