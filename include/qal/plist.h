@@ -41,8 +41,11 @@ typedef struct QalPlist {
   QalPlistNode *last;  /**< the last node */
 } QalPlist;
 
-/** Compares the `data` of two nodes, the one that stands earlier first. A result above 0 says that
- *  `earlier` belongs after `later`. */
+/** Compares the `data` of two nodes. It may neither change nor walk the list.
+ *
+ *  @param earlier  that of the node that stands earlier.
+ *  @param later    that of the other.
+ *  @return above 0 when `earlier` belongs after `later`; any other number leaves their order. */
 typedef int (*QalPlistCompare)(const void *earlier, const void *later);
 
 /** Makes the two pools. Pools that exist already are abandoned, not freed.
@@ -171,7 +174,7 @@ QAL_API uint32_t qal_plist_length(const QalPlist *list);
  *  equal keep their order.
  *
  *  @param list     the list.
- *  @param compare  orders two nodes by their `data`; it may neither change nor walk the list. */
+ *  @param compare  orders two nodes by their `data`. */
 QAL_API void qal_plist_sort(QalPlist *list, QalPlistCompare compare);
 
 #ifdef __cplusplus

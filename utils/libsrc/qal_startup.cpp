@@ -43,7 +43,7 @@ int qal_utils_init() {
   qal_uid_init();
   qal_plist_pool_create(list_headers_per_chunk, list_nodes_per_chunk);
   forget_cachedir();
-  if (qal_thread_init() != 0) return QAL_STATUS_NO_THREADS;
+  if (qal_thread_init() != QAL_THREAD_OK) return QAL_STATUS_NO_THREADS;
   qal_thread_setconcurrency(expected_threads);
   return QAL_STATUS_OK;
 }

@@ -19,12 +19,8 @@ using qal::internal::Lock;
 using qal::internal::Mutex;
 using qal::internal::self_key_made;
 
-constexpr int ok = 0;
-constexpr int failed = -1;
 constexpr int no_free_slot = -1;
 constexpr int slot_count = 2048;
-constexpr int main_thread = 0;
-constexpr std::int32_t no_result = -1;
 
 enum SlotState : std::int32_t { slot_free = 0, slot_claimed = 1, slot_finished = 2 };
 
@@ -55,7 +51,7 @@ void clear_table() {
 
 void claim(ThreadSlot &slot, QalThreadRoutine routine, void *argument) {
   slot.state = slot_claimed;
-  slot.result = no_result;
+  slot.result = QAL_THREAD_NO_RESULT;
   slot.routine = routine;
   slot.argument = argument;
 }
@@ -97,29 +93,29 @@ int qal_thread_init() {
     const Lock lock(QalThreadsInternalMutex);
     _qal_thread_idx = 0;
   }
-  if (const int status = qal_thread_init_sys(); status != ok) return status;
-  if (qal_thread_key_create(&_qal_thread_self_key) == ok) self_key_made = true;
-  claim(_qal_threads[main_thread], nullptr, nullptr);
+  if (const int status = qal_thread_init_sys(); status != QAL_THREAD_OK) return status;
+  if (qal_thread_key_create(&_qal_thread_self_key) == QAL_THREAD_OK) self_key_made = true;
+  claim(_qal_threads[QAL_THREAD_MAIN_INDEX], nullptr, nullptr);
   if (self_key_made) pthread_setspecific(_qal_thread_self_key, nullptr);
   qal_thread_mutex_init(&QalThreadsInternalMutex.platform());
-  return ok;
+  return QAL_THREAD_OK;
 }
 
-int qal_thread_setconcurrency(int) { return ok; }
+int qal_thread_setconcurrency(int) { return QAL_THREAD_OK; }
 
 int qal_thread_index() { return qal::internal::thread_index(); }
 
 int qal_thread_self() { return qal::internal::thread_index(); }
 
 int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument) {
-  if (!index_out) return failed;
+  if (!index_out) return QAL_THREAD_FAILED;
   const Lock lock(QalThreadsInternalMutex);
   const int index = next_free_slot();
-  if (index == no_free_slot) return failed;
+  if (index == no_free_slot) return QAL_THREAD_FAILED;
   const auto at = static_cast<std::size_t>(index);
   claim(_qal_threads[at], routine, argument);
   const int status = qal_thread_create_sys(&_qal_threads[at].handle, index);
-  if (status == ok) joinable[at] = true;
+  if (status == QAL_THREAD_OK) joinable[at] = true;
   // Deliberate: a slot whose start failed stays claimed, and its index is handed out so that the
   // caller can join it.
   *index_out = index;
@@ -127,21 +123,21 @@ int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument) 
 }
 
 int qal_thread_join(const int *index, int *result_out) {
-  if (!index || !in_table(*index)) return failed;
+  if (!index || !in_table(*index)) return QAL_THREAD_FAILED;
   const auto at = static_cast<std::size_t>(*index);
   ThreadSlot &slot = _qal_threads[at];
-  const int status = joinable[at] ? qal_thread_join_sys(slot.handle) : failed;
+  const int status = joinable[at] ? qal_thread_join_sys(slot.handle) : QAL_THREAD_FAILED;
   const Lock lock(QalThreadsInternalMutex);
-  if (status == ok) joinable[at] = false;
+  if (status == QAL_THREAD_OK) joinable[at] = false;
   if (result_out) *result_out = slot.result;
-  if (at != main_thread) slot.state = slot_free;
+  if (at != QAL_THREAD_MAIN_INDEX) slot.state = slot_free;
   return status;
 }
 
 int qal_thread_cancel(const int *index) {
-  if (!index || !in_table(*index)) return failed;
+  if (!index || !in_table(*index)) return QAL_THREAD_FAILED;
   const auto at = static_cast<std::size_t>(*index);
-  return joinable[at] ? qal_thread_cancel_sys(_qal_threads[at].handle) : failed;
+  return joinable[at] ? qal_thread_cancel_sys(_qal_threads[at].handle) : QAL_THREAD_FAILED;
 }
 
 void *qal_thread_start_void(void *index) { return start(index); }

@@ -2,4 +2,4 @@
 // link a function of its own instead.
 #include <qal/thread.h>
 
-int qal_thread_init_sys() { return 0; }
+int qal_thread_init_sys() { return QAL_THREAD_OK; }

@@ -9,9 +9,6 @@ namespace {
 
 using qal::internal::status_with_breakpoint;
 
-constexpr int ok = 0;
-constexpr int failed = -1;
-
 // The count wraps around at 32 bits, so no starting value leads to an undefined overflow.
 std::int32_t plus(std::int32_t count, std::int32_t change) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(count) +
@@ -20,7 +17,7 @@ std::int32_t plus(std::int32_t count, std::int32_t change) {
 
 // Once a call has failed, the result stays failed.
 void note(int &result, int status) {
-  if (status != ok) result = failed;
+  if (status != QAL_THREAD_OK) result = QAL_THREAD_FAILED;
 }
 
 void pass_on(QalThreadSema &sema, int &result) {
@@ -32,7 +29,7 @@ void pass_on(QalThreadSema &sema, int &result) {
 // wakes the next waiter if that one may pass now.
 void give_back(void *address) {
   auto &sema = *static_cast<QalThreadSema *>(address);
-  int ignored = ok;
+  int ignored = QAL_THREAD_OK;
   sema.count = plus(sema.count, 1);
   --sema.waiters;
   pass_on(sema, ignored);
@@ -40,10 +37,10 @@ void give_back(void *address) {
 }
 
 int wait_for_turn(QalThreadSema &sema) {
-  int result = ok;
+  int result = QAL_THREAD_OK;
   ++sema.waiters;
   pthread_cleanup_push(give_back, &sema);
-  while (sema.count < 0 && result == ok) {
+  while (sema.count < 0 && result == QAL_THREAD_OK) {
     note(result, status_with_breakpoint(pthread_cond_wait(&sema.condition, &sema.mutex)));
   }
   pthread_cleanup_pop(0);
@@ -54,26 +51,28 @@ int wait_for_turn(QalThreadSema &sema) {
 }  // namespace
 
 int qal_thread_sema_init(QalThreadSema *s, int initial) {
-  if (!s || qal_thread_mutex_init(&s->mutex) != ok) return failed;
-  if (qal_thread_cond_init(&s->condition) != ok) {
+  if (!s || qal_thread_mutex_init(&s->mutex) != QAL_THREAD_OK) return QAL_THREAD_FAILED;
+  if (qal_thread_cond_init(&s->condition) != QAL_THREAD_OK) {
     qal_thread_mutex_destroy(&s->mutex);
-    return failed;
+    return QAL_THREAD_FAILED;
   }
   return qal_thread_sema_reset(s, initial);
 }
 
 int qal_thread_sema_destroy(QalThreadSema *s) {
-  if (!s) return failed;
+  if (!s) return QAL_THREAD_FAILED;
   // Deliberate: the platform's own results are compared with -1, which they never are; failures of
   // either call go unnoticed.
   const int mutex_status = pthread_mutex_destroy(&s->mutex);
   const int condition_status = pthread_cond_destroy(&s->condition);
-  return mutex_status == failed || condition_status == failed ? failed : ok;
+  const bool failed = mutex_status == QAL_THREAD_FAILED || condition_status == QAL_THREAD_FAILED;
+  return failed ? QAL_THREAD_FAILED : QAL_THREAD_OK;
 }
 
 int qal_thread_sema_wait(QalThreadSema *s) {
-  if (!s || status_with_breakpoint(pthread_mutex_lock(&s->mutex)) != ok) return failed;
-  int result = ok;
+  if (!s || status_with_breakpoint(pthread_mutex_lock(&s->mutex)) != QAL_THREAD_OK)
+    return QAL_THREAD_FAILED;
+  int result = QAL_THREAD_OK;
   const bool permitted = s->count >= 1;
   s->count = plus(s->count, -1);
   if (!permitted) {
@@ -85,8 +84,9 @@ int qal_thread_sema_wait(QalThreadSema *s) {
 }
 
 int qal_thread_sema_release(QalThreadSema *s) {
-  if (!s || status_with_breakpoint(pthread_mutex_lock(&s->mutex)) != ok) return failed;
-  int result = ok;
+  if (!s || status_with_breakpoint(pthread_mutex_lock(&s->mutex)) != QAL_THREAD_OK)
+    return QAL_THREAD_FAILED;
+  int result = QAL_THREAD_OK;
   // Deliberate: only the release that pays the last debt wakes anybody; the woken thread passes the
   // signal on, so all waiters go together.
   s->count = plus(s->count, 1);
@@ -96,8 +96,8 @@ int qal_thread_sema_release(QalThreadSema *s) {
 }
 
 int qal_thread_sema_reset(QalThreadSema *s, int value) {
-  if (!s) return failed;
+  if (!s) return QAL_THREAD_FAILED;
   s->waiters = 0;
   s->count = value;
-  return ok;
+  return QAL_THREAD_OK;
 }

@@ -14,13 +14,13 @@ namespace {
 
 using qal::internal::status_with_breakpoint;
 
-constexpr int ok = 0;
-constexpr int failed = -1;
 constexpr std::size_t stack_size_bytes = std::size_t{2} * 1024 * 1024;
 constexpr std::int32_t nanoseconds_per_second = 1'000'000'000;
 constexpr std::int32_t nanoseconds_per_microsecond = 1000;
 
-int status_of(int platform_result) { return platform_result == 0 ? ok : failed; }
+int status_of(int platform_result) {
+  return platform_result == 0 ? QAL_THREAD_OK : QAL_THREAD_FAILED;
+}
 
 struct Span {
   std::int32_t seconds;
@@ -58,7 +58,7 @@ timespec deadline_after(float seconds) {
 
 int qal_thread_create_sys(QalThreadHandle *handle_out, int index) {
   pthread_attr_t attributes;
-  if (!handle_out || pthread_attr_init(&attributes) != 0) return failed;
+  if (!handle_out || pthread_attr_init(&attributes) != 0) return QAL_THREAD_FAILED;
   pthread_attr_setstacksize(&attributes, stack_size_bytes);
   void *const argument = reinterpret_cast<void *>(static_cast<std::intptr_t>(index));
   // A start that fails may overwrite the handle it is given, and the caller's may be that of a
@@ -75,7 +75,7 @@ int qal_thread_join_sys(QalThreadHandle handle) { return status_of(pthread_join(
 int qal_thread_cancel_sys(QalThreadHandle handle) { return status_of(pthread_cancel(handle)); }
 
 int qal_thread_key_create(QalThreadKey *key_out) {
-  return key_out ? status_of(pthread_key_create(key_out, nullptr)) : failed;
+  return key_out ? status_of(pthread_key_create(key_out, nullptr)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_setspecific(QalThreadKey key, const void *value) {
@@ -85,49 +85,49 @@ int qal_thread_setspecific(QalThreadKey key, const void *value) {
 void *qal_thread_getspecific(QalThreadKey key) { return pthread_getspecific(key); }
 
 int qal_thread_mutex_init(QalThreadMutex *m) {
-  return m ? status_of(pthread_mutex_init(m, nullptr)) : failed;
+  return m ? status_of(pthread_mutex_init(m, nullptr)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_mutex_destroy(QalThreadMutex *m) {
-  return m ? status_of(pthread_mutex_destroy(m)) : failed;
+  return m ? status_of(pthread_mutex_destroy(m)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_mutex_lock(QalThreadMutex *m) {
-  return m ? status_with_breakpoint(pthread_mutex_lock(m)) : failed;
+  return m ? status_with_breakpoint(pthread_mutex_lock(m)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_mutex_trylock(QalThreadMutex *m) {
-  if (!m) return failed;
+  if (!m) return QAL_THREAD_FAILED;
   const int status = pthread_mutex_trylock(m);
   return status == EBUSY ? QAL_THREAD_BUSY : status_with_breakpoint(status);
 }
 
 int qal_thread_mutex_unlock(QalThreadMutex *m) {
-  return m ? status_with_breakpoint(pthread_mutex_unlock(m)) : failed;
+  return m ? status_with_breakpoint(pthread_mutex_unlock(m)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_cond_init(QalThreadCond *c) {
-  return c ? status_of(pthread_cond_init(c, nullptr)) : failed;
+  return c ? status_of(pthread_cond_init(c, nullptr)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_cond_destroy(QalThreadCond *c) {
-  return c ? status_of(pthread_cond_destroy(c)) : failed;
+  return c ? status_of(pthread_cond_destroy(c)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_cond_broadcast(QalThreadCond *c) {
-  return c ? status_with_breakpoint(pthread_cond_broadcast(c)) : failed;
+  return c ? status_with_breakpoint(pthread_cond_broadcast(c)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_cond_signal(QalThreadCond *c) {
-  return c ? status_with_breakpoint(pthread_cond_signal(c)) : failed;
+  return c ? status_with_breakpoint(pthread_cond_signal(c)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m) {
-  return c && m ? status_with_breakpoint(pthread_cond_wait(c, m)) : failed;
+  return c && m ? status_with_breakpoint(pthread_cond_wait(c, m)) : QAL_THREAD_FAILED;
 }
 
 int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float seconds) {
-  if (!c || !m) return failed;
+  if (!c || !m) return QAL_THREAD_FAILED;
   const timespec deadline = deadline_after(seconds);
   const int status = pthread_cond_timedwait(c, m, &deadline);
   return status == ETIMEDOUT ? QAL_THREAD_TIMED_OUT : status_with_breakpoint(status);

@@ -3,14 +3,15 @@
 #pragma once
 
 #include <qal/logger.h>
+#include <qal/thread.h>
 
 namespace qal::internal {
 
-// Returns 0 for 0, else -1. A breakpoint on qal_stop_here shows every call that failed.
+// A breakpoint on qal_stop_here shows every call that failed.
 inline int status_with_breakpoint(int platform_result) {
-  if (platform_result == 0) return 0;
+  if (platform_result == 0) return QAL_THREAD_OK;
   qal_stop_here();
-  return -1;
+  return QAL_THREAD_FAILED;
 }
 
 }  // namespace qal::internal
