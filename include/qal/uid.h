@@ -2,13 +2,13 @@
  *  Ids that are unique in the process, each standing for two values.
  *
  *  Ids count up from 1 and are never used again. The registry remembers two 64-bit values for every
- *  id until it is retired; their meaning is the caller's. qal_utils_init (startup.h) sets it up;
+ *  id until it is retired; their meaning is the caller's. qal_utils_init() (startup.h) sets it up;
  *  without it ids are handed out but none is found.
  *
  *  Errors: when there was no memory for a chunk of records, the lock of their pool stays held
  *  (mpool.h) and with it the registry's: every later call of any thread waits for ever.
  *
- *  Threads: once the registry is made, the main thread and those of qal_thread_create (thread.h)
+ *  Threads: once the registry is made, the main thread and those of qal_thread_create() (thread.h)
  *  may call any function. Other threads share index 0 and must not.
  *
  *  Source: utils/libsrc/qal_uid.cpp. */
@@ -23,25 +23,38 @@
 extern "C" {
 #endif
 
-/** Makes the registry, unless there is one. For start-up, before other threads run. Without memory
- *  no registry is made, and a later call tries again.
- *  @return 0, or -1 when the mutex cannot be made. */
+/** Makes the registry, unless there is one. For start-up, before other threads run.
+ *
+ *  @return QAL_STATUS_OK, also without memory: no registry is made then, and a later call tries
+ *          again; or QAL_THREAD_FAILED (thread.h) when the mutex cannot be made. */
 QAL_API int qal_uid_init(void);
 
 /** Hands out the next id and registers two values for it.
+ *
+ *  @param first   the first value, any number.
+ *  @param second  the second value, any number.
  *  @return the id, also when there was no memory to register it: it is then never found. */
 QAL_API uint64_t qal_uid_new(uint64_t first, uint64_t second);
 
-/** The id that the next qal_uid_new will hand out. It is not reserved. */
+/** Returns the id that the next qal_uid_new() will hand out.
+ *
+ *  @return the id, which is not reserved: another thread may get it. */
 QAL_API uint64_t qal_uid_next(void);
 
-/** Looks an id up. Only its low 48 bits count.
- *  @param first_out, second_out receive the values; each may be null. Untouched if not found.
- *  @return QAL_STATUS_OK or QAL_STATUS_NO_ID. */
+/** Finds the two values of an id.
+ *
+ *  @param id          the id, of which only the low 48 bits count.
+ *  @param first_out   receives the first value; may be null. Untouched if the id is not found.
+ *  @param second_out  receives the second value; may be null. Untouched if the id is not found.
+ *  @return QAL_STATUS_OK; or QAL_STATUS_NO_ID when the id is not registered, and without a
+ *          registry. */
 QAL_API int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out);
 
-/** Retires an id. Only its low 48 bits count.
- *  @return QAL_STATUS_OK, also without a registry; QAL_STATUS_INVALID if it is not registered. */
+/** Retires an id: it is no longer found and never handed out again.
+ *
+ *  @param id  the id, of which only the low 48 bits count.
+ *  @return QAL_STATUS_OK, also without a registry; or QAL_STATUS_INVALID if it is not registered.
+ *          */
 QAL_API int qal_uid_destroy(uint64_t id);
 
 #ifdef __cplusplus

@@ -11,6 +11,7 @@
 #define QAL_UTF8_H
 
 #include <qal/export.h>
+#include <qal/status.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -20,47 +21,63 @@ extern "C" {
 /** The code point that each of the symbol font's 256 codes stands for; 0 where there is none. */
 QAL_API extern const uint32_t old_sym_font_to_unicode[256];
 
-/** The code point of a symbol-font code. Codes below 0 count as 0, above 255 as 255. */
+/** Returns the code point of a symbol-font code.
+ *
+ *  @param code  the code; below 0 it counts as 0, above 255 as 255.
+ *  @return the code point, or 0 where there is none. */
 QAL_API uint32_t qal_kalmora_symbol_to_unicode(int32_t code);
 
 /** Reads one character.
  *
- *  @param bytes text of at least one byte. A further byte is read only if those before it call for
- *               it, so nothing is read past a terminating NUL.
- *  @param out   receives the decoded value. For more than one byte that is not the character's code
- *               point: only the upper payload bits of the sequence and the top two bits of its last
- *               byte count, so C3 A9 gives U+00C0. A byte that begins no whole sequence gives
- *               itself.
- *  @return the bytes consumed, 1 to 4. */
+ *  @param bytes  text of at least one byte; borrowed. A further byte is read only if those before
+ *                it call for it, so nothing is read past a terminating NUL.
+ *  @param out    receives the decoded value. For more than one byte that is not the character's
+ *                code point: only the upper payload bits of the sequence and the top two bits of
+ *                its last byte count, so C3 A9 gives U+00C0. A byte that begins no whole sequence
+ *                gives itself.
+ *  @return the bytes consumed, 1 to 4; 1 for a byte that begins no whole sequence. */
 QAL_API int qal_char_utf8_to_unicode(const unsigned char *bytes, uint32_t *out);
 
 /** Writes one code point as UTF-8, also a surrogate, and a NUL behind it.
  *
- *  @param out room for 5 bytes.
- *  @return the bytes written before the NUL, 1 to 4; 0 for 0x200000 and above. */
+ *  @param code_point  the code point, below 0x200000.
+ *  @param out         receives the bytes; room for 5, caller-owned.
+ *  @return the bytes written before the NUL, 1 to 4; 0 for 0x200000 and above, when `out` is
+ *          empty. */
 QAL_API int qal_char_unicode_to_utf8(uint32_t code_point, unsigned char *out);
 
 /** Copies a text of the native encoding as UTF-8.
- *  @return the copy, released with `free`; null for null and without memory. */
+ *
+ *  @param string  the text; borrowed. Null is allowed.
+ *  @return the copy, which the caller releases with free(); null for null and when memory is
+ *          short. */
 QAL_API char *qal_string_native_to_utf8(const char *string);
+
 /** Copies a text of UTF-8 in the native encoding.
- *  @return the copy, released with `free`; null for null and without memory. */
+ *
+ *  @param string  the text; borrowed. Null is allowed.
+ *  @return the copy, which the caller releases with free(); null for null and when memory is
+ *          short. */
 QAL_API char *qal_string_utf8_to_native(const char *string);
 
 /** Does nothing, since the encodings are the same.
- *  @return 0. */
+ *
+ *  @return QAL_STATUS_OK, always. */
 QAL_API int qal_string_native_to_utf8_inplace(void);
+
 /** Does nothing, since the encodings are the same.
- *  @return 0. */
+ *
+ *  @return QAL_STATUS_OK, always. */
 QAL_API int qal_string_utf8_to_native_inplace(void);
 
-/** A result of qal_get_current_code_page. */
+/** A result of qal_get_current_code_page(). */
 enum {
   QAL_CODE_PAGE_UTF8 = 65001 /**< UTF-8 */
 };
 
-/** The number of the native encoding's code page.
- *  @return QAL_CODE_PAGE_UTF8. */
+/** Returns the number of the native encoding's code page.
+ *
+ *  @return QAL_CODE_PAGE_UTF8, always. */
 QAL_API int qal_get_current_code_page(void);
 
 #ifdef __cplusplus

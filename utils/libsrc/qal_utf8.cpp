@@ -81,8 +81,8 @@ char *qal_string_native_to_utf8(const char *string) { return string ? strdup(str
 
 char *qal_string_utf8_to_native(const char *string) { return string ? strdup(string) : nullptr; }
 
-int qal_string_native_to_utf8_inplace() { return 0; }
+int qal_string_native_to_utf8_inplace() { return QAL_STATUS_OK; }
 
-int qal_string_utf8_to_native_inplace() { return 0; }
+int qal_string_utf8_to_native_inplace() { return QAL_STATUS_OK; }
 
 int qal_get_current_code_page() { return QAL_CODE_PAGE_UTF8; }
