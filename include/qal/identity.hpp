@@ -6,11 +6,12 @@
  *
  *  A program builds one object at start, makes it current and then starts the library, which reads
  *  it from there. Names are at most 1023 bytes, the version text at most 255; longer ones are cut.
- *  A function that returns a text returns one that is in the object, valid until the same function
- *  is called again or the object ends.
+ *  A text that a function returns is the object's, not to be freed, and valid until the same
+ *  function is called again or the object ends.
  *
  *  Errors: product and component codes come from the program itself, so one that is not assigned is
- *  a programming error and ends the process.
+ *  a programming error: asking for its name prints an assertion on standard error and ends the
+ *  process with abort().
  *
  *  Threads: nothing is locked. Set the object up before other threads start; even asking for a name
  *  writes into the object.
@@ -64,8 +65,10 @@ enum {
 /** What a program is, and the names that follow from it. */
 class QAL_API QalIdentity {
  public:
-  /** Called after the product code has been set. */
-  typedef void (*ChangeCallback)(QalIdentity *);
+  /** Called after the product code has been set, on the thread that set it.
+   *
+   *  @param identity  the object whose product it is. */
+  typedef void (*ChangeCallback)(QalIdentity *identity);
 
   /** The identity of this process, null until the program sets it. Not owned. */
   static QalIdentity *currentIdentity;
@@ -76,73 +79,92 @@ class QAL_API QalIdentity {
    *                       as empty. */
   explicit QalIdentity(const char *program_path);
 
-  /** Stores the product code and then calls the change callback, if one is set.
+  /** Stores the product code and then calls the change callback, if one is set, even if the code is
+   *  the one before.
    *
-   *  @param code  a product code. Any number is stored; asking for the name checks it. */
+   *  @param code  a QAL_PRODUCT code without a flavor. Any number is stored; getBaseProductName()
+   *               checks it. */
   void setProduct(int32_t code);
 
-  /** Stores the flavor code.
+  /** Stores the flavor code, which getProductName() then adds to the product's name. The change
+   *  callback is not called.
    *
-   *  @param code  a flavor code. Any number is stored; asking for the name checks it. */
+   *  @param code  a QAL_FLAVOR code without a product; QAL_FLAVOR_NONE takes the flavor away. Any
+   *               number is stored; getFlavorName() checks it. */
   void setFlavor(int32_t code);
 
   /** Stores the component code.
    *
-   *  @param code  a component code. Any number is stored; asking for the name checks it. */
+   *  @param code  a QAL_COMPONENT code. Any number is stored; getComponentName() checks it. */
   void setComponent(int32_t code);
 
   /** Stores the version.
    *
-   *  @param major   0 means that there is no version.
+   *  @param major   first number; 0 means that there is no version.
    *  @param minor   second number.
    *  @param patch   third number.
-   *  @param letter  the release of this version: 'a' for its first, then 'b' and so on. */
+   *  @param letter  the release of this version: 'a' for its first, then 'b' and so on. It is not
+   *                 checked. */
   void setVersion(uint16_t major, uint16_t minor, uint16_t patch, char letter);
 
   /** Sets what is called after each setting of the product code.
    *
-   *  @param callback  called with this object; null for nothing. */
+   *  @param callback  called with this object; null for nothing. It must stay valid. */
   void setChangeCallback(ChangeCallback callback);
 
-  /** Returns the name of the component. A code that is not assigned fails the assertion. */
+  /** Returns the name of the component.
+   *
+   *  @return the name, a constant text; "Undefined!" for QAL_COMPONENT_UNDEFINED.
+   *  @note   A code that is not assigned ends the process. */
   virtual const char *getComponentName();
 
-  /** Returns the version as "10.2.3(b)", or null when the major version is 0. */
+  /** Returns the version as text.
+   *
+   *  @return a text such as "10.2.3(b)"; null when the major version is 0. */
   virtual const char *getVersionString();
 
   /** Returns the name of the product without its flavor.
    *
    *  @param lower  whether the name is to be in lower case.
-   *  @note  QAL_PRODUCT_UNDEFINED is reported at fatal level and aborts the process; a code that is
-   *         not assigned fails the assertion. */
+   *  @return the name.
+   *  @note   A code that is not assigned ends the process, and so does QAL_PRODUCT_UNDEFINED, which
+   *          is reported through qal_fatal() (logger.h). */
   virtual const char *getBaseProductName(bool lower);
 
-  /** Returns the name of the flavor, empty for QAL_FLAVOR_NONE. A code that is not assigned is
-   *  reported at error level, and the text stays what it was before.
+  /** Returns the name of the flavor.
    *
-   *  @param lower  whether the name is to be in lower case. */
+   *  @param lower  whether the name is to be in lower case.
+   *  @return the name, empty for QAL_FLAVOR_NONE. A code that is not assigned is reported through
+   *          qal_error() (logger.h) and gives the name that was returned last, empty at first. */
   virtual const char *getFlavorName(bool lower);
 
   /** Returns the name of the product, followed by a blank and the flavor's name if there is one.
    *
    *  @param lower  whether the name is to be in lower case.
-   *  @note  Ends the process when getBaseProductName does. */
+   *  @return the name, such as "Kalmora" or "Kalmora Brisk".
+   *  @note   Ends the process when getBaseProductName() does. For a flavor that is not assigned the
+   *          second name is what getFlavorName() returns. */
   virtual const char *getProductName(bool lower);
 
-  /** Returns "[path] product", then the component if it is not 0, then the version if there is one:
-   *  "[/bin/demo] Kalmora Client version 10.2.3(b)".
+  /** Returns all that is known in one text.
    *
-   *  @note  Ends the process when getProductName or getComponentName does. */
+   *  @return the program path in brackets and the product, then the component if it is not
+   *          QAL_COMPONENT_UNDEFINED, then the version if there is one, such as
+   *          "[/bin/demo] Kalmora Client version 10.2.3(b)".
+   *  @note   Ends the process when getProductName() or getComponentName() does. */
   virtual const char *getIdentityString();
 
-  /** Returns the version as one number: major, with minor in hundredths, patch in ten-thousandths
-   *  and the letter's distance from 'a' in millionths. */
+  /** Returns the version as one number.
+   *
+   *  @return major + minor / 100 + patch / 10,000 + (letter - 'a') / 1,000,000, rounded once. It is
+   *          computed even when there is no version; a letter that was never set counts as 0. */
   virtual float getVersionFloat();
 
   /** Says whether this is the product, and the flavor if one is asked for.
    *
-   *  @param code  a product code, and by "|" a flavor code if one is asked for. Only the lowest two
-   *               bytes count. */
+   *  @param code  a QAL_PRODUCT code, and by "|" a QAL_FLAVOR code if one is asked for. Only the
+   *               lowest two bytes count.
+   *  @return whether both are this object's. Without a flavor in `code` any flavor will do. */
   virtual bool isProduct(int code);
 
   // There is no virtual destructor: the table holds the eight functions and nothing else.
