@@ -30,8 +30,6 @@ using qal::internal::File;
 using qal::internal::FreeMemory;
 using qal::internal::PasswordEntry;
 
-constexpr int not_possible = -1;
-
 constexpr std::size_t home_path_max = 1023;
 constexpr int line_count_path_size = 499;
 
@@ -236,7 +234,7 @@ int expfnam(const char *name, int length, char *out, int capacity) {
 
 int our_tempdir(char *out, int capacity) {
   const char *const directory = temporary_directory();
-  if (!directory) return not_possible;
+  if (!directory) return KALMORA_FAILED;
   const std::string_view name = directory;
   if (out && capacity > 0 && static_cast<std::size_t>(capacity) > name.size() + 2) {
     BoundedText{{out, static_cast<std::size_t>(capacity)}}.append({name, "/"});
@@ -247,9 +245,9 @@ int our_tempdir(char *out, int capacity) {
 int file_getlinecount(const char *path) {
   char expanded[line_count_path_size];
   const int length = path ? static_cast<int>(strnlen(path, INT_MAX)) : 0;
-  if (expfnam(path, length, expanded, sizeof expanded) < 0) return not_possible;
+  if (expfnam(path, length, expanded, sizeof expanded) < 0) return KALMORA_FAILED;
   const File file = open_file(expanded, "re");
-  if (!file) return not_possible;
+  if (!file) return KALMORA_FAILED;
   return static_cast<int>(std::min<std::int64_t>(count_lines(file.get()), INT_MAX));
 }
 
@@ -265,14 +263,14 @@ void our_freenamelist(void *list) {
 
 int our_scandir(const char *directory, struct dirent ***list, int (*keep)(const struct dirent *),
                 int (*compare)(const struct dirent **, const struct dirent **)) {
-  if (!list) return not_possible;
+  if (!list) return KALMORA_FAILED;
   *list = nullptr;
   Directory stream = open_readable(directory);
-  if (!stream) return not_possible;
+  if (!stream) return KALMORA_FAILED;
   EntryList entries;
-  if (!entries || !read_entries(stream.get(), keep, entries)) return not_possible;
+  if (!entries || !read_entries(stream.get(), keep, entries)) return KALMORA_FAILED;
   stream.reset();
-  if (!entries.sort(compare)) return not_possible;
+  if (!entries.sort(compare)) return KALMORA_FAILED;
   *list = entries.release();
   return entries.count();
 }
@@ -291,5 +289,5 @@ int remote_fileio(const char *path, int flags, int origin, int64_t offset, int64
   const std::int64_t reached = transfer_and_close(mode, piece, std::move(file));
   if (reached < 0) return KALMORA_FILE_CANNOT_TRANSFER;
   if (position) *position = reached;
-  return 0;
+  return KALMORA_FILE_OK;
 }

@@ -140,6 +140,6 @@ void sub_string_in_string(const char *text, const char *part, int *first, int *l
   const std::string_view whole = text ? text : "";
   const std::size_t at = text && part ? whole.find(part) : whole.npos;
   const bool found = at != whole.npos;
-  report(first, found ? static_cast<int>(at) : -1);
-  report(last, found ? static_cast<int>(at + std::strlen(part)) - 1 : -1);
+  report(first, found ? static_cast<int>(at) : KALMORA_NO_MATCH);
+  report(last, found ? static_cast<int>(at + std::strlen(part)) - 1 : KALMORA_NO_MATCH);
 }

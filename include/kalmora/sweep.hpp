@@ -5,8 +5,8 @@
  *  A record is a file "halix_server*.dat" that holds a URL, a user name, a password and the id of
  *  the process that owns it, separated by white space. Each text has at most 255 bytes, the id is
  *  an `int`, and all four must be complete within the first MiB; any other file of such a name
- *  counts as malformed. What becomes of a record depends on what qal_is_pid_running (see
- *  qal/system.h) returns for its owner:
+ *  counts as malformed. What becomes of a record depends on what qal_is_pid_running()
+ *  (qal/system.h) returns for its owner:
  *
  *  | record                        | owner          | request                          | file    |
  *  |-------------------------------|----------------|----------------------------------|---------|
@@ -34,8 +34,8 @@
  *
  *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
  *                  a leading "~" for a home, but the paths begin with `dir` as it is.
- *  @param pattern  as zul_fnmatch takes it (qal/wildcard.h), matched against names without `dir`; a
- *                  null pointer gives an empty list.
+ *  @param pattern  as zul_fnmatch() takes it (qal/wildcard.h), matched against names without `dir`;
+ *                  a null pointer gives an empty list.
  *  @return the paths "dir/name" with every backslash turned into a slash, in the order in which the
  *          system lists them, and behind them one more entry, "dir/". A name that holds a newline
  *          comes as several entries, and a path that does not fit is left out. Empty when the
