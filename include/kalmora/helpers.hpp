@@ -5,7 +5,7 @@
  *
  *  Limits, in bytes: an expanded home path 1023, a part name 80, the saved shell command 1023.
  *  Texts are NUL-terminated and borrowed for the call; buffers belong to the caller, and what a
- *  function allocates is released with the C library's `free` or with our_freenamelist().
+ *  function allocates is released with the C library's free() or with our_freenamelist().
  *
  *  Errors: failures are small negative numbers, not status codes; every function says which. None
  *  of them reports anything, but the allocator does (see qal/alloc.h) when memory for a user's
