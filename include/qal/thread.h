@@ -119,7 +119,7 @@ QAL_API int qal_thread_create(int *index_out, QalThreadRoutine routine, void *ar
 
 /** Waits for a thread to end and frees its slot.
  *
- *  @param index       the thread's index, by address, not the caller's own; borrowed.
+ *  @param index       the index of another thread, by address; borrowed.
  *  @param result_out  null, or receives the routine's result: QAL_THREAD_NO_RESULT when it was
  *                     cancelled, was null or could not be started, and for the main thread's
  *                     index; 0 when the index was never handed out.

@@ -301,7 +301,14 @@ static int constants_hold(void) {
          QAL_STATUS_NO_SOURCE == 11 && QAL_MAX_TIMERS == 1024 && QAL_PATH_TO_BACKSLASH == 2 &&
          QAL_PATH_FIX_ILLEGAL == 0x100 && QAL_PATH_COMPACT == 0x200 && QAL_FNM_PATHNAME == 0x01 &&
          QAL_FNM_NOESCAPE == 0x02 && QAL_FNM_PERIOD == 0x04 && QAL_FNM_LEADING_DIR == 0x08 &&
-         QAL_FNM_CASEFOLD == 0x10 && QAL_FNM_TRAILING_SLASH == 0x20;
+         QAL_FNM_CASEFOLD == 0x10 && QAL_FNM_TRAILING_SLASH == 0x20 && QAL_FNM_MATCH == 0 &&
+         QAL_FNM_NOMATCH == 1 && QAL_PATH_TO_SLASH == 0 && QAL_PATH_FAILED == -1 &&
+         QAL_PIPE_NO_PROCESS == -1 && QAL_PIPE_IN_CHILD == 0 && QAL_SYSINFO_UNLIMITED == -1 &&
+         QAL_SYSINFO_NOT_KNOWN == -1 && QAL_OSX_VER_FOUND == 0 && QAL_OSX_VER_NOT_KNOWN == -1 &&
+         QAL_TEMP_MEM_OK == 0 && QAL_REPLACE_ALL == 0 && QAL_SNPRINTF_WHOLE == 0 &&
+         QAL_SNPRINTF_NOT_WHOLE == 1 && QAL_THREAD_OK == 0 && QAL_THREAD_FAILED == -1 &&
+         QAL_THREAD_MAIN_INDEX == 0 && QAL_THREAD_NO_RESULT == -1 && QAL_THREAD_BUSY == 1 &&
+         QAL_THREAD_TIMED_OUT == 99;
 }
 
 static int version_is_that_of_its_numbers(void) {

@@ -161,7 +161,7 @@ int add_file(Listing &listing, std::string_view name) {
 
 bool matches(const char *wildcard, const char *name) {
   return zul_fnmatch(reinterpret_cast<const unsigned char *>(wildcard),
-                     reinterpret_cast<const unsigned char *>(name)) == 0;
+                     reinterpret_cast<const unsigned char *>(name)) == QAL_FNM_MATCH;
 }
 
 int add_entry(Listing &listing, const dirent &entry) {
