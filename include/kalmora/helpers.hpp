@@ -7,8 +7,8 @@
  *  Texts are NUL-terminated and borrowed for the call; buffers belong to the caller, and what a
  *  function allocates is released with the C library's free() or with our_freenamelist().
  *
- *  Errors: failures are small negative numbers, not status codes; every function says which. None
- *  of them reports anything, but the allocator does (see qal/alloc.h) when memory for a user's
+ *  Errors: failures are negative numbers with names of their own, not status codes. No function
+ *  reports anything, but the allocator does (see qal/alloc.h) when memory for a user's
  *  password entry is short.
  *
  *  Threads: only change_rsh() keeps state, and one thread at a time may call it. our_tempdir()
@@ -122,7 +122,7 @@ void sort_master_part_list(FILE_PART_LIST *list);
  *  A number is 0 when the character that ends it is missing, and is clamped to the range of `int`.
  *  The letter is the one after the first "("; in the form "(1-b)" it is the one after the hyphen.
  *
- *  @param text  the version; null counts as empty.
+ *  @param text    the version; null counts as empty.
  *  @param major   receives the number in front of the first dot; may be null.
  *  @param minor   receives the number in front of the second dot; may be null.
  *  @param patch   receives the number between that and the "(" behind it; may be null.
@@ -155,7 +155,7 @@ float erand0(int64_t *seed);
 
 /** Returns how far apart values that count as equal may lie: the size of the last mantissa bits.
  *
- *  With 2^e the largest power of 2 that is not above the value's amount, e being -126 at least, the
+ *  With 2^e the largest power of 2 that is not above |value|, e being -126 at least, the
  *  tolerance is (2^digits - 1) * 2^(e - 23): for 1 and 1 digit 2^-23, which is about 1.2e-7. A
  *  factor above 1 then replaces the tolerance's own power of 2, 2^k, by 2^(k / factor), the
  *  quotient cut to an integer: with a factor of 2 the same tolerance becomes 2^-11. One below
@@ -180,14 +180,14 @@ double kal_dbl_tolerance(double value, int digits, int factor);
 /** Returns the absolute value.
  *
  *  @param x  any value.
- *  @return the amount; a value that is not below zero comes back as it is, negative zero and NaN
- *          included. */
+ *  @return the absolute value; one that is not below zero comes back as it is, negative zero and
+ *          NaN included. */
 float our_fabsf(float x);
 
 /** Returns the absolute value in double precision.
  *
  *  @param x  any value.
- *  @return the amount, as our_fabsf() returns it. */
+ *  @return the absolute value, as our_fabsf() returns it. */
 double our_fabsd(double x);
 
 /** Subtracts two 32-bit integers, for sorting.

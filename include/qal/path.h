@@ -44,7 +44,7 @@ enum {
  *
  *  The bytes : * ? " < > | are illegal in names; a ":" in second place ends a drive and stays.
  *  Compacting removes "." pieces, a ".." piece together with the piece before it, and repeated
- *  separators. It looks only at pieces that a separator follows, so a last "." or ".." stays; so
+ *  separators. Only pieces that a separator follows are removed, so a last "." or ".." stays; so
  *  does a ".." without a separator before it ("a/../b"). Two leading separators stay, three and
  *  more become two. It is a single pass, so compacting twice can give more than once: "a/x//../b"
  *  becomes "a/x/../b".
@@ -174,7 +174,7 @@ enum {
  *  @param template_path  at most 1023 bytes; borrowed.
  *  @param first  in: the number to begin with, or QAL_RANGE_OPEN for the smallest that has a file.
  *                Out: the number begun with.
- *  @param last   in: the last number to look at, or QAL_RANGE_OPEN to go on to the first missing
+ *  @param last   in: the last number to open, or QAL_RANGE_OPEN to go on to the first missing
  *                file. Out: the last number before the first missing file, which is `*first` - 1
  *                when that has no file. When no file is missing: the number that was passed in, or
  *                10 to the power of the field's width for QAL_RANGE_OPEN.
