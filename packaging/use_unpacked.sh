@@ -16,10 +16,10 @@ done
 
 cd "$(dirname "${BASH_SOURCE[0]}")"
 . ./logged.sh
-cd ../tests/package
-for project in c_project cxx_project; do
-  build=$tree/$project
+cd ..
+for project in examples/project tests/package/cxx_project; do
+  build=$tree/${project##*/}
   logged "$tree/log" cmake -S "$project" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$tree;$tree/usr"
   logged "$tree/log" cmake --build "$build"
-  echo "ok: a $project finds it: $("$build/stranger")"
+  echo "ok: $project finds it: $("$build/mine" | tail -n 1)"
 done

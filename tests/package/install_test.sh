@@ -9,6 +9,10 @@ rm -rf "$work"
 mkdir -p "$work"
 passed=0
 
+# Copied out, so that nothing of the tree beside it helps.
+example=$work/project
+cp -r examples/project "$example"
+
 # The check runs outside of any condition, where it ends at the first command that fails.
 check() {
   local what=$1 status
@@ -37,10 +41,28 @@ install_project() {
 
 # through_find_package PROJECT PLACE, an installed tree or the tree that it was built in
 through_find_package() {
-  local build=$work/find-package-$1-${2##*/}
-  cmake -S "tests/package/$1" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$2"
+  local build=$work/find-package-${1##*/}-${2##*/}
+  cmake -S "$1" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$2"
   cmake --build "$build"
-  "$build/stranger"
+  "$build/mine"
+}
+
+# Runs the example project's program.
+example_prints() {
+  diff examples/project/mine.txt <("$1")
+  tail -n 1 examples/project/mine.txt
+}
+
+example_through_find_package() {
+  through_find_package "$example" "$1"
+  example_prints "$work/find-package-${example##*/}-${1##*/}/mine"
+}
+
+example_through_make() {
+  local library_dir
+  library_dir=$(dirname "$(find "$1" -name qal.pc -printf '%h\n')")
+  PKG_CONFIG_PATH=$library_dir/pkgconfig make --always-make -C "$example"
+  LD_LIBRARY_PATH=$library_dir example_prints "$example/mine"
 }
 
 # Sets `flags` to those for the installed tree, read as the shell of a makefile reads them.
@@ -160,7 +182,7 @@ installs_into_directories() {
   runs_in_silence "$(find "$prefix" -name kalmora-sweep)"
   through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
   rm -rf "$work/find-package-cxx_project-directories"
-  through_find_package cxx_project "$(dirname "$(find "$prefix" -name qalConfig.cmake)")"
+  through_find_package tests/package/cxx_project "$(dirname "$(find "$prefix" -name qalConfig.cmake)")"
 }
 
 # refusal SENTENCE [COMMAND...]: the error that packaging reports.
@@ -205,11 +227,11 @@ for shared in OFF ON; do
   # A moved tree must still work: nothing may remember where it was installed first.
   mv "$prefix" "$prefix-moved"
   prefix=$prefix-moved
-  check "C through find_package" through_find_package c_project "$prefix"
-  check "C++ through find_package" through_find_package cxx_project "$prefix"
-  check "C through the build tree" through_find_package c_project "$work/build-$shared"
-  check "C++ through the build tree" through_find_package cxx_project "$work/build-$shared"
-  check "C through pkg-config" through_pkg_config tests/package/c_project/main.c "$prefix" gcc -std=c11
+  check "C through find_package" example_through_find_package "$prefix"
+  check "C++ through find_package" through_find_package tests/package/cxx_project "$prefix"
+  check "C through the build tree" example_through_find_package "$work/build-$shared"
+  check "C++ through the build tree" through_find_package tests/package/cxx_project "$work/build-$shared"
+  check "C through make" example_through_make "$prefix"
   check "C++ through pkg-config" through_pkg_config tests/package/cxx_project/main.cpp "$prefix" g++ -std=c++17
   check "the blocks through pkg-config" through_pkg_config examples/kalmora/blocks.cpp "$prefix" g++ -std=c++17
   check "the installed tool starts" runs_in_silence "$prefix/bin/kalmora-sweep"
