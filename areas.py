@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 """The areas of this project, as areas.json has them: each with its headers, sources and tests, named
-once. The build, the measurements and the tables of the documents read them from there.
+once. The build, the measurements and the table in the documents read them from there.
 
 usage: areas.py check      whether every file named there exists, and every file is named there; and
                            whether the list of exports and the test of prototypes have what headers export
        areas.py names KEY  what the entries have under the key, a line each
-       areas.py tables     writes the tables of areas into README.md and docs/index.md
+       areas.py table      writes the table of areas into docs/index.md
 
 An entry holds
-  holds     what the area is about, as the tables say it
+  holds     what the area is about, as the table says it
   headers   the public headers, below include/
   sources   the files that are compiled into the product
   critical  those of them, or headers beside them, of which every branch is to be tested
@@ -115,36 +115,24 @@ def check():
     return not wrong
 
 
-def quoted(names):
-    return ", ".join(f"`{name}`" for name in names)
-
-
 def row(*cells):
     return f"| {' | '.join(cells)} |"
 
 
-def readme_table():
-    yield row("area", "headers", "sources", "tests")
-    yield row(*["---"] * 4)
-    for area in AREAS.values():
-        sources = [source.removeprefix("utils/libsrc/") for source in area["sources"]]
-        yield row(area["holds"], quoted(area["headers"]), quoted(sources), quoted(area["tests"]))
-
-
-def index_table():
+def table():
     yield row("area", "header")
     yield row("---", "---")
     for area in AREAS.values():
         if area["headers"]:
-            yield row(area["holds"], ", ".join(f"@ref {header}" for header in area["headers"]))
+            yield row(area["holds"], ", ".join(area["headers"]))
 
 
-def write_table(document, table):
+def write_table():
     begins, ends = "<!-- areas, by ./run docs -->\n", "<!-- end of areas -->\n"
-    file = ROOT / document
+    file = ROOT / "docs" / "index.md"
     before, _, rest = file.read_text().partition(begins)
     _, _, after = rest.partition(ends)
-    file.write_text("".join([before, begins, "\n".join(table), "\n", ends, after]))
+    file.write_text("".join([before, begins, "\n".join(table()), "\n", ends, after]))
 
 
 def main():
@@ -153,9 +141,8 @@ def main():
     if sys.argv[1:2] == ["names"]:
         print("\n".join(all_of(sys.argv[2])))
         return 0
-    if sys.argv[1:] == ["tables"]:
-        write_table("README.md", readme_table())
-        write_table("docs/index.md", index_table())
+    if sys.argv[1:] == ["table"]:
+        write_table()
         return 0
     sys.exit(__doc__)
 
