@@ -47,5 +47,5 @@ int main(void) {
   if (qal_snprintf(path, ROOM, "%s/halix_server%d.dat", directory, qal_getpid()) != 0) return 1;
   if (!write_record(path, "http://localhost:8080/", "ada", "secret")) return 1;
   print_record(path);
-  return qal_file_rmdir(directory, 1);
+  return qal_file_rmdir(directory, QAL_RMDIR_RECURSIVE);
 }
