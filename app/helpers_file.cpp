@@ -227,7 +227,9 @@ int expfnam(const char *name, int length, char *out, int capacity) {
   std::span<char> room;
   if (out && capacity > 0) room = {out, static_cast<std::size_t>(capacity)};
   if (!room.empty()) room.front() = '\0';
-  if (!name || !*name) return KALMORA_NAME_UNKNOWN;
+  if (!name) return KALMORA_NAME_UNKNOWN;
+  if (capacity < 1) return KALMORA_NAME_TOO_LONG;
+  if (!*name) return KALMORA_NAME_UNKNOWN;
   const std::string_view text{name, strnlen(name, static_cast<std::size_t>(std::max(length, 0)))};
   return text.starts_with('~') ? expand_home(text, room) : put_expanded({}, text, room);
 }

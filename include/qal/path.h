@@ -7,9 +7,8 @@
  *  that works in place never makes its text longer. Sizes are in bytes, the NUL included; a path
  *  that does not fit is a failure and never cut.
  *
- *  Errors: nothing is reported to the logger, except that qal_get_norm_path(),
- *  qal_expand_pathname() and qal_valid_pathname_range() allocate through qal_malloc(), which
- *  reports its own failures.
+ *  Errors: nothing is reported to the logger, except that qal_get_norm_path() and
+ *  qal_expand_pathname() allocate through qal_malloc(), which reports its own failures.
  *
  *  Threads: any thread may call. The working directory belongs to the whole process.
  *

@@ -168,6 +168,9 @@ TEST(TildeExpand, WritesNothingWithoutRoom) {
   EXPECT_EQ(expfnam("/opt", 4, out, 0), -2);
   EXPECT_EQ(expfnam("/opt", 4, out, -1), -2);
   EXPECT_EQ(expfnam("~", 1, out, 0), -2);
+  EXPECT_EQ(expfnam("~no-such-user-here", 18, out, -1), -2);
+  EXPECT_EQ(expfnam("", 0, out, 0), -2);
+  EXPECT_EQ(expfnam(nullptr, 0, out, 0), -1);
   EXPECT_STREQ(out, "before");
   EXPECT_EQ(expfnam("/opt", 4, nullptr, 100), -2);
 }

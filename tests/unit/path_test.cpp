@@ -436,6 +436,29 @@ TEST(PathDirname, RewritesTheTextOfTheCallBefore) {
   EXPECT_STREQ("\\", text);
 }
 
+TEST(PathDirname, RewritesItsTextWhateverItReturns) {
+  const auto text_after = [](std::initializer_list<std::string> paths) {
+    std::string slash = "/a";
+    const char *const text = qal_dirname(slash.data());
+    for (std::string path : paths) qal_dirname(path.data());
+    return std::string{text};
+  };
+  EXPECT_EQ(text_after({}), "/");
+  EXPECT_EQ(text_after({"x\\y\\z"}), "\\");
+  EXPECT_EQ(text_after({"b\\"}), "\\");
+  EXPECT_EQ(text_after({"\\"}), "\\");
+  EXPECT_EQ(text_after({"x\\y\\z", "usr"}), "/");
+  EXPECT_EQ(text_after({"x\\y\\z", ""}), "/");
+}
+
+TEST(PathDirname, KeepsItsTextBesideBasename) {
+  std::string slash = "/a";
+  std::string backslash = "\\a\\b";
+  const char *const text = qal_dirname(slash.data());
+  qal_basename(backslash.data());
+  EXPECT_STREQ(text, "/");
+}
+
 TEST(PathDirname, KeepsItsTextPerThread) {
   std::string path = "/a";
   const char *text = qal_dirname(path.data());

@@ -26,17 +26,19 @@ void strip_trailing(char *path, char separator) {
   path[length] = '\0';
 }
 
-// Valid until the thread calls again, which may change the separator in the text.
-const char *separator_text(char separator) {
+// The text that stands for the root. Every call writes its own separator into it, whatever it
+// returns.
+const char *root_text(char separator) {
   thread_local std::array<char, 2> text;
   text = {separator, '\0'};
   return text.data();
 }
 
-const char *cut_at_last(char *path, char separator) {
+const char *cut_at_last(char *path, const char *root) {
+  const char separator = *root;
   char *last = std::strrchr(path, separator);
   if (!last) return here;
-  if (last == path) return separator_text(separator);
+  if (last == path) return root;
   // Deliberate: any backslash in second place counts as a network root, that of "a\b" too.
   if (separator == '\\' && last == path + 1) return network_root;
   *last = '\0';
@@ -84,10 +86,11 @@ constexpr std::array<Family, 8> families{{{"linux", unix_suffixes},
 const char *qal_dirname(char *path) {
   if (!path) return here;
   const char separator = separator_of(path);
+  const char *const root = root_text(separator);
   if (is_bare_root(path, separator)) return path;
   if (is_blank(path)) return here;
   strip_trailing(path, separator);
-  return cut_at_last(path, separator);
+  return cut_at_last(path, root);
 }
 
 const char *qal_basename(char *path) {

@@ -1,7 +1,6 @@
 // Runs of numbered files that a template such as "frame.####.img" stands for.
 #include <dirent.h>
 #include <fcntl.h>
-#include <qal/alloc.h>
 #include <qal/path.h>
 #include <qal/status.h>
 #include <strings.h>
@@ -12,6 +11,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -109,7 +109,8 @@ class NumberedPath {
   std::size_t width_ = 0;
 };
 
-// Numbers in a growing block of the checked allocator.
+// Numbers in a growing block. Not of the checked allocator, which would report that memory is
+// short: the numbers are probed then, and nothing has failed.
 class NumberList {
  public:
   bool add(std::int32_t number) {
@@ -122,11 +123,10 @@ class NumberList {
  private:
   bool grow() {
     const std::size_t capacity = capacity_ == 0 ? 64 : 2 * capacity_;
-    std::int32_t *larger = nullptr;
-    QAL_MALLOC("qal_valid_pathname_range", larger, capacity * sizeof *larger);
+    void *const larger = std::realloc(numbers_.get(), capacity * sizeof(std::int32_t));
     if (!larger) return false;
-    std::ranges::copy(all(), larger);
-    numbers_.reset(larger);
+    static_cast<void>(numbers_.release());
+    numbers_.reset(static_cast<std::int32_t *>(larger));
     capacity_ = capacity;
     return true;
   }
