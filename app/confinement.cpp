@@ -2,6 +2,7 @@
 #include "confinement.hpp"
 
 #include <qal/path.h>
+#include <unistd.h>
 
 #include <cstddef>
 
@@ -27,6 +28,9 @@ void confine_to(const Directories &directories) {
   std::size_t count = 0;
   for (const char *const directory : directories) {
     if (!make_path(directory, rooms[count])) continue;
+    // The first is swept at once, so one that is missing is left out. A later one may be made while
+    // the sweep waits for a server: then nothing is given up, for the sweep must delete there.
+    if (directory == directories.front() && access(rooms[count], F_OK) != 0) continue;
     paths[count] = rooms[count];
     ++count;
   }

@@ -27,6 +27,7 @@ option(QAL_WERROR "Treat warnings as errors" OFF)
 set(QAL_AUTO_VAR_INIT "" CACHE STRING "What to fill unset variables with: pattern or zero")
 set_property(CACHE QAL_AUTO_VAR_INIT PROPERTY STRINGS "" pattern zero)
 option(QAL_COVERAGE "Count the lines and branches that run (g++ only)" OFF)
+option(QAL_CONDITIONS "Record which conditions decided a branch (clang 18 or later)" OFF)
 
 # For everything that is built.
 add_library(qal_common_flags INTERFACE)
@@ -62,12 +63,17 @@ endif()
 # For what is installed.
 add_library(qal_build_flags INTERFACE)
 target_link_libraries(qal_build_flags INTERFACE qal_common_flags)
-if(NOT QAL_SANITIZE AND NOT QAL_COVERAGE)
+if(NOT QAL_SANITIZE AND NOT QAL_COVERAGE AND NOT QAL_CONDITIONS)
   # The sanitizers replace what these would check; a coverage build is not optimised.
   target_compile_options(
     qal_build_flags INTERFACE -fstack-protector-strong
                               $<$<NOT:$<PLATFORM_ID:Darwin>>:-fstack-clash-protection>
                               $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
+endif()
+if(QAL_CONDITIONS)
+  target_compile_options(qal_build_flags INTERFACE -fprofile-instr-generate -fcoverage-mapping
+                                                   -fcoverage-mcdc)
+  target_link_options(qal_common_flags INTERFACE -fprofile-instr-generate)
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86" AND NOT APPLE)
   target_compile_options(qal_build_flags INTERFACE -fcf-protection)

@@ -128,6 +128,13 @@ TEST_F(SweepConfinement, TakesAnEmptyNameForTheRoot) {
   EXPECT_EQ(world_.contents(), expected);
 }
 
+TEST_F(SweepConfinement, HoldsWithoutAResourceDirectory) {
+  fs::remove(world_.resources());
+  const auto expected = contents_without({record_, swept_ + "/deleted"});
+  run();
+  EXPECT_EQ(world_.contents(), expected);
+}
+
 TEST_F(SweepConfinement, GivesUpNewPrivileges) {
   std::string status;
   server_.before_answer([&] {

@@ -203,6 +203,19 @@ TEST_F(SweepOrder, SweepsOneDirectoryTwiceWhenBothNamesMeanIt) {
   EXPECT_EQ(names_in(world_.resources()), std::vector{"halix_server2.dat"s});
 }
 
+TEST_F(SweepOrder, SweepsATemporaryDirectoryThatIsMadeMeanwhile) {
+  const auto late = world_.root() + "/late";
+  world_.file(world_.resources() + "/halix_server1.dat", live_record("/first"));
+  server_.before_answer([&] {
+    if (exists(late)) return;
+    world_.directory("late");
+    world_.file(late + "/halix_server2.dat", live_record("/second"));
+  });
+  run({.environment = {{"TMPDIR", late}}});
+  EXPECT_THAT(server_.paths(), ElementsAre("/first", "/second"));
+  EXPECT_THAT(names_in(late), IsEmpty());
+}
+
 TEST_F(SweepHostileNames, LeadNowhere) {
   world_.directory("tmp/halix_server");
   world_.directory("victim");

@@ -6,7 +6,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <span>
 
@@ -41,12 +40,9 @@ Descriptor make_ruleset(std::uint64_t rights) {
       static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0))};
 }
 
-// Whether a directory is not there for this process, as opposed to a descriptor or memory for it.
-bool is_out_of_reach(int error) { return error != EMFILE && error != ENFILE && error != ENOMEM; }
-
 bool allow_deleting_in(const char *directory, const Descriptor &ruleset) {
   const Descriptor below{open(directory, O_PATH | O_DIRECTORY | O_CLOEXEC)};
-  if (!below) return is_out_of_reach(errno);
+  if (!below) return false;
   landlock_path_beneath_attr rule = {};
   rule.allowed_access = LANDLOCK_ACCESS_FS_REMOVE_FILE;
   rule.parent_fd = below.get();

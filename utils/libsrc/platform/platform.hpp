@@ -55,8 +55,8 @@ void clear_secret(void *secret, std::size_t size);
 
 // Gives up for good, for this thread and those that it starts, what the system lets it give up of:
 // new privileges, and writing, creating, renaming and deleting, except for deleting files below the
-// directories. A directory that is not there is left out. False when nothing but new privileges was
-// given up, because the system cannot do it or a call failed.
+// directories. False when nothing but new privileges was given up: the system cannot do it, one of
+// the directories cannot be opened, or a call failed.
 bool keep_only_deleting_in(std::span<const char *const> directories);
 
 // The name under which the dynamic loader finds libcurl.
