@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,6 +15,7 @@
 
 namespace {
 
+using qal::test::record_text;
 using qal::test::RecordServer;
 using qal::test::SweepWorld;
 
@@ -51,33 +54,62 @@ class Demo {
 
  private:
   void write_records() {
-    using qal::test::record_text;
-    const int live = owner_.pid();
+    write_in_resources();
+    write_malformed();
+    write_unasked();
+    write_other_kinds();
+  }
+
+  void write_in_resources() {
     const std::string &home = world_.resources();
-    const std::string &temporary = world_.temporary();
-    add(home + "/halix_server1.dat", "running", "complete", server_.record(live, "/live"), "/live",
-        200, Fate::deleted);
+    add(home + "/halix_server1.dat", "running", "complete", server_.record(owner_.pid(), "/live"),
+        "/live", 200, Fate::deleted);
     add(home + "/halix_server2.dat", "ended", "complete",
         server_.record(qal::test::vanished_pid(), "/ended"), "/ended", 0, Fate::kept);
     add(home + "/halix_server3.dat", "of another user", "complete",
         server_.record(qal::test::foreign_pid(), "/foreign"), "/foreign", 200, Fate::deleted);
     add(home + "/halix_server4.dat", "running", "wrong password",
-        record_text(server_.url("/refused"), "halix", "guess", live), "/refused", 401,
+        record_text(server_.url("/refused"), "halix", "guess", owner_.pid()), "/refused", 401,
         Fate::deleted);
-    add(temporary + "/halix_server5.dat", "-", "one word", "interrupted", "", 0, Fate::deleted);
-    add(temporary + "/halix_server6.dat", "-", "empty", "", "", 0, Fate::deleted);
-    add(temporary + "/halix_server7.dat", "-", "three fields",
-        server_.url("/three") + " halix s3cret\n", "/three", 0, Fate::deleted);
-    add(temporary + "/halix_server8.dat", "running", "user of 256 bytes",
-        record_text(server_.url("/long"), std::string(256, 'u'), "s3cret", live), "/long", 0,
+  }
+
+  void write_malformed() {
+    add(temporary("5.dat"), "-", "one word", "interrupted", "", 0, Fate::deleted);
+    add(temporary("6.dat"), "-", "empty", "", "", 0, Fate::deleted);
+    add(temporary("7.dat"), "-", "three fields", server_.url("/three") + " halix s3cret\n",
+        "/three", 0, Fate::deleted);
+    add(temporary("8.dat"), "running", "user of 256 bytes",
+        record_text(server_.url("/long"), std::string(256, 'u'), "s3cret", owner_.pid()), "/long",
+        0, Fate::deleted);
+  }
+
+  // A text that begins with a NUL is an empty one.
+  void write_unasked() {
+    add(temporary("9.dat"), "running", "empty user",
+        record_text(server_.url("/empty"), std::string(1, 0), "s3cret", owner_.pid()), "/empty", 0,
         Fate::deleted);
-    add(temporary + "/halix_server9.dat", "running", "unreadable",
-        server_.record(live, "/unreadable"), "/unreadable", 0, Fate::kept);
+    add(temporary("10.dat"), "running", "unreadable", server_.record(owner_.pid(), "/unreadable"),
+        "/unreadable", 0, Fate::kept);
     chmod(rows_.back().path.c_str(), 0);
+  }
+
+  // The link leads to a record whose own name is not swept: one request comes, for the link.
+  void write_other_kinds() {
+    const std::string fifo = temporary("11.dat");
+    const std::string link = temporary("12.dat");
+    const std::string target = temporary(".txt");
+    if (mkfifo(fifo.c_str(), 0666) != 0) throw std::runtime_error("cannot make " + fifo);
+    std::filesystem::create_symlink(target, link);
+    rows_.push_back({fifo, "-", "a FIFO", "", 0, Fate::deleted});
+    rows_.push_back({link, "running", "a link to the last", "/linked", 200, Fate::deleted});
     rows_.push_back(
-        {world_.directory("tmp/halix_server10.dat"), "-", "a directory", "", 0, Fate::kept});
-    add(temporary + "/halix_server.txt", "running", "complete, other name",
-        server_.record(live, "/other"), "/other", 0, Fate::kept);
+        {world_.directory("tmp/halix_server13.dat"), "-", "a directory", "", 0, Fate::kept});
+    add(target, "running", "complete, other name", server_.record(owner_.pid(), "/linked"), "", 0,
+        Fate::kept);
+  }
+
+  std::string temporary(const char *ending) const {
+    return world_.temporary() + "/halix_server" + ending;
   }
 
   void add(const std::string &path, const char *owner, const char *content, const std::string &text,
