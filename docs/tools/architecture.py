@@ -5,7 +5,7 @@ usage: architecture.py BUILD_DIRECTORY INCLUDE_DIRECTORY PICTURE
 
 A unit belongs to the areas whose headers it defines wholly, or to the one that it defines most of;
 one that defines nothing public stands for itself. An arrow says that one area uses a symbol of the
-other. Arrows that follow from others are left out. What belongs to the programs alone is yellow.
+other. Arrows that follow from others are left out. The picture has a legend that says so.
 """
 import collections
 import pathlib
@@ -14,6 +14,7 @@ import sys
 
 from check_names import declared
 
+LIBRARY, PROGRAMS = "#e9eff8", "#fdf0d8"
 TARGETS = ("qal", "qal_internal", "qal_platform", "kalmora", "kalmora-sweep")
 
 
@@ -51,15 +52,24 @@ def read_areas(units, headers):
     return edges, wants.keys() - library
 
 
+def legend():
+    explained = ((f' bgcolor="{LIBRARY}" border="1"', "", "the library, qal"),
+                 (f' bgcolor="{PROGRAMS}" border="1"', "", "the programs alone, kalmora and kalmora-sweep"),
+                 ("", "A → B", "A calls B; arrows that follow from others are left out"))
+    rows = "".join(f'<tr><td width="46" height="16"{look}>{sign}</td><td align="left">{text}</td></tr>'
+                   for look, sign, text in explained)
+    return f'<<table border="0" cellborder="0" cellspacing="4" color="#5b6b86">{rows}</table>>'
+
+
 def drawing(edges, programs):
     areas = sorted({area for edge in edges for area in edge})
     return "\n".join([
         "digraph areas {",
-        'graph [ranksep=0.45, nodesep=0.12, bgcolor=white]',
-        'node [shape=box, style="rounded,filled", fillcolor="#e9eff8", color="#5b6b86", fontname="DejaVu Sans",'
+        f'graph [ranksep=0.45, nodesep=0.12, bgcolor=white, fontname="DejaVu Sans", fontsize=11, label={legend()}]',
+        f'node [shape=box, style="rounded,filled", fillcolor="{LIBRARY}", color="#5b6b86", fontname="DejaVu Sans",'
         ' fontsize=11, fixedsize=true, width=1.15, height=0.32]',
         'edge [color="#5b6b86", arrowsize=0.6]',
-        *(f'"{area}"' + (' [fillcolor="#fdf0d8"]' if area in programs else "") for area in areas),
+        *(f'"{area}"' + (f' [fillcolor="{PROGRAMS}"]' if area in programs else "") for area in areas),
         *(f'"{user}" -> "{used}"' for user, used in sorted(edges)),
         "}",
     ])
