@@ -120,11 +120,11 @@ void add(const char *who) {
 
 const bool registered = [] {
   add<Pool>("qal");
-  add<Malloc>("glibc malloc");
-  add<Slices>("GLib slices");
-  add<PmrPool>("std::pmr");
-  if (mimalloc.allocate) add<Loaded<mimalloc>>("mimalloc");
-  if (jemalloc.allocate) add<Loaded<jemalloc>>("jemalloc");
+  add<Malloc>("glibc malloc" BESIDE);
+  add<Slices>("GLib slices" BESIDE);
+  add<PmrPool>("std::pmr" BESIDE);
+  if (mimalloc.allocate) add<Loaded<mimalloc>>("mimalloc" BESIDE);
+  if (jemalloc.allocate) add<Loaded<jemalloc>>("jemalloc" BESIDE);
   row("pool, allocate and free one" VARIANT, {{"floor", [](State &state) { floor(state, 1); }}});
   row("pool, allocate and free 1000" VARIANT,
       {{"floor", [](State &state) { floor(state, batch_size); }}});

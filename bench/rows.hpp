@@ -14,7 +14,7 @@ namespace qal::bench {
 using Work = void (*)(benchmark::State &);
 
 struct Contender {
-  const char *who;  // "qal" for ours, "floor" for what no implementation can do without
+  const char *who;  // "qal" or "qal, variant" for ours, "floor" for what nobody can do without
   Work work;
 };
 

@@ -4,36 +4,46 @@
 usage: table.py RESULTS_DIRECTORY          the table on the terminal
        table.py RESULTS_DIRECTORY PAGE     the page with the curves beside it (needs gnuplot)
 
-A benchmark is called "capability|who". Medians of the repetitions are compared. The rows, their
-order and their targets stand in targets.tsv.
+A benchmark is called "capability|who", and "capability|qal, variant" when ours runs in another
+way beside the same peers. Medians of the repetitions are compared. The rows, their order and their
+targets stand in targets.tsv; what the curves count stands in curves.tsv.
 """
 import collections
+import itertools
 import json
-import os
+import math
 import pathlib
-import platform
 import subprocess
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 OURS, FLOOR = "qal", "floor"
+ROOM = 1.02  # for the outermost points of a curve
+OUR_COLOUR, PEER_COLOURS = "#1f5fbf", ("#d9822b", "#5b8c3a", "#8a8f98")
 
 # `remark` says why a target is missed, if it is.
 Target = collections.namedtuple("Target", "capability ratio peer remark")
 
 
+def fields_of(table):
+    lines = (HERE / table).read_text().splitlines()
+    return [line.split("\t") for line in lines if line and not line.startswith("#")]
+
+
 def targets():
-    lines = (HERE / "targets.tsv").read_text().splitlines()
-    fields = (line.split("\t") for line in lines if line and not line.startswith("#"))
-    return [Target(name, float(ratio), peer, remark) for name, ratio, peer, remark in fields]
+    return [Target(name, float(ratio), peer, remark) for name, ratio, peer, remark in fields_of("targets.tsv")]
 
 
-def medians(directory):
+def results(directory):
+    return [json.loads(file.read_text()) for file in sorted(directory.glob("*.json"))]
+
+
+def medians(programs):
     """{capability: {who: ns}} and {capability: {who: [(size, ns)]}}."""
     rows, curves = collections.defaultdict(dict), collections.defaultdict(dict)
-    for file in sorted(directory.glob("*.json")):
-        for run in json.loads(file.read_text())["benchmarks"]:
+    for program in programs:
+        for run in program["benchmarks"]:
             if run.get("aggregate_name") != "median":
                 continue
             capability, rest = run["run_name"].split("|", 1)
@@ -43,14 +53,24 @@ def medians(directory):
                 curves[capability].setdefault(who, []).append((int(sizes[0]), time))
             else:
                 rows[capability][who] = time
-    return rows, curves
+    return with_variants(rows), curves
+
+
+def with_variants(rows):
+    """A variant becomes a capability of its own, with the peers that it ran beside."""
+    found = {}
+    for capability, times in rows.items():
+        peers = {who: ns for who, ns in times.items() if who.split(",")[0] != OURS}
+        ours = {who: ns for who, ns in times.items() if who not in peers}
+        found.update({capability + who.removeprefix(OURS): {**peers, OURS: ns} for who, ns in ours.items()})
+    return found
 
 
 def duration(ns):
-    for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
         if ns >= size:
-            return f"{ns / size:.3g} {unit}"
-    return f"{ns:.3g} ns"
+            return f"{ns / size:.3g}\u00a0{unit}"
+    return f"{ns:.3g}\u00a0ns"
 
 
 def peer_of(times, named):
@@ -69,7 +89,7 @@ def line(target, times):
 
 
 def table(rows):
-    head = ("capability", "ours", "peer", "ratio", "target", "floor", "", "why")
+    head = ("capability", "ours", "peer", "ratio", "target", "floor", "verdict", "why")
     body = [line(target, rows[target.capability]) for target in targets()
             if OURS in rows.get(target.capability, {})]
     widths = [max(len(row[column]) for row in [head, *body]) for column in range(len(head))]
@@ -83,46 +103,104 @@ def unmatched(rows):
     return sorted({target.capability for target in targets()} ^ rows.keys())
 
 
-def plot(capability, curve, image):
-    data = "".join(f'"{who}"\n' + "".join(f"{x} {y}\n" for x, y in sorted(points)) + "\n\n"
-                   for who, points in curve.items())
+def ticks(low, high):
+    """The round times of an axis, as gnuplot wants them: powers of ten, with 2 and 5 where those are few."""
+    steps = (1,) if high / low > 1000 else (1, 2, 5)
+    powers = range(math.floor(math.log10(low)), math.ceil(math.log10(high)) + 1)
+    times = [step * 10 ** power for power in powers for step in steps if low <= step * 10 ** power <= high]
+    return ", ".join(f'"{duration(time)}" {time}' for time in times)
+
+
+def styles(curve):
+    """Ours has the same colour everywhere, and a second one of ours a dash."""
+    peers, dashes = itertools.cycle(PEER_COLOURS), itertools.count(1)
+    return {who: f'lw 3 dt {next(dashes)} lc rgb "{OUR_COLOUR}"' if who.startswith(OURS)
+            else f'lw 1.5 dt 1 lc rgb "{next(peers)}"' for who in sorted(curve)}
+
+
+def plot(capability, counted, curve, image):
+    sizes, times = zip(*sorted({point for points in curve.values() for point in points}))
+    low, high = min(times), max(times)
+    data = "".join("".join(f"{x} {y}\n" for x, y in sorted(curve[who])) + "\n\n" for who in sorted(curve))
+    lines = ", ".join(f'$data index {index} using 1:2 with linespoints pt 7 ps 0.5 {style} title "{who}"'
+                      for index, (who, style) in enumerate(styles(curve).items()))
+    size_ticks = ", ".join(f'"{size:,}" {size}' for size in sorted(set(sizes)))
     commands = f"""
 set terminal svg size 640,400 font "sans-serif,12" background "white"
 set output "{image}"
 set title "{capability}" noenhanced
-set xlabel "size"; set ylabel "time, ns"; set logscale xy; set key left top noenhanced; set grid
+set xlabel "{counted}" offset 0,0.5; set ylabel "time"; set logscale xy; set key below noenhanced; set grid
+set xrange [{min(sizes) / ROOM}:{max(sizes) * ROOM}]; set xtics ({size_ticks})
+set yrange [{low / ROOM}:{high * ROOM}]; set ytics ({ticks(low, high)})
 $data << END
 {data}END
-plot for [i=0:{len(curve) - 1}] $data index i using 1:2 with linespoints title columnheader(1)
+plot {lines}
 """
     subprocess.run(["gnuplot"], input=commands, text=True, check=True)
 
 
-def write_page(page, rows, curves):
-    pictures = []
-    for number, (capability, curve) in enumerate(sorted(curves.items())):
+def joined(parts):
+    return " and ".join([", ".join(parts[:-1]), parts[-1]] if parts[1:] else parts)
+
+
+def growth(points):
+    """How many times as long twice as much takes, on average over the curve."""
+    (small, short), (large, long) = min(points), max(points)
+    return 2 ** (math.log(long / short) / math.log(large / small))
+
+
+def conclusion(counted, curve):
+    most = min(max(points)[0] for points in curve.values())
+    times = {who: dict(points)[most] for who, points in curve.items()}
+    fastest, *others = (f"{who}{{}} {duration(times[who])}" for who in sorted(times, key=times.get))
+    first, *more = (f"{who}{{}} {growth(curve[who]):.1f} times" for who in sorted(curve) if who.startswith(OURS))
+    return (f"With {most:,} {counted} {joined([fastest.format(' takes'), *(who.format('') for who in others)])}; "
+            f"for twice the {counted} {joined([first.format(' takes'), *(who.format('') for who in more)])} as long.")
+
+
+def setting(programs):
+    """Where and when the results came about."""
+    contexts = [{**program["context"], "day": program["context"]["date"][:10]} for program in programs]
+
+    def recorded(key):
+        return joined(sorted({str(context.get(key, "not recorded")) for context in contexts}))
+
+    return (f"Measured on {recorded('day')} at commit {recorded('commit')}, on {recorded('num_cpus')} processors "
+            f"({recorded('processor')}), compiled with {recorded('compiler')}.")
+
+
+HEAD = """# Speed, as measured
+
+Written by `./run bench page`. Each row puts a function beside what a user would reach for instead, on the same work, in
+one process, interleaved; the medians are compared.
+
+- The *ratio* is our time divided by the peer's: below 1 is faster than the peer.
+- The *target* is the greatest ratio that we accept. A row above it is missed, and says why.
+- The *floor* is the time of the steps that no implementation of the same contract can leave out.
+- *Static with LTO* is another program, with runs of its own for the peer.
+"""
+
+
+def write_page(page, programs, rows, curves):
+    counted, pictures = dict(fields_of("curves.tsv")), []
+    for capability, curve in sorted(curves.items()):
         image = page.parent / "curves" / f"{capability.replace(' ', '-').replace(',', '')}.svg"
         image.parent.mkdir(exist_ok=True)
-        plot(capability, curve, image)
-        pictures += [f"![{capability}](curves/{image.name})", ""]
-    page.write_text("\n".join((
-        "# Speed, as measured", "",
-        "Written by `./run bench page`. Each row puts a function beside what a user would reach for",
-        "instead, on the same work, in one process, interleaved; the medians are compared. A ratio",
-        f"below 1 is faster than the peer. The machine has {os.cpu_count()} processors "
-        f"({platform.machine()}, {platform.system()}).", "",
-        *table(rows), "", "## Growth", "", *pictures)))
+        plot(capability, counted[capability], curve, image)
+        pictures += [f"![{capability}](curves/{image.name})", "", conclusion(counted[capability], curve), ""]
+    page.write_text("\n".join((HEAD, setting(programs), "", *table(rows), "", "## Growth", "", *pictures)))
 
 
 def main(arguments):
     if len(arguments) not in (1, 2):
         sys.exit(__doc__)
-    rows, curves = medians(pathlib.Path(arguments[0]))
+    programs = results(pathlib.Path(arguments[0]))
+    rows, curves = medians(programs)
     print("\n".join(table(rows)))
     for capability in unmatched(rows):
         print(f"not in the table, without a result or a target: {capability}")
     if len(arguments) == 2:
-        write_page(pathlib.Path(arguments[1]).resolve(), rows, curves)
+        write_page(pathlib.Path(arguments[1]).resolve(), programs, rows, curves)
 
 
 if __name__ == "__main__":
