@@ -129,7 +129,8 @@ def plot(capability, counted, curve, image):
 set terminal svg size 640,400 font "sans-serif,12" background "white"
 set output "{image}"
 set title "{capability}" noenhanced
-set xlabel "{counted}" offset 0,0.5; set ylabel "time"; set logscale xy; set key below noenhanced; set grid
+set xlabel "{counted}"; set ylabel "time"; set logscale xy; set grid
+set bmargin 6; set key at screen 0.5,0.05 center horizontal noenhanced
 set xrange [{min(sizes) / ROOM}:{max(sizes) * ROOM}]; set xtics ({size_ticks})
 set yrange [{low / ROOM}:{high * ROOM}]; set ytics ({ticks(low, high)})
 $data << END
