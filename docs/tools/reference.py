@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Finishes Doxygen's pages: what to include and to link on each header's page, a link wherever the
-text names a function, and the entries of docs/search.js.
+text names a function and none to files that are not there, and the entries of docs/search.js.
 
 usage: reference.py XML_DIRECTORY HTML_DIRECTORY
 """
@@ -15,6 +15,7 @@ from mdoc import plain
 
 TOKEN = re.compile(r"<!--.*?-->|<[^>]+>|[^<]+", re.S)
 UNLINKED = re.compile(r'<(a|head|script|h\d)\b|<(td) class="(?:memname|memItem\w+)"|<(div) class="title"')
+LINK = re.compile(r'<a href="([^"#:]+)">(.*?)</a>')
 WORD = re.compile(r"(?<![\w/.])[A-Za-z_]\w+(?:\(\))?(?!\.\w)")
 
 
@@ -68,6 +69,10 @@ def with_links(page, pages):
     return "".join(done)
 
 
+def without_dead_links(page, pages):
+    return LINK.sub(lambda link: link.group() if (pages / link.group(1)).exists() else link.group(2), page)
+
+
 def use(header):
     """How a program gets at a header, as a box of HTML."""
     target = "qal::kalmora" if header.parts[0] == "kalmora" else "qal::qal"
@@ -96,7 +101,7 @@ def main(xml, pages):
             begin_page(compound, pages)
     functions = {name: html.escape(page) for kind, name, page, _ in found if kind == "function"}
     for page in pages.glob("*.html"):
-        page.write_text(with_links(page.read_text(), functions))
+        page.write_text(with_links(without_dead_links(page.read_text(), pages), functions))
 
 
 if __name__ == "__main__":

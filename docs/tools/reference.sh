@@ -7,8 +7,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 copy=$(mktemp -d)
 trap 'rm -rf "$copy"' EXIT
 cp -r docs examples include ./*.md "$copy"
-# The README's title is the first page's too. Its links lead to pages and pictures of the reference, or are none.
-sed -Ei '1s/.*/# README/; s,\[([^]]*)\]\(docs/man/[^)]*\),\1,g; s,\(docs/pictures/,(,g' "$copy/README.md"
+# The README's title is the first page's too, and the pictures lie beside the pages.
+sed -i '1s/.*/# README/; s,(docs/pictures/,(,g' "$copy/README.md"
 mkdir -p build "$copy/build/docs"
 docs/tools/examples.py include examples "$copy/build/docs/examples.dox"
 (cd "$copy" && QAL_VERSION=$("$OLDPWD/packaging/project.sh" VERSION) doxygen docs/Doxyfile 2>&1) | sed "s|$copy/||"
