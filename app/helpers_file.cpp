@@ -139,7 +139,7 @@ class EntryList {
   EntryList() : entries_(zeroed_entries(room_ + 1)) {}
 
   bool append(const dirent *entry) {
-    if (!entries_ || (count_ == room_ && !grow())) return false;
+    if (count_ == room_ && !grow()) return false;
     entries_[count_] = copy_of(entry);
     if (!entries_[count_]) return false;
     ++count_;

@@ -26,6 +26,7 @@ MEASUREMENTS = (
     "models",
     "fuzzing",
     "coverage",
+    "conditions",
     "mutation",
     "faults",
     "allocations",
