@@ -7,7 +7,6 @@ import os
 import threading
 import time
 
-import bad_servers
 import figures
 import sweep_world
 from figures import Figure, not_run
@@ -64,9 +63,8 @@ def run_case(name, environment_of):
     """A run with one server that answers and one that does not; what is wrong with it."""
     world = sweep_world.make_world()
     path = sweep_world.lay_out(world)
-    silent = bad_servers.serve(bad_servers.say_nothing)
     sweep_world.make_file(world.temporary / "halix_server3.dat",
-                          sweep_world.record(f"http://{silent}/"))
+                          sweep_world.record(sweep_world.servers().bad["silent"]))
     ended = sweep_world.run(world, environment_of(world))
     found = sweep_world.complaints(ended) + sweep_world.losses(world, path)
     if sorted(os.listdir(world.temporary)) != [sweep_world.KEPT, sweep_world.OTHER]:

@@ -27,7 +27,7 @@ def share(tools, records):
     with concurrent.futures.ThreadPoolExecutor(tools) as pool:
         runs = list(pool.map(lambda _: sweep_world.run(world, limit=300), range(tools)))
     problems = sum(bool(sweep_world.complaints(ended)) for ended in runs)
-    asked = [sweep_world.server().asked[path] for path in paths]
+    asked = [sweep_world.servers().asked(path) for path in paths]
     left = len(os.listdir(world.temporary))
     reached = not problems and not left and 1 <= min(asked) and max(asked) <= tools
     return Figure(f"{tools} tools on the same records: failed / records left / requests for one",

@@ -48,7 +48,7 @@ def run_case(case):
         settings["LD_PRELOAD"] += ":" + sweep_world.shim("address_space")
         settings["EXTRA_ADDRESS_SPACE"] = str(extra)
     found = sweep_world.complaints(sweep_world.run(world, settings, under))
-    was_asked = bool(sweep_world.server().asked[path])
+    was_asked = bool(sweep_world.servers().asked(path))
     found += sweep_world.losses(world, path, sweep_world.loading_mark(world).exists())
     if not sweep_world.settles_the_rest(world):
         found.append("the next run did not settle the rest")

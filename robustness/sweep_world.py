@@ -1,15 +1,13 @@
 """What the measurements of the whole tool share: scratch directories that stand in for a user's,
-records, an HTTP server on the loopback interface, and one watched run of the tool.
+records, servers on the loopback interface, and one watched run of the tool.
 
 The tool runs as an ordinary user, even when the measurement is root's: faults of permission are
 real then. All that is made here lies below one scratch directory that goes when Python ends.
 """
 import atexit
-import collections
 import concurrent.futures
 import dataclasses
 import functools
-import http.server
 import itertools
 import os
 import pathlib
@@ -195,59 +193,37 @@ def complaints(result):
 
 def record(url, owner=None):
     """The text of a record. Without an owner, that of a process that exists."""
-    return f"{url} halix s3cret {os.getpid() if owner is None else owner}\n"
+    return f"{url} halix s3cret:word {os.getpid() if owner is None else owner}\n"
 
 
-class Server:
-    """Answers every GET on the loopback interface and counts how often each path was asked."""
+class Servers:
+    """Those of tests/support, in a process of their own, by their names."""
 
     def __init__(self):
-        self.asked = collections.Counter()
+        program = BUILD / "release" / "robustness" / "sweep_servers"
+        self.process = subprocess.Popen([program], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        text=True)
         self.lock = threading.Lock()
-        server = QuietServer(("127.0.0.1", 0), functools.partial(Answer, self))
-        threading.Thread(target=server.serve_forever, daemon=True).start()
-        self.address = f"http://127.0.0.1:{server.server_port}"
+        shown = itertools.takewhile("\n".__ne__, self.process.stdout)
+        (_, self.good), *bad = (line.rstrip().split("\t") for line in shown)
+        self.bad = dict(bad)
 
-    def count(self, path):
+    def asked(self, path):
+        """How often the good one was asked for it."""
         with self.lock:
-            self.asked[path] += 1
-
-
-class QuietServer(http.server.ThreadingHTTPServer):
-    """A client that is gone in the middle of its request is nothing to report."""
-    request_queue_size = 1024
-
-    def handle_error(self, request, client_address):
-        pass
-
-
-class Answer(http.server.BaseHTTPRequestHandler):
-    """200 and four bytes."""
-
-    def __init__(self, server, *arguments):
-        self.counting_server = server
-        super().__init__(*arguments)
-
-    def do_GET(self):
-        self.counting_server.count(self.path)
-        self.send_response(200)
-        self.send_header("Content-Length", "4")
-        self.end_headers()
-        self.wfile.write(b"done")
-
-    def log_message(self, *_):
-        pass
+            print(path, file=self.process.stdin, flush=True)
+            return int(self.process.stdout.readline())
 
 
 @made_once
-def server():
-    return Server()
+def servers():
+    return Servers()
 
 
 def lay_out_record(world, number):
     """A record to settle. Returns the path that the server is asked for."""
     path = f"/{next(_numbers):08}"
-    make_file(world.temporary / f"halix_server{number}.dat", record(server().address + path))
+    make_file(world.temporary / f"halix_server{number}.dat", record(servers().good + path))
     return path
 
 
@@ -255,7 +231,7 @@ def lay_out(world):
     """Puts out a record to settle, one to keep and a file that is none. Returns the path that the
     server is asked for."""
     path = lay_out_record(world, 1)
-    make_file(world.temporary / KEPT, record(server().address + "/never", GONE_OWNER))
+    make_file(world.temporary / KEPT, record(servers().good + "/never", GONE_OWNER))
     make_file(world.temporary / OTHER, "not a record")
     return path
 
@@ -276,9 +252,9 @@ def losses(world, path, request_may_fail=False):
     """What is gone from the scene of `lay_out` without having been settled."""
     left = set(os.listdir(world.temporary))
     gone = {LIVE, KEPT, OTHER} - left
-    if request_may_fail or server().asked[path]:
+    if request_may_fail or servers().asked(path):
         gone.discard(LIVE)
-    if server().asked["/never"]:
+    if servers().asked("/never"):
         gone.add("the peace of a server whose record's owner is gone")
     return [f"lost {name}" for name in sorted(gone)]
 

@@ -19,6 +19,7 @@
 
 #include "internal/handles.hpp"
 #include "platform/platform.hpp"
+#include "support/bad_servers.hpp"
 #include "support/sweep_world.hpp"
 
 namespace fs = std::filesystem;
@@ -34,7 +35,6 @@ using qal::test::RawServer;
 using qal::test::read_file;
 using qal::test::record_text;
 using qal::test::RecordServer;
-using qal::test::SilentServer;
 using qal::test::succeeded_in_silence;
 using qal::test::SweepWorld;
 using qal::test::ToolStart;
@@ -57,6 +57,13 @@ class SweepTool : public testing::Test {
     const auto path = world_.record("halix_server1.dat", content);
     run();
     return exists(path);
+  }
+  void asks_once_and_forgets(const std::map<std::string, qal::test::Behaviour> &behaviours) {
+    for (const auto &[name, behaviour] : behaviours) {
+      const RawServer server{behaviour};
+      EXPECT_FALSE(keeps(record_for(server.url()))) << name;
+      EXPECT_EQ(server.connections(), 1) << name;
+    }
   }
   std::string live_record(std::string_view path = "/settle") const {
     return server_.record(owner_.pid(), path);
@@ -380,36 +387,21 @@ TEST_F(SweepServers, ThatRedirectAreNotFollowed) {
 }
 
 TEST_F(SweepServers, ThatNeverStopSendingAreCutOff) {
-  EXPECT_FALSE(keeps(live_record(RecordServer::endless_path)));
-  EXPECT_THAT(server_.paths(), ElementsAre(RecordServer::endless_path));
+  asks_once_and_forgets(qal::test::excessive_behaviours());
 }
 
 TEST_F(SweepServers, ThatAnswerGarbageAreForgotten) {
-  for (const std::string &answer :
-       {""s, "\0\xff\x1b[2Jgarbage"s, "HTTP/1.1 999999 \r\n\r\n"s, "HTTP/1.1 200 OK\r\nContent-"s,
-        "HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\nx"s,
-        "HTTP/1.1 200 OK\r\nContent-Length: 99999999999999\r\n\r\nx"s,
-        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"s,
-        "HTTP/1.1 200 OK\r\nX: " + std::string(2'000'000, 'x'), std::string(100'000, '\n')}) {
-    const RawServer server{answer};
-    EXPECT_FALSE(keeps(record_for("http://" + server.authority() + "/")));
-    EXPECT_THAT(server.requests(), SizeIs(1));
-  }
+  asks_once_and_forgets(qal::test::useless_behaviours());
 }
 
 TEST_F(SweepServers, ThatAreNotThereAreForgotten) {
-  std::string nobody;
-  {
-    const SilentServer gone;
-    nobody = gone.authority();
-  }
-  EXPECT_FALSE(keeps(record_for("http://" + nobody + "/")));
+  EXPECT_FALSE(keeps(record_for("http://" + qal::test::authority_of_nobody() + "/")));
 }
 
 // Takes as long as the tool's patience lasts.
 TEST_F(SweepServers, ThatStaySilentAreGivenUp) {
-  const SilentServer silent;
-  world_.record("halix_server1.dat", record_for("http://" + silent.authority() + "/"));
+  const RawServer silent{qal::test::say_nothing};
+  world_.record("halix_server1.dat", record_for(silent.url()));
   world_.record("halix_server2.dat", live_record());
   run();
   EXPECT_EQ(silent.connections(), 1);
@@ -418,7 +410,7 @@ TEST_F(SweepServers, ThatStaySilentAreGivenUp) {
 }
 
 TEST_F(SweepServers, AreReachedPastEveryProxyOfTheEnvironment) {
-  const RawServer proxy{"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"};
+  const RawServer proxy{qal::test::answering("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")};
   world_.record("halix_server1.dat", live_record());
   ToolStart start;
   for (const auto name :
@@ -426,7 +418,7 @@ TEST_F(SweepServers, AreReachedPastEveryProxyOfTheEnvironment) {
     start.environment[name] = "http://" + proxy.authority();
   }
   run(start);
-  EXPECT_THAT(proxy.requests(), IsEmpty());
+  EXPECT_EQ(proxy.connections(), 0);
   EXPECT_THAT(server_.paths(), ElementsAre("/settle"));
 }
 

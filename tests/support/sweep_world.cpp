@@ -1,12 +1,8 @@
 #include "support/sweep_world.hpp"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <httplib.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -78,27 +74,6 @@ ServedRequest as_served(const httplib::Request &request) {
     if (colon != std::string::npos) served.password = pair.substr(colon + 1);
   }
   return served;
-}
-
-// A socket on a free port of the loopback interface that the system accepts connections for.
-int loopback_listener() {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (listener < 0 || fcntl(listener, F_SETFD, FD_CLOEXEC) != 0 ||
-      bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-      listen(listener, SOMAXCONN) != 0) {
-    throw std::runtime_error("cannot listen on the loopback interface");
-  }
-  return listener;
-}
-
-std::string authority_of(int listener) {
-  sockaddr_in address = {};
-  socklen_t size = sizeof address;
-  getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
-  return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
 }
 
 // What a sanitizer or a coverage build needs to know, too.
@@ -211,17 +186,8 @@ struct RecordServer::Inside {
       response.set_header("WWW-Authenticate", "Basic realm=\"records\"");
     } else if (served.path == redirecting_path) {
       response.set_redirect("/elsewhere");
-    } else if (served.path == endless_path) {
-      stream_without_end(response);
     }
     served.status = response.status;
-  }
-
-  static void stream_without_end(httplib::Response &response) {
-    response.set_content_provider("text/plain", [](std::size_t, httplib::DataSink &sink) {
-      static const std::string piece(16384, 'x');
-      return sink.write(piece.data(), piece.size());
-    });
   }
 
   httplib::Server server;
@@ -250,6 +216,11 @@ std::vector<ServedRequest> RecordServer::requests() const {
   return inside_->requests;
 }
 
+long RecordServer::requests_for(std::string_view path) const {
+  const std::lock_guard lock{inside_->mutex};
+  return std::ranges::count(inside_->requests, path, &ServedRequest::path);
+}
+
 std::vector<std::string> RecordServer::paths() const {
   std::vector<std::string> paths;
   for (const auto &request : requests()) paths.push_back(request.path);
@@ -259,76 +230,6 @@ std::vector<std::string> RecordServer::paths() const {
 void RecordServer::before_answer(std::function<void()> step) {
   const std::lock_guard lock{inside_->mutex};
   inside_->before_answer = std::move(step);
-}
-
-struct RawServer::Inside {
-  explicit Inside(std::string text) : answer(std::move(text)), listener(loopback_listener()) {
-    if (pipe(stop) != 0) throw std::runtime_error("cannot make a pipe");
-    std::signal(SIGPIPE, SIG_IGN);  // clients may hang up first
-    thread = std::thread([this] { serve_until_stopped(); });
-  }
-
-  ~Inside() {
-    if (write(stop[1], "", 1) != 1) std::abort();
-    thread.join();
-    for (const int descriptor : {stop[0], stop[1], listener}) close(descriptor);
-  }
-
-  void serve_until_stopped() {
-    pollfd waiting[2] = {{listener, POLLIN, 0}, {stop[0], POLLIN, 0}};
-    while (poll(waiting, 2, -1) < 0 || !waiting[1].revents) {
-      if (!waiting[0].revents) continue;
-      const int connection = accept(listener, nullptr, nullptr);
-      if (connection < 0) continue;
-      serve(connection);
-      close(connection);
-    }
-  }
-
-  void serve(int connection) {
-    char request[4096];
-    const auto got = recv(connection, request, sizeof request, 0);
-    {
-      const std::lock_guard lock{mutex};
-      requests.emplace_back(request, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-    }
-    send(connection, answer.data(), answer.size(), 0);
-  }
-
-  const std::string answer;
-  const int listener;
-  int stop[2] = {-1, -1};
-  std::thread thread;
-  std::mutex mutex;  // guards `requests`
-  std::vector<std::string> requests;
-};
-
-RawServer::RawServer(std::string answer) : inside_(std::make_unique<Inside>(std::move(answer))) {}
-RawServer::~RawServer() = default;
-
-std::string RawServer::authority() const { return authority_of(inside_->listener); }
-
-std::vector<std::string> RawServer::requests() const {
-  const std::lock_guard lock{inside_->mutex};
-  return inside_->requests;
-}
-
-SilentServer::SilentServer() : listener_(loopback_listener()) {
-  fcntl(listener_, F_SETFL, O_NONBLOCK);
-}
-
-SilentServer::~SilentServer() { close(listener_); }
-
-std::string SilentServer::authority() const { return authority_of(listener_); }
-
-int SilentServer::connections() const {
-  int count = 0;
-  for (int one = accept(listener_, nullptr, nullptr); one >= 0;
-       one = accept(listener_, nullptr, nullptr)) {
-    close(one);
-    ++count;
-  }
-  return count;
 }
 
 SweepWorld::SweepWorld(std::string tool)

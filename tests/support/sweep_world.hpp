@@ -52,13 +52,12 @@ struct ServedRequest {
 };
 
 // An HTTP server on the loopback interface that knows one user. It answers 200, without the right
-// credentials 401, and differently on the paths named below.
+// credentials 401, and on one path a redirection.
 class RecordServer {
  public:
   static constexpr char user[] = "halix";
   static constexpr char password[] = "s3cret:word";
   static constexpr char redirecting_path[] = "/redirect";  // leads to /elsewhere
-  static constexpr char endless_path[] = "/endless";       // a body that never ends
 
   RecordServer();
   ~RecordServer();
@@ -72,6 +71,7 @@ class RecordServer {
 
   std::vector<ServedRequest> requests() const;
   std::vector<std::string> paths() const;  // of the requests, in order
+  long requests_for(std::string_view path) const;
 
   // Runs in the server, after a request came and before it is answered.
   void before_answer(std::function<void()> step);
@@ -79,38 +79,6 @@ class RecordServer {
  private:
   struct Inside;
   std::unique_ptr<Inside> inside_;
-};
-
-// A server that takes one connection after the other, reads the request's first bytes, sends
-// `answer` as it is and closes. Each request is kept.
-class RawServer {
- public:
-  explicit RawServer(std::string answer);
-  ~RawServer();
-  RawServer(const RawServer &) = delete;
-  RawServer &operator=(const RawServer &) = delete;
-
-  std::string authority() const;
-  std::vector<std::string> requests() const;
-
- private:
-  struct Inside;
-  std::unique_ptr<Inside> inside_;
-};
-
-// Accepts connections and never sends anything.
-class SilentServer {
- public:
-  SilentServer();
-  ~SilentServer();
-  SilentServer(const SilentServer &) = delete;
-  SilentServer &operator=(const SilentServer &) = delete;
-
-  std::string authority() const;
-  int connections() const;  // made so far; counts each once
-
- private:
-  int listener_;
 };
 
 // How the tool is started.

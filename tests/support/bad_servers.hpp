@@ -1,0 +1,46 @@
+// Servers on the loopback interface that do everything but answer a request properly.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace qal::test {
+
+// What a server does with a connection before it closes it.
+using Behaviour = std::function<void(int connection)>;
+
+void say_nothing(int connection);  // until the client hangs up
+// Sends this to whoever asks.
+Behaviour answering(std::string answer);
+
+// By names that say what they do.
+std::map<std::string, Behaviour> useless_behaviours();    // end without an answer that can be used
+std::map<std::string, Behaviour> excessive_behaviours();  // exceed at once what a client takes
+std::map<std::string, Behaviour> lasting_behaviours();    // go on until a client loses patience
+
+// A server that takes one connection after the other.
+class RawServer {
+ public:
+  explicit RawServer(Behaviour behaviour);
+  ~RawServer();
+  RawServer(const RawServer &) = delete;
+  RawServer &operator=(const RawServer &) = delete;
+
+  std::string authority() const;  // "127.0.0.1:port"
+  std::string url() const { return "http://" + authority() + "/"; }
+  int connections() const;  // made so far
+
+ private:
+  struct Inside;
+  std::unique_ptr<Inside> inside_;
+};
+
+// Where nothing listens.
+std::string authority_of_nobody();
+
+// Of a server that takes no connection any more. Its sockets are the process's own to its end.
+std::string authority_of_busy_server();
+
+}  // namespace qal::test
