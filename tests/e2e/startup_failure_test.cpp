@@ -5,7 +5,7 @@
 
 namespace {
 
-using qal::test::SweepWorld;
+using namespace qal::test;
 
 TEST(SweepWithoutLibrary, EndsWithStatusOneInSilenceAndLeavesEverythingAlone) {
   const SweepWorld world{KALMORA_SWEEP_WITHOUT_THREADS_PATH};

@@ -27,18 +27,7 @@ namespace fs = std::filesystem;
 namespace {
 
 using std::string_literals::operator""s;
-using qal::test::exists;
-using qal::test::foreign_pid;
-using qal::test::LiveOwner;
-using qal::test::names_in;
-using qal::test::RawServer;
-using qal::test::read_file;
-using qal::test::record_text;
-using qal::test::RecordServer;
-using qal::test::succeeded_in_silence;
-using qal::test::SweepWorld;
-using qal::test::ToolStart;
-using qal::test::vanished_pid;
+using namespace qal::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -58,7 +47,7 @@ class SweepTool : public testing::Test {
     run();
     return exists(path);
   }
-  void asks_once_and_forgets(const std::map<std::string, qal::test::Behaviour> &behaviours) {
+  void asks_once_and_forgets(const std::map<std::string, Behaviour> &behaviours) {
     for (const auto &[name, behaviour] : behaviours) {
       const RawServer server{behaviour};
       EXPECT_FALSE(keeps(record_for(server.url()))) << name;
@@ -387,20 +376,18 @@ TEST_F(SweepServers, ThatRedirectAreNotFollowed) {
 }
 
 TEST_F(SweepServers, ThatNeverStopSendingAreCutOff) {
-  asks_once_and_forgets(qal::test::excessive_behaviours());
+  asks_once_and_forgets(excessive_behaviours());
 }
 
-TEST_F(SweepServers, ThatAnswerGarbageAreForgotten) {
-  asks_once_and_forgets(qal::test::useless_behaviours());
-}
+TEST_F(SweepServers, ThatAnswerGarbageAreForgotten) { asks_once_and_forgets(useless_behaviours()); }
 
 TEST_F(SweepServers, ThatAreNotThereAreForgotten) {
-  EXPECT_FALSE(keeps(record_for("http://" + qal::test::authority_of_nobody() + "/")));
+  EXPECT_FALSE(keeps(record_for("http://" + authority_of_nobody() + "/")));
 }
 
 // Takes as long as the tool's patience lasts.
 TEST_F(SweepServers, ThatStaySilentAreGivenUp) {
-  const RawServer silent{qal::test::say_nothing};
+  const RawServer silent{say_nothing};
   world_.record("halix_server1.dat", record_for(silent.url()));
   world_.record("halix_server2.dat", live_record());
   run();
@@ -410,7 +397,7 @@ TEST_F(SweepServers, ThatStaySilentAreGivenUp) {
 }
 
 TEST_F(SweepServers, AreReachedPastEveryProxyOfTheEnvironment) {
-  const RawServer proxy{qal::test::answering("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")};
+  const RawServer proxy{answering("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")};
   world_.record("halix_server1.dat", live_record());
   ToolStart start;
   for (const auto name :

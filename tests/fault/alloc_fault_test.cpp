@@ -17,8 +17,7 @@
 
 namespace {
 
-using qal::test::fail_nth;
-using qal::test::Fault;
+using namespace qal::test;
 
 Fault allocations;
 void *last_block = nullptr;
@@ -46,7 +45,6 @@ void *__wrap_realloc(void *block, std::size_t size) {
 
 namespace {
 
-using qal::test::LogCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

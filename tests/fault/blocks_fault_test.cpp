@@ -26,8 +26,7 @@
 
 namespace {
 
-using qal::test::fail_nth;
-using qal::test::Fault;
+using namespace qal::test;
 
 struct Start {
   int level = 0;
@@ -121,19 +120,6 @@ int __wrap_fseeko(FILE *stream, off_t offset, int origin) {
 namespace {
 
 using qal::internal::File;
-using qal::test::block;
-using qal::test::compressed;
-using qal::test::Deliveries;
-using qal::test::FlakySource;
-using qal::test::four_gib;
-using qal::test::header;
-using qal::test::LogCapture;
-using qal::test::noise;
-using qal::test::read_file;
-using qal::test::ScratchDir;
-
-using qal::test::Read;
-using qal::test::Write;
 
 constexpr Write writers[]{qal_fwrite_zlib, fwrite_zlib};
 constexpr Read readers[]{qal_fread_zlib, fread_zlib};

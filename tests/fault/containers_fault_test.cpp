@@ -32,8 +32,7 @@
 
 namespace {
 
-using qal::test::fail_nth;
-using qal::test::Fault;
+using namespace qal::test;
 
 // What a test wants to know about every call. No two threads use it at once.
 struct Calls {
@@ -117,14 +116,6 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
 
 namespace {
 
-using qal::test::become_index;
-using qal::test::cancel_state;
-using qal::test::in_child;
-using qal::test::in_new_process;
-using qal::test::is_locked;
-using qal::test::LogCapture;
-using qal::test::run_in_child;
-using qal::test::Unwinding;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Made = std::vector<std::string>;

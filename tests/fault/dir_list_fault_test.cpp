@@ -25,9 +25,7 @@
 
 namespace {
 
-using qal::test::fail_nth;
-using qal::test::FakeEntry;
-using qal::test::Fault;
+using namespace qal::test;
 
 struct World {
   Fault callocs, reallocs, opendirs, readdirs, getcwds, stats;
@@ -115,10 +113,6 @@ int __wrap_getpwuid_r(uid_t user, passwd *entry, char *room, std::size_t size, p
 namespace {
 
 namespace fs = std::filesystem;
-using qal::test::LogCapture;
-using qal::test::Names;
-using qal::test::ScratchDir;
-using qal::test::unset_count;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;

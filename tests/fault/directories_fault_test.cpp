@@ -13,9 +13,7 @@
 
 namespace {
 
-using qal::test::clear_environment;
-using qal::test::in_child;
-using qal::test::LogCapture;
+using namespace qal::test;
 
 struct Platform {
   const char *root = "/opt/zul";

@@ -23,12 +23,7 @@
 
 namespace {
 
-using qal::test::clear_environment;
-using qal::test::fail_nth;
-using qal::test::Fault;
-using qal::test::in_child;
-using qal::test::open_descriptors;
-using qal::test::ScratchDir;
+using namespace qal::test;
 
 struct Faults {
   Fault calloc, strdup, fopen, opendir, readdir, fstat, ftello;

@@ -24,12 +24,7 @@
 
 namespace {
 
-using qal::test::fail_all;
-using qal::test::fail_from;
-using qal::test::fail_times;
-using qal::test::Fault;
-using qal::test::in_unprivileged_child;
-using qal::test::open_descriptors;
+using namespace qal::test;
 
 // What the replaced calls do; a test sets it before it calls the library.
 struct Faults {
@@ -117,8 +112,6 @@ int __wrap_getpwnam_r(const char *user, passwd *entry, char *store, std::size_t 
 namespace {
 
 using qal::internal::PasswordEntry;
-using qal::test::LogCapture;
-using qal::test::ScratchDir;
 
 class PathFault : public testing::Test {
  protected:

@@ -28,9 +28,7 @@
 
 namespace {
 
-using qal::test::fail_all;
-using qal::test::fail_nth;
-using qal::test::Fault;
+using namespace qal::test;
 
 std::map<std::string_view, Fault> faults;
 std::size_t most_bytes = SIZE_MAX;  // that one write moves
@@ -120,14 +118,6 @@ int __wrap_execlp(const char *file, const char *argument, ...) {
 namespace {
 
 using qal::internal::File;
-using qal::test::ChildResult;
-using qal::test::Command;
-using qal::test::exit_code;
-using qal::test::expect_no_children;
-using qal::test::in_child;
-using qal::test::open_descriptors;
-using qal::test::output_of;
-using qal::test::rest_of;
 
 constexpr int refused_shell = 42;
 

@@ -16,10 +16,7 @@
 #include "support/fault.hpp"
 #include "support/scratch.hpp"
 
-using qal::test::fail_nth;
-using qal::test::fail_times;
-using qal::test::Fault;
-using qal::test::ScratchDir;
+using namespace qal::test;
 namespace platform = qal::internal::platform;
 
 namespace {

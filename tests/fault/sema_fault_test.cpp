@@ -10,11 +10,7 @@
 
 namespace {
 
-using qal::test::await;
-using qal::test::calls;
-using qal::test::refused;
-using qal::test::Threads;
-using qal::test::Worker;
+using namespace qal::test;
 
 constexpr int untouched = 4711;
 

@@ -85,11 +85,7 @@ using qal::internal::File;
 using qal::internal::read_record;
 using qal::internal::Record;
 using qal::internal::RecordStatus;
-using qal::test::byte_by_byte;
-using qal::test::exists;
-using qal::test::FlakySource;
-using qal::test::read_file;
-using qal::test::ScratchDir;
+using namespace qal::test;
 
 class Trickle {
  public:
@@ -190,9 +186,6 @@ TEST(ShortStreams, GiveWholeItems) {
   EXPECT_STREQ(items, "abcdefghijkl");
 }
 
-using qal::test::Read;
-using qal::test::Write;
-
 void expect_whole_block(Write write, Read read) {
   const std::string data = varied_text(100'000);
   const ScratchDir scratch;
@@ -232,7 +225,7 @@ TEST(ShortPipes, GiveWholeOutput) {
   EXPECT_EQ(qal_pipe_fread(text, 1, 5, stream.get()), 5U);
   EXPECT_STREQ(text, "abcd\n");
   stream.reset();
-  EXPECT_EQ(qal::test::exit_code(pid), 0);
+  EXPECT_EQ(exit_code(pid), 0);
 }
 
 }  // namespace

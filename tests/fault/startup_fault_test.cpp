@@ -18,8 +18,7 @@
 
 namespace {
 
-using qal::test::fail_all;
-using qal::test::Fault;
+using namespace qal::test;
 
 Fault memory;
 
@@ -75,8 +74,6 @@ void *__wrap_malloc(size_t size) { return memory.strikes() ? nullptr : __real_ma
 
 namespace {
 
-using qal::test::in_new_process;
-using qal::test::LogCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

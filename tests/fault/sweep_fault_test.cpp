@@ -42,15 +42,7 @@
 namespace {
 
 using std::string_literals::operator""s;
-using qal::test::clear_environment;
-using qal::test::exists;
-using qal::test::fail_all;
-using qal::test::fail_from;
-using qal::test::fail_times;
-using qal::test::Fault;
-using qal::test::record_text;
-using qal::test::SweepWorld;
-using qal::test::vanished_pid;
+using namespace qal::test;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -375,9 +367,7 @@ class SweepStage : public testing::Test {
   }
 
   // libcurl is loaded once in a process.
-  static void before_curl_is_loaded(const std::function<void()> &body) {
-    qal::test::in_new_process(body);
-  }
+  static void before_curl_is_loaded(const std::function<void()> &body) { in_new_process(body); }
 
   SweepWorld world_;
 };
@@ -483,7 +473,7 @@ TEST_F(SweepRequest, IsMadeOncePerRecordInTheListingsOrder) {
     std::vector<std::string> expected;
     for (const auto &path : find_files(world_.temporary().c_str(), "halix_server*.dat")) {
       if (exists(path) && path.back() != '/') {
-        expected.push_back(qal::test::model_of(qal::test::read_file(path))->url);
+        expected.push_back(model_of(read_file(path))->url);
       }
     }
     sweep();
@@ -519,7 +509,7 @@ TEST_F(SweepCurl, IsTriedAgainForTheNextRecordAndStaysLoadedThen) {
     stage.library_missing = false;
     notified_record(2);
     sweep();
-    EXPECT_THAT(qal::test::names_in(world_.temporary()), IsEmpty());
+    EXPECT_THAT(names_in(world_.temporary()), IsEmpty());
     EXPECT_EQ(stage.performs, 2);
     EXPECT_EQ(stage.loads, 2);
     EXPECT_EQ(stage.libraries_open, 1);
@@ -666,7 +656,7 @@ TEST_F(SweepCalls, GoOnAfterAnInterruption) {
 
 TEST_F(SweepCalls, ReadEachByteOnceHoweverShortTheReadsAre) {
   const auto path = notified_record();
-  const auto size = qal::test::read_file(path).size();
+  const auto size = read_file(path).size();
   for (const std::size_t at_most : {std::size_t{1}, std::size_t{2}, std::size_t{7}}) {
     stage.read_at_most = at_most;
     stage.bytes_read = 0;
@@ -757,7 +747,7 @@ TEST_F(SweepCalls, KeepAFileThatTookTheRecordsNameMeanwhile) {
   };
   sweep();
   ASSERT_TRUE(exists(path));
-  EXPECT_EQ(qal::test::read_file(path), "newer");
+  EXPECT_EQ(read_file(path), "newer");
 }
 
 TEST_F(SweepCalls, KeepAFileOfTheSameNumberOnAnotherDevice) {
@@ -974,7 +964,7 @@ void enter_tool(const Settings &settings, char *name,
 }
 
 void expect_sweeps(const Settings &settings, const Wildcards &expected) {
-  qal::test::in_child([&] {
+  in_child([&] {
     Wildcards listed;
     char name[] = "kalmora-sweep";
     enter_tool(settings, name, [&](const char *wildcard) { listed.emplace_back(wildcard); });
@@ -1019,7 +1009,7 @@ TEST(ToolEntry, SweepsTheResourcesOfAnEmptyHome) {
 }
 
 void expect_identity(char *name, const std::string &expected) {
-  qal::test::in_child([&] {
+  in_child([&] {
     std::string identity;
     enter_tool({{"ZUL_USER_HOMEDIR", "/h"}}, name, [&](const char *) {
       identity = QalIdentity::currentIdentity->getIdentityString();
@@ -1039,7 +1029,7 @@ TEST(ToolEntry, PublishesTheIdentityOfTheFamilysClientWithoutAVersion) {
 TEST(ToolEntry, TakesAMissingNameForAnEmptyOne) { expect_identity(nullptr, "[] Kalmora Client"); }
 
 TEST_F(SweepMemory, ShortageEndsTheSweepWithoutHarm) {
-  const auto count_left = [this] { return qal::test::names_in(world_.temporary()).size(); };
+  const auto count_left = [this] { return names_in(world_.temporary()).size(); };
   for (int i = 0; i < 20; ++i) {
     world_.record("halix_server" + std::to_string(i) + std::string(60, 'x') + ".dat", "malformed");
   }
@@ -1068,7 +1058,7 @@ void expect_wiped(const std::string &text, const std::string &url, const std::st
 
 TEST_F(SweepMemory, HoldsNoCredentialsAfterARecord) {
   const auto record = notified_record();
-  const auto text = qal::test::read_file(record);
+  const auto text = read_file(record);
   sweep();
   expect_wiped(text, "http://127.0.0.1/x", "halix", "secret");
 }

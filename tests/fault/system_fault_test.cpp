@@ -19,8 +19,7 @@
 
 namespace {
 
-using qal::test::fail_all;
-using qal::test::Fault;
+using namespace qal::test;
 
 struct VersionTool {
   bool starts = true;
@@ -257,7 +256,7 @@ TEST_F(SystemVersion, ReportsAToolThatCannotBeStarted) {
 }
 
 TEST_F(SystemVersion, ReportsPastTheLogger) {
-  const qal::test::LogCapture log;
+  const LogCapture log;
   ask_version("nothing");
   version_tool.starts = false;
   ask_version();

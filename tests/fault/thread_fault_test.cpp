@@ -17,14 +17,7 @@
 
 namespace {
 
-using qal::test::await;
-using qal::test::Call;
-using qal::test::calls;
-using qal::test::Gate;
-using qal::test::in_new_process;
-using qal::test::refused;
-using qal::test::Threads;
-using qal::test::Unwinding;
+using namespace qal::test;
 
 constexpr int last_index = 2047;
 constexpr int untouched = 4711;

@@ -9,12 +9,9 @@
 
 namespace {
 
-using qal::test::churn;
-using qal::test::Exchange;
-using qal::test::run_together;
-using qal::test::sized;
+using namespace qal::test;
 
-using MpoolStress = qal::test::Stress;
+using MpoolStress = Stress;
 
 constexpr int threads = 8;
 

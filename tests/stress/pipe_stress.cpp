@@ -15,11 +15,9 @@
 namespace {
 
 using qal::internal::File;
-using qal::test::open_descriptors;
-using qal::test::run_together;
-using qal::test::sized;
+using namespace qal::test;
 
-using PipeStress = qal::test::Stress;
+using PipeStress = Stress;
 
 constexpr int threads = 4;
 

@@ -8,10 +8,9 @@
 
 namespace {
 
-using qal::test::run_together;
-using qal::test::sized;
+using namespace qal::test;
 
-using ReduceStress = qal::test::Stress;
+using ReduceStress = Stress;
 
 constexpr int most_threads = 16;
 

@@ -9,14 +9,12 @@
 
 namespace {
 
-using qal::test::await;
-using qal::test::run_together;
-using qal::test::sized;
+using namespace qal::test;
 
 constexpr int waiters = 64;
 
 // One semaphore and a barrier at which a round begins and ends.
-class SemaStress : public qal::test::Stress {
+class SemaStress : public Stress {
  protected:
   SemaStress() {
     EXPECT_EQ(qal_thread_sema_init(&semaphore, 0), 0);

@@ -45,9 +45,7 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::File;
 using qal::internal::OwnedText;
-using qal::test::exists;
-using qal::test::ScratchDir;
-using qal::test::write_file;
+using namespace qal::test;
 
 constexpr unsigned longest_round_seconds = 60;
 constexpr int team_size = 4;
@@ -245,7 +243,7 @@ void sweep(const ScratchDir &scratch, const Server &server) {
   write_file(directory + "/halix_server2.dat", "too few");
   write_file(kept, fields + "999999999");
   process_directory(directory.c_str());
-  expect(qal::test::names_in(directory).size() == 1 && exists(kept), "records are settled");
+  expect(names_in(directory).size() == 1 && exists(kept), "records are settled");
   qal_file_rmdir(directory.c_str(), 1);
 }
 
@@ -263,7 +261,7 @@ long resident_kib() {
 
 void report(long seconds, long rounds) {
   std::printf("%ld s: %ld rounds, %zu descriptors, %ld threads, %ld KiB\n", seconds, rounds,
-              qal::test::open_descriptors().size(), entries_in("/proc/self/task"), resident_kib());
+              open_descriptors().size(), entries_in("/proc/self/task"), resident_kib());
   std::fflush(stdout);
 }
 

@@ -10,12 +10,9 @@
 
 namespace {
 
-using qal::test::await;
-using qal::test::Gate;
-using qal::test::sized;
-using qal::test::Unwinding;
+using namespace qal::test;
 
-using ThreadStress = qal::test::Stress;
+using ThreadStress = Stress;
 
 constexpr std::size_t most_threads = 2047;  // beside the main one
 

@@ -12,10 +12,9 @@
 
 namespace {
 
-using qal::test::run_together;
-using qal::test::sized;
+using namespace qal::test;
 
-using UidStress = qal::test::Stress;
+using UidStress = Stress;
 
 constexpr int threads = 8;
 constexpr std::size_t most_registered = 16;  // by a thread at a time

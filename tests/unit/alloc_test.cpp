@@ -11,7 +11,7 @@
 
 namespace {
 
-using qal::test::LogCapture;
+using namespace qal::test;
 using testing::IsEmpty;
 
 TEST(AllocMalloc, WritesTheBlockIntoTheCallersPointer) {

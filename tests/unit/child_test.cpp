@@ -6,7 +6,7 @@
 
 namespace {
 
-using qal::test::run_in_child;
+using namespace qal::test;
 
 constexpr int as_expected = 42;
 

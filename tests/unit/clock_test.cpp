@@ -13,7 +13,7 @@
 
 namespace {
 
-using qal::test::LogCapture;
+using namespace qal::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -34,7 +34,7 @@ void hand_out(int count) {
 }
 
 // Timers are never taken back, so that only a child finds the table as a process begins with it.
-void with_new_table(const std::function<void()> &body) { qal::test::in_child(body); }
+void with_new_table(const std::function<void()> &body) { in_child(body); }
 
 TEST(ClockTime, LiesBetweenTwoReadingsOfThePlatform) {
   const std::time_t before = std::time(nullptr);

@@ -24,14 +24,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using qal::test::in_child;
-using qal::test::in_unprivileged_child;
-using qal::test::Listing;
-using qal::test::LogCapture;
-using qal::test::Names;
-using qal::test::run_in_child;
-using qal::test::ScratchDir;
-using qal::test::unset_count;
+using namespace qal::test;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -194,7 +187,7 @@ TEST(DirList, ListsSocketsAsDirectories) {
     const int socket_end = socket(AF_UNIX, SOCK_STREAM, 0);
     ASSERT_EQ(bind(socket_end, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
   });
-  ASSERT_TRUE(qal::test::exists(scratch / "socket"));
+  ASSERT_TRUE(exists(scratch / "socket"));
   const Listing listing(scratch / "*");
   EXPECT_THAT(listing.directories(), Contains("socket"));
   EXPECT_THAT(listing.files(), IsEmpty());

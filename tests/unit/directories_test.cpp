@@ -20,10 +20,7 @@
 
 namespace {
 
-using qal::test::clear_environment;
-using qal::test::in_child;
-using qal::test::LogCapture;
-using qal::test::ScratchDir;
+using namespace qal::test;
 using Settings = std::map<std::string, std::string>;
 
 constexpr std::size_t limits[] = {1000, 1008, 1022, 1023, 1024, 5000};
@@ -40,7 +37,7 @@ std::string real_home() {
 }
 
 void in_child(const Settings &settings, const std::function<void()> &body) {
-  in_child([&] {
+  qal::test::in_child([&] {
     clear_environment();
     for (const auto &[name, value] : settings) setenv(name.c_str(), value.c_str(), 1);
     body();
@@ -64,7 +61,7 @@ void resolved(const Settings &settings, const std::function<void()> &checks) {
 }
 
 std::string root_for(const char *value) {
-  const auto child = in_child([&] {
+  const auto child = qal::test::in_child([&] {
     clear_environment();
     if (value) setenv("ZUL_HOME", value, 1);
     std::fputs(qal_zul_home(), stdout);
@@ -76,10 +73,10 @@ std::string root_for(const std::string &value) { return root_for(value.c_str());
 
 // Compares every text with what a second, plainer writing of the rules gives.
 void expect_model(const Settings &settings) {
-  qal::test::DirectoryWorld world;
+  DirectoryWorld world;
   world.settings = settings;
   world.home_of = [](const std::string &) { return real_home(); };
-  const auto expected = qal::test::model_directories(world);
+  const auto expected = model_directories(world);
   EXPECT_EQ(App_resource_directory, expected.resource);
   EXPECT_EQ(Old_App_resource_directory, expected.old_resource);
   EXPECT_EQ(Zul_home_directory, expected.root);
@@ -552,7 +549,7 @@ TEST(DirectoryResolve, HoldsTheTreesWithinTheirRoomAroundEachLimit) {
 }
 
 std::string log_for(const std::string &tmpdir) {
-  const auto child = in_child([&] {
+  const auto child = qal::test::in_child([&] {
     clear_environment();
     setenv("TMPDIR", tmpdir.c_str(), 1);
     const LogCapture log;

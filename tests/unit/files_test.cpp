@@ -29,15 +29,7 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::File;
 using qal::internal::OwnedText;
-using qal::test::exists;
-using qal::test::in_child;
-using qal::test::in_unprivileged_child;
-using qal::test::LogCapture;
-using qal::test::names_in;
-using qal::test::open_descriptors;
-using qal::test::read_file;
-using qal::test::ScratchDir;
-using qal::test::write_file;
+using namespace qal::test;
 
 using Lines = std::vector<std::string>;
 

@@ -17,7 +17,7 @@
 
 namespace {
 
-using qal::test::LogCapture;
+using namespace qal::test;
 namespace platform = qal::internal::platform;
 
 QAL_PRINTF(1, 2) std::string formatted(const char *format, ...) {

@@ -19,7 +19,7 @@
 
 namespace {
 
-using qal::test::LogCapture;
+using namespace qal::test;
 using testing::IsEmpty;
 
 struct DestroyPairs {

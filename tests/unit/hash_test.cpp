@@ -27,13 +27,7 @@
 
 namespace {
 
-using qal::test::GuardedRoom;
-using qal::test::in_child;
-using qal::test::in_use;
-using qal::test::LogCapture;
-using qal::test::repetitions;
-using qal::test::run_together;
-using qal::test::Watchdog;
+using namespace qal::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;

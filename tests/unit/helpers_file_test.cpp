@@ -28,12 +28,7 @@
 
 namespace {
 
-using qal::test::clear_environment;
-using qal::test::in_child;
-using qal::test::in_unprivileged_child;
-using qal::test::open_descriptors;
-using qal::test::read_file;
-using qal::test::ScratchDir;
+using namespace qal::test;
 
 // Expands into a buffer whose bytes beyond the capacity must stay as they were.
 struct Expanded {
@@ -601,7 +596,7 @@ TEST(FileAccess, KeepsNoFileThatIsNotThere) {
   const ScratchDir scratch;
   const auto path = scratch / "missing";
   EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_SET, 0, "a"), (Access{-2, 0}));
-  EXPECT_FALSE(qal::test::exists(path));
+  EXPECT_FALSE(exists(path));
 }
 
 TEST(FileAccess, TellsTheSize) {

@@ -18,7 +18,7 @@
 namespace {
 
 using qal::internal::OwnedText;
-using qal::test::in_new_process;
+using namespace qal::test;
 
 TEST(NameSanitise, ReplacesEveryCharacterOfTheSetAndNoOther) {
   const std::string set = " !\"#$'()*+,-./:<>?@[\\]^|";

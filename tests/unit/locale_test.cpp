@@ -22,9 +22,7 @@
 namespace {
 
 using qal::internal::OwnedText;
-using qal::test::expect_classes_of_the_locale;
-using qal::test::ScratchDir;
-using qal::test::TestLocale;
+using namespace qal::test;
 
 constexpr int ascii_end = 128;
 

@@ -23,9 +23,7 @@
 namespace {
 
 using qal::internal::OwnedText;
-using qal::test::in_child;
-using qal::test::in_unprivileged_child;
-using qal::test::ScratchDir;
+using namespace qal::test;
 using ::testing::IsNull;
 
 constexpr char untouched = '?';

@@ -22,17 +22,7 @@
 
 namespace {
 
-using qal::test::Command;
-using qal::test::exists;
-using qal::test::exit_code;
-using qal::test::expect_no_children;
-using qal::test::in_child;
-using qal::test::open_descriptors;
-using qal::test::output_of;
-using qal::test::read_file;
-using qal::test::rest_of;
-using qal::test::ScratchDir;
-using qal::test::wait_for;
+using namespace qal::test;
 
 namespace platform = qal::internal::platform;
 

@@ -17,13 +17,7 @@
 
 namespace {
 
-using qal::test::elements_of;
-using qal::test::in_child;
-using qal::test::LogCapture;
-using qal::test::repetitions;
-using qal::test::run_together;
-using qal::test::unlinked;
-using qal::test::Watchdog;
+using namespace qal::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -27,8 +27,7 @@ using qal::internal::read_record;
 using qal::internal::Record;
 using qal::internal::record_scan_bytes;
 using qal::internal::RecordStatus;
-using qal::test::ModelRecord;
-using qal::test::ScratchDir;
+using namespace qal::test;
 
 struct Reading {
   RecordStatus status = {};
@@ -343,7 +342,7 @@ TEST_F(RecordRead, AgreesWithTheScannerOfTheCLibrary) {
   int complete = 0;
   for (int round = 0; round < 20'000; ++round) {
     const std::string content = contents.next();
-    const auto expected = qal::test::model_of(content);
+    const auto expected = model_of(content);
     const auto record = read(content);
     ASSERT_EQ(record.has_value(), expected.has_value()) << testing::PrintToString(content);
     if (!record) continue;

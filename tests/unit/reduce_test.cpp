@@ -14,9 +14,7 @@
 
 namespace {
 
-using qal::test::repetitions;
-using qal::test::run_together;
-using qal::test::Threads;
+using namespace qal::test;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();

@@ -7,7 +7,7 @@
 
 namespace {
 
-using qal::test::in_new_process;
+using namespace qal::test;
 
 // Only the first start of a process clears anything.
 TEST(Startup, ClearsACacheDirectoryThatWasSetBefore) {

@@ -24,16 +24,7 @@
 namespace {
 
 using std::string_literals::operator""s;
-using qal::test::exists;
-using qal::test::in_child;
-using qal::test::in_new_process;
-using qal::test::in_unprivileged_child;
-using qal::test::names_in;
-using qal::test::read_file;
-using qal::test::record_text;
-using qal::test::ScratchDir;
-using qal::test::SweepWorld;
-using qal::test::vanished_pid;
+using namespace qal::test;
 
 constexpr char pattern[] = "halix_server*.dat";
 constexpr char malformed[] = "not a record";
@@ -307,7 +298,7 @@ TEST_F(SweepRecords, LeavesALinkToADirectoryAlone) {
 TEST_F(SweepRecords, LeavesALinkToNothingAloneAndOnlyTheListingSpeaksOfIt) {
   const auto path = world_.temporary() + "/halix_server1.dat";
   ASSERT_EQ(symlink((world_.root() + "/missing").c_str(), path.c_str()), 0);
-  const qal::test::LogCapture log;
+  const LogCapture log;
   sweep();
   EXPECT_EQ(names_in(world_.temporary()), std::vector{"halix_server1.dat"s});
   EXPECT_EQ(log.text(), "ERROR: qal_dir_list: couldn't get info on '" + path + "'");
@@ -364,7 +355,7 @@ TEST_F(SweepRecords, DoesNothingWithoutADirectory) {
 }
 
 TEST_F(SweepRecords, ReportsNothing) {
-  const qal::test::LogCapture log;
+  const LogCapture log;
   record(malformed);
   world_.record("halix_server2.dat", record_text("http://127.0.0.1:1/", "halix", "secret", alive_));
   world_.record("halix_server3.dat",

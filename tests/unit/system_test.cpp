@@ -13,9 +13,7 @@
 
 #include "support/child.hpp"
 
-using qal::test::in_child;
-using qal::test::in_unprivileged_child;
-using qal::test::run_in_child;
+using namespace qal::test;
 
 namespace {
 

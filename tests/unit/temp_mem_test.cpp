@@ -13,8 +13,7 @@
 
 namespace {
 
-using qal::test::LogCapture;
-using qal::test::run_in_child;
+using namespace qal::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -18,7 +18,7 @@
 namespace {
 
 using qal::internal::OwnedText;
-using qal::test::GuardedText;
+using namespace qal::test;
 
 struct Decoded {
   int consumed = 0;

@@ -9,7 +9,7 @@
 
 namespace {
 
-using qal::test::GuardedText;
+using namespace qal::test;
 
 const unsigned char *bytes(const std::string &text) {
   return reinterpret_cast<const unsigned char *>(text.c_str());
