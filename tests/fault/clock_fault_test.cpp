@@ -310,19 +310,26 @@ TEST(ClockFixedDate, StampsLogLinesWhateverTheClockDoes) {
                                        "00:00:00 d\n", "00:00:00 e\n"));
 }
 
+void start_at(std::time_t moment, int id) {
+  FixedClock::set(moment);
+  qal_timer_start(&id);
+}
+
+void stop_at(std::time_t moment, int id, suseconds_t microseconds = 0) {
+  FixedClock::set(moment, microseconds);
+  qal_timer_stop(&id);
+}
+
 TEST(ClockFixedTimer, AddsUpWhatItRan) {
   const FixedClock clock{some_day};
   const LogCapture log;
   const int id = new_timer();
   EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
   qal_timer_start(&id);
-  FixedClock::set(some_day, 250'000);
-  qal_timer_stop(&id);
+  stop_at(some_day, id, 250'000);
   EXPECT_EQ(qal_timer_elapsed(&id), 0.25F);
-  FixedClock::set(some_day + 60);
-  qal_timer_start(&id);
-  FixedClock::set(some_day + 60, 250'000);
-  qal_timer_stop(&id);
+  start_at(some_day + 60, id);
+  stop_at(some_day + 60, id, 250'000);
   EXPECT_EQ(qal_timer_elapsed(&id), 0.5F);
   qal_timer_print(&id);
   EXPECT_THAT(log.lines(), ElementsAre("\ttime: 0.500000\n"));
@@ -353,10 +360,8 @@ TEST(ClockFixedTimer, CountsFromItsLatestStart) {
   const FixedClock clock{some_day};
   const int id = new_timer();
   qal_timer_start(&id);
-  FixedClock::set(some_day + 10);
-  qal_timer_start(&id);
-  FixedClock::set(some_day + 13);
-  qal_timer_stop(&id);
+  start_at(some_day + 10, id);
+  stop_at(some_day + 13, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 3.0F);
 }
 
@@ -365,10 +370,8 @@ TEST(ClockFixedTimer, RunsApartFromTheOthers) {
   const int first = new_timer();
   const int second = new_timer();
   qal_timer_start(&first);
-  FixedClock::set(some_day + 1);
-  qal_timer_start(&second);
-  FixedClock::set(some_day + 3);
-  qal_timer_stop(&first);
+  start_at(some_day + 1, second);
+  stop_at(some_day + 3, first);
   qal_timer_stop(&second);
   EXPECT_EQ(qal_timer_elapsed(&first), 3.0F);
   EXPECT_EQ(qal_timer_elapsed(&second), 2.0F);
@@ -378,10 +381,8 @@ TEST(ClockFixedTimer, AddsAgainFromTheSameStartWhenStoppedTwice) {
   const FixedClock clock{some_day};
   const int id = new_timer();
   qal_timer_start(&id);
-  FixedClock::set(some_day + 2);
-  qal_timer_stop(&id);
-  FixedClock::set(some_day + 5);
-  qal_timer_stop(&id);
+  stop_at(some_day + 2, id);
+  stop_at(some_day + 5, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 7.0F);
 }
 
@@ -396,12 +397,10 @@ TEST(ClockFixedTimer, KeepsItsStartWhenCleared) {
   const FixedClock clock{some_day};
   const int id = new_timer();
   qal_timer_start(&id);
-  FixedClock::set(some_day + 2);
-  qal_timer_stop(&id);
+  stop_at(some_day + 2, id);
   qal_timer_clear(&id);
   EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
-  FixedClock::set(some_day + 4);
-  qal_timer_stop(&id);
+  stop_at(some_day + 4, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 4.0F);
 }
 
@@ -410,8 +409,7 @@ TEST(ClockFixedTimer, KeepsAStartMadeBeforeItWasHandedOut) {
   const int id = new_timer() + 1;
   qal_timer_start(&id);
   EXPECT_EQ(new_timer(), id);
-  FixedClock::set(some_day + 2);
-  qal_timer_stop(&id);
+  stop_at(some_day + 2, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 2.0F);
 }
 
@@ -420,8 +418,7 @@ TEST(ClockFixedTimer, LeavesTheOthersWhenCleared) {
   const int first = new_timer();
   const int second = new_timer();
   qal_timer_start(&first);
-  FixedClock::set(some_day + 2);
-  qal_timer_stop(&first);
+  stop_at(some_day + 2, first);
   qal_timer_clear(&second);
   EXPECT_EQ(qal_timer_elapsed(&first), 2.0F);
 }
@@ -430,8 +427,7 @@ TEST(ClockFixedTimer, RunsBackwardsWithTheClock) {
   const FixedClock clock{some_day};
   const int id = new_timer();
   qal_timer_start(&id);
-  FixedClock::set(some_day - 3600);
-  qal_timer_stop(&id);
+  stop_at(some_day - 3600, id);
   EXPECT_EQ(qal_timer_elapsed(&id), -3600.0F);
 }
 
@@ -439,8 +435,7 @@ TEST(ClockFixedTimer, DoesNotWrapIn2038) {
   const FixedClock clock{INT32_MAX};
   const int id = new_timer();
   qal_timer_start(&id);
-  FixedClock::set(std::time_t{INT32_MAX} + 1);
-  qal_timer_stop(&id);
+  stop_at(std::time_t{INT32_MAX} + 1, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 1.0F);
 }
 

@@ -130,9 +130,6 @@ struct Listing : Armed, qal::test::Listing {
       : qal::test::Listing(pattern, verbose) {
     world.listing = false;
   }
-  bool counts_are_unset() const {
-    return directory_count == unset_count && file_count == unset_count;
-  }
 };
 
 class DirListFault : public testing::Test {
@@ -171,10 +168,7 @@ TEST_F(DirListFault, ReportsAFullPathThatCannotBeAllocated) {
   world.callocs = fail_nth(1, ENOMEM);
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
-  EXPECT_EQ(listing.full_path, nullptr);
-  EXPECT_EQ(listing.directory_text, nullptr);
-  EXPECT_EQ(listing.file_text, nullptr);
-  EXPECT_TRUE(listing.counts_are_unset());
+  EXPECT_TRUE(listing.gave_nothing());
   EXPECT_THAT(log_.lines(),
               ElementsAre("ERROR: qal_dir_list: error allocating memory for full path."));
 }
@@ -193,9 +187,7 @@ TEST_F(DirListFault, ReportsDirectoryNamesThatCannotBeAllocated) {
   const Listing listing(pattern());
   EXPECT_EQ(listing.status, QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(listing.full_path, pattern());
-  EXPECT_EQ(listing.directory_text, nullptr);
-  EXPECT_EQ(listing.file_text, nullptr);
-  EXPECT_TRUE(listing.counts_are_unset());
+  EXPECT_TRUE(listing.gave_no_names());
   EXPECT_THAT(log_.lines(),
               ElementsAre("ERROR: qal_dir_list: could not allocate memory for directory names."));
 }
@@ -217,9 +209,7 @@ TEST_F(DirListFault, AllocatesNothingForADirectoryThatCannotBeOpened) {
   const Listing listing(pattern(), 1);
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
   EXPECT_EQ(listing.full_path, pattern());
-  EXPECT_EQ(listing.directory_text, nullptr);
-  EXPECT_EQ(listing.file_text, nullptr);
-  EXPECT_TRUE(listing.counts_are_unset());
+  EXPECT_TRUE(listing.gave_no_names());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 

@@ -156,26 +156,12 @@ TEST(PipeFault, OpensStreamsThatAreClosedOnExecFromTheStart) {
   EXPECT_EQ(popen_modes, (std::vector<std::string>{"re", "we", "re", "x"}));
 }
 
-TEST(PipeFault, GivesNoneWithoutAWordWhenThereIsNoPipe) {
+// What a call prints that gives nothing, in either mode, and starts and leaves open nothing.
+void expect_nothing_started(const char *failing, int error, const std::string &printed) {
   for (const char *mode : {"r", "w"}) {
-    const auto child = run([mode] {
+    const auto child = run([=] {
       const auto before = open_descriptors();
-      faults["pipe2"] = fail_all(EMFILE);
-      int pid = -2;
-      EXPECT_EQ(qal_pipe_popen_id("echo started", mode, &pid), nullptr);
-      EXPECT_EQ(pid, -1);
-      EXPECT_EQ(open_descriptors(), before);
-      expect_no_children();
-    });
-    EXPECT_EQ(child.out + child.err, "");
-  }
-}
-
-TEST(PipeFault, TellsThatItCannotFork) {
-  for (const char *mode : {"r", "w"}) {
-    const auto child = run([mode] {
-      const auto before = open_descriptors();
-      faults["fork"] = fail_all(EAGAIN);
+      faults[failing] = fail_all(error);
       int pid = -2;
       EXPECT_EQ(qal_pipe_popen_id("echo 100% %s", mode, &pid), nullptr);
       EXPECT_EQ(pid, -1);
@@ -183,8 +169,16 @@ TEST(PipeFault, TellsThatItCannotFork) {
       expect_no_children();
     });
     EXPECT_EQ(child.out, "");
-    EXPECT_EQ(child.err, "qal_pipe_popen_id() fork() failed for <echo 100% %s>\n");
+    EXPECT_EQ(child.err, printed);
   }
+}
+
+TEST(PipeFault, GivesNoneWithoutAWordWhenThereIsNoPipe) {
+  expect_nothing_started("pipe2", EMFILE, "");
+}
+
+TEST(PipeFault, TellsThatItCannotFork) {
+  expect_nothing_started("fork", EAGAIN, "qal_pipe_popen_id() fork() failed for <echo 100% %s>\n");
 }
 
 TEST(PipeFault, ClosesBothEndsWhenThereIsNoStream) {

@@ -39,6 +39,12 @@ class Listing {
   Names directories() const { return lines_of(directory_text); }
   Names files() const { return lines_of(file_text); }
 
+  bool gave_nothing() const { return !full_path && gave_no_names(); }
+  bool gave_no_names() const { return !directory_text && !file_text && counts_are_unset(); }
+  bool counts_are_unset() const {
+    return directory_count == unset_count && file_count == unset_count;
+  }
+
   int status = -1;
   char *full_path = unallocated();
   char *directory_text = unallocated();

@@ -518,29 +518,29 @@ TEST(BlocksCounters, LoseNothingToThreadsThatReadAtOnce) {
   EXPECT_EQ(library_counters(), (Counters{4 * blocks, compressed_size * blocks}));
 }
 
-TEST(BlocksMismatch, IsToldOnStandardErrorByTheLibraryPair) {
+// Each of them is none that the block's header holds.
+void read_in_wrong_sizes(decltype(Reader::read) function) {
   const std::string bytes = block("text");
-  const auto child = in_child([&] {
+  for (const std::size_t size : {0U, 3U, 5U}) {
+    const Read read = read_from({"", function}, bytes, size);
+    EXPECT_EQ(read.result, 0U);
+    EXPECT_TRUE(read.guards_intact);
+  }
+}
+
+TEST(BlocksMismatch, IsToldOnStandardErrorByTheLibraryPair) {
+  const auto child = in_child([] {
     const LogCapture log;
-    for (const std::size_t size : {0U, 3U, 5U}) {
-      const Read read = read_from({"", qal_fread_zlib}, bytes, size);
-      EXPECT_EQ(read.result, 0U);
-      EXPECT_TRUE(read.guards_intact);
-    }
+    read_in_wrong_sizes(qal_fread_zlib);
     EXPECT_EQ(log.text(), "");
   });
   EXPECT_EQ(child.err, std::string(mismatch) + std::string(mismatch) + std::string(mismatch));
 }
 
 TEST(BlocksMismatch, IsToldThroughTheLoggerByTheProgramPair) {
-  const std::string bytes = block("text");
-  const auto child = in_child([&] {
+  const auto child = in_child([] {
     const LogCapture log;
-    for (const std::size_t size : {0U, 3U, 5U}) {
-      const Read read = read_from({"", fread_zlib}, bytes, size);
-      EXPECT_EQ(read.result, 0U);
-      EXPECT_TRUE(read.guards_intact);
-    }
+    read_in_wrong_sizes(fread_zlib);
     EXPECT_EQ(log.lines(), std::vector<std::string>(3, std::string(mismatch)));
   });
   EXPECT_EQ(child.err, "");

@@ -283,9 +283,7 @@ TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
     const LogCapture log;
     const Listing listing("./*", true);
     EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
-    EXPECT_EQ(listing.full_path, nullptr);
-    EXPECT_EQ(listing.directory_text, nullptr);
-    EXPECT_EQ(listing.file_text, nullptr);
+    EXPECT_TRUE(listing.gave_nothing());
     EXPECT_THAT(log.lines(), IsEmpty());
   });
 }
@@ -293,11 +291,7 @@ TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
 TEST(DirList, DoesNotFindAnUnknownUsersHome) {
   const Listing listing("~no-such-user-here/*");
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
-  EXPECT_EQ(listing.full_path, nullptr);
-  EXPECT_EQ(listing.directory_text, nullptr);
-  EXPECT_EQ(listing.file_text, nullptr);
-  EXPECT_EQ(listing.file_count, unset_count);
-  EXPECT_EQ(listing.directory_count, unset_count);
+  EXPECT_TRUE(listing.gave_nothing());
 }
 
 TEST(DirList, DoesNotFindAMissingDirectory) {
@@ -306,10 +300,7 @@ TEST(DirList, DoesNotFindAMissingDirectory) {
   const Listing listing(scratch / "missing/*", true);
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
   EXPECT_EQ(listing.full_path, scratch / "missing/*");
-  EXPECT_EQ(listing.directory_text, nullptr);
-  EXPECT_EQ(listing.file_text, nullptr);
-  EXPECT_EQ(listing.file_count, unset_count);
-  EXPECT_EQ(listing.directory_count, unset_count);
+  EXPECT_TRUE(listing.gave_no_names());
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
@@ -364,9 +355,7 @@ TEST(DirList, TakesAnExpandedPatternOf1023Bytes) {
   EXPECT_THAT(fits.files(), ElementsAre("a"));
   const Listing too_long(pattern_of(1024));
   EXPECT_EQ(too_long.status, QAL_STATUS_INVALID);
-  EXPECT_EQ(too_long.full_path, nullptr);
-  EXPECT_EQ(too_long.directory_text, nullptr);
-  EXPECT_EQ(too_long.file_text, nullptr);
+  EXPECT_TRUE(too_long.gave_nothing());
 }
 
 TEST(DirList, SkipsEntriesWhosePathsHave1024BytesOrMore) {

@@ -480,6 +480,19 @@ void expect_empty(const Table &table) {
   EXPECT_EQ(in_use(table->pool->header_pool), 0U);
 }
 
+// What a slot of the destination holds after a merge with this verdict. The source is empty then.
+Records merged(const Records &dst_records, const Records &src_records, int verdict) {
+  const Table dst = new_table();
+  const Table src = new_table();
+  for (const auto &[key, data] : dst_records) add(dst, 0, key.c_str(), data.c_str());
+  for (const auto &[key, data] : src_records) add(src, 0, key.c_str(), data.c_str());
+  EXPECT_EQ(merge(dst, src, verdict), 0);
+  expect_empty(src);
+  auto left = records_in(dst, 0);
+  EXPECT_EQ(in_use(dst->pool->element_pool), left.size());
+  return left;
+}
+
 TEST_F(HashMerge, MovesRecordsSlotBySlot) {
   const Table dst = new_table();
   const Table src = new_table();
@@ -521,23 +534,11 @@ TEST_F(HashMerge, PutsEqualKeysIntoASlotWithoutAList) {
 }
 
 TEST_F(HashMerge, JudgesEqualKeysOfTheSourceInAnyOtherSlot) {
-  const struct {
-    int verdict;
-    Records left;
-  } cases[] = {{0, {{"xyz", "other"}}},
-               {1, {{"xyz", "other"}, {"abc", "first"}}},
-               {2, {{"xyz", "other"}, {"abc", "secnd"}}}};
-  for (const auto &[verdict, left] : cases) {
-    const Table dst = new_table();
-    const Table src = new_table();
-    add(dst, 0, "xyz", "other");
-    add(src, 0, "abc", "first");
-    add(src, 0, "abc", "secnd");
-    EXPECT_EQ(merge(dst, src, verdict), 0);
-    EXPECT_EQ(records_in(dst, 0), left);
-    EXPECT_EQ(in_use(dst->pool->element_pool), left.size());
-    expect_empty(src);
-  }
+  const Records dst{{"xyz", "other"}};
+  const Records src{{"abc", "first"}, {"abc", "secnd"}};
+  EXPECT_EQ(merged(dst, src, 0), dst);
+  EXPECT_EQ(merged(dst, src, 1), (Records{{"xyz", "other"}, {"abc", "first"}}));
+  EXPECT_EQ(merged(dst, src, 2), (Records{{"xyz", "other"}, {"abc", "secnd"}}));
 }
 
 // Deliberate: a list that is only empty is a list.
@@ -598,24 +599,14 @@ TEST_F(HashMerge, AsksSlotBySlotInTheOrderOfTheSource) {
 }
 
 TEST_F(HashMerge, AsksAboutTheFirstRecordOfTheKey) {
-  const Table dst = new_table();
-  const Table src = new_table();
-  add(dst, 0, "abc", "first");
-  add(dst, 0, "abc", "secnd");
-  add(src, 0, "abc", "src_1");
-  EXPECT_EQ(merge(dst, src, 2), 0);
-  EXPECT_THAT(records_in(dst, 0), ElementsAre(Pair("abc", "src_1"), Pair("abc", "secnd")));
+  EXPECT_EQ(merged({{"abc", "first"}, {"abc", "secnd"}}, {{"abc", "src_1"}}, 2),
+            (Records{{"abc", "src_1"}, {"abc", "secnd"}}));
 }
 
 TEST_F(HashMerge, KeepsTheDestinationsRecordForOtherVerdicts) {
+  const Records dst{{"abc", "dst_1"}};
   for (const int verdict : {1, 3, -1, -2, INT_MIN, INT_MAX}) {
-    const Table dst = new_table();
-    const Table src = new_table();
-    add(dst, 0, "abc", "dst_1");
-    add(src, 0, "abc", "src_1");
-    EXPECT_EQ(merge(dst, src, verdict), 0);
-    EXPECT_THAT(records_in(dst, 0), ElementsAre(Pair("abc", "dst_1"))) << verdict;
-    expect_empty(src);
+    EXPECT_EQ(merged(dst, {{"abc", "src_1"}}, verdict), dst) << verdict;
   }
 }
 
@@ -669,13 +660,8 @@ TEST_F(HashMerge, SettlesRecordsOfEverySize) {
 }
 
 TEST_F(HashMerge, AddsAKeyAgainThatAnEarlierRecordTookAway) {
-  const Table dst = new_table();
-  const Table src = new_table();
-  add(dst, 0, "abc", "dst_1");
-  add(src, 0, "abc", "src_1");
-  add(src, 0, "abc", "src_2");
-  EXPECT_EQ(merge(dst, src, 0), 0);
-  EXPECT_THAT(records_in(dst, 0), ElementsAre(Pair("abc", "src_2")));
+  EXPECT_EQ(merged({{"abc", "dst_1"}}, {{"abc", "src_1"}, {"abc", "src_2"}}, 0),
+            (Records{{"abc", "src_2"}}));
 }
 
 TEST_F(HashMerge, RefusesTablesThatDiffer) {

@@ -179,37 +179,25 @@ void with_tmpdir(const char *value, const std::function<void()> &body) {
   });
 }
 
-TEST(TemporaryDirectory, IsTheOneInTheEnvironment) {
-  with_tmpdir("/var/scratch", [] {
+void expect_tempdir(const char *value, const std::string &expected) {
+  with_tmpdir(value, [&] {
     char out[64];
-    EXPECT_EQ(our_tempdir(out, sizeof out), 13);
-    EXPECT_STREQ(out, "/var/scratch/");
+    EXPECT_EQ(our_tempdir(out, sizeof out), static_cast<int>(expected.size()));
+    EXPECT_EQ(out, expected);
   });
+}
+
+TEST(TemporaryDirectory, IsTheOneInTheEnvironment) {
+  expect_tempdir("/var/scratch", "/var/scratch/");
 }
 
 TEST(TemporaryDirectory, NeedNotExistWhenItIsSet) {
-  with_tmpdir("/no/such/place/", [] {
-    char out[64];
-    EXPECT_EQ(our_tempdir(out, sizeof out), 16);
-    EXPECT_STREQ(out, "/no/such/place//");
-  });
+  expect_tempdir("/no/such/place/", "/no/such/place//");
 }
 
-TEST(TemporaryDirectory, IsTmpWhenNothingIsSet) {
-  with_tmpdir(nullptr, [] {
-    char out[64];
-    EXPECT_EQ(our_tempdir(out, sizeof out), 5);
-    EXPECT_STREQ(out, "/tmp/");
-  });
-}
+TEST(TemporaryDirectory, IsTmpWhenNothingIsSet) { expect_tempdir(nullptr, "/tmp/"); }
 
-TEST(TemporaryDirectory, TakesAnEmptySettingAsSet) {
-  with_tmpdir("", [] {
-    char out[64];
-    EXPECT_EQ(our_tempdir(out, sizeof out), 1);
-    EXPECT_STREQ(out, "/");
-  });
-}
+TEST(TemporaryDirectory, TakesAnEmptySettingAsSet) { expect_tempdir("", "/"); }
 
 TEST(TemporaryDirectory, IsWrittenOnlyWithMoreThanTwoBytesToSpare) {
   with_tmpdir("/tmp", [] {
