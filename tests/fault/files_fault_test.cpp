@@ -34,6 +34,8 @@ namespace {
 using qal::internal::File;
 using namespace qal::test;
 
+using CheckFault = InScratch;
+
 using Lines = std::vector<std::string>;
 
 using Plan = std::map<std::string_view, Fault>;
@@ -356,21 +358,18 @@ TEST(UnlinkFault, ARefusalFails) {
 }
 
 // Deliberate: the question is whether the file can be created, and it was.
-TEST(CheckFault, AFileThatCouldBeCreatedIsUsableEvenIfItCannotBeRemoved) {
-  const ScratchDir scratch;
+TEST_F(CheckFault, AFileThatCouldBeCreatedIsUsableEvenIfItCannotBeRemoved) {
   const Faults guard(Plan{{"unlink", fail_all(EIO)}});
   EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
 }
 
-TEST(CheckFault, AFileThatCannotBeRecognisedIsNotRemoved) {
-  const ScratchDir scratch;
+TEST_F(CheckFault, AFileThatCannotBeRecognisedIsNotRemoved) {
   const Faults guard(Plan{{"fstat", fail_all(EIO)}});
   EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
   EXPECT_TRUE(exists(scratch / "new"));
 }
 
-TEST(CheckFault, AFileThatHasTakenTheNameIsNotRemoved) {
-  const ScratchDir scratch;
+TEST_F(CheckFault, AFileThatHasTakenTheNameIsNotRemoved) {
   const auto path = scratch / "new";
   after_fstat = [&] {
     std::filesystem::rename(path, scratch / "moved");
@@ -381,8 +380,7 @@ TEST(CheckFault, AFileThatHasTakenTheNameIsNotRemoved) {
   EXPECT_TRUE(exists(path));
 }
 
-TEST(CheckFault, AnInterruptedCreationIsMadeAgain) {
-  const ScratchDir scratch;
+TEST_F(CheckFault, AnInterruptedCreationIsMadeAgain) {
   const Faults guard(Plan{{"open", interrupted_twice}});
   EXPECT_EQ(qal_io_chkfil((scratch / "new").c_str(), 1, 0), 1);
   EXPECT_FALSE(exists(scratch / "new"));

@@ -25,6 +25,10 @@ namespace {
 
 using namespace qal::test;
 
+using LineCount = InScratch;
+using DirectoryScan = InScratch;
+using FileAccess = InScratch;
+
 struct Faults {
   Fault calloc, strdup, fopen, opendir, readdir, fstat, ftello;
 };
@@ -237,16 +241,14 @@ TEST(LowerCase, AnswersNullWhenMemoryIsShort) {
   EXPECT_EQ(lower_case("Text"), nullptr);
 }
 
-TEST(LineCount, ExpandsTheTilde) {
-  const ScratchDir scratch;
+TEST_F(LineCount, ExpandsTheTilde) {
   scratch.file("lines.txt", "one\ntwo\n");
   database.replaced = true;
   database.home = scratch.path();
   EXPECT_EQ(file_getlinecount("~/lines.txt"), 2);
 }
 
-TEST(LineCount, OpensAgainAfterASignal) {
-  const ScratchDir scratch;
+TEST_F(LineCount, OpensAgainAfterASignal) {
   const auto path = scratch.file("lines.txt", "one\ntwo\n");
   faults.fopen = fail_nth(1, EINTR);
   EXPECT_EQ(file_getlinecount(path.c_str()), 2);
@@ -270,8 +272,7 @@ void expect_failed_scan(const ScratchDir &scratch) {
 
 int is_visible(const dirent *entry) { return entry->d_name[0] != '.'; }
 
-TEST(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {
   scratch.file("wing.dat");
   allocated.clear();
   dirent **list = nullptr;
@@ -280,14 +281,12 @@ TEST(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {
   our_freenamelist(list);
 }
 
-TEST(DirectoryScan, FailsWhenTheStatusCannotBeAsked) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, FailsWhenTheStatusCannotBeAsked) {
   faults.fstat = fail_nth(1, EIO);
   expect_failed_scan(scratch);
 }
 
-TEST(DirectoryScan, FailsWhenReadingBreaksOff) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, FailsWhenReadingBreaksOff) {
   scratch.file("f");
   for (const int call : {1, 2, 4}) {
     faults.readdir = fail_nth(call, EIO);
@@ -295,14 +294,12 @@ TEST(DirectoryScan, FailsWhenReadingBreaksOff) {
   }
 }
 
-TEST(DirectoryScan, FailsWithoutRoomToSort) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, FailsWithoutRoomToSort) {
   faults.calloc = fail_nth(4, ENOMEM);  // behind the list and its two entries
   expect_failed_scan(scratch);
 }
 
-TEST(DirectoryScan, OpensAgainAfterASignal) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, OpensAgainAfterASignal) {
   faults.opendir = fail_nth(1, EINTR);
   dirent **list = nullptr;
   EXPECT_EQ(scan(scratch, &list), 2);
@@ -314,15 +311,13 @@ int spoil_errno(const dirent *) {
   return 1;
 }
 
-TEST(DirectoryScan, IsNotMisledByWhatTheSelectionLeavesBehind) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, IsNotMisledByWhatTheSelectionLeavesBehind) {
   dirent **list = nullptr;
   EXPECT_EQ(our_scandir(scratch.path().c_str(), &list, spoil_errno, nullptr), 2);
   our_freenamelist(list);
 }
 
-TEST(FileAccess, OpensAgainAfterASignal) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, OpensAgainAfterASignal) {
   const auto path = scratch.file("data", "0123456789");
   std::int64_t position = 99;
   faults.fopen = fail_nth(1, EINTR);
@@ -330,8 +325,7 @@ TEST(FileAccess, OpensAgainAfterASignal) {
   EXPECT_EQ(position, 10);
 }
 
-TEST(FileAccess, FailsWhenThePositionCannotBeAsked) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, FailsWhenThePositionCannotBeAsked) {
   const auto path = scratch.file("data", "0123456789");
   const auto before = open_descriptors();
   std::int64_t position = 99;

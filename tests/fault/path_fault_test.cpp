@@ -122,7 +122,10 @@ class PathFault : public testing::Test {
 using PathNormaliseFault = PathFault;
 using PathFullFault = PathFault;
 using PathExpandFault = PathFault;
-using PathRangeFault = PathFault;
+class PathRangeFault : public PathFault {
+ protected:
+  const ScratchDir scratch;
+};
 
 struct Range {
   int status;
@@ -242,7 +245,6 @@ TEST_F(PathExpandFault, KnowsNeitherNameNorHomeOfAnUnknownUser) {
 }
 
 TEST_F(PathRangeFault, ReadsTheDirectoryOnceInsteadOfProbing) {
-  const ScratchDir scratch;
   scratch.file("f987654321");
   EXPECT_EQ((Range{0, 987654321, 987654321}), find_range(scratch / "f#########"));
   EXPECT_EQ(1, faults.opendir.calls);
@@ -252,14 +254,12 @@ TEST_F(PathRangeFault, ReadsTheDirectoryOnceInsteadOfProbing) {
 }
 
 TEST_F(PathRangeFault, OpensNothingWhenTheDirectoryListsNothing) {
-  const ScratchDir scratch;
   EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f#########"));
   EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "absent/f#########"));
   EXPECT_TRUE(faults.opened.empty());
 }
 
 TEST_F(PathRangeFault, OpensOnlyWhatTheDirectoryListsInTheTemplatesForm) {
-  const ScratchDir scratch;
   for (const char *name : {"f1.b", "g2.a", "fx.a", "f:.a", "f44.a", "f.a", "af5.a"}) {
     scratch.file(name);
   }
@@ -276,7 +276,6 @@ TEST_F(PathRangeFault, OpensNothingWhereTheDirectoryCannotBe) {
 }
 
 TEST_F(PathRangeFault, ConfirmsTheListedNumbersInAscendingOrder) {
-  const ScratchDir scratch;
   for (const char *name : {"F7", "F2", "F5", "F3", "f8"}) scratch.file(name);
   EXPECT_EQ((Range{0, 8, 8}), find_range(scratch / "f#"));
   EXPECT_EQ(
@@ -286,14 +285,12 @@ TEST_F(PathRangeFault, ConfirmsTheListedNumbersInAscendingOrder) {
 }
 
 TEST_F(PathRangeFault, DoesNotReadTheDirectoryForAGivenFirstNumber) {
-  const ScratchDir scratch;
   scratch.file("f1");
   EXPECT_EQ((Range{0, 1, 1}), find_range(scratch / "f#", 1));
   EXPECT_EQ(0, faults.opendir.calls);
 }
 
 TEST_F(PathRangeFault, DoesNotProbeBeyondTheLimitOrTheField) {
-  const ScratchDir scratch;
   for (const char *name : {"f8", "f9"}) scratch.file(name);
   find_range(scratch / "f#", 8, 8);
   find_range(scratch / "f#", 9, 12);
@@ -301,21 +298,18 @@ TEST_F(PathRangeFault, DoesNotProbeBeyondTheLimitOrTheField) {
 }
 
 TEST_F(PathRangeFault, OpensWithoutWaitingAndWithoutInheritance) {
-  const ScratchDir scratch;
   scratch.file("f0");
   find_range(scratch / "f#");
   EXPECT_EQ(O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, faults.last_open_flags);
 }
 
 TEST_F(PathRangeFault, RepeatsAnInterruptedOpen) {
-  const ScratchDir scratch;
   scratch.file("f0");
   faults.open = fail_times(3, EINTR);
   EXPECT_EQ((Range{0, 0, 0}), find_range(scratch / "f#"));
 }
 
 TEST_F(PathRangeFault, OpensAnInterruptedDirectoryAgain) {
-  const ScratchDir scratch;
   scratch.file("f987654321");
   faults.opendir = fail_times(3, EINTR);
   EXPECT_EQ((Range{0, 987654321, 987654321}), find_range(scratch / "f#########"));
@@ -323,7 +317,6 @@ TEST_F(PathRangeFault, OpensAnInterruptedDirectoryAgain) {
 }
 
 TEST_F(PathRangeFault, OpensNothingInADirectoryThatMayNotBeSearched) {
-  const ScratchDir scratch;
   scratch.directory("closed");
   chmod((scratch / "closed").c_str(), 0444);
   in_unprivileged_child([&] {
@@ -335,7 +328,6 @@ TEST_F(PathRangeFault, OpensNothingInADirectoryThatMayNotBeSearched) {
 }
 
 TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {
-  const ScratchDir scratch;
   for (const char *name : {"f1", "f2"}) scratch.file(name);
   const auto before = open_descriptors();
   find_range(scratch / "f#");
@@ -345,7 +337,6 @@ TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {
 }
 
 TEST_F(PathRangeFault, ProbesWhenTheDirectoryCannotBeOpened) {
-  const ScratchDir scratch;
   scratch.file("f42");
   faults.opendir = fail_all(EACCES);
   EXPECT_EQ((Range{0, 42, 42}), find_range(scratch / "f##"));
@@ -353,7 +344,6 @@ TEST_F(PathRangeFault, ProbesWhenTheDirectoryCannotBeOpened) {
 }
 
 TEST_F(PathRangeFault, ProbesAllNumbersBeforeItFails) {
-  const ScratchDir scratch;
   faults.opendir = fail_all(EACCES);
   EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f##"));
   EXPECT_EQ(100U, faults.opened.size());
@@ -361,14 +351,12 @@ TEST_F(PathRangeFault, ProbesAllNumbersBeforeItFails) {
 }
 
 TEST_F(PathRangeFault, ProbesWhenReadingTheDirectoryFails) {
-  const ScratchDir scratch;
   for (const char *name : {"f41", "f42"}) scratch.file(name);
   faults.readdir = fail_from(2, EIO);
   EXPECT_EQ((Range{0, 41, 42}), find_range(scratch / "f##"));
 }
 
 TEST_F(PathRangeFault, ProbesInSilenceWhenMemoryIsShort) {
-  const ScratchDir scratch;
   const LogCapture log;
   for (int number = 10; number < 99; ++number) scratch.file("f" + std::to_string(number));
   faults.smallest_refused_block = 512;  // the second block of the list

@@ -1,6 +1,8 @@
 // Private directories for tests: never the user's home, never the real temporary directory.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +26,12 @@ class ScratchDir {
 
  private:
   std::string path_;
+};
+
+// A case with such a directory of its own.
+class InScratch : public testing::Test {
+ protected:
+  const ScratchDir scratch;
 };
 
 bool exists(const std::string &path);  // without following a link at the end

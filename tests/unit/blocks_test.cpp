@@ -29,6 +29,8 @@ namespace {
 using qal::internal::File;
 using namespace qal::test;
 
+using BlocksWrite = InScratch;
+
 struct Writer {
   const char *name;
   std::size_t (*write)(const void *data, std::size_t size, std::size_t count, std::FILE *stream);
@@ -170,7 +172,7 @@ void reset_counters() {
   zlib_io_in_bytes = zlib_io_out_bytes = 0;
 }
 
-TEST(BlocksWrite, WritesAHeaderAndOneZlibStream) {
+TEST_F(BlocksWrite, WritesAHeaderAndOneZlibStream) {
   const std::string text = words(1000);
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
@@ -192,7 +194,7 @@ TEST(BlocksWrite, WritesAHeaderAndOneZlibStream) {
   }
 }
 
-TEST(BlocksWrite, StoresTheLowestByteFirst) {
+TEST_F(BlocksWrite, StoresTheLowestByteFirst) {
   const std::string text(0x010203, 'x');
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
@@ -200,7 +202,7 @@ TEST(BlocksWrite, StoresTheLowestByteFirst) {
   }
 }
 
-TEST(BlocksWrite, CompressesAsZlibDoesByDefault) {
+TEST_F(BlocksWrite, CompressesAsZlibDoesByDefault) {
   for (const auto &text : {words(10), words(100'000), noise(100'000)}) {
     for (const auto &writer : writers) {
       SCOPED_TRACE(writer.name);
@@ -209,7 +211,7 @@ TEST(BlocksWrite, CompressesAsZlibDoesByDefault) {
   }
 }
 
-TEST(BlocksWrite, AnswersBytesNotElements) {
+TEST_F(BlocksWrite, AnswersBytesNotElements) {
   const std::string text = words(1000);
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
@@ -218,8 +220,7 @@ TEST(BlocksWrite, AnswersBytesNotElements) {
   }
 }
 
-TEST(BlocksWrite, WritesAnEmptyBlock) {
-  const ScratchDir scratch;
+TEST_F(BlocksWrite, WritesAnEmptyBlock) {
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
     for (const void *data :
@@ -233,8 +234,7 @@ TEST(BlocksWrite, WritesAnEmptyBlock) {
   }
 }
 
-TEST(BlocksWrite, LeavesTheStreamBehindTheBlock) {
-  const ScratchDir scratch;
+TEST_F(BlocksWrite, LeavesTheStreamBehindTheBlock) {
   const std::string text = words(50'000);
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
@@ -248,8 +248,7 @@ TEST(BlocksWrite, LeavesTheStreamBehindTheBlock) {
   }
 }
 
-TEST(BlocksWrite, ReplacesWhatStandsAtThePositionAndNothingElse) {
-  const ScratchDir scratch;
+TEST_F(BlocksWrite, ReplacesWhatStandsAtThePositionAndNothingElse) {
   const std::string text = words(100);
   const std::string expected = block(text);
   for (const auto &writer : writers) {
@@ -581,12 +580,11 @@ TEST(BlocksMismatch, IncludesSizesThatNoHeaderCanHold) {
   }
 }
 
-TEST(BlocksWrite, RefusesSizesThatNoHeaderCanHold) {
+TEST_F(BlocksWrite, RefusesSizesThatNoHeaderCanHold) {
   constexpr std::size_t largest = std::numeric_limits<std::size_t>::max();
   constexpr std::pair<std::size_t, std::size_t> sizes[]{
       {four_gib, 1}, {1, four_gib},        {65536, 65536},    {largest, 1},
       {largest, 2},  {four_gib, four_gib}, {largest, largest}};
-  const ScratchDir scratch;
   for (const auto &writer : writers) {
     for (const auto &[size, count] : sizes) {
       File out(std::fopen((scratch / "block").c_str(), "wbe"));
@@ -597,8 +595,7 @@ TEST(BlocksWrite, RefusesSizesThatNoHeaderCanHold) {
   }
 }
 
-TEST(BlocksWrite, RefusesNullArguments) {
-  const ScratchDir scratch;
+TEST_F(BlocksWrite, RefusesNullArguments) {
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
     File out(std::fopen((scratch / "block").c_str(), "wbe"));
@@ -609,8 +606,7 @@ TEST(BlocksWrite, RefusesNullArguments) {
   }
 }
 
-TEST(BlocksWrite, DoesNotLookAtErrorsOfTheStream) {
-  const ScratchDir scratch;
+TEST_F(BlocksWrite, DoesNotLookAtErrorsOfTheStream) {
   const auto path = scratch.file("block", "old");
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
@@ -621,7 +617,7 @@ TEST(BlocksWrite, DoesNotLookAtErrorsOfTheStream) {
   EXPECT_EQ(read_file(path), "old");
 }
 
-TEST(BlocksWrite, KeepsTheFirstHeaderWhereItCannotSeek) {
+TEST_F(BlocksWrite, KeepsTheFirstHeaderWhereItCannotSeek) {
   const std::string text = words(1000);
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
@@ -654,8 +650,7 @@ TEST(BlocksRead, NeedsNoSeeking) {
 
 // Deliberate: such a stream is told not to be used. It writes everything at its end, the second
 // header too.
-TEST(BlocksWrite, LosesTheCompressedSizeInAppendMode) {
-  const ScratchDir scratch;
+TEST_F(BlocksWrite, LosesTheCompressedSizeInAppendMode) {
   for (const auto &writer : writers) {
     SCOPED_TRACE(writer.name);
     const auto path = scratch.file("block", "old");

@@ -31,6 +31,8 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::UnorderedElementsAre;
 
+using DirList = InScratch;
+
 Names stream_order(const std::string &directory) {
   Names names;
   const std::unique_ptr<DIR, int (*)(DIR *)> stream{opendir(directory.c_str()), closedir};
@@ -42,8 +44,7 @@ std::string couldnt_get_info(const std::string &path) {
   return "ERROR: qal_dir_list: couldn't get info on '" + path + "'";
 }
 
-TEST(DirList, ListsMatchingFilesAndEveryDirectory) {
-  const ScratchDir scratch;
+TEST_F(DirList, ListsMatchingFilesAndEveryDirectory) {
   scratch.file("a.dat");
   scratch.file("b.txt");
   scratch.directory("sub");
@@ -61,8 +62,7 @@ TEST(DirList, ListsMatchingFilesAndEveryDirectory) {
   EXPECT_EQ(listing.full_path, scratch / "*.dat");
 }
 
-TEST(DirList, KeepsTheOrderOfTheStream) {
-  const ScratchDir scratch;
+TEST_F(DirList, KeepsTheOrderOfTheStream) {
   for (int i = 0; i < 100; ++i) {
     scratch.file("file" + std::to_string(i * 7919 % 100));
     scratch.directory("directory" + std::to_string(i * 7919 % 100));
@@ -77,8 +77,7 @@ TEST(DirList, KeepsTheOrderOfTheStream) {
   EXPECT_EQ(listing.directories(), directories);
 }
 
-TEST(DirList, FindsServerRecords) {
-  const ScratchDir scratch;
+TEST_F(DirList, FindsServerRecords) {
   for (const auto *name : {"halix_server1.dat", "halix_server.dat", "halix_server1.dat.bak",
                            "Halix_server2.dat", "halix_client.dat"}) {
     scratch.file(name);
@@ -88,8 +87,7 @@ TEST(DirList, FindsServerRecords) {
   EXPECT_EQ(listing.file_count, 2);
 }
 
-TEST(DirList, ListsAllFilesForAPatternThatEndsInASlash) {
-  const ScratchDir scratch;
+TEST_F(DirList, ListsAllFilesForAPatternThatEndsInASlash) {
   scratch.file("a");
   scratch.file(".hidden");
   scratch.file("b.txt");
@@ -99,23 +97,20 @@ TEST(DirList, ListsAllFilesForAPatternThatEndsInASlash) {
   EXPECT_EQ(listing.full_path, scratch.path() + "/");
 }
 
-TEST(DirList, MatchesHiddenFilesLikeOthers) {
-  const ScratchDir scratch;
+TEST_F(DirList, MatchesHiddenFilesLikeOthers) {
   scratch.file(".hidden");
   scratch.file("a");
   EXPECT_THAT(Listing(scratch / "*").files(), UnorderedElementsAre(".hidden", "a"));
   EXPECT_THAT(Listing(scratch / "?hidden").files(), ElementsAre(".hidden"));
 }
 
-TEST(DirList, KnowsSetsAndEscapesInThePattern) {
-  const ScratchDir scratch;
+TEST_F(DirList, KnowsSetsAndEscapesInThePattern) {
   for (const auto *name : {"a1", "b1", "c1", "*", "A1"}) scratch.file(name);
   EXPECT_THAT(Listing(scratch / "[ab]1").files(), UnorderedElementsAre("a1", "b1"));
   EXPECT_THAT(Listing(scratch / "\\*").files(), ElementsAre("*"));
 }
 
-TEST(DirList, GivesEmptyTextsWhenNothingMatches) {
-  const ScratchDir scratch;
+TEST_F(DirList, GivesEmptyTextsWhenNothingMatches) {
   scratch.file("a");
   const Listing listing(scratch / "*.dat");
   EXPECT_EQ(listing.status, QAL_STATUS_OK);
@@ -123,8 +118,7 @@ TEST(DirList, GivesEmptyTextsWhenNothingMatches) {
   EXPECT_EQ(listing.file_count, 0);
 }
 
-TEST(DirList, GrowsItsTextsForManyLongNames) {
-  const ScratchDir scratch;
+TEST_F(DirList, GrowsItsTextsForManyLongNames) {
   for (int i = 0; i < 300; ++i) {
     const std::string number = std::to_string(1000 + i);
     scratch.file(std::string(200, 'f') + number);
@@ -143,16 +137,14 @@ TEST(DirList, GrowsItsTextsForManyLongNames) {
               IsSupersetOf({".", "..", (std::string(200, 'd') + "1299").c_str()}));
 }
 
-TEST(DirList, DoesNotFilterDirectories) {
-  const ScratchDir scratch;
+TEST_F(DirList, DoesNotFilterDirectories) {
   scratch.directory("one");
   scratch.directory("two.dat");
   EXPECT_THAT(Listing(scratch / "*.dat").directories(),
               UnorderedElementsAre(".", "..", "one", "two.dat"));
 }
 
-TEST(DirList, FollowsLinks) {
-  const ScratchDir scratch;
+TEST_F(DirList, FollowsLinks) {
   fs::create_symlink(scratch.directory("sub"), scratch / "to_directory");
   fs::create_symlink(scratch.file("file"), scratch / "to_file");
   const LogCapture log;
@@ -162,8 +154,7 @@ TEST(DirList, FollowsLinks) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(DirList, ReportsAndSkipsLinksThatLeadNowhere) {
-  const ScratchDir scratch;
+TEST_F(DirList, ReportsAndSkipsLinksThatLeadNowhere) {
   scratch.file("file");
   fs::create_symlink(scratch / "missing", scratch / "dangling");
   fs::create_symlink(scratch / "loop", scratch / "loop");
@@ -176,9 +167,8 @@ TEST(DirList, ReportsAndSkipsLinksThatLeadNowhere) {
                                                 couldnt_get_info(scratch / "loop")));
 }
 
-TEST(DirList, ListsSocketsAsDirectories) {
+TEST_F(DirList, ListsSocketsAsDirectories) {
   // Deliberate: a socket's type shares the bit that directories are told by.
-  const ScratchDir scratch;
   run_in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);  // a socket's path has only about 100 bytes
     sockaddr_un address{};
@@ -193,14 +183,13 @@ TEST(DirList, ListsSocketsAsDirectories) {
   EXPECT_THAT(listing.files(), IsEmpty());
 }
 
-TEST(DirList, ListsPipesAsFiles) {
-  const ScratchDir scratch;
+TEST_F(DirList, ListsPipesAsFiles) {
   ASSERT_EQ(mkfifo((scratch / "pipe").c_str(), 0600), 0);
   EXPECT_THAT(Listing(scratch / "p*").files(), ElementsAre("pipe"));
   EXPECT_THAT(Listing(scratch / "x*").files(), IsEmpty());
 }
 
-TEST(DirList, ListsTheRootDirectory) {
+TEST_F(DirList, ListsTheRootDirectory) {
   const Listing listing("/*");
   EXPECT_EQ(listing.status, QAL_STATUS_OK);
   EXPECT_STREQ(listing.full_path, "/*");
@@ -211,8 +200,7 @@ TEST(DirList, ListsTheRootDirectory) {
   EXPECT_EQ(listing.directories(), directories);
 }
 
-TEST(DirList, KeepsTheFullPathAsItWasGiven) {
-  const ScratchDir scratch;
+TEST_F(DirList, KeepsTheFullPathAsItWasGiven) {
   scratch.file("a");
   const auto pattern = scratch.path() + "//./*";
   const Listing listing(pattern);
@@ -220,8 +208,7 @@ TEST(DirList, KeepsTheFullPathAsItWasGiven) {
   EXPECT_THAT(listing.files(), ElementsAre("a"));
 }
 
-TEST(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
-  const ScratchDir scratch;
+TEST_F(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
   scratch.directory("sub/inner");
   scratch.file("sub/a.dat");
   in_child([&] {
@@ -235,8 +222,7 @@ TEST(DirList, ResolvesARelativePatternAgainstTheWorkingDirectory) {
   });
 }
 
-TEST(DirList, NamesEntriesOfARelativePatternByTheirFullPath) {
-  const ScratchDir scratch;
+TEST_F(DirList, NamesEntriesOfARelativePatternByTheirFullPath) {
   scratch.directory("sub");
   fs::create_symlink("missing", scratch / "sub/dangling");
   in_child([&] {
@@ -247,9 +233,8 @@ TEST(DirList, NamesEntriesOfARelativePatternByTheirFullPath) {
   });
 }
 
-TEST(DirList, DoesNotFindABareName) {
+TEST_F(DirList, DoesNotFindABareName) {
   // Deliberate: without a directory part there is no directory to open.
-  const ScratchDir scratch;
   scratch.file("a.dat");
   in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
@@ -263,8 +248,7 @@ TEST(DirList, DoesNotFindABareName) {
   });
 }
 
-TEST(DirList, DoesNotFindTheEmptyPattern) {
-  const ScratchDir scratch;
+TEST_F(DirList, DoesNotFindTheEmptyPattern) {
   in_child([&] {
     ASSERT_EQ(chdir(scratch.path().c_str()), 0);
     const Listing listing("");
@@ -274,8 +258,7 @@ TEST(DirList, DoesNotFindTheEmptyPattern) {
   });
 }
 
-TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
-  const ScratchDir scratch;
+TEST_F(DirList, NeedsAWorkingDirectoryForARelativePattern) {
   const auto gone = scratch.directory("gone");
   in_child([&] {
     ASSERT_EQ(chdir(gone.c_str()), 0);
@@ -288,14 +271,13 @@ TEST(DirList, NeedsAWorkingDirectoryForARelativePattern) {
   });
 }
 
-TEST(DirList, DoesNotFindAnUnknownUsersHome) {
+TEST_F(DirList, DoesNotFindAnUnknownUsersHome) {
   const Listing listing("~no-such-user-here/*");
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
   EXPECT_TRUE(listing.gave_nothing());
 }
 
-TEST(DirList, DoesNotFindAMissingDirectory) {
-  const ScratchDir scratch;
+TEST_F(DirList, DoesNotFindAMissingDirectory) {
   const LogCapture log;
   const Listing listing(scratch / "missing/*", true);
   EXPECT_EQ(listing.status, QAL_STATUS_NOT_FOUND);
@@ -304,13 +286,11 @@ TEST(DirList, DoesNotFindAMissingDirectory) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(DirList, DoesNotFindAFileInPlaceOfADirectory) {
-  const ScratchDir scratch;
+TEST_F(DirList, DoesNotFindAFileInPlaceOfADirectory) {
   EXPECT_EQ(Listing(scratch.file("file") + "/*").status, QAL_STATUS_NOT_FOUND);
 }
 
-TEST(DirList, DoesNotFindADirectoryThatMayNotBeRead) {
-  const ScratchDir scratch;
+TEST_F(DirList, DoesNotFindADirectoryThatMayNotBeRead) {
   fs::permissions(scratch.directory("closed"), fs::perms(0311));
   in_unprivileged_child([&] {
     const LogCapture log;
@@ -319,8 +299,7 @@ TEST(DirList, DoesNotFindADirectoryThatMayNotBeRead) {
   });
 }
 
-TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
-  const ScratchDir scratch;
+TEST_F(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
   scratch.directory("list");
   scratch.file("list/file");
   scratch.directory("list/sub");
@@ -341,8 +320,7 @@ TEST(DirList, SkipsEveryEntryOfADirectoryThatMayNotBeSearched) {
   fs::permissions(scratch / "list", fs::perms(0755));
 }
 
-TEST(DirList, TakesAnExpandedPatternOf1023Bytes) {
-  const ScratchDir scratch;
+TEST_F(DirList, TakesAnExpandedPatternOf1023Bytes) {
   scratch.file("a");
   // Repeated slashes make any length; the wildcard is the last byte.
   const auto pattern_of = [&](std::size_t length) {
@@ -358,8 +336,7 @@ TEST(DirList, TakesAnExpandedPatternOf1023Bytes) {
   EXPECT_TRUE(too_long.gave_nothing());
 }
 
-TEST(DirList, SkipsEntriesWhosePathsHave1024BytesOrMore) {
-  const ScratchDir scratch;
+TEST_F(DirList, SkipsEntriesWhosePathsHave1024BytesOrMore) {
   scratch.file("aa");
   scratch.file("aaa");
   scratch.directory("ddd");
@@ -374,15 +351,13 @@ TEST(DirList, SkipsEntriesWhosePathsHave1024BytesOrMore) {
                                                 couldnt_get_info(directory + "/ddd")));
 }
 
-TEST(DirList, ListsNamesOf255Bytes) {
-  const ScratchDir scratch;
+TEST_F(DirList, ListsNamesOf255Bytes) {
   const std::string name(255, 'n');
   scratch.file(name);
   EXPECT_THAT(Listing(scratch / "*").files(), ElementsAre(name));
 }
 
-TEST(DirList, TakesStrangeNamesAsTheyAre) {
-  const ScratchDir scratch;
+TEST_F(DirList, TakesStrangeNamesAsTheyAre) {
   scratch.file("50%s.dat");
   scratch.file("back\\slash.dat");
   scratch.file("\xFF\x01 .dat");
@@ -390,25 +365,22 @@ TEST(DirList, TakesStrangeNamesAsTheyAre) {
               UnorderedElementsAre("50%s.dat", "back\\slash.dat", "\xFF\x01 .dat"));
 }
 
-TEST(DirList, ReportsStrangeNamesAsTheyAre) {
-  const ScratchDir scratch;
+TEST_F(DirList, ReportsStrangeNamesAsTheyAre) {
   fs::create_symlink("missing", scratch / "%s%n");
   const LogCapture log;
   const Listing listing(scratch / "*");
   EXPECT_THAT(log.lines(), ElementsAre(couldnt_get_info(scratch / "%s%n")));
 }
 
-TEST(DirList, CountsANameWithANewlineOnce) {
+TEST_F(DirList, CountsANameWithANewlineOnce) {
   // Deliberate: the text cannot tell such a name from two, only the count does.
-  const ScratchDir scratch;
   scratch.file("one\ntwo.dat");
   const Listing listing(scratch / "*.dat");
   EXPECT_STREQ(listing.file_text, "one\ntwo.dat\n");
   EXPECT_EQ(listing.file_count, 1);
 }
 
-TEST(DirList, FlushesStandardOutput) {
-  const ScratchDir scratch;
+TEST_F(DirList, FlushesStandardOutput) {
   const auto result = in_child([&] {
     static char buffer[256];
     std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
@@ -419,8 +391,7 @@ TEST(DirList, FlushesStandardOutput) {
   EXPECT_EQ(result.out, "pending");
 }
 
-TEST(DirList, LeavesNoDescriptorOpen) {
-  const ScratchDir scratch;
+TEST_F(DirList, LeavesNoDescriptorOpen) {
   const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
   close(before);
   EXPECT_EQ(Listing(scratch / "*").status, QAL_STATUS_OK);
@@ -430,7 +401,7 @@ TEST(DirList, LeavesNoDescriptorOpen) {
   EXPECT_EQ(after, before);
 }
 
-TEST(DirList, RefusesNullArguments) {
+TEST_F(DirList, RefusesNullArguments) {
   char *path = nullptr;
   char *directories = nullptr;
   char *files = nullptr;
@@ -453,7 +424,7 @@ TEST(DirList, RefusesNullArguments) {
   EXPECT_EQ(file_count, unset_count);
 }
 
-TEST(DirList, RefusesANullPatternAndClearsItsTexts) {
+TEST_F(DirList, RefusesANullPatternAndClearsItsTexts) {
   char nothing[1];
   char *path = nothing;
   char *directories = nothing;

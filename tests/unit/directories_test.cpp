@@ -23,6 +23,8 @@ namespace {
 using namespace qal::test;
 using Settings = std::map<std::string, std::string>;
 
+using TemporaryDirectoryCheck = InScratch;
+
 constexpr std::size_t limits[] = {1000, 1008, 1022, 1023, 1024, 5000};
 
 // A path of exactly so many bytes that no step changes.
@@ -562,21 +564,16 @@ std::string log_for(const std::string &tmpdir) {
   return child.out;
 }
 
-TEST(TemporaryDirectoryCheck, AcceptsADirectory) {
-  const ScratchDir scratch;
-  EXPECT_EQ(log_for(scratch.path()), "");
-}
+TEST_F(TemporaryDirectoryCheck, AcceptsADirectory) { EXPECT_EQ(log_for(scratch.path()), ""); }
 
-TEST(TemporaryDirectoryCheck, WarnsOfAMissingPath) {
-  const ScratchDir scratch;
+TEST_F(TemporaryDirectoryCheck, WarnsOfAMissingPath) {
   const std::string warning = "Warning: TMPDIR is set to a non-existing path\n";
   EXPECT_EQ(log_for(scratch / "missing"), warning);
   EXPECT_EQ(log_for(""), warning);
   EXPECT_EQ(log_for(path_of(5000)), warning);
 }
 
-TEST(TemporaryDirectoryCheck, WarnsOfAFile) {
-  const ScratchDir scratch;
+TEST_F(TemporaryDirectoryCheck, WarnsOfAFile) {
   EXPECT_EQ(log_for(scratch.file("file")), "Warning: TMPDIR is set to a non-directory path\n");
 }
 

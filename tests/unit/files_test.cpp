@@ -31,6 +31,16 @@ using qal::internal::File;
 using qal::internal::OwnedText;
 using namespace qal::test;
 
+using FilesCheck = InScratch;
+using FilesStat = InScratch;
+using FilesIsDirectory = InScratch;
+using FilesCopy = InScratch;
+using FilesUnlink = InScratch;
+using FilesRemoveDirectory = InScratch;
+using FilesRename = InScratch;
+using FilesRead = InScratch;
+using FilesTempName = InScratch;
+
 using Lines = std::vector<std::string>;
 
 unsigned permissions_of(const std::string &path) {
@@ -67,15 +77,13 @@ constexpr unsigned for_writing = 1;
 constexpr unsigned refuse_directory = 0x100;
 constexpr unsigned refuse_irregular = 0x200;
 
-TEST(FilesCheck, AFileThatCanBeReadIsUsableInSilence) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AFileThatCanBeReadIsUsableInSilence) {
   int usable = -1;
   EXPECT_EQ(log_of_check(scratch.file("a"), for_reading, 1, usable), Lines{});
   EXPECT_EQ(usable, 1);
 }
 
-TEST(FilesCheck, AMissingFileCannotBeRead) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AMissingFileCannotBeRead) {
   int usable = -1;
   const auto path = scratch / "absent";
   EXPECT_EQ(log_of_check(path, for_reading, 1, usable),
@@ -83,8 +91,7 @@ TEST(FilesCheck, AMissingFileCannotBeRead) {
   EXPECT_EQ(usable, 0);
 }
 
-TEST(FilesCheck, AFileWithoutReadPermissionCannotBeRead) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AFileWithoutReadPermissionCannotBeRead) {
   const auto path = scratch.file("closed");
   ASSERT_EQ(chmod(path.c_str(), 0200), 0);
   in_unprivileged_child([&path] {
@@ -95,8 +102,7 @@ TEST(FilesCheck, AFileWithoutReadPermissionCannotBeRead) {
   });
 }
 
-TEST(FilesCheck, ADirectoryIsRefusedWithItsBit) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, ADirectoryIsRefusedWithItsBit) {
   int usable = -1;
   for (const unsigned access_kind : {for_reading, for_writing}) {
     EXPECT_EQ(log_of_check(scratch.path(), access_kind | refuse_directory, 1, usable),
@@ -105,29 +111,26 @@ TEST(FilesCheck, ADirectoryIsRefusedWithItsBit) {
   }
 }
 
-TEST(FilesCheck, ADirectoryIsReadableWithoutTheBit) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, ADirectoryIsReadableWithoutTheBit) {
   int usable = -1;
   EXPECT_EQ(log_of_check(scratch.path(), for_reading, 1, usable), Lines{});
   EXPECT_EQ(usable, 1);
 }
 
-TEST(FilesCheck, ADirectoryIsNoRegularFile) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, ADirectoryIsNoRegularFile) {
   int usable = -1;
   EXPECT_EQ(log_of_check(scratch.path(), refuse_irregular, 1, usable),
             Lines{"ERROR: File '" + scratch.path() + "' is not a regular file."});
   EXPECT_EQ(usable, 0);
 }
 
-TEST(FilesCheck, TheDirectoryBitIsLookedAtFirst) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, TheDirectoryBitIsLookedAtFirst) {
   int usable = -1;
   EXPECT_EQ(log_of_check(scratch.path(), refuse_directory | refuse_irregular, 1, usable),
             Lines{"ERROR: File '" + scratch.path() + "' is a directory."});
 }
 
-TEST(FilesCheck, ADeviceIsNoRegularFileButNoDirectoryEither) {
+TEST_F(FilesCheck, ADeviceIsNoRegularFileButNoDirectoryEither) {
   int usable = -1;
   EXPECT_EQ(log_of_check("/dev/null", refuse_irregular, 1, usable),
             Lines{"ERROR: File '/dev/null' is not a regular file."});
@@ -136,8 +139,7 @@ TEST(FilesCheck, ADeviceIsNoRegularFileButNoDirectoryEither) {
   EXPECT_EQ(usable, 1);
 }
 
-TEST(FilesCheck, BothBitsLetARegularFilePassAlsoBehindALink) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, BothBitsLetARegularFilePassAlsoBehindALink) {
   const auto link = scratch / "link";
   ASSERT_EQ(symlink(scratch.file("a").c_str(), link.c_str()), 0);
   int usable = -1;
@@ -145,16 +147,14 @@ TEST(FilesCheck, BothBitsLetARegularFilePassAlsoBehindALink) {
   EXPECT_EQ(usable, 1);
 }
 
-TEST(FilesCheck, TheBitsSayNothingAboutAMissingFile) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, TheBitsSayNothingAboutAMissingFile) {
   int usable = -1;
   const auto path = scratch / "absent";
   EXPECT_EQ(log_of_check(path, refuse_directory | refuse_irregular, 1, usable),
             Lines{"ERROR: File '" + path + "' cannot be read."});
 }
 
-TEST(FilesCheck, AMissingFileThatCanBeCreatedIsUsableAndLeavesNothing) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AMissingFileThatCanBeCreatedIsUsableAndLeavesNothing) {
   int usable = -1;
   const auto before = open_descriptors();
   EXPECT_EQ(log_of_check(scratch / "new", for_writing, 1, usable), Lines{});
@@ -163,8 +163,7 @@ TEST(FilesCheck, AMissingFileThatCanBeCreatedIsUsableAndLeavesNothing) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST(FilesCheck, AnExistingFileIsUsableWithTheQuestionAndStaysAsItIs) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AnExistingFileIsUsableWithTheQuestionAndStaysAsItIs) {
   int usable = -1;
   const auto path = scratch.file("old", "content");
   EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
@@ -174,8 +173,7 @@ TEST(FilesCheck, AnExistingFileIsUsableWithTheQuestionAndStaysAsItIs) {
 }
 
 // Deliberate: only the bits refuse a directory; without them it can be written like a file.
-TEST(FilesCheck, AWritableDirectoryIsUsableWithTheQuestionWithoutTheBits) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AWritableDirectoryIsUsableWithTheQuestionWithoutTheBits) {
   int usable = -1;
   EXPECT_EQ(
       log_of_check(scratch.path(), for_writing, 1, usable),
@@ -183,15 +181,14 @@ TEST(FilesCheck, AWritableDirectoryIsUsableWithTheQuestionWithoutTheBits) {
   EXPECT_EQ(usable, 1);
 }
 
-TEST(FilesCheck, WhatIsNoRegularFileIsRefusedForWritingToo) {
+TEST_F(FilesCheck, WhatIsNoRegularFileIsRefusedForWritingToo) {
   int usable = -1;
   EXPECT_EQ(log_of_check("/dev/null", for_writing | refuse_irregular, 1, usable),
             Lines{"ERROR: File '/dev/null' is not a regular file."});
   EXPECT_EQ(usable, 0);
 }
 
-TEST(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
   const auto path = scratch.file("closed");
   ASSERT_EQ(chmod(path.c_str(), 0444), 0);
   in_unprivileged_child([&path] {
@@ -202,10 +199,9 @@ TEST(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
   });
 }
 
-TEST(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
   ASSERT_EQ(chmod(scratch.directory("closed").c_str(), 0555), 0);
-  in_unprivileged_child([&scratch] {
+  in_unprivileged_child([this] {
     for (const char *name : {"closed/new", "absent/new"}) {
       int usable = -1;
       const auto path = scratch / name;
@@ -216,16 +212,14 @@ TEST(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
   });
 }
 
-TEST(FilesCheck, ALinkThatLeadsNowhereIsNeitherCreatedThroughNorRemoved) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, ALinkThatLeadsNowhereIsNeitherCreatedThroughNorRemoved) {
   const auto link = scratch / "link";
   ASSERT_EQ(symlink((scratch / "target").c_str(), link.c_str()), 0);
   EXPECT_EQ(qal_io_chkfil(link.c_str(), for_writing, 0), 0);
   EXPECT_EQ(names_in(scratch.path()), Lines{"link"});
 }
 
-TEST(FilesCheck, TheWordWithoutBits8To15SelectsTheCheck) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, TheWordWithoutBits8To15SelectsTheCheck) {
   const auto path = scratch / "absent";
   for (const unsigned writing : {0x1U, 0x2U, 0x80U, 0xffU, 0x1fc01U, 0x10000U, 0x80000000U}) {
     EXPECT_EQ(qal_io_chkfil(path.c_str(), writing, 0), 1) << writing;
@@ -235,8 +229,7 @@ TEST(FilesCheck, TheWordWithoutBits8To15SelectsTheCheck) {
   }
 }
 
-TEST(FilesCheck, OnlyExactlyOneIsVerbose) {
-  const ScratchDir scratch;
+TEST_F(FilesCheck, OnlyExactlyOneIsVerbose) {
   int usable = -1;
   for (const int verbose : {0, 2, -1, 0x101}) {
     EXPECT_EQ(log_of_check(scratch.path(), refuse_directory, verbose, usable), Lines{});
@@ -248,13 +241,13 @@ TEST(FilesCheck, OnlyExactlyOneIsVerbose) {
   }
 }
 
-TEST(FilesCheck, APathIsNeverTakenForAFormat) {
+TEST_F(FilesCheck, APathIsNeverTakenForAFormat) {
   int usable = -1;
   EXPECT_EQ(log_of_check("/absent/%n%s", for_reading, 1, usable),
             Lines{"ERROR: File '/absent/%n%s' cannot be read."});
 }
 
-TEST(FilesCheck, ANullPathNamesNothing) {
+TEST_F(FilesCheck, ANullPathNamesNothing) {
   const LogCapture log;
   EXPECT_EQ(qal_io_chkfil(nullptr, for_reading, 1), 0);
   EXPECT_EQ(qal_io_chkfil(nullptr, for_writing, 0), 0);
@@ -263,7 +256,7 @@ TEST(FilesCheck, ANullPathNamesNothing) {
 
 void spoil_errno(void *, const char *, ...) { errno = 0; }
 
-TEST(FilesCheck, ReportingKeepsTheReasonInErrno) {
+TEST_F(FilesCheck, ReportingKeepsTheReasonInErrno) {
   qal_logger_init(nullptr, &spoil_errno, nullptr, nullptr);
   EXPECT_EQ(qal_io_chkfil("/absent/file", for_reading, 1), 0);
   EXPECT_EQ(errno, ENOENT);
@@ -392,8 +385,7 @@ TEST(FilesGetLine, WithoutStreamOrBufferThereIsNoLine) {
   EXPECT_EQ(qal_io_get_aline(stream.get(), 3, nullptr), -1);
 }
 
-TEST(FilesStat, EveryFieldIsThePlatforms) {
-  const ScratchDir scratch;
+TEST_F(FilesStat, EveryFieldIsThePlatforms) {
   const auto path = scratch.file("a", "12345");
   ASSERT_EQ(link(path.c_str(), (scratch / "b").c_str()), 0);
   ASSERT_EQ(chmod(path.c_str(), 04751), 0);
@@ -421,7 +413,7 @@ TEST(FilesStat, EveryFieldIsThePlatforms) {
   EXPECT_EQ(record.size, 5);
 }
 
-TEST(FilesStat, ADeviceFileNamesItsDevice) {
+TEST_F(FilesStat, ADeviceFileNamesItsDevice) {
   struct stat info {};
   ASSERT_EQ(stat("/dev/null", &info), 0);
   QalStat record;
@@ -431,8 +423,7 @@ TEST(FilesStat, ADeviceFileNamesItsDevice) {
   EXPECT_EQ(record.mode & 0170000U, 0020000U);
 }
 
-TEST(FilesStat, SizesBeyond32BitsAreWhole) {
-  const ScratchDir scratch;
+TEST_F(FilesStat, SizesBeyond32BitsAreWhole) {
   const auto path = scratch.file("sparse");
   ASSERT_EQ(truncate(path.c_str(), 5'000'000'000), 0);
   QalStat record;
@@ -440,8 +431,7 @@ TEST(FilesStat, SizesBeyond32BitsAreWhole) {
   EXPECT_EQ(record.size, 5'000'000'000);
 }
 
-TEST(FilesStat, LinksAreFollowed) {
-  const ScratchDir scratch;
+TEST_F(FilesStat, LinksAreFollowed) {
   ASSERT_EQ(symlink(scratch.file("a", "123").c_str(), (scratch / "link").c_str()), 0);
   QalStat record;
   ASSERT_EQ(qal_stat((scratch / "link").c_str(), &record), 0);
@@ -449,7 +439,7 @@ TEST(FilesStat, LinksAreFollowed) {
   EXPECT_EQ(record.mode & 0170000U, 0100000U);
 }
 
-TEST(FilesStat, AFailureLeavesTheRecordZeroAndSaysWhy) {
+TEST_F(FilesStat, AFailureLeavesTheRecordZeroAndSaysWhy) {
   for (const char *path : {"/absent/file", "", static_cast<const char *>(nullptr)}) {
     QalStat record;
     std::fill_n(reinterpret_cast<char *>(&record), sizeof record, '\x5a');
@@ -461,8 +451,7 @@ TEST(FilesStat, AFailureLeavesTheRecordZeroAndSaysWhy) {
   }
 }
 
-TEST(FilesIsDirectory, OnlyDirectoriesAndLinksToThemAre) {
-  const ScratchDir scratch;
+TEST_F(FilesIsDirectory, OnlyDirectoriesAndLinksToThemAre) {
   const auto directory = scratch.directory("d");
   const auto file = scratch.file("f");
   ASSERT_EQ(symlink(directory.c_str(), (scratch / "to_d").c_str()), 0);
@@ -478,8 +467,7 @@ TEST(FilesIsDirectory, OnlyDirectoriesAndLinksToThemAre) {
   EXPECT_EQ(qal_is_dir(nullptr), 0);
 }
 
-TEST(FilesIsDirectory, TheWholeTypeIsCompared) {
-  const ScratchDir scratch;
+TEST_F(FilesIsDirectory, TheWholeTypeIsCompared) {
   const auto path = scratch / "socket";
   make_socket(path);
   EXPECT_EQ(qal_is_dir(path.c_str()), 0);
@@ -491,8 +479,7 @@ std::string patterned(std::size_t size_bytes) {
   return text;
 }
 
-TEST(FilesCopy, TheContentIsEqualOnBothSidesOfEveryBlock) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, TheContentIsEqualOnBothSidesOfEveryBlock) {
   for (const std::size_t size : {0U, 1U, 16383U, 16384U, 16385U, 32768U, 100000U}) {
     const auto content = patterned(size);
     const auto from = scratch.file("from", content);
@@ -502,8 +489,7 @@ TEST(FilesCopy, TheContentIsEqualOnBothSidesOfEveryBlock) {
   }
 }
 
-TEST(FilesCopy, AnExistingDestinationIsReplacedAndKeepsItsPermissions) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, AnExistingDestinationIsReplacedAndKeepsItsPermissions) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "something longer");
   ASSERT_EQ(chmod(to.c_str(), 0640), 0);
@@ -512,8 +498,7 @@ TEST(FilesCopy, AnExistingDestinationIsReplacedAndKeepsItsPermissions) {
   EXPECT_EQ(permissions_of(to), 0640U);
 }
 
-TEST(FilesCopy, ANewDestinationTakesTheSourcesPermissionsLessTheMask) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, ANewDestinationTakesTheSourcesPermissionsLessTheMask) {
   const auto from = scratch.file("from", "x");
   const auto old_mask = umask(027);
   ASSERT_EQ(chmod(from.c_str(), 0755), 0);
@@ -528,8 +513,7 @@ TEST(FilesCopy, ANewDestinationTakesTheSourcesPermissionsLessTheMask) {
   umask(old_mask);
 }
 
-TEST(FilesCopy, AMissingSourceIsNoSourceAndTheDestinationStays) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, AMissingSourceIsNoSourceAndTheDestinationStays) {
   const auto to = scratch.file("to", "kept");
   EXPECT_EQ(qal_file_copy((scratch / "absent").c_str(), to.c_str(), 0), QAL_STATUS_NO_SOURCE);
   EXPECT_EQ(qal_file_copy((scratch / "absent").c_str(), to.c_str(), 1), QAL_STATUS_NO_SOURCE);
@@ -540,8 +524,7 @@ TEST(FilesCopy, AMissingSourceIsNoSourceAndTheDestinationStays) {
   EXPECT_FALSE(exists(scratch / "new"));
 }
 
-TEST(FilesCopy, AnUnreadableSourceIsNoSource) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, AnUnreadableSourceIsNoSource) {
   const auto from = scratch.file("from", "secret");
   ASSERT_EQ(chmod(from.c_str(), 0), 0);
   ASSERT_EQ(chmod(scratch.path().c_str(), 0777), 0);
@@ -551,8 +534,7 @@ TEST(FilesCopy, AnUnreadableSourceIsNoSource) {
   });
 }
 
-TEST(FilesCopy, OnRequestAnExistingDestinationIsKept) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, OnRequestAnExistingDestinationIsKept) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");
   EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 1), QAL_STATUS_EXISTS);
@@ -562,16 +544,14 @@ TEST(FilesCopy, OnRequestAnExistingDestinationIsKept) {
   EXPECT_EQ(read_file(scratch / "fresh"), "new");
 }
 
-TEST(FilesCopy, OtherFlagsDoNotKeepTheDestination) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, OtherFlagsDoNotKeepTheDestination) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");
   EXPECT_EQ(qal_file_copy(from.c_str(), to.c_str(), 0xfffffffe), QAL_STATUS_OK);
   EXPECT_EQ(read_file(to), "new");
 }
 
-TEST(FilesCopy, AFifoWithoutAWriterIsKeptWithoutWaiting) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, AFifoWithoutAWriterIsKeptWithoutWaiting) {
   ASSERT_EQ(mkfifo((scratch / "fifo").c_str(), 0600), 0);
   EXPECT_EQ(qal_file_copy(scratch.file("from").c_str(), (scratch / "fifo").c_str(), 1),
             QAL_STATUS_EXISTS);
@@ -579,8 +559,7 @@ TEST(FilesCopy, AFifoWithoutAWriterIsKeptWithoutWaiting) {
 
 // Deliberate: what counts is whether the destination can be opened for reading, not whether it is
 // there.
-TEST(FilesCopy, AnUnreadableDestinationIsNotKept) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, AnUnreadableDestinationIsNotKept) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");
   ASSERT_EQ(chmod(to.c_str(), 0222), 0);
@@ -590,8 +569,7 @@ TEST(FilesCopy, AnUnreadableDestinationIsNotKept) {
   EXPECT_EQ(read_file(to), "new");
 }
 
-TEST(FilesCopy, AFileOntoItselfFailsAndStaysWhole) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, AFileOntoItselfFailsAndStaysWhole) {
   const auto file = scratch.file("file", "content");
   ASSERT_EQ(link(file.c_str(), (scratch / "hard").c_str()), 0);
   ASSERT_EQ(symlink("file", (scratch / "soft").c_str()), 0);
@@ -603,8 +581,7 @@ TEST(FilesCopy, AFileOntoItselfFailsAndStaysWhole) {
   EXPECT_EQ(read_file(file), "content");
 }
 
-TEST(FilesCopy, ADestinationThatCannotBeOpenedFails) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, ADestinationThatCannotBeOpenedFails) {
   const auto from = scratch.file("from", "x");
   const auto directory = scratch.directory("d");
   EXPECT_EQ(qal_file_copy(from.c_str(), directory.c_str(), 0), QAL_STATUS_FAILED);
@@ -614,8 +591,7 @@ TEST(FilesCopy, ADestinationThatCannotBeOpenedFails) {
   EXPECT_EQ(qal_file_copy(from.c_str(), nullptr, 1), QAL_STATUS_FAILED);
 }
 
-TEST(FilesCopy, ADirectoryIsNoSourceAndTheDestinationStaysAsItIs) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, ADirectoryIsNoSourceAndTheDestinationStaysAsItIs) {
   const auto directory = scratch.path();
   EXPECT_EQ(qal_file_copy(directory.c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_FAILED);
   EXPECT_FALSE(exists(scratch / "to"));
@@ -625,15 +601,13 @@ TEST(FilesCopy, ADirectoryIsNoSourceAndTheDestinationStaysAsItIs) {
   EXPECT_EQ(read_file(to), "kept");
 }
 
-TEST(FilesCopy, DevicesServeOnBothSides) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, DevicesServeOnBothSides) {
   EXPECT_EQ(qal_file_copy("/dev/null", (scratch / "to").c_str(), 0), QAL_STATUS_OK);
   EXPECT_EQ(read_file(scratch / "to"), "");
   EXPECT_EQ(qal_file_copy(scratch.file("from", "x").c_str(), "/dev/null", 0), QAL_STATUS_OK);
 }
 
-TEST(FilesCopy, NoDescriptorStaysOpenOnAnyPath) {
-  const ScratchDir scratch;
+TEST_F(FilesCopy, NoDescriptorStaysOpenOnAnyPath) {
   const auto from = scratch.file("from", "x");
   const auto before = open_descriptors();
   qal_file_copy(from.c_str(), (scratch / "to").c_str(), 0);
@@ -645,14 +619,12 @@ TEST(FilesCopy, NoDescriptorStaysOpenOnAnyPath) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST(FilesUnlink, AFileGoes) {
-  const ScratchDir scratch;
+TEST_F(FilesUnlink, AFileGoes) {
   EXPECT_EQ(qal_file_unlink(scratch.file("a").c_str()), QAL_STATUS_OK);
   EXPECT_EQ(names_in(scratch.path()), Lines{});
 }
 
-TEST(FilesUnlink, ALinkGoesAndItsTargetStays) {
-  const ScratchDir scratch;
+TEST_F(FilesUnlink, ALinkGoesAndItsTargetStays) {
   const auto target = scratch.file("target", "kept");
   ASSERT_EQ(symlink(target.c_str(), (scratch / "link").c_str()), 0);
   EXPECT_EQ(qal_file_unlink((scratch / "link").c_str()), QAL_STATUS_OK);
@@ -660,8 +632,7 @@ TEST(FilesUnlink, ALinkGoesAndItsTargetStays) {
   EXPECT_EQ(read_file(target), "kept");
 }
 
-TEST(FilesUnlink, WhatIsNoFileFails) {
-  const ScratchDir scratch;
+TEST_F(FilesUnlink, WhatIsNoFileFails) {
   EXPECT_EQ(qal_file_unlink((scratch / "absent").c_str()), QAL_STATUS_FAILED);
   EXPECT_EQ(qal_file_unlink(scratch.directory("d").c_str()), QAL_STATUS_FAILED);
   EXPECT_EQ(qal_file_unlink(""), QAL_STATUS_FAILED);
@@ -669,16 +640,14 @@ TEST(FilesUnlink, WhatIsNoFileFails) {
   EXPECT_EQ(names_in(scratch.path()), Lines{"d"});
 }
 
-TEST(FilesRemoveDirectory, AnEmptyOneGoesEitherWay) {
-  const ScratchDir scratch;
+TEST_F(FilesRemoveDirectory, AnEmptyOneGoesEitherWay) {
   for (const int recursive : {0, 1, 2, -1}) {
     EXPECT_EQ(qal_file_rmdir(scratch.directory("d").c_str(), recursive), QAL_STATUS_OK);
     EXPECT_FALSE(exists(scratch / "d"));
   }
 }
 
-TEST(FilesRemoveDirectory, OnlyExactlyOneIsRecursive) {
-  const ScratchDir scratch;
+TEST_F(FilesRemoveDirectory, OnlyExactlyOneIsRecursive) {
   const auto directory = scratch.directory("d");
   scratch.file("d/a");
   for (const int recursive : {0, 2, -1, 0x101}) {
@@ -688,14 +657,12 @@ TEST(FilesRemoveDirectory, OnlyExactlyOneIsRecursive) {
   EXPECT_EQ(qal_file_rmdir(directory.c_str(), 1), QAL_STATUS_OK);
 }
 
-TEST(FilesRemoveDirectory, WithoutRecursionTheBackslashIsANameLikeAnyOther) {
-  const ScratchDir scratch;
+TEST_F(FilesRemoveDirectory, WithoutRecursionTheBackslashIsANameLikeAnyOther) {
   EXPECT_EQ(qal_file_rmdir(scratch.directory("a\\b").c_str(), 0), QAL_STATUS_OK);
   EXPECT_EQ(names_in(scratch.path()), Lines{});
 }
 
-TEST(FilesRemoveDirectory, WhatIsNoDirectoryFails) {
-  const ScratchDir scratch;
+TEST_F(FilesRemoveDirectory, WhatIsNoDirectoryFails) {
   const auto file = scratch.file("file", "kept");
   for (const int recursive : {0, 1}) {
     EXPECT_EQ(qal_file_rmdir(file.c_str(), recursive), QAL_STATUS_FAILED);
@@ -995,8 +962,7 @@ TEST_F(TreeRemoval, NothingIsReportedAndNoDescriptorStaysOpen) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST(FilesRename, TheFileTakesTheNewNameAndReplacesAnOldOne) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, TheFileTakesTheNewNameAndReplacesAnOldOne) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");
   EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), 0), QAL_STATUS_OK);
@@ -1004,8 +970,7 @@ TEST(FilesRename, TheFileTakesTheNewNameAndReplacesAnOldOne) {
   EXPECT_EQ(read_file(to), "new");
 }
 
-TEST(FilesRename, DirectoriesAreRenamedToo) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, DirectoriesAreRenamedToo) {
   scratch.directory("from");
   scratch.file("from/a");
   EXPECT_EQ(qal_file_rename((scratch / "from").c_str(), (scratch / "to").c_str(), 0xfffeffff),
@@ -1013,8 +978,7 @@ TEST(FilesRename, DirectoriesAreRenamedToo) {
   EXPECT_EQ(names_in(scratch / "to"), Lines{"a"});
 }
 
-TEST(FilesRename, WhatThePlatformRefusesFails) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, WhatThePlatformRefusesFails) {
   const auto file = scratch.file("file", "x");
   EXPECT_EQ(qal_file_rename((scratch / "absent").c_str(), file.c_str(), 0), QAL_STATUS_FAILED);
   EXPECT_EQ(qal_file_rename(file.c_str(), (scratch / "absent/to").c_str(), 0), QAL_STATUS_FAILED);
@@ -1025,8 +989,7 @@ TEST(FilesRename, WhatThePlatformRefusesFails) {
 
 constexpr unsigned by_copying = 0x10000;
 
-TEST(FilesRename, ByCopyingANewFileTakesThePlace) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, ByCopyingANewFileTakesThePlace) {
   const auto from = scratch.file("from", patterned(50000));
   ASSERT_EQ(link(from.c_str(), (scratch / "witness").c_str()), 0);
   EXPECT_EQ(qal_file_rename(from.c_str(), (scratch / "to").c_str(), by_copying), QAL_STATUS_OK);
@@ -1035,8 +998,7 @@ TEST(FilesRename, ByCopyingANewFileTakesThePlace) {
   EXPECT_FALSE(fs::equivalent(scratch / "to", scratch / "witness"));
 }
 
-TEST(FilesRename, OtherFlagsChangeNothing) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, OtherFlagsChangeNothing) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");
   EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), 0xffffffff), QAL_STATUS_EXISTS);
@@ -1045,8 +1007,7 @@ TEST(FilesRename, OtherFlagsChangeNothing) {
   EXPECT_EQ(read_file(to), "new");
 }
 
-TEST(FilesRename, ByCopyingAnExistingNameIsKeptAndNothingChanges) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, ByCopyingAnExistingNameIsKeptAndNothingChanges) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");
   EXPECT_EQ(qal_file_rename(from.c_str(), to.c_str(), by_copying), QAL_STATUS_EXISTS);
@@ -1055,8 +1016,7 @@ TEST(FilesRename, ByCopyingAnExistingNameIsKeptAndNothingChanges) {
   EXPECT_EQ(read_file(to), "old");
 }
 
-TEST(FilesRename, ByCopyingTheStatusOfTheCopyIsTheResult) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, ByCopyingTheStatusOfTheCopyIsTheResult) {
   const auto from = scratch.file("from", "x");
   const auto to = scratch / "to";
   EXPECT_EQ(qal_file_rename((scratch / "absent").c_str(), to.c_str(), by_copying),
@@ -1068,8 +1028,7 @@ TEST(FilesRename, ByCopyingTheStatusOfTheCopyIsTheResult) {
   EXPECT_EQ(names_in(scratch.path()), Lines{"from"});
 }
 
-TEST(FilesRename, ByCopyingASourceThatCannotBeRemovedFailsWithBothThere) {
-  const ScratchDir scratch;
+TEST_F(FilesRename, ByCopyingASourceThatCannotBeRemovedFailsWithBothThere) {
   scratch.directory("locked");
   const auto from = scratch.file("locked/from", "x");
   ASSERT_EQ(chmod((scratch / "locked").c_str(), 0555), 0);
@@ -1088,8 +1047,7 @@ File stream_over(const ScratchDir &scratch, std::string_view content) {
   return File{std::fopen(scratch.file("stream", content).c_str(), "rbe")};
 }
 
-TEST(FilesRead, EveryItemArrives) {
-  const ScratchDir scratch;
+TEST_F(FilesRead, EveryItemArrives) {
   const auto content = patterned(100000);
   const File stream = stream_over(scratch, content);
   std::string buffer(100000, '#');
@@ -1097,8 +1055,7 @@ TEST(FilesRead, EveryItemArrives) {
   EXPECT_EQ(buffer, content);
 }
 
-TEST(FilesRead, AnEarlyEndGivesTheWholeItems) {
-  const ScratchDir scratch;
+TEST_F(FilesRead, AnEarlyEndGivesTheWholeItems) {
   const File stream = stream_over(scratch, "abcdefghijk");
   char buffer[20] = {};
   EXPECT_EQ(qal_fread(buffer, 4, 5, stream.get()), 2U);
@@ -1107,8 +1064,7 @@ TEST(FilesRead, AnEarlyEndGivesTheWholeItems) {
   EXPECT_EQ(qal_fread(buffer, 4, 5, stream.get()), 0U);
 }
 
-TEST(FilesRead, NoMoreIsReadThanAskedFor) {
-  const ScratchDir scratch;
+TEST_F(FilesRead, NoMoreIsReadThanAskedFor) {
   const File stream = stream_over(scratch, "abcdef");
   char buffer[8] = "#######";
   EXPECT_EQ(qal_fread(buffer, 2, 2, stream.get()), 2U);
@@ -1116,8 +1072,7 @@ TEST(FilesRead, NoMoreIsReadThanAskedFor) {
   EXPECT_EQ(std::fgetc(stream.get()), 'e');
 }
 
-TEST(FilesRead, NothingAskedForIsNothingRead) {
-  const ScratchDir scratch;
+TEST_F(FilesRead, NothingAskedForIsNothingRead) {
   const File stream = stream_over(scratch, "abc");
   char buffer[4] = "###";
   EXPECT_EQ(qal_fread(buffer, 1, 0, stream.get()), 0U);
@@ -1128,8 +1083,7 @@ TEST(FilesRead, NothingAskedForIsNothingRead) {
   EXPECT_EQ(std::fgetc(stream.get()), 'a');
 }
 
-TEST(FilesRead, MoreThanTheAddressSpaceHoldsIsNotRead) {
-  const ScratchDir scratch;
+TEST_F(FilesRead, MoreThanTheAddressSpaceHoldsIsNotRead) {
   const File stream = stream_over(scratch, "abc");
   char buffer[4] = "###";
   EXPECT_EQ(qal_fread(buffer, uint64_t{1} << 32, uint64_t{1} << 32, stream.get()), 0U);
@@ -1138,16 +1092,14 @@ TEST(FilesRead, MoreThanTheAddressSpaceHoldsIsNotRead) {
   EXPECT_EQ(std::fgetc(stream.get()), 'a');
 }
 
-TEST(FilesRead, AStreamThatCannotBeReadGivesNothingAndLosesItsErrorMark) {
-  const ScratchDir scratch;
+TEST_F(FilesRead, AStreamThatCannotBeReadGivesNothingAndLosesItsErrorMark) {
   const File stream{std::fopen((scratch / "out").c_str(), "wbe")};
   char buffer[16];
   EXPECT_EQ(qal_fread(buffer, 1, 16, stream.get()), 0U);
   EXPECT_EQ(std::ferror(stream.get()), 0);
 }
 
-TEST(FilesTempName, TheDirectoryAndThePrefixAreUsed) {
-  const ScratchDir scratch;
+TEST_F(FilesTempName, TheDirectoryAndThePrefixAreUsed) {
   unsetenv("TMPDIR");
   const OwnedText name{qal_tempnam(scratch.path().c_str(), "pre")};
   ASSERT_NE(name, nullptr);
@@ -1157,8 +1109,7 @@ TEST(FilesTempName, TheDirectoryAndThePrefixAreUsed) {
   EXPECT_STRNE(name.get(), other.get());
 }
 
-TEST(FilesTempName, WithoutADirectoryTheEnvironmentNamesIt) {
-  const ScratchDir scratch;
+TEST_F(FilesTempName, WithoutADirectoryTheEnvironmentNamesIt) {
   unsetenv("TMPDIR");
   ASSERT_EQ(setenv("ZUL_TMPDIR", scratch.path().c_str(), 1), 0);
   const OwnedText name{qal_tempnam(nullptr, nullptr)};
@@ -1166,8 +1117,7 @@ TEST(FilesTempName, WithoutADirectoryTheEnvironmentNamesIt) {
   EXPECT_EQ(std::string(name.get()).rfind(scratch.path() + "/", 0), 0U) << name.get();
 }
 
-TEST(FilesTempName, AGivenDirectoryGoesBeforeTheEnvironment) {
-  const ScratchDir scratch;
+TEST_F(FilesTempName, AGivenDirectoryGoesBeforeTheEnvironment) {
   const auto given = scratch.directory("given");
   unsetenv("TMPDIR");
   ASSERT_EQ(setenv("ZUL_TMPDIR", scratch.path().c_str(), 1), 0);
@@ -1176,9 +1126,8 @@ TEST(FilesTempName, AGivenDirectoryGoesBeforeTheEnvironment) {
   EXPECT_EQ(std::string(name.get()).rfind(given + "/x", 0), 0U) << name.get();
 }
 
-TEST(FilesTempName, WithNeitherThePlatformChooses) {
+TEST_F(FilesTempName, WithNeitherThePlatformChooses) {
   unsetenv("ZUL_TMPDIR");
-  const ScratchDir scratch;
   ASSERT_EQ(setenv("TMPDIR", scratch.path().c_str(), 1), 0);
   const OwnedText name{qal_tempnam(nullptr, "x")};
   ASSERT_NE(name, nullptr);

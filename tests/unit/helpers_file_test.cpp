@@ -30,6 +30,10 @@ namespace {
 
 using namespace qal::test;
 
+using LineCount = InScratch;
+using DirectoryScan = InScratch;
+using FileAccess = InScratch;
+
 // Expands into a buffer whose bytes beyond the capacity must stay as they were.
 struct Expanded {
   int result;
@@ -239,33 +243,33 @@ int lines_of(std::string_view content) {
   return file_getlinecount(scratch.file("lines.txt", content).c_str());
 }
 
-TEST(LineCount, CountsLines) {
+TEST_F(LineCount, CountsLines) {
   EXPECT_EQ(lines_of("one\ntwo\nthree\n"), 3);
   EXPECT_EQ(lines_of("one"), 1);
   EXPECT_EQ(lines_of("one\ntwo"), 2);
   EXPECT_EQ(lines_of(""), 0);
 }
 
-TEST(LineCount, LeavesBlankLinesOut) {
+TEST_F(LineCount, LeavesBlankLinesOut) {
   EXPECT_EQ(lines_of("one\n\n\ntwo\n\n"), 2);
   EXPECT_EQ(lines_of("one\n \n\r\ntwo"), 4);
 }
 
-TEST(LineCount, TakesAFileThatBeginsWithALineFeedAsEmpty) {
+TEST_F(LineCount, TakesAFileThatBeginsWithALineFeedAsEmpty) {
   EXPECT_EQ(lines_of("\none\ntwo\n"), 0);
   EXPECT_EQ(lines_of("\n"), 0);
   EXPECT_EQ(lines_of("\n\n\none"), 0);
 }
 
-TEST(LineCount, TakesAnyByteForText) {
+TEST_F(LineCount, TakesAnyByteForText) {
   EXPECT_EQ(lines_of(std::string_view("\0\n\xff\xfe\n\0\0", 7)), 3);
 }
 
-TEST(LineCount, TakesLinesOfAnyLength) {
+TEST_F(LineCount, TakesLinesOfAnyLength) {
   EXPECT_EQ(lines_of(std::string(1 << 20, 'x') + "\n" + std::string(4096, 'y')), 2);
 }
 
-TEST(LineCount, DoesNotDependOnWhereTheReadingIsSplit) {
+TEST_F(LineCount, DoesNotDependOnWhereTheReadingIsSplit) {
   for (const std::size_t length : {4094u, 4095u, 4096u, 4097u, 8191u, 8192u}) {
     const std::string line(length, 'x');
     EXPECT_EQ(lines_of(line + "\nend\n"), 2) << length;
@@ -274,35 +278,30 @@ TEST(LineCount, DoesNotDependOnWhereTheReadingIsSplit) {
   }
 }
 
-TEST(LineCount, RefusesWhatCannotBeOpened) {
-  const ScratchDir scratch;
+TEST_F(LineCount, RefusesWhatCannotBeOpened) {
   EXPECT_EQ(file_getlinecount((scratch / "missing").c_str()), -1);
   EXPECT_EQ(file_getlinecount(""), -1);
   EXPECT_EQ(file_getlinecount(nullptr), -1);
   EXPECT_EQ(file_getlinecount("~no-such-user-here/x"), -1);
 }
 
-TEST(LineCount, RefusesAFileThatMayNotBeRead) {
-  const ScratchDir scratch;
+TEST_F(LineCount, RefusesAFileThatMayNotBeRead) {
   const auto path = scratch.file("closed.txt", "one\n");
   chmod(path.c_str(), 0);
   in_unprivileged_child([&] { EXPECT_EQ(file_getlinecount(path.c_str()), -1); });
 }
 
-TEST(LineCount, FindsNoLinesInADirectory) {
-  const ScratchDir scratch;
+TEST_F(LineCount, FindsNoLinesInADirectory) {
   EXPECT_EQ(file_getlinecount(scratch.path().c_str()), 0);
 }
 
-TEST(LineCount, TakesBackslashesForSlashes) {
-  const ScratchDir scratch;
+TEST_F(LineCount, TakesBackslashesForSlashes) {
   scratch.directory("sub");
   scratch.file("sub/lines.txt", "one\ntwo\n");
   EXPECT_EQ(file_getlinecount((scratch / "sub\\lines.txt").c_str()), 2);
 }
 
-TEST(LineCount, TakesPathsBelow499Bytes) {
-  const ScratchDir scratch;
+TEST_F(LineCount, TakesPathsBelow499Bytes) {
   scratch.file("f", "one\n");
   std::string path = scratch.path();
   while (path.size() < 496) path += "/";
@@ -359,8 +358,7 @@ void fill(const ScratchDir &scratch, int count, int from = 0) {
   for (int i = from; i < count; ++i) scratch.file("f" + std::to_string(i));
 }
 
-TEST(DirectoryScan, ReturnsEveryEntryInTheSystemsOrder) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, ReturnsEveryEntryInTheSystemsOrder) {
   fill(scratch, 20);
   scratch.directory("sub");
   const Scan scan{scratch.path()};
@@ -368,24 +366,21 @@ TEST(DirectoryScan, ReturnsEveryEntryInTheSystemsOrder) {
   EXPECT_EQ(scan.names(), system_order(scratch.path()));
 }
 
-TEST(DirectoryScan, SkipsWhatTheSelectionRefuses) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, SkipsWhatTheSelectionRefuses) {
   fill(scratch, 3);
   const Scan scan{scratch.path(), is_visible, by_name};
   EXPECT_EQ(scan.count(), 3);
   EXPECT_EQ(scan.names(), (std::vector<std::string>{"f0", "f1", "f2"}));
 }
 
-TEST(DirectoryScan, GivesAnEmptyListWhenNothingIsSelected) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, GivesAnEmptyListWhenNothingIsSelected) {
   const Scan scan{scratch.path(), is_never, always_greater};
   EXPECT_EQ(scan.count(), 0);
   ASSERT_NE(scan.list(), nullptr);
   EXPECT_EQ(scan.list()[0], nullptr);
 }
 
-TEST(DirectoryScan, SortsStably) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, SortsStably) {
   fill(scratch, 60);
   const auto names = system_order(scratch.path());
   std::list<std::string> expected(names.begin(), names.end());
@@ -394,8 +389,7 @@ TEST(DirectoryScan, SortsStably) {
   EXPECT_EQ(scan.names(), std::vector<std::string>(expected.begin(), expected.end()));
 }
 
-TEST(DirectoryScan, SortsTwoEntriesEitherWay) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, SortsTwoEntriesEitherWay) {
   fill(scratch, 2);
   EXPECT_EQ(Scan(scratch.path(), is_visible, by_name).names(),
             (std::vector<std::string>{"f0", "f1"}));
@@ -403,8 +397,7 @@ TEST(DirectoryScan, SortsTwoEntriesEitherWay) {
             (std::vector<std::string>{"f1", "f0"}));
 }
 
-TEST(DirectoryScan, GrowsBy256Entries) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, GrowsBy256Entries) {
   int made = 0;
   for (const int count : {255, 256, 257, 512, 513}) {
     fill(scratch, count, std::exchange(made, count));
@@ -417,8 +410,7 @@ TEST(DirectoryScan, GrowsBy256Entries) {
   }
 }
 
-TEST(DirectoryScan, KeepsInodeRecordLengthAndNameOnly) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, KeepsInodeRecordLengthAndNameOnly) {
   const auto path = scratch.file("entry.dat");
   struct stat info;
   ASSERT_EQ(stat(path.c_str(), &info), 0);
@@ -441,15 +433,13 @@ TEST(DirectoryScan, KeepsInodeRecordLengthAndNameOnly) {
   EXPECT_TRUE(std::equal(expected.begin(), expected.end(), bytes));
 }
 
-TEST(DirectoryScan, TakesNamesOf255Bytes) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, TakesNamesOf255Bytes) {
   const std::string name(255, 'n');
   scratch.file(name);
   EXPECT_EQ(Scan(scratch.path(), is_visible).names(), std::vector<std::string>{name});
 }
 
-TEST(DirectoryScan, LosesNothingUnderAComparisonThatIsNoOrder) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, LosesNothingUnderAComparisonThatIsNoOrder) {
   fill(scratch, 300);
   auto expected = system_order(scratch.path());
   std::sort(expected.begin(), expected.end());
@@ -461,8 +451,7 @@ TEST(DirectoryScan, LosesNothingUnderAComparisonThatIsNoOrder) {
   }
 }
 
-TEST(DirectoryScan, RefusesWhatIsNoReadableDirectory) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, RefusesWhatIsNoReadableDirectory) {
   for (const auto &path : {scratch / "missing", scratch.file("file"), std::string()}) {
     const Scan scan{path};
     EXPECT_EQ(scan.count(), -1);
@@ -473,14 +462,13 @@ TEST(DirectoryScan, RefusesWhatIsNoReadableDirectory) {
   EXPECT_EQ(our_scandir(scratch.path().c_str(), nullptr, nullptr, nullptr), -1);
 }
 
-TEST(DirectoryScan, ClearsTheListOnFailure) {
+TEST_F(DirectoryScan, ClearsTheListOnFailure) {
   auto *list = reinterpret_cast<dirent **>(8);
   EXPECT_EQ(our_scandir("/no/such/directory", &list, nullptr, nullptr), -1);
   EXPECT_EQ(list, nullptr);
 }
 
-TEST(DirectoryScan, ClosesTheDirectory) {
-  const ScratchDir scratch;
+TEST_F(DirectoryScan, ClosesTheDirectory) {
   const auto before = open_descriptors();
   { const Scan scan{scratch.path()}; }
   { const Scan scan{scratch / "missing"}; }
@@ -528,8 +516,7 @@ Access write_text(const std::string &path, int flags, int origin, std::int64_t o
                      text.data());
 }
 
-TEST(FileAccess, ReadsAPiece) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, ReadsAPiece) {
   const auto path = scratch.file("data", "0123456789");
   char piece[5] = "####";
   EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 3, 4, piece), (Access{0, 7}));
@@ -540,8 +527,7 @@ TEST(FileAccess, ReadsAPiece) {
   EXPECT_STREQ(piece, "6789");
 }
 
-TEST(FileAccess, OnlyPositionsForACountOfZero) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, OnlyPositionsForACountOfZero) {
   const auto path = scratch.file("data", "0123456789");
   EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 4, 0, nullptr), (Access{0, 4}));
   EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 400, 0, nullptr), (Access{0, 400}));
@@ -549,8 +535,7 @@ TEST(FileAccess, OnlyPositionsForACountOfZero) {
   EXPECT_EQ(read_file(path), "0123456789");
 }
 
-TEST(FileAccess, FailsOnAShortRead) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, FailsOnAShortRead) {
   const auto path = scratch.file("data", "0123456789");
   char piece[16];
   EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 7, 3, piece), (Access{0, 10}));
@@ -558,21 +543,18 @@ TEST(FileAccess, FailsOnAShortRead) {
   EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 10, 1, piece), (Access{-3, 0}));
 }
 
-TEST(FileAccess, EmptiesTheFileBeforeWriting) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, EmptiesTheFileBeforeWriting) {
   const auto path = scratch.file("data", "0123456789");
   EXPECT_EQ(write_text(path, mode_write, SEEK_SET, 0, "abc"), (Access{0, 3}));
   EXPECT_EQ(read_file(path), "abc");
 }
 
-TEST(FileAccess, CreatesTheFileForWriting) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, CreatesTheFileForWriting) {
   EXPECT_EQ(write_text(scratch / "new", mode_write, SEEK_SET, 2, "abc"), (Access{0, 5}));
   EXPECT_EQ(read_file(scratch / "new"), std::string("\0\0abc", 5));
 }
 
-TEST(FileAccess, WritesIntoTheFileThatIsKept) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, WritesIntoTheFileThatIsKept) {
   const auto path = scratch.file("data", "0123456789");
   EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_SET, 2, "ab"), (Access{0, 4}));
   EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_END, 0, "cd"), (Access{0, 12}));
@@ -580,29 +562,25 @@ TEST(FileAccess, WritesIntoTheFileThatIsKept) {
   EXPECT_EQ(read_file(path), "e1ab456789cd");
 }
 
-TEST(FileAccess, KeepsNoFileThatIsNotThere) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, KeepsNoFileThatIsNotThere) {
   const auto path = scratch / "missing";
   EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_SET, 0, "a"), (Access{-2, 0}));
   EXPECT_FALSE(exists(path));
 }
 
-TEST(FileAccess, TellsTheSize) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, TellsTheSize) {
   const auto path = scratch.file("data", "0123456789");
   EXPECT_EQ(access_file(path, mode_size, SEEK_SET, 0, 0, nullptr), (Access{0, 10}));
   EXPECT_EQ(access_file(scratch.file("empty"), mode_size, 0, 0, 0, nullptr), (Access{0, 0}));
 }
 
-TEST(FileAccess, TellsTheSizeWhateverTheOtherArgumentsAre) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, TellsTheSizeWhateverTheOtherArgumentsAre) {
   const auto path = scratch.file("data", "0123456789");
   EXPECT_EQ(access_file(path, mode_size, 77, -5, -1, nullptr), (Access{0, 10}));
   EXPECT_EQ(access_file(path, mode_size | keep_file, 77, 5, 3, nullptr), (Access{0, 10}));
 }
 
-TEST(FileAccess, GoesBeyondFourGigabytes) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, GoesBeyondFourGigabytes) {
   const auto path = scratch.file("data");
   const std::int64_t far = (std::int64_t{1} << 32) + 5;
   EXPECT_EQ(write_text(path, mode_write, SEEK_SET, far, "end"), (Access{0, far + 3}));
@@ -612,8 +590,7 @@ TEST(FileAccess, GoesBeyondFourGigabytes) {
   EXPECT_STREQ(piece, "end");
 }
 
-TEST(FileAccess, TakesTheModeFromTheLowEightBits) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, TakesTheModeFromTheLowEightBits) {
   const auto path = scratch.file("data", "0123456789");
   char piece[2] = "#";
   EXPECT_EQ(access_file(path, 0x7ffffe00 | mode_read, SEEK_SET, 1, 1, piece), (Access{0, 2}));
@@ -622,8 +599,7 @@ TEST(FileAccess, TakesTheModeFromTheLowEightBits) {
   EXPECT_EQ(read_file(path), "x");
 }
 
-TEST(FileAccess, RefusesOtherModesAndANullPath) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, RefusesOtherModesAndANullPath) {
   const auto path = scratch.file("data", "0123456789");
   char piece[2];
   for (const int mode : {3, 255, -1, keep_file | 3}) {
@@ -635,8 +611,7 @@ TEST(FileAccess, RefusesOtherModesAndANullPath) {
   EXPECT_EQ(read_file(path), "0123456789");
 }
 
-TEST(FileAccess, RefusesWhatCannotBeOpened) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, RefusesWhatCannotBeOpened) {
   char piece[2];
   EXPECT_EQ(access_file(scratch / "missing", mode_read, SEEK_SET, 0, 1, piece), (Access{-2, 0}));
   EXPECT_EQ(access_file(scratch / "missing", mode_size, SEEK_SET, 0, 0, piece), (Access{-2, 0}));
@@ -644,8 +619,7 @@ TEST(FileAccess, RefusesWhatCannotBeOpened) {
   EXPECT_EQ(access_file("", mode_read, SEEK_SET, 0, 1, piece), (Access{-2, 0}));
 }
 
-TEST(FileAccess, FailsWhereThePositionCannotBeReached) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, FailsWhereThePositionCannotBeReached) {
   const auto path = scratch.file("data", "0123456789");
   char piece[2];
   EXPECT_EQ(access_file(path, mode_read, SEEK_SET, -1, 1, piece), (Access{-3, 0}));
@@ -654,8 +628,7 @@ TEST(FileAccess, FailsWhereThePositionCannotBeReached) {
   EXPECT_EQ(read_file(path), "0123456789");
 }
 
-TEST(FileAccess, FailsToTellTheSizeOfAStreamWithoutPositions) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, FailsToTellTheSizeOfAStreamWithoutPositions) {
   const auto path = scratch / "fifo";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   const int held = open(path.c_str(), O_RDWR | O_CLOEXEC);
@@ -663,8 +636,7 @@ TEST(FileAccess, FailsToTellTheSizeOfAStreamWithoutPositions) {
   close(held);
 }
 
-TEST(FileAccess, LeavesTheFileAloneWhenArgumentsMakeNoSense) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, LeavesTheFileAloneWhenArgumentsMakeNoSense) {
   const auto path = scratch.file("data", "0123456789");
   char piece[2] = "x";
   for (const int mode : {mode_read, mode_write, mode_write | keep_file}) {
@@ -677,14 +649,12 @@ TEST(FileAccess, LeavesTheFileAloneWhenArgumentsMakeNoSense) {
   EXPECT_EQ(read_file(path), "0123456789");
 }
 
-TEST(FileAccess, FailsToReadADirectory) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, FailsToReadADirectory) {
   char piece[2];
   EXPECT_EQ(access_file(scratch.path(), mode_read, SEEK_SET, 0, 1, piece), (Access{-3, 0}));
 }
 
-TEST(FileAccess, NeedsNoPlaceForThePosition) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, NeedsNoPlaceForThePosition) {
   const auto path = scratch.file("data", "0123456789");
   char piece[2] = "#";
   EXPECT_EQ(remote_fileio(path.c_str(), mode_read, SEEK_SET, 9, 1, piece, nullptr), 0);
@@ -692,8 +662,7 @@ TEST(FileAccess, NeedsNoPlaceForThePosition) {
   EXPECT_EQ(remote_fileio(path.c_str(), 7, SEEK_SET, 9, 1, piece, nullptr), -1);
 }
 
-TEST(FileAccess, FailsWhenTheDiskTakesNoMore) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, FailsWhenTheDiskTakesNoMore) {
   in_child([&] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit none{};
@@ -708,8 +677,7 @@ TEST(FileAccess, FailsWhenTheDiskTakesNoMore) {
   });
 }
 
-TEST(FileAccess, ClosesTheFileOnEveryPath) {
-  const ScratchDir scratch;
+TEST_F(FileAccess, ClosesTheFileOnEveryPath) {
   const auto path = scratch.file("data", "0123456789");
   char piece[16];
   const auto before = open_descriptors();

@@ -26,6 +26,10 @@ using qal::internal::OwnedText;
 using namespace qal::test;
 using ::testing::IsNull;
 
+using PathFull = InScratch;
+using PathWorkingDirectory = InScratch;
+using PathRange = InScratch;
+
 constexpr char untouched = '?';
 
 // A caller's buffer whose bytes behind the size it is passed with must never change.
@@ -517,7 +521,7 @@ TEST(PathAbsolute, TakesNothingElse) {
   EXPECT_EQ(0, qal_path_is_absolute(nullptr));
 }
 
-TEST(PathFull, CopiesAnAbsolutePath) {
+TEST_F(PathFull, CopiesAnAbsolutePath) {
   for (const char *path : {"/a//./b", "~/x", "C:\\x"}) {
     Buffer out;
     EXPECT_EQ(0, qal_get_full_path(path, out.data(), 100));
@@ -525,15 +529,14 @@ TEST(PathFull, CopiesAnAbsolutePath) {
   }
 }
 
-TEST(PathFull, PutsTheWorkingDirectoryBeforeARelativePath) {
-  const ScratchDir scratch;
+TEST_F(PathFull, PutsTheWorkingDirectoryBeforeARelativePath) {
   ASSERT_EQ(0, qal_setcwd(scratch.path().c_str()));
   Buffer out;
   EXPECT_EQ(0, qal_get_full_path("a/../b", out.data(), 1024));
   EXPECT_EQ(scratch / "a/../b", out.text());
 }
 
-TEST(PathFull, AnswersTheNeededSizeOfAnAbsolutePath) {
+TEST_F(PathFull, AnswersTheNeededSizeOfAnAbsolutePath) {
   Buffer out;
   for (const int size : {INT_MIN, 0, 4}) EXPECT_EQ(5, qal_get_full_path("/abc", out.data(), size));
   EXPECT_TRUE(out.untouched_from(0));
@@ -541,8 +544,7 @@ TEST(PathFull, AnswersTheNeededSizeOfAnAbsolutePath) {
   EXPECT_TRUE(out.untouched_from(5));
 }
 
-TEST(PathFull, AnswersTheNeededSizeOfARelativePath) {
-  const ScratchDir scratch;
+TEST_F(PathFull, AnswersTheNeededSizeOfARelativePath) {
   ASSERT_EQ(0, qal_setcwd(scratch.path().c_str()));
   const int needed = static_cast<int>(scratch.path().size()) + 3 + 2;
   Buffer out;
@@ -555,17 +557,16 @@ TEST(PathFull, AnswersTheNeededSizeOfARelativePath) {
   EXPECT_TRUE(out.untouched_from(static_cast<std::size_t>(needed)));
 }
 
-TEST(PathFull, RefusesANullOrEmptyPath) {
+TEST_F(PathFull, RefusesANullOrEmptyPath) {
   Buffer out;
   EXPECT_EQ(-1, qal_get_full_path(nullptr, out.data(), 100));
   EXPECT_EQ(-1, qal_get_full_path("", out.data(), 100));
   EXPECT_TRUE(out.untouched_from(0));
 }
 
-TEST(PathFull, TakesANullBufferForNoRoom) { EXPECT_EQ(3, qal_get_full_path("/a", nullptr, 100)); }
+TEST_F(PathFull, TakesANullBufferForNoRoom) { EXPECT_EQ(3, qal_get_full_path("/a", nullptr, 100)); }
 
-TEST(PathFull, RefusesWhenThereIsNoWorkingDirectory) {
-  const ScratchDir scratch;
+TEST_F(PathFull, RefusesWhenThereIsNoWorkingDirectory) {
   const std::string gone = scratch.directory("gone");
   ASSERT_EQ(0, qal_setcwd(gone.c_str()));
   ASSERT_EQ(0, rmdir(gone.c_str()));
@@ -575,8 +576,7 @@ TEST(PathFull, RefusesWhenThereIsNoWorkingDirectory) {
   EXPECT_EQ(0, qal_get_full_path("/name", out.data(), 1024));
 }
 
-TEST(PathFull, RefusesAWorkingDirectoryOfMoreThan1023Bytes) {
-  const ScratchDir scratch;
+TEST_F(PathFull, RefusesAWorkingDirectoryOfMoreThan1023Bytes) {
   ASSERT_EQ(0, qal_setcwd(scratch.path().c_str()));
   std::size_t length = scratch.path().size();
   const auto descend = [&length](std::size_t bytes) {
@@ -593,52 +593,48 @@ TEST(PathFull, RefusesAWorkingDirectoryOfMoreThan1023Bytes) {
   EXPECT_EQ(-1, qal_get_full_path("n", out.data(), 2000));
 }
 
-TEST(PathFull, UsesABackslashBelowADirectoryThatHoldsOne) {
-  const ScratchDir scratch;
+TEST_F(PathFull, UsesABackslashBelowADirectoryThatHoldsOne) {
   ASSERT_EQ(0, qal_setcwd(scratch.directory("a\\b").c_str()));
   Buffer out;
   EXPECT_EQ(0, qal_get_full_path("c", out.data(), 1024));
   EXPECT_EQ(scratch / "a\\b\\c", out.text());
 }
 
-TEST(PathFull, DoublesTheSlashBelowTheRoot) {
+TEST_F(PathFull, DoublesTheSlashBelowTheRoot) {
   ASSERT_EQ(0, qal_setcwd("/"));
   Buffer out;
   EXPECT_EQ(0, qal_get_full_path("a", out.data(), 1024));
   EXPECT_EQ("//a", out.text());
 }
 
-TEST(PathFull, TakesALeadingBackslashForRelative) {
+TEST_F(PathFull, TakesALeadingBackslashForRelative) {
   ASSERT_EQ(0, qal_setcwd("/"));
   Buffer out;
   EXPECT_EQ(0, qal_get_full_path("\\a", out.data(), 1024));
   EXPECT_EQ("//\\a", out.text());
 }
 
-TEST(PathWorkingDirectory, IsReadBackAsItWasSet) {
-  const ScratchDir scratch;
+TEST_F(PathWorkingDirectory, IsReadBackAsItWasSet) {
   EXPECT_EQ(0, qal_setcwd(scratch.path().c_str()));
   Buffer buffer;
   EXPECT_EQ(buffer.data(), qal_getcwd(buffer.data(), 1024));
   EXPECT_EQ(scratch.path(), buffer.text());
 }
 
-TEST(PathWorkingDirectory, IsAllocatedWithoutABuffer) {
-  const ScratchDir scratch;
+TEST_F(PathWorkingDirectory, IsAllocatedWithoutABuffer) {
   ASSERT_EQ(0, qal_setcwd(scratch.path().c_str()));
   const OwnedText directory{qal_getcwd(nullptr, 0)};
   EXPECT_STREQ(scratch.path().c_str(), directory.get());
 }
 
-TEST(PathWorkingDirectory, AnswersNullWhenTheBufferIsTooSmall) {
+TEST_F(PathWorkingDirectory, AnswersNullWhenTheBufferIsTooSmall) {
   ASSERT_EQ(0, qal_setcwd("/"));
   Buffer buffer;
   EXPECT_THAT(qal_getcwd(buffer.data(), 1), IsNull());
   EXPECT_EQ(ERANGE, errno);
 }
 
-TEST(PathWorkingDirectory, AnswersMinusOneWhenItCannotBeSet) {
-  const ScratchDir scratch;
+TEST_F(PathWorkingDirectory, AnswersMinusOneWhenItCannotBeSet) {
   EXPECT_EQ(-1, qal_setcwd((scratch / "absent").c_str()));
   EXPECT_EQ(ENOENT, errno);
   EXPECT_EQ(-1, qal_setcwd(nullptr));
@@ -730,26 +726,22 @@ TEST(PathRemoveExtension, CutsAHiddenNameWhole) {
   EXPECT_EQ("a/", without_extension("a/.profile", 1));
 }
 
-TEST(PathRange, FindsTheFirstAndTheLastNumber) {
-  const ScratchDir scratch;
+TEST_F(PathRange, FindsTheFirstAndTheLastNumber) {
   make_numbered(scratch, {"img.0.dat", "img.1.dat", "img.2.dat", "img.3.dat", "img.4.dat"});
   EXPECT_EQ((Range{0, 0, 4}), find_range(scratch / "img.#.dat"));
 }
 
-TEST(PathRange, FillsTheFieldWithZeros) {
-  const ScratchDir scratch;
+TEST_F(PathRange, FillsTheFieldWithZeros) {
   make_numbered(scratch, {"f.0008.img", "f.0009.img", "f.0010.img", "f.7.img", "f.11.img"});
   EXPECT_EQ((Range{0, 8, 10}), find_range(scratch / "f.####.img"));
 }
 
-TEST(PathRange, StartsAtTheGivenNumber) {
-  const ScratchDir scratch;
+TEST_F(PathRange, StartsAtTheGivenNumber) {
   make_numbered(scratch, {"f00", "f01", "f02", "f03", "f05"});
   EXPECT_EQ((Range{0, 1, 3}), find_range(scratch / "f##", 1));
 }
 
-TEST(PathRange, ProbesTheLimitItself) {
-  const ScratchDir scratch;
+TEST_F(PathRange, ProbesTheLimitItself) {
   make_numbered(scratch, {"f0", "f1", "f2", "f3"});
   EXPECT_EQ((Range{0, 0, 2}), find_range(scratch / "f#", 0, 2));
   EXPECT_EQ((Range{0, 0, 3}), find_range(scratch / "f#", 0, 3));
@@ -757,36 +749,31 @@ TEST(PathRange, ProbesTheLimitItself) {
   EXPECT_EQ((Range{0, 0, 0}), find_range(scratch / "f#", -1, 0));
 }
 
-TEST(PathRange, EndsBeforeAMissingFirstFile) {
-  const ScratchDir scratch;
+TEST_F(PathRange, EndsBeforeAMissingFirstFile) {
   make_numbered(scratch, {"f1"});
   EXPECT_EQ((Range{0, 3, 2}), find_range(scratch / "f#", 3));
   EXPECT_EQ((Range{0, 0, -1}), find_range(scratch / "f#", 0, 7));
 }
 
-TEST(PathRange, FailsWhenNoNumberHasAFile) {
-  const ScratchDir scratch;
+TEST_F(PathRange, FailsWhenNoNumberHasAFile) {
   make_numbered(scratch, {"f", "f00", "fx", "g0", "xf0", "f0x"});
   EXPECT_EQ(no_range, find_range(scratch / "f#"));
   EXPECT_EQ((Range{6, -1, 5}), find_range(scratch / "f#", -1, 5));
 }
 
-TEST(PathRange, FailsWhenTheDirectoryIsAbsent) {
-  const ScratchDir scratch;
+TEST_F(PathRange, FailsWhenTheDirectoryIsAbsent) {
   scratch.file("plain");
   EXPECT_EQ(no_range, find_range(scratch / "absent/f#########"));
   EXPECT_EQ(no_range, find_range(scratch / "plain/f#########"));
 }
 
-TEST(PathRange, FindsNumbersInTheWorkingDirectory) {
-  const ScratchDir scratch;
+TEST_F(PathRange, FindsNumbersInTheWorkingDirectory) {
   make_numbered(scratch, {"7", "8"});
   ASSERT_EQ(0, qal_setcwd(scratch.path().c_str()));
   EXPECT_EQ((Range{0, 7, 8}), find_range("#"));
 }
 
-TEST(PathRange, FindsNumbersInAnEarlierComponent) {
-  const ScratchDir scratch;
+TEST_F(PathRange, FindsNumbersInAnEarlierComponent) {
   for (const std::string name : {"d03", "d04", "d06"}) {
     scratch.directory(name);
     scratch.file(name + "/x");
@@ -794,33 +781,29 @@ TEST(PathRange, FindsNumbersInAnEarlierComponent) {
   EXPECT_EQ((Range{0, 3, 4}), find_range(scratch / "d##/x"));
 }
 
-TEST(PathRange, TakesTheFieldFromTheFirstToTheLastMark) {
-  const ScratchDir scratch;
+TEST_F(PathRange, TakesTheFieldFromTheFirstToTheLastMark) {
   make_numbered(scratch, {"f012.x", "f013.x", "f1-4.x"});
   EXPECT_EQ((Range{0, 12, 13}), find_range(scratch / "f#-#.x"));
 }
 
-TEST(PathRange, OverwritesASeparatorWithinTheField) {
-  const ScratchDir scratch;
+TEST_F(PathRange, OverwritesASeparatorWithinTheField) {
   make_numbered(scratch, {"f004", "f005"});
   EXPECT_EQ((Range{0, 4, 5}), find_range(scratch / "f#/#"));
 }
 
-TEST(PathRange, AcceptsFieldsOfUpToNineDigits) {
-  const ScratchDir scratch;
+TEST_F(PathRange, AcceptsFieldsOfUpToNineDigits) {
   make_numbered(scratch, {"f999999998", "f999999999", "f0000000000"});
   EXPECT_EQ((Range{0, 999999998, 1000000000}), find_range(scratch / "f#########"));
   EXPECT_EQ(no_range, find_range(scratch / "f##########"));
   EXPECT_EQ(no_range, find_range(scratch / "f#abcdefgh#"));
 }
 
-TEST(PathRange, NeedsAMarkInTheTemplate) {
+TEST_F(PathRange, NeedsAMarkInTheTemplate) {
   EXPECT_EQ(no_range, find_range("plain"));
   EXPECT_EQ(no_range, find_range(""));
 }
 
-TEST(PathRange, AcceptsTemplatesOfUpTo1023Bytes) {
-  const ScratchDir scratch;
+TEST_F(PathRange, AcceptsTemplatesOfUpTo1023Bytes) {
   make_numbered(scratch, {"f5"});
   std::string path = scratch.path();
   path.append(1023 - path.size() - 2, '/');
@@ -828,14 +811,13 @@ TEST(PathRange, AcceptsTemplatesOfUpTo1023Bytes) {
   EXPECT_EQ((Range{6, 5, -1}), find_range(path + "/f#", 5));
 }
 
-TEST(PathRange, RefusesATemplateWithoutAField) {
-  const ScratchDir scratch;
+TEST_F(PathRange, RefusesATemplateWithoutAField) {
   make_numbered(scratch, {"f", "0"});
   EXPECT_EQ(no_range, find_range(scratch / "f"));
   EXPECT_EQ(no_range, find_range(scratch / ""));
 }
 
-TEST(PathRange, RefusesNull) {
+TEST_F(PathRange, RefusesNull) {
   std::int32_t number = 3;
   EXPECT_EQ(QAL_STATUS_INVALID, qal_valid_pathname_range(nullptr, &number, &number));
   EXPECT_EQ(QAL_STATUS_INVALID, qal_valid_pathname_range("#", nullptr, &number));
@@ -843,37 +825,32 @@ TEST(PathRange, RefusesNull) {
   EXPECT_EQ(3, number);
 }
 
-TEST(PathRange, HasNoFilesForNegativeNumbers) {
-  const ScratchDir scratch;
+TEST_F(PathRange, HasNoFilesForNegativeNumbers) {
   make_numbered(scratch, {"f-5", "f-4", "f00"});
   EXPECT_EQ((Range{0, -5, -6}), find_range(scratch / "f##", -5));
   EXPECT_EQ((Range{6, INT32_MIN, 9}), find_range(scratch / "f##", INT32_MIN, 9));
 }
 
-TEST(PathRange, HasNoFilesForNumbersWiderThanTheField) {
-  const ScratchDir scratch;
+TEST_F(PathRange, HasNoFilesForNumbersWiderThanTheField) {
   make_numbered(scratch, {"f8", "f9", "f10", "f11"});
   EXPECT_EQ((Range{0, 8, 9}), find_range(scratch / "f#", 8, 11));
   EXPECT_EQ((Range{0, 10, 9}), find_range(scratch / "f#", 10));
   EXPECT_EQ((Range{0, INT32_MAX, INT32_MAX - 1}), find_range(scratch / "f#", INT32_MAX));
 }
 
-TEST(PathRange, ProbesTheFirstFileEvenBeyondTheLimit) {
-  const ScratchDir scratch;
+TEST_F(PathRange, ProbesTheFirstFileEvenBeyondTheLimit) {
   make_numbered(scratch, {"f5", "f6"});
   EXPECT_EQ((Range{0, 5, 3}), find_range(scratch / "f#", 5, 3));
   EXPECT_EQ((Range{0, 7, 6}), find_range(scratch / "f#", 7, 3));
 }
 
-TEST(PathRange, ConfirmsWhatTheDirectoryListsByOpening) {
-  const ScratchDir scratch;
+TEST_F(PathRange, ConfirmsWhatTheDirectoryListsByOpening) {
   make_numbered(scratch, {"F3", "f5", "f6"});
   ASSERT_EQ(0, symlink("absent", (scratch / "f4").c_str()));
   EXPECT_EQ((Range{0, 5, 6}), find_range(scratch / "f#"));
 }
 
-TEST(PathRange, PassesOverFilesThatCannotBeRead) {
-  const ScratchDir scratch;
+TEST_F(PathRange, PassesOverFilesThatCannotBeRead) {
   for (int number = 0; number < 90; ++number) {
     const auto path =
         scratch.file(number < 10 ? "f0" + std::to_string(number) : "f" + std::to_string(number));
@@ -882,28 +859,24 @@ TEST(PathRange, PassesOverFilesThatCannotBeRead) {
   in_unprivileged_child([&] { EXPECT_EQ((Range{0, 80, 89}), find_range(scratch / "f##")); });
 }
 
-TEST(PathRange, ProbesADirectoryThatCannotBeListed) {
-  const ScratchDir scratch;
+TEST_F(PathRange, ProbesADirectoryThatCannotBeListed) {
   const auto directory = scratch.directory("closed");
   make_numbered(scratch, {"closed/f42", "closed/f43"});
   chmod(directory.c_str(), 0311);
   in_unprivileged_child([&] { EXPECT_EQ((Range{0, 42, 43}), find_range(directory + "/f##")); });
 }
 
-TEST(PathRange, DoesNotWaitForAWriterOfAFifo) {
-  const ScratchDir scratch;
+TEST_F(PathRange, DoesNotWaitForAWriterOfAFifo) {
   ASSERT_EQ(0, mkfifo((scratch / "f2").c_str(), 0644));
   EXPECT_EQ((Range{0, 2, 2}), find_range(scratch / "f#"));
 }
 
-TEST(PathRange, CountsDirectoriesToo) {
-  const ScratchDir scratch;
+TEST_F(PathRange, CountsDirectoriesToo) {
   scratch.directory("f2");
   EXPECT_EQ((Range{0, 2, 2}), find_range(scratch / "f#"));
 }
 
-TEST(PathRange, ReadsTheLastAtSignAsTheLetterL) {
-  const ScratchDir scratch;
+TEST_F(PathRange, ReadsTheLastAtSignAsTheLetterL) {
   make_numbered(scratch, {"a@fi1e0", "a@file1", "a@file2"});
   EXPECT_EQ((Range{0, 1, 2}), find_range(scratch / "a@fi@e#"));
   EXPECT_EQ((Range{0, 1, 2}), find_range(scratch / "a@fi@e#", 1));
@@ -911,8 +884,7 @@ TEST(PathRange, ReadsTheLastAtSignAsTheLetterL) {
   EXPECT_EQ((Range{0, 3, 3}), find_range(scratch / "x#@"));
 }
 
-TEST(PathRange, AnswersTheNumberBehindTheFieldWhenAllArePresent) {
-  const ScratchDir scratch;
+TEST_F(PathRange, AnswersTheNumberBehindTheFieldWhenAllArePresent) {
   for (char digit = '0'; digit <= '9'; ++digit) scratch.file(std::string("f") + digit);
   EXPECT_EQ((Range{0, 0, 10}), find_range(scratch / "f#"));
   EXPECT_EQ((Range{0, 0, 9}), find_range(scratch / "f#", 0, 10));
