@@ -65,11 +65,22 @@ void make_socket(const fs::path &path) {
   close(handle);
 }
 
-// What qal_io_chkfil logs; its result goes to `usable`.
-Lines log_of_check(const std::string &path, unsigned mode, int verbose, int &usable) {
+using Check = std::pair<int, Lines>;  // the result and what is logged
+
+Check check(const std::string &path, unsigned mode, int verbose = 1) {
   const LogCapture log;
-  usable = qal_io_chkfil(path.c_str(), mode, verbose);
-  return log.lines();
+  const int result = qal_io_chkfil(path.c_str(), mode, verbose);
+  return {result, log.lines()};
+}
+
+const Check usable{1, {}};
+
+Check refused(const std::string &path, const std::string &why) {
+  return {0, {"ERROR: File '" + path + "' " + why}};
+}
+
+Check usable_with_the_question(const std::string &path) {
+  return {1, {"ERROR: File '" + path + "' already exists.\n Okaying will overwrite it."}};
 }
 
 constexpr unsigned for_reading = 0;
@@ -78,136 +89,94 @@ constexpr unsigned refuse_directory = 0x100;
 constexpr unsigned refuse_irregular = 0x200;
 
 TEST_F(FilesCheck, AFileThatCanBeReadIsUsableInSilence) {
-  int usable = -1;
-  EXPECT_EQ(log_of_check(scratch.file("a"), for_reading, 1, usable), Lines{});
-  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(check(scratch.file("a"), for_reading), usable);
 }
 
 TEST_F(FilesCheck, AMissingFileCannotBeRead) {
-  int usable = -1;
   const auto path = scratch / "absent";
-  EXPECT_EQ(log_of_check(path, for_reading, 1, usable),
-            Lines{"ERROR: File '" + path + "' cannot be read."});
-  EXPECT_EQ(usable, 0);
+  EXPECT_EQ(check(path, for_reading), refused(path, "cannot be read."));
 }
 
 TEST_F(FilesCheck, AFileWithoutReadPermissionCannotBeRead) {
   const auto path = scratch.file("closed");
   ASSERT_EQ(chmod(path.c_str(), 0200), 0);
-  in_unprivileged_child([&path] {
-    int usable = -1;
-    EXPECT_EQ(log_of_check(path, for_reading, 1, usable),
-              Lines{"ERROR: File '" + path + "' cannot be read."});
-    EXPECT_EQ(usable, 0);
-  });
+  in_unprivileged_child(
+      [&path] { EXPECT_EQ(check(path, for_reading), refused(path, "cannot be read.")); });
 }
 
 TEST_F(FilesCheck, ADirectoryIsRefusedWithItsBit) {
-  int usable = -1;
   for (const unsigned access_kind : {for_reading, for_writing}) {
-    EXPECT_EQ(log_of_check(scratch.path(), access_kind | refuse_directory, 1, usable),
-              Lines{"ERROR: File '" + scratch.path() + "' is a directory."});
-    EXPECT_EQ(usable, 0);
+    EXPECT_EQ(check(scratch.path(), access_kind | refuse_directory),
+              refused(scratch.path(), "is a directory."));
   }
 }
 
 TEST_F(FilesCheck, ADirectoryIsReadableWithoutTheBit) {
-  int usable = -1;
-  EXPECT_EQ(log_of_check(scratch.path(), for_reading, 1, usable), Lines{});
-  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(check(scratch.path(), for_reading), usable);
 }
 
 TEST_F(FilesCheck, ADirectoryIsNoRegularFile) {
-  int usable = -1;
-  EXPECT_EQ(log_of_check(scratch.path(), refuse_irregular, 1, usable),
-            Lines{"ERROR: File '" + scratch.path() + "' is not a regular file."});
-  EXPECT_EQ(usable, 0);
+  EXPECT_EQ(check(scratch.path(), refuse_irregular),
+            refused(scratch.path(), "is not a regular file."));
 }
 
 TEST_F(FilesCheck, TheDirectoryBitIsLookedAtFirst) {
-  int usable = -1;
-  EXPECT_EQ(log_of_check(scratch.path(), refuse_directory | refuse_irregular, 1, usable),
-            Lines{"ERROR: File '" + scratch.path() + "' is a directory."});
+  EXPECT_EQ(check(scratch.path(), refuse_directory | refuse_irregular),
+            refused(scratch.path(), "is a directory."));
 }
 
 TEST_F(FilesCheck, ADeviceIsNoRegularFileButNoDirectoryEither) {
-  int usable = -1;
-  EXPECT_EQ(log_of_check("/dev/null", refuse_irregular, 1, usable),
-            Lines{"ERROR: File '/dev/null' is not a regular file."});
-  EXPECT_EQ(usable, 0);
-  EXPECT_EQ(log_of_check("/dev/null", refuse_directory, 1, usable), Lines{});
-  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(check("/dev/null", refuse_irregular), refused("/dev/null", "is not a regular file."));
+  EXPECT_EQ(check("/dev/null", refuse_directory), usable);
 }
 
 TEST_F(FilesCheck, BothBitsLetARegularFilePassAlsoBehindALink) {
   const auto link = scratch / "link";
   ASSERT_EQ(symlink(scratch.file("a").c_str(), link.c_str()), 0);
-  int usable = -1;
-  EXPECT_EQ(log_of_check(link, refuse_directory | refuse_irregular, 1, usable), Lines{});
-  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(check(link, refuse_directory | refuse_irregular), usable);
 }
 
 TEST_F(FilesCheck, TheBitsSayNothingAboutAMissingFile) {
-  int usable = -1;
   const auto path = scratch / "absent";
-  EXPECT_EQ(log_of_check(path, refuse_directory | refuse_irregular, 1, usable),
-            Lines{"ERROR: File '" + path + "' cannot be read."});
+  EXPECT_EQ(check(path, refuse_directory | refuse_irregular), refused(path, "cannot be read."));
 }
 
 TEST_F(FilesCheck, AMissingFileThatCanBeCreatedIsUsableAndLeavesNothing) {
-  int usable = -1;
   const auto before = open_descriptors();
-  EXPECT_EQ(log_of_check(scratch / "new", for_writing, 1, usable), Lines{});
-  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(check(scratch / "new", for_writing), usable);
   EXPECT_EQ(names_in(scratch.path()), Lines{});
   EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(FilesCheck, AnExistingFileIsUsableWithTheQuestionAndStaysAsItIs) {
-  int usable = -1;
   const auto path = scratch.file("old", "content");
-  EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
-            Lines{"ERROR: File '" + path + "' already exists.\n Okaying will overwrite it."});
-  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(check(path, for_writing), usable_with_the_question(path));
   EXPECT_EQ(read_file(path), "content");
 }
 
 // Deliberate: only the bits refuse a directory; without them it can be written like a file.
 TEST_F(FilesCheck, AWritableDirectoryIsUsableWithTheQuestionWithoutTheBits) {
-  int usable = -1;
-  EXPECT_EQ(
-      log_of_check(scratch.path(), for_writing, 1, usable),
-      Lines{"ERROR: File '" + scratch.path() + "' already exists.\n Okaying will overwrite it."});
-  EXPECT_EQ(usable, 1);
+  EXPECT_EQ(check(scratch.path(), for_writing), usable_with_the_question(scratch.path()));
 }
 
 TEST_F(FilesCheck, WhatIsNoRegularFileIsRefusedForWritingToo) {
-  int usable = -1;
-  EXPECT_EQ(log_of_check("/dev/null", for_writing | refuse_irregular, 1, usable),
-            Lines{"ERROR: File '/dev/null' is not a regular file."});
-  EXPECT_EQ(usable, 0);
+  EXPECT_EQ(check("/dev/null", for_writing | refuse_irregular),
+            refused("/dev/null", "is not a regular file."));
 }
+
+constexpr char denied[] = "cannot be created. Permission denied.";
 
 TEST_F(FilesCheck, AFileWithoutWritePermissionCannotBeCreated) {
   const auto path = scratch.file("closed");
   ASSERT_EQ(chmod(path.c_str(), 0444), 0);
-  in_unprivileged_child([&path] {
-    int usable = -1;
-    EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
-              Lines{"ERROR: File '" + path + "' cannot be created. Permission denied."});
-    EXPECT_EQ(usable, 0);
-  });
+  in_unprivileged_child([&path] { EXPECT_EQ(check(path, for_writing), refused(path, denied)); });
 }
 
 TEST_F(FilesCheck, AFileInAClosedOrMissingDirectoryCannotBeCreated) {
   ASSERT_EQ(chmod(scratch.directory("closed").c_str(), 0555), 0);
   in_unprivileged_child([this] {
-    for (const char *name : {"closed/new", "absent/new"}) {
-      int usable = -1;
-      const auto path = scratch / name;
-      EXPECT_EQ(log_of_check(path, for_writing, 1, usable),
-                Lines{"ERROR: File '" + path + "' cannot be created. Permission denied."});
-      EXPECT_EQ(usable, 0);
+    for (const auto &path : {scratch / "closed/new", scratch / "absent/new"}) {
+      EXPECT_EQ(check(path, for_writing), refused(path, denied));
     }
   });
 }
@@ -230,21 +199,17 @@ TEST_F(FilesCheck, TheWordWithoutBits8To15SelectsTheCheck) {
 }
 
 TEST_F(FilesCheck, OnlyExactlyOneIsVerbose) {
-  int usable = -1;
   for (const int verbose : {0, 2, -1, 0x101}) {
-    EXPECT_EQ(log_of_check(scratch.path(), refuse_directory, verbose, usable), Lines{});
-    EXPECT_EQ(usable, 0);
-    EXPECT_EQ(log_of_check(scratch.path(), refuse_irregular, verbose, usable), Lines{});
-    EXPECT_EQ(log_of_check(scratch / "absent", for_reading, verbose, usable), Lines{});
-    EXPECT_EQ(log_of_check(scratch / "absent/a", for_writing, verbose, usable), Lines{});
-    EXPECT_EQ(log_of_check(scratch.file("old"), for_writing, verbose, usable), Lines{});
+    EXPECT_EQ(check(scratch.path(), refuse_directory, verbose), Check(0, {}));
+    EXPECT_EQ(check(scratch.path(), refuse_irregular, verbose), Check(0, {}));
+    EXPECT_EQ(check(scratch / "absent", for_reading, verbose), Check(0, {}));
+    EXPECT_EQ(check(scratch / "absent/a", for_writing, verbose), Check(0, {}));
+    EXPECT_EQ(check(scratch.file("old"), for_writing, verbose), usable);
   }
 }
 
 TEST_F(FilesCheck, APathIsNeverTakenForAFormat) {
-  int usable = -1;
-  EXPECT_EQ(log_of_check("/absent/%n%s", for_reading, 1, usable),
-            Lines{"ERROR: File '/absent/%n%s' cannot be read."});
+  EXPECT_EQ(check("/absent/%n%s", for_reading), refused("/absent/%n%s", "cannot be read."));
 }
 
 TEST_F(FilesCheck, ANullPathNamesNothing) {
@@ -675,7 +640,7 @@ TEST_F(FilesRemoveDirectory, WhatIsNoDirectoryFails) {
 }
 
 // Below the scratch directory: what is to be removed, and what must stay beside it.
-class TreeRemoval : public testing::Test {
+class TreeRemoval : public InScratch {
  protected:
   TreeRemoval() {
     scratch.directory("tree");
@@ -695,7 +660,6 @@ class TreeRemoval : public testing::Test {
     EXPECT_EQ(read_file(outside + "/kept"), "content");
   }
 
-  const ScratchDir scratch;
   const std::string tree = scratch / "tree";
   const std::string outside = scratch / "outside";
 };
