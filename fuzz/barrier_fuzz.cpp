@@ -15,11 +15,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::pause;
-using qal::fuzz::require;
-using qal::fuzz::team_of;
-using qal::fuzz::Watchdog;
+using namespace qal::fuzz;
 using qal::test::Team;
 
 constexpr int most_threads = 4;

@@ -26,11 +26,9 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::require;
-using qal::fuzz::Room;
+using namespace qal::fuzz;
 using qal::internal::File;
-using qal::test::LogCapture;
+using namespace qal::test;
 
 using Write = std::size_t (*)(const void *data, std::size_t size, std::size_t count, FILE *stream);
 using Read = std::size_t (*)(void *data, std::size_t size, std::size_t count, FILE *stream);

@@ -44,9 +44,8 @@
 
 namespace {
 
-using qal::fuzz::password_database;
-using qal::fuzz::require;
-using qal::test::GuardedRoom;
+using namespace qal::fuzz;
+using namespace qal::test;
 
 constexpr const char *variables[] = {"ZUL_HOME", "ZUL_USER_HOMEDIR", "TRANSPORT_DIR",
                                      "LAUNCH_CONFIG_DIR", "TMPDIR"};
@@ -54,7 +53,7 @@ constexpr const char *variables[] = {"ZUL_HOME", "ZUL_USER_HOMEDIR", "TRANSPORT_
 enum TemporaryPlace { missing, directory, file };
 
 struct Scenario {
-  explicit Scenario(qal::fuzz::Input input) {
+  explicit Scenario(Input input) {
     const int set = input.byte();
     has_arch = (set & 0x20) != 0;
     temporary = static_cast<TemporaryPlace>(input.byte() % 3);
@@ -79,7 +78,7 @@ struct Scenario {
   int length;         // of the name, as the caller tells it
   std::string version;
   std::string name;
-  qal::test::DirectoryWorld world;
+  DirectoryWorld world;
 };
 
 const Scenario *scenario;
@@ -128,7 +127,7 @@ void check_expansion(const std::string &name, int length, int nearby) {
   const std::string counted = name.substr(0, count);
   const auto home = password_database.home_of(
       counted.substr(0, 1) == "~" ? counted.substr(1, counted.find('/') - 1) : "");
-  const auto expected = qal::test::model_expansion(scenario->world, counted);
+  const auto expected = model_expansion(scenario->world, counted);
   const int needed = expected ? static_cast<int>(expected->size()) + 1 : 8;
   const int capacity = needed + nearby;
   GuardedRoom out{capacity, "before"};
@@ -145,7 +144,7 @@ void check_expansion(const std::string &name, int length, int nearby) {
 
 std::string expected_log() {
   const auto &world = scenario->world;
-  const std::string root = qal::test::model_root(world);
+  const std::string root = model_root(world);
   std::string log = "getenv(ZUL_HOME) returned ";
   log += root.substr(0, 1) == " " ? "NULL\n" : "[" + root + "]\n";
   if (!scenario->has_arch) {
@@ -159,7 +158,7 @@ std::string expected_log() {
          " path\n";
 }
 
-void check_texts(const qal::test::ModelDirectories &expected) {
+void check_texts(const ModelDirectories &expected) {
   require(App_resource_directory == expected.resource, "the resources are named");
   require(Old_App_resource_directory == expected.old_resource, "the old resources are named");
   require(Zul_home_directory == expected.root, "the root is found");
@@ -179,11 +178,11 @@ void check_resolution() {
                           std::span<char>{User_resource_directory}, std::span<char>{Zul_arch}}) {
     std::fill(text.begin(), text.end(), '#');
   }
-  const qal::test::LogCapture log;
+  const LogCapture log;
   const auto resolve = [] { query_env_vars(scenario->world.product.c_str()); };
   std::thread{resolve}.join();
   require(log.text() == expected_log(), "the log tells what was found");
-  check_texts(qal::test::model_directories(scenario->world));
+  check_texts(model_directories(scenario->world));
 }
 
 }  // namespace

@@ -21,13 +21,9 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::require;
-using qal::fuzz::Room;
+using namespace qal::fuzz;
 using qal::internal::File;
-using qal::test::Bytewise;
-using qal::test::Deliveries;
-using qal::test::FlakySource;
+using namespace qal::test;
 
 // The name under which the line count finds the stream of the input.
 constexpr std::string_view stream_name = "the stream";
@@ -77,11 +73,11 @@ std::string rest_of(FILE *stream) {
   }
 }
 
-void check_line(const qal::test::ModelLine &expected, int result, int most, const Room &room) {
+void check_line(const ModelLine &expected, int result, int most, const Room &room) {
   require(result == expected.result, "the length of the line, or why there is none");
   const std::string all = room.all();
   if (most < 0) {
-    require(all[0] == qal::fuzz::untouched, "without a buffer nothing is written");
+    require(all[0] == untouched, "without a buffer nothing is written");
     return;
   }
   const std::size_t stored = expected.stored.size();
@@ -101,7 +97,7 @@ void read_lines(Input &input) {
   // Each delivery may end a line without the end of the stream.
   for (std::size_t ends = 0; ends <= deliveries.size();) {
     const Room room(static_cast<std::size_t>(std::max(most, 0)) + 1);
-    const auto expected = qal::test::model_of_line(model, most);
+    const auto expected = model_of_line(model, most);
     errno = EINTR;  // what went before is nothing to the reader
     check_line(expected, qal_io_get_aline(stream.get(), most, room.data()), most, room);
     if (expected.result == -1) ++ends;
@@ -118,7 +114,7 @@ void read_items(Input &input) {
   const File stream(source.open());
   set_buffer(stream.get(), buffering);
   const Room room(item_size * count);
-  const auto expected = qal::test::model_of_items(model, item_size, count);
+  const auto expected = model_of_items(model, item_size, count);
   require(qal_fread(room.data(), item_size, count, stream.get()) == expected.count,
           "the number of whole items");
   require(room.all().starts_with(expected.bytes), "the bytes of the items");
@@ -150,7 +146,7 @@ void count_lines(Input &input) {
   if (ends_in_errors) deliveries.push_back({"", EIO});
   FlakySource source(deliveries, ends_in_errors);
   named_stream = source.open();
-  require(file_getlinecount(stream_name.data()) == qal::test::model_of_line_count(content),
+  require(file_getlinecount(stream_name.data()) == model_of_line_count(content),
           "the number of lines with something in them");
   require(named_stream == nullptr, "the file was opened");
 }

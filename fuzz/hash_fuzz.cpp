@@ -18,9 +18,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::printed_by;
-using qal::fuzz::require;
+using namespace qal::fuzz;
 
 // Either may be none, as an argument.
 struct Argument {

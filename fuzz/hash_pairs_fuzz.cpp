@@ -18,8 +18,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::require;
+using namespace qal::fuzz;
 
 using Key = std::pair<int32_t, int32_t>;  // in ascending order
 using Value = std::uint8_t;

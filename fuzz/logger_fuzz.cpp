@@ -24,13 +24,10 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::nameless_file;
-using qal::fuzz::require;
-using qal::fuzz::Room;
+using namespace qal::fuzz;
 using qal::internal::File;
 using qal::internal::OwnedText;
-using qal::test::LogCapture;
+using namespace qal::test;
 
 // By pointers, since the compiler checks no formats then: these come from the input.
 using Report = void (*)(const char *format, ...);

@@ -15,8 +15,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::require;
+using namespace qal::fuzz;
 
 // Without start-up every thread has index 0.
 bool start_threads() { return qal_thread_init() == 0; }

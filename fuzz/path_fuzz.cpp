@@ -21,25 +21,14 @@
 
 namespace {
 
-using qal::fuzz::password_database;
-using qal::fuzz::require;
-using qal::test::absolute_model;
-using qal::test::basename_model;
-using qal::test::convert_model;
-using qal::test::dirname_model;
-using qal::test::extension_model;
-using qal::test::GuardedRoom;
-using qal::test::join_model;
-using qal::test::later_search;
-using qal::test::normalise_model;
-using qal::test::Normalised;
-using qal::test::Part;
+using namespace qal::fuzz;
+using namespace qal::test;
 using std::string;
 
 constexpr std::size_t longest_directory = 1023;
 
 struct Scenario {
-  explicit Scenario(qal::fuzz::Input input)
+  explicit Scenario(Input input)
       : flags(static_cast<std::uint32_t>(input.byte() % 4) | input.byte() % 4 * 0x100U),
         near_full(input.nearby()),
         near_normal(input.nearby()),

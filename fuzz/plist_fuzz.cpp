@@ -12,8 +12,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::require;
+using namespace qal::fuzz;
 
 // Without pools there are no lists and no nodes, and handles of earlier ones are cleared.
 void use_no_pools() {
@@ -33,7 +32,7 @@ void use_no_pools() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   Input input(data, size);
-  qal::fuzz::play_lists<qal::test::PointerLists>(input);
+  play_lists<qal::test::PointerLists>(input);
   use_no_pools();
   return 0;
 }

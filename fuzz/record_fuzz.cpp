@@ -17,8 +17,7 @@
 
 namespace {
 
-using qal::fuzz::nameless_file;
-using qal::fuzz::require;
+using namespace qal::fuzz;
 using qal::internal::read_record;
 using qal::internal::Record;
 using qal::internal::RecordStatus;

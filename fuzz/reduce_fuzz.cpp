@@ -16,11 +16,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::pause;
-using qal::fuzz::require;
-using qal::fuzz::team_of;
-using qal::fuzz::Watchdog;
+using namespace qal::fuzz;
 
 constexpr int most_threads = 4;
 constexpr int most_elements = 3;

@@ -15,9 +15,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::printed_by;
-using qal::fuzz::require;
+using namespace qal::fuzz;
 
 struct Block {
   int64_t size, requested;

@@ -14,8 +14,7 @@
 
 namespace {
 
-using qal::fuzz::Input;
-using qal::fuzz::require;
+using namespace qal::fuzz;
 
 struct Values {
   std::uint64_t first, second;
