@@ -45,13 +45,7 @@ void *__wrap_realloc(void *block, std::size_t size) {
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
-
-// The system's text for ENOMEM, as the first line of a report shows it.
-std::string no_memory() {
-  return "ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n";
-}
 
 // Logs like LogCapture but without allocating, so that nothing else is counted.
 int delivered_lines = 0;
@@ -64,10 +58,7 @@ TEST(AllocMallocFault, ReportsFourLinesAndLeavesNull) {
   allocations = fail_nth(1, ENOMEM);
   qal_malloc("my label", static_cast<void *>(&block), 4096, 77, "some/file");
   EXPECT_EQ(block, nullptr);
-  EXPECT_THAT(log.lines(),
-              ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 4096) failed:\n",
-                          "ERROR: At line 77 in file some/file\n",
-                          "ERROR: my label: Memory allocation failed.\n"));
+  EXPECT_EQ(log.lines(), allocation_report("QAL_MALLOC", 4096, 77, "some/file", "my label"));
 }
 
 TEST(AllocMallocFault, KeepsErrno) {
@@ -133,10 +124,7 @@ TEST(AllocReallocFault, OfANullPointerReportsAsMallocDoes) {
   allocations = fail_nth(1, ENOMEM);
   qal_realloc("my label", static_cast<void *>(&block), 12, 5, "f");
   EXPECT_EQ(block, nullptr);
-  EXPECT_THAT(
-      log.lines(),
-      ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 12) failed:\n",
-                  "ERROR: At line 5 in file f\n", "ERROR: my label: Memory allocation failed.\n"));
+  EXPECT_EQ(log.lines(), allocation_report("QAL_MALLOC", 12, 5, "f", "my label"));
 }
 
 // Deliberate: the caller's pointer becomes null although the old block still exists.
@@ -150,10 +138,7 @@ TEST(AllocReallocFault, LosesTheOldBlock) {
   qal_realloc("my label", static_cast<void *>(&block), 24, 9, "f");
   EXPECT_EQ(block, nullptr);
   EXPECT_STREQ(kept, "hello");
-  EXPECT_THAT(
-      log.lines(),
-      ElementsAre(no_memory(), "ERROR: QAL_REALLOC: Memory allocation (size 24) failed:\n",
-                  "ERROR: At line 9 in file f\n", "ERROR: my label: Memory allocation failed.\n"));
+  EXPECT_EQ(log.lines(), allocation_report("QAL_REALLOC", 24, 9, "f", "my label"));
   QAL_FREE(kept);
 }
 
@@ -203,10 +188,8 @@ TEST(TempMemAllocFault, NamesTheRecordThatFailed) {
   const LogCapture log;
   allocations = fail_nth(1, ENOMEM);
   EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
-  EXPECT_THAT(log.lines(),
-              ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 32) failed:\n",
-                          "ERROR: At line 153 in file utils/libsrc/qal_temp_mem\n",
-                          "ERROR: qal tmem segment: Memory allocation failed.\n"));
+  EXPECT_EQ(log.lines(), allocation_report("QAL_MALLOC", 32, 153, "utils/libsrc/qal_temp_mem",
+                                           "qal tmem segment"));
   EXPECT_EQ(Tmem_InUse, nullptr);
   EXPECT_EQ(Tmem_Avail, nullptr);
 }
@@ -217,10 +200,8 @@ TEST(TempMemAllocFault, NamesTheBlockThatFailedAndLosesItsRecord) {
   allocations = fail_nth(2, ENOMEM);
   EXPECT_EQ(qal_temp_mem_alloc(5000), nullptr);
   void *const record = last_block;
-  EXPECT_THAT(log.lines(),
-              ElementsAre(no_memory(), "ERROR: QAL_MALLOC: Memory allocation (size 5000) failed:\n",
-                          "ERROR: At line 160 in file utils/libsrc/qal_temp_mem\n",
-                          "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
+  EXPECT_EQ(log.lines(), allocation_report("QAL_MALLOC", 5000, 160, "utils/libsrc/qal_temp_mem",
+                                           "qal tmem segment mptr"));
   EXPECT_EQ(Tmem_InUse, nullptr);
   EXPECT_EQ(Tmem_Avail, nullptr);
   std::free(record);  // still allocated
@@ -255,11 +236,8 @@ TEST(TempMemResizeFault, KeepsTheSegmentWithoutABlock) {
   void *const block = qal_temp_mem_alloc(200);
   allocations = fail_nth(1, ENOMEM);
   EXPECT_EQ(qal_temp_mem_resize(block, 9000), nullptr);
-  EXPECT_THAT(
-      log.lines(),
-      ElementsAre(no_memory(), "ERROR: QAL_REALLOC: Memory allocation (size 9000) failed:\n",
-                  "ERROR: At line 333 in file utils/libsrc/qal_temp_mem\n",
-                  "ERROR: qal tmem segment mptr: Memory allocation failed.\n"));
+  EXPECT_EQ(log.lines(), allocation_report("QAL_REALLOC", 9000, 333, "utils/libsrc/qal_temp_mem",
+                                           "qal tmem segment mptr"));
   ASSERT_NE(Tmem_InUse, nullptr);
   EXPECT_EQ(Tmem_InUse->mptr, nullptr);
   EXPECT_EQ(Tmem_InUse->size, 200);

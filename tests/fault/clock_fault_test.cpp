@@ -320,10 +320,14 @@ void stop_at(std::time_t moment, int id, suseconds_t microseconds = 0) {
   qal_timer_stop(&id);
 }
 
-TEST(ClockFixedTimer, AddsUpWhatItRan) {
+class ClockFixedTimer : public testing::Test {
+ protected:
   const FixedClock clock{some_day};
-  const LogCapture log;
   const int id = new_timer();
+};
+
+TEST_F(ClockFixedTimer, AddsUpWhatItRan) {
+  const LogCapture log;
   EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
   qal_timer_start(&id);
   stop_at(some_day, id, 250'000);
@@ -335,18 +339,14 @@ TEST(ClockFixedTimer, AddsUpWhatItRan) {
   EXPECT_THAT(log.lines(), ElementsAre("\ttime: 0.500000\n"));
 }
 
-TEST(ClockFixedTimer, ReadsTheClockOnceForAStartAndOnceForAStop) {
-  const FixedClock clock{some_day};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, ReadsTheClockOnceForAStartAndOnceForAStop) {
   qal_timer_start(&id);
   EXPECT_EQ(readings, 1);
   qal_timer_stop(&id);
   EXPECT_EQ(readings, 2);
 }
 
-TEST(ClockFixedTimer, ShowsNothingOfAPhaseThatStillRuns) {
-  const FixedClock clock{some_day};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, ShowsNothingOfAPhaseThatStillRuns) {
   qal_timer_start(&id);
   FixedClock::set(some_day + 2);
   EXPECT_EQ(qal_timer_elapsed(&id), 0.0F);
@@ -356,17 +356,14 @@ TEST(ClockFixedTimer, ShowsNothingOfAPhaseThatStillRuns) {
   EXPECT_EQ(qal_timer_elapsed(&id), 2.0F);
 }
 
-TEST(ClockFixedTimer, CountsFromItsLatestStart) {
-  const FixedClock clock{some_day};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, CountsFromItsLatestStart) {
   qal_timer_start(&id);
   start_at(some_day + 10, id);
   stop_at(some_day + 13, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 3.0F);
 }
 
-TEST(ClockFixedTimer, RunsApartFromTheOthers) {
-  const FixedClock clock{some_day};
+TEST_F(ClockFixedTimer, RunsApartFromTheOthers) {
   const int first = new_timer();
   const int second = new_timer();
   qal_timer_start(&first);
@@ -377,25 +374,20 @@ TEST(ClockFixedTimer, RunsApartFromTheOthers) {
   EXPECT_EQ(qal_timer_elapsed(&second), 2.0F);
 }
 
-TEST(ClockFixedTimer, AddsAgainFromTheSameStartWhenStoppedTwice) {
-  const FixedClock clock{some_day};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, AddsAgainFromTheSameStartWhenStoppedTwice) {
   qal_timer_start(&id);
   stop_at(some_day + 2, id);
   stop_at(some_day + 5, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 7.0F);
 }
 
-TEST(ClockFixedTimer, AddsTheTimeSinceTheEpochWithoutAStart) {
-  const FixedClock clock{1024, 500'000};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, AddsTheTimeSinceTheEpochWithoutAStart) {
+  FixedClock::set(1024, 500'000);
   qal_timer_stop(&id);
   EXPECT_EQ(qal_timer_elapsed(&id), 1024.5F);
 }
 
-TEST(ClockFixedTimer, KeepsItsStartWhenCleared) {
-  const FixedClock clock{some_day};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, KeepsItsStartWhenCleared) {
   qal_timer_start(&id);
   stop_at(some_day + 2, id);
   qal_timer_clear(&id);
@@ -404,17 +396,15 @@ TEST(ClockFixedTimer, KeepsItsStartWhenCleared) {
   EXPECT_EQ(qal_timer_elapsed(&id), 4.0F);
 }
 
-TEST(ClockFixedTimer, KeepsAStartMadeBeforeItWasHandedOut) {
-  const FixedClock clock{some_day};
-  const int id = new_timer() + 1;
-  qal_timer_start(&id);
-  EXPECT_EQ(new_timer(), id);
-  stop_at(some_day + 2, id);
-  EXPECT_EQ(qal_timer_elapsed(&id), 2.0F);
+TEST_F(ClockFixedTimer, KeepsAStartMadeBeforeItWasHandedOut) {
+  const int next = id + 1;
+  qal_timer_start(&next);
+  EXPECT_EQ(new_timer(), next);
+  stop_at(some_day + 2, next);
+  EXPECT_EQ(qal_timer_elapsed(&next), 2.0F);
 }
 
-TEST(ClockFixedTimer, LeavesTheOthersWhenCleared) {
-  const FixedClock clock{some_day};
+TEST_F(ClockFixedTimer, LeavesTheOthersWhenCleared) {
   const int first = new_timer();
   const int second = new_timer();
   qal_timer_start(&first);
@@ -423,43 +413,37 @@ TEST(ClockFixedTimer, LeavesTheOthersWhenCleared) {
   EXPECT_EQ(qal_timer_elapsed(&first), 2.0F);
 }
 
-TEST(ClockFixedTimer, RunsBackwardsWithTheClock) {
-  const FixedClock clock{some_day};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, RunsBackwardsWithTheClock) {
   qal_timer_start(&id);
   stop_at(some_day - 3600, id);
   EXPECT_EQ(qal_timer_elapsed(&id), -3600.0F);
 }
 
-TEST(ClockFixedTimer, DoesNotWrapIn2038) {
-  const FixedClock clock{INT32_MAX};
-  const int id = new_timer();
+TEST_F(ClockFixedTimer, DoesNotWrapIn2038) {
+  FixedClock::set(INT32_MAX);
   qal_timer_start(&id);
   stop_at(std::time_t{INT32_MAX} + 1, id);
   EXPECT_EQ(qal_timer_elapsed(&id), 1.0F);
 }
 
-TEST(ClockFixedTimer, PrintsItsSumInSinglePrecision) {
-  const FixedClock clock{16'777'217};  // the first whole number that single precision lacks
+TEST_F(ClockFixedTimer, PrintsItsSumInSinglePrecision) {
+  FixedClock::set(16'777'217);  // the first whole number that single precision lacks
   const LogCapture log;
-  const int id = new_timer();
   qal_timer_stop(&id);
   EXPECT_EQ(qal_timer_elapsed(&id), 16'777'216.0F);
   qal_timer_print(&id);
   EXPECT_THAT(log.lines(), ElementsAre("\ttime: 16777216.000000\n"));
 }
 
-TEST(ClockFixedTimer, PrintsSixDecimals) {
-  const FixedClock clock{0, 123'456};
+TEST_F(ClockFixedTimer, PrintsSixDecimals) {
+  FixedClock::set(0, 123'456);
   const LogCapture log;
-  const int id = new_timer();
   qal_timer_stop(&id);
   qal_timer_print(&id);
   EXPECT_THAT(log.lines(), ElementsAre("\ttime: 0.123456\n"));
 }
 
-TEST(ClockFixedTimer, RefusedStopReadsNoClock) {
-  const FixedClock clock{some_day};
+TEST_F(ClockFixedTimer, RefusedStopReadsNoClock) {
   const int not_handed_out = new_timer() + 1;
   qal_timer_stop(&not_handed_out);
   EXPECT_EQ(readings, 0);

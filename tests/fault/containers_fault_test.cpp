@@ -128,11 +128,8 @@ const std::string pool_ended = "free 123 qal_mpool of 65";
 
 // What is logged about an allocation that failed.
 std::vector<std::string> report_of(const char *label, uint64_t size, int line, const char *file) {
-  return {"ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n",
-          "ERROR: QAL_MALLOC: Memory allocation (size " + std::to_string(static_cast<int>(size)) +
-              ") failed:\n",
-          "ERROR: At line " + std::to_string(line) + " in file utils/libsrc/" + file + "\n",
-          "ERROR: " + std::string(label) + ": Memory allocation failed.\n"};
+  return allocation_report("QAL_MALLOC", static_cast<int>(size), line,
+                           std::string("utils/libsrc/") + file, label);
 }
 
 std::vector<std::string> pool_report() {
@@ -222,7 +219,10 @@ class Containers : public testing::Test {
     qal_utils_init();
     calls = Calls{};
   }
-  ~Containers() override { calls = Calls{}; }
+  ~Containers() override {
+    EXPECT_THAT(calls.live, IsEmpty());
+    calls = Calls{};
+  }
 
   static void fail_at(int allocation) { calls.allocation = fail_nth(allocation, ENOMEM); }
   static Made made_since() { return std::exchange(calls.made, {}); }
@@ -259,7 +259,6 @@ TEST_F(MpoolFault, NamesThePlaceOfEachBlock) {
   qal_mpool_destroy(&pool);
   EXPECT_THAT(made_since(),
               ElementsAre("free 115 qal_mpool of 168", "free 115 qal_mpool of 168", pool_ended));
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(MpoolFault, MakesAndEndsItsMutex) {
@@ -277,7 +276,6 @@ TEST_F(MpoolFault, GivesNoPoolWithoutMemory) {
   EXPECT_EQ(qal_mpool_create(16, 1), nullptr);
   EXPECT_EQ(log.lines(), pool_report());
   EXPECT_THAT(calls.mutexes_made, IsEmpty());
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(MpoolFault, AsksForNoMemoryWhenTheSizeLeaves32Bits) {
@@ -297,7 +295,6 @@ TEST_F(MpoolFault, StaysLockedAfterAChunkThatCouldNotBeHad) {
   EXPECT_EQ(pool->thread_free[0], nullptr);
   EXPECT_TRUE(is_locked(pool));
   qal_mpool_destroy(&pool);
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 // A pool with an element in use, one free element on the list of thread 1, and a chunk whose
@@ -445,7 +442,6 @@ TEST_F(PlistFault, NamesThePlaceOfEachBlock) {
   EXPECT_EQ(qal_plist_pool_destroy(), 0);
   EXPECT_THAT(made_since(), ElementsAre("free 115 qal_mpool of 168", pool_ended,
                                         "free 115 qal_mpool of 168", pool_ended));
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(PlistFault, HasNoPoolsWhenOneOfThemCannotBeMade) {
@@ -503,7 +499,6 @@ TEST_F(ListFault, NamesThePlaceOfEachBlock) {
   EXPECT_THAT(made_since(),
               ElementsAre("free 115 qal_mpool of 168", pool_ended, "free 115 qal_mpool of 168",
                           pool_ended, "free 123 qal_list of 83"));
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(ListFault, NamesThePlaceOfHeadersOutsidePools) {
@@ -515,7 +510,6 @@ TEST_F(ListFault, NamesThePlaceOfHeadersOutsidePools) {
   EXPECT_THAT(made_since(), ElementsAre("free 175 qal_list of 139"));
   qal_list_pool_destroy(&pool);
   EXPECT_THAT(made_since(), ElementsAre(pool_ended, "free 123 qal_list of 83"));
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(ListFault, LeavesNothingBehindWhicheverAllocationOfThePoolFails) {
@@ -580,7 +574,6 @@ TEST_F(HashFault, NamesThePlaceOfEachBlock) {
   EXPECT_THAT(made_since(), IsEmpty());
   qal_hash_destroy(&table);
   EXPECT_EQ(made_since(), hash_ending(true));
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(HashFault, LeavesNothingBehindWhicheverAllocationOfTheTableFails) {
@@ -603,7 +596,6 @@ TEST_F(HashFault, AsksForTheSlotsIn64Bits) {
   fail_at(2);
   EXPECT_EQ(qal_hash_create(INT_MAX, 1, 8, 8, 0), nullptr);
   EXPECT_EQ(made_since()[1], "malloc qal_hash_create 86 qal_hash 17179869176");
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(HashFault, FreesWhatItMadeForRecordsThatLeave32Bits) {
@@ -623,7 +615,6 @@ TEST_F(HashFault, KeepsASlotNoneWhenItsListCannotBeHad) {
   EXPECT_EQ(qal_hash_find(table, 2, "the key.", nullptr), 0);
   EXPECT_EQ(qal_hash_remove(table, 2, "the key.", nullptr), 6);
   qal_hash_destroy(&table);
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(HashFault, KeepsTheEmptyListWhenTheRecordCannotBeHad) {
@@ -637,7 +628,6 @@ TEST_F(HashFault, KeepsTheEmptyListWhenTheRecordCannotBeHad) {
   EXPECT_EQ(qal_hash_find(table, 2, "the key.", nullptr), 0);
   EXPECT_EQ(qal_hash_remove(table, 2, "the key.", nullptr), 6);
   qal_hash_destroy(&table);
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(HashFault, KeepsTheRecordsOfASlotThatCannotHaveMore) {
@@ -654,7 +644,6 @@ TEST_F(HashFault, KeepsTheRecordsOfASlotThatCannotHaveMore) {
   EXPECT_EQ(qal_hash_find(table, 2, "another.", data), 0);
   table->slots[2] = nullptr;  // nothing can be given back to a pool that stays locked
   qal_hash_destroy(&table);
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 // Deliberate: a merge does not tell what it lost.
@@ -683,7 +672,6 @@ TEST_F(HashPairsFault, NamesThePlaceOfEachBlock) {
   expected = hash_ending(false);
   expected.emplace_back("free 545 qal_hash of 484");
   EXPECT_EQ(made_since(), expected);
-  EXPECT_THAT(calls.live, IsEmpty());
 }
 
 TEST_F(HashPairsFault, FreesARecordWithoutATable) {

@@ -352,10 +352,16 @@ class SweepStage : public testing::Test {
     stage.calls_recorded = false;
     return stage.calls;
   }
-  void sweep_one() const {
+  void sweep_one() const { EXPECT_FALSE(keeps_a_record()); }
+
+  bool keeps_a_record() const {
     const auto path = notified_record();
     sweep();
-    EXPECT_FALSE(exists(path));
+    return exists(path);
+  }
+  static void list(const char *names) {
+    stage.listing_replaced = true;
+    stage.listing_names = names;
   }
 
   static std::vector<std::string> values_of(CURLoption option) {
@@ -717,26 +723,20 @@ TEST_F(SweepCalls, KeepARecordThatCannotBeReadThoughItWouldBeMalformed) {
 }
 
 TEST_F(SweepCalls, MakeNoReadThatCouldFailOnceTheFieldsAreComplete) {
-  const auto path = notified_record();
   stage.read = fail_from(2, EIO);
-  sweep();
+  sweep_one();
   EXPECT_EQ(stage.performs, 1);
-  EXPECT_FALSE(exists(path));
 }
 
 TEST_F(SweepCalls, KeepAFileThatCannotBeTold) {
-  const auto path = notified_record();
   stage.fstat = fail_all(EIO);
-  sweep();
-  EXPECT_TRUE(exists(path));
+  EXPECT_TRUE(keeps_a_record());
   EXPECT_EQ(stage.performs, 0);
 }
 
 TEST_F(SweepCalls, KeepAFileWhoseNameCannotBeAskedFor) {
-  const auto path = notified_record();
   stage.stat = fail_all(EIO);
-  sweep();
-  EXPECT_TRUE(exists(path));
+  EXPECT_TRUE(keeps_a_record());
 }
 
 TEST_F(SweepCalls, KeepAFileThatTookTheRecordsNameMeanwhile) {
@@ -751,10 +751,8 @@ TEST_F(SweepCalls, KeepAFileThatTookTheRecordsNameMeanwhile) {
 }
 
 TEST_F(SweepCalls, KeepAFileOfTheSameNumberOnAnotherDevice) {
-  const auto path = notified_record();
   stage.stat_tells_another_device = true;
-  sweep();
-  EXPECT_TRUE(exists(path));
+  EXPECT_TRUE(keeps_a_record());
 }
 
 TEST_F(SweepCalls, KeepALinkThatTookTheRecordsNameMeanwhile) {
@@ -885,15 +883,13 @@ TEST_F(SweepLinks, ThatVanishAfterTheyWereLookedAtAreForgotten) {
 }
 
 TEST_F(SweepListing, ReleasesAllItsOutputsOnSuccess) {
-  stage.listing_replaced = true;
-  stage.listing_names = "a\nb\n";
+  list("a\nb\n");
   EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/a", "/dir/b", "/dir/"));
   EXPECT_THAT(stage.listing_outputs, IsEmpty());
 }
 
 TEST_F(SweepListing, ReleasesAllItsOutputsOnFailure) {
-  stage.listing_replaced = true;
-  stage.listing_names = "a\nb\n";
+  list("a\nb\n");
   for (const int status : {2, 6, 8}) {
     stage.listing_status = status;
     EXPECT_THAT(find_files("/dir", "*"), IsEmpty());
@@ -908,16 +904,14 @@ TEST_F(SweepListing, TakesNoNamesForAnEmptyList) {
 }
 
 TEST_F(SweepListing, TakesThePieceBehindTheLastNewline) {
-  stage.listing_replaced = true;
-  stage.listing_names = "a\n\nb";
+  list("a\n\nb");
   EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/a", "/dir/", "/dir/b"));
 }
 
 TEST_F(SweepListing, LeavesOutAPathThatDoesNotFit) {
   const std::string longest(1023 - std::strlen("/dir/"), 'x');
   const std::string names = longest + "\n" + longest + "x\nb";
-  stage.listing_replaced = true;
-  stage.listing_names = names.c_str();
+  list(names.c_str());
   EXPECT_THAT(find_files("/dir", "*"), ElementsAre("/dir/" + longest, "/dir/b"));
 }
 

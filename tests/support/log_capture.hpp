@@ -3,6 +3,7 @@
 
 #include <qal/logger.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -32,5 +33,15 @@ class LogCapture {
 
   std::vector<std::string> lines_;
 };
+
+// What is logged when the system has no memory for a call, "QAL_MALLOC" or "QAL_REALLOC".
+inline std::vector<std::string> allocation_report(const std::string &call, int size, int line,
+                                                  const std::string &file,
+                                                  const std::string &label) {
+  return {"ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n",
+          "ERROR: " + call + ": Memory allocation (size " + std::to_string(size) + ") failed:\n",
+          "ERROR: At line " + std::to_string(line) + " in file " + file + "\n",
+          "ERROR: " + label + ": Memory allocation failed.\n"};
+}
 
 }  // namespace qal::test

@@ -32,7 +32,6 @@ using namespace qal::test;
 
 using LineCount = InScratch;
 using DirectoryScan = InScratch;
-using FileAccess = InScratch;
 
 // Expands into a buffer whose bytes beyond the capacity must stay as they were.
 struct Expanded {
@@ -516,37 +515,38 @@ Access write_text(const std::string &path, int flags, int origin, std::int64_t o
                      text.data());
 }
 
+class FileAccess : public InScratch {
+ protected:
+  const std::string data = scratch.file("data", "0123456789");
+};
+
 TEST_F(FileAccess, ReadsAPiece) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[5] = "####";
-  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 3, 4, piece), (Access{0, 7}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_SET, 3, 4, piece), (Access{0, 7}));
   EXPECT_STREQ(piece, "3456");
-  EXPECT_EQ(access_file(path, mode_read, SEEK_CUR, 2, 4, piece), (Access{0, 6}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_CUR, 2, 4, piece), (Access{0, 6}));
   EXPECT_STREQ(piece, "2345");
-  EXPECT_EQ(access_file(path, mode_read, SEEK_END, -4, 4, piece), (Access{0, 10}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_END, -4, 4, piece), (Access{0, 10}));
   EXPECT_STREQ(piece, "6789");
 }
 
 TEST_F(FileAccess, OnlyPositionsForACountOfZero) {
-  const auto path = scratch.file("data", "0123456789");
-  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 4, 0, nullptr), (Access{0, 4}));
-  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 400, 0, nullptr), (Access{0, 400}));
-  EXPECT_EQ(access_file(path, mode_write | keep_file, SEEK_END, 0, 0, nullptr), (Access{0, 10}));
-  EXPECT_EQ(read_file(path), "0123456789");
+  EXPECT_EQ(access_file(data, mode_read, SEEK_SET, 4, 0, nullptr), (Access{0, 4}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_SET, 400, 0, nullptr), (Access{0, 400}));
+  EXPECT_EQ(access_file(data, mode_write | keep_file, SEEK_END, 0, 0, nullptr), (Access{0, 10}));
+  EXPECT_EQ(read_file(data), "0123456789");
 }
 
 TEST_F(FileAccess, FailsOnAShortRead) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[16];
-  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 7, 3, piece), (Access{0, 10}));
-  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 7, 4, piece), (Access{-3, 0}));
-  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, 10, 1, piece), (Access{-3, 0}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_SET, 7, 3, piece), (Access{0, 10}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_SET, 7, 4, piece), (Access{-3, 0}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_SET, 10, 1, piece), (Access{-3, 0}));
 }
 
 TEST_F(FileAccess, EmptiesTheFileBeforeWriting) {
-  const auto path = scratch.file("data", "0123456789");
-  EXPECT_EQ(write_text(path, mode_write, SEEK_SET, 0, "abc"), (Access{0, 3}));
-  EXPECT_EQ(read_file(path), "abc");
+  EXPECT_EQ(write_text(data, mode_write, SEEK_SET, 0, "abc"), (Access{0, 3}));
+  EXPECT_EQ(read_file(data), "abc");
 }
 
 TEST_F(FileAccess, CreatesTheFileForWriting) {
@@ -555,11 +555,10 @@ TEST_F(FileAccess, CreatesTheFileForWriting) {
 }
 
 TEST_F(FileAccess, WritesIntoTheFileThatIsKept) {
-  const auto path = scratch.file("data", "0123456789");
-  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_SET, 2, "ab"), (Access{0, 4}));
-  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_END, 0, "cd"), (Access{0, 12}));
-  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_END, -12, "e"), (Access{0, 1}));
-  EXPECT_EQ(read_file(path), "e1ab456789cd");
+  EXPECT_EQ(write_text(data, mode_write | keep_file, SEEK_SET, 2, "ab"), (Access{0, 4}));
+  EXPECT_EQ(write_text(data, mode_write | keep_file, SEEK_END, 0, "cd"), (Access{0, 12}));
+  EXPECT_EQ(write_text(data, mode_write | keep_file, SEEK_END, -12, "e"), (Access{0, 1}));
+  EXPECT_EQ(read_file(data), "e1ab456789cd");
 }
 
 TEST_F(FileAccess, KeepsNoFileThatIsNotThere) {
@@ -569,15 +568,13 @@ TEST_F(FileAccess, KeepsNoFileThatIsNotThere) {
 }
 
 TEST_F(FileAccess, TellsTheSize) {
-  const auto path = scratch.file("data", "0123456789");
-  EXPECT_EQ(access_file(path, mode_size, SEEK_SET, 0, 0, nullptr), (Access{0, 10}));
+  EXPECT_EQ(access_file(data, mode_size, SEEK_SET, 0, 0, nullptr), (Access{0, 10}));
   EXPECT_EQ(access_file(scratch.file("empty"), mode_size, 0, 0, 0, nullptr), (Access{0, 0}));
 }
 
 TEST_F(FileAccess, TellsTheSizeWhateverTheOtherArgumentsAre) {
-  const auto path = scratch.file("data", "0123456789");
-  EXPECT_EQ(access_file(path, mode_size, 77, -5, -1, nullptr), (Access{0, 10}));
-  EXPECT_EQ(access_file(path, mode_size | keep_file, 77, 5, 3, nullptr), (Access{0, 10}));
+  EXPECT_EQ(access_file(data, mode_size, 77, -5, -1, nullptr), (Access{0, 10}));
+  EXPECT_EQ(access_file(data, mode_size | keep_file, 77, 5, 3, nullptr), (Access{0, 10}));
 }
 
 TEST_F(FileAccess, GoesBeyondFourGigabytes) {
@@ -591,24 +588,22 @@ TEST_F(FileAccess, GoesBeyondFourGigabytes) {
 }
 
 TEST_F(FileAccess, TakesTheModeFromTheLowEightBits) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[2] = "#";
-  EXPECT_EQ(access_file(path, 0x7ffffe00 | mode_read, SEEK_SET, 1, 1, piece), (Access{0, 2}));
+  EXPECT_EQ(access_file(data, 0x7ffffe00 | mode_read, SEEK_SET, 1, 1, piece), (Access{0, 2}));
   EXPECT_STREQ(piece, "1");
-  EXPECT_EQ(write_text(path, 0x200 | mode_write, SEEK_SET, 0, "x"), (Access{0, 1}));
-  EXPECT_EQ(read_file(path), "x");
+  EXPECT_EQ(write_text(data, 0x200 | mode_write, SEEK_SET, 0, "x"), (Access{0, 1}));
+  EXPECT_EQ(read_file(data), "x");
 }
 
 TEST_F(FileAccess, RefusesOtherModesAndANullPath) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[2];
   for (const int mode : {3, 255, -1, keep_file | 3}) {
-    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, 1, piece), (Access{-1, 0})) << mode;
+    EXPECT_EQ(access_file(data, mode, SEEK_SET, 0, 1, piece), (Access{-1, 0})) << mode;
   }
   std::int64_t position = 99;
   EXPECT_EQ(remote_fileio(nullptr, mode_read, SEEK_SET, 0, 0, nullptr, &position), -1);
   EXPECT_EQ(position, 0);
-  EXPECT_EQ(read_file(path), "0123456789");
+  EXPECT_EQ(read_file(data), "0123456789");
 }
 
 TEST_F(FileAccess, RefusesWhatCannotBeOpened) {
@@ -620,12 +615,11 @@ TEST_F(FileAccess, RefusesWhatCannotBeOpened) {
 }
 
 TEST_F(FileAccess, FailsWhereThePositionCannotBeReached) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[2];
-  EXPECT_EQ(access_file(path, mode_read, SEEK_SET, -1, 1, piece), (Access{-3, 0}));
-  EXPECT_EQ(access_file(path, mode_read, SEEK_END, -11, 0, piece), (Access{-3, 0}));
-  EXPECT_EQ(write_text(path, mode_write | keep_file, SEEK_CUR, -1, "x"), (Access{-3, 0}));
-  EXPECT_EQ(read_file(path), "0123456789");
+  EXPECT_EQ(access_file(data, mode_read, SEEK_SET, -1, 1, piece), (Access{-3, 0}));
+  EXPECT_EQ(access_file(data, mode_read, SEEK_END, -11, 0, piece), (Access{-3, 0}));
+  EXPECT_EQ(write_text(data, mode_write | keep_file, SEEK_CUR, -1, "x"), (Access{-3, 0}));
+  EXPECT_EQ(read_file(data), "0123456789");
 }
 
 TEST_F(FileAccess, FailsToTellTheSizeOfAStreamWithoutPositions) {
@@ -637,16 +631,15 @@ TEST_F(FileAccess, FailsToTellTheSizeOfAStreamWithoutPositions) {
 }
 
 TEST_F(FileAccess, LeavesTheFileAloneWhenArgumentsMakeNoSense) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[2] = "x";
   for (const int mode : {mode_read, mode_write, mode_write | keep_file}) {
-    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, -1, piece), (Access{-3, 0}));
-    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, INT64_MIN, piece), (Access{-3, 0}));
-    EXPECT_EQ(access_file(path, mode, -1, 0, 1, piece), (Access{-3, 0}));
-    EXPECT_EQ(access_file(path, mode, 3, 0, 1, piece), (Access{-3, 0}));
-    EXPECT_EQ(access_file(path, mode, SEEK_SET, 0, 1, nullptr), (Access{-3, 0}));
+    EXPECT_EQ(access_file(data, mode, SEEK_SET, 0, -1, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(data, mode, SEEK_SET, 0, INT64_MIN, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(data, mode, -1, 0, 1, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(data, mode, 3, 0, 1, piece), (Access{-3, 0}));
+    EXPECT_EQ(access_file(data, mode, SEEK_SET, 0, 1, nullptr), (Access{-3, 0}));
   }
-  EXPECT_EQ(read_file(path), "0123456789");
+  EXPECT_EQ(read_file(data), "0123456789");
 }
 
 TEST_F(FileAccess, FailsToReadADirectory) {
@@ -655,11 +648,10 @@ TEST_F(FileAccess, FailsToReadADirectory) {
 }
 
 TEST_F(FileAccess, NeedsNoPlaceForThePosition) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[2] = "#";
-  EXPECT_EQ(remote_fileio(path.c_str(), mode_read, SEEK_SET, 9, 1, piece, nullptr), 0);
+  EXPECT_EQ(remote_fileio(data.c_str(), mode_read, SEEK_SET, 9, 1, piece, nullptr), 0);
   EXPECT_STREQ(piece, "9");
-  EXPECT_EQ(remote_fileio(path.c_str(), 7, SEEK_SET, 9, 1, piece, nullptr), -1);
+  EXPECT_EQ(remote_fileio(data.c_str(), 7, SEEK_SET, 9, 1, piece, nullptr), -1);
 }
 
 TEST_F(FileAccess, FailsWhenTheDiskTakesNoMore) {
@@ -678,14 +670,13 @@ TEST_F(FileAccess, FailsWhenTheDiskTakesNoMore) {
 }
 
 TEST_F(FileAccess, ClosesTheFileOnEveryPath) {
-  const auto path = scratch.file("data", "0123456789");
   char piece[16];
   const auto before = open_descriptors();
-  access_file(path, mode_read, SEEK_SET, 0, 10, piece);
-  access_file(path, mode_read, SEEK_SET, 0, 11, piece);
-  access_file(path, mode_read, SEEK_SET, -1, 1, piece);
-  access_file(path, mode_size, SEEK_SET, 0, 0, piece);
-  write_text(path, mode_write, SEEK_SET, 0, "x");
+  access_file(data, mode_read, SEEK_SET, 0, 10, piece);
+  access_file(data, mode_read, SEEK_SET, 0, 11, piece);
+  access_file(data, mode_read, SEEK_SET, -1, 1, piece);
+  access_file(data, mode_size, SEEK_SET, 0, 0, piece);
+  write_text(data, mode_write, SEEK_SET, 0, "x");
   EXPECT_EQ(open_descriptors(), before);
 }
 

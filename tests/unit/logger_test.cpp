@@ -123,7 +123,6 @@ using LoggerAbort = LoggerStage;
 using LoggerDebug = LoggerStage;
 using LoggerDone = LoggerStage;
 using LoggerFatal = LoggerStage;
-using LoggerFile = LoggerStage;
 using LoggerFormatPosition = LoggerStage;
 using LoggerFunc = LoggerStage;
 using LoggerInit = LoggerStage;
@@ -131,6 +130,13 @@ using LoggerLevels = LoggerStage;
 using LoggerScrub = LoggerStage;
 using LoggerStopHere = LoggerStage;
 using LoggerVsprintf = LoggerStage;
+
+class LoggerFile : public LoggerStage {
+ protected:
+  ~LoggerFile() override { _qal_logger_set_file(nullptr); }
+
+  const ScratchDir scratch;
+};
 
 TEST_F(LoggerInit, HandsEachCallbackItsOwnStream) {
   int console = 0;
@@ -546,7 +552,6 @@ TEST_F(LoggerFunc, KeepsErrnoWhenAFinishedLineCannotBeWritten) {
 }
 
 TEST_F(LoggerFile, ReceivesACopyOfEveryLineAtOnce) {
-  const ScratchDir scratch;
   std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(_qal_logger_get_file(), copy);
@@ -558,38 +563,30 @@ TEST_F(LoggerFile, ReceivesACopyOfEveryLineAtOnce) {
     EXPECT_EQ(read_file(scratch / "copy"), "WARNING: %d%\n2\n");
   });
   EXPECT_EQ(console, "WARNING: %d%\n2\n");
-  _qal_logger_set_file(nullptr);
 }
 
 TEST_F(LoggerFile, ReceivesTheLineWithoutAStreamToo) {
-  const ScratchDir scratch;
   _qal_logger_set_file((scratch / "copy").c_str());
   _qal_logger_func(nullptr, "only here\n");
   EXPECT_EQ(read_file(scratch / "copy"), "only here\n");
-  _qal_logger_set_file(nullptr);
 }
 
 TEST_F(LoggerFile, StartsEmpty) {
-  const ScratchDir scratch;
   const auto path = scratch.file("copy", "from an earlier run\n");
   _qal_logger_set_file(path.c_str());
   EXPECT_EQ(read_file(path), "");
-  _qal_logger_set_file(nullptr);
 }
 
 TEST_F(LoggerFile, ClosesTheFirstFileBeforeItOpensTheSecond) {
-  const ScratchDir scratch;
   const int first = fileno(_qal_logger_set_file((scratch / "first").c_str()));
   const int second = fileno(_qal_logger_set_file((scratch / "second").c_str()));
   EXPECT_EQ(first, second);  // the lowest free descriptor was free again
   _qal_logger_func(nullptr, "line\n");
   EXPECT_EQ(read_file(scratch / "first"), "");
   EXPECT_EQ(read_file(scratch / "second"), "line\n");
-  _qal_logger_set_file(nullptr);
 }
 
 TEST_F(LoggerFile, StopsCopyingWhenTheSecondCannotBeOpened) {
-  const ScratchDir scratch;
   const LogCapture log;
   _qal_logger_set_file((scratch / "copy").c_str());
   EXPECT_EQ(_qal_logger_set_file((scratch / "missing/copy").c_str()), nullptr);
@@ -603,17 +600,14 @@ TEST_F(LoggerFile, StopsCopyingWhenTheSecondCannotBeOpened) {
 TEST_F(LoggerFile, IsNotThereAtStart) { EXPECT_EQ(_qal_logger_get_file(), nullptr); }
 
 TEST_F(LoggerFile, IsRemovedByANullPath) {
-  const ScratchDir scratch;
   _qal_logger_set_file((scratch / "copy").c_str());
   EXPECT_EQ(_qal_logger_set_file(nullptr), nullptr);
   EXPECT_EQ(_qal_logger_get_file(), nullptr);
 }
 
 TEST_F(LoggerFile, IsClosedInPrograms) {
-  const ScratchDir scratch;
   std::FILE *copy = _qal_logger_set_file((scratch / "copy").c_str());
   EXPECT_TRUE(fcntl(fileno(copy), F_GETFD) & FD_CLOEXEC);
-  _qal_logger_set_file(nullptr);
 }
 
 TEST_F(LoggerScrub, DoublesEveryPercentSign) {

@@ -47,6 +47,13 @@ int join(int index) {
   return result;
 }
 
+// What a join that fails stores all the same.
+int failed_join(int index) {
+  int result = untouched;
+  EXPECT_EQ(qal_thread_join(&index, &result), -1);
+  return result;
+}
+
 int next_index() {
   const int index = start(&own_index);
   join(index);
@@ -57,6 +64,12 @@ int next_index() {
 void go_round_to(int last) {
   while (next_index() != last) {
   }
+}
+
+// The free one that comes first from the start of the table.
+int lowest_index() {
+  go_round_to(last_index);
+  return next_index();
 }
 
 // What `question` returns in a thread that the layer did not start.
@@ -109,17 +122,14 @@ TEST_F(ThreadInit, FreesEverySlotButTheMainThreads) {
   EXPECT_EQ(next_index(), 2);
   ASSERT_EQ(qal_thread_init(), 0);
   EXPECT_EQ(next_index(), 1);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 1);
+  EXPECT_EQ(lowest_index(), 1);
 }
 
 TEST_F(ThreadInit, ClearsTheResults) {
-  int index = start([](void *) { return 7; });
+  const int index = start([](void *) { return 7; });
   join(index);
   ASSERT_EQ(qal_thread_init(), 0);
-  int result = untouched;
-  EXPECT_EQ(qal_thread_join(&index, &result), -1);
-  EXPECT_EQ(result, 0);
+  EXPECT_EQ(failed_join(index), 0);
 }
 
 TEST_F(ThreadInit, LeavesEarlierThreadsJoinable) {
@@ -212,11 +222,9 @@ TEST_F(ThreadCreate, HandsOutEveryIndexInTurnAndNeverZero) {
 TEST_F(ThreadCreate, PassesOverFinishedThreadsUntilTheyAreJoined) {
   const int first = start(&own_index);
   const int second = start(&own_index);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 3);
+  EXPECT_EQ(lowest_index(), 3);
   join(second);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 2);
+  EXPECT_EQ(lowest_index(), 2);
   join(first);
 }
 
@@ -336,8 +344,7 @@ TEST_F(ThreadJoin, WaitsForTheThread) {
 TEST_F(ThreadJoin, NeedsNoPlaceForTheResult) {
   const int index = start(&own_index);
   EXPECT_EQ(qal_thread_join(&index, nullptr), 0);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 1);
+  EXPECT_EQ(lowest_index(), 1);
 }
 
 TEST_F(ThreadJoin, MayBeCalledByAnotherThreadThanTheCreator) {
@@ -349,34 +356,24 @@ TEST_F(ThreadJoin, MayBeCalledByAnotherThreadThanTheCreator) {
 TEST_F(ThreadJoin, FailsTheSecondTimeAndGivesTheSameResult) {
   const int index = start([](void *) { return 7; });
   EXPECT_EQ(join(index), 7);
-  int result = untouched;
-  EXPECT_EQ(qal_thread_join(&index, &result), -1);
-  EXPECT_EQ(result, 7);
+  EXPECT_EQ(failed_join(index), 7);
 }
 
 TEST_F(ThreadJoin, OfAnIndexThatWasNeverStartedFails) {
   for (const int index : {1, 9, last_index}) {
-    int result = untouched;
-    EXPECT_EQ(qal_thread_join(&index, &result), -1);
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(failed_join(index), 0);
   }
   EXPECT_EQ(next_index(), 1);
 }
 
 TEST_F(ThreadJoin, OfTheMainThreadFailsAndLeavesItsSlotClaimed) {
-  const int main_thread = 0;
-  int result = untouched;
-  EXPECT_EQ(qal_thread_join(&main_thread, &result), -1);
-  EXPECT_EQ(result, -1);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 1);
+  EXPECT_EQ(failed_join(0), -1);
+  EXPECT_EQ(lowest_index(), 1);
 }
 
 TEST_F(ThreadJoin, OutsideTheTableFailsAndWritesNothing) {
   for (const int index : {-1, last_index + 1, INT_MIN, INT_MAX}) {
-    int result = untouched;
-    EXPECT_EQ(qal_thread_join(&index, &result), -1);
-    EXPECT_EQ(result, untouched);
+    EXPECT_EQ(failed_join(index), untouched);
   }
 }
 
@@ -417,11 +414,9 @@ TEST_F(ThreadCancel, UnwindsTheRoutine) {
 TEST_F(ThreadCancel, KeepsTheSlotUntilTheJoin) {
   const int index = start(&wait_for_cancellation);
   EXPECT_EQ(qal_thread_cancel(&index), 0);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 2);
+  EXPECT_EQ(lowest_index(), 2);
   EXPECT_EQ(join(index), -1);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 1);
+  EXPECT_EQ(lowest_index(), 1);
 }
 
 TEST_F(ThreadCancel, WithoutAThreadFails) {
@@ -464,20 +459,16 @@ TEST_F(ThreadStart, RunsTheRoutineOfTheSlotAndKeepsItsResult) {
     EXPECT_EQ(join(index), 41);
     EXPECT_EQ(ask_elsewhere([=] { return entry(as_index(index)) == nullptr ? 1 : 0; }), 1);
     EXPECT_EQ(runs, 2);
-    int result = untouched;
-    EXPECT_EQ(qal_thread_join(&index, &result), -1);
-    EXPECT_EQ(result, 42);
+    EXPECT_EQ(failed_join(index), 42);
   }
 }
 
 TEST_F(ThreadStart, FinishesTheSlotSoThatOnlyAJoinFreesIt) {
   const int index = next_index();
   ask_elsewhere([=] { return qal_thread_start_int(as_index(index)) == nullptr ? 1 : 0; });
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 2);
+  EXPECT_EQ(lowest_index(), 2);
   EXPECT_EQ(qal_thread_join(&index, nullptr), -1);
-  go_round_to(last_index);
-  EXPECT_EQ(next_index(), 1);
+  EXPECT_EQ(lowest_index(), 1);
 }
 
 TEST_F(ThreadKey, KeepsAValuePerThread) {
@@ -710,6 +701,10 @@ class Sema {
       EXPECT_EQ(worker(i).join(), 0);
     }
   }
+  void expect(int count_now, int waiters_now) {
+    EXPECT_EQ(count(), count_now);
+    EXPECT_EQ(waiters(), waiters_now);
+  }
   int passed() const { return passed_; }
   int count() { return locked(platform.count); }
   int waiters() { return locked(platform.waiters); }
@@ -735,12 +730,10 @@ class Sema {
 
 TEST_F(ThreadSema, HandsOutItsPermits) {
   Sema sema(2);
-  EXPECT_EQ(sema.count(), 2);
-  EXPECT_EQ(sema.waiters(), 0);
+  sema.expect(2, 0);
   EXPECT_EQ(qal_thread_sema_wait(&sema.platform), 0);
   EXPECT_EQ(qal_thread_sema_wait(&sema.platform), 0);
-  EXPECT_EQ(sema.count(), 0);
-  EXPECT_EQ(sema.waiters(), 0);
+  sema.expect(0, 0);
   sema.release(1);
   EXPECT_EQ(sema.count(), 1);
   EXPECT_EQ(qal_thread_sema_wait(&sema.platform), 0);
@@ -752,8 +745,7 @@ TEST_F(ThreadSema, LetsItsOneWaiterPass) {
   EXPECT_EQ(sema.count(), -1);
   sema.release(1);
   EXPECT_EQ(sema.worker(0).join(), 0);
-  EXPECT_EQ(sema.count(), 0);
-  EXPECT_EQ(sema.waiters(), 0);
+  sema.expect(0, 0);
 }
 
 TEST_F(ThreadSema, LetsAllWaitersPassTogetherWithTheLastRelease) {
@@ -762,14 +754,12 @@ TEST_F(ThreadSema, LetsAllWaitersPassTogetherWithTheLastRelease) {
     sema.block(blocked);
     for (int left = blocked - 1; left > 0; --left) {
       sema.release(1);
-      EXPECT_EQ(sema.count(), -left);
-      EXPECT_EQ(sema.waiters(), blocked);
+      sema.expect(-left, blocked);
       EXPECT_EQ(sema.passed(), 0);
     }
     sema.release(1);
     for (int i = 0; i < blocked; ++i) EXPECT_EQ(sema.worker(i).join(), 0);
-    EXPECT_EQ(sema.count(), 0);
-    EXPECT_EQ(sema.waiters(), 0);
+    sema.expect(0, 0);
   }
 }
 
@@ -806,16 +796,14 @@ TEST_F(ThreadSema, TakesACancelledWaitersClaimBackWhereverItStood) {
     Sema sema(0);
     sema.block(3);
     sema.cancel(cancelled);
-    EXPECT_EQ(sema.count(), -2);
-    EXPECT_EQ(sema.waiters(), 2);
+    sema.expect(-2, 2);
     EXPECT_TRUE(sema.free_to_use());
     sema.release(1);
     EXPECT_EQ(sema.passed(), 0);
     sema.release(1);
     sema.join_all_but(cancelled);
     EXPECT_EQ(sema.passed(), 2);
-    EXPECT_EQ(sema.count(), 0);
-    EXPECT_EQ(sema.waiters(), 0);
+    sema.expect(0, 0);
   }
 }
 
@@ -823,8 +811,7 @@ TEST_F(ThreadSema, IsAsBeforeWhenItsOnlyWaiterIsCancelled) {
   Sema sema(0);
   sema.block(1);
   sema.cancel(0);
-  EXPECT_EQ(sema.count(), 0);
-  EXPECT_EQ(sema.waiters(), 0);
+  sema.expect(0, 0);
   sema.release(1);
   EXPECT_EQ(qal_thread_sema_wait(&sema.platform), 0);
 }
@@ -837,8 +824,7 @@ TEST_F(ThreadSema, LetsTheOthersPassWhenACancelledWaiterWasTheLastOneOwed) {
     EXPECT_EQ(sema.count(), -1);
     sema.cancel(cancelled);
     sema.join_all_but(cancelled);
-    EXPECT_EQ(sema.count(), 0);
-    EXPECT_EQ(sema.waiters(), 0);
+    sema.expect(0, 0);
   }
 }
 
@@ -878,8 +864,7 @@ TEST_F(ThreadSema, StartsOverWithoutLocking) {
   EXPECT_EQ(qal_thread_mutex_lock(&sema.platform.mutex), 0);
   EXPECT_EQ(qal_thread_sema_reset(&sema.platform, 1), 0);
   EXPECT_EQ(qal_thread_mutex_unlock(&sema.platform.mutex), 0);
-  EXPECT_EQ(sema.count(), 1);
-  EXPECT_EQ(sema.waiters(), 0);
+  sema.expect(1, 0);
   EXPECT_EQ(qal_thread_sema_wait(&sema.platform), 0);
   EXPECT_EQ(qal_thread_sema_reset(&sema.platform, -7), 0);
   EXPECT_EQ(sema.count(), -7);
