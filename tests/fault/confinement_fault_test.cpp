@@ -20,9 +20,7 @@
 #include "support/scratch.hpp"
 
 using qal::internal::still_means;
-using qal::test::fail_nth;
-using qal::test::Fault;
-using qal::test::ScratchDir;
+using namespace qal::test;
 using testing::IsEmpty;
 namespace platform = qal::internal::platform;
 
@@ -110,7 +108,7 @@ class Confinement : public testing::Test {
     scratch_.directory("one");
     scratch_.directory("two");
   }
-  ~Confinement() override { EXPECT_EQ(qal::test::open_descriptors(), descriptors_); }
+  ~Confinement() override { EXPECT_EQ(open_descriptors(), descriptors_); }
 
   bool confine(const char *two = "two") const {
     const std::string paths[] = {scratch_ / "one/", scratch_ / two};
@@ -118,7 +116,7 @@ class Confinement : public testing::Test {
     return platform::keep_only_deleting_in(directories);
   }
 
-  std::vector<int> descriptors_ = qal::test::open_descriptors();
+  std::vector<int> descriptors_ = open_descriptors();
   ScratchDir scratch_;
 };
 
