@@ -15,7 +15,11 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::pause;
+using qal::fuzz::require;
+using qal::fuzz::team_of;
+using qal::fuzz::Watchdog;
 using qal::test::Team;
 
 constexpr int most_threads = 4;

@@ -26,9 +26,11 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::require;
+using qal::fuzz::Room;
 using qal::internal::File;
-using namespace qal::test;
+using qal::test::LogCapture;
 
 using Write = std::size_t (*)(const void *data, std::size_t size, std::size_t count, FILE *stream);
 using Read = std::size_t (*)(void *data, std::size_t size, std::size_t count, FILE *stream);

@@ -44,8 +44,16 @@
 
 namespace {
 
-using namespace qal::fuzz;
-using namespace qal::test;
+using qal::fuzz::Input;
+using qal::fuzz::password_database;
+using qal::fuzz::require;
+using qal::test::DirectoryWorld;
+using qal::test::GuardedRoom;
+using qal::test::LogCapture;
+using qal::test::model_directories;
+using qal::test::model_expansion;
+using qal::test::model_root;
+using qal::test::ModelDirectories;
 
 constexpr const char *variables[] = {"ZUL_HOME", "ZUL_USER_HOMEDIR", "TRANSPORT_DIR",
                                      "LAUNCH_CONFIG_DIR", "TMPDIR"};

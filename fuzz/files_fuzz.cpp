@@ -21,9 +21,16 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::require;
+using qal::fuzz::Room;
+using qal::fuzz::untouched;
 using qal::internal::File;
-using namespace qal::test;
+using qal::test::Bytewise;
+using qal::test::Deliveries;
+using qal::test::FlakySource;
+using qal::test::model_of_line_count;
+using qal::test::ModelLine;
 
 // The name under which the line count finds the stream of the input.
 constexpr std::string_view stream_name = "the stream";

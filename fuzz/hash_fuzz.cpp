@@ -18,7 +18,9 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::printed_by;
+using qal::fuzz::require;
 
 // Either may be none, as an argument.
 struct Argument {

@@ -18,7 +18,8 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::require;
 
 using Key = std::pair<int32_t, int32_t>;  // in ascending order
 using Value = std::uint8_t;

@@ -24,10 +24,13 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::nameless_file;
+using qal::fuzz::require;
+using qal::fuzz::Room;
 using qal::internal::File;
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::LogCapture;
 
 // By pointers, since the compiler checks no formats then: these come from the input.
 using Report = void (*)(const char *format, ...);

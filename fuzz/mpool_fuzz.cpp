@@ -15,7 +15,8 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::require;
 
 // Without start-up every thread has index 0.
 bool start_threads() { return qal_thread_init() == 0; }

@@ -21,8 +21,20 @@
 
 namespace {
 
-using namespace qal::fuzz;
-using namespace qal::test;
+using qal::fuzz::Input;
+using qal::fuzz::password_database;
+using qal::fuzz::require;
+using qal::test::absolute_model;
+using qal::test::basename_model;
+using qal::test::convert_model;
+using qal::test::dirname_model;
+using qal::test::extension_model;
+using qal::test::GuardedRoom;
+using qal::test::join_model;
+using qal::test::later_search;
+using qal::test::normalise_model;
+using qal::test::Normalised;
+using qal::test::Part;
 using std::string;
 
 constexpr std::size_t longest_directory = 1023;

@@ -12,7 +12,8 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::require;
 
 // Without pools there are no lists and no nodes, and handles of earlier ones are cleared.
 void use_no_pools() {

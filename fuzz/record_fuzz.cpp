@@ -17,7 +17,8 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::nameless_file;
+using qal::fuzz::require;
 using qal::internal::read_record;
 using qal::internal::Record;
 using qal::internal::RecordStatus;

@@ -16,7 +16,11 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::pause;
+using qal::fuzz::require;
+using qal::fuzz::team_of;
+using qal::fuzz::Watchdog;
 
 constexpr int most_threads = 4;
 constexpr int most_elements = 3;

@@ -25,7 +25,18 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Entry;
+using qal::fuzz::listed_names;
+using qal::fuzz::newer_content;
+using qal::fuzz::places;
+using qal::fuzz::Request;
+using qal::fuzz::request_ms;
+using qal::fuzz::require;
+using qal::fuzz::Scenario;
+using qal::fuzz::sorted_names;
+using qal::fuzz::SweepModel;
+using qal::fuzz::Transport;
+using qal::fuzz::write_file;
 using qal::internal::Descriptor;
 using std::string;
 

@@ -15,7 +15,9 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::printed_by;
+using qal::fuzz::require;
 
 struct Block {
   int64_t size, requested;

@@ -16,7 +16,9 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::require;
+using qal::fuzz::Room;
 
 // A text of which no more than `most` bytes may be looked at: a longer one has no terminator.
 Room source_of(std::string_view text, std::size_t most) {

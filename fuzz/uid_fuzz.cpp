@@ -14,7 +14,8 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::Input;
+using qal::fuzz::require;
 
 struct Values {
   std::uint64_t first, second;

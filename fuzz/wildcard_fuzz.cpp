@@ -15,7 +15,7 @@
 
 namespace {
 
-using namespace qal::fuzz;
+using qal::fuzz::require;
 using Input = std::span<const std::uint8_t>;
 using Text = std::unique_ptr<unsigned char[]>;
 

@@ -18,7 +18,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using namespace qal::test;
+using qal::test::exists;
+using qal::test::LiveOwner;
+using qal::test::read_file;
+using qal::test::RecordServer;
+using qal::test::succeeded_in_silence;
+using qal::test::SweepWorld;
+using qal::test::ToolStart;
 using testing::HasSubstr;
 
 using Contents = std::map<std::string, std::string>;

@@ -5,7 +5,7 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::SweepWorld;
 
 TEST(SweepWithoutLibrary, EndsWithStatusOneInSilenceAndLeavesEverythingAlone) {
   const SweepWorld world{KALMORA_SWEEP_WITHOUT_THREADS_PATH};

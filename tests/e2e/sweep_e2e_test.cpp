@@ -27,7 +27,24 @@ namespace fs = std::filesystem;
 namespace {
 
 using std::string_literals::operator""s;
-using namespace qal::test;
+using qal::test::answering;
+using qal::test::authority_of_nobody;
+using qal::test::Behaviour;
+using qal::test::excessive_behaviours;
+using qal::test::exists;
+using qal::test::foreign_pid;
+using qal::test::LiveOwner;
+using qal::test::names_in;
+using qal::test::RawServer;
+using qal::test::read_file;
+using qal::test::record_text;
+using qal::test::RecordServer;
+using qal::test::say_nothing;
+using qal::test::succeeded_in_silence;
+using qal::test::SweepWorld;
+using qal::test::ToolStart;
+using qal::test::useless_behaviours;
+using qal::test::vanished_pid;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;

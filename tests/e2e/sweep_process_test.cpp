@@ -20,7 +20,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using namespace qal::test;
+using qal::test::exists;
+using qal::test::LiveOwner;
+using qal::test::RecordServer;
+using qal::test::succeeded_in_silence;
+using qal::test::SweepWorld;
+using qal::test::ToolStart;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::SizeIs;

@@ -17,7 +17,10 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::allocation_report;
+using qal::test::fail_nth;
+using qal::test::Fault;
+using qal::test::LogCapture;
 
 Fault allocations;
 void *last_block = nullptr;

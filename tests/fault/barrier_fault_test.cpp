@@ -53,7 +53,15 @@ int __wrap_sched_yield() {
 
 namespace {
 
-using namespace qal::test;
+using qal::test::await;
+using qal::test::calls;
+using qal::test::cancel_state;
+using qal::test::in_new_process;
+using qal::test::LogCapture;
+using qal::test::refused;
+using qal::test::Threads;
+using qal::test::Watchdog;
+using qal::test::Worker;
 
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 

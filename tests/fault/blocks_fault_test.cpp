@@ -26,7 +26,20 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::block;
+using qal::test::compressed;
+using qal::test::Deliveries;
+using qal::test::fail_nth;
+using qal::test::Fault;
+using qal::test::FlakySource;
+using qal::test::four_gib;
+using qal::test::header;
+using qal::test::LogCapture;
+using qal::test::noise;
+using qal::test::Read;
+using qal::test::read_file;
+using qal::test::ScratchDir;
+using qal::test::Write;
 
 struct Start {
   int level = 0;

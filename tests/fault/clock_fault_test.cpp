@@ -55,7 +55,7 @@ std::time_t __wrap_time(std::time_t *now) {
 
 namespace {
 
-using namespace qal::test;
+using qal::test::LogCapture;
 using ::testing::ElementsAre;
 
 constexpr std::time_t some_day = 1'700'000'000;

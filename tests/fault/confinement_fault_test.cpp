@@ -20,7 +20,10 @@
 #include "support/scratch.hpp"
 
 using qal::internal::still_means;
-using namespace qal::test;
+using qal::test::fail_nth;
+using qal::test::Fault;
+using qal::test::open_descriptors;
+using qal::test::ScratchDir;
 using testing::IsEmpty;
 namespace platform = qal::internal::platform;
 

@@ -32,7 +32,17 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::allocation_report;
+using qal::test::become_index;
+using qal::test::cancel_state;
+using qal::test::fail_nth;
+using qal::test::Fault;
+using qal::test::in_child;
+using qal::test::in_new_process;
+using qal::test::is_locked;
+using qal::test::LogCapture;
+using qal::test::run_in_child;
+using qal::test::Unwinding;
 
 // What a test wants to know about every call. No two threads use it at once.
 struct Calls {

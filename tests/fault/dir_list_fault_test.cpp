@@ -25,7 +25,12 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::fail_nth;
+using qal::test::FakeEntry;
+using qal::test::Fault;
+using qal::test::LogCapture;
+using qal::test::Names;
+using qal::test::ScratchDir;
 
 struct World {
   Fault callocs, reallocs, opendirs, readdirs, getcwds, stats;

@@ -13,7 +13,9 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::clear_environment;
+using qal::test::in_child;
+using qal::test::LogCapture;
 
 struct Platform {
   const char *root = "/opt/zul";

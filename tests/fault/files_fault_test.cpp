@@ -32,7 +32,22 @@
 namespace {
 
 using qal::internal::File;
-using namespace qal::test;
+using qal::test::byte_by_byte;
+using qal::test::Deliveries;
+using qal::test::Delivery;
+using qal::test::exists;
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_nth;
+using qal::test::fail_times;
+using qal::test::FakeEntry;
+using qal::test::Fault;
+using qal::test::FlakySource;
+using qal::test::InScratch;
+using qal::test::names_in;
+using qal::test::open_descriptors;
+using qal::test::read_file;
+using qal::test::ScratchDir;
 
 using CheckFault = InScratch;
 

@@ -23,7 +23,13 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::clear_environment;
+using qal::test::fail_nth;
+using qal::test::Fault;
+using qal::test::in_child;
+using qal::test::InScratch;
+using qal::test::open_descriptors;
+using qal::test::ScratchDir;
 
 using LineCount = InScratch;
 using DirectoryScan = InScratch;

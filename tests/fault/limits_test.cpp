@@ -32,7 +32,18 @@
 namespace {
 
 using qal::internal::File;
-using namespace qal::test;
+using qal::test::exists;
+using qal::test::exit_code;
+using qal::test::in_child;
+using qal::test::Listing;
+using qal::test::names_in;
+using qal::test::noise;
+using qal::test::open_descriptors;
+using qal::test::Read;
+using qal::test::read_file;
+using qal::test::run_in_child;
+using qal::test::ScratchDir;
+using qal::test::Write;
 
 // Whether copy_file_range works.
 bool kernel_copies = false;

@@ -24,7 +24,14 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_times;
+using qal::test::Fault;
+using qal::test::in_unprivileged_child;
+using qal::test::LogCapture;
+using qal::test::open_descriptors;
+using qal::test::ScratchDir;
 
 // What the replaced calls do; a test sets it before it calls the library.
 struct Faults {

@@ -28,7 +28,17 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::ChildResult;
+using qal::test::Command;
+using qal::test::exit_code;
+using qal::test::expect_no_children;
+using qal::test::fail_all;
+using qal::test::fail_nth;
+using qal::test::Fault;
+using qal::test::in_child;
+using qal::test::open_descriptors;
+using qal::test::output_of;
+using qal::test::rest_of;
 
 std::map<std::string_view, Fault> faults;
 std::size_t most_bytes = SIZE_MAX;  // that one write moves

@@ -16,7 +16,10 @@
 #include "support/fault.hpp"
 #include "support/scratch.hpp"
 
-using namespace qal::test;
+using qal::test::fail_nth;
+using qal::test::fail_times;
+using qal::test::Fault;
+using qal::test::ScratchDir;
 namespace platform = qal::internal::platform;
 
 namespace {

@@ -10,7 +10,11 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::await;
+using qal::test::calls;
+using qal::test::refused;
+using qal::test::Threads;
+using qal::test::Worker;
 
 constexpr int untouched = 4711;
 

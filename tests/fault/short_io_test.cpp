@@ -85,7 +85,14 @@ using qal::internal::File;
 using qal::internal::read_record;
 using qal::internal::Record;
 using qal::internal::RecordStatus;
-using namespace qal::test;
+using qal::test::byte_by_byte;
+using qal::test::exists;
+using qal::test::exit_code;
+using qal::test::FlakySource;
+using qal::test::Read;
+using qal::test::read_file;
+using qal::test::ScratchDir;
+using qal::test::Write;
 
 class Trickle {
  public:

@@ -18,7 +18,10 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::fail_all;
+using qal::test::Fault;
+using qal::test::in_new_process;
+using qal::test::LogCapture;
 
 Fault memory;
 

@@ -42,7 +42,20 @@
 namespace {
 
 using std::string_literals::operator""s;
-using namespace qal::test;
+using qal::test::clear_environment;
+using qal::test::exists;
+using qal::test::fail_all;
+using qal::test::fail_from;
+using qal::test::fail_times;
+using qal::test::Fault;
+using qal::test::in_child;
+using qal::test::in_new_process;
+using qal::test::model_of;
+using qal::test::names_in;
+using qal::test::read_file;
+using qal::test::record_text;
+using qal::test::SweepWorld;
+using qal::test::vanished_pid;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -19,7 +19,9 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::fail_all;
+using qal::test::Fault;
+using qal::test::LogCapture;
 
 struct VersionTool {
   bool starts = true;

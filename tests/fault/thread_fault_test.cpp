@@ -17,7 +17,14 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::await;
+using qal::test::Call;
+using qal::test::calls;
+using qal::test::Gate;
+using qal::test::in_new_process;
+using qal::test::refused;
+using qal::test::Threads;
+using qal::test::Unwinding;
 
 constexpr int last_index = 2047;
 constexpr int untouched = 4711;

@@ -9,7 +9,11 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::churn;
+using qal::test::Exchange;
+using qal::test::run_together;
+using qal::test::sized;
+using qal::test::Stress;
 
 using MpoolStress = Stress;
 

@@ -15,7 +15,10 @@
 namespace {
 
 using qal::internal::File;
-using namespace qal::test;
+using qal::test::open_descriptors;
+using qal::test::run_together;
+using qal::test::sized;
+using qal::test::Stress;
 
 using PipeStress = Stress;
 

@@ -9,7 +9,10 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::await;
+using qal::test::run_together;
+using qal::test::sized;
+using qal::test::Stress;
 
 constexpr int waiters = 64;
 

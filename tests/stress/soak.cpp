@@ -45,7 +45,11 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::File;
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::exists;
+using qal::test::names_in;
+using qal::test::open_descriptors;
+using qal::test::ScratchDir;
+using qal::test::write_file;
 
 constexpr unsigned longest_round_seconds = 60;
 constexpr int team_size = 4;

@@ -10,7 +10,11 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::await;
+using qal::test::Gate;
+using qal::test::sized;
+using qal::test::Stress;
+using qal::test::Unwinding;
 
 using ThreadStress = Stress;
 

@@ -12,7 +12,9 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::run_together;
+using qal::test::sized;
+using qal::test::Stress;
 
 using UidStress = Stress;
 

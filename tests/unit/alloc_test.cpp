@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::LogCapture;
 using testing::IsEmpty;
 
 TEST(AllocMalloc, WritesTheBlockIntoTheCallersPointer) {

@@ -14,7 +14,12 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::await;
+using qal::test::repetitions;
+using qal::test::run_together;
+using qal::test::Threads;
+using qal::test::Unwinding;
+using qal::test::Worker;
 
 constexpr std::uint32_t valid = 43981;
 constexpr std::uint32_t destroyed = 0xFFFFFFFF;

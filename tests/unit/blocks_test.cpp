@@ -27,7 +27,17 @@
 namespace {
 
 using qal::internal::File;
-using namespace qal::test;
+using qal::test::block;
+using qal::test::compressed;
+using qal::test::four_gib;
+using qal::test::header;
+using qal::test::in_child;
+using qal::test::InScratch;
+using qal::test::LogCapture;
+using qal::test::noise;
+using qal::test::number;
+using qal::test::read_file;
+using qal::test::ScratchDir;
 
 using BlocksWrite = InScratch;
 

@@ -6,7 +6,7 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::run_in_child;
 
 constexpr int as_expected = 42;
 

@@ -13,7 +13,8 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::in_child;
+using qal::test::LogCapture;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

@@ -24,7 +24,15 @@
 namespace {
 
 namespace fs = std::filesystem;
-using namespace qal::test;
+using qal::test::exists;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
+using qal::test::InScratch;
+using qal::test::Listing;
+using qal::test::LogCapture;
+using qal::test::Names;
+using qal::test::run_in_child;
+using qal::test::unset_count;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;

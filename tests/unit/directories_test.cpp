@@ -20,7 +20,12 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::clear_environment;
+using qal::test::DirectoryWorld;
+using qal::test::in_child;
+using qal::test::InScratch;
+using qal::test::LogCapture;
+using qal::test::model_directories;
 using Settings = std::map<std::string, std::string>;
 
 using TemporaryDirectoryCheck = InScratch;

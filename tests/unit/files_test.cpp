@@ -29,7 +29,16 @@ namespace {
 using qal::internal::Descriptor;
 using qal::internal::File;
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::exists;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
+using qal::test::InScratch;
+using qal::test::LogCapture;
+using qal::test::names_in;
+using qal::test::open_descriptors;
+using qal::test::read_file;
+using qal::test::ScratchDir;
+using qal::test::write_file;
 
 using FilesCheck = InScratch;
 using FilesStat = InScratch;

@@ -17,7 +17,7 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::LogCapture;
 namespace platform = qal::internal::platform;
 
 QAL_PRINTF(1, 2) std::string formatted(const char *format, ...) {

@@ -19,7 +19,7 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::LogCapture;
 using testing::IsEmpty;
 
 struct DestroyPairs {

@@ -27,7 +27,13 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::GuardedRoom;
+using qal::test::in_child;
+using qal::test::in_use;
+using qal::test::LogCapture;
+using qal::test::repetitions;
+using qal::test::run_together;
+using qal::test::Watchdog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;

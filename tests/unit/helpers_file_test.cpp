@@ -28,7 +28,14 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::clear_environment;
+using qal::test::exists;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
+using qal::test::InScratch;
+using qal::test::open_descriptors;
+using qal::test::read_file;
+using qal::test::ScratchDir;
 
 using LineCount = InScratch;
 using DirectoryScan = InScratch;

@@ -18,7 +18,7 @@
 namespace {
 
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::in_new_process;
 
 TEST(NameSanitise, ReplacesEveryCharacterOfTheSetAndNoOther) {
   const std::string set = " !\"#$'()*+,-./:<>?@[\\]^|";

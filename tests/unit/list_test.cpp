@@ -17,7 +17,14 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::elements_of;
+using qal::test::in_use;
+using qal::test::InlineLists;
+using qal::test::LogCapture;
+using qal::test::repetitions;
+using qal::test::run_together;
+using qal::test::unlinked;
+using qal::test::Watchdog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -22,7 +22,9 @@
 namespace {
 
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::expect_classes_of_the_locale;
+using qal::test::ScratchDir;
+using qal::test::TestLocale;
 
 constexpr int ascii_end = 128;
 

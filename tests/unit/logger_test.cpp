@@ -26,7 +26,11 @@ namespace {
 
 using qal::internal::File;
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::in_child;
+using qal::test::LogCapture;
+using qal::test::read_file;
+using qal::test::run_in_child;
+using qal::test::ScratchDir;
 using testing::ElementsAre;
 using testing::MatchesRegex;
 

@@ -23,7 +23,21 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::become_index;
+using qal::test::chain_from;
+using qal::test::ChildResult;
+using qal::test::churn;
+using qal::test::elements_of;
+using qal::test::Exchange;
+using qal::test::in_child;
+using qal::test::is_locked;
+using qal::test::LogCapture;
+using qal::test::next_of;
+using qal::test::PoolModel;
+using qal::test::repetitions;
+using qal::test::run_in_child;
+using qal::test::run_together;
+using qal::test::Watchdog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -13,7 +13,17 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::absolute_model;
+using qal::test::basename_model;
+using qal::test::convert_model;
+using qal::test::dirname_model;
+using qal::test::GuardedRoom;
+using qal::test::join_model;
+using qal::test::later_search;
+using qal::test::normalise_model;
+using qal::test::Normalised;
+using qal::test::Part;
+using qal::test::ScratchDir;
 using std::string;
 
 // Calls `check` with every text over `letters` of at most `longest` bytes.

@@ -23,7 +23,10 @@
 namespace {
 
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
+using qal::test::InScratch;
+using qal::test::ScratchDir;
 using ::testing::IsNull;
 
 using PathFull = InScratch;

@@ -22,7 +22,17 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::Command;
+using qal::test::exists;
+using qal::test::exit_code;
+using qal::test::expect_no_children;
+using qal::test::in_child;
+using qal::test::open_descriptors;
+using qal::test::output_of;
+using qal::test::read_file;
+using qal::test::rest_of;
+using qal::test::ScratchDir;
+using qal::test::wait_for;
 
 namespace platform = qal::internal::platform;
 

@@ -17,7 +17,13 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::elements_of;
+using qal::test::in_child;
+using qal::test::LogCapture;
+using qal::test::repetitions;
+using qal::test::run_together;
+using qal::test::unlinked;
+using qal::test::Watchdog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

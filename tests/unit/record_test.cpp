@@ -27,7 +27,9 @@ using qal::internal::read_record;
 using qal::internal::Record;
 using qal::internal::record_scan_bytes;
 using qal::internal::RecordStatus;
-using namespace qal::test;
+using qal::test::model_of;
+using qal::test::ModelRecord;
+using qal::test::ScratchDir;
 
 struct Reading {
   RecordStatus status = {};

@@ -14,7 +14,9 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::repetitions;
+using qal::test::run_together;
+using qal::test::Threads;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();

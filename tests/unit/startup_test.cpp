@@ -7,7 +7,7 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::in_new_process;
 
 // Only the first start of a process clears anything.
 TEST(Startup, ClearsACacheDirectoryThatWasSetBefore) {

@@ -24,7 +24,17 @@
 namespace {
 
 using std::string_literals::operator""s;
-using namespace qal::test;
+using qal::test::exists;
+using qal::test::in_child;
+using qal::test::in_new_process;
+using qal::test::in_unprivileged_child;
+using qal::test::LogCapture;
+using qal::test::names_in;
+using qal::test::read_file;
+using qal::test::record_text;
+using qal::test::ScratchDir;
+using qal::test::SweepWorld;
+using qal::test::vanished_pid;
 
 constexpr char pattern[] = "halix_server*.dat";
 constexpr char malformed[] = "not a record";

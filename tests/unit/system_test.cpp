@@ -13,7 +13,9 @@
 
 #include "support/child.hpp"
 
-using namespace qal::test;
+using qal::test::in_child;
+using qal::test::in_unprivileged_child;
+using qal::test::run_in_child;
 
 namespace {
 

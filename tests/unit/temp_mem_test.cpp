@@ -13,7 +13,8 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::LogCapture;
+using qal::test::run_in_child;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

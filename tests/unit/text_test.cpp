@@ -16,7 +16,11 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::classes;
+using qal::test::expect_classes_of_the_locale;
+using qal::test::GuardedText;
+using qal::test::raised;
+using qal::test::replaced_slowly;
 
 // A buffer of exactly this many bytes on the heap, so that a step past its end is noticed.
 class Buffer {

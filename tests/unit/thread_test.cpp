@@ -18,7 +18,15 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::await;
+using qal::test::Gate;
+using qal::test::in_child;
+using qal::test::in_new_process;
+using qal::test::repetitions;
+using qal::test::run_together;
+using qal::test::Threads;
+using qal::test::Unwinding;
+using qal::test::Worker;
 
 constexpr int last_index = 2047;
 constexpr int untouched = 4711;

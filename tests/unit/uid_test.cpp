@@ -18,7 +18,11 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::in_new_process;
+using qal::test::LogCapture;
+using qal::test::repetitions;
+using qal::test::run_together;
+using qal::test::Watchdog;
 using testing::IsEmpty;
 
 using Values = std::pair<uint64_t, uint64_t>;

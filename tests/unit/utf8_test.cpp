@@ -18,7 +18,7 @@
 namespace {
 
 using qal::internal::OwnedText;
-using namespace qal::test;
+using qal::test::GuardedText;
 
 struct Decoded {
   int consumed = 0;

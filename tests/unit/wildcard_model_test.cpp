@@ -14,7 +14,8 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::model_qal_fnmatch;
+using qal::test::model_zul_fnmatch;
 
 // Sanitizers and builds without optimisation are too slow for the last letter.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__OPTIMIZE__)

@@ -9,7 +9,7 @@
 
 namespace {
 
-using namespace qal::test;
+using qal::test::GuardedText;
 
 const unsigned char *bytes(const std::string &text) {
   return reinterpret_cast<const unsigned char *>(text.c_str());
