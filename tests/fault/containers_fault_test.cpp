@@ -5,11 +5,13 @@
 #include <qal/alloc.h>
 #include <qal/hash.h>
 #include <qal/list.h>
+#include <qal/logger.h>
 #include <qal/mpool.h>
 #include <qal/plist.h>
 #include <qal/startup.h>
 #include <qal/thread.h>
 #include <qal/uid.h>
+#include <sys/single_threaded.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,6 +35,9 @@
 namespace {
 
 using qal::test::allocation_report;
+using qal::test::await;
+using qal::test::Gate;
+using qal::test::Worker;
 using qal::test::become_index;
 using qal::test::cancel_state;
 using qal::test::fail_nth;
@@ -42,6 +47,7 @@ using qal::test::in_new_process;
 using qal::test::is_locked;
 using qal::test::LogCapture;
 using qal::test::run_in_child;
+using qal::test::SecondThread;
 using qal::test::Unwinding;
 
 // What a test wants to know about every call. No two threads use it at once.
@@ -371,6 +377,7 @@ TEST_F(MpoolFault, AddsTheLinkToAChunkOfAlmost4GiBIn64Bits) {
 }
 
 TEST_F(MpoolFault, AnswersWhatUnlockingAnswered) {
+  const SecondThread thread;  // so that there is something to unlock
   QalMpool *pool = qal_mpool_create(16, 2);
   void *const element = qal_mpool_alloc(pool);
   calls.unlock_fails = true;
@@ -380,6 +387,7 @@ TEST_F(MpoolFault, AnswersWhatUnlockingAnswered) {
 }
 
 TEST_F(MpoolFault, SwitchesCancellationOffAroundTheMakingOfChunksAlone) {
+  const SecondThread thread;
   for (const int before : {PTHREAD_CANCEL_ENABLE, PTHREAD_CANCEL_DISABLE}) {
     std::vector<int> in_malloc;
     std::vector<int> after_lock;
@@ -401,6 +409,103 @@ TEST_F(MpoolFault, SwitchesCancellationOffAroundTheMakingOfChunksAlone) {
     calls.on_lock = nullptr;
     qal_mpool_destroy(&pool);
   }
+}
+
+// How often mutexes are locked while an element is given back.
+int locks_of_a_free(QalMpool *pool) {
+  void *const element = qal_mpool_alloc(pool);
+  int locks = 0;
+  calls.on_lock = [&locks] { ++locks; };
+  EXPECT_EQ(qal_mpool_free(pool, element), 0);
+  calls.on_lock = nullptr;
+  return locks;
+}
+
+// Says what the C library says of the process, which need not be so.
+class Claim {
+ public:
+  explicit Claim(bool single_threaded) { __libc_single_threaded = single_threaded; }
+  ~Claim() { __libc_single_threaded = before_; }
+  Claim(const Claim &) = delete;
+  Claim &operator=(const Claim &) = delete;
+
+ private:
+  const char before_ = __libc_single_threaded;
+};
+
+TEST(MpoolLockFault, IsNotTakenInAProcessOfOneThread) {
+  in_new_process([] {
+    qal_utils_init();
+    const Claim claim(true);
+    QalMpool *pool = qal_mpool_create(16, 2);
+    EXPECT_EQ(locks_of_a_free(pool), 0);
+    EXPECT_EQ(pool->shared_count, 1);
+    EXPECT_EQ(locks_of_a_free(pool), 0);
+    EXPECT_FALSE(is_locked(pool));
+    qal_mpool_destroy(&pool);
+  });
+}
+
+TEST(MpoolLockFault, IsTakenOnceThereIsAnotherThread) {
+  in_new_process([] {
+    qal_utils_init();
+    QalMpool *pool = qal_mpool_create(16, 2);
+    const SecondThread thread;
+    EXPECT_EQ(locks_of_a_free(pool), 1);
+    qal_mpool_destroy(&pool);
+  });
+}
+
+// A forked child has one thread, but not the one that may hold the mutex.
+TEST(MpoolLockFault, IsTakenForGoodFromThenOn) {
+  in_new_process([] {
+    qal_utils_init();
+    QalMpool *pool = qal_mpool_create(16, 2);
+    {
+      const Claim claim(false);
+      EXPECT_EQ(locks_of_a_free(pool), 1);
+    }
+    const Claim claim(true);
+    EXPECT_EQ(locks_of_a_free(pool), 1);
+    qal_mpool_destroy(&pool);
+  });
+}
+
+TEST(MpoolLockFault, HeldByAThreadIsNotSkippedInAForkedChild) {
+  in_new_process([] {
+    qal_utils_init();
+    QalMpool *pool = qal_mpool_create(16, 1);
+    void *const element = qal_mpool_alloc(pool);
+    Gate gate;
+    Worker worker([&] {
+      calls.on_malloc = [&] { gate.wait(); };
+      qal_mpool_alloc(pool);
+      return 0;
+    });
+    await([&] { return gate.arrived() == 1; });
+    const auto result = run_in_child([&] {
+      const Claim claim(true);
+      alarm(patience_seconds);
+      qal_mpool_free(pool, element);
+    });
+    EXPECT_TRUE(result.killed_by(SIGALRM));
+    gate.open();
+  });
+}
+
+QalMpool *reporting = nullptr;
+int reports_with_lock = 0;
+
+void note_lock(void *, const char *, ...) { reports_with_lock += is_locked(reporting) ? 1 : 0; }
+
+TEST_F(MpoolFault, HoldsTheLockWhileItReports) {
+  in_child([] {
+    reporting = qal_mpool_create(16, 2);
+    qal_logger_init(nullptr, &note_lock, nullptr, nullptr);
+    fail_at(1);
+    EXPECT_EQ(qal_mpool_alloc(reporting), nullptr);
+    EXPECT_EQ(reports_with_lock, 4);
+  });
 }
 
 struct CancelledAllocation {
@@ -744,6 +849,35 @@ TEST_F(UidFault, HandsOutAnIdThatItCouldNotRegister) {
       EXPECT_EQ(log.lines(), chunk_report(failing == 1 ? 488 : 40008));
     });
   }
+}
+
+TEST(UidLockFault, IsNotTakenInAProcessOfOneThread) {
+  in_new_process([] {
+    qal_utils_init();
+    const Claim claim(true);
+    qal_uid_new(1, 2);  // makes the chunks
+    int locks = 0;
+    calls.on_lock = [&locks] { ++locks; };
+    const uint64_t id = qal_uid_new(3, 4);
+    EXPECT_EQ(qal_uid_find(id, nullptr, nullptr), 0);
+    EXPECT_EQ(qal_uid_destroy(id), 0);
+    EXPECT_EQ(qal_uid_next(), 3U);
+    EXPECT_EQ(locks, 0);
+  });
+}
+
+TEST(UidLockFault, IsTakenOnceThereIsAnotherThread) {
+  in_new_process([] {
+    qal_utils_init();
+    qal_uid_new(1, 2);
+    const SecondThread thread;
+    int locks = 0;
+    calls.on_lock = [&locks] { ++locks; };
+    EXPECT_EQ(qal_uid_next(), 2U);
+    EXPECT_EQ(qal_uid_find(1, nullptr, nullptr), 0);
+    EXPECT_EQ(locks, 2);
+    calls.on_lock = nullptr;
+  });
 }
 
 }  // namespace

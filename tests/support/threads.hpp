@@ -85,4 +85,23 @@ class Gate {
   int arrived_ = 0;
 };
 
+// A thread that waits as long as the object lives.
+class SecondThread {
+ public:
+  SecondThread()
+      : worker_([this] {
+          gate_.wait();
+          return 0;
+        }) {
+    await([this] { return gate_.arrived() == 1; });
+  }
+  ~SecondThread() { gate_.open(); }
+  SecondThread(const SecondThread &) = delete;
+  SecondThread &operator=(const SecondThread &) = delete;
+
+ private:
+  Gate gate_;
+  Worker worker_;
+};
+
 }  // namespace qal::test

@@ -4,6 +4,7 @@
 #include <qal/mpool.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -13,11 +14,13 @@
 
 #include "internal/no_cancellation.hpp"
 #include "internal/pool_fast_path.hpp"
+#include "internal/status_with_breakpoint.hpp"
 
 namespace {
 
 using qal::internal::FreeElement;
 using qal::internal::link_free;
+using qal::internal::locks_in_use;
 
 constexpr const char *source = "utils/libsrc/qal_mpool";
 constexpr std::uint64_t smallest_element = 16;
@@ -83,18 +86,35 @@ void *carve(const QalMpool &pool, Chunk *chunk) {
   return next;
 }
 
+// The pool's mutex, locked even where no lock is needed, because it may stay so.
+class RefillLock {
+ public:
+  explicit RefillLock(QalMpool &pool) : mutex_(pool.lock) {
+    locks_in_use = true;
+    qal_thread_mutex_lock(&mutex_);
+  }
+  void unlock() {
+    qal_thread_mutex_unlock(&mutex_);
+    locks_in_use = needed_otherwise_;
+  }
+
+ private:
+  const bool needed_otherwise_ = qal::internal::locks_needed();
+  QalThreadMutex &mutex_;
+};
+
 // A chunk's worth of elements for the calling thread's empty list, or null.
 void *refill(QalMpool &pool) {
-  qal_thread_mutex_lock(&pool.lock);
+  RefillLock lock(pool);
   if (has_shared_batch(pool)) {
     void *const batch = detach_batch(pool);
-    qal_thread_mutex_unlock(&pool.lock);
+    lock.unlock();
     return batch;
   }
   Chunk *const chunk = new_chunk(pool);
   // Deliberate: without memory the lock stays held, and whoever needs the shared list waits.
   if (!chunk) return nullptr;
-  qal_thread_mutex_unlock(&pool.lock);
+  lock.unlock();
   return carve(pool, chunk);
 }
 
@@ -117,6 +137,8 @@ std::uint32_t free_elements(const QalMpool &pool) {
 
 }  // namespace
 
+constinit std::atomic<bool> qal::internal::locks_in_use = false;
+
 void *qal::internal::pool_alloc_refilled(QalMpool &pool, unsigned index) {
   if (index >= std::size(pool.thread_free)) {
     qal_error("Bad thread index in qal_mpool_alloc\n");
@@ -127,6 +149,13 @@ void *qal::internal::pool_alloc_refilled(QalMpool &pool, unsigned index) {
   if (!batch) return nullptr;
   pool.thread_free[index] = batch->next;
   return batch;
+}
+
+int qal::internal::pool_free_locked(QalMpool &pool, void *element) {
+  start_locking();
+  status_with_breakpoint(pthread_mutex_lock(&pool.lock));
+  add_shared(pool, element);
+  return status_with_breakpoint(pthread_mutex_unlock(&pool.lock));
 }
 
 QalMpool *qal_mpool_create(uint32_t element_size, uint32_t chunk_count) {

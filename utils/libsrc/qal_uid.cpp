@@ -11,7 +11,7 @@
 
 namespace {
 
-using qal::internal::Lock;
+using qal::internal::LockIfNeeded;
 using qal::internal::Mutex;
 
 constexpr std::uint32_t keep_on_find = 0;
@@ -55,7 +55,7 @@ Record *record_in(const QalList *list, std::uint64_t id) {
 
 // False if there is a registry already.
 bool make_registry() {
-  const Lock lock(mutex);
+  const LockIfNeeded lock(mutex);
   if (uidhash) return false;
   uidhash = qal_hash_create(slot_count, records_per_chunk, sizeof(std::uint64_t), sizeof(Values),
                             keep_on_find);
@@ -69,7 +69,7 @@ int qal_uid_init() {
 }
 
 uint64_t qal_uid_new(uint64_t first, uint64_t second) {
-  const Lock lock(mutex);
+  const LockIfNeeded lock(mutex);
   const std::uint64_t id = curId++;
   const Values values{first, second};
   qal_hash_add(uidhash, slot_of(id), &id, &values);
@@ -77,7 +77,7 @@ uint64_t qal_uid_new(uint64_t first, uint64_t second) {
 }
 
 uint64_t qal_uid_next() {
-  const Lock lock(mutex);
+  const LockIfNeeded lock(mutex);
   return curId;
 }
 
@@ -85,7 +85,7 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
   const std::uint64_t key = key_of(id);
   Values values{};
   {
-    const Lock lock(mutex);
+    const LockIfNeeded lock(mutex);
     const Record *const record = uidhash ? record_in(list_of(key), key) : nullptr;
     if (!record) return QAL_STATUS_NO_ID;
     values = record->values;
@@ -97,7 +97,7 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
 
 int qal_uid_destroy(uint64_t id) {
   const std::uint64_t key = key_of(id);
-  const Lock lock(mutex);
+  const LockIfNeeded lock(mutex);
   if (!uidhash) return QAL_STATUS_OK;
   QalList *const list = list_of(key);
   Record *const record = record_in(list, key);

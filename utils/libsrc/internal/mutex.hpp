@@ -4,6 +4,8 @@
 
 #include <qal/thread.h>
 
+#include "internal/locks_needed.hpp"
+
 #ifdef __clang__
 #define QAL_THREAD_ANNOTATION(annotation) __attribute__((annotation))
 #else
@@ -42,6 +44,26 @@ class QAL_THREAD_ANNOTATION(scoped_lockable) Lock {
 
  private:
   Mutex &mutex_;
+};
+
+// The same where no lock is needed in a process of one thread.
+class QAL_THREAD_ANNOTATION(scoped_lockable) LockIfNeeded {
+ public:
+  explicit LockIfNeeded(Mutex &mutex) QAL_THREAD_ANNOTATION(acquire_capability(mutex))
+      QAL_THREAD_ANNOTATION(no_thread_safety_analysis)
+      : locked_(locks_needed() ? &mutex : nullptr) {
+    if (!locked_) return;
+    start_locking();
+    locked_->lock();
+  }
+  ~LockIfNeeded() QAL_THREAD_ANNOTATION(release_capability()) {
+    if (locked_) locked_->unlock();
+  }
+  LockIfNeeded(const LockIfNeeded &) = delete;
+  LockIfNeeded &operator=(const LockIfNeeded &) = delete;
+
+ private:
+  Mutex *const locked_;
 };
 
 }  // namespace qal::internal

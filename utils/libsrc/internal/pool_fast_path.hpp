@@ -6,7 +6,7 @@
 #include <iterator>
 #include <new>
 
-#include "internal/status_with_breakpoint.hpp"
+#include "internal/locks_needed.hpp"
 #include "internal/thread_index.hpp"
 
 namespace qal::internal {
@@ -34,12 +34,19 @@ inline void *pool_alloc(QalMpool *pool) {
   return head;
 }
 
+inline void add_shared(QalMpool &pool, void *element) {
+  pool.shared_free = link_free(element, pool.shared_free);
+  ++pool.shared_count;
+}
+
+// As pool_free, where a lock is needed. Inlined, it would have the fast path save registers.
+[[gnu::noinline]] int pool_free_locked(QalMpool &pool, void *element);
+
 inline int pool_free(QalMpool *pool, void *element) {
   if (!pool || !element) return QAL_MPOOL_FAILED;
-  status_with_breakpoint(pthread_mutex_lock(&pool->lock));
-  pool->shared_free = link_free(element, pool->shared_free);
-  ++pool->shared_count;
-  return status_with_breakpoint(pthread_mutex_unlock(&pool->lock));
+  if (locks_needed()) return pool_free_locked(*pool, element);
+  add_shared(*pool, element);
+  return QAL_MPOOL_OK;
 }
 
 }  // namespace qal::internal

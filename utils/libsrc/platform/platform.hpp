@@ -50,6 +50,10 @@ const int *upper_case_of_ascii(int (&room)[ascii_count]);
 // that by itself. It may stop anywhere. The caller reads and writes the rest and sees any error.
 void copy_in_kernel(int from, int to);
 
+// Not 0 while the process has one thread, as far as the system knows: it changes this when a thread
+// is started. Always 0 where the system does not say.
+extern const char &single_threaded;
+
 // Overwrites a secret, even where the optimiser would leave that out.
 void clear_secret(void *secret, std::size_t size);
 

@@ -1,8 +1,12 @@
-// Linux: pipes, commands, error texts, the upper-case table, copying in the kernel, wiping of
-// secrets.
+// Linux: pipes, commands, error texts, the upper-case table, copying in the kernel, whether there
+// are threads, wiping of secrets.
 #include <ctype.h>
 #include <fcntl.h>
 #include <unistd.h>
+
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#endif
 
 #include <cstddef>
 #include <cstdio>
@@ -36,6 +40,13 @@ void copy_in_kernel(int from, int to) {
              [&] { return copy_file_range(from, nullptr, to, nullptr, at_once, 0); }) > 0) {
   }
 }
+
+#if __has_include(<sys/single_threaded.h>)
+constinit const char &single_threaded = __libc_single_threaded;
+#else  // other C libraries do not say
+constexpr char unknown = 0;
+constinit const char &single_threaded = unknown;
+#endif
 
 void clear_secret(void *secret, std::size_t size) { explicit_bzero(secret, size); }
 

@@ -37,6 +37,10 @@ const int *upper_case_of_ascii(int (&room)[ascii_count]) {
 // Does nothing: the system's call does not say how much it has copied when it fails.
 void copy_in_kernel(int /*from*/, int /*to*/) {}
 
+// Its C library does not say.
+constexpr char unknown = 0;
+constinit const char &single_threaded = unknown;
+
 void clear_secret(void *secret, std::size_t size) { memset_s(secret, size, 0, size); }
 
 // The system has nothing for it that a program may rely on.
