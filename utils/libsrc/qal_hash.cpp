@@ -9,83 +9,40 @@
 #include <cstdio>
 #include <cstring>
 #include <span>
-#include <type_traits>
+
+#include "internal/hash_search.hpp"
+#include "internal/list_elements.hpp"
 
 namespace {
 
+using qal::internal::copy_bytes;
+using qal::internal::data_bytes;
+using qal::internal::data_of;
+using qal::internal::find_in;
+using qal::internal::first_record;
+using qal::internal::key_bytes;
+using qal::internal::list_at;
+using qal::internal::take_record;
+using qal::internal::with_size;
+
 constexpr const char *source = "utils/libsrc/qal_hash";
 constexpr std::int32_t pooled_headers = 1;
-
-std::size_t key_bytes(const QalHash &table) { return static_cast<std::size_t>(table.key_size); }
-
-std::size_t data_bytes(const QalHash &table) { return static_cast<std::size_t>(table.data_size); }
-
-std::byte *data_of(const QalHash &table, void *record) {
-  return static_cast<std::byte *>(record) + key_bytes(table);
-}
-
-bool is_missing(const void *bytes, std::int32_t size) { return !bytes && size > 0; }
 
 bool has_slot(const QalHash &table, std::int32_t slot) {
   return slot >= 0 && slot < table.num_slots;
 }
 
-QalList *&list_at(QalHash &table, std::int32_t slot) { return table.slots[slot]; }
+bool is_missing(const void *bytes, std::int32_t size) { return !bytes && size > 0; }
 
 std::span<QalList *> slots_of(QalHash &table) {
   return {table.slots, static_cast<std::size_t>(table.num_slots)};
 }
 
-template <typename Use>
-[[gnu::noinline]] auto with_any_size(std::size_t size, const Use &use) {
-  return use(size);
-}
-
-// Calls `use` with a compile-time constant for the usual sizes, so that memcpy and memcmp of those
-// are compiled inline.
-template <typename Use>
-[[gnu::always_inline]] inline auto with_size(std::size_t size, const Use &use) {
-  switch (size) {
-    case 4:
-      return use(std::integral_constant<std::size_t, 4>{});
-    case 8:
-      return use(std::integral_constant<std::size_t, 8>{});
-    case 16:
-      return use(std::integral_constant<std::size_t, 16>{});
-    default:
-      return with_any_size(size, use);
-  }
-}
-
-[[gnu::always_inline]] inline void copy_bytes(void *to, const void *from, std::size_t size) {
-  if (size == 0) return;
-  with_size(size, [=](auto bytes) { std::memcpy(to, from, bytes); });
-}
-
-template <typename Size>
-void *first_record(const QalList *list, const void *key, Size size) {
-  for (void *record = qal_list_first(list); record; record = qal_list_next(record)) {
-    if (std::memcmp(record, key, size) == 0) return record;
-  }
-  return nullptr;
-}
-
-// The first record of the list with that key, or null.
-[[gnu::always_inline]] inline void *find_record(const QalHash &table, const QalList *list,
-                                                const void *key) {
-  const std::size_t size = key_bytes(table);
-  if (size == 0) return qal_list_first(list);
-  return with_size(size, [=](auto bytes) { return first_record(list, key, bytes); });
-}
-
-[[gnu::always_inline]] inline void copy_data(const QalHash &table, void *record, void *data_out) {
-  if (data_out) copy_bytes(data_out, data_of(table, record), data_bytes(table));
-}
-
-[[gnu::noinline]] void take_record(QalHash &table, QalList *list, void *record, void *data_out) {
-  copy_data(table, record, data_out);
-  qal_list_remove(list, record);
-  qal_list_free2(table.pool, record);
+void *find_record(const QalHash &table, const QalList *list, const void *key) {
+  constexpr auto find = [](auto size, const QalList *in, const void *wanted) {
+    return first_record(size, in, wanted);
+  };
+  return with_size(key_bytes(table), find, list, key);
 }
 
 void empty_slots(QalHash &table) {
@@ -140,6 +97,12 @@ void print_key(const QalHash &table, const void *record) {
 
 }  // namespace
 
+void qal::internal::take_record(const QalHash &table, QalList *list, void *record, void *data_out) {
+  copy_data(table, data_of(table, record), data_out);
+  ListLinks{*list}.remove(element_of(record));
+  list_free(table.pool, record);
+}
+
 QalHash *qal_hash_create(int32_t num_slots, int32_t chunk_count, int32_t key_size,
                          int32_t data_size, uint32_t remove_on_find) {
   if (num_slots < 1 || chunk_count < 1 || key_size < 0 || data_size < 0) return nullptr;
@@ -188,36 +151,32 @@ int qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data
   QalList *&list = list_at(*table, slot);
   if (!list) list = qal_list_create(table->pool);
   if (!list) return QAL_STATUS_NO_MEMORY;
-  void *const record = qal_list_alloc2(table->pool);
+  void *const record = qal::internal::list_alloc(table->pool);
   if (!record) return QAL_STATUS_NO_MEMORY;
   copy_bytes(record, key, key_bytes(*table));
   copy_bytes(data_of(*table, record), data, data_bytes(*table));
-  qal_list_append(list, record);
+  qal::internal::ListLinks{*list}.append(qal::internal::element_of(record));
   return QAL_STATUS_OK;
 }
 
 int qal_hash_find(QalHash *table, int32_t slot, const void *key, void *data_out) {
   if (!table || !has_slot(*table, slot) || is_missing(key, table->key_size))
     return QAL_HASH_NOT_FOUND;
-  QalList *const list = list_at(*table, slot);
-  void *const record = find_record(*table, list, key);
-  if (!record) return QAL_HASH_NOT_FOUND;
-  if (table->remove_on_find) {
-    take_record(*table, list, record, data_out);
-  } else {
-    copy_data(*table, record, data_out);
-  }
-  return QAL_HASH_FOUND;
+  constexpr auto find = [](auto... arguments) { return find_in(arguments...); };
+  return with_size(key_bytes(*table), find, table, list_at(*table, slot), key, data_out);
 }
 
 int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void *data_out) {
   if (!table) return QAL_STATUS_OK;
   if (!has_slot(*table, slot) || is_missing(key, table->key_size)) return QAL_STATUS_INVALID;
-  QalList *const list = list_at(*table, slot);
-  void *const record = find_record(*table, list, key);
-  if (!record) return QAL_STATUS_INVALID;
-  take_record(*table, list, record, data_out);
-  return QAL_STATUS_OK;
+  constexpr auto remove = [](auto size, QalHash *in, QalList *list, const void *wanted,
+                             void *data) {
+    std::byte *const record = first_record(size, list, wanted);
+    if (!record) return int{QAL_STATUS_INVALID};
+    take_record(*in, list, record, data);
+    return int{QAL_STATUS_OK};
+  };
+  return with_size(key_bytes(*table), remove, table, list_at(*table, slot), key, data_out);
 }
 
 int qal_hash_merge(QalHash *dst, QalHash *src, QalHashMergeFunc callback, void *user) {

@@ -3,12 +3,11 @@
 #include <qal/list.h>
 #include <qal/mpool.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <new>
 
-#include "internal/chain.hpp"
+#include "internal/list_elements.hpp"
 #include "internal/merge_sort.hpp"
 #include "internal/pool_fast_path.hpp"
 
@@ -17,44 +16,13 @@ namespace {
 constexpr const char *source = "utils/libsrc/qal_list";
 constexpr std::uint32_t headers_per_chunk = 20;
 
-// The links in front of a payload.
-struct Element {
-  Element *prev, *next;
-};
-static_assert(offsetof(Element, prev) == 0);
-static_assert(offsetof(Element, next) == 8);
-static_assert(sizeof(Element) == 16);
-
+using qal::internal::element_of;
+using qal::internal::ElementChain;
+using qal::internal::payload_of;
 using qal::internal::pool_alloc;
 using qal::internal::pool_free;
-using ElementChain = qal::internal::Chain<Element>;
-
-Element *element_of(void *payload) {
-  return payload ? static_cast<Element *>(payload) - 1 : nullptr;
-}
-
-void *payload_of(Element *element) { return element ? element + 1 : nullptr; }
-
-ElementChain chain_of(const QalList &list) {
-  return {element_of(list.first), element_of(list.last)};
-}
-
-void store(QalList &list, const ElementChain &chain) {
-  list.first = payload_of(chain.first);
-  list.last = payload_of(chain.last);
-}
-
-// Reads the ends of a list once and stores them in the list when it is destroyed.
-class Links : public ElementChain {
- public:
-  explicit Links(QalList &list) : ElementChain(chain_of(list)), list_(list) {}
-  ~Links() { store(list_, *this); }
-  Links(const Links &) = delete;
-  Links &operator=(const Links &) = delete;
-
- private:
-  QalList &list_;
-};
+using Element = qal::internal::ListElement;
+using Links = qal::internal::ListLinks;
 
 void *room_for_header(const QalListPool &pool) {
   if (pool.use_header_pool) return pool_alloc(pool.header_pool);
@@ -117,23 +85,13 @@ void qal_list_destroy(QalList **list_address) {
 
 void *qal_list_alloc(QalList *list) { return list ? qal_list_alloc2(list->pool) : nullptr; }
 
-void *qal_list_alloc2(QalListPool *pool) {
-  if (!pool) return nullptr;
-  void *const room = pool_alloc(pool->element_pool);
-  if (!room) return nullptr;
-  return payload_of(::new (room) Element{});
-}
+void *qal_list_alloc2(QalListPool *pool) { return qal::internal::list_alloc(pool); }
 
 void qal_list_free(QalList *list, void *payload) {
   if (list) qal_list_free2(list->pool, payload);
 }
 
-void qal_list_free2(QalListPool *pool, void *payload) {
-  if (!pool || !payload) return;
-  Element *const element = element_of(payload);
-  ::new (element) Element{};
-  pool_free(pool->element_pool, element);
-}
+void qal_list_free2(QalListPool *pool, void *payload) { qal::internal::list_free(pool, payload); }
 
 void qal_list_prepend(QalList *list, void *payload) {
   if (!list || !payload) return;
@@ -171,13 +129,15 @@ void qal_list_concat(QalList *dst, QalList *src) {
   Links{*dst}.concat(moved);
 }
 
-uint32_t qal_list_length(const QalList *list) { return list ? chain_of(*list).length() : 0; }
+uint32_t qal_list_length(const QalList *list) {
+  return list ? qal::internal::chain_of(*list).length() : 0;
+}
 
 void qal_list_sort(QalList *list, QalListCompare compare) {
   if (!list || !compare) return;
   // Not a guard: it would have to store the ends if a comparison threw, which costs registers.
-  ElementChain chain = chain_of(*list);
+  ElementChain chain = qal::internal::chain_of(*list);
   qal::internal::merge_sort(
       chain, [=](const Element *p, const Element *q) { return compare(p + 1, q + 1) > 0; });
-  store(*list, chain);
+  qal::internal::store(*list, chain);
 }
