@@ -22,6 +22,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +41,8 @@ using qal::test::Gate;
 using qal::test::Worker;
 using qal::test::become_index;
 using qal::test::cancel_state;
+using qal::test::fail_all;
+using qal::test::fail_from;
 using qal::test::fail_nth;
 using qal::test::Fault;
 using qal::test::in_child;
@@ -53,6 +56,7 @@ using qal::test::Unwinding;
 // What a test wants to know about every call. No two threads use it at once.
 struct Calls {
   Fault allocation;
+  Fault index_node;
   std::vector<std::string> made;    // the checked calls in their order, as `told` writes them
   std::map<void *, int> live;       // blocks not freed yet, each with the line that made it
   std::function<void()> on_malloc;  // called within a checked allocation
@@ -75,6 +79,7 @@ std::string told(const char *call, const char *label, int line, const char *file
 
 extern "C" {
 void *__real_malloc(std::size_t size);
+void *__real_calloc(std::size_t count, std::size_t size);
 void __real_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file);
 void __real_qal_free(void *block, int line, const char *file);
 int __real_qal_thread_mutex_init(QalThreadMutex *mutex);
@@ -84,6 +89,10 @@ int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
 
 void *__wrap_malloc(std::size_t size) {
   return calls.allocation.strikes() ? nullptr : __real_malloc(size);
+}
+
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+  return calls.index_node.strikes() ? nullptr : __real_calloc(count, size);
 }
 
 void __wrap_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file) {
@@ -792,6 +801,7 @@ TEST_F(HashPairsFault, NamesThePlaceOfEachBlock) {
 TEST_F(HashPairsFault, FreesARecordWithoutATable) {
   QalHashPairs *pairs = qal_hash_pairs_create(6, 3, 4, 0);
   qal_hash_destroy(&pairs->table);
+  EXPECT_EQ(qal_hash_pairs_find(pairs, 1, 2, nullptr), 0);
   made_since();
   qal_hash_pairs_destroy(&pairs);
   EXPECT_THAT(made_since(), ElementsAre("free 545 qal_hash of 484"));
@@ -847,6 +857,50 @@ TEST_F(UidFault, HandsOutAnIdThatItCouldNotRegister) {
       EXPECT_EQ(qal_uid_find(id, &first, &second), 4);
       EXPECT_EQ(qal_uid_destroy(id), 6);
       EXPECT_EQ(log.lines(), chunk_report(failing == 1 ? 488 : 40008));
+    });
+  }
+}
+
+// Beside a map, over growing and shrinking numbers of ids.
+void use_ids_at_random(int steps) {
+  std::mt19937_64 random(1);
+  std::map<uint64_t, uint64_t> model;
+  for (int step = 0; step < steps; ++step) {
+    const bool shrinks = step / 2000 % 2 != 0;
+    const uint64_t wanted = 1 + random() % qal_uid_next();
+    if (random() % 3 == 0) {
+      uint64_t value = 0;
+      const auto known = model.find(wanted);
+      EXPECT_EQ(qal_uid_find(wanted, &value, nullptr), known == model.end() ? 4 : 0);
+      EXPECT_EQ(value, known == model.end() ? 0 : known->second);
+    } else if (random() % 4 < (shrinks ? 1U : 3U)) {
+      const uint64_t value = random();
+      model.emplace(qal_uid_new(value, 0), value);
+    } else {
+      const auto known = model.lower_bound(wanted);
+      EXPECT_EQ(qal_uid_destroy(known == model.end() ? wanted : known->first),
+                known == model.end() ? 6 : 0);
+      if (known != model.end()) model.erase(known);
+    }
+  }
+  for (uint64_t id = 1; id < qal_uid_next(); ++id) {
+    EXPECT_EQ(qal_uid_find(id, nullptr, nullptr), model.count(id) == 1 ? 0 : 4);
+  }
+}
+
+TEST_F(UidFault, FindsAndRetiresIdsWhateverPartOfTheirIndexIsMissing) {
+  constexpr int steps = 6000;
+  for (const Fault &fault :
+       {Fault{}, fail_all(ENOMEM), fail_nth(1, ENOMEM), fail_nth(2, ENOMEM), fail_nth(3, ENOMEM),
+        fail_from(4, ENOMEM), Fault{.error = ENOMEM, .first = 5, .how_many = 3}}) {
+    in_new_process([&fault] {
+      qal_utils_init();
+      const LogCapture log;
+      calls = Calls{};
+      calls.index_node = fault;
+      use_ids_at_random(steps);
+      EXPECT_GE(calls.index_node.calls, 5);
+      EXPECT_THAT(log.lines(), IsEmpty());
     });
   }
 }

@@ -4,6 +4,7 @@
 #include <qal/uid.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -12,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "internal/id_index.hpp"
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
 #include "support/threads.hpp"
@@ -181,6 +183,40 @@ TEST_F(UidOperations, BehaveAsAMapOverRandomSequences) {
     }
   }
   for (uint64_t id = start; id < next; ++id) EXPECT_EQ(found(id).has_value(), model.count(id) == 1);
+}
+
+TEST_F(UidFind, FindsEachOfManyIds) {
+  const uint64_t start = qal_uid_next();
+  constexpr uint64_t many = 70'000;
+  for (uint64_t i = 0; i < many; ++i) qal_uid_new(i, ~i);
+  for (uint64_t i = 0; i < many; ++i) {
+    if (i % 1000 != 7) {
+      EXPECT_EQ(qal_uid_destroy(start + i), 0);
+    }
+  }
+  for (uint64_t i = 0; i < many; ++i) {
+    EXPECT_EQ(found(start + i), i % 1000 == 7 ? std::optional(Values(i, ~i)) : std::nullopt);
+  }
+}
+
+// An id of random length, near a few others.
+uint64_t any_id(std::mt19937_64 &random) { return (random() % 3 << random() % 62) + random() % 4; }
+
+TEST(UidIndex, LeadsToWhatAMapHoldsOverRandomSequences) {
+  static qal::internal::IdIndex<int> index;
+  std::array<int, 16> records{};
+  std::mt19937_64 random(1);
+  std::map<uint64_t, int *> model;
+  for (int step = 0; step < 20000; ++step) {
+    const uint64_t id = any_id(random);
+    int *const record = random() % 3 == 0 ? nullptr : &records[random() % records.size()];
+    EXPECT_TRUE(index.set(id, record));
+    model[id] = record;
+    const uint64_t other = any_id(random);
+    const auto known = model.find(other);
+    EXPECT_EQ(index.find(other), known == model.end() ? nullptr : known->second);
+  }
+  for (const auto &[id, record] : model) EXPECT_EQ(index.find(id), record);
 }
 
 TEST_F(UidThreads, NeverShareAnId) {

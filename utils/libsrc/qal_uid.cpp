@@ -7,12 +7,16 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "internal/hash_search.hpp"
+#include "internal/id_index.hpp"
 #include "internal/mutex.hpp"
 
 namespace {
 
+using qal::internal::IdIndex;
 using qal::internal::LockIfNeeded;
 using qal::internal::Mutex;
+using qal::internal::take_record;
 
 constexpr std::uint32_t keep_on_find = 0;
 constexpr std::int32_t slot_count = 1000;
@@ -36,6 +40,8 @@ static_assert(sizeof(Record) == 24);
 Mutex mutex;
 std::uint64_t curId QAL_GUARDED_BY(mutex) = 1;
 QalHash *uidhash QAL_GUARDED_BY(mutex) = nullptr;
+IdIndex<Record> index_of_ids QAL_GUARDED_BY(mutex);
+bool index_is_whole QAL_GUARDED_BY(mutex) = true;  // false once there was no memory for it
 
 std::int32_t slot_of(std::uint64_t id) { return static_cast<std::int32_t>(id % slot_count); }
 
@@ -51,6 +57,12 @@ Record *record_in(const QalList *list, std::uint64_t id) {
   while (at && static_cast<Record *>(at)->id > id) at = qal_list_prev(at);
   auto *const record = static_cast<Record *>(at);
   return record && record->id == id ? record : nullptr;
+}
+
+// The record with that id, or null.
+Record *find_record(std::uint64_t id) QAL_REQUIRES(mutex) {
+  Record *const record = index_of_ids.find(id);
+  return record || index_is_whole ? record : record_in(list_of(id), id);
 }
 
 // False if there is a registry already.
@@ -72,7 +84,9 @@ uint64_t qal_uid_new(uint64_t first, uint64_t second) {
   const LockIfNeeded lock(mutex);
   const std::uint64_t id = curId++;
   const Values values{first, second};
-  qal_hash_add(uidhash, slot_of(id), &id, &values);
+  if (!uidhash || qal_hash_add(uidhash, slot_of(id), &id, &values) != QAL_STATUS_OK) return id;
+  auto *const record = static_cast<Record *>(qal_list_last(list_of(id)));
+  if (!index_of_ids.set(id, record)) index_is_whole = false;
   return id;
 }
 
@@ -86,7 +100,7 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
   Values values{};
   {
     const LockIfNeeded lock(mutex);
-    const Record *const record = uidhash ? record_in(list_of(key), key) : nullptr;
+    const Record *const record = uidhash ? find_record(key) : nullptr;
     if (!record) return QAL_STATUS_NO_ID;
     values = record->values;
   }
@@ -99,10 +113,9 @@ int qal_uid_destroy(uint64_t id) {
   const std::uint64_t key = key_of(id);
   const LockIfNeeded lock(mutex);
   if (!uidhash) return QAL_STATUS_OK;
-  QalList *const list = list_of(key);
-  Record *const record = record_in(list, key);
+  Record *const record = find_record(key);
   if (!record) return QAL_STATUS_INVALID;
-  qal_list_remove(list, record);
-  qal_list_free(list, record);
+  index_of_ids.set(key, nullptr);
+  take_record(*uidhash, list_of(key), record, nullptr);
   return QAL_STATUS_OK;
 }
