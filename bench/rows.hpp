@@ -9,7 +9,18 @@
 #include <string>
 #include <vector>
 
+// Some programs are built once more under other conditions, which their rows are called after.
+#ifndef VARIANT
+#define VARIANT ""
+#endif
+// What their peers are called after, where these are built anew as well.
+#ifndef BESIDE
+#define BESIDE ""
+#endif
+
 namespace qal::bench {
+
+constexpr bool is_variant = sizeof VARIANT > 1;
 
 using Work = void (*)(benchmark::State &);
 

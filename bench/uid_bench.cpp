@@ -17,6 +17,7 @@ namespace {
 
 using benchmark::State;
 using qal::bench::curve;
+using qal::bench::is_variant;
 using qal::bench::row;
 using Id = std::uint64_t;
 
@@ -94,14 +95,9 @@ void find_among(State &state, std::int64_t count) {
   for (auto _ : state) benchmark::DoNotOptimize(live.ids().find(drawn[at++ % drawn.size()]));
 }
 
-template <typename Ids>
-void find_among_1e3(State &state) {
-  find_among<Ids>(state, 1000);
-}
-
-template <typename Ids>
-void find_among_1e5(State &state) {
-  find_among<Ids>(state, 100'000);
+template <typename Ids, std::int64_t count>
+void find_among(State &state) {
+  find_among<Ids>(state, count);
 }
 
 template <typename Ids>
@@ -125,18 +121,24 @@ void newest_growing(State &state) {
   newest<Ids>(state, state.range(0));
 }
 
+template <std::int64_t count>
+void find_row(const char *capability) {
+  row(capability, {{"qal", find_among<Registry, count>},
+                   {"locked std::map", find_among<Tree, count>},
+                   {"locked std::unordered_map", find_among<Hash, count>}});
+}
+
 const bool registered = [] {
-  row("unique id, find among 1e3", {{"qal", find_among_1e3<Registry>},
-                                    {"locked std::map", find_among_1e3<Tree>},
-                                    {"locked std::unordered_map", find_among_1e3<Hash>}});
-  row("unique id, find among 1e5", {{"qal", find_among_1e5<Registry>},
-                                    {"locked std::map", find_among_1e5<Tree>},
-                                    {"locked std::unordered_map", find_among_1e5<Hash>}});
-  row("unique id, new and destroy the newest",
+  find_row<1000>("unique id, find among 1e3" VARIANT);
+  row("unique id, new and destroy the newest" VARIANT,
       {{"qal", newest_among_1e3<Registry>},
        {"locked std::map", newest_among_1e3<Tree>},
        {"locked std::unordered_map", newest_among_1e3<Hash>}});
-  const std::vector<std::int64_t> sizes{100, 1000, 10'000, 100'000};
+  if (is_variant) return true;
+  find_row<100'000>("unique id, find among 1e5");
+  row("unique id, find among 1e7", {{"qal", find_among<Registry, 10'000'000>},
+                                    {"locked std::unordered_map", find_among<Hash, 10'000'000>}});
+  const std::vector<std::int64_t> sizes{100, 1000, 10'000, 100'000, 1'000'000};
   curve("unique id, find", sizes,
         {{"qal", find_growing<Registry>}, {"locked std::map", find_growing<Tree>}});
   curve("unique id, new and destroy the newest, growing", sizes,
