@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 
 namespace qal::internal {
 
@@ -24,48 +25,41 @@ class IdIndex {
 
   // Null takes the id out. Returns false without memory, and then the record is not set.
   bool set(std::uint64_t id, Record *record) {
-    if (newest_ && id >> digit_bits == newest_prefix_) {
-      newest_->put(digit(id, 0), record);
-      return true;
-    }
-    if (record && newest_) forget_newest();
     while (!reaches(id)) {
-      if (!grow()) return false;
+      if (levels_ == most_levels || !grow()) return false;
     }
     return set_below(root_, levels_, id, record);
   }
 
  private:
   static constexpr unsigned digit_bits = 8;
-  static constexpr unsigned most_levels = 64 / digit_bits;
+  static constexpr unsigned most_levels = 7;  // enough for 10^16 ids
   static constexpr std::size_t fan_out = std::size_t{1} << digit_bits;
 
   struct Node {
     std::array<void *, fan_out> below;  // nodes or, at level 0, records
     std::size_t used;                   // how many are not null
-
-    void put(std::size_t at, void *what) {
-      used -= below[at] ? 1 : 0;
-      used += what ? 1 : 0;
-      below[at] = what;
-    }
   };
 
   static std::size_t digit(std::uint64_t id, unsigned level) {
     return (id >> digit_bits * level) % fan_out;
   }
 
-  static Node *new_node() { return static_cast<Node *>(std::calloc(1, sizeof(Node))); }
+  bool reaches(std::uint64_t id) const { return id >> digit_bits * levels_ == 0; }
 
-  bool reaches(std::uint64_t id) const {
-    return levels_ == most_levels || id >> digit_bits * levels_ == 0;
+  // An empty node holds nothing but nulls, so the next one can be made of it: the newest id may
+  // come and go.
+  Node *new_node() {
+    Node *const spare = std::exchange(spare_, nullptr);
+    return spare ? spare : static_cast<Node *>(std::calloc(1, sizeof(Node)));
   }
 
   // Adds a level on top.
   bool grow() {
     Node *const top = new_node();
     if (!top) return false;
-    top->put(0, root_);
+    top->below[0] = root_;
+    top->used = root_ ? 1 : 0;
     root_ = top;
     ++levels_;
     return true;
@@ -80,31 +74,20 @@ class IdIndex {
     if (!place) place = new_node();
     auto *const node = static_cast<Node *>(place);
     if (!node) return false;
-    void *next = node->below[digit(id, levels - 1)];
-    const bool is_set = set_below(next, levels - 1, id, record);
-    node->put(digit(id, levels - 1), next);
-    if (levels == 1 && record) {
-      newest_ = node;
-      newest_prefix_ = id >> digit_bits;
-    }
+    void *&below = node->below[digit(id, levels - 1)];
+    const bool was_used = below != nullptr;
+    const bool is_set = set_below(below, levels - 1, id, record);
+    node->used += (below ? 1U : 0U) - (was_used ? 1U : 0U);
     if (node->used == 0) {
-      std::free(node);
+      std::free(std::exchange(spare_, node));
       place = nullptr;
     }
     return is_set;
   }
 
-  // That node stayed even while it was empty: the newest id may come and go.
-  void forget_newest() {
-    const bool is_empty = newest_->used == 0;
-    newest_ = nullptr;
-    if (is_empty) set_below(root_, levels_, newest_prefix_ << digit_bits, nullptr);
-  }
-
   void *root_ = nullptr;
   unsigned levels_ = 0;
-  Node *newest_ = nullptr;  // the node in which a record was set last
-  std::uint64_t newest_prefix_ = 0;
+  Node *spare_ = nullptr;
 };
 
 }  // namespace qal::internal
