@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <qal/barrier.h>
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cerrno>
@@ -102,6 +103,28 @@ class BarrierPatience : public BarrierFault {
     Patience patience(UINT_MAX);
     while (patience.lasts()) continue;
     return turns - before;
+  }
+
+  // The same after a sleep of this length, in the one wait of nine that is not short.
+  static int turns_after_sleep(microseconds length) {
+    sleep_in_a_crowd(length);
+    int most = 0;
+    for (int i = 0; i < 9; ++i) most = std::max(most, turns_in_a_crowd());
+    return most;
+  }
+
+ private:
+  // Waits at a barrier until its sleep is over.
+  static void sleep_in_a_crowd(microseconds length) {
+    QalThreadBarrier barrier;
+    ASSERT_EQ(qal_thread_barrier_init(&barrier), 0);
+    calls.instead_of_wait = [=](QalThreadCond *, QalThreadMutex *) {
+      still_clock.now += length;
+      return EINVAL;
+    };
+    EXPECT_EQ(qal_thread_barrier(&barrier, UINT_MAX), -1);
+    calls.instead_of_wait = nullptr;
+    EXPECT_EQ(qal_thread_barrier_destroy(&barrier), 0);
   }
 };
 
@@ -227,34 +250,91 @@ TEST_F(BarrierFault, IgnoresAnUnlockingThatThePlatformRefuses) {
   EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
 }
 
+TEST_F(BarrierPatience, LastsForAHundredMicrosecondsAtFirst) {
+  in_new_process([] {
+    still_clock.turn = microseconds{10};
+    EXPECT_EQ(turns_in_a_crowd(), 10);
+  });
+}
+
 TEST_F(BarrierPatience, GivesEightTurnsThatAreNotLong) {
   in_new_process([] {
-    EXPECT_EQ(turns_in_a_crowd(), 8);
     still_clock.turn = microseconds{100};
     EXPECT_EQ(turns_in_a_crowd(), 8);
   });
 }
 
-TEST_F(BarrierPatience, RestsTwentyTimesAsLongAsALongTurnTook) {
+TEST_F(BarrierPatience, IsShortEightTimesAfterItWasInVain) {
+  in_new_process([] {
+    still_clock.turn = microseconds{10};
+    for (int cycle = 0; cycle < 3; ++cycle) {
+      EXPECT_EQ(turns_in_a_crowd(), 10);
+      for (int i = 0; i < 8; ++i) EXPECT_EQ(turns_in_a_crowd(), 8);
+    }
+  });
+}
+
+// A wait that the others end in time does not count as one in vain.
+TEST_F(BarrierPatience, StaysAsItIsWhileTheOthersComeInTime) {
+  in_new_process([] {
+    still_clock.turn = microseconds{10};
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(Patience(UINT_MAX).lasts());
+    EXPECT_EQ(turns_in_a_crowd(), 10);
+  });
+}
+
+TEST_F(BarrierPatience, LastsForAsLongAsTheLastSleepTook) {
+  in_new_process([] {
+    still_clock.turn = microseconds{1};
+    for (const int length : {30, 15, 30, 60, 100}) {
+      EXPECT_EQ(turns_after_sleep(microseconds{length}), length);
+    }
+  });
+}
+
+TEST_F(BarrierPatience, AtMostDoublesAfterALongSleep) {
+  in_new_process([] {
+    still_clock.turn = microseconds{1};
+    EXPECT_EQ(turns_after_sleep(microseconds{20}), 20);
+    for (const int turns_after : {40, 80, 100, 100}) {
+      EXPECT_EQ(turns_after_sleep(microseconds{5000}), turns_after);
+    }
+  });
+}
+
+TEST_F(BarrierPatience, GrowsAgainAfterSleepsThatTookNoTime) {
+  in_new_process([] {
+    still_clock.turn = microseconds{1};
+    EXPECT_EQ(turns_after_sleep(microseconds{0}), 8);
+    for (const int turns_after : {8, 8, 8, 16, 32}) {
+      EXPECT_EQ(turns_after_sleep(microseconds{5000}), turns_after);
+    }
+  });
+}
+
+TEST_F(BarrierPatience, RestsAsLongAsALongTurnTook) {
   in_new_process([] {
     still_clock.turn = microseconds{200};
     EXPECT_EQ(turns_in_a_crowd(), 1);
     EXPECT_EQ(turns_in_a_crowd(), 0);
-    still_clock.turn = microseconds{0};
-    still_clock.now += microseconds{3999};
+    still_clock.turn = microseconds{10};
+    still_clock.now += microseconds{199};
     EXPECT_EQ(turns_in_a_crowd(), 0);
     still_clock.now += microseconds{1};
-    EXPECT_EQ(turns_in_a_crowd(), 8);
+    EXPECT_EQ(turns_in_a_crowd(), 10);
   });
 }
 
 TEST_F(BarrierPatience, SpinsForAMicrosecondWhenEverybodyHasAProcessor) {
   in_new_process([] {
+    still_clock.turn = microseconds{100};
     const int before = turns;
     Patience patience(1);
     for (int i = 0; i < 100; ++i) EXPECT_TRUE(patience.lasts());
     EXPECT_EQ(turns, before);
     still_clock.now += microseconds{1};
+    EXPECT_TRUE(patience.lasts());
+    EXPECT_EQ(turns, before);
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(patience.lasts());
     EXPECT_FALSE(patience.lasts());
     EXPECT_EQ(turns, before + 8);

@@ -30,6 +30,7 @@ int sleep_while(QalThreadBarrier &barrier, const Blocked &blocked) {
   if (pthread_mutex_lock(&barrier.mutex) != 0) return QAL_THREAD_BARRIER_FAILED;
   int result = QAL_THREAD_BARRIER_OK;
   while (blocked() && result == QAL_THREAD_BARRIER_OK) {
+    const TimedSleep until_woken;
     if (pthread_cond_wait(&barrier.condition, &barrier.mutex) != 0)
       result = QAL_THREAD_BARRIER_FAILED;
   }

@@ -5,9 +5,9 @@
 
 namespace qal::internal {
 
-// Most meetings are over sooner than a thread could be put to sleep and woken again, so a waiting
-// thread stays awake at first: it spins for a moment if every thread that meets can have a
-// processor, then it yields a few times.
+// A waiting thread stays awake for about as long as it would take to be put to sleep and woken,
+// which it learns from its own sleeps. When that was in vain, its next waits are short ones, so a
+// thread that always has long to wait sleeps almost at once.
 class Patience {
  public:
   using Clock = std::chrono::steady_clock;
@@ -18,8 +18,23 @@ class Patience {
   bool lasts();
 
  private:
+  Clock::time_point now_ = Clock::now();
   Clock::time_point spins_until_{};
+  Clock::time_point yields_until_{};
   int yields_left_;
+  bool is_short_;
+};
+
+// Stands around a sleep, from which the thread learns what sleeping and being woken costs.
+class TimedSleep {
+ public:
+  TimedSleep() = default;
+  ~TimedSleep();
+  TimedSleep(const TimedSleep &) = delete;
+  TimedSleep &operator=(const TimedSleep &) = delete;
+
+ private:
+  Patience::Clock::time_point began_ = Patience::Clock::now();
 };
 
 }  // namespace qal::internal
