@@ -3,16 +3,21 @@
 #define BOOST_THREAD_VERSION 4
 #define BOOST_THREAD_DONT_PROVIDE_INTERRUPTIONS
 #include <glib.h>
+#include <omp.h>
 #include <pthread.h>
 #include <qal/barrier.h>
 #include <qal/startup.h>
 #include <semaphore.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <barrier>
 #include <boost/thread/barrier.hpp>
 #include <mutex>
 #include <semaphore>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -148,6 +153,18 @@ void together(State &state, int threads, const Step &step) {
   for (auto _ : state) step();
 }
 
+// The same in a team of OpenMP's, which keeps its threads from one benchmark to the next.
+template <typename Step>
+void in_openmp_team(State &state, int threads, const Step &step) {
+  const auto rounds = state.max_iterations;
+#pragma omp parallel num_threads(threads)
+  if (omp_get_thread_num() == 0) {
+    for (auto _ : state) step();
+  } else {
+    for (benchmark::IterationCount round = 0; round < rounds; ++round) step();
+  }
+}
+
 template <int threads>
 void qal_barrier(State &state) {
   QalThreadBarrier barrier;
@@ -174,6 +191,13 @@ void posix_barrier(State &state) {
   pthread_barrier_init(&barrier, nullptr, threads);
   together(state, threads, [&] { pthread_barrier_wait(&barrier); });
   pthread_barrier_destroy(&barrier);
+}
+
+template <int threads>
+void openmp_barrier(State &state) {
+  in_openmp_team(state, threads, [] {
+#pragma omp barrier
+  });
 }
 
 void qal_sum(State &state, int threads) {
@@ -225,9 +249,67 @@ void std_reduction(State &state) {
   std_sum(state, threads);
 }
 
+double openmp_total = 0;
+
+void add_to_openmp_total(int threads) {
+#pragma omp for schedule(static) reduction(+ : openmp_total)
+  for (int i = 0; i < threads; ++i) openmp_total += 1;
+}
+
+template <int threads>
+void openmp_reduction(State &state) {
+  in_openmp_team(state, threads, [] { add_to_openmp_total(threads); });
+}
+
+// Another process that always wants a processor.
+class BusyProcess {
+ public:
+  BusyProcess() {
+    const pid_t parent = getpid();
+    child_ = fork();
+    if (child_ != 0) return;
+    while (getppid() == parent) continue;
+    _exit(0);
+  }
+  ~BusyProcess() {
+    if (child_ < 0) return;
+    kill(child_, SIGKILL);
+    waitpid(child_, nullptr, 0);
+  }
+  BusyProcess(const BusyProcess &) = delete;
+  BusyProcess &operator=(const BusyProcess &) = delete;
+
+ private:
+  pid_t child_ = -1;
+};
+
+template <qal::bench::Work work>
+void beside_busy_process(State &state) {
+  const BusyProcess busy;
+  work(state);
+}
+
 void qal_reductions(State &state) { qal_sum(state, static_cast<int>(state.range(0))); }
 
 void std_reductions(State &state) { std_sum(state, static_cast<int>(state.range(0))); }
+
+template <int threads>
+void meeting_rows() {
+  const std::string group = ", " + std::to_string(threads) + " threads";
+  row("barrier" + group, {{"qal", qal_barrier<threads>},
+                          {"std::barrier", std_barrier<threads>},
+                          {"OpenMP", openmp_barrier<threads>},
+                          {"Boost", boost_barrier<threads>},
+                          {"pthread", posix_barrier<threads>}});
+  row("reduction" + group, {{"qal", qal_reduction<threads>},
+                            {"std::barrier", std_reduction<threads>},
+                            {"OpenMP", openmp_reduction<threads>}});
+  const std::string crowded = group + " beside a busy process";
+  row("barrier" + crowded, {{"qal", beside_busy_process<qal_barrier<threads>>},
+                            {"std::barrier", beside_busy_process<std_barrier<threads>>}});
+  row("reduction" + crowded, {{"qal", beside_busy_process<qal_reduction<threads>>},
+                              {"std::barrier", beside_busy_process<std_reduction<threads>>}});
+}
 
 const bool registered = [] {
   row("mutex pair", {{"qal", qal_mutex},
@@ -242,16 +324,9 @@ const bool registered = [] {
       {{"qal", qal_threads<1>}, {"std::thread", std_threads<1>}, {"GLib", glib_threads<1>}});
   row("thread, create and join 32",
       {{"qal", qal_threads<32>}, {"std::thread", std_threads<32>}, {"GLib", glib_threads<32>}});
-  row("barrier, 2 threads", {{"qal", qal_barrier<2>},
-                             {"std::barrier", std_barrier<2>},
-                             {"Boost", boost_barrier<2>},
-                             {"pthread", posix_barrier<2>}});
-  row("barrier, 4 threads", {{"qal", qal_barrier<4>},
-                             {"std::barrier", std_barrier<4>},
-                             {"Boost", boost_barrier<4>},
-                             {"pthread", posix_barrier<4>}});
-  row("reduction, 2 threads", {{"qal", qal_reduction<2>}, {"std::barrier", std_reduction<2>}});
-  row("reduction, 4 threads", {{"qal", qal_reduction<4>}, {"std::barrier", std_reduction<4>}});
+  meeting_rows<2>();
+  meeting_rows<4>();
+  meeting_rows<8>();
   curve("reduction over threads", {1, 2, 4, 8, 16},
         {{"qal", qal_reductions}, {"std::barrier", std_reductions}});
   return true;

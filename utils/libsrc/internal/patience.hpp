@@ -14,7 +14,7 @@ class Patience {
 
   explicit Patience(unsigned threads);
 
-  // Returns true to look again, after a yield if it is time for one, and false to go to sleep.
+  // Returns true to wait on, after a yield if it is time for one, and false to go to sleep.
   bool lasts();
 
  private:
