@@ -325,18 +325,32 @@ TEST_F(BarrierPatience, RestsAsLongAsALongTurnTook) {
   });
 }
 
-TEST_F(BarrierPatience, SpinsForAMicrosecondWhenEverybodyHasAProcessor) {
+TEST_F(BarrierPatience, SpinsForTwoMicrosecondsWhenEverybodyHasAProcessor) {
   in_new_process([] {
     still_clock.turn = microseconds{100};
     const int before = turns;
     Patience patience(1);
     for (int i = 0; i < 100; ++i) EXPECT_TRUE(patience.lasts());
-    EXPECT_EQ(turns, before);
-    still_clock.now += microseconds{1};
+    still_clock.now += microseconds{2};
     EXPECT_TRUE(patience.lasts());
     EXPECT_EQ(turns, before);
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(patience.lasts());
     EXPECT_FALSE(patience.lasts());
+    EXPECT_EQ(turns, before + 8);
+  });
+}
+
+TEST_F(BarrierPatience, DoesNotSpinEightTimesAfterItWasInVain) {
+  in_new_process([] {
+    const int before = turns;
+    Patience in_vain(1);
+    still_clock.now += microseconds{2};
+    EXPECT_TRUE(in_vain.lasts());
+    for (int i = 1; i <= 8; ++i) {
+      EXPECT_TRUE(Patience(1).lasts());
+      EXPECT_EQ(turns, before + i);
+    }
+    EXPECT_TRUE(Patience(1).lasts());
     EXPECT_EQ(turns, before + 8);
   });
 }

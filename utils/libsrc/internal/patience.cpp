@@ -16,13 +16,23 @@ namespace {
 
 using Clock = Patience::Clock;
 
-// A short wait spins and yields for as long as a meeting takes while everybody is awake.
-constexpr std::chrono::microseconds spin_time{1};
-constexpr int fewest_yields = 8;
+constexpr std::chrono::microseconds spin_time{2};
 
-// So a thread that is always the first by far stays awake for long in one wait of nine.
-constexpr int short_waits_after_one_in_vain = 8;
-thread_local int short_waits_left = 0;
+// What was in vain in one wait of a thread is left out of its next eight.
+class Effort {
+ public:
+  bool is_due() {
+    if (waits_left_out_ == 0) return true;
+    --waits_left_out_;
+    return false;
+  }
+  void was_in_vain() { waits_left_out_ = 8; }
+
+ private:
+  int waits_left_out_ = 0;
+};
+thread_local Effort spinning;
+thread_local Effort staying_awake;
 
 // What this thread's sleeps have taken of late. While two threads wake each other, both learn what
 // waking takes, and the one that is awake for so long meets the other before it sleeps too.
@@ -59,19 +69,15 @@ unsigned processors() {
 
 }  // namespace
 
-Patience::Patience(unsigned threads)
-    : yields_left_(fewest_yields), is_short_(short_waits_left > 0) {
-  if (threads <= processors()) spins_until_ = now_ + spin_time;
-  if (is_short_) {
-    --short_waits_left;
-  } else {
-    yields_until_ = now_ + sleep_cost;
-  }
+Patience::Patience(unsigned threads) {
+  if (threads <= processors() && spinning.is_due()) spins_until_ = now_ + spin_time;
+  if (staying_awake.is_due()) yields_until_ = now_ + sleep_cost;
 }
 
 bool Patience::lasts() {
   if (now_ < spins_until_) {
     now_ = Clock::now();
+    if (now_ >= spins_until_) spinning.was_in_vain();
     return true;
   }
   if (ticks(now_) < yielding_resumes) return false;
@@ -79,7 +85,7 @@ bool Patience::lasts() {
     now_ = yield_to_others(now_);
     return true;
   }
-  if (!is_short_) short_waits_left = short_waits_after_one_in_vain;
+  if (yields_until_ != Clock::time_point{}) staying_awake.was_in_vain();
   return false;
 }
 

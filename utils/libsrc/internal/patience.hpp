@@ -5,9 +5,10 @@
 
 namespace qal::internal {
 
-// A waiting thread stays awake for about as long as it would take to be put to sleep and woken,
-// which it learns from its own sleeps. When that was in vain, its next waits are short ones, so a
-// thread that always has long to wait sleeps almost at once.
+// A waiting thread spins for a moment if every thread that meets can have a processor, and then
+// yields for about as long as it would take to be put to sleep and woken, which it learns from its
+// own sleeps. What was in vain is left out of its next waits, except for eight yields, so a thread
+// that always has long to wait soon sleeps.
 class Patience {
  public:
   using Clock = std::chrono::steady_clock;
@@ -21,8 +22,7 @@ class Patience {
   Clock::time_point now_ = Clock::now();
   Clock::time_point spins_until_{};
   Clock::time_point yields_until_{};
-  int yields_left_;
-  bool is_short_;
+  int yields_left_ = 8;
 };
 
 // Stands around a sleep, from which the thread learns what sleeping and being woken costs.
