@@ -97,7 +97,7 @@ TEST_F(SweepTable, NotifiesTheServerOfALiveProcessAndDeletesTheRecord) {
   const auto requests = server_.requests();
   ASSERT_THAT(requests, SizeIs(1));
   EXPECT_EQ(requests[0].method, "GET");
-  EXPECT_EQ(requests[0].path, "/stop");
+  EXPECT_EQ(requests[0].target, "/stop?now=1");
   EXPECT_EQ(requests[0].user, RecordServer::user);
   EXPECT_EQ(requests[0].password, RecordServer::password);
   EXPECT_EQ(requests[0].status, 200);
@@ -146,15 +146,17 @@ TEST_F(SweepTable, KeepsARecordThatItCannotOpen) {
   EXPECT_THAT(server_.requests(), IsEmpty());
 }
 
-TEST_F(SweepTable, TriesARecordAgainThatItCouldNotDelete) {
-  const auto path = world_.record("halix_server1.dat", live_record());
+TEST_F(SweepTable, TriesRecordsAgainThatItCouldNotDelete) {
+  world_.record("halix_server1.dat", live_record("/1"));
+  world_.record("halix_server2.dat", live_record("/2"));
   chmod(world_.temporary().c_str(), 0555);
   run();
-  EXPECT_TRUE(exists(path));
+  EXPECT_THAT(server_.paths(), UnorderedElementsAre("/1", "/2"));
+  EXPECT_THAT(left(), SizeIs(2));
   chmod(world_.temporary().c_str(), 0755);
   run();
-  EXPECT_FALSE(exists(path));
-  EXPECT_THAT(server_.requests(), SizeIs(2));
+  EXPECT_THAT(server_.requests(), SizeIs(4));
+  EXPECT_THAT(left(), IsEmpty());
 }
 
 TEST_F(SweepOrder, SettlesTheResourceDirectoryFirstAndThenTheTemporaryOne) {

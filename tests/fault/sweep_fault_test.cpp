@@ -19,6 +19,7 @@
 #include <functional>
 #include <map>
 #include <new>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -46,6 +47,7 @@ using qal::test::clear_environment;
 using qal::test::exists;
 using qal::test::fail_all;
 using qal::test::fail_from;
+using qal::test::fail_nth;
 using qal::test::fail_times;
 using qal::test::Fault;
 using qal::test::in_child;
@@ -89,6 +91,11 @@ struct Stage {
   const char *listing_names = nullptr;
   std::function<void(const char *wildcard)> on_listing;
   std::set<void *> listing_outputs;  // not released yet
+  // other parts of the library
+  std::function<void()> on_start;
+  int start_answer = 0;  // where it is not 0, the library is not started
+  std::optional<int> probe_answer;
+  int unlink_answer = 0;  // where it is not 0, nothing is deleted
   // system calls
   std::vector<std::string> calls;
   bool calls_recorded = false;
@@ -123,6 +130,7 @@ void note(const char *call) {
 }
 
 CURL *fake_init() {
+  note("handle");
   if (stage.init_fails) return nullptr;
   ++stage.handles_open;
   return new int;
@@ -161,6 +169,7 @@ CURLcode fake_perform(CURL *) {
 }
 
 void fake_cleanup(CURL *handle) {
+  note("cleanup");
   --stage.handles_open;
   delete static_cast<int *>(handle);
 }
@@ -226,6 +235,7 @@ int __real_lstat(const char *path, struct stat *info);
 int __real_clock_gettime(clockid_t clock, timespec *now);
 void *__real_malloc(std::size_t size);
 void __real_free(void *block);
+int __real_qal_utils_init();
 int __real_qal_dir_list(const char *, char **, int *, char **, int *, char **, int);
 int __real_qal_is_pid_running(int pid);
 int __real_qal_file_unlink(const char *path);
@@ -307,6 +317,11 @@ int __wrap_lstat(const char *path, struct stat *info) {
   return status;
 }
 
+int __wrap_qal_utils_init() {
+  if (stage.on_start) stage.on_start();
+  return stage.start_answer != 0 ? stage.start_answer : __real_qal_utils_init();
+}
+
 int __wrap_qal_dir_list(const char *pattern, char **full_path, int *directory_count,
                         char **directories, int *file_count, char **files, int verbose) {
   EXPECT_EQ(verbose, 0);
@@ -321,12 +336,12 @@ int __wrap_qal_dir_list(const char *pattern, char **full_path, int *directory_co
 
 int __wrap_qal_is_pid_running(int pid) {
   note("probe");
-  return __real_qal_is_pid_running(pid);
+  return stage.probe_answer ? *stage.probe_answer : __real_qal_is_pid_running(pid);
 }
 
 int __wrap_qal_file_unlink(const char *path) {
   note("unlink");
-  return __real_qal_file_unlink(path);
+  return stage.unlink_answer != 0 ? stage.unlink_answer : __real_qal_file_unlink(path);
 }
 
 void *__wrap_malloc(std::size_t size) { return stage.mallocs_fail ? nullptr : __real_malloc(size); }
@@ -411,6 +426,13 @@ TEST_F(SweepRequest, SetsTheFourOptionsFirstAndThenItsGuards) {
           Option{CURLOPT_QUICK_EXIT, "1"}, Option{CURLOPT_CONNECTTIMEOUT_MS, "5000"},
           Option{CURLOPT_TIMEOUT_MS, "10000"}, Option{CURLOPT_VERBOSE, "0"}));
   EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepRequest, IsForTheRecordsUrlByteForByte) {
+  const std::string url = "http://127.0.0.1/x?a=b&c=%20d";
+  world_.record("halix_server1.dat", record_text(url, "halix", "secret", getpid()));
+  sweep();
+  EXPECT_THAT(values_of(CURLOPT_URL), ElementsAre(url));
 }
 
 TEST_F(SweepRequest, GoesAheadWhenOtherOptionsAreRefused) {
@@ -646,13 +668,23 @@ TEST_F(SweepBudget, BeginsAnewWithEachSweep) {
 
 TEST_F(SweepCalls, ReadsProbesAsksClosesAndDeletesInThisOrder) {
   notified_record();
-  EXPECT_THAT(calls_of_sweep(),
-              ElementsAre("open", "fstat", "read", "probe", "request", "stat", "close", "unlink"));
+  EXPECT_THAT(calls_of_sweep(), ElementsAre("open", "fstat", "read", "probe", "handle", "request",
+                                            "cleanup", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepCalls, CloseAndKeepARecordOfAVanishedProcess) {
   world_.record("halix_server1.dat", record_text("u", "n", "p", vanished_pid()));
   EXPECT_THAT(calls_of_sweep(), ElementsAre("open", "fstat", "read", "probe", "close"));
+}
+
+TEST_F(SweepCalls, KeepARecordWhoseProbeAnswersAnythingBut0) {
+  const auto path = notified_record();
+  for (const int answer : {-1, 2}) {
+    stage.probe_answer = answer;
+    sweep();
+    EXPECT_TRUE(exists(path)) << answer;
+  }
+  EXPECT_EQ(stage.performs, 0);
 }
 
 TEST_F(SweepCalls, NeitherProbeNorAskForAMalformedRecord) {
@@ -671,6 +703,29 @@ TEST_F(SweepCalls, GoOnAfterAnInterruption) {
   stage.read = fail_times(3, EINTR);
   sweep_one();
   EXPECT_EQ(stage.performs, 1);
+}
+
+TEST_F(SweepCalls, GoOnAfterARecordThatCannotBeRead) {
+  const auto listed = [this] {
+    return find_files(world_.temporary().c_str(), "halix_server*.dat");
+  };
+  for (Fault Stage::*const failing : {&Stage::open, &Stage::fstat, &Stage::read}) {
+    for (const int number : {1, 2, 3}) notified_record(number);
+    const auto first = listed().front();
+    stage.performs = 0;
+    stage.*failing = fail_nth(1, EACCES);
+    sweep();
+    EXPECT_EQ(stage.performs, 2);
+    EXPECT_THAT(listed(), ElementsAre(first, world_.temporary() + "/"));
+  }
+}
+
+TEST_F(SweepCalls, GoOnAfterARecordThatCannotBeDeleted) {
+  notified_record(1);
+  notified_record(2);
+  stage.unlink_answer = 7;
+  sweep();
+  EXPECT_EQ(stage.performs, 2);
 }
 
 TEST_F(SweepCalls, ReadEachByteOnceHoweverShortTheReadsAre) {
@@ -852,8 +907,9 @@ TEST_F(SweepLinks, AreFollowedInEveryOtherDirectory) {
 }
 
 TEST_F(SweepLinks, AreLookedAtBeforeAndAfterTheyAreFollowed) {
-  EXPECT_THAT(calls_of_sweep(), ElementsAre("open", "lstat", "stat", "follow", "lstat", "fstat",
-                                            "read", "probe", "request", "stat", "close", "unlink"));
+  EXPECT_THAT(calls_of_sweep(),
+              ElementsAre("open", "lstat", "stat", "follow", "lstat", "fstat", "read", "probe",
+                          "handle", "request", "cleanup", "stat", "close", "unlink"));
 }
 
 TEST_F(SweepLinks, ThatAreAStrangersAreNotOpened) {
@@ -957,24 +1013,27 @@ TEST_F(SweepListing, IsNotTrustedToNameRecordsOnly) {
 using Settings = std::map<std::string, std::string>;
 using Wildcards = std::vector<std::string>;
 
-// Enters the tool in a process of its own, whose directories list as empty.
-void enter_tool(const Settings &settings, char *name,
-                const std::function<void(const char *wildcard)> &on_listing) {
+// Enters the tool in a process of its own, whose directories list as empty. Returns its exit
+// status.
+int enter_tool(const Settings &settings, char *name,
+               const std::function<void(const char *wildcard)> &on_listing) {
   clear_environment();
   for (const auto &[setting, value] : settings) setenv(setting.c_str(), value.c_str(), 1);
   stage.listing_replaced = true;
   stage.on_listing = on_listing;
   const int out = dup(STDOUT_FILENO);
   char *argv[] = {name, nullptr};
-  EXPECT_EQ(tool_main(name ? 1 : 0, argv), 0);
+  const int status = tool_main(name ? 1 : 0, argv);
   dup2(out, STDOUT_FILENO);  // the tool had silenced it
+  return status;
 }
 
 void expect_sweeps(const Settings &settings, const Wildcards &expected) {
   in_child([&] {
     Wildcards listed;
     char name[] = "kalmora-sweep";
-    enter_tool(settings, name, [&](const char *wildcard) { listed.emplace_back(wildcard); });
+    const auto keep = [&](const char *wildcard) { listed.emplace_back(wildcard); };
+    EXPECT_EQ(enter_tool(settings, name, keep), 0);
     EXPECT_EQ(listed, expected);
   });
 }
@@ -1022,6 +1081,7 @@ void expect_identity(char *name, const std::string &expected) {
       identity = QalIdentity::currentIdentity->getIdentityString();
       EXPECT_TRUE(QalIdentity::currentIdentity->isProduct(1));
       EXPECT_EQ(QalIdentity::currentIdentity->getVersionString(), nullptr);
+      EXPECT_EQ(QalIdentity::currentIdentity->getVersionFloat(), -0.000097F) << "all parts are 0";
       EXPECT_STREQ(App_home_directory, "/usr/local/ZUL/kalmora102");
     });
     EXPECT_EQ(identity, expected);
@@ -1034,6 +1094,39 @@ TEST(ToolEntry, PublishesTheIdentityOfTheFamilysClientWithoutAVersion) {
 }
 
 TEST(ToolEntry, TakesAMissingNameForAnEmptyOne) { expect_identity(nullptr, "[] Kalmora Client"); }
+
+// Runs the tool with a start-up that answers so.
+void expect_run(int start_answer, int expected_status, std::size_t expected_listings) {
+  qal::test::in_child([=] {
+    std::string identity;
+    stage.start_answer = start_answer;
+    stage.on_start = [&identity] {
+      const auto current = QalIdentity::currentIdentity;
+      identity = current ? current->getIdentityString() : "none";
+      EXPECT_STREQ(User_resource_directory, "");
+    };
+    Wildcards listed;
+    char name[] = "kalmora-sweep";
+    const auto keep = [&](const char *wildcard) { listed.emplace_back(wildcard); };
+    EXPECT_EQ(enter_tool({{"ZUL_USER_HOMEDIR", "/h"}}, name, keep), expected_status);
+    EXPECT_EQ(identity, "[kalmora-sweep] Kalmora Client");
+    EXPECT_THAT(listed, SizeIs(expected_listings));
+    EXPECT_EQ(*User_resource_directory == '\0', expected_status != 0);
+  });
+}
+
+TEST(ToolEntry, StartsTheLibraryBetweenTheIdentityAndTheDirectories) { expect_run(0, 0, 1); }
+
+TEST(ToolEntry, SweepsNothingWhenTheLibraryDoesNotStart) { expect_run(5, 1, 0); }
+
+TEST(ToolEntry, LeavesTheLibraryToTheEndOfTheProcess) {
+  qal::test::in_child([] {
+    char name[] = "kalmora-sweep";
+    enter_tool({{"ZUL_USER_HOMEDIR", "/h"}}, name,
+               [](const char *) { EXPECT_EQ(qal_utils_set_cachedir("/c"), QAL_STATUS_OK); });
+    EXPECT_STREQ(qal_utils_get_cachedir(), "/c");
+  });
+}
 
 TEST_F(SweepMemory, ShortageEndsTheSweepWithoutHarm) {
   const auto count_left = [this] { return names_in(world_.temporary()).size(); };

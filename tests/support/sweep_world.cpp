@@ -65,6 +65,7 @@ ServedRequest as_served(const httplib::Request &request) {
   ServedRequest served;
   served.method = request.method;
   served.path = request.path;
+  served.target = request.target;
   served.headers = {request.headers.begin(), request.headers.end()};
   const std::string credentials = request.get_header_value("Authorization");
   if (credentials.rfind("Basic ", 0) == 0) {

@@ -45,6 +45,7 @@ int foreign_pid();
 struct ServedRequest {
   std::string method;
   std::string path;
+  std::string target;    // the path with its query
   std::string user;      // from the basic credentials
   std::string password;  // likewise
   std::multimap<std::string, std::string> headers;
