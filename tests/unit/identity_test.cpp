@@ -12,6 +12,7 @@
 #include <new>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
@@ -392,6 +393,21 @@ TEST(IdentityProductName, NamesTheFlavorBehindTheBaseName) {
   EXPECT_STREQ(identity.getProductName(true), "morbel ivrel jast");
 }
 
+TEST(IdentityProductName, LowersNeitherOfTheNamesThatItIsMadeOf) {
+  auto identity = product(6, 4096);
+  const char *const base = bytes_of(identity) + base_product_name_at;
+  identity.getProductName(true);
+  EXPECT_STREQ(base, "Morbel");
+  EXPECT_STREQ(bytes_of(identity) + flavor_name_at, "Ivrel Jast");
+  identity.getBaseProductName(true);
+  identity.getProductName(true);
+  EXPECT_STREQ(base, "Morbel");
+  identity.setFlavor(256);
+  identity.getProductName(true);
+  identity.setFlavor(1536);
+  EXPECT_STREQ(identity.getFlavorName(false), "Ardent");
+}
+
 TEST(IdentityProductName, KeepsTheBlankBeforeAFlavorWithoutName) {
   const LogCapture log;
   auto identity = product(6, 1536);
@@ -521,6 +537,12 @@ TEST(IdentityIsProduct, IgnoresHigherBits) {
   EXPECT_TRUE(identity.isProduct(INT_MIN + 768 + 1));
 }
 
+TEST(IdentityIsProduct, ComparesTheWholeStoredCodes) {
+  EXPECT_FALSE(product(257).isProduct(1));
+  EXPECT_FALSE(product(1, 0x10300).isProduct(1 + 768));
+  EXPECT_TRUE(product(1, 0x10300).isProduct(1));
+}
+
 TEST(IdentityIsProduct, AnswersForTheUndefinedProductWithoutEndingTheProcess) {
   auto identity = product(0);
   EXPECT_TRUE(identity.isProduct(0));
@@ -537,6 +559,28 @@ TEST(IdentityTexts, AreOverwrittenByTheSameOperationOnly) {
   EXPECT_STREQ(base, "pellum");
   EXPECT_STREQ(flavor, "Brisk");
   EXPECT_STREQ(version, "1.2.3(a)");
+}
+
+TEST(IdentityTexts, LieInTheObjectAndShowWhatTheNextCallReturns) {
+  auto identity = product(3, 512);
+  identity.setVersion(1, 2, 3, 'a');
+  const auto ask = [&identity] {
+    return std::vector<const char *>{
+        identity.getProductName(false), identity.getBaseProductName(false),
+        identity.getFlavorName(false), identity.getIdentityString(), identity.getVersionString()};
+  };
+  const auto texts = ask();
+  const char *const object = bytes_of(identity);
+  EXPECT_EQ(texts, (std::vector{object + product_name_at, object + base_product_name_at,
+                                object + flavor_name_at, object + identity_string_at,
+                                object + version_string_at}));
+  identity.setProduct(4);
+  identity.setFlavor(768);
+  identity.setVersion(4, 5, 6, 'd');
+  ask();
+  EXPECT_THAT(std::vector<std::string>(texts.begin(), texts.end()),
+              ElementsAre("Trevan Lunt", "Trevan", "Lunt",
+                          "[/bin/demo] Trevan Lunt version 4.5.6(d)", "4.5.6(d)"));
 }
 
 }  // namespace
