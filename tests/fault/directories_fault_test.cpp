@@ -109,6 +109,13 @@ TEST(DirectoryResolve, HasNoMachinesUnderAnEmptyPlatformWord) {
   });
 }
 
+TEST(DirectoryResolve, ConvertsThePlatformWordInTheTransportsAlone) {
+  resolved({.word = "a\\b"}, [](const std::string &) {
+    EXPECT_STREQ(Zul_arch, "a\\b");
+    EXPECT_STREQ(TransportPaths, "/opt/zul/vemo32/machines/a/b/ZUL/transports");
+  });
+}
+
 TEST(DirectoryResolve, CutsALongPlatformWord) {
   const std::string word(5000, 'w');
   resolved({.word = word.c_str()},

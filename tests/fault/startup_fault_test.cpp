@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/child.hpp"
@@ -25,22 +26,31 @@ using qal::test::LogCapture;
 
 Fault memory;
 
-std::vector<std::string> steps;   // taken so far
-int answer_of_threads_part = 0;   // of the platform's part of the thread layer
-int answer_of_ids_and_lists = 0;  // where it is not 0, ids and lists are not started
-std::string cachedir_at_threads;  // what the cache directory was when the threads were started
+std::vector<std::string> steps;      // taken so far
+int answer_of_threads_part = 0;      // of the platform's part of the thread layer
+int answer_of_ids_and_lists = 0;     // where it is not 0, ids and lists are not started
+std::function<void()> at_ids;        // called once, when the ids are started
+std::vector<std::string> cachedirs;  // what the cache directory was in the first three steps
+
+void note_cachedir() {
+  const char *const cachedir = qal_utils_get_cachedir();
+  cachedirs.emplace_back(cachedir ? cachedir : "none");
+}
 
 }  // namespace
 
 extern "C" {
 int __real_qal_uid_init();
 int __wrap_qal_uid_init() {
+  note_cachedir();
   steps.emplace_back("ids");
+  if (at_ids) std::exchange(at_ids, nullptr)();
   return answer_of_ids_and_lists != 0 ? answer_of_ids_and_lists : __real_qal_uid_init();
 }
 
 int __real_qal_plist_pool_create(std::uint32_t headers, std::uint32_t nodes);
 int __wrap_qal_plist_pool_create(std::uint32_t headers, std::uint32_t nodes) {
+  note_cachedir();
   steps.push_back("lists " + std::to_string(headers) + " " + std::to_string(nodes));
   return answer_of_ids_and_lists != 0 ? answer_of_ids_and_lists
                                       : __real_qal_plist_pool_create(headers, nodes);
@@ -54,8 +64,7 @@ int __wrap_qal_plist_pool_destroy() {
 
 int __real_qal_thread_init();
 int __wrap_qal_thread_init() {
-  const char *const cachedir = qal_utils_get_cachedir();
-  cachedir_at_threads = cachedir != nullptr ? cachedir : "none";
+  note_cachedir();
   steps.emplace_back("threads");
   return __real_qal_thread_init();
 }
@@ -97,7 +106,7 @@ TEST(StartupSteps, AreTakenInOrder) {
     EXPECT_EQ(qal_utils_init(), QAL_STATUS_OK);
     EXPECT_THAT(steps, ElementsAre("ids", "lists 32 256", "threads", "the platform's part",
                                    "concurrency 256"));
-    EXPECT_EQ(cachedir_at_threads, "none");
+    EXPECT_THAT(cachedirs, ElementsAre("/early", "/early", "none"));
   });
 }
 
@@ -107,6 +116,18 @@ TEST(StartupSteps, AreTakenOnce) {
     steps.clear();
     EXPECT_EQ(qal_utils_init(), QAL_STATUS_OK);
     EXPECT_THAT(steps, IsEmpty());
+  });
+}
+
+TEST(StartupSteps, AreNotTakenAgainMeanwhile) {
+  in_fresh_process([] {
+    at_ids = [] {
+      EXPECT_EQ(qal_utils_init(), QAL_STATUS_OK);
+      EXPECT_THAT(steps, ElementsAre("ids"));
+    };
+    EXPECT_EQ(qal_utils_init(), QAL_STATUS_OK);
+    EXPECT_THAT(steps, ElementsAre("ids", "lists 32 256", "threads", "the platform's part",
+                                   "concurrency 256"));
   });
 }
 

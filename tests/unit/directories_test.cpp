@@ -381,6 +381,26 @@ TEST(DirectoryResolve, ReportsTheFixedRootToo) {
   });
 }
 
+void copy_trees(void *copies, const char *, ...) {
+  auto &trees = *static_cast<std::vector<std::string> *>(copies);
+  if (trees.empty()) trees = {Zul_home_directory, App_home_directory};
+}
+
+void expect_trees_at_the_report(const char *root, const std::vector<std::string> &expected) {
+  in_child({{"ZUL_HOME", root}}, [&] {
+    std::vector<std::string> trees;
+    qal_logger_init(&trees, copy_trees, nullptr, nullptr);
+    resolve();
+    qal_logger_done();
+    EXPECT_EQ(trees, expected);
+  });
+}
+
+TEST(DirectoryResolve, ReportsTheRootBeforeItComposesTheTrees) {
+  expect_trees_at_the_report("/opt/zul", {"/opt/zul", ""});
+  expect_trees_at_the_report(" ", {"", ""});
+}
+
 TEST(DirectoryResolve, ConvertsAndExpandsTheTreesBelowARoot) {
   resolved({{"ZUL_HOME", "~\\zul"}}, [] {
     const auto home = real_home();
