@@ -228,6 +228,46 @@ TEST(TextCaseInLocales, FollowsTheMappingOfTheLocale) {
   EXPECT_STREQ(text, "fili");
 }
 
+TEST(LowerCaseInLocales, FollowsTheLocaleBelow128Alone) {
+  const auto lowered = [](const char *text) {
+    const OwnedText copy{lower_case(text)};
+    return std::string(copy.get());
+  };
+  {
+    const TestLocale locale{"de_DE", "ISO-8859-1"};
+    EXPECT_EQ(lowered("A\xc4"), "a\xc4");
+  }
+  const TestLocale locale{"tr_TR", "ISO-8859-9"};
+  EXPECT_EQ(lowered("I"), "\xfd");
+}
+
+bool matches(const char *pattern, const char *string, unsigned flags = QAL_FNM_CASEFOLD) {
+  const auto *const bytes = reinterpret_cast<const unsigned char *>(pattern);
+  return qal_fnmatch(bytes, string, flags) == QAL_FNM_MATCH;
+}
+
+TEST(WildcardInLocales, FoldsTheLettersOfTheLocale) {
+  {
+    const TestLocale locale{"de_DE", "ISO-8859-1"};
+    EXPECT_TRUE(matches("\xc4", "\xe4"));
+    EXPECT_FALSE(matches("\xc4", "\xe4", 0));
+  }
+  const TestLocale locale{"tr_TR", "ISO-8859-9"};
+  EXPECT_TRUE(matches("I", "\xfd"));
+  EXPECT_TRUE(matches("\xfd", "I"));
+  EXPECT_FALSE(matches("I", "i"));
+}
+
+TEST(WildcardInLocales, FoldsAsciiAloneInSets) {
+  {
+    const TestLocale locale{"de_DE", "ISO-8859-1"};
+    EXPECT_FALSE(matches("[\xc4]", "\xe4"));
+    EXPECT_FALSE(matches("[\xc0-\xd0]", "\xe4"));
+  }
+  const TestLocale locale{"tr_TR", "ISO-8859-9"};
+  EXPECT_TRUE(matches("[I]", "i"));
+}
+
 TEST(TextStrcasestrInLocales, ComparesHighBytesExactlyWhateverTheLocale) {
   const TestLocale locale{"de_DE", "ISO-8859-1"};
   EXPECT_EQ(qal_strcasestr("\xe4", "\xc4"), nullptr);
