@@ -287,6 +287,23 @@ TEST_F(DirectoryScan, AllocatesRoomFor256EntriesAndSpareBytesBehindEachName) {
   our_freenamelist(list);
 }
 
+TEST_F(DirectoryScan, GrowsItsArrayBy256Entries) {
+  using Sizes = std::vector<std::size_t>;
+  constexpr std::size_t largest_entry = 255 + 1049;
+  int made = 0;
+  for (const auto &[count, rooms] : std::map<int, Sizes>{
+           {256, {257}}, {257, {257, 513}}, {512, {257, 513}}, {513, {257, 513, 769}}}) {
+    for (; made < count; ++made) scratch.file(std::to_string(made));
+    allocated.clear();
+    dirent **list = nullptr;
+    EXPECT_EQ(our_scandir(scratch.path().c_str(), &list, is_visible, nullptr), count);
+    our_freenamelist(list);
+    std::erase_if(allocated, [](std::size_t size) { return size <= largest_entry; });
+    for (std::size_t &size : allocated) size /= sizeof(void *);
+    EXPECT_EQ(allocated, rooms);
+  }
+}
+
 TEST_F(DirectoryScan, FailsWhenTheStatusCannotBeAsked) {
   faults.fstat = fail_nth(1, EIO);
   expect_failed_scan(scratch);

@@ -544,6 +544,17 @@ TEST_F(FileAccess, OnlyPositionsForACountOfZero) {
   EXPECT_EQ(read_file(data), "0123456789");
 }
 
+TEST_F(FileAccess, ReadsAFileThatMayNotBeWritten) {
+  const auto path = scratch.file("data", "0123456789");
+  chmod(path.c_str(), 0444);
+  in_unprivileged_child([&] {
+    char piece[5] = "####";
+    EXPECT_EQ(access_file(path, mode_read | keep_file, SEEK_SET, 3, 4, piece), (Access{0, 7}));
+    EXPECT_STREQ(piece, "3456");
+    EXPECT_EQ(access_file(path, mode_size | keep_file, SEEK_SET, 0, 0, nullptr), (Access{0, 10}));
+  });
+}
+
 TEST_F(FileAccess, FailsOnAShortRead) {
   char piece[16];
   EXPECT_EQ(access_file(data, mode_read, SEEK_SET, 7, 3, piece), (Access{0, 10}));
@@ -554,6 +565,16 @@ TEST_F(FileAccess, FailsOnAShortRead) {
 TEST_F(FileAccess, EmptiesTheFileBeforeWriting) {
   EXPECT_EQ(write_text(data, mode_write, SEEK_SET, 0, "abc"), (Access{0, 3}));
   EXPECT_EQ(read_file(data), "abc");
+}
+
+TEST_F(FileAccess, EmptiesOrCreatesTheFileEvenForACountOfZero) {
+  for (const std::int64_t offset : {0, 4}) {
+    const auto path = scratch.file("data", "0123456789");
+    EXPECT_EQ(access_file(path, mode_write, SEEK_SET, offset, 0, nullptr), (Access{0, offset}));
+    EXPECT_EQ(read_file(path), "");
+  }
+  EXPECT_EQ(access_file(scratch / "new", mode_write, SEEK_SET, 0, 0, nullptr), (Access{0, 0}));
+  EXPECT_TRUE(qal::test::exists(scratch / "new"));
 }
 
 TEST_F(FileAccess, CreatesTheFileForWriting) {

@@ -847,6 +847,12 @@ TEST_F(PathRange, ProbesTheFirstFileEvenBeyondTheLimit) {
   EXPECT_EQ((Range{0, 7, 6}), find_range(scratch / "f#", 7, 3));
 }
 
+TEST_F(PathRange, FindsTheFirstFileEvenBeyondTheLimit) {
+  make_numbered(scratch, {"f5", "f6"});
+  EXPECT_EQ((Range{0, 5, 3}), find_range(scratch / "f#", -1, 3));
+  EXPECT_EQ((Range{0, 5, 6}), find_range(scratch / "f#", -1, 6));
+}
+
 TEST_F(PathRange, ConfirmsWhatTheDirectoryListsByOpening) {
   make_numbered(scratch, {"F3", "f5", "f6"});
   ASSERT_EQ(0, symlink("absent", (scratch / "f4").c_str()));
@@ -885,6 +891,12 @@ TEST_F(PathRange, ReadsTheLastAtSignAsTheLetterL) {
   EXPECT_EQ((Range{0, 1, 2}), find_range(scratch / "a@fi@e#", 1));
   make_numbered(scratch, {"x3l"});
   EXPECT_EQ((Range{0, 3, 3}), find_range(scratch / "x#@"));
+}
+
+TEST_F(PathRange, TakesAPercentSignForItself) {
+  make_numbered(scratch, {"g%d3", "g%d4", "g%s%n1"});
+  EXPECT_EQ((Range{0, 3, 4}), find_range(scratch / "g%d#"));
+  EXPECT_EQ((Range{0, 1, 1}), find_range(scratch / "g%s%n#", 1));
 }
 
 TEST_F(PathRange, AnswersTheNumberBehindTheFieldWhenAllArePresent) {
@@ -1017,8 +1029,12 @@ TEST(PathFileExtension, AnswersNullForOtherWords) {
 }
 
 TEST(PathFileExtension, TakesTheFirstWordInOrder) {
-  EXPECT_STREQ(".so", qal_file_extension("hp_linux", 3));
-  EXPECT_STREQ(".so", qal_file_extension("apple_hp_ibm", 3));
+  for (const std::string later : {"hp_", "apple_", "win_"}) {
+    for (const std::string word : {"linux", "sun", "sgi", "cpq", "ibm"}) {
+      EXPECT_STREQ(".so", qal_file_extension((later + word).c_str(), 3)) << later << word;
+    }
+  }
+  EXPECT_STREQ(".sl", qal_file_extension("apple_hp", 3));
   EXPECT_STREQ(".sl", qal_file_extension("win_apple_hp", 3));
   EXPECT_STREQ(".dylib", qal_file_extension("win_apple", 3));
 }
