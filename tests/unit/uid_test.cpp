@@ -199,8 +199,8 @@ TEST_F(UidFind, FindsEachOfManyIds) {
   }
 }
 
-// An id of random length, near a few others.
-uint64_t any_id(std::mt19937_64 &random) { return (random() % 3 << random() % 62) + random() % 4; }
+// An id of random length, near a few others, among those that the index can hold.
+uint64_t any_id(std::mt19937_64 &random) { return (random() % 3 << random() % 54) + random() % 4; }
 
 TEST(UidIndex, LeadsToWhatAMapHoldsOverRandomSequences) {
   static qal::internal::IdIndex<int> index;
@@ -217,6 +217,17 @@ TEST(UidIndex, LeadsToWhatAMapHoldsOverRandomSequences) {
     EXPECT_EQ(index.find(other), known == model.end() ? nullptr : known->second);
   }
   for (const auto &[id, record] : model) EXPECT_EQ(index.find(id), record);
+}
+
+TEST(UidIndex, HoldsIdsBelow256ToTheSeventh) {
+  static qal::internal::IdIndex<int> index;
+  int record = 0;
+  constexpr uint64_t first_beyond = uint64_t{1} << 56;
+  EXPECT_TRUE(index.set(first_beyond - 1, &record));
+  EXPECT_FALSE(index.set(first_beyond, &record));
+  EXPECT_EQ(index.find(first_beyond - 1), &record);
+  EXPECT_EQ(index.find(first_beyond), nullptr);
+  EXPECT_EQ(index.find(~uint64_t{0}), nullptr);
 }
 
 TEST_F(UidThreads, NeverShareAnId) {
