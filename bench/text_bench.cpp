@@ -1,4 +1,4 @@
-// Replacement and search without case, each beside what a user would write instead.
+// Replacement, copying and search without case, each beside what a user would write instead.
 #include <absl/strings/str_replace.h>
 #include <qal/text.h>
 
@@ -76,6 +76,28 @@ void replacing(const char *capability) {
                                {"Abseil", replace_by_abseil<replacement>}});
 }
 
+using Copy = char *(*)(char *dst, const char *src, int size);
+
+char *c_library_copy(char *dst, const char *src, int size) {
+  return std::strncpy(dst, src, static_cast<std::size_t>(size));
+}
+
+// A name is copied into a field of a record, whose rest is filled with NUL.
+template <Copy copy>
+void copy_into_field(benchmark::State &state) {
+  char field[64];
+  const char *name = "halix_server_of_studio_2";
+  char *dst = field;
+  int size = sizeof field;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(name);
+    benchmark::DoNotOptimize(dst);
+    benchmark::DoNotOptimize(size);
+    copy(dst, name, size);
+    benchmark::ClobberMemory();
+  }
+}
+
 using Search = char *(*)(const char *text, const char *needle);
 
 char *c_library_search(const char *text, const char *needle) {
@@ -110,6 +132,8 @@ const bool registered = [] {
   replacing<shorter>("string replace 64 KiB, shrink");
   replacing<longer>("string replace 64 KiB, grow");
   replacing<as_long>("string replace 64 KiB, equal");
+  row("string copy into 64 bytes",
+      {{"qal", copy_into_field<qal_strncpy>}, {"glibc strncpy", copy_into_field<c_library_copy>}});
   row("case-insensitive search, 64 KiB", {{"qal", search_prose<qal_strcasestr>},
                                           {"glibc strcasestr", search_prose<c_library_search>}});
   row("case-insensitive search, short",

@@ -63,6 +63,8 @@ class Names {
 };
 
 constexpr char records[] = "halix_server*.dat";
+constexpr char suffix[] = "*.dat";
+constexpr char other_suffix[] = "*.log";
 constexpr char sets[] = "[a-z]*[0-9][!a-c].[dt]*";
 constexpr char stars[] = "a*a*a*a*b";
 
@@ -101,6 +103,13 @@ const bool registered = [] {
       {{"qal", over_a_directory<Small, records>},
        {"glibc fnmatch", over_a_directory<Glibc, records>},
        {"GLib pattern", over_a_directory<GLib, records>}});
+  row("small matcher, a suffix of 1e5 names", {{"qal", over_a_directory<Small, suffix>},
+                                               {"glibc fnmatch", over_a_directory<Glibc, suffix>},
+                                               {"GLib pattern", over_a_directory<GLib, suffix>}});
+  row("small matcher, a suffix of none of 1e5 names",
+      {{"qal", over_a_directory<Small, other_suffix>},
+       {"glibc fnmatch", over_a_directory<Glibc, other_suffix>},
+       {"GLib pattern", over_a_directory<GLib, other_suffix>}});
   row("small matcher, sets",
       {{"qal", over_a_directory<Small, sets>}, {"glibc fnmatch", over_a_directory<Glibc, sets>}});
   row("small matcher, many stars",
