@@ -3,7 +3,9 @@
 // later match of what stands before it, it can try after the first one as well.
 #include <qal/wildcard.h>
 
+#include <array>
 #include <cctype>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 
@@ -76,6 +78,50 @@ const Byte *match_token(const Byte *pattern, Byte byte) {
   return is_literal(*pattern) ? match_literal(pattern, byte) : match_special(pattern, byte);
 }
 
+// Looked up: each name begins with measuring the suffix, which mostly consists of such bytes.
+constexpr auto is_one_byte_wide = [] {
+  std::array<bool, UCHAR_MAX + 1> is{};
+  is.fill(true);
+  is['\0'] = is['*'] = is['['] = is['\\'] = false;
+  return is;
+}();
+
+// Returns the position after a set whose members begin at `at`, or null when it is never closed.
+const Byte *behind_set(const Byte *at) {
+  if (*at == '!' || *at == '^') ++at;
+  Member ignored;
+  do {
+    at = read_member(at, true, ignored);
+  } while (at && *at != ']');
+  return at ? at + 1 : nullptr;
+}
+
+// Returns the position after a token that is no star, or null when the token is never complete.
+const Byte *behind_token(const Byte *pattern) {
+  if (*pattern == '[') return behind_set(pattern + 1);
+  if (*pattern != '\\') return pattern + 1;
+  return pattern[1] ? pattern + 2 : nullptr;
+}
+
+constexpr std::ptrdiff_t open_width = -1;
+
+// The number of bytes that the pattern matches, or open_width if it holds a star or a token that is
+// never complete. A star counts even where it is literal: finding that out would take longer.
+__attribute__((noinline)) std::ptrdiff_t width_of_tokens(const Byte *pattern) {
+  if (std::strchr(reinterpret_cast<const char *>(pattern), '*')) return open_width;
+  std::ptrdiff_t width = 0;
+  for (; pattern && *pattern; ++width) pattern = behind_token(pattern);
+  return pattern ? width : open_width;
+}
+
+// The same. Patterns without sets and escapes are the fast path.
+std::ptrdiff_t width_of(const Byte *pattern) {
+  const Byte *at = pattern;
+  while (is_one_byte_wide[*at]) ++at;
+  if (!*at) return at - pattern;
+  return *at == '*' ? open_width : width_of_tokens(pattern);
+}
+
 class NameMatcher {
  public:
   NameMatcher(const Byte *pattern, const Byte *name) : pattern_(pattern), name_(name) {}
@@ -100,7 +146,10 @@ class NameMatcher {
     for (;;) {
       if (*pattern_ == '*') {
         if (!enter_star()) return false;
-        if (!*pattern_) return true;
+        const std::ptrdiff_t width = width_of(pattern_);
+        if (width != open_width) return ends_in(width);
+        behind_star_ = pattern_;
+        if (!retry_from(name_)) return false;
       }
       // The name has ended; a later start behind the star would leave even less of it.
       if (name_ == end_) return !*pattern_;
@@ -118,8 +167,16 @@ class NameMatcher {
     for (; *pattern_ == '*' || *pattern_ == '?'; ++pattern_) {
       if (*pattern_ == '?' && name_++ == end_) return false;
     }
-    behind_star_ = pattern_;
-    return !*pattern_ || retry_from(name_);
+    return true;
+  }
+
+  // Whether the rest of the pattern matches the last bytes of the name.
+  bool ends_in(std::ptrdiff_t width) {
+    if (end_ - name_ < width) return false;
+    for (name_ = end_ - width; pattern_ && name_ != end_; ++name_) {
+      pattern_ = match_token(pattern_, *name_);
+    }
+    return pattern_ != nullptr;
   }
 
   // Goes to the first place from `from` on where the token behind the star can match.
