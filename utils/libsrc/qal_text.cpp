@@ -11,11 +11,13 @@
 #include <string_view>
 
 #include "internal/folded_search.hpp"
+#include "internal/move_bytes.hpp"
 
 namespace {
 
 using qal::internal::FoldedSearch;
 using qal::internal::Folding;
+using qal::internal::move_bytes;
 namespace platform = qal::internal::platform;
 
 // Called through volatile pointers: the optimiser assumes that toupper and tolower map ASCII to
@@ -27,13 +29,13 @@ int (*volatile const platform_tolower)(int) = std::tolower;
 // source may overlap the room.
 void fill(std::span<char> room, const char *source) {
   const std::size_t length = strnlen(source, room.size() - 1);
-  std::memmove(room.data(), source, length);
+  move_bytes(room.data(), source, length);
   std::ranges::fill(room.subspan(length), '\0');
 }
 
 // Moves a piece to `out` and returns the place behind it.
 inline char *put(char *out, std::string_view piece) {
-  if (out != piece.data()) std::memmove(out, piece.data(), piece.size());
+  if (out != piece.data()) move_bytes(out, piece.data(), piece.size());
   return out + piece.size();
 }
 
@@ -168,16 +170,15 @@ char *qal_strcasestr(const char *haystack, const char *needle) {
   // Deliberate: an empty needle is found nowhere. strstr finds it at the beginning.
   if (*needle == '\0') return nullptr;
   const Folding folded;
-  const std::string_view wanted{needle};
   const int first = folded(*needle);
   // Most texts end soon; preparing the wide search would take longer than this loop does.
   constexpr int simple_places = 128;
   for (int place = 0; place < simple_places; ++place, ++haystack) {
     if (*haystack == '\0') return nullptr;
     if (folded(*haystack) != first) continue;
-    if (folded.begins(haystack, wanted)) return const_cast<char *>(haystack);
+    if (folded.begins(haystack, needle)) return const_cast<char *>(haystack);
   }
-  return const_cast<char *>(FoldedSearch{folded, wanted}.in(haystack));
+  return const_cast<char *>(FoldedSearch{folded, needle}.in(haystack));
 }
 
 void qal_changecase(char *string, int mode) {

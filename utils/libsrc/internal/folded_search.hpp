@@ -24,9 +24,9 @@ class Folding {
     return byte < platform::ascii_count ? upper_[byte] : byte;
   }
 
-  bool begins(const char *text, std::string_view prefix) const {
-    for (const char expected : prefix) {
-      if ((*this)(*text++) != (*this)(expected)) return false;  // at the end of the text, too
+  bool begins(const char *text, const char *prefix) const {
+    for (; *prefix != '\0'; ++prefix) {
+      if ((*this)(*text++) != (*this)(*prefix)) return false;  // at the end of the text, too
     }
     return true;
   }
@@ -69,7 +69,7 @@ class FoldedByte {
 
 class FoldedSearch {
  public:
-  // `needle` is not empty.
+  // `needle` is not empty, and a NUL follows it.
   FoldedSearch(const Folding &folded, std::string_view needle)
       : folded_(folded),
         needle_(needle),
@@ -114,7 +114,7 @@ class FoldedSearch {
 
   const char *try_each(const char *text, std::size_t places) const {
     for (const char *const end = text + places; text != end; ++text) {
-      if (folded_.begins(text, needle_)) return text;
+      if (folded_.begins(text, needle_.data())) return text;
     }
     return nullptr;
   }

@@ -3,6 +3,7 @@
 #include <qal/path.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstddef>
 #include <cstring>
@@ -11,9 +12,11 @@
 #include <string_view>
 
 #include "internal/handles.hpp"
+#include "internal/move_bytes.hpp"
 
 namespace {
 
+using qal::internal::move_bytes;
 using qal::internal::OwnedText;
 
 constexpr std::size_t most_segments = 1024;
@@ -27,6 +30,13 @@ OwnedText room_as_long_as(const char *path) {
 }
 
 bool is_separator(char c) { return c == '/' || c == '\\'; }
+
+// Looked up: three comparisons for each byte would take most of the time.
+constexpr auto ends_segment = [] {
+  std::array<bool, UCHAR_MAX + 1> ends{};
+  ends['\0'] = ends['/'] = ends['\\'] = true;
+  return ends;
+}();
 
 const char *behind_separators(const char *at) {
   while (is_separator(*at)) ++at;
@@ -73,7 +83,7 @@ class Resolution {
     return true;
   }
 
-  static bool is_inside(char c) { return c != '\0' && !is_separator(c); }
+  static bool is_inside(char c) { return !ends_segment[static_cast<unsigned char>(c)]; }
 
   bool drop_last() {
     if (length_ == 0) return false;
@@ -106,7 +116,7 @@ int deliver(std::string_view start, std::string_view segments, std::span<char> o
   if (is_in_place) {
     qal_convert_pathname(out.data(), QAL_PATH_TO_SLASH);
   } else {
-    std::memcpy(out.data(), start.data(), start.size());
+    move_bytes(out.data(), start.data(), start.size());
   }
   std::memcpy(out.data() + start.size(), segments.data(), segments.size());
   out[start.size() + segments.size()] = '\0';
