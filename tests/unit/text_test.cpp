@@ -186,6 +186,19 @@ TEST(TextStrncpy, CopiesWithinOneBuffer) {
   EXPECT_EQ(same.text(), "abc");
 }
 
+TEST(TextStrncpy, MayOverlapItsSourceAtEveryLengthAndDistance) {
+  constexpr std::size_t longest = 40;
+  for (std::size_t length = 0; length <= longest; ++length) {
+    const std::string text =
+        std::string("abcdefghijklmnopqrstuvwxyz0123456789ABCD").substr(0, length);
+    for (std::size_t to = 0; to <= 2 * longest; ++to) {
+      Buffer room(3 * longest + 1, std::string(longest, '#') + text);
+      qal_strncpy(room.data() + to, room.data() + longest, static_cast<int>(length) + 1);
+      ASSERT_STREQ(room.data() + to, text.c_str()) << "to " << to;
+    }
+  }
+}
+
 TEST(TextStrncat, AnswersWhereTheAppendedPartBegins) {
   Buffer dst(5, "ab");
   const char *appended = qal_strncat(dst.data(), "cdef", 5);
