@@ -73,9 +73,14 @@ bool copy_content(int from, int to) {
   }
 }
 
-// EINVAL: this kind of file (a device, a pipe) or its file system cannot be synchronised at all.
+// Whether a file of this kind (a device, a pipe) or on this file system can never be synchronised.
+bool has_no_disk(int error) {
+  constexpr std::array errors{EINVAL, EROFS, ENOTSUP, EOPNOTSUPP, ENOSYS};
+  return std::find(errors.begin(), errors.end(), error) != errors.end();
+}
+
 bool reached_disk(int file) {
-  return retry_interrupted([file] { return fsync(file); }) == 0 || errno == EINVAL;
+  return retry_interrupted([file] { return fsync(file); }) == 0 || has_no_disk(errno);
 }
 
 // The name of a new file is on the disk once its directory is. A directory that may be written to
