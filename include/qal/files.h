@@ -147,10 +147,11 @@ enum {
  *    - a socket or a block device;
  *    - a name that holds a backslash or is longer than 255 bytes;
  *    - an entry whose path, counted from the start of `path`, needs more than 1023 bytes;
- *    - more levels than the process may have open files.
+ *    - a directory that is moved elsewhere meanwhile.
  *
- *  A `path` that ends in "." or "..", is "/" or empty, or has more than 1023 bytes without its
- *  trailing slashes fails with nothing removed.
+ *  It opens two directories at a time, however deep the tree is. A `path` that ends in "." or "..",
+ *  is "/" or empty, or has more than 1023 bytes without its trailing slashes fails with nothing
+ *  removed.
  *
  *  @param path       the directory; trailing slashes are allowed.
  *  @param recursive  QAL_RMDIR_RECURSIVE; with any other value the directory must be empty.

@@ -423,8 +423,11 @@ class TreeFault : public testing::Test {
 
 TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
   const auto before = open_descriptors();
-  for (const char *call : {"openat", "fdopendir", "readdir", "unlinkat", "rmdirat", "realloc"}) {
-    for (int nth = 1; nth <= 3; ++nth) {
+  const std::map<const char *, int> calls{{"openat", 4},  {"fdopendir", 4}, {"fstat", 2},
+                                          {"readdir", 3}, {"unlinkat", 3},  {"rmdirat", 3},
+                                          {"realloc", 3}};
+  for (const auto &[call, last] : calls) {
+    for (int nth = 1; nth <= last; ++nth) {
       plant();
       EXPECT_EQ(remove({{call, fail_nth(nth, EIO)}}), QAL_STATUS_FAILED) << call << nth;
       EXPECT_TRUE(exists(tree));
@@ -463,7 +466,19 @@ TEST_F(TreeFault, TheFirstFileThatStaysIsTheLastOneTried) {
 TEST_F(TreeFault, FilesGoBeforeSubdirectoriesAndThoseBeforeTheirParent) {
   EXPECT_EQ(remove({{"unlinkat", never}, {"rmdirat", never}, {"openat", never}}), QAL_STATUS_OK);
   EXPECT_EQ(made_calls, (Lines{"openat", "unlinkat", "unlinkat", "openat", "unlinkat", "openat",
-                               "unlinkat", "rmdirat", "rmdirat", "rmdirat"}));
+                               "unlinkat", "rmdirat", "openat", "rmdirat", "rmdirat"}));
+}
+
+TEST_F(TreeFault, ADirectoryThatIsMovedMeanwhileFailsAndNothingGoesWhereItWent) {
+  scratch.directory("elsewhere");
+  scratch.file("elsewhere/kept");
+  after_fstat = [this] {
+    if (exists(tree + "/d")) std::filesystem::rename(tree + "/d", scratch / "elsewhere/d");
+  };
+  EXPECT_EQ(remove({}), QAL_STATUS_FAILED);
+  after_fstat = nullptr;
+  EXPECT_TRUE(exists(tree));
+  EXPECT_EQ(names_in(scratch / "elsewhere"), (Lines{"d", "kept"}));
 }
 
 TEST_F(TreeFault, ADirectoryThatCannotBeReadToItsEndLosesNothing) {

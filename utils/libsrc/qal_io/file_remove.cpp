@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "internal/bounded_text.hpp"
@@ -37,6 +38,8 @@ class NameList {
     text_.get()[length_++] = '\0';
     return true;
   }
+
+  bool empty() const { return length_ == 0; }
 
   // Stops at the first name for which `use` returns false, and returns whether there was none.
   template <typename Use>
@@ -109,25 +112,62 @@ bool read_content(DIR *directory, std::size_t path_length, Content &content) {
 // Deliberate: such a name could mean a file or a path, so it ends the removal.
 bool is_ambiguous(const char *name) { return std::strchr(name, '\\') != nullptr; }
 
-bool remove_tree(int parent, const char *path, std::size_t path_length);
+struct Identity {
+  dev_t device;
+  ino_t inode;
+  bool operator==(const Identity &) const = default;
+};
 
-bool remove_content(DIR *directory, std::size_t path_length) {
-  Content content;
-  if (!read_content(directory, path_length, content)) return false;
-  const int here = dirfd(directory);
-  return content.files.all_of([here](const char *name) {
-    return !is_ambiguous(name) && unlinkat(here, name, 0) == 0;
-  }) && content.directories.all_of([here, path_length](const char *name) {
-    return !is_ambiguous(name) && remove_tree(here, name, path_length + 1 + std::strlen(name));
+// Without a value when the directory is not open or cannot be examined.
+std::optional<Identity> identity_of(DIR *directory) {
+  struct stat info;
+  if (!directory || fstat(dirfd(directory), &info) != 0) return std::nullopt;
+  return Identity{info.st_dev, info.st_ino};
+}
+
+bool remove_files(int here, const NameList &names) {
+  return names.all_of(
+      [here](const char *name) { return !is_ambiguous(name) && unlinkat(here, name, 0) == 0; });
+}
+
+bool remove_directory(Directory &parent, const char *name, std::size_t path_length);
+
+bool remove_directories(Directory &here, const NameList &names, std::size_t path_length) {
+  return names.all_of([&here, path_length](const char *name) {
+    return !is_ambiguous(name) && remove_directory(here, name, path_length + 1 + std::strlen(name));
   });
+}
+
+// Closes `parent` meanwhile, so that two open directories are enough for any depth. The way back is
+// ".." of `here`, which leads elsewhere when `here` has been moved.
+bool remove_directories_below(Directory &parent, Directory &here, const NameList &names,
+                              std::size_t path_length) {
+  if (names.empty()) return true;
+  const auto left = identity_of(parent.get());
+  parent.reset();
+  if (!left || !remove_directories(here, names, path_length)) return false;
+  parent = open_directory(dirfd(here.get()), "..");
+  return identity_of(parent.get()) == left;
 }
 
 // `path_length` counts from the start of the whole tree's path. Every level adds two bytes or more,
 // so the room of a path bounds the depth of the recursion too.
-bool remove_tree(int parent, const char *path, std::size_t path_length) {
-  const Directory directory = open_directory(parent, path);
-  return directory && remove_content(directory.get(), path_length) &&
-         unlinkat(parent, path, AT_REMOVEDIR) == 0;
+bool remove_directory(Directory &parent, const char *name, std::size_t path_length) {
+  Directory here = open_directory(dirfd(parent.get()), name);
+  Content content;
+  return here && read_content(here.get(), path_length, content) &&
+         remove_files(dirfd(here.get()), content.files) &&
+         remove_directories_below(parent, here, content.directories, path_length) &&
+         unlinkat(dirfd(parent.get()), name, AT_REMOVEDIR) == 0;
+}
+
+bool remove_tree(const char *path, std::size_t path_length) {
+  Directory top = open_directory(AT_FDCWD, path);
+  Content content;
+  return top && read_content(top.get(), path_length, content) &&
+         remove_files(dirfd(top.get()), content.files) &&
+         remove_directories(top, content.directories, path_length) &&
+         unlinkat(AT_FDCWD, path, AT_REMOVEDIR) == 0;
 }
 
 // A slash at the end would make the system follow a link.
@@ -148,7 +188,7 @@ bool remove_recursively(std::string_view path) {
   if (!text.append(without_trailing_slashes(path)) || text.length() == 0) return false;
   std::replace(text.data(), text.data() + text.length(), '\\', '/');
   if (ends_in_dot_entry(text.view())) return false;
-  return remove_tree(AT_FDCWD, text.c_str(), text.length());
+  return remove_tree(text.c_str(), text.length());
 }
 
 }  // namespace
