@@ -150,7 +150,7 @@ enum {
  *    - a directory that is moved elsewhere meanwhile.
  *
  *  It opens two directories at a time, however deep the tree is. A `path` that ends in "." or "..",
- *  is "/" or empty, or has more than 1023 bytes without its trailing slashes fails with nothing
+ *  is "/" or empty, or has more than 1022 bytes with its trailing slashes fails with nothing
  *  removed.
  *
  *  @param path       the directory; trailing slashes are allowed.

@@ -914,13 +914,22 @@ TEST_F(TreeRemoval, AMuchDeeperTreeFailsWithoutHarm) {
   EXPECT_TRUE(exists(tree));
 }
 
-TEST_F(TreeRemoval, APathThatDoesNotFit1024BytesFails) {
-  std::string longest = tree;
-  while (longest.size() < 1023) longest += '/';
+TEST_F(TreeRemoval, APathOfMoreThan1022BytesFailsWithNothingRemoved) {
+  const auto padded_before_the_name = [this](std::size_t length) {
+    return scratch.path() + std::string(length - tree.size() + 1, '/') + "tree";
+  };
+  const auto padded_behind_the_name = [this](std::size_t length) {
+    return tree + std::string(length - tree.size(), '/');
+  };
+  for (const std::size_t length : {1023U, 1024U, 6000U}) {
+    EXPECT_EQ(qal_file_rmdir(padded_before_the_name(length).c_str(), 1), QAL_STATUS_FAILED);
+    EXPECT_EQ(qal_file_rmdir(padded_behind_the_name(length).c_str(), 1), QAL_STATUS_FAILED);
+  }
+  EXPECT_EQ(qal_file_rmdir(padded_before_the_name(1022).c_str(), 1), QAL_STATUS_OK);
   put("tree/file");
-  EXPECT_EQ(qal_file_rmdir((tree + std::string(5000, 'x')).c_str(), 1), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rmdir(padded_behind_the_name(1023).c_str(), 1), QAL_STATUS_FAILED);
   EXPECT_TRUE(exists(tree + "/file"));
-  EXPECT_EQ(qal_file_rmdir(longest.c_str(), 1), QAL_STATUS_OK);
+  EXPECT_EQ(qal_file_rmdir(padded_behind_the_name(1022).c_str(), 1), QAL_STATUS_OK);
 }
 
 TEST_F(TreeRemoval, NothingIsReportedAndNoDescriptorStaysOpen) {

@@ -172,8 +172,7 @@ bool remove_tree(const char *path, std::size_t path_length) {
 
 // A slash at the end would make the system follow a link.
 std::string_view without_trailing_slashes(std::string_view path) {
-  const auto last = path.find_last_not_of("/\\");
-  return path.substr(0, last == std::string_view::npos ? 0 : last + 1);
+  return path.substr(0, path.find_last_not_of('/') + 1);  // 0 when there are only slashes
 }
 
 // No system removes a directory by these names, so its content is not touched either; and
@@ -185,10 +184,12 @@ bool ends_in_dot_entry(std::string_view path) {
 bool remove_recursively(std::string_view path) {
   char room[path_room];
   BoundedText text{room};
-  if (!text.append(without_trailing_slashes(path)) || text.length() == 0) return false;
+  if (!text.append({path, "/"})) return false;  // what is in the directory needs the slash
   std::replace(text.data(), text.data() + text.length(), '\\', '/');
-  if (ends_in_dot_entry(text.view())) return false;
-  return remove_tree(text.c_str(), text.length());
+  const auto directory = without_trailing_slashes(text.view());
+  if (directory.empty() || ends_in_dot_entry(directory)) return false;
+  room[directory.size()] = '\0';
+  return remove_tree(room, directory.size());
 }
 
 }  // namespace
