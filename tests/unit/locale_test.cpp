@@ -204,6 +204,15 @@ TEST(TextClassInLocales, KnowsBlanksOfItsOwn) {
   expect_classes_of_the_locale();
 }
 
+TEST(TextClassInLocales, KnowsHexadecimalDigitsOfItsOwn) {
+  const ScratchDir scratch;
+  const TestLocale locale{locale_source(scratch, "xdigit <U0030>;<U00B2>\n"), "ISO-8859-7"};
+  constexpr int superscript_two = 0xb2;
+  ASSERT_TRUE(std::isxdigit(superscript_two));
+  EXPECT_EQ(qal_isxdigit(superscript_two), 0);
+  expect_classes_of_the_locale();
+}
+
 TEST(TextCaseInLocales, KeepsCharactersFrom128On) {
   const TestLocale locale{"de_DE", "ISO-8859-1"};
   for (const unsigned c : {128U, 0xc4U, 0xe4U, 255U, 256U, 256U + 'a', 0x80000061U, 0xffffffffU}) {
