@@ -1081,6 +1081,28 @@ TEST_F(FilesRead, AStreamThatCannotBeReadGivesNothingAndLosesItsErrorMark) {
   EXPECT_EQ(std::ferror(stream.get()), 0);
 }
 
+TEST(FilesReport, ComesFromTheCheckAlone) {
+  const ScratchDir scratch;
+  const auto absent = scratch / "absent";
+  const auto file = scratch.file("file");
+  const LogCapture log;
+  EXPECT_EQ(qal_file_copy(absent.c_str(), file.c_str(), 0), QAL_STATUS_NO_SOURCE);
+  EXPECT_EQ(qal_file_copy(file.c_str(), file.c_str(), 0x1), QAL_STATUS_EXISTS);
+  EXPECT_EQ(qal_file_copy(file.c_str(), scratch.path().c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_unlink(absent.c_str()), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rename(absent.c_str(), file.c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rename(absent.c_str(), file.c_str(), by_copying), QAL_STATUS_NO_SOURCE);
+  EXPECT_EQ(qal_file_rmdir(absent.c_str(), 0), QAL_STATUS_FAILED);
+  EXPECT_EQ(qal_file_rmdir(absent.c_str(), 1), QAL_STATUS_FAILED);
+  QalStat record;
+  EXPECT_EQ(qal_stat(absent.c_str(), &record), -1);
+  EXPECT_EQ(qal_is_dir(absent.c_str()), 0);
+  EXPECT_EQ(LineReader("too long").next(4), QAL_LINE_TOO_LONG);
+  char byte;
+  EXPECT_EQ(qal_fread(&byte, 1, 1, File{std::fopen(file.c_str(), "wbe")}.get()), 0U);
+  EXPECT_EQ(log.lines(), Lines{});
+}
+
 TEST_F(FilesTempName, TheDirectoryAndThePrefixAreUsed) {
   unsetenv("TMPDIR");
   const OwnedText name{qal_tempnam(scratch.path().c_str(), "pre")};
@@ -1106,6 +1128,24 @@ TEST_F(FilesTempName, AGivenDirectoryGoesBeforeTheEnvironment) {
   const OwnedText name{qal_tempnam(given.c_str(), "x")};
   ASSERT_NE(name, nullptr);
   EXPECT_EQ(std::string(name.get()).rfind(given + "/x", 0), 0U) << name.get();
+}
+
+TEST_F(FilesTempName, TheEnvironmentIsNotAskedInPlaceOfAGivenDirectory) {
+  unsetenv("TMPDIR");
+  ASSERT_EQ(setenv("ZUL_TMPDIR", scratch.path().c_str(), 1), 0);
+  for (const auto &given : {scratch / "absent", std::string()}) {
+    const OwnedText name{qal_tempnam(given.c_str(), "x")};
+    ASSERT_NE(name, nullptr);
+    EXPECT_FALSE(std::string(name.get()).starts_with(scratch / "x")) << name.get();
+  }
+}
+
+TEST_F(FilesTempName, ThePlatformPutsItsOwnDirectoryBeforeAGivenOne) {
+  const auto own = scratch.directory("own");
+  ASSERT_EQ(setenv("TMPDIR", own.c_str(), 1), 0);
+  const OwnedText name{qal_tempnam(scratch.directory("given").c_str(), "x")};
+  ASSERT_NE(name, nullptr);
+  EXPECT_TRUE(std::string(name.get()).starts_with(own + "/x")) << name.get();
 }
 
 TEST_F(FilesTempName, WithNeitherThePlatformChooses) {
