@@ -2,6 +2,7 @@
 // unless a test says which of them is to fail, in forked processes as well.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <qal/logger.h>
 #include <qal/pipe.h>
 #include <sched.h>
 #include <signal.h>
@@ -131,11 +132,12 @@ using qal::internal::File;
 
 constexpr int refused_shell = 42;
 
-// Passes in a process of its own, whose output is compared. A command that could not be started
-// ends there.
+// Passes in a process of its own, whose output is compared: what is logged would be in it. A
+// command that could not be started ends there.
 ChildResult run(const std::function<void()> &body) {
   return in_child([&] {
     alarm(60);
+    qal_logger_init(stderr, &_qal_logger_func, stderr, &_qal_logger_func);
     body();
   });
 }

@@ -18,6 +18,7 @@
 #include "support/child.hpp"
 #include "support/commands.hpp"
 #include "support/descriptors.hpp"
+#include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
 namespace {
@@ -27,6 +28,7 @@ using qal::test::exists;
 using qal::test::exit_code;
 using qal::test::expect_no_children;
 using qal::test::in_child;
+using qal::test::LogCapture;
 using qal::test::open_descriptors;
 using qal::test::output_of;
 using qal::test::read_file;
@@ -156,6 +158,7 @@ TEST_F(PipeOpen, GivesNoneForAModeThatTheStreamCannotHaveThoughTheCommandRuns) {
 
 TEST_F(PipeOpen, StartsNothingForAnyOtherMode) {
   const ScratchDir scratch;
+  const LogCapture log;
   const auto before = open_descriptors();
   for (const char *mode : {"x", "", "R", "W", "a", "+r", " r", "+w"}) {
     const Command command("touch '" + scratch / "started" + "'", mode);
@@ -165,6 +168,7 @@ TEST_F(PipeOpen, StartsNothingForAnyOtherMode) {
   expect_no_children();
   EXPECT_EQ(open_descriptors(), before);
   EXPECT_FALSE(exists(scratch / "started"));
+  EXPECT_EQ(log.text(), "");
 }
 
 TEST_F(PipeOpen, StartsNothingForNullArguments) {
