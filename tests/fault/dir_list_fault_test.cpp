@@ -163,10 +163,17 @@ class DirListFault : public testing::Test {
 };
 
 TEST_F(DirListFault, LeavesFiveZeroBytesBehindTheFullPath) {
-  const Listing listing(pattern());
-  ASSERT_FALSE(world.calloc_sizes.empty());
-  EXPECT_EQ(world.calloc_sizes.front(), pattern().size() + 5);
-  EXPECT_EQ(std::string(listing.full_path, pattern().size() + 5), pattern() + std::string(5, '\0'));
+  const std::string working_directory = fs::current_path();
+  const std::map<std::string, std::string> full_paths{
+      {pattern(), pattern()}, {"./*", working_directory + "/./*"}, {"", working_directory + "/*"}};
+  for (const auto &[given, full_path] : full_paths) {
+    world.calloc_sizes.clear();
+    const Listing listing(given);
+    ASSERT_FALSE(world.calloc_sizes.empty());
+    EXPECT_EQ(world.calloc_sizes.front(), full_path.size() + 5);
+    EXPECT_EQ(std::string(listing.full_path, full_path.size() + 5),
+              full_path + std::string(5, '\0'));
+  }
 }
 
 TEST_F(DirListFault, ReportsAFullPathThatCannotBeAllocated) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/dir_list.h>
+#include <qal/logger.h>
 #include <qal/status.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -20,6 +22,7 @@
 #include "support/listing.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
+#include "support/threads.hpp"
 
 namespace {
 
@@ -32,6 +35,8 @@ using qal::test::Listing;
 using qal::test::LogCapture;
 using qal::test::Names;
 using qal::test::run_in_child;
+using qal::test::run_together;
+using qal::test::ScratchDir;
 using qal::test::unset_count;
 using testing::Contains;
 using testing::ElementsAre;
@@ -241,6 +246,37 @@ TEST_F(DirList, NamesEntriesOfARelativePatternByTheirFullPath) {
   });
 }
 
+TEST_F(DirList, CountsTheWorkingDirectoryInTheEntriesPaths) {
+  fs::path deep = scratch.path();
+  while (deep.native().size() < 800) deep /= std::string(199, 'd');
+  fs::create_directories(deep);
+  in_child([&deep] {
+    fs::current_path(deep);
+    const std::string directory = deep / ".";
+    const std::string fits(1023 - directory.size() - 1, 'f');
+    for (const auto &name : {fits, fits + "f"}) qal::test::write_file(name, "");
+    const LogCapture log;
+    const Listing listing("./*");
+    EXPECT_EQ(listing.status, QAL_STATUS_OK);
+    EXPECT_THAT(listing.files(), ElementsAre(fits));
+    EXPECT_EQ(listing.file_count, 1);
+    EXPECT_THAT(log.lines(), ElementsAre(couldnt_get_info(directory + "/" + fits + "f")));
+  });
+}
+
+// Deliberate: a slash stands between the working directory and the pattern, whatever the directory.
+TEST_F(DirList, DoublesTheSlashBelowTheRootDirectory) {
+  in_child([] {
+    fs::current_path("/");
+    const Listing listing("usr/*");
+    EXPECT_EQ(listing.status, QAL_STATUS_OK);
+    EXPECT_STREQ(listing.full_path, "//usr/*");
+    const Listing empty("");
+    EXPECT_EQ(empty.status, QAL_STATUS_NOT_FOUND);
+    EXPECT_STREQ(empty.full_path, "//*");
+  });
+}
+
 TEST_F(DirList, DoesNotFindABareName) {
   // Deliberate: without a directory part there is no directory to open.
   scratch.file("a.dat");
@@ -397,6 +433,37 @@ TEST_F(DirList, FlushesStandardOutput) {
     _exit(listing.status);  // without the flush that an ordinary exit makes
   });
   EXPECT_EQ(result.out, "pending");
+}
+
+using DirListThreads = qal::test::Threads;
+
+void count_line(void *count, const char *, ...) { ++*static_cast<std::atomic<int> *>(count); }
+
+TEST_F(DirListThreads, ListAtOnceEachItsOwnDirectory) {
+  constexpr int threads = 4;
+  constexpr int rounds = 200;
+  const ScratchDir scratch;
+  for (int thread = 0; thread < threads; ++thread) {
+    const auto number = std::to_string(thread);
+    scratch.directory(number + "/directory" + number);
+    scratch.file(number + "/file" + number);
+    fs::create_symlink("missing", scratch / (number + "/dangling"));
+  }
+  std::atomic<int> reports = 0;
+  qal_logger_init(&reports, &count_line, nullptr, nullptr);
+  run_together(threads, [&scratch](int thread) {
+    const auto number = std::to_string(thread);
+    for (int round = 0; round < rounds; ++round) {
+      const Listing listing(scratch / (number + "/*"));
+      ASSERT_EQ(listing.status, QAL_STATUS_OK);
+      ASSERT_THAT(listing.files(), ElementsAre("file" + number));
+      ASSERT_THAT(listing.directories(), UnorderedElementsAre(".", "..", "directory" + number));
+      ASSERT_EQ(listing.file_count, 1);
+      ASSERT_EQ(listing.directory_count, 3);
+    }
+  });
+  qal_logger_done();
+  EXPECT_EQ(reports, threads * rounds);
 }
 
 TEST_F(DirList, LeavesNoDescriptorOpen) {
