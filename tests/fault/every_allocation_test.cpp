@@ -212,8 +212,8 @@ void handle_files(const ScratchDir &scratch) {
 
 void remove_tree(const ScratchDir &scratch) {
   const auto tree = scratch.directory("tree");
-  for (const char *name : {"tree/a", "tree/b", "tree/d/c"}) {
-    scratch.directory("tree/d");
+  for (const char *name : {"tree/a", "tree/b", "tree/d/c", "tree/d/e/f"}) {
+    scratch.directory("tree/d/e");
     scratch.file(name);
   }
   expect_exactly<int>(call(qal_file_rmdir, tree.c_str(), 1), QAL_STATUS_OK, QAL_STATUS_FAILED);
@@ -511,14 +511,33 @@ const unsigned char *pattern_of(const char *text) {
   return reinterpret_cast<const unsigned char *>(text);
 }
 
+void search_and_change_texts() {
+  const std::string long_text = std::string(9000, '.') + "needle";
+  EXPECT_STREQ(call(qal_strcasestr, "a Needle", "nEEDLE"), "Needle");
+  EXPECT_STREQ(call(qal_strcasestr, long_text.c_str(), "NEEDLE"), "needle");
+  EXPECT_STREQ(call(qal_strchr, "a-b-c", '-'), "-b-c");
+  EXPECT_STREQ(call(qal_strrchr, "a-b-c", '-'), "-c");
+  EXPECT_EQ(call(qal_isalpha, 'x'), 1);
+  char text[64];
+  EXPECT_STREQ(call(qal_strncpy, text, " -ab", int{sizeof text}), " -ab");
+  EXPECT_STREQ(call(qal_strncat, text, "c~d ", unsigned{sizeof text}), "c~d ");
+  EXPECT_EQ(call(qal_strip_pre_post_spaces, text, text), 6);
+  EXPECT_EQ(call(qal_strip_pre_post_chars, text, text, '-'), 5);
+  EXPECT_EQ(call(qal_strip_at_the_chars, text, "~"), 3);
+  EXPECT_EQ(call(qal_strrepl, text, "b", "+++", int{QAL_REPLACE_ALL}), 1);
+  call(qal_changecase, text, int{QAL_CASE_UPPER});
+  EXPECT_STREQ(text, "A+++C");
+  EXPECT_EQ(call([&] { return qal_snprintf(text, sizeof text, "%s-%d", "text", 7); }), 0);
+  EXPECT_STREQ(text, "text-7");
+}
+
 // What is said to need no memory has no allocation that could fail.
 void do_without_memory(const ScratchDir &) {
   EXPECT_EQ(call(zul_fnmatch, pattern_of("h*[a-z]?.dat"), pattern_of("halix_x1.dat")), 0);
   EXPECT_EQ(call(qal_fnmatch, pattern_of("*/b*"), "a/bc", unsigned{QAL_FNM_PATHNAME}), 0);
   char path[64] = "/a/./b/../c";
   EXPECT_EQ(call(qal_convert_pathname, path, uint32_t{QAL_PATH_COMPACT}), 0);
-  char text[64] = "a-b";
-  EXPECT_EQ(call(qal_strrepl, text, "-", "+++", 0), 1);
+  search_and_change_texts();
   call([] {
     QalIdentity identity("/bin/demo");
     identity.setProduct(1);
