@@ -1,6 +1,7 @@
 // The path functions when system calls fail, and how many calls they make.
 #include <dirent.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <qal/path.h>
@@ -19,6 +20,7 @@
 #include "support/child.hpp"
 #include "support/descriptors.hpp"
 #include "support/fault.hpp"
+#include "support/listing.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
@@ -59,12 +61,16 @@ int __real_getpwuid_r(uid_t user, passwd *entry, char *store, std::size_t size, 
 int __real_getpwnam_r(const char *user, passwd *entry, char *store, std::size_t size,
                       passwd **found);
 
-void *__wrap_malloc(std::size_t size) {
-  return size >= faults.smallest_refused_block ? nullptr : __real_malloc(size);
+static bool refused(std::size_t size) {
+  if (size < faults.smallest_refused_block) return false;
+  errno = ENOMEM;
+  return true;
 }
 
+void *__wrap_malloc(std::size_t size) { return refused(size) ? nullptr : __real_malloc(size); }
+
 void *__wrap_realloc(void *block, std::size_t size) {
-  return size >= faults.smallest_refused_block ? nullptr : __real_realloc(block, size);
+  return refused(size) ? nullptr : __real_realloc(block, size);
 }
 
 int __wrap_open(const char *path, int flags, ...) {
@@ -119,6 +125,11 @@ int __wrap_getpwnam_r(const char *user, passwd *entry, char *store, std::size_t 
 namespace {
 
 using qal::internal::PasswordEntry;
+using qal::test::Listing;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::StartsWith;
 
 class PathFault : public testing::Test {
  protected:
@@ -234,6 +245,26 @@ TEST_F(PathExpandFault, DoesNotFindAnyoneWhenMemoryIsShort) {
   const std::string long_name = "~" + std::string(1023, 'n');
   EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand(long_name.c_str()));
   EXPECT_TRUE(faults.lookup_sizes.empty());
+}
+
+TEST_F(PathExpandFault, ReportsTheMissingMemoryOfALookUp) {
+  const auto report = ElementsAre("ERROR: Cannot allocate memory: " + std::to_string(ENOMEM) + "\n",
+                                  "ERROR: QAL_MALLOC: Memory allocation (size 1024) failed:\n",
+                                  AllOf(StartsWith("ERROR: At line "), EndsWith("/password.cpp\n")),
+                                  "ERROR: PasswordEntry: Memory allocation failed.\n");
+  LogCapture log;
+  faults.smallest_refused_block = 1024;
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand("~"));
+  faults.smallest_refused_block = SIZE_MAX;
+  EXPECT_THAT(log.lines(), report);
+
+  log.clear();
+  faults.smallest_refused_block = 1024;
+  const Listing listing("~/*");
+  faults.smallest_refused_block = SIZE_MAX;
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, listing.status);
+  EXPECT_EQ(nullptr, listing.full_path);
+  EXPECT_THAT(log.lines(), report);
 }
 
 TEST_F(PathExpandFault, TakesAMissingHomeForAnEmptyOne) {
