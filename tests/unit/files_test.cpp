@@ -861,6 +861,13 @@ TEST_F(TreeRemoval, ADirectoryThatMayNotBeSearchedKeepsItsContent) {
   EXPECT_EQ(names_in(tree), Lines{"file"});
 }
 
+TEST_F(TreeRemoval, AnEmptyDirectoryThatMayNotBeSearchedGoes) {
+  ASSERT_EQ(chmod(scratch.directory("tree/d").c_str(), 0444), 0);
+  ASSERT_EQ(chmod(tree.c_str(), 0777), 0);
+  ASSERT_EQ(chmod(scratch.path().c_str(), 0777), 0);
+  in_unprivileged_child([this] { EXPECT_EQ(remove(), QAL_STATUS_OK); });
+}
+
 // Makes `levels` directories named "d", one in the other, below the working directory.
 void descend(int levels) {
   for (int level = 0; level < levels; ++level) {
