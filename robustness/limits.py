@@ -49,7 +49,7 @@ def run_case(case):
         settings["EXTRA_ADDRESS_SPACE"] = str(extra)
     found = sweep_world.complaints(sweep_world.run(world, settings, under))
     was_asked = bool(sweep_world.servers().asked(path))
-    found += sweep_world.losses(world, path, sweep_world.loading_mark(world).exists())
+    found += sweep_world.losses(world, path, sweep_world.has_loaded(world))
     if not sweep_world.settles_the_rest(world):
         found.append("the next run did not settle the rest")
     for problem in found:

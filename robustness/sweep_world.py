@@ -239,9 +239,13 @@ def lay_out(world):
 def watch_loading(world):
     """Settings under which a run leaves a mark once it has loaded libcurl."""
     mark = loading_mark(world)
-    if mark.exists():
-        mark.rmdir()
+    mark.unlink(missing_ok=True)
+    make_file(mark, "")
     return {"LD_PRELOAD": shim("loading"), "LIBCURL_LOADED": str(mark)}
+
+
+def has_loaded(world):
+    return loading_mark(world).stat().st_mode & 0o777 == 0
 
 
 def loading_mark(world):

@@ -14,7 +14,7 @@ CALLS = ("open", "openat", "read", "write", "close", "stat", "fstat", "newfstata
          "sendto", "recvfrom")
 ERRORS = ("EIO", "EINTR", "ENOSPC", "EMFILE", "EACCES", "ENOMEM")
 SAMPLES = 150
-TRACED = ("-y", "-e", "trace=kill,?mkdir,?mkdirat," + ",".join(f"?{call}" for call in CALLS))
+TRACED = ("-y", "-e", "trace=kill,?chmod,?fchmodat," + ",".join(f"?{call}" for call in CALLS))
 
 
 def run_traced(world, *options):
@@ -55,7 +55,7 @@ def is_injected(call):
 def request_may_fail(trace):
     """Whether the fault lies between the loading of libcurl and the deletion of the record."""
     fault = tracing.index_of(trace, is_injected)
-    loaded = tracing.index_of(trace, lambda call: call.startswith("mkdir"))
+    loaded = tracing.index_of(trace, lambda call: call.startswith(("chmod", "fchmodat")))
     unlink = tracing.index_of(trace, lambda call: call.startswith("unlink") and LIVE in call)
     return loaded < fault < unlink
 

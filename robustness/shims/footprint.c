@@ -1,9 +1,17 @@
 /* When the program ends, writes to the file FOOTPRINT_REPORT the most memory that it ever had
-   resident, in KiB, and how many descriptors it has open. */
+   resident, in KiB, and how many descriptors it has open. The file is opened at the start, because
+   the tool gives up the right to do that. */
 #include <dirent.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+
+static FILE *report;
+
+__attribute__((constructor)) static void open_report(void) {
+  report = fopen(getenv("FOOTPRINT_REPORT"), "we");
+  if (!report) abort();
+}
 
 static long most_resident_kib(void) {
   char line[128];
@@ -25,13 +33,10 @@ static int open_descriptors(void) {
     count += entry->d_name[0] != '.';
   }
   closedir(directory);
-  return count - 1; /* without the one that counts */
+  return count - 2; /* without the one that counts and that of the report */
 }
 
-__attribute__((destructor)) static void report(void) {
-  const int descriptors = open_descriptors();
-  FILE *const file = fopen(getenv("FOOTPRINT_REPORT"), "we");
-  if (!file) abort();
-  fprintf(file, "%ld %d\n", most_resident_kib(), descriptors);
-  fclose(file);
+__attribute__((destructor)) static void write_report(void) {
+  fprintf(report, "%ld %d\n", most_resident_kib(), open_descriptors());
+  fclose(report);
 }
