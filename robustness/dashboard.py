@@ -37,6 +37,7 @@ MEASUREMENTS = (
     "clock",
     "crowd",
     "hostile_names",
+    "confinement",
     "silence",
     "matching",
     "stress",
