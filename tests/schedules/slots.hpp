@@ -1,0 +1,22 @@
+// A table of threads that is nearly full.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <qal/thread.h>
+
+#include "support/scheduler.hpp"
+
+namespace qal::test {
+
+// Claims all slots of the table but `count`, so that these are used in every run. A run has threads
+// for a few alone; the slot of a thread that could not be started stays claimed.
+inline void leave_slots(int count) {
+  constexpr int slots = 2047;
+  ASSERT_EQ(qal_thread_init(), 0);
+  replay("", Are::different, [=] {
+    int index = 0;
+    for (int i = count; i < slots; ++i) qal_thread_create(&index, nullptr, nullptr);
+  });
+}
+
+}  // namespace qal::test
