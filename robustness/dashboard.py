@@ -24,6 +24,7 @@ MEASUREMENTS = (
     "valgrind",
     "memory_sanitizer",
     "models",
+    "schedules",
     "fuzzing",
     "coverage",
     "conditions",

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The suite over and over: a test that fails once is flaky. Comparisons with a model and corpora that
-start no thread and no process answer the same each time and are left out.
+"""The suite over and over: a test that fails once is flaky. Comparisons with a model, corpora that start
+no thread and no process, and schedules answer the same each time and are left out.
 """
 import subprocess
 
@@ -14,7 +14,7 @@ THREADED_CORPORA = [name.removesuffix(".corpus") for name in areas.all_of("threa
 def the_same_each_time():
     """An expression of ctest's."""
     corpora = "|".join(sorted(set(areas.all_of("fuzz")) - set(THREADED_CORPORA)))
-    return rf"^({corpora})\.corpus$|Exhaustive|_model\.|^model\."
+    return rf"^({corpora})\.corpus$|Exhaustive|_model\.|^model\.|_schedules\."
 
 
 def flaky(rounds):
