@@ -282,10 +282,7 @@ Search replay(std::string_view line, Are threads, const Body &body) {
 Points::Points() { self->state.has_points = true; }
 Points::~Points() { self->state.has_points = false; }
 
-}  // namespace qal::test
-
-using namespace qal::test;  // the platform's names stand outside of it
-
+// The linker knows these by their names alone.
 extern "C" {
 
 int __wrap_pthread_create(pthread_t *handle, const pthread_attr_t *attributes,
@@ -361,8 +358,13 @@ int __wrap_sched_yield() {
 }
 }
 
+}  // namespace qal::test
+
 // The clock, which says how long a thread stays awake, is no part of a schedule.
 bool wrapped_lasts(Patience &patience) {
+  using qal::test::most_looks;
+  using qal::test::point;
+  using qal::test::self;
   if (!self) return real_lasts(patience);
   point("looks", true);
   self->state.looks = (self->state.looks + 1) % most_looks;
