@@ -1,5 +1,6 @@
 // The whole tool, beside what a user would start instead: an empty program, find, a shell script
-// with curl and a Python script, both of which stand beside this file. KALMORA_SWEEP in the
+// with curl and a Python script, both of which stand beside this file; and beside its floor, a
+// program that makes the same system calls and does nothing else. KALMORA_SWEEP in the
 // environment names the tool as it is installed, with the C++ runtime inside; the one that is built
 // with the benchmarks stands in for it otherwise.
 #include <httplib.h>
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <climits>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,6 +55,10 @@ bool sweep(const std::string &directory) {
 
 bool sweep_with_shared_runtime(const std::string &directory) {
   return run({KALMORA_SWEEP_PATH}, directory);
+}
+
+bool same_system_calls(const std::string &directory) {
+  return run({SWEEP_FLOOR_PATH, home() / "Library/Application Support/kalmora102"}, directory);
 }
 
 bool empty_program(const std::string &) { return run({EMPTY_PROGRAM_PATH}); }
@@ -100,19 +106,24 @@ void over_unrelated_files(benchmark::State &state) {
 }
 
 // Kept, so that each round finds them all.
-const Scratch &records_of_dead_owners() {
-  static const Scratch directory;
-  static const bool filled =
-      (fill(directory, 10'000, "halix_server",
-            "http://127.0.0.1:8080/stop halix secret " + std::to_string(INT_MAX) + "\n"),
-       true);
-  benchmark::DoNotOptimize(filled);
-  return directory;
+const Scratch &records_of_dead_owners(int count) {
+  static std::map<int, Scratch> made;
+  const auto [place, is_new] = made.try_emplace(count);
+  if (is_new) {
+    fill(place->second, count, "halix_server",
+         "http://127.0.0.1:8080/stop halix secret " + std::to_string(INT_MAX) + "\n");
+  }
+  return place->second;
 }
 
 template <Settle settle>
 void over_dead_owners(benchmark::State &state) {
-  settle_repeatedly(state, settle, records_of_dead_owners());
+  settle_repeatedly(state, settle, records_of_dead_owners(10'000));
+}
+
+template <Settle settle>
+void over_records(benchmark::State &state) {
+  settle_repeatedly(state, settle, records_of_dead_owners(static_cast<int>(state.range(0))));
 }
 
 // On the loopback, until the program ends.
@@ -159,17 +170,26 @@ void notify_500_servers(benchmark::State &state) {
 
 const bool registered = [] {
   using qal::bench::row;
+  const char *const floor = "floor: the same system calls";
   row("tool, nothing to do", {{"qal", over_nothing<sweep>},
                               {"qal, shared C++ runtime", over_nothing<sweep_with_shared_runtime>},
-                              {"empty C program", over_nothing<empty_program>}});
-  row("tool, 1e5 unrelated files",
-      {{"qal", over_unrelated_files<sweep>}, {"find", over_unrelated_files<find>}});
+                              {"empty C program", over_nothing<empty_program>},
+                              {floor, over_nothing<same_system_calls>}});
+  row("tool, 1e5 unrelated files", {{"qal", over_unrelated_files<sweep>},
+                                    {"find", over_unrelated_files<find>},
+                                    {floor, over_unrelated_files<same_system_calls>}});
   row("tool, 1e4 records of dead owners", {{"qal", over_dead_owners<sweep>},
                                            {"shell", over_dead_owners<shell_script>},
-                                           {"python", over_dead_owners<python_script>}});
-  row("tool, 500 servers", {{"qal", notify_500_servers<sweep>},
-                            {"shell", notify_500_servers<shell_script>},
-                            {"python", notify_500_servers<python_script>}});
+                                           {"python", over_dead_owners<python_script>},
+                                           {floor, over_dead_owners<same_system_calls>}});
+  row("tool, 500 servers",
+      {{"qal", notify_500_servers<sweep>},
+       {"shell", notify_500_servers<shell_script>},
+       {"python", notify_500_servers<python_script>},
+       {"floor: the same calls of libcurl", notify_500_servers<same_system_calls>}});
+  qal::bench::curve(
+      "tool, by the number of records", {10, 100, 1'000, 10'000, 100'000},
+      {{"qal", over_records<sweep>}, {"the same system calls", over_records<same_system_calls>}});
   return true;
 }();
 
