@@ -4,15 +4,18 @@
 usage: table.py RESULTS_DIRECTORY          the table on the terminal
        table.py RESULTS_DIRECTORY PAGE     the page with the curves beside it (needs gnuplot)
 
-A benchmark is called "capability|who", and "capability|qal, variant" when ours runs in another
-way beside the same peers. Medians of the repetitions are compared. The rows, their order and their
-targets stand in targets.tsv; what the curves count stands in curves.tsv.
+The directory holds the results of one run or, below it, of several. A benchmark is called
+"capability|who", and "capability|qal, variant" when ours runs in another way beside the same peers;
+"capability|floor: what it is" is the floor. Each run compares the medians of its repetitions; of
+the runs the table shows the median and the worst. The rows, their order and their targets stand in
+targets.tsv; what the curves count stands in curves.tsv.
 """
 import collections
 import itertools
 import json
 import math
 import pathlib
+import statistics
 import subprocess
 import sys
 
@@ -36,24 +39,41 @@ def targets():
 
 
 def results(directory):
-    return [json.loads(file.read_text()) for file in sorted(directory.glob("*.json"))]
+    return [json.loads(file.read_text()) for file in sorted(directory.rglob("*.json"))]
 
 
-def medians(programs):
-    """{capability: {who: ns}} and {capability: {who: [(size, ns)]}}."""
-    rows, curves = collections.defaultdict(dict), collections.defaultdict(dict)
-    for program in programs:
-        for run in program["benchmarks"]:
-            if run.get("aggregate_name") != "median":
-                continue
+def medians(program):
+    """(capability, who, size, ns) of each benchmark; the size is None outside curves."""
+    for run in program["benchmarks"]:
+        if run.get("aggregate_name") == "median":
             capability, rest = run["run_name"].split("|", 1)
-            who, *sizes = rest.removesuffix("/real_time").split("/")
-            time = run["real_time"] * NANOSECONDS[run["time_unit"]]
-            if sizes:
-                curves[capability].setdefault(who, []).append((int(sizes[0]), time))
-            else:
-                rows[capability][who] = time
-    return with_variants(rows), curves
+            who, *settings = rest.split("/")
+            size = next((int(setting) for setting in settings if setting.isdigit()), None)
+            yield capability, who, size, run["real_time"] * NANOSECONDS[run["time_unit"]]
+
+
+def rows_of(programs):
+    """{capability: [{who: ns}]}, one for each run, whose times were taken in one process."""
+    rows = collections.defaultdict(list)
+    for program in programs:
+        found = collections.defaultdict(dict)
+        for capability, who, size, time in medians(program):
+            if size is None:
+                found[capability][who] = time
+        for capability, times in with_variants(found).items():
+            rows[capability].append(times)
+    return rows
+
+
+def curves_of(programs):
+    """{capability: {who: [(size, ns)]}}."""
+    found = collections.defaultdict(lambda: collections.defaultdict(lambda: collections.defaultdict(list)))
+    for program in programs:
+        for capability, who, size, time in medians(program):
+            if size is not None:
+                found[capability][who][size].append(time)
+    return {capability: {who: [(size, statistics.median(times)) for size, times in sorted(sizes.items())]
+                         for who, sizes in curve.items()} for capability, curve in found.items()}
 
 
 def with_variants(rows):
@@ -73,25 +93,44 @@ def duration(ns):
     return f"{ns:.3g}\u00a0ns"
 
 
+def is_floor(who):
+    return who.startswith(FLOOR)
+
+
+def over_runs(runs):
+    """{who: ns} as the median over the runs."""
+    return {who: statistics.median(run[who] for run in runs if who in run)
+            for who in dict.fromkeys(who for run in runs for who in run)}
+
+
 def peer_of(times, named):
-    """The peer that the target names, else the fastest."""
-    peers = {who: ns for who, ns in times.items() if who not in (OURS, FLOOR)}
+    """The peer that the target names, which may be the floor, else the fastest."""
+    if named == FLOOR:
+        return next(filter(is_floor, times))
+    peers = {who: ns for who, ns in times.items() if who != OURS and not is_floor(who)}
     return min((who for who in peers if not named or who == named), key=peers.get)
 
 
-def line(target, times):
+def floor_of(times):
+    floor = next(filter(is_floor, times), None)
+    return f"{duration(times[floor])} ({floor.removeprefix(FLOOR + ': ')})" if floor else ""
+
+
+def line(target, runs):
+    times = over_runs(runs)
     peer = peer_of(times, target.peer)
-    ratio = times[OURS] / times[peer]
-    floor = duration(times[FLOOR]) if FLOOR in times else ""
+    ratios = [run[OURS] / run[peer] for run in runs if OURS in run and peer in run]
+    ratio = statistics.median(ratios)
     verdict = ("reached", "") if ratio <= target.ratio else ("missed", target.remark)
-    return (target.capability, duration(times[OURS]), f"{duration(times[peer])} ({peer})",
-            f"{ratio:.2f}", f"{target.ratio:g}", floor, *verdict)
+    return (target.capability, duration(times[OURS]), f"{duration(times[peer])} ({peer.split(':')[0]})",
+            f"{ratio:.2f}", f"{max(ratios):.2f}", f"{(max(ratios) - min(ratios)) / ratio:.0%}", str(len(ratios)),
+            f"{target.ratio:g}", floor_of(times), *verdict)
 
 
 def table(rows):
-    head = ("capability", "ours", "peer", "ratio", "target", "floor", "verdict", "why")
+    head = ("capability", "ours", "peer", "ratio", "worst", "spread", "runs", "target", "floor", "verdict", "why")
     body = [line(target, rows[target.capability]) for target in targets()
-            if OURS in rows.get(target.capability, {})]
+            if any(OURS in run for run in rows.get(target.capability, []))]
     widths = [max(len(row[column]) for row in [head, *body]) for column in range(len(head))]
     body.insert(0, tuple("-" * max(1, width) for width in widths))
     return ["| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |"
@@ -160,24 +199,28 @@ def conclusion(counted, curve):
 
 
 def setting(programs):
-    """Where and when the results came about."""
-    contexts = [{**program["context"], "day": program["context"]["date"][:10]} for program in programs]
+    """Where and when the results came about. A run has a name: the time when it began."""
+    contexts = [program["context"] for program in programs]
 
     def recorded(key):
         return joined(sorted({str(context.get(key, "not recorded")) for context in contexts}))
 
-    return (f"Measured on {recorded('day')} at commit {recorded('commit')}, on {recorded('num_cpus')} processors "
-            f"({recorded('processor')}), compiled with {recorded('compiler')}.")
+    runs = sorted({f"{context.get('run', context['date'][:10])} (commit {context.get('commit', 'not recorded')})"
+                   for context in contexts})
+    return (f"The page rests on {len(runs)} run{'s' * (len(runs) > 1)}: {joined(runs)}, on {recorded('num_cpus')} "
+            f"processors ({recorded('processor')}), compiled with {recorded('compiler')}.")
 
 
 HEAD = """# Speed, as measured
 
 Written by `./run bench page`. Each row puts a function beside what a user would reach for instead, on the same work, in
-one process, interleaved; the medians are compared.
+one process, interleaved. Each run compares the medians of its repetitions.
 
-- The *ratio* is our time divided by the peer's: below 1 is faster than the peer.
+- The *ratio* is our time divided by the peer's: below 1 is faster than the peer. It is the median over the runs; the
+  *worst* is the greatest of them, and the *spread* is from the least to the greatest, as a part of the median.
 - The *target* is the greatest ratio that we accept. A row above it is missed, and says why.
-- The *floor* is the time of the steps that no implementation of the same contract can leave out.
+- The *floor* is the time of the steps that no implementation of the same contract can leave out, and says which they are.
+  A row whose peer is the floor compares with it.
 - *Static with LTO* is another program, with runs of its own for the peer.
 """
 
@@ -196,7 +239,7 @@ def main(arguments):
     if len(arguments) not in (1, 2):
         sys.exit(__doc__)
     programs = results(pathlib.Path(arguments[0]))
-    rows, curves = medians(programs)
+    rows, curves = rows_of(programs), curves_of(programs)
     print("\n".join(table(rows)))
     for capability in unmatched(rows):
         print(f"not in the table, without a result or a target: {capability}")

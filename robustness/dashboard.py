@@ -41,6 +41,7 @@ MEASUREMENTS = (
     "confinement",
     "silence",
     "matching",
+    "instructions",
     "stress",
     "repeats",
 )
