@@ -1,6 +1,8 @@
 // Copying a large file, beside what the C++ library offers for it.
+#include <fcntl.h>
 #include <qal/files.h>
 #include <qal/status.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <filesystem>
@@ -44,6 +46,17 @@ void copy_by_filesystem(benchmark::State &state) {
   }
 }
 
+void copy_by_kernel(benchmark::State &state) {
+  const Files &copy = files();
+  for (auto _ : state) {
+    const int from = open(copy.from.c_str(), O_RDONLY | O_CLOEXEC);
+    const int to = open(copy.to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    while (copy_file_range(from, nullptr, to, nullptr, copied_bytes, 0) > 0) continue;
+    close(from);
+    close(to);
+  }
+}
+
 // What one copies most of the time: the destination is new.
 template <typename Copy>
 void to_new_file(benchmark::State &state, Copy copy) {
@@ -69,11 +82,11 @@ void copy_to_new_file_by_filesystem(benchmark::State &state) {
 }
 
 const bool registered = [] {
-  qal::bench::row("file copy 64 MiB",
-                  {{"qal", copy_by_us}, {"std::filesystem", copy_by_filesystem}});
-  qal::bench::row(
-      "file copy 64 MiB, new",
-      {{"qal", copy_to_new_file_by_us}, {"std::filesystem", copy_to_new_file_by_filesystem}});
+  qal::bench::row("file copy 64 MiB", {{"qal", copy_by_us},
+                                       {"std::filesystem", copy_by_filesystem},
+                                       {"floor: copy_file_range", copy_by_kernel}});
+  qal::bench::row("file copy 64 MiB, new", {{"qal", copy_to_new_file_by_us},
+                                            {"std::filesystem", copy_to_new_file_by_filesystem}});
   return true;
 }();
 

@@ -99,6 +99,25 @@ class Glib {
   GHashTable *table_ = g_hash_table_new(g_direct_hash, g_direct_equal);
 };
 
+// The floor: the slot of a key is its record.
+class Direct {
+ public:
+  explicit Direct(std::size_t count) : records_(count) {}
+  void add(Key key) { record_of(key) = {key, key}; }
+  bool find(Key key) {
+    const auto [held, data] = record_of(key);
+    benchmark::DoNotOptimize(data);
+    return held == key;
+  }
+  void remove(Key key) { record_of(key) = {}; }
+
+ private:
+  // The number of records is a power of two.
+  std::pair<Key, Key> &record_of(Key key) { return records_[key & (records_.size() - 1)]; }
+
+  std::vector<std::pair<Key, Key>> records_;
+};
+
 using Standard = Peer<std::unordered_map<Key, Key>>;
 using Boost = Peer<boost::unordered_map<Key, Key>>;
 using Abseil = Peer<absl::node_hash_map<Key, Key>>;
@@ -236,6 +255,17 @@ struct Mix {
 };
 using StandardPairs = PairPeer<std::unordered_map<Key, Key, Mix>>;
 using BoostPairs = PairPeer<boost::unordered_map<Key, Key, Mix>>;
+
+class DirectPairs : Direct {
+ public:
+  using Direct::Direct;
+  void add(const Pair &pair) { Direct::add(key_of(pair)); }
+  bool find(const Pair &pair) { return Direct::find(key_of(pair)); }
+  void remove(const Pair &pair) { Direct::remove(key_of(pair)); }
+
+ private:
+  static Key key_of(const Pair &pair) { return Mix{}(Unordered::word(pair)); }
+};
 using AbseilPairs = PairPeer<absl::node_hash_map<Key, Key>>;
 
 // The edges of a mesh: each joins two of its points.
@@ -278,7 +308,7 @@ void register_keys() {
                      {"Boost", miss<Boost>},
                      {"Abseil", miss<Abseil>},
                      {"GLib", miss<Glib>}});
-  curve("hash, find all", {128, 1024, 8192, 65'536},
+  curve("hash, find all", {128, 1024, 8192, 65'536, 1'048'576, 8'388'608},
         {{"qal", find_growing<Table>}, {"std::unordered_map", find_growing<Standard>}});
 }
 
@@ -293,6 +323,16 @@ void register_pairs() {
                           {"Abseil", find_pairs<AbseilPairs>}});
 }
 
-const bool registered = (register_keys(), register_pairs(), true);
+void register_floors() {
+  constexpr char floor[] = "floor: one record at a known place";
+  row("hash, add", {{floor, add<Direct>}});
+  row("hash, remove", {{floor, remove<Direct>}});
+  row("hash, find", {{floor, find<Direct>}});
+  row("hash, miss", {{floor, miss<Direct>}});
+  row("pair hash, add", {{floor, add_pairs<DirectPairs>}});
+  row("pair hash, find", {{floor, find_pairs<DirectPairs>}});
+}
+
+const bool registered = (register_keys(), register_pairs(), register_floors(), true);
 
 }  // namespace

@@ -113,8 +113,9 @@ void fprintf_stamped(benchmark::State &state) {
 const bool registered = [] {
   using qal::bench::row;
   row("logger, silent", {{"qal", to_nobody}, {"spdlog", spdlog_to_nobody}});
-  row("logger, callback",
-      {{"qal", to_callback}, {"spdlog", spdlog_to_callback}, {"floor", snprintf_to_callback}});
+  row("logger, callback", {{"qal", to_callback},
+                           {"spdlog", spdlog_to_callback},
+                           {"floor: snprintf", snprintf_to_callback}});
   row("logger, to a stream",
       {{"qal", to_stream}, {"spdlog", spdlog_to_file}, {"fprintf", fprintf_to_stream}});
   row("logger, stamped",

@@ -125,9 +125,10 @@ const bool registered = [] {
   add<PmrPool>("std::pmr" BESIDE);
   if (mimalloc.allocate) add<Loaded<mimalloc>>("mimalloc" BESIDE);
   if (jemalloc.allocate) add<Loaded<jemalloc>>("jemalloc" BESIDE);
-  row("pool, allocate and free one" VARIANT, {{"floor", [](State &state) { floor(state, 1); }}});
+  row("pool, allocate and free one" VARIANT,
+      {{"floor: a key and a mutex", [](State &state) { floor(state, 1); }}});
   row("pool, allocate and free 1000" VARIANT,
-      {{"floor", [](State &state) { floor(state, batch_size); }}});
+      {{"floor: a key and a mutex", [](State &state) { floor(state, batch_size); }}});
   return true;
 }();
 

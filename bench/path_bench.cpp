@@ -54,6 +54,19 @@ void glib_delimit(benchmark::State &state) {
   in_place<path>(state, [](char *text) { g_strdelimit(text, "\\", '/'); });
 }
 
+template <const std::string &path>
+void one_pass(benchmark::State &state) {
+  in_place<path>(state, [](char *text) { benchmark::DoNotOptimize(std::strlen(text)); });
+}
+
+void one_copy(benchmark::State &state) {
+  Buffer out{};
+  for (auto _ : state) {
+    std::memcpy(out.data(), dotted.c_str(), std::strlen(dotted.c_str()) + 1);
+    benchmark::DoNotOptimize(out);
+  }
+}
+
 void normalise(benchmark::State &state) {
   Buffer out{};
   for (auto _ : state) {
@@ -110,6 +123,10 @@ const bool registered = [] {
                           {"std::filesystem", std_normal_form},
                           {"GLib", glib_canonical_name},
                           {"APR", apr_merge}});
+  row("path, convert clean", {{"floor: strlen", one_pass<clean>}});
+  row("path, convert backslashes", {{"floor: a copy and strlen", one_pass<backslashes>}});
+  row("path, compact", {{"floor: a copy and strlen", one_pass<dotted>}});
+  row("path, normalise", {{"floor: strlen and a copy", one_copy}});
   return true;
 }();
 

@@ -25,7 +25,7 @@ constexpr bool is_variant = sizeof VARIANT > 1;
 using Work = void (*)(benchmark::State &);
 
 struct Contender {
-  const char *who;  // "qal" or "qal, variant" for ours, "floor" for what nobody can do without
+  const char *who;  // "qal" or "qal, variant" for ours, "floor: ..." for what all need
   Work work;
 };
 
@@ -40,11 +40,13 @@ inline void row(const std::string &capability, std::initializer_list<Contender> 
   for (const Contender &one : contenders) add(capability, one);
 }
 
-// The same work at growing sizes; `state.range(0)` is the size. Drawn as a curve.
+// The same work at growing sizes; `state.range(0)` is the size. Drawn as a curve. Each point takes
+// less time than a row, because there are many and some are large.
 inline void curve(const std::string &capability, const std::vector<std::int64_t> &sizes,
                   std::initializer_list<Contender> contenders) {
   for (const Contender &one : contenders) {
-    for (const std::int64_t size : sizes) add(capability, one)->Arg(size);
+    for (const std::int64_t size : sizes)
+      add(capability, one)->Arg(size)->MinTime(0.1)->Repetitions(3);
   }
 }
 

@@ -27,6 +27,16 @@ struct Malloc {
   static void end() {}
 };
 
+// The floor: a block that is always there.
+struct Fixed {
+  static void *allocate(std::size_t) {
+    static std::array<char, mebibyte> block;
+    return block.data();
+  }
+  static void release(void *) {}
+  static void end() {}
+};
+
 void touch(void *block, std::size_t size) {
   auto *bytes = static_cast<char *>(block);
   bytes[0] = 1;
@@ -62,8 +72,12 @@ void nested(benchmark::State &state) {
 
 const bool registered = [] {
   using qal::bench::row;
-  row("temporary memory, reuse of 1 MiB", {{"qal", reuse<Kept>}, {"glibc malloc", reuse<Malloc>}});
-  row("temporary memory, eight nested", {{"qal", nested<Kept>}, {"glibc malloc", nested<Malloc>}});
+  row("temporary memory, reuse of 1 MiB", {{"qal", reuse<Kept>},
+                                           {"glibc malloc", reuse<Malloc>},
+                                           {"floor: the use of the block", reuse<Fixed>}});
+  row("temporary memory, eight nested", {{"qal", nested<Kept>},
+                                         {"glibc malloc", nested<Malloc>},
+                                         {"floor: the use of the blocks", nested<Fixed>}});
   return true;
 }();
 

@@ -3,6 +3,8 @@
 #include <qal/text.h>
 
 #include <boost/algorithm/string/replace.hpp>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -98,7 +100,44 @@ void copy_into_field(benchmark::State &state) {
   }
 }
 
+// What replacing in place begins with, because each round needs the text as it was.
+void copy_text(benchmark::State &state) {
+  const std::string &text = text_with_matches();
+  std::vector<char> buffer(text.size() + 1);
+  for (auto _ : state) {
+    std::memcpy(buffer.data(), text.c_str(), text.size() + 1);
+    benchmark::ClobberMemory();
+  }
+}
+
+// With a match in each eight bytes, too.
+std::string text_of(std::int64_t size) {
+  std::string text;
+  while (text.size() < static_cast<std::size_t>(size)) text += "name=%s;";
+  return text;
+}
+
+void replace_growing(benchmark::State &state) {
+  const std::string text = text_of(state.range(0));
+  std::vector<char> buffer(2 * text.size() + 1);
+  for (auto _ : state) {
+    std::memcpy(buffer.data(), text.c_str(), text.size() + 1);
+    benchmark::DoNotOptimize(qal_strrepl(buffer.data(), wanted, longer, 0));
+  }
+}
+
+void replace_growing_by_abseil(benchmark::State &state) {
+  const std::string text = text_of(state.range(0));
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(absl::StrReplaceAll(text, {{wanted, longer}}));
+  }
+}
+
 using Search = char *(*)(const char *text, const char *needle);
+
+char *end_of(const char *text, const char *) {
+  return const_cast<char *>(text) + std::strlen(text);
+}
 
 char *c_library_search(const char *text, const char *needle) {
   return const_cast<char *>(strcasestr(text, needle));
@@ -138,6 +177,16 @@ const bool registered = [] {
                                           {"glibc strcasestr", search_prose<c_library_search>}});
   row("case-insensitive search, short",
       {{"qal", search_line<qal_strcasestr>}, {"glibc strcasestr", search_line<c_library_search>}});
+  for (const char *const replacing_row :
+       {"string replace 64 KiB, shrink", "string replace 64 KiB, grow",
+        "string replace 64 KiB, equal"}) {
+    row(replacing_row, {{"floor: a copy of the text", copy_text}});
+  }
+  row("case-insensitive search, 64 KiB", {{"floor: strlen", search_prose<end_of>}});
+  row("case-insensitive search, short", {{"floor: strlen", search_line<end_of>}});
+  qal::bench::curve("string replace, by the length of the text",
+                    {100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000},
+                    {{"qal", replace_growing}, {"Abseil", replace_growing_by_abseil}});
   return true;
 }();
 

@@ -319,7 +319,7 @@ const bool registered = [] {
   row("semaphore pair", {{"qal", qal_semaphore},
                          {"sem_t", posix_semaphore},
                          {"std::counting_semaphore", std_semaphore},
-                         {"floor", two_mutex_pairs}});
+                         {"floor: two mutex pairs", two_mutex_pairs}});
   row("thread, create and join one",
       {{"qal", qal_threads<1>}, {"std::thread", std_threads<1>}, {"GLib", glib_threads<1>}});
   row("thread, create and join 32",

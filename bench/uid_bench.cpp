@@ -138,7 +138,7 @@ const bool registered = [] {
   find_row<100'000>("unique id, find among 1e5");
   row("unique id, find among 1e7", {{"qal", find_among<Registry, 10'000'000>},
                                     {"locked std::unordered_map", find_among<Hash, 10'000'000>}});
-  const std::vector<std::int64_t> sizes{100, 1000, 10'000, 100'000, 1'000'000};
+  const std::vector<std::int64_t> sizes{100, 1000, 10'000, 100'000, 1'000'000, 10'000'000};
   curve("unique id, find", sizes,
         {{"qal", find_growing<Registry>}, {"locked std::map", find_growing<Tree>}});
   curve("unique id, new and destroy the newest, growing", sizes,

@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <qal/wildcard.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,17 @@ class GLib {
 
  private:
   GPatternSpec *spec_;
+};
+
+// The floors: a byte of each name; each byte of the name.
+struct FirstByte {
+  const char *pattern;
+  bool operator()(const char *name) const { return *name == *pattern; }
+};
+
+struct Length {
+  const char *pattern;
+  bool operator()(const char *name) const { return std::strlen(name) == 0; }
 };
 
 // What a large temporary directory holds, one name behind the other as the system gives them: one
@@ -116,6 +128,12 @@ const bool registered = [] {
       {{"qal", many_stars_over_1000<Small>}, {"glibc fnmatch", many_stars_over_1000<Glibc>}});
   row("full matcher, many stars",
       {{"qal", many_stars_over_1000<Full>}, {"glibc fnmatch", many_stars_over_1000<Glibc>}});
+  row("small matcher, records among 1e5 names",
+      {{"floor: a byte of each", over_a_directory<FirstByte, records>}});
+  row("small matcher, sets", {{"floor: a byte of each", over_a_directory<FirstByte, sets>}});
+  for (const char *const stars_row : {"small matcher, many stars", "full matcher, many stars"}) {
+    row(stars_row, {{"floor: strlen", many_stars_over_1000<Length>}});
+  }
   curve("matchers, many stars, by the length of the name", {50, 100, 200, 400, 800, 1000},
         {{"qal small", many_stars_growing<Small>},
          {"qal full", many_stars_growing<Full>},
