@@ -10,6 +10,7 @@
 #include <kalmora/sweep.hpp>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -44,12 +45,11 @@ bool join(std::string_view dir, std::string_view name, char (&path)[path_room]) 
 
 // The names of the matching plain files, each followed by a newline. Null when the directory cannot
 // be listed; the texts that the listing has allocated by then are released too.
-OwnedText matching_names(const char *wildcard) {
+OwnedText matching_names(const char *wildcard, int &file_count) {
   char *full_path = nullptr;
   char *directories = nullptr;
   char *files = nullptr;
   int directory_count = 0;
-  int file_count = 0;
   const int status =
       qal_dir_list(wildcard, &full_path, &directory_count, &directories, &file_count, &files, 0);
   const OwnedText unused[] = {OwnedText{full_path}, OwnedText{directories}};
@@ -120,8 +120,10 @@ std::vector<std::string> find_files(const char *dir, const char *pattern) {
   std::vector<std::string> paths;
   char path[path_room];
   if (!dir || !pattern || !join(dir, pattern, path)) return paths;
-  const OwnedText names = matching_names(path);
+  int count = 0;
+  const OwnedText names = matching_names(path, count);
   if (!names) return paths;
+  paths.reserve(static_cast<std::size_t>(count) + 1);
   // Deliberate: the empty piece behind the last newline is an entry too, "dir/".
   for (std::string_view rest = names.get();;) {
     const std::size_t end = rest.find('\n');

@@ -1,10 +1,12 @@
 // The table of threads: their indices, start, join and cancellation.
 #include <qal/thread.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "internal/mutex.hpp"
 #include "internal/thread_index.hpp"
@@ -33,20 +35,25 @@ struct ThreadSlot {
 };
 
 Mutex QalThreadsInternalMutex;
-std::array<ThreadSlot, slot_count> _qal_threads;
+constinit std::array<ThreadSlot, slot_count> _qal_threads{};
 std::int32_t _qal_thread_idx QAL_GUARDED_BY(QalThreadsInternalMutex) = 0;
+
+// The slots behind these were never claimed. Nothing is written there, because most programs use
+// one page of the table and would wait for the system to provide the others.
+std::int32_t used_slots QAL_GUARDED_BY(QalThreadsInternalMutex) = QAL_THREAD_MAIN_INDEX + 1;
 
 // Which slots have a platform thread that has not been joined. A slot's state does not say so: a
 // start that failed leaves its slot claimed, and start-up clears the states of all.
-std::array<std::atomic<bool>, slot_count> joinable;
+constinit std::array<std::atomic<bool>, slot_count> joinable{};
 
 bool in_table(std::intptr_t index) { return index >= 0 && index < slot_count; }
 
-void clear_table() {
-  for (auto &slot : _qal_threads) {
+void clear_table() QAL_REQUIRES(QalThreadsInternalMutex) {
+  for (auto &slot : std::span{_qal_threads}.first(static_cast<std::size_t>(used_slots))) {
     slot.state = slot_free;
     slot.result = 0;
   }
+  _qal_thread_idx = 0;
 }
 
 void claim(ThreadSlot &slot, QalThreadRoutine routine, void *argument) {
@@ -61,6 +68,7 @@ int next_free_slot() QAL_REQUIRES(QalThreadsInternalMutex) {
   for (int tested = 0; tested < slot_count; ++tested) {
     _qal_thread_idx = (_qal_thread_idx + 1) % slot_count;
     if (_qal_threads[static_cast<std::size_t>(_qal_thread_idx)].state == slot_free) {
+      used_slots = std::max(used_slots, _qal_thread_idx + 1);
       return _qal_thread_idx;
     }
   }
@@ -88,10 +96,9 @@ void *start(void *index) {
 }  // namespace
 
 int qal_thread_init() {
-  clear_table();
   {
     const Lock lock(QalThreadsInternalMutex);
-    _qal_thread_idx = 0;
+    clear_table();
   }
   if (const int status = qal_thread_init_sys(); status != QAL_THREAD_OK) return status;
   if (qal_thread_key_create(&_qal_thread_self_key) == QAL_THREAD_OK) self_key_made = true;
