@@ -122,8 +122,8 @@ def line(target, runs):
     ratios = [run[OURS] / run[peer] for run in runs if OURS in run and peer in run]
     ratio = statistics.median(ratios)
     verdict = ("reached", "") if ratio <= target.ratio else ("missed", target.remark)
-    return (target.capability, duration(times[OURS]), f"{duration(times[peer])} ({peer.split(':')[0]})",
-            f"{ratio:.2f}", f"{max(ratios):.2f}", f"{(max(ratios) - min(ratios)) / ratio:.0%}", str(len(ratios)),
+    return (target.capability, duration(times[OURS]), f"{duration(times[peer])} ({FLOOR if is_floor(peer) else peer})",
+            f"{ratio:.2f}", f"{max(ratios):.2f}", f"{100 * (max(ratios) - min(ratios)) / ratio:.0f} %", str(len(ratios)),
             f"{target.ratio:g}", floor_of(times), *verdict)
 
 
