@@ -270,6 +270,9 @@ const bool registered = [] {
   row("pointer list, fill and drain" VARIANT, {{"qal", fill_and_drain<Pointers>},
                                                {"std::list", fill_and_drain<Standard>},
                                                {"GLib", fill_and_drain<Glib>}});
+  row("list, fill and drain" VARIANT, {{"floor: linking", fill_and_drain<Linked>}});
+  row("list, steady" VARIANT, {{"floor: linking", steady<Linked>}});
+  row("pointer list, fill and drain" VARIANT, {{"floor: linking", fill_and_drain<Linked>}});
   if (is_variant) return true;
   row("list, walk", {{"qal", walk_by_calls}, {"std::list", walk_standard}});
   row("list, walk with inline accessors", {{"qal", walk_inline}, {"std::list", walk_standard}});
@@ -283,10 +286,6 @@ const bool registered = [] {
         {{"qal", sort_growing<Pooled>},
          {"std::list", sort_growing<Standard>},
          {"GLib", sort_growing<Glib>}});
-  for (const char *const filling : {"list, fill and drain", "pointer list, fill and drain"}) {
-    row(filling, {{"floor: linking", fill_and_drain<Linked>}});
-  }
-  row("list, steady", {{"floor: linking", steady<Linked>}});
   return true;
 }();
 

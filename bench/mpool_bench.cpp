@@ -10,6 +10,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory_resource>
+#include <new>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "rows.hpp"
 
@@ -96,8 +100,26 @@ void batch(State &state) {
   }
 }
 
-// What a pool whose threads are told apart by a key, and whose elements go back under a lock,
-// cannot do without.
+// The floor where there is one thread: elements are there, and are linked out and in.
+class FreeList {
+ public:
+  FreeList() {
+    for (Element &element : elements_) release(&element);
+  }
+  void *allocate() { return std::exchange(first_, first_->next); }
+  void release(void *element) { first_ = ::new (element) Element{first_}; }
+
+ private:
+  union Element {
+    Element *next;
+    std::byte bytes[element_size];
+  };
+
+  std::vector<Element> elements_ = std::vector<Element>(batch_size);
+  Element *first_ = nullptr;
+};
+
+// The floor beside other threads: they are told apart by a key, and elements go back under a lock.
 void floor(State &state, std::size_t pairs) {
   pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
   pthread_key_t key = 0;
@@ -125,6 +147,10 @@ const bool registered = [] {
   add<PmrPool>("std::pmr" BESIDE);
   if (mimalloc.allocate) add<Loaded<mimalloc>>("mimalloc" BESIDE);
   if (jemalloc.allocate) add<Loaded<jemalloc>>("jemalloc" BESIDE);
+  if (std::string_view{VARIANT} != ", beside a thread") {
+    add<FreeList>("floor: linking");
+    return true;
+  }
   row("pool, allocate and free one" VARIANT,
       {{"floor: a key and a mutex", [](State &state) { floor(state, 1); }}});
   row("pool, allocate and free 1000" VARIANT,

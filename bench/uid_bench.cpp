@@ -60,6 +60,20 @@ class Locked {
 using Tree = Locked<std::map<Id, std::pair<Id, Id>>>;
 using Hash = Locked<std::unordered_map<Id, std::pair<Id, Id>>>;
 
+// The floor of finding: an id is the place of its record.
+class Direct {
+ public:
+  Id add() {
+    records_.emplace_back(1, 2);
+    return records_.size() - 1;
+  }
+  void remove(Id) {}
+  Id find(Id id) { return records_[id].first + records_[id].second; }
+
+ private:
+  std::vector<std::pair<Id, Id>> records_;
+};
+
 // Ids that live as long as the benchmark.
 template <typename Ids>
 class Live {
@@ -125,7 +139,8 @@ template <std::int64_t count>
 void find_row(const char *capability) {
   row(capability, {{"qal", find_among<Registry, count>},
                    {"locked std::map", find_among<Tree, count>},
-                   {"locked std::unordered_map", find_among<Hash, count>}});
+                   {"locked std::unordered_map", find_among<Hash, count>},
+                   {"floor: one record at a known place", find_among<Direct, count>}});
 }
 
 const bool registered = [] {
