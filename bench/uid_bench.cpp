@@ -151,8 +151,10 @@ const bool registered = [] {
        {"locked std::unordered_map", newest_among_1e3<Hash>}});
   if (is_variant) return true;
   find_row<100'000>("unique id, find among 1e5");
-  row("unique id, find among 1e7", {{"qal", find_among<Registry, 10'000'000>},
-                                    {"locked std::unordered_map", find_among<Hash, 10'000'000>}});
+  row("unique id, find among 1e7",
+      {{"qal", find_among<Registry, 10'000'000>},
+       {"locked std::unordered_map", find_among<Hash, 10'000'000>},
+       {"floor: one record at a known place", find_among<Direct, 10'000'000>}});
   const std::vector<std::int64_t> sizes{100, 1000, 10'000, 100'000, 1'000'000, 10'000'000};
   curve("unique id, find", sizes,
         {{"qal", find_growing<Registry>}, {"locked std::map", find_growing<Tree>}});

@@ -50,7 +50,11 @@ struct FirstByte {
 
 struct Length {
   const char *pattern;
-  bool operator()(const char *name) const { return std::strlen(name) == 0; }
+  bool operator()(const char *name) const {
+    std::size_t length = std::strlen(name);
+    benchmark::DoNotOptimize(length);
+    return length == 0;
+  }
 };
 
 // What a large temporary directory holds, one name behind the other as the system gives them: one
