@@ -155,10 +155,9 @@ const bool registered = [] {
       {{"qal", find_among<Registry, 10'000'000>},
        {"locked std::unordered_map", find_among<Hash, 10'000'000>},
        {"floor: one record at a known place", find_among<Direct, 10'000'000>}});
-  const std::vector<std::int64_t> sizes{100, 1000, 10'000, 100'000, 1'000'000, 10'000'000};
-  curve("unique id, find", sizes,
+  curve("unique id, find", {100, 1000, 10'000, 100'000, 1'000'000, 10'000'000},
         {{"qal", find_growing<Registry>}, {"locked std::map", find_growing<Tree>}});
-  curve("unique id, new and destroy the newest, growing", sizes,
+  curve("unique id, new and destroy the newest, growing", {100, 1000, 10'000, 100'000, 1'000'000},
         {{"qal", newest_growing<Registry>}, {"locked std::map", newest_growing<Tree>}});
   return true;
 }();
