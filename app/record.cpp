@@ -14,16 +14,14 @@
 namespace qal::internal {
 namespace {
 
-// A piece of the file: it holds credentials too. Most records are short, so only what was filled is
-// wiped.
+// A piece of the file: it holds credentials too.
 struct Block {
   Block() = default;
-  ~Block() { platform::clear_secret(bytes, filled); }
+  ~Block() { platform::clear_secret(bytes, sizeof bytes); }
   Block(const Block &) = delete;
   Block &operator=(const Block &) = delete;
 
   char bytes[4096];
-  std::size_t filled = 0;
 };
 
 // The C locale's white space, whatever locale a host has chosen.
@@ -41,8 +39,13 @@ class Scanner {
   bool is_complete() const { return state_ == State::complete; }
 
   void take(std::string_view block) {
-    while (wants_more() && !block.empty()) {
-      block.remove_prefix(field_ < text_count ? take_text(block) : take_number(block.front()));
+    for (const char byte : block) {
+      if (!wants_more()) return;
+      if (field_ < text_count) {
+        take_text(byte);
+      } else {
+        take_number(byte);
+      }
     }
   }
 
@@ -55,36 +58,25 @@ class Scanner {
   static constexpr int text_count = 3;
   enum class State { open, complete, malformed };
 
-  // These return how many bytes they have taken: of a text all up to white space.
-  std::size_t take_text(std::string_view block) {
-    const auto ends_text = [](char byte) { return is_space(byte); };  // inlined, as a name is not
-    const auto length = std::find_if(block.begin(), block.end(), ends_text) - block.begin();
-    const std::string_view text = block.substr(0, static_cast<std::size_t>(length));
-    if (text.empty()) {
-      end_text();
-      return 1;
+  void take_text(char byte) {
+    if (!is_space(byte)) {
+      append(byte);
+    } else if (length_ > 0) {
+      ++field_;
+      length_ = 0;
     }
-    append(text);
-    return text.size();
-  }
-
-  void end_text() {
-    if (length_ == 0) return;
-    ++field_;
-    length_ = 0;
   }
 
   // The record starts zeroed, so every text is terminated at any time.
-  void append(std::string_view text) {
-    if (text.size() >= record_field_room - length_) {
+  void append(char byte) {
+    if (length_ == record_field_room - 1) {
       state_ = State::malformed;
     } else {
-      text.copy(texts_[field_] + length_, text.size());
-      length_ += text.size();
+      texts_[field_][length_++] = byte;
     }
   }
 
-  std::size_t take_number(char byte) {
+  void take_number(char byte) {
     if (is_digit(byte)) {
       take_digit(byte);
     } else if (has_digits_) {
@@ -94,7 +86,6 @@ class Scanner {
     } else if (sign_ || !is_space(byte)) {
       state_ = State::malformed;
     }
-    return 1;
   }
 
   void take_digit(char digit) {
@@ -130,10 +121,8 @@ bool scan(int descriptor, std::size_t file_size, Scanner &scanner) {
     const ssize_t got = retry_interrupted([&] { return read(descriptor, block.bytes, room); });
     if (got < 0) return false;
     at_end = got == 0;
-    const auto size = static_cast<std::size_t>(got);
-    block.filled = std::max(block.filled, size);
-    scanner.take({block.bytes, size});
-    done += size;
+    scanner.take({block.bytes, static_cast<std::size_t>(got)});
+    done += static_cast<std::size_t>(got);
   }
   // A number that the limit cuts off may be another one.
   if (at_end || done == file_size) scanner.end();
