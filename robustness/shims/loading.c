@@ -1,5 +1,6 @@
-/* Takes the file LIBCURL_LOADED its permissions as soon as the program has loaded libcurl: what fails
-   from then on is the request. That takes no descriptor, and no right that the tool has given up. */
+/* Takes the file LIBCURL_LOADED its permissions as soon as the program has loaded libcurl: what
+   fails from then on is the request. That takes no descriptor, and no right that the tool has given
+   up. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdint.h>

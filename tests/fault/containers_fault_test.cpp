@@ -37,14 +37,13 @@ namespace {
 
 using qal::test::allocation_report;
 using qal::test::await;
-using qal::test::Gate;
-using qal::test::Worker;
 using qal::test::become_index;
 using qal::test::cancel_state;
 using qal::test::fail_all;
 using qal::test::fail_from;
 using qal::test::fail_nth;
 using qal::test::Fault;
+using qal::test::Gate;
 using qal::test::in_child;
 using qal::test::in_new_process;
 using qal::test::is_locked;
@@ -52,6 +51,7 @@ using qal::test::LogCapture;
 using qal::test::run_in_child;
 using qal::test::SecondThread;
 using qal::test::Unwinding;
+using qal::test::Worker;
 
 // What a test wants to know about every call. No two threads use it at once.
 struct Calls {
