@@ -57,6 +57,7 @@ namespace {
 using qal::test::await;
 using qal::test::calls;
 using qal::test::cancel_state;
+using qal::test::Call;
 using qal::test::in_new_process;
 using qal::test::LogCapture;
 using qal::test::refused;
@@ -154,11 +155,32 @@ TEST_F(BarrierFault, GivesTheMutexBackWhenThereIsNoCondition) {
   EXPECT_EQ(qal_thread_barrier(&barrier_, 1), -1);
 }
 
-TEST_F(BarrierFault, AfterANewStartInVainIsFreshlyCounted) {
-  barrier_.count = barrier_.remaining = barrier_.phase = 1;
-  EXPECT_EQ(refused(calls.mutex_init, ENOMEM, [&] { return qal_thread_barrier_init(&barrier_); }),
-            -1);
-  EXPECT_EQ(barrier_.count + barrier_.remaining + barrier_.phase, 0U);
+TEST_F(BarrierFault, IsGoneAfterANewStartInVain) {
+  for (Call *const part : {&calls.mutex_init, &calls.cond_init}) {
+    barrier_.magic = qal::internal::barrier_valid;
+    barrier_.count = barrier_.remaining = barrier_.phase = 1;
+    EXPECT_EQ(refused(*part, ENOMEM, [&] { return qal_thread_barrier_init(&barrier_); }), -1);
+    EXPECT_EQ(barrier_.count + barrier_.remaining + barrier_.phase, 0U);
+    const int locks = calls.mutex_lock.count();
+    EXPECT_EQ(qal_thread_barrier(&barrier_, 1), -1);
+    EXPECT_EQ(calls.mutex_lock.count(), locks);
+    EXPECT_EQ(qal_thread_barrier_destroy(&barrier_), -1);
+  }
+}
+
+TEST_F(BarrierFault, ForgetsItsSizeWithoutALockAndWhateverTheMagic) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  EXPECT_EQ(qal_thread_barrier(&barrier_, 1), 1);
+  qal_thread_mutex_lock(&barrier_.mutex);
+  const int locks = calls.mutex_lock.count();
+  qal_thread_barrier_reinit(&barrier_);
+  EXPECT_EQ(calls.mutex_lock.count(), locks);
+  EXPECT_EQ(barrier_.count, 0U);
+  qal_thread_mutex_unlock(&barrier_.mutex);
+  barrier_.magic = 0;
+  barrier_.count = 7;
+  qal_thread_barrier_reinit(&barrier_);
+  EXPECT_EQ(barrier_.count, 0U);
 }
 
 TEST_F(BarrierFault, IgnoresWhatItsEndMeets) {

@@ -17,7 +17,7 @@ constexpr std::uint32_t barrier_destroyed = std::numeric_limits<std::uint32_t>::
 
 int qal_thread_barrier_init(QalThreadBarrier *b) {
   if (!b) return QAL_THREAD_BARRIER_FAILED;
-  b->count = b->remaining = b->phase = 0;
+  b->count = b->remaining = b->phase = b->magic = 0;
   if (pthread_mutex_init(&b->mutex, nullptr) != 0) return QAL_THREAD_BARRIER_FAILED;
   if (pthread_cond_init(&b->condition, nullptr) != 0) {
     pthread_mutex_destroy(&b->mutex);
