@@ -83,6 +83,15 @@ TEST(AllocMallocFault, ShowsTheReasonThatTheSystemGives) {
             "ERROR: Resource temporarily unavailable: " + std::to_string(EAGAIN) + "\n");
 }
 
+TEST(AllocMallocFault, ShowsWhatTheSystemSaysOfAnErrorThatItDoesNotKnow) {
+  const LogCapture log;
+  char *block = nullptr;
+  allocations = fail_nth(1, 12345);
+  QAL_MALLOC("label", block, 1);
+  ASSERT_EQ(log.lines().size(), 4U);
+  EXPECT_EQ(log.lines()[0], std::string("ERROR: ") + std::strerror(12345) + ": 12345\n");
+}
+
 TEST(AllocMallocFault, IsSilentWithoutAHost) {
   char *block = nullptr;
   allocations = fail_nth(1, ENOMEM);

@@ -22,16 +22,17 @@ struct Request {
   const char *file;
 };
 
-// strerror_r returns the text itself in one C library and a status in the others.
+// strerror_r returns the text itself in one C library and a status in the others, which may have
+// stored a text for an unknown number, too.
 [[maybe_unused]] const char *error_text(const char *text, const char * /*buffer*/) { return text; }
-[[maybe_unused]] const char *error_text(int status, const char *buffer) {
-  return status == 0 ? buffer : "Unknown error";
+[[maybe_unused]] const char *error_text(int /*status*/, const char *buffer) {
+  return *buffer ? buffer : "Unknown error";
 }
 
 void report_failure(const Request &request) {
   const qal::internal::KeptErrno until_return;
   const int error = errno;
-  char buffer[256];
+  char buffer[256] = "";
   qal_error("%s: %d\n", error_text(strerror_r(error, buffer, sizeof buffer), buffer), error);
   // Deliberate: the size is shown as a 32-bit int, so 2 GiB and more appear wrapped.
   qal_error("%s: Memory allocation (size %d) failed:\n", request.operation,
