@@ -770,6 +770,72 @@ TEST_F(HashFault, KeepsTheRecordsOfASlotThatCannotHaveMore) {
   qal_hash_destroy(&table);
 }
 
+TEST_F(HashFault, LetsADestroyWaitForGoodAfterThat) {
+  const auto result = run_in_child([] {
+    QalHash *table = qal_hash_create(6, 1, 8, 4, 0);
+    qal_hash_add(table, 2, "the key.", "data");
+    fail_at(1);
+    EXPECT_EQ(qal_hash_add(table, 2, "another.", "more"), 2);
+    alarm(patience_seconds);
+    qal_hash_destroy(&table);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
+}
+
+TEST_F(HashFault, LetsAMergeWaitForGoodAtTheNextRecord) {
+  const auto result = run_in_child([] {
+    QalHash *dst = qal_hash_create(6, 3, 8, 4, 0);
+    QalHash *src = qal_hash_create(6, 3, 8, 4, 0);
+    qal_hash_add(src, 2, "the key.", "data");
+    qal_hash_add(src, 2, "another.", "more");
+    calls.allocation = fail_from(1, ENOMEM);
+    alarm(patience_seconds);
+    qal_hash_merge(dst, src, nullptr, nullptr);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
+}
+
+// The twins' records make the thread one without memory and then itself again.
+TEST_F(HashFault, GoesOnMergingBehindARecordLostWithoutALock) {
+  QalHash *dst = qal_hash_create(6, 3, 8, 4, 0);
+  QalHash *src = qal_hash_create(6, 3, 8, 4, 0);
+  for (const char *twin : {"no room.", "room now"}) qal_hash_add(dst, 2, twin, "kept");
+  for (const char *key : {"no room.", "the lost", "room now", "the next"}) {
+    qal_hash_add(src, 2, key, "data");
+  }
+  const auto change_room = [](const void *key, void *, void *, void *) {
+    become_index(std::memcmp(key, "no room.", 8) == 0 ? INT_MAX : 0);
+    return int{QAL_HASH_KEEP};
+  };
+  EXPECT_EQ(qal_hash_merge(dst, src, change_room, nullptr), 0);
+  EXPECT_EQ(qal_hash_find(dst, 2, "the lost", nullptr), 0);
+  EXPECT_EQ(qal_hash_find(dst, 2, "the next", nullptr), 1);
+  qal_hash_destroy(&dst);
+  qal_hash_destroy(&src);
+}
+
+TEST_F(HashFault, AllocatesNothingWhileRecordsComeAndGo) {
+  for (const uint32_t remove_on_find : {0U, 1U}) {
+    QalHash *table = qal_hash_create(4, 8, 8, 8, remove_on_find);
+    const auto come_and_go = [=](int rounds) {
+      for (int64_t key = 100; key < 100 + rounds; ++key) {
+        const auto slot = static_cast<int32_t>(key % 4);
+        EXPECT_EQ(qal_hash_add(table, slot, &key, &key), 0);
+        EXPECT_EQ(qal_hash_find(table, slot, &key, nullptr), 1);
+        EXPECT_EQ(qal_hash_remove(table, slot, &key, nullptr), remove_on_find ? 6 : 0);
+      }
+    };
+    for (int64_t key = 0; key < 20; ++key) {
+      qal_hash_add(table, static_cast<int32_t>(key % 4), &key, &key);
+    }
+    come_and_go(100);
+    made_since();
+    come_and_go(10'000);
+    EXPECT_THAT(made_since(), IsEmpty());
+    qal_hash_destroy(&table);
+  }
+}
+
 // Deliberate: a merge does not tell what it lost.
 TEST_F(HashFault, LosesTheRecordThatAMergeCannotStore) {
   for (const int failing : {1, 2}) {
