@@ -1,38 +1,26 @@
 #include <gtest/gtest.h>
 #include <qal/barrier.h>
 
-#include <array>
+#include <cstddef>
+#include <iterator>
 
 #include "stress.hpp"
+#include "support/reductions.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::test::contribute_to_array;
+using qal::test::contributions;
+using qal::test::four_then_two;
 using qal::test::run_together;
+using qal::test::same_group;
 using qal::test::sized;
 using qal::test::Stress;
 
 using ReduceStress = Stress;
 
 constexpr int most_threads = 16;
-
-// Thread `i` of `threads` contributes to one of the operations and checks what it gets.
-void contribute(int i, int threads, int round) {
-  const int sum = threads * round + threads * (threads - 1) / 2;
-  switch (round % 6) {
-    case 0:
-      EXPECT_EQ(qal_thread_reduce_dmax(round + i, threads), round + threads - 1);
-      break;
-    case 1:
-      EXPECT_EQ(qal_thread_reduce_dmin(round + i, threads), round);
-      break;
-    case 2:
-      EXPECT_EQ(qal_thread_global_dsum(round + i, threads), sum);
-      break;
-    default:
-      EXPECT_EQ(qal_thread_global_isum(round + i, threads), sum);
-  }
-}
 
 // The threads take part in groups that shrink one by one down to two, each following the one before
 // at once and with the same operation; then all begin again. Returns the number of cycles.
@@ -43,6 +31,8 @@ int shrink_over_and_over(int threads, int cycles) {
   EXPECT_EQ(qal_thread_barrier_init(&between), 0);
   run_together(threads, [&](int i) {
     for (int round = 0; round < rounds; ++round) {
+      const auto contribute =
+          contributions[static_cast<std::size_t>(round) % std::size(contributions)];
       for (int size = threads; size >= 2 && size > i; --size) contribute(i, size, round);
       qal_thread_barrier(&between, static_cast<unsigned>(threads));
     }
@@ -60,25 +50,17 @@ TEST_F(ReduceStress, GoesOnWhileGroupsOfTwoToSixteenThreadsShrink) {
   record_count(cycles);
 }
 
-template <typename Number>
-void sum_arrays(void (*operation)(const Number *, Number *, int, int), int threads, int cycles) {
-  std::array<Number, 2> sums{};
-  run_together(threads, [&](int i) {
-    for (int round = 0; round < cycles; ++round) {
-      const std::array<Number, 2> in{static_cast<Number>(i), static_cast<Number>(round)};
-      operation(in.data(), sums.data(), 2, threads);
-      EXPECT_EQ(sums[0], static_cast<Number>(threads * (threads - 1) / 2));
-      EXPECT_EQ(sums[1], static_cast<Number>(threads * round));
-      operation(nullptr, nullptr, 0, threads);  // all have read the sums
-    }
-  });
+TEST_F(ReduceStress, FollowsFourThreadsByTwoOfThem) {
+  const int rounds = sized(2'000, 100'000);
+  for (const auto contribute : contributions) four_then_two(rounds, contribute);
+  record_count(static_cast<int>(std::size(contributions)) * 2 * rounds);
 }
 
 TEST_F(ReduceStress, SumsArraysOverAndOver) {
   const int cycles = sized(200, 20'000);
   for (const int threads : {2, 3, most_threads}) {
-    sum_arrays<double>(&qal_thread_global_dsums, threads, cycles);
-    sum_arrays<int>(&qal_thread_global_isums, threads, cycles);
+    same_group(threads, cycles, &contribute_to_array<double, &qal_thread_global_dsums>);
+    same_group(threads, cycles, &contribute_to_array<int, &qal_thread_global_isums>);
   }
   record_count(6 * 2 * cycles);
 }

@@ -6,16 +6,23 @@
 #include <climits>
 #include <cmath>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <numeric>
 #include <vector>
 
+#include "support/reductions.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::test::ArraySum;
+using qal::test::contribute_to_maximum;
+using qal::test::contributions;
+using qal::test::four_then_two;
 using qal::test::repetitions;
 using qal::test::run_together;
+using qal::test::same_group;
 using qal::test::Threads;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -120,9 +127,6 @@ TEST_F(Reduce, GivesNotANumberWhenThereIsNothingElse) {
   }
 }
 
-template <typename Number>
-using ArraySum = void (*)(const Number *, Number *, int, int);
-
 // Thread i brings i + 1, 10 (i + 1), 100 (i + 1), and the sums are asked for the first two.
 template <typename Number>
 void sum_two_of_three(ArraySum<Number> operation) {
@@ -195,111 +199,22 @@ TEST_F(Reduce, OfNoElementsChangesNothingAndMakesTheThreadsMeet) {
   }
 }
 
-TEST_F(Reduce, LetsDifferentOperationsRunAtOnce) {
+// A group of two threads for each.
+TEST_F(Reduce, LetsAllOperationsRunAtOnce) {
   constexpr int rounds = repetitions(2'000);
-  run_together(8, [](int i) {
-    for (int round = 0; round < rounds; ++round) {
-      switch (i / 2) {
-        case 0:
-          EXPECT_EQ(qal_thread_reduce_dmax(i % 2 + round, 2), 1 + round);
-          break;
-        case 1:
-          EXPECT_EQ(qal_thread_reduce_dmin(i % 2 + round, 2), round);
-          break;
-        case 2:
-          EXPECT_EQ(qal_thread_global_dsum(i % 2 + round, 2), 1 + 2 * round);
-          break;
-        default:
-          EXPECT_EQ(qal_thread_global_isum(i % 2 + round, 2), 1 + 2 * round);
-      }
-    }
+  run_together(2 * static_cast<int>(std::size(contributions)), [](int i) {
+    for (int round = 0; round < rounds; ++round) contributions[i / 2](i % 2, 2, round);
   });
 }
 
-// An operation as a group uses it: thread `i` of `threads` contributes and checks the outcome.
-using Contribution = std::function<void(int i, int threads, int round)>;
-
-// Four threads, then at once two of them, over and over. The barrier keeps the next four from
-// joining the two.
-void four_then_two(int rounds, const Contribution &contribute) {
-  QalThreadBarrier between;
-  ASSERT_EQ(qal_thread_barrier_init(&between), 0);
-  run_together(4, [&](int i) {
-    for (int round = 0; round < rounds; ++round) {
-      contribute(i, 4, round);
-      if (i < 2) contribute(i, 2, round);
-      qal_thread_barrier(&between, 4);
-    }
-  });
-  EXPECT_EQ(qal_thread_barrier_destroy(&between), 0);
-}
-
-// The group stays as it is and goes on without a pause.
-void same_group(int threads, int rounds, const Contribution &contribute) {
-  run_together(threads, [&](int i) {
-    for (int round = 0; round < rounds; ++round) contribute(i, threads, round);
-  });
-}
-
-void contribute_to_maximum(int i, int threads, int round) {
-  EXPECT_EQ(qal_thread_reduce_dmax(round + i, threads), round + threads - 1);
-}
-
-void contribute_to_minimum(int i, int threads, int round) {
-  EXPECT_EQ(qal_thread_reduce_dmin(round + i, threads), round);
-}
-
-void contribute_to_sum(int i, int threads, int round) {
-  const int expected = threads * round + threads * (threads - 1) / 2;
-  EXPECT_EQ(qal_thread_global_dsum(round + i, threads), expected);
-}
-
-void contribute_to_integer_sum(int i, int threads, int round) {
-  const int expected = threads * round + threads * (threads - 1) / 2;
-  EXPECT_EQ(qal_thread_global_isum(round + i, threads), expected);
-}
-
-// The threads meet once more before the array is reused, as they have all read it then.
-template <typename Number>
-void contribute_to_array(ArraySum<Number> operation, int i, int threads, int round) {
-  static std::array<Number, 2> sums;
-  const std::array<Number, 2> in{static_cast<Number>(i), static_cast<Number>(round)};
-  operation(in.data(), sums.data(), 2, threads);
-  EXPECT_EQ(sums[0], static_cast<Number>(threads * (threads - 1) / 2));
-  EXPECT_EQ(sums[1], static_cast<Number>(threads * round));
-  operation(nullptr, nullptr, 0, threads);
-}
-
-void contribute_to_number_array(int i, int threads, int round) {
-  contribute_to_array<double>(&qal_thread_global_dsums, i, threads, round);
-}
-
-void contribute_to_integer_array(int i, int threads, int round) {
-  contribute_to_array<int>(&qal_thread_global_isums, i, threads, round);
-}
-
-TEST_F(ReduceRepeated, FollowsFourThreadsByTwoOfThemTwentyThousandTimes) {
+TEST_F(ReduceRepeated, FollowsFourThreadsByTwoOfThem) {
   four_then_two(20'000, &contribute_to_maximum);
-}
-
-TEST_F(ReduceRepeated, FollowsFourThreadsByTwoOfThemInEveryOperation) {
-  constexpr int rounds = 2'000;
-  four_then_two(rounds, &contribute_to_minimum);
-  four_then_two(rounds, &contribute_to_sum);
-  four_then_two(rounds, &contribute_to_integer_sum);
-  four_then_two(rounds, &contribute_to_number_array);
-  four_then_two(rounds, &contribute_to_integer_array);
+  for (const auto contribute : contributions) four_then_two(2'000, contribute);
 }
 
 TEST_F(ReduceRepeated, GoesOnWithoutAPauseInGroupsOfManySizes) {
-  constexpr int rounds = 500;
   for (const int threads : {2, 16, 3, 1, 7}) {
-    same_group(threads, rounds, &contribute_to_maximum);
-    same_group(threads, rounds, &contribute_to_minimum);
-    same_group(threads, rounds, &contribute_to_sum);
-    same_group(threads, rounds, &contribute_to_integer_sum);
-    same_group(threads, rounds, &contribute_to_number_array);
-    same_group(threads, rounds, &contribute_to_integer_array);
+    for (const auto contribute : contributions) same_group(threads, 500, contribute);
   }
 }
 
