@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -20,6 +21,7 @@
 #include "internal/barrier.hpp"
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
+#include "support/silence.hpp"
 #include "support/threads.hpp"
 
 namespace {
@@ -55,12 +57,13 @@ int __wrap_sched_yield() {
 namespace {
 
 using qal::test::await;
+using qal::test::Call;
 using qal::test::calls;
 using qal::test::cancel_state;
-using qal::test::Call;
 using qal::test::in_new_process;
 using qal::test::LogCapture;
 using qal::test::refused;
+using qal::test::Silence;
 using qal::test::Threads;
 using qal::test::Watchdog;
 using qal::test::Worker;
@@ -75,6 +78,7 @@ class BarrierFault : public Threads {
     stops_before_ = calls.stop_here.count();
   }
   void TearDown() override {
+    calls.instead_of_wait = nullptr;
     calls.behind_wait = nullptr;
     calls.behind_unlock = nullptr;
     EXPECT_EQ(calls.stop_here.count(), stops_before_);  // no case here calls qal_stop_here
@@ -83,6 +87,7 @@ class BarrierFault : public Threads {
   QalThreadBarrier barrier_{};
 
  private:
+  Silence silence_;
   int stops_before_ = 0;
 };
 
@@ -265,6 +270,31 @@ TEST_F(BarrierFault, DoesNotSleepWhenTheOthersHaveComeMeanwhile) {
   EXPECT_EQ(calls.cond_wait.count(), waits);
 }
 
+// The next waiter is woken twice without cause, and a third time after `cause`.
+void wake_thrice(const std::function<void()> &cause) {
+  const int waits = calls.cond_wait.count();
+  calls.instead_of_wait = [=](QalThreadCond *, QalThreadMutex *mutex) {
+    qal_thread_mutex_unlock(mutex);
+    if (calls.cond_wait.count() == waits + 3) {
+      calls.instead_of_wait = nullptr;
+      cause();
+    }
+    qal_thread_mutex_lock(mutex);
+    return 0;
+  };
+}
+
+TEST_F(BarrierFault, GoesOnWaitingWhenWokenWithoutCause) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  const int waits = calls.cond_wait.count();
+  const auto arrive = [this] { return qal_thread_barrier(&barrier_, 2); };
+  int status_of_last = -1;
+  wake_thrice([&] { status_of_last = Worker(arrive).join(); });
+  EXPECT_EQ(arrive(), 0);
+  EXPECT_EQ(status_of_last, 1);
+  EXPECT_EQ(calls.cond_wait.count(), waits + 3);
+}
+
 TEST_F(BarrierFault, IgnoresAnUnlockingThatThePlatformRefuses) {
   ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
   EXPECT_EQ(refused(calls.mutex_unlock, EPERM, [&] { return qal_thread_barrier(&barrier_, 1); }),
@@ -433,19 +463,38 @@ TEST_F(ReduceFault, WithoutBarriersWaitsForNobodyAndNeverBeginsAfresh) {
   });
 }
 
-TEST_F(ReduceFault, ReportsTheLockThatThePlatformRefusesAndWaitsForNobody) {
+TEST_F(ReduceFault, ReportsTheLockThatThePlatformRefusesAndTakesNoPart) {
   for (const auto &operation : operations) {
+    EXPECT_EQ(operation.run(1), 3);  // makes the barriers
     const LogCapture log;
-    EXPECT_EQ(refused(calls.mutex_lock, 35, [&] { return operation.run(2); }), 0);
+    const int locks = calls.mutex_lock.count();
+    const int waits = calls.cond_wait.count();
+    calls.mutex_lock.refuse_next(35);
+    EXPECT_EQ(refused(calls.cond_wait, EINVAL, [&] { return operation.run(2); }), 0);
     EXPECT_EQ(log.text(), operation.message);
+    EXPECT_EQ(calls.mutex_lock.count(), locks + 1);
+    EXPECT_EQ(calls.cond_wait.count(), waits);
+    EXPECT_EQ(operation.run(1), 3);
   }
 }
 
-TEST_F(ReduceFault, CountsNoContributionThatCannotLock) {
+TEST_F(ReduceFault, BeginsAfreshAfterABroadcastThatThePlatformRefuses) {
   for (const auto &operation : operations) {
-    refused(calls.mutex_lock, EINVAL, [&] { return operation.run(1); });
+    EXPECT_EQ(refused(calls.cond_broadcast, EINVAL, [&] { return operation.run(1); }), 3);
     EXPECT_EQ(operation.run(1), 3);
   }
+}
+
+TEST_F(ReduceFault, GoesOnWaitingWhenWokenWithoutCause) {
+  std::optional<Worker> other;
+  const int waits = calls.cond_wait.count();
+  wake_thrice([&] {
+    other.emplace([] { return qal_thread_global_isum(4, 2); });
+    await([=] { return calls.cond_wait.count() > waits + 3; });  // for the second meeting
+  });
+  EXPECT_EQ(qal_thread_global_isum(3, 2), 7);
+  ASSERT_TRUE(other);
+  EXPECT_EQ(other->join(), 7);
 }
 
 // The caller alone has contributed then, and goes on with what it contributed.
@@ -511,25 +560,33 @@ TEST_F(ReduceOrder, TakesTheBetterValueWheneverItComes) {
   EXPECT_EQ(in_order(&qal_thread_reduce_dmin, 2.0, 1.0), 1.0);
 }
 
+double sum_of_arrays(double x, int nthreads) {
+  static double sum;
+  qal_thread_global_dsums(&x, &sum, 1, nthreads);
+  return sum;
+}
+
 // Sums three values in this order.
-double sum_in_order(double first, double second, double third) {
+double sum_in_order(double (*operation)(double, int), double first, double second, double third) {
   const int waits = calls.cond_wait.count();
   Worker early([=] {
-    qal_thread_global_dsum(first, 3);
+    operation(first, 3);
     return 0;
   });
   await([=] { return calls.cond_wait.count() > waits; });
   Worker middle([=] {
-    qal_thread_global_dsum(second, 3);
+    operation(second, 3);
     return 0;
   });
   await([=] { return calls.cond_wait.count() > waits + 1; });
-  return qal_thread_global_dsum(third, 3);
+  return operation(third, 3);
 }
 
 TEST_F(ReduceOrder, AddsAsTheThreadsArrive) {
-  EXPECT_EQ(sum_in_order(1e100, -1e100, 1.0), 1.0);
-  EXPECT_EQ(sum_in_order(1.0, 1e100, -1e100), 0.0);
+  for (const auto operation : {&qal_thread_global_dsum, &sum_of_arrays}) {
+    EXPECT_EQ(sum_in_order(operation, 1e100, -1e100, 1.0), 1.0);
+    EXPECT_EQ(sum_in_order(operation, 1.0, 1e100, -1e100), 0.0);
+  }
 }
 
 thread_local int unlockings_of_late = INT_MIN;  // of every other thread

@@ -19,14 +19,17 @@ class Call {
   // For the replacement: the error to return, or 0 to call the platform.
   int enter() {
     ++count_;
-    return error_;
+    const int next = next_error_.exchange(0);
+    return next != 0 ? next : error_.load();
   }
   int count() const { return count_; }
   void refuse(int error) { error_ = error; }
+  void refuse_next(int error) { next_error_ = error; }
   void allow() { error_ = 0; }
 
  private:
   std::atomic<int> error_{0};
+  std::atomic<int> next_error_{0};
   std::atomic<int> count_{0};
 };
 
@@ -36,7 +39,7 @@ struct PthreadCalls {
   Call cond_init, cond_destroy, cond_signal, cond_broadcast, cond_wait, cond_timedwait;
   Call stop_here;
 
-  // The initialisations and destructions of the process so far, such as "+mutex -cond ".
+  // The initialisations, creations and destructions of the process so far, such as "+mutex -cond ".
   std::string order;
 
   // Each is called if it is set: before a creation, instead of a wait, after a wait, after an
@@ -89,6 +92,7 @@ int __wrap_pthread_create(pthread_t *handle, const pthread_attr_t *attributes,
                           void *(*routine)(void *), void *argument) {
   if (calls.before_create) calls.before_create(handle, attributes);
   if (const int error = calls.create.enter()) return error;
+  calls.order += "create ";
   return __real_pthread_create(handle, attributes, routine, argument);
 }
 
@@ -108,6 +112,7 @@ int __real_pthread_key_create(pthread_key_t *key, void (*destructor)(void *));
 int __wrap_pthread_key_create(pthread_key_t *key, void (*destructor)(void *)) {
   calls.key_has_destructor = destructor != nullptr;
   if (const int error = calls.key_create.enter()) return error;
+  calls.order += "+key ";
   return __real_pthread_key_create(key, destructor);
 }
 

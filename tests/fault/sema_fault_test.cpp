@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "fault/pthread_calls.hpp"
+#include "support/silence.hpp"
 #include "support/threads.hpp"
 
 namespace {
@@ -13,6 +14,7 @@ namespace {
 using qal::test::await;
 using qal::test::calls;
 using qal::test::refused;
+using qal::test::Silence;
 using qal::test::Threads;
 using qal::test::Worker;
 
@@ -48,6 +50,7 @@ class SemaFault : public Threads {
   QalThreadSema sema_{};
 
  private:
+  Silence silence_;
   int stops_before_ = 0;
   int signals_before_ = 0;
 };

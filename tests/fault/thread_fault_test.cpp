@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -13,6 +14,7 @@
 
 #include "fault/pthread_calls.hpp"
 #include "support/child.hpp"
+#include "support/silence.hpp"
 #include "support/threads.hpp"
 
 namespace {
@@ -23,8 +25,29 @@ using qal::test::calls;
 using qal::test::Gate;
 using qal::test::in_new_process;
 using qal::test::refused;
+using qal::test::Silence;
 using qal::test::Threads;
 using qal::test::Unwinding;
+
+std::atomic<int> allocations{0};
+
+}  // namespace
+
+extern "C" {
+void *__real_malloc(std::size_t size);
+void *__wrap_malloc(std::size_t size) {
+  ++allocations;
+  return __real_malloc(size);
+}
+
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+  ++allocations;
+  return __real_calloc(count, size);
+}
+}
+
+namespace {
 
 constexpr int last_index = 2047;
 constexpr int untouched = 4711;
@@ -74,6 +97,7 @@ class ThreadFault : public Threads {
   int stops() const { return calls.stop_here.count() - stops_before_; }
 
  private:
+  Silence silence_;
   int stops_before_ = 0;
 };
 
@@ -107,7 +131,7 @@ TEST_F(ThreadCreateFault, AsksForAJoinableThreadWithAStackOfTwoMebibytes) {
   calls.before_create = nullptr;
   EXPECT_EQ(stack_size, 2'097'152U);
   EXPECT_EQ(detached, PTHREAD_CREATE_JOINABLE);
-  EXPECT_EQ(calls.order, "+attr -attr ");
+  EXPECT_EQ(calls.order, "+attr create -attr ");
   EXPECT_EQ(join(created.index).status, 0);
 }
 
@@ -119,6 +143,12 @@ TEST_F(ThreadCreateFault, HandsTheIndexOutThoughTheStartFailed) {
   EXPECT_EQ(calls.order, "+attr -attr ");
   EXPECT_EQ(next_index(), 2);
   EXPECT_EQ(stops(), 0);
+}
+
+TEST_F(ThreadCreateFault, AllocatesNothing) {
+  const int before = allocations;
+  EXPECT_EQ(refused(calls.create, EAGAIN, [] { return create(); }).status, -1);
+  EXPECT_EQ(allocations, before);
 }
 
 TEST_F(ThreadCreateFault, FailsWithoutAttributes) {
@@ -266,7 +296,7 @@ TEST_F(ThreadInitFault, MakesAKeyAndThenAMutex) {
   EXPECT_EQ(qal_thread_init(), 0);
   EXPECT_EQ(calls.key_create.count(), keys + 1);
   EXPECT_FALSE(calls.key_has_destructor);
-  EXPECT_EQ(calls.order, "+mutex ");
+  EXPECT_EQ(calls.order, "+key +mutex ");
 }
 
 struct Wrapper {

@@ -460,6 +460,16 @@ TEST_F(ThreadStart, TakesTheIndexWhateverItIs) {
   }
 }
 
+TEST_F(ThreadStart, RunsNothingForAnIndexThatFitsTheTableOnlyWhenCut) {
+  int runs = 0;
+  ASSERT_EQ(start([](void *argument) { return ++*static_cast<int *>(argument); }, &runs), 1);
+  join(1);
+  for (const auto entry : {&qal_thread_start_void, &qal_thread_start_int}) {
+    EXPECT_EQ(ask_elsewhere([=] { return entry(as_index(0x1'0000'0001)) == nullptr ? 1 : 0; }), 1);
+  }
+  EXPECT_EQ(runs, 1);
+}
+
 TEST_F(ThreadStart, RunsTheRoutineOfTheSlotAndKeepsItsResult) {
   for (const auto entry : {&qal_thread_start_void, &qal_thread_start_int}) {
     int runs = 0;
