@@ -200,8 +200,10 @@ TEST_F(HashReinit, LeavesATableOfNothingAlone) {
   qal_hash_reinit(nullptr);
   const Table table = new_table();
   add(table, 0, "key", "data");
-  table->num_slots = 0;
-  qal_hash_reinit(table.get());
+  for (const int32_t num_slots : {0, -1, INT_MIN}) {
+    table->num_slots = num_slots;
+    qal_hash_reinit(table.get());
+  }
   table->num_slots = 10;
   EXPECT_EQ(records_in(table, 0).size(), 1U);
 }
