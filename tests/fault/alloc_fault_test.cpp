@@ -9,11 +9,13 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <latch>
 #include <string>
 #include <vector>
 
 #include "support/fault.hpp"
 #include "support/log_capture.hpp"
+#include "support/threads.hpp"
 
 namespace {
 
@@ -21,10 +23,13 @@ using qal::test::allocation_report;
 using qal::test::fail_nth;
 using qal::test::Fault;
 using qal::test::LogCapture;
+using qal::test::run_together;
+using qal::test::Watchdog;
 
-Fault allocations;
-void *last_block = nullptr;
-std::size_t last_size = 0;
+// Each thread has its own, so that threads can fail at once.
+thread_local Fault allocations;
+thread_local void *last_block = nullptr;
+thread_local std::size_t last_size = 0;
 
 }  // namespace
 
@@ -128,6 +133,34 @@ TEST(AllocMallocFault, NamesThePlaceOfTheMacroCall) {
   ASSERT_EQ(log.lines().size(), 4U);
   EXPECT_EQ(log.lines()[2],
             "ERROR: At line " + std::to_string(line) + " in file " + __FILE__ + "\n");
+}
+
+constexpr int threads = 4;
+std::latch all_reporting(threads);
+thread_local std::vector<std::string> own_lines;
+
+// Holds each thread in its report until all of them have begun theirs.
+void keep_own_line(void *, const char *line, ...) {
+  own_lines.emplace_back(line);
+  if (own_lines.size() == 1) all_reporting.arrive_and_wait();
+}
+
+void fail_and_expect_own_report(int number) {
+  const std::string label = "label " + std::to_string(number);
+  const std::string file = "file " + std::to_string(number);
+  void *block = nullptr;
+  allocations = fail_nth(1, ENOMEM);
+  qal_malloc(label.c_str(), static_cast<void *>(&block), 100U + static_cast<unsigned>(number),
+             200 + number, file.c_str());
+  EXPECT_EQ(own_lines, allocation_report("QAL_MALLOC", 100 + number, 200 + number, file, label));
+}
+
+TEST(AllocMallocFault, IsReportedByEachOfSeveralThreadsInItsOwnWords) {
+  const Watchdog watchdog;
+  qal_logger_init(nullptr, &keep_own_line, nullptr, nullptr);
+  ASSERT_EQ(qal_thread_init(), 0);
+  run_together(threads, &fail_and_expect_own_report);
+  qal_logger_done();
 }
 
 TEST(AllocReallocFault, OfANullPointerReportsAsMallocDoes) {
@@ -259,6 +292,29 @@ TEST(TempMemResizeFault, KeepsTheSegmentWithoutABlock) {
   EXPECT_EQ(Tmem_InUse, nullptr);
   EXPECT_EQ(qal_temp_mem_free(nullptr), 1);
   std::free(block);
+}
+
+// Such a segment that is still in use joins the released ones first, whose smallest goes.
+TEST(TempMemResizeFault, LetsTheSmallestSegmentWithoutABlockBeFreedFirst) {
+  for (const bool smaller_is_released : {true, false}) {
+    void *const smaller = qal_temp_mem_alloc(200);
+    void *const larger = qal_temp_mem_alloc(300);
+    allocations = fail_nth(1, ENOMEM);
+    EXPECT_EQ(qal_temp_mem_resize(smaller_is_released ? smaller : larger, 9000), nullptr);
+    EXPECT_EQ(qal_temp_mem_release(nullptr), 0);
+    allocations = fail_nth(1, ENOMEM);
+    EXPECT_EQ(qal_temp_mem_resize(smaller_is_released ? larger : smaller, 9000), nullptr);
+    EXPECT_EQ(qal_temp_mem_free(nullptr), 0);
+    EXPECT_EQ(Tmem_InUse, nullptr);
+    ASSERT_NE(Tmem_Avail, nullptr);
+    EXPECT_EQ(Tmem_Avail->size, 300);
+    EXPECT_EQ(Tmem_Avail->mptr, nullptr);
+    EXPECT_EQ(Tmem_Avail->next, nullptr);
+    EXPECT_EQ(qal_temp_mem_free(nullptr), 0);
+    EXPECT_EQ(qal_temp_mem_free(nullptr), 1);
+    std::free(smaller);
+    std::free(larger);
+  }
 }
 
 TEST(TempMemResizeFault, LetsFreeAllRemoveSegmentsWithoutABlock) {

@@ -531,6 +531,28 @@ void search_and_change_texts() {
   EXPECT_STREQ(text, "text-7");
 }
 
+int by_address(const void *a, const void *b) { return (a > b) - (a < b); }
+
+// Each list is in the order opposite to that of its sort.
+void sort_lists() {
+  constexpr int length = 1000;
+  qal_plist_pool_create(1, length);
+  QalPlist *const nodes = qal_plist_create();
+  QalListPool *pool = qal_list_pool_create(8, length, 0);
+  QalList *payloads = qal_list_create(pool);
+  for (int i = 0; i < length; ++i) {
+    QalPlistNode *const node = qal_plist_alloc();
+    node->data = node;
+    qal_plist_prepend(nodes, node);
+    qal_list_prepend(payloads, qal_list_alloc(payloads));
+  }
+  call([=] { qal_plist_sort(nodes, &by_address); });
+  call([=] { qal_list_sort(payloads, &by_address); });
+  qal_list_destroy(&payloads);
+  qal_list_pool_destroy(&pool);
+  qal_plist_pool_destroy();
+}
+
 // What is said to need no memory has no allocation that could fail.
 void do_without_memory(const ScratchDir &) {
   EXPECT_EQ(call(zul_fnmatch, pattern_of("h*[a-z]?.dat"), pattern_of("halix_x1.dat")), 0);
@@ -538,6 +560,11 @@ void do_without_memory(const ScratchDir &) {
   char path[64] = "/a/./b/../c";
   EXPECT_EQ(call(qal_convert_pathname, path, uint32_t{QAL_PATH_COMPACT}), 0);
   search_and_change_texts();
+  sort_lists();
+  int timer = -1;
+  call(qal_timer_new, &timer);
+  call(qal_timer_start, &timer);
+  call(qal_timer_stop, &timer);
   call([] {
     QalIdentity identity("/bin/demo");
     identity.setProduct(1);
