@@ -128,7 +128,7 @@ QAL_API int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void 
  *  slot, even one whose list is empty, takes a record if it does not hold the key yet; what this
  *  merge has put there counts too. `callback` decides about the other records, and without one they
  *  are dropped. A record for which there is no memory is lost. If it lacked a chunk, the merge
- *  waits for ever at the next record that needs one, or that `callback` removes (see Errors above).
+ *  waits for ever at the next record that needs one, or that `callback` removes (see Errors).
  *
  *  @param dst       the table that receives the records.
  *  @param src       the table that gives them, empty afterwards.
