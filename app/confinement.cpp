@@ -34,7 +34,7 @@ void confine_to(const Directories &directories) {
     paths[count] = rooms[count];
     ++count;
   }
-  platform::keep_only_deleting_in({paths.data(), count});
+  platform::keep_only_deleting_in(paths.data(), count);
 }
 
 }  // namespace qal::internal

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -116,7 +117,7 @@ class Confinement : public testing::Test {
   bool confine(const char *two = "two") const {
     const std::string paths[] = {scratch_ / "one/", scratch_ / two};
     const char *const directories[] = {paths[0].c_str(), paths[1].c_str()};
-    return platform::keep_only_deleting_in(directories);
+    return platform::keep_only_deleting_in(directories, std::size(directories));
   }
 
   std::vector<int> descriptors_ = open_descriptors();
@@ -146,7 +147,7 @@ TEST_F(Confinement, GivesUpWhatTheKernelKnowsAndNeverReading) {
 }
 
 TEST_F(Confinement, NeedsNoDirectory) {
-  EXPECT_TRUE(platform::keep_only_deleting_in({}));
+  EXPECT_TRUE(platform::keep_only_deleting_in(nullptr, 0));
   EXPECT_TRUE(kernel.restricts);
 }
 

@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -51,13 +52,13 @@ bool allow_deleting_in(const char *directory, const Descriptor &ruleset) {
 
 }  // namespace
 
-bool keep_only_deleting_in(std::span<const char *const> directories) {
+bool keep_only_deleting_in(const char *const *directories, std::size_t count) {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
   const long version = newest_version();
   if (version < 1) return false;
   const Descriptor ruleset = make_ruleset(rights_to_give_up(version));
   if (!ruleset) return false;
-  for (const char *const directory : directories) {
+  for (const char *const directory : std::span{directories, count}) {
     if (!allow_deleting_in(directory, ruleset)) return false;
   }
   return syscall(SYS_landlock_restrict_self, ruleset.get(), 0) == 0;

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <span>
 
 namespace qal::internal::platform {
 
@@ -61,7 +60,7 @@ void clear_secret(void *secret, std::size_t size);
 // new privileges, and writing, creating, renaming and deleting, except for deleting files below the
 // directories. False when nothing but new privileges was given up: the system cannot do it, one of
 // the directories cannot be opened, or a call failed.
-bool keep_only_deleting_in(std::span<const char *const> directories);
+bool keep_only_deleting_in(const char *const *directories, std::size_t count);
 
 // The name under which the dynamic loader finds libcurl.
 const char *curl_library_name();

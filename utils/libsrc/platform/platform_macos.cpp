@@ -44,7 +44,9 @@ constinit const char &single_threaded = unknown;
 void clear_secret(void *secret, std::size_t size) { memset_s(secret, size, 0, size); }
 
 // The system has nothing for it that a program may rely on.
-bool keep_only_deleting_in(std::span<const char *const> /*directories*/) { return false; }
+bool keep_only_deleting_in(const char *const * /*directories*/, std::size_t /*count*/) {
+  return false;
+}
 
 const char *curl_library_name() { return "libcurl.4.dylib"; }
 
