@@ -1,3 +1,7 @@
+if(NOT CMAKE_SIZEOF_VOID_P EQUAL 8)
+  message(FATAL_ERROR "qal needs 64 bits, and this compiler makes programs for another width.")
+endif()
+
 # What must be there for what was asked for. All that is missing is told at once.
 set(qal_missing "")
 function(require target what debian_packages)

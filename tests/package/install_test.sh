@@ -148,6 +148,16 @@ names_what_is_missing() {
   echo "$word"
 }
 
+# One error, before anything is compiled.
+stops_at_32_bits() {
+  local status=0
+  configure_alone -DCMAKE_{C,CXX}_FLAGS=-m32 -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY \
+    >"$work/32-bit" 2>&1 || status=$?
+  cat "$work/32-bit"
+  [[ $status -ne 0 && $(grep -c "^CMake Error" "$work/32-bit") -eq 1 ]]
+  grep -x '  qal needs 64 bits, and this compiler makes programs for another width.' "$work/32-bit"
+}
+
 # In a C project that compiles its units as one, that has no headers of libcurl and that installs
 # what is its own.
 within_a_c_project() {
@@ -218,6 +228,9 @@ packages_a_commit() {
 
 check "packaging starts from a commit" packages_a_commit
 check "what is missing is told at once" names_what_is_missing
+if [[ $(uname -m) == x86_64 ]]; then  # whose compilers know the narrower processor, too
+  check "a build for 32 bits stops" stops_at_32_bits
+fi
 check "BUILD_TESTING=OFF asks for nothing of the tests" \
   configure_alone -DBUILD_TESTING=OFF -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
 check "a part of a C project" within_a_c_project
