@@ -1,6 +1,4 @@
-// Linux: pipes, commands, error texts, the upper-case table, copying in the kernel, whether there
-// are threads, wiping of secrets.
-#include <ctype.h>
+// Linux: pipes, commands, copying in the kernel, whether there are threads, wiping of secrets.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -26,13 +24,6 @@ std::FILE *open_command(const char *command, const char *mode) {
   if (direction == "w") return popen(command, "we");
   return popen(command, mode);
 }
-
-const char *error_text(int error) {
-  const char *const text = strerrordesc_np(error);
-  return text ? text : "Unknown error";
-}
-
-const int *upper_case_of_ascii(int (&/*room*/)[ascii_count]) { return *__ctype_toupper_loc(); }
 
 void copy_in_kernel(int from, int to) {
   constexpr std::size_t at_once = std::size_t{1} << 30U;
