@@ -1,17 +1,19 @@
 # What a toolchain file is too early for; read when the languages are known.
 
-# CMake asks the machine that it runs on whether libraries are found along paths.
-foreach(language C CXX)
-  set(CMAKE_SHARED_LIBRARY_RUNTIME_${language}_FLAG "-Wl,-rpath,")
-  set(CMAKE_EXECUTABLE_RUNTIME_${language}_FLAG "-Wl,-rpath,")
-endforeach()
+if(APPLE)
+  # CMake asks the machine that it runs on whether libraries are found along paths.
+  foreach(language C CXX)
+    set(CMAKE_SHARED_LIBRARY_RUNTIME_${language}_FLAG "-Wl,-rpath,")
+    set(CMAKE_EXECUTABLE_RUNTIME_${language}_FLAG "-Wl,-rpath,")
+  endforeach()
+endif()
 
 # GoogleTest for the target, from its sources.
 include(FetchContent)
 set(INSTALL_GTEST OFF)
 FetchContent_Declare(GTest SOURCE_DIR /usr/src/googletest SYSTEM OVERRIDE_FIND_PACKAGE)
 
-# Cases are asked for when they are run, which is never.
+# Cases are asked for when they are run, which on macOS is never.
 set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
 
 # Of the HTTP library there is the header alone: what starts a server is compiled but not linked.
