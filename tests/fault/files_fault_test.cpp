@@ -344,6 +344,18 @@ TEST_F(CopyFault, AMoveKeepsTheSourceWhenTheDiskDoesNotAnswer) {
   EXPECT_EQ(read_file(from), content);
 }
 
+TEST_F(CopyFault, AMoveKeepsTheSourceWhenItsNewNameDoesNotReachTheDisk) {
+  EXPECT_EQ(move({{"fsync", fail_nth(2, EIO)}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(from), content);
+}
+
+TEST_F(CopyFault, AMoveGoesOnWhereTheDirectoryCannotBeOpened) {
+  EXPECT_EQ(move({{"open", fail_nth(4, EACCES)}, {"fsync", never}, {"unlink", never}}),
+            QAL_STATUS_OK);
+  EXPECT_EQ(made_calls, (Lines{"open", "open", "open", "fsync", "open", "unlink"}));
+  EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
+}
+
 TEST_F(CopyFault, AMoveKeepsTheSourceWhenClosingFails) {
   EXPECT_EQ(move({{"close", fail_nth(1, EIO)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(from), content);
