@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <qal/clock.h>
 #include <qal/logger.h>
+#include <qal/startup.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -27,6 +29,7 @@ namespace {
 using qal::internal::File;
 using qal::internal::OwnedText;
 using qal::test::in_child;
+using qal::test::in_new_process;
 using qal::test::LogCapture;
 using qal::test::read_file;
 using qal::test::run_in_child;
@@ -393,13 +396,15 @@ TEST_F(LoggerDebug, DoesNotFormat) {
 }
 
 TEST_F(LoggerStopHere, HasNoEffect) {
-  const LogCapture log;
-  errno = ENOTDIR;
-  qal_stop_here();
-  update_windows_console(0);
-  update_windows_console(1);
-  EXPECT_EQ(errno, ENOTDIR);
-  EXPECT_TRUE(log.lines().empty());
+  const auto child = in_child([] {
+    const LogCapture log;
+    errno = ENOTDIR;
+    qal_stop_here();
+    for (const int state : {0, 1, -1, INT_MAX}) update_windows_console(state);
+    EXPECT_EQ(errno, ENOTDIR);
+    EXPECT_TRUE(log.lines().empty());
+  });
+  EXPECT_EQ(child.out + child.err, "");
 }
 
 TEST_F(LoggerFormatPosition, LetsAPrintfLikeCallbackReadDirectivesInTheLine) {
@@ -602,6 +607,19 @@ TEST_F(LoggerFile, StopsCopyingWhenTheSecondCannotBeOpened) {
 }
 
 TEST_F(LoggerFile, IsNotThereAtStart) { EXPECT_EQ(_qal_logger_get_file(), nullptr); }
+
+TEST_F(LoggerFile, OutlivesTheLibrarysShutDown) {
+  in_new_process([this] {
+    qal_utils_init();
+    const std::FILE *const copy = _qal_logger_set_file((scratch / "copy").c_str());
+    qal_logger_time_stamp(1);
+    qal_logger_init(nullptr, &_qal_logger_func, nullptr, nullptr);
+    qal_utils_done();
+    EXPECT_EQ(_qal_logger_get_file(), copy);
+    qal_info("x\n");
+    EXPECT_THAT(read_file(scratch / "copy"), MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9] x\n"));
+  });
+}
 
 TEST_F(LoggerFile, IsRemovedByANullPath) {
   _qal_logger_set_file((scratch / "copy").c_str());
