@@ -65,6 +65,8 @@ struct Calls {
   std::vector<QalThreadMutex *> mutexes_ended;
   bool unlock_fails = false;
   bool init_fails = false;
+  // Called before a record is added to a table.
+  std::function<void(const QalHash &, int32_t slot, const void *key, const void *data)> on_add;
 } calls;
 
 // "malloc qal_hash_create 75 qal_hash", and the same for a free without the label.
@@ -82,6 +84,7 @@ void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
 void __real_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file);
 void __real_qal_free(void *block, int line, const char *file);
+int __real_qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data);
 int __real_qal_thread_mutex_init(QalThreadMutex *mutex);
 int __real_qal_thread_mutex_destroy(QalThreadMutex *mutex);
 int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
@@ -114,6 +117,11 @@ void __wrap_qal_free(void *block, int line, const char *file) {
   calls.made.push_back(told("free", "", line, file) + " of " + of);
   if (made != calls.live.end()) calls.live.erase(made);
   __real_qal_free(block, line, file);
+}
+
+int __wrap_qal_hash_add(QalHash *table, int32_t slot, const void *key, const void *data) {
+  if (calls.on_add) calls.on_add(*table, slot, key, data);
+  return __real_qal_hash_add(table, slot, key, data);
 }
 
 int __wrap_qal_thread_mutex_init(QalThreadMutex *mutex) {
@@ -187,6 +195,25 @@ TEST(UidStartFault, MakesATableOf1000SlotsAndIdsOfTwoValues) {
     qal_uid_init();
     EXPECT_THAT(calls.made, IsEmpty());
     EXPECT_THAT(calls.mutexes_made, IsEmpty());
+  });
+}
+
+TEST(UidStartFault, KeepsAnIdInTheSlotThatIsTheIdModulo1000) {
+  in_new_process([] {
+    qal_uid_init();
+    uint64_t added = 0;
+    calls.on_add = [&added](const QalHash &table, int32_t slot, const void *key, const void *data) {
+      const uint64_t id = ++added;
+      const uint64_t values[] = {id + 5, ~id};
+      EXPECT_EQ(static_cast<uint64_t>(slot), id % 1000);
+      ASSERT_EQ(table.key_size, 8);
+      EXPECT_EQ(std::memcmp(key, &id, 8), 0) << id;
+      ASSERT_EQ(table.data_size, 16);
+      EXPECT_EQ(std::memcmp(data, values, 16), 0) << id;
+    };
+    for (uint64_t id = 1; id <= 2001; ++id) EXPECT_EQ(qal_uid_new(id + 5, ~id), id);
+    calls.on_add = nullptr;
+    EXPECT_EQ(added, 2001U);
   });
 }
 
@@ -615,14 +642,15 @@ TEST_F(ListFault, NamesThePlaceOfEachBlock) {
               ElementsAre(pool_made(), "malloc qal_list_pool_create 83 qal_list 32", pool_made()));
   QalList *list = qal_list_create(pool);
   EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 488"));
-  qal_list_append(list, qal_list_alloc(list));
-  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 104"));
+  for (int i = 0; i < 3; ++i) qal_list_append(list, qal_list_alloc(list));
+  EXPECT_THAT(made_since(), ElementsAre("malloc qal_mpool_alloc 168 qal_mpool 104",
+                                        "malloc qal_mpool_alloc 168 qal_mpool 104"));
   qal_list_destroy(&list);
   EXPECT_THAT(made_since(), IsEmpty());
   qal_list_pool_destroy(&pool);
   EXPECT_THAT(made_since(),
-              ElementsAre("free 115 qal_mpool of 168", pool_ended, "free 115 qal_mpool of 168",
-                          pool_ended, "free 123 qal_list of 83"));
+              ElementsAre("free 115 qal_mpool of 168", "free 115 qal_mpool of 168", pool_ended,
+                          "free 115 qal_mpool of 168", pool_ended, "free 123 qal_list of 83"));
 }
 
 TEST_F(ListFault, NamesThePlaceOfHeadersOutsidePools) {
