@@ -13,6 +13,7 @@
 #include "input.hpp"
 #include "linked_lists.hpp"
 #include "support/list_kinds.hpp"
+#include "support/log_capture.hpp"
 #include "support/sort_cases.hpp"
 
 namespace qal::test {
@@ -88,12 +89,14 @@ TYPED_TEST_P(Links, LeadBothWays) {
 }
 
 TYPED_TEST_P(Links, OfNullAreNull) {
+  const LogCapture log;
   EXPECT_EQ(TypeParam::first(nullptr), nullptr);
   EXPECT_EQ(TypeParam::last(nullptr), nullptr);
   EXPECT_EQ(TypeParam::next(nullptr), nullptr);
   EXPECT_EQ(TypeParam::prev(nullptr), nullptr);
   EXPECT_EQ(TypeParam::pop(nullptr), nullptr);
   EXPECT_EQ(TypeParam::length(nullptr), 0U);
+  EXPECT_THAT(log.lines(), testing::IsEmpty());
 }
 
 TYPED_TEST_P(Links, PrependPutsAnElementBeforeAllOthers) {
@@ -307,6 +310,7 @@ TYPED_TEST_P(Links, StayAsTheyAreForNull) {
   auto *const list = this->list_of(2);
   const auto elements = elements_of(list);
   auto *const loose = this->kind.alloc();
+  const LogCapture log;
   TypeParam::prepend(list, nullptr);
   TypeParam::prepend(nullptr, loose);
   TypeParam::append(list, nullptr);
@@ -324,6 +328,7 @@ TYPED_TEST_P(Links, StayAsTheyAreForNull) {
   TypeParam::sort(nullptr, [](const void *, const void *) { return 0; });
   EXPECT_EQ(elements_of(list), elements);
   EXPECT_TRUE(unlinked(loose));
+  EXPECT_THAT(log.lines(), testing::IsEmpty());
 }
 
 TYPED_TEST_P(Links, SortComparesNothingInAListOfOneElementOrNone) {

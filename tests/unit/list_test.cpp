@@ -13,10 +13,12 @@
 #include "support/list_cases.hpp"
 #include "support/list_kinds.hpp"
 #include "support/log_capture.hpp"
+#include "support/pool_model.hpp"
 #include "support/threads.hpp"
 
 namespace {
 
+using qal::test::become_index;
 using qal::test::elements_of;
 using qal::test::in_use;
 using qal::test::InlineLists;
@@ -143,6 +145,21 @@ TEST_F(ListCreate, MakesAnEmptyListOfThePool) {
   }
 }
 
+TEST_F(ListCreate, EmptiesAHeaderThatWasUsedBefore) {
+  const Pool pool = new_pool(8);
+  Payloads used(pool->header_pool->chunk_count);
+  for (void *&header : used) {
+    header = qal_mpool_alloc(pool->header_pool);
+    std::memset(header, 0xFF, sizeof(QalList));
+  }
+  for (void *const header : used) qal_mpool_free(pool->header_pool, header);
+  const QalList *const list = qal_list_create(pool.get());
+  EXPECT_EQ(list, used.back());
+  EXPECT_EQ(list->pool, pool.get());
+  EXPECT_EQ(list->first, nullptr);
+  EXPECT_EQ(list->last, nullptr);
+}
+
 TEST_F(ListCreate, AnswersNoneWithoutAPool) { EXPECT_EQ(qal_list_create(nullptr), nullptr); }
 
 TEST_F(ListDestroy, ClearsTheHandleOfAListWithItsOwnHeader) {
@@ -176,6 +193,18 @@ TEST_F(ListDestroy, ClearsTheLinksOfItsElements) {
   for (const void *const payload : payloads) EXPECT_EQ(qal_list_next(payload), nullptr);
 }
 
+TEST_F(ListDestroy, GivesItsElementsBackFromTheHead) {
+  for (const int32_t use_header_pool : {0, 1}) {
+    const Pool pool = new_pool(8, 3, use_header_pool);
+    QalList *list = qal_list_create(pool.get());
+    for (int i = 0; i < 3; ++i) qal_list_append(list, qal_list_alloc(list));
+    Payloads payloads = elements_of(list);
+    qal_list_destroy(&list);
+    std::reverse(payloads.begin(), payloads.end());
+    for (const void *const payload : payloads) EXPECT_EQ(qal_list_alloc2(pool.get()), payload);
+  }
+}
+
 TEST_F(ListAlloc, GivesUnlinkedElementsOnBoundariesOf8) {
   const Pool pool = new_pool(13, 3);
   QalList *const list = qal_list_create(pool.get());
@@ -189,6 +218,16 @@ TEST_F(ListAlloc, GivesUnlinkedElementsOnBoundariesOf8) {
     std::memset(payload, 0xFF, 13);
   }
   EXPECT_EQ(in_use(pool->element_pool), 10U);
+}
+
+TEST_F(ListAlloc, ClearsBothLinksOfAnElementThatWasUsedBefore) {
+  const Pool pool = new_pool(8, 1);
+  void *const used = qal_mpool_alloc(pool->element_pool);
+  std::memset(used, 0xFF, 24);
+  qal_mpool_free(pool->element_pool, used);
+  void *const payload = qal_list_alloc2(pool.get());
+  EXPECT_EQ(InlineLists::start_of(payload), used);
+  EXPECT_TRUE(unlinked(payload));
 }
 
 TEST_F(ListAlloc, PutsThePayloadBehindTwoLinks) {
@@ -219,8 +258,10 @@ TEST_F(ListAlloc, GivesDistinctElementsOfNoPayload) {
 }
 
 TEST_F(ListAlloc, AnswersNoneOfNone) {
+  const LogCapture log;
   EXPECT_EQ(qal_list_alloc(nullptr), nullptr);
   EXPECT_EQ(qal_list_alloc2(nullptr), nullptr);
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(ListFree, GivesTheElementBack) {
@@ -237,13 +278,45 @@ TEST_F(ListFree, GivesTheElementBack) {
   EXPECT_EQ(qal_list_next(b), nullptr);
 }
 
+void free_into_pool(QalList *list, void *payload) { qal_list_free2(list->pool, payload); }
+
+TEST_F(ListFree, DoesNotUnlink) {
+  for (const auto free_one : {&qal_list_free, &free_into_pool}) {
+    QalList *const three = list_of(3);
+    const Payloads payloads = elements_of(three);
+    free_one(three, payloads[1]);
+    EXPECT_EQ(three->first, payloads[0]);
+    EXPECT_EQ(three->last, payloads[2]);
+    EXPECT_EQ(qal_list_next(payloads[0]), payloads[1]);
+    EXPECT_EQ(qal_list_prev(payloads[2]), payloads[1]);
+
+    QalList *const one = list_of(1);
+    void *const only = one->first;
+    free_one(one, only);
+    EXPECT_EQ(one->first, only);
+    EXPECT_EQ(one->last, only);
+  }
+}
+
+TEST_F(ListFree, WorksUnderAnyThreadIndex) {
+  QalList *const list = list_of(1);
+  const LogCapture log;
+  become_index(2048);
+  qal_list_free2(pool(), list->first);
+  become_index(0);
+  EXPECT_EQ(in_use(pool()->element_pool), 0U);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(ListFree, IgnoresNone) {
+  const LogCapture log;
   QalList *const list = list_of(1);
   qal_list_free(list, nullptr);
   qal_list_free2(pool(), nullptr);
   qal_list_free(nullptr, list->first);
   qal_list_free2(nullptr, list->first);
   EXPECT_EQ(in_use(pool()->element_pool), 1U);
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(ListNavigate, LinksTheStartsOfElements) {

@@ -292,6 +292,20 @@ TEST_F(MpoolFree, PutsTheElementInFrontOfTheSharedList) {
   expect_counts(pool, 4, 4);
 }
 
+TEST_F(MpoolFree, WorksUnderAnyThreadIndex) {
+  for (const intptr_t index : {2048, -1}) {
+    const Pool pool = new_pool(16, 4);
+    become_index(0);
+    void *const element = qal_mpool_alloc(pool.get());
+    const LogCapture log;
+    become_index(index);
+    EXPECT_EQ(qal_mpool_free(pool.get(), element), 0) << index;
+    EXPECT_EQ(pool->shared_free, element);
+    EXPECT_EQ(pool->shared_count, 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+  }
+}
+
 TEST_F(MpoolFree, TouchesOnlyTheFirstWord) {
   const Pool pool = new_pool(32, 1);
   void *const element = qal_mpool_alloc(pool.get());
@@ -313,11 +327,13 @@ TEST_F(MpoolFree, NeverGivesMemoryBackToTheSystem) {
 }
 
 TEST_F(MpoolFree, RefusesNone) {
+  const LogCapture log;
   const Pool pool = new_pool(16, 2);
   void *const element = qal_mpool_alloc(pool.get());
   EXPECT_EQ(qal_mpool_free(nullptr, element), -1);
   EXPECT_EQ(qal_mpool_free(pool.get(), nullptr), -1);
   EXPECT_EQ(pool->shared_count, 0);
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(MpoolVerifyPtr, KnowsEveryByteOfEveryChunkAndNoneBeside) {
@@ -348,6 +364,7 @@ TEST_F(MpoolVerifyPtr, KnowsFreeElementsToo) {
 }
 
 TEST_F(MpoolVerifyPtr, DeniesForeignAddresses) {
+  const LogCapture log;
   const Pool pool = new_pool(16, 4);
   const Pool other = new_pool(16, 4);
   int local = 0;
@@ -358,6 +375,7 @@ TEST_F(MpoolVerifyPtr, DeniesForeignAddresses) {
   EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), pool.get()), 0);
   EXPECT_EQ(qal_mpool_verify_ptr(pool.get(), nullptr), 0);
   EXPECT_EQ(qal_mpool_verify_ptr(nullptr, &local), 0);
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(MpoolVerifyPtr, TakesNoLock) {
@@ -383,6 +401,7 @@ TEST_F(MpoolStatus, CountsTheListsOfAllThreads) {
 }
 
 TEST_F(MpoolStatus, TakesNullForWhatIsNotWanted) {
+  const LogCapture log;
   const Pool pool = new_pool(16, 5);
   qal_mpool_alloc(pool.get());
   EXPECT_EQ(qal_mpool_status(pool.get(), nullptr, nullptr), 4U);
@@ -391,6 +410,7 @@ TEST_F(MpoolStatus, TakesNullForWhatIsNotWanted) {
   EXPECT_EQ(qal_mpool_status(nullptr, &total, &free), 0U);
   EXPECT_EQ(total, 0U);
   EXPECT_EQ(free, 0U);
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(MpoolDestroy, ClearsTheHandle) {
