@@ -37,7 +37,7 @@ thread_local Effort staying_awake;
 // What this thread's sleeps have taken of late. While two threads wake each other, both learn what
 // waking takes, and the one that is awake for so long meets the other before it sleeps too.
 constexpr std::chrono::microseconds least_sleep{1};
-constexpr std::chrono::microseconds longest_sleep{100};
+constexpr Clock::duration longest_sleep = std::chrono::microseconds{100};
 thread_local Clock::duration sleep_cost = longest_sleep;
 
 // Yielding helps while the processor goes to the threads that are waited for. A yield longer than

@@ -18,7 +18,7 @@ class GrowingText {
   int length() const { return static_cast<int>(next_ - begin_); }
 
   void append(std::string_view piece) {
-    if (piece.size() > left()) return overflow();
+    if (is_overfull() || piece.size() > left()) return overflow();
     std::memcpy(next_, piece.data(), piece.size());
     next_ += piece.size();
   }
