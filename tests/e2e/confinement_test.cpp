@@ -48,7 +48,10 @@ class SweepConfinement : public testing::Test {
   // Runs the tool, which tries everything while it makes its request.
   void run(const std::map<std::string, std::string> &settings = {}) {
     ToolStart start{.environment = settings};
-    start.environment.insert({{"LD_PRELOAD", attempts_}, {"FOREIGN", foreign_}, {"SWEPT", swept_}});
+    start.environment.insert({{"LD_PRELOAD", attempts_},
+                              {"LD_LIBRARY_PATH", world_.root()},
+                              {"FOREIGN", foreign_},
+                              {"SWEPT", swept_}});
     EXPECT_TRUE(succeeded_in_silence(world_.run_tool(start)));
     EXPECT_EQ(server_.requests().size(), 1U);
     EXPECT_FALSE(exists(record_));
@@ -76,12 +79,14 @@ class SweepConfinement : public testing::Test {
     world_.directory(fs::relative(directory, world_.root()).string() + "/empty");
   }
 
-  // A copy for the tool's user, who may not be able to walk to the build.
+  // A copy for the tool's user, who may not be able to walk to the build. The loader takes a blank
+  // in a path for its end, so it gets the name and looks for it.
   std::string copied_attempts() const {
-    const auto copy = world_.root() + "/attempts.so";
+    const std::string name = "attempts.so";
+    const auto copy = world_.root() + "/" + name;
     fs::copy_file(ATTEMPTS_PATH, copy);
     chmod(copy.c_str(), 0755);
-    return copy;
+    return name;
   }
 
   std::string attempts_ = copied_attempts();
