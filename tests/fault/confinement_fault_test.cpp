@@ -70,23 +70,32 @@ long restrict_self() {
 extern "C" {
 
 long __real_syscall(long number, ...);
+
+// A coverage build makes calls of its own when a process ends.
+static long forward(long number, va_list arguments) {
+  long values[4];
+  for (long &value : values) value = va_arg(arguments, long);
+  return __real_syscall(number, values[0], values[1], values[2], values[3]);
+}
+
+// Each call has arguments of its own; more than were passed may not be read.
 long __wrap_syscall(long number, ...) {
-  long values[6];
   va_list arguments;
   va_start(arguments, number);
-  for (long &value : values) value = va_arg(arguments, long);
-  va_end(arguments);
-  switch (number) {
-    case SYS_landlock_create_ruleset:
-      return create_ruleset(reinterpret_cast<const landlock_ruleset_attr *>(values[0]));
-    case SYS_landlock_add_rule:
-      return add_rule(*reinterpret_cast<const landlock_path_beneath_attr *>(values[2]));
-    case SYS_landlock_restrict_self:
-      return restrict_self();
-    default:
-      return __real_syscall(number, values[0], values[1], values[2], values[3], values[4],
-                            values[5]);
+  long result = 0;
+  if (number == SYS_landlock_create_ruleset) {
+    result = create_ruleset(va_arg(arguments, const landlock_ruleset_attr *));
+  } else if (number == SYS_landlock_add_rule) {
+    va_arg(arguments, int);  // the ruleset
+    va_arg(arguments, int);  // the kind of rule
+    result = add_rule(*va_arg(arguments, const landlock_path_beneath_attr *));
+  } else if (number == SYS_landlock_restrict_self) {
+    result = restrict_self();
+  } else {
+    result = forward(number, arguments);
   }
+  va_end(arguments);
+  return result;
 }
 
 int __wrap_prctl(int option, ...) {
