@@ -11,12 +11,12 @@ import os
 import shutil
 import subprocess
 
+import explanations
 import figures
 import unconfined
 
 TREE = figures.BUILD / "conditions"
 COUNTERS = TREE / "counters"
-EXPECTED = figures.ROOT / "robustness" / "inconclusive_conditions.txt"
 # They do the same over and over, or are not built here.
 LEFT_OUT = r"_stress\.|_schedules\.|\.corpus|^examples\."
 OURS = ("app/", "utils/", "cxxutils/")
@@ -86,12 +86,6 @@ def text_of(place):
     return " ".join(" ".join(lines).split())
 
 
-def expected():
-    """The conditions that cannot be shown: unit, decision and which of its conditions."""
-    blocks = EXPECTED.read_text().strip().split("\n\n")[1:]
-    return {tuple(block.splitlines()[:3]) for block in blocks}
-
-
 def measure(form):
     name = "conditions shown to decide (MC/DC)"
     goal = "all but those listed"
@@ -102,15 +96,16 @@ def measure(form):
         raise SystemExit("the build for conditions failed")
     passed = run_tests()
     taken = decisions()
+    expected = explanations.explained(explanations.CONDITIONS)
     missing = {(place[0], text_of(place), str(number + 1)) for place, conditions in taken.items()
                for number, shown in enumerate(conditions) if not shown}
     total = sum(map(len, taken.values()))
-    for unit, decision, number in sorted(missing ^ expected()):
+    for unit, decision, number in sorted(missing ^ expected):
         kind = "not shown" if (unit, decision, number) in missing else "listed, but shown or gone"
         print(f"{kind}: {unit}: condition {number} of {decision}")
     note = "" if passed else f", tests failed, see {TREE / 'ctest.log'}"
-    yield figures.Figure(name, goal, f"{total - len(missing)} of {total}, {len(expected())} listed{note}",
-                         passed and missing == expected())
+    yield figures.Figure(name, goal, f"{total - len(missing)} of {total}, {len(expected)} listed{note}",
+                         passed and missing == expected)
 
 
 if __name__ == "__main__":

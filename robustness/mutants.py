@@ -13,6 +13,7 @@ SWAPS = [(r" == ", " != "), (r" != ", " == "), (r" < ", " <= "), (r" <= ", " < "
 NO_STATEMENT = re.compile(
     r"(return|const|constexpr|auto|static|using|struct|enum|class|template|extern|explicit|public|"
     r"private|friend|case|default|typedef|namespace|thread_local|static_assert)\b|[}#[]")
+LEFT_OUT = "(left out)"
 DECLARATION = re.compile(r"(std::)?\w[\w:<>, ]*[\w>][ *&]+\w+(\[.*\])?( = .*|\{.*\}|\(.*\))?;")
 
 
@@ -43,3 +44,9 @@ def mutants_of(unit):
         if is_statement(code, before):
             yield unit, number, line, ""
         before = code
+
+
+def key(mutant):
+    """What it is known by while lines move."""
+    unit, _, line, changed = mutant
+    return unit, line.strip(), changed.strip() or LEFT_OUT

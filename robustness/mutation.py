@@ -24,16 +24,15 @@ import tempfile
 import time
 
 import corpora
+import explanations
 import figures
-from mutants import mutants_of
+from mutants import key, mutants_of
 from mutation_units import critical, included_by, units as all_units
 
 TREE = figures.BUILD / "release"
-EXPLAINED = figures.ROOT / "robustness" / "equivalent_mutants.txt"
 RESULTS = figures.BUILD / "mutation.json"
 NAME, GOAL = "mutation score critical / all", "95 % / 85 %"
 CRITICAL_GOAL, ALL_GOAL = 95, 85
-LEFT_OUT = "(left out)"
 KEY = ("unit", "was", "is")  # the parts of key(), as the results name them
 key_in = operator.itemgetter(*KEY)
 COUNTS = {"full": (400, 200), "release": (None, None)}  # of the critical units, of the others
@@ -162,25 +161,12 @@ def survives(unit, prepared):
     return examine((unit, 0, first, first), *prepared) == "survived"
 
 
-def explained():
-    """The survivors that are no mistakes: (unit, line, changed line), with a reason each."""
-    blocks = EXPLAINED.read_text().split("\n\n") if EXPLAINED.exists() else []
-    entries = [block.strip().splitlines() for block in blocks if not block.startswith("#")]
-    return {tuple(line.strip() for line in entry[:3]) for entry in entries if len(entry) > 3}
-
-
-def key(mutant):
-    """What it is known by while lines move."""
-    unit, _, line, changed = mutant
-    return unit, line.strip(), changed.strip() or LEFT_OUT
-
-
 def choose(units, count, seed):
     """Mutants that are no explained ones, in an order that only the seed decides: one more that is
     explained lets another in, and the rest stay."""
     mutants = [mutant for unit in units for mutant in mutants_of(unit)]
     random.Random(seed).shuffle(mutants)
-    known = explained()
+    known = explanations.explained(explanations.MUTANTS)
     return [mutant for mutant in mutants if key(mutant) not in known][:count]
 
 
@@ -203,7 +189,7 @@ def run(mutants):
 def survivors():
     """What the last run has left and nobody has explained since, for a reader."""
     left = json.loads(RESULTS.read_text())["survivors"] if RESULTS.exists() else []
-    known = explained()
+    known = explanations.explained(explanations.MUTANTS)
     return [one for one in left if key_in(one) not in known]
 
 
