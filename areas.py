@@ -8,17 +8,18 @@ usage: areas.py check      whether every file named there exists, and every file
        areas.py table      writes the table of areas into docs/index.md
 
 An entry holds
-  holds     what the area is about, as the table says it
-  headers   the public headers, below include/
-  sources   the files that are compiled into the product
-  critical  those of them, or headers beside them, of which every branch is to be tested
-  tests     the test programs that show it, those of other areas too: NAME stands for NAME_test.cpp in a
-            folder of tests/
-  threads   which of their cases start threads, as a filter of GoogleTest; TARGET.corpus is the replay
-            of a fuzz target
-  formats   the test programs that show how texts are formatted
-  fuzz      the fuzz targets, NAME_fuzz.cpp, each with the files that it is about unless those are the
-            sources; with parts of names of functions where it is not about the whole file
+  holds       what the area is about, as the table says it
+  headers     the public headers, below include/
+  sources     the files that are compiled into the product
+  critical    those of them, or headers beside them, of which every branch is to be tested
+  tests       the test programs that show it, those of other areas too: NAME stands for NAME_test.cpp in a
+              folder of tests/
+  exhaustive  those of them that only compare with a model, which takes long and is the same each time
+  threads     which of their cases start threads, as a filter of GoogleTest; TARGET.corpus is the replay
+              of a fuzz target
+  formats     the test programs that show how texts are formatted
+  fuzz        the fuzz targets, NAME_fuzz.cpp, each with the files that it is about unless those are the
+              sources; with parts of names of functions where it is not about the whole file
 """
 import json
 import pathlib
@@ -107,8 +108,8 @@ def check():
         *(f"areas.json calls a file critical or fuzzed that is not there: {name}"
           for name in [*all_of("critical"), *(file for target in all_of("fuzz") for file in reach_of(target))]
           if not (ROOT / name).exists()),
-        *(f"areas.json names a test only where it is about threads or formats: {name}"
-          for name in {*threaded(), *all_of("formats")} - set(all_of("tests"))),
+        *(f"areas.json does not name a test under tests, but elsewhere: {name}"
+          for name in {*threaded(), *all_of("formats"), *all_of("exhaustive")} - set(all_of("tests"))),
         *compare_exports(),
     ]
     print("\n".join(wrong), end="\n" if wrong else "")

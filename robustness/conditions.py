@@ -17,8 +17,7 @@ import unconfined
 
 TREE = figures.BUILD / "conditions"
 COUNTERS = TREE / "counters"
-# They do the same over and over, or are not built here.
-LEFT_OUT = r"_stress\.|_schedules\.|\.corpus|^examples\."
+LEFT_OUT = rf"{figures.REPETITIVE}|\.corpus|^examples\."  # some of them are not built here
 OURS = ("app/", "utils/", "cxxutils/")
 
 

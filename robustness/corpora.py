@@ -14,7 +14,7 @@ import sys
 import tarfile
 
 import figures
-import areas  # found through figures
+from figures import areas
 
 CORPUS = figures.ROOT / "fuzz" / "corpus"
 WORK = figures.BUILD / "fuzz"

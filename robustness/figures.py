@@ -10,11 +10,17 @@ import sys
 
 FORMS = ("quick", "full", "release")
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-sys.path.append(str(ROOT))  # where areas.py lies
+sys.path.append(str(ROOT))
+import areas  # of the folder above, for whoever measures
+
 BUILD = pathlib.Path(os.environ.get("QAL_BUILD", ROOT / "build"))  # one build tree per preset below
 RESULTS = BUILD / "robustness" / "results"  # of the dashboard: one file per form and measurement
 JOBS = int(os.environ.get("QAL_JOBS", os.cpu_count()))  # of one kind at once
 TOOL = BUILD / "release" / "kalmora-sweep"
+
+# Tests that most measurements leave out, as expressions of ctest's.
+EXHAUSTIVE = rf"^({'|'.join(areas.all_of('exhaustive'))})\."
+REPETITIVE = r"_stress\.|_schedules\."  # what they reach, they reach at once
 
 
 @dataclasses.dataclass(frozen=True)
@@ -31,7 +37,7 @@ def not_run(name, goal):
 
 
 def if_enough(good, enough):
-    """Whether a goal is reached by a run that may be too small to say more than that it is not."""
+    """False if the goal is missed; True if it is met by a large enough run; else None."""
     return False if not good else (True if enough else None)
 
 

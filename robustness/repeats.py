@@ -5,7 +5,7 @@ no thread and no process, and schedules answer the same each time and are left o
 import subprocess
 
 import figures
-import areas  # found through figures
+from figures import areas
 
 ROUNDS = {"full": 10, "release": 100}
 THREADED_CORPORA = [name.removesuffix(".corpus") for name in areas.all_of("threads") if name.endswith(".corpus")]
@@ -14,7 +14,7 @@ THREADED_CORPORA = [name.removesuffix(".corpus") for name in areas.all_of("threa
 def the_same_each_time():
     """An expression of ctest's."""
     corpora = "|".join(sorted(set(areas.all_of("fuzz")) - set(THREADED_CORPORA)))
-    return rf"^({corpora})\.corpus$|Exhaustive|_model\.|^model\.|_schedules\."
+    return rf"^({corpora})\.corpus$|{figures.EXHAUSTIVE}|^model\.|_schedules\."
 
 
 def flaky(rounds):
@@ -37,9 +37,7 @@ def measure(form):
         return
     found = flaky(ROUNDS[form])
     shown = " ".join([str(len(found)), f"over {ROUNDS[form]}", *found])
-    # Fewer rounds than the goal names can only show a miss.
-    reached = False if found else (True if form == "release" else None)
-    yield figures.Figure(name, goal, shown, reached)
+    yield figures.Figure(name, goal, shown, figures.if_enough(not found, form == "release"))
 
 
 if __name__ == "__main__":

@@ -18,7 +18,7 @@ MOST_GROWTH = 0.01
 
 # The first have descriptors of their own and are quick; the others open none and take minutes.
 WITH_DESCRIPTORS = r"^(blocks|dir_list|pipe|record)\."
-WITHOUT_DESCRIPTORS = r"\.corpus$|_model\.|Exhaustive|TwentyThousandTimes"
+WITHOUT_DESCRIPTORS = rf"\.corpus$|{figures.EXHAUSTIVE}"
 
 
 @dataclasses.dataclass(frozen=True)
@@ -97,7 +97,7 @@ def leaked_descriptors(form):
     name, goal = "descriptors leaked after any test", "0"
     choice = ["-R", WITH_DESCRIPTORS] if form == "quick" else ["-E", WITHOUT_DESCRIPTORS]
     done = subprocess.run(["ctest", "--test-dir", figures.BUILD / "release", "--output-on-failure",
-                           "-j", str(os.cpu_count()), *choice],
+                           "-j", str(figures.JOBS), *choice],
                           capture_output=True, text=True, errors="replace", check=False)
     tests = re.search(r"tests failed out of (\d+)", done.stdout)
     if not tests:
