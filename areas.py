@@ -3,7 +3,8 @@
 once. The build, the measurements and the table in the documents read them from there.
 
 usage: areas.py check      whether every file named there exists, and every file is named there; and
-                           whether the list of exports and the test of prototypes have what headers export
+                           whether all that headers export is in the list of exports and in the test
+                           of the surface, and each enumerator in the latter
        areas.py names KEY  what the entries have under the key, a line each
        areas.py table      writes the table of areas into docs/index.md
 
@@ -30,8 +31,9 @@ ROOT = pathlib.Path(__file__).resolve().parent
 AREAS = json.loads((ROOT / "areas.json").read_text())
 SOURCES = ("app", "cxxutils", "utils")
 EXPORTS = "packaging/debian/libqal1.symbols"
-PROTOTYPES = "tests/contract/c11_surface.c"
+SURFACE = "tests/contract/c11_surface.c"
 NOT_CODE = re.compile(r"/\*.*?\*/|^#(?:[^\n]*\\\n)*[^\n]*", re.S | re.M)
+ENUMERATORS = re.compile(r"\benum\b[^{;]*\{([^}]*)\}")
 EXPORTED = re.compile(r"\bQAL_API\b[^;(]*?\b(\w+)(?:\[\w+\])?[;(]")
 
 
@@ -79,19 +81,24 @@ def compare(what, named, found):
         f"areas.json has no entry for {what}: {name}" for name in sorted(found - named)]
 
 
-def exported():
-    """The functions and variables that the C headers mark."""
+def declarations():
+    """The code of the C headers."""
     headers = [ROOT / "include" / name for name in all_of("headers") if name.endswith(".h")]
-    return {name for header in headers for name in EXPORTED.findall(NOT_CODE.sub("", header.read_text()))}
+    return "".join(NOT_CODE.sub("", header.read_text()) for header in headers)
+
+
+def enumerators(code):
+    return {name for listed in ENUMERATORS.findall(code) for name in re.findall(r"(?:^|,)\s*(\w+)", listed)}
 
 
 def compare_exports():
-    names = exported()
+    code = declarations()
+    names = set(EXPORTED.findall(code))
     listed = set(re.findall(r"^ (\w+)@", (ROOT / EXPORTS).read_text(), re.M))
     of_other_kinds = {name for name in listed if name.startswith("_Z") or name == "QAL_1"}
-    called = set(re.findall(r"\w+", (ROOT / PROTOTYPES).read_text()))
-    return [f"{name} is not in {place}" for place, there in ((EXPORTS, listed), (PROTOTYPES, called))
-            for name in sorted(names - there)] + [
+    called = set(re.findall(r"\w+", (ROOT / SURFACE).read_text()))
+    missing = ((EXPORTS, names - listed), (SURFACE, (names | enumerators(code)) - called))
+    return [f"{name} is not in {place}" for place, of_place in missing for name in sorted(of_place)] + [
         f"{name} is in {EXPORTS}, but in no header" for name in sorted(listed - of_other_kinds - names)]
 
 

@@ -1,5 +1,7 @@
 /* Gives every exported function to a pointer of exactly the promised type: a prototype that drifts
- * no longer compiles, a function that is missing no longer links. */
+ * no longer compiles, a function that is missing no longer links. Each constant has its number
+ * here. */
+#include <assert.h>
 #include <qal/qal.h>
 #include <stdio.h>
 #include <string.h>
@@ -295,21 +297,109 @@ static void characters(void) {
   named += old_sym_font_to_unicode[255] == 0x40;
 }
 
-static int constants_hold(void) {
-  return QAL_STATUS_OK == 0 && QAL_STATUS_NO_MEMORY == 2 && QAL_STATUS_INVALID == 6 &&
-         QAL_STATUS_FAILED == 7 && QAL_STATUS_NOT_FOUND == 8 && QAL_STATUS_EXISTS == 10 &&
-         QAL_STATUS_NO_SOURCE == 11 && QAL_MAX_TIMERS == 1024 && QAL_PATH_TO_BACKSLASH == 2 &&
-         QAL_PATH_FIX_ILLEGAL == 0x100 && QAL_PATH_COMPACT == 0x200 && QAL_FNM_PATHNAME == 0x01 &&
-         QAL_FNM_NOESCAPE == 0x02 && QAL_FNM_PERIOD == 0x04 && QAL_FNM_LEADING_DIR == 0x08 &&
-         QAL_FNM_CASEFOLD == 0x10 && QAL_FNM_TRAILING_SLASH == 0x20 && QAL_FNM_MATCH == 0 &&
-         QAL_FNM_NOMATCH == 1 && QAL_PATH_TO_SLASH == 0 && QAL_PATH_FAILED == -1 &&
-         QAL_PIPE_NO_PROCESS == -1 && QAL_PIPE_IN_CHILD == 0 && QAL_SYSINFO_UNLIMITED == -1 &&
-         QAL_SYSINFO_NOT_KNOWN == -1 && QAL_OSX_VER_FOUND == 0 && QAL_OSX_VER_NOT_KNOWN == -1 &&
-         QAL_TEMP_MEM_OK == 0 && QAL_REPLACE_ALL == 0 && QAL_SNPRINTF_WHOLE == 0 &&
-         QAL_SNPRINTF_NOT_WHOLE == 1 && QAL_THREAD_OK == 0 && QAL_THREAD_FAILED == -1 &&
-         QAL_THREAD_MAIN_INDEX == 0 && QAL_THREAD_NO_RESULT == -1 && QAL_THREAD_BUSY == 1 &&
-         QAL_THREAD_TIMED_OUT == 99;
-}
+/* What programs of the family were compiled with. */
+#define IS(constant, number) static_assert((constant) == (number), "number of " #constant)
+
+IS(QAL_CASE_UPPER, 0);
+IS(QAL_CASE_LOWER, 1);
+IS(QAL_CASE_SEVEN_BITS, 2);
+IS(QAL_REPLACE_ALL, 0);
+IS(QAL_REPLACE_FIRST, 0x1);
+IS(QAL_SNPRINTF_WHOLE, 0);
+IS(QAL_SNPRINTF_NOT_WHOLE, 1);
+
+IS(QAL_PATH_FAILED, -1);
+IS(QAL_PATH_TO_SLASH, 0);
+IS(QAL_PATH_TO_BACKSLASH, 2);
+IS(QAL_PATH_FIX_ILLEGAL, 0x100);
+IS(QAL_PATH_COMPACT, 0x200);
+IS(QAL_RANGE_OPEN, -1);
+IS(QAL_FILE_EXECUTABLE, 0);
+IS(QAL_FILE_OBJECT, 1);
+IS(QAL_FILE_STATIC_LIBRARY, 2);
+IS(QAL_FILE_SHARED_LIBRARY, 3);
+
+IS(QAL_FNM_MATCH, 0);
+IS(QAL_FNM_NOMATCH, 1);
+IS(QAL_FNM_PATHNAME, 0x01);
+IS(QAL_FNM_NOESCAPE, 0x02);
+IS(QAL_FNM_PERIOD, 0x04);
+IS(QAL_FNM_LEADING_DIR, 0x08);
+IS(QAL_FNM_CASEFOLD, 0x10);
+IS(QAL_FNM_TRAILING_SLASH, 0x20);
+
+IS(QAL_CHECK_READ, 0);
+IS(QAL_CHECK_WRITE, 1);
+IS(QAL_CHECK_NOT_DIRECTORY, 0x100);
+IS(QAL_CHECK_REGULAR, 0x200);
+IS(QAL_CHECK_VERBOSE, 1);
+IS(QAL_LINE_END_OF_FILE, -1);
+IS(QAL_LINE_TOO_LONG, -2);
+IS(QAL_COPY_KEEP_EXISTING, 0x1);
+IS(QAL_RENAME_BY_COPY, 0x10000);
+IS(QAL_RMDIR_RECURSIVE, 1);
+
+IS(QAL_TEMP_MEM_OK, 0);
+IS(QAL_TEMP_MEM_NOT_FOUND, 1);
+
+IS(QAL_DATE_SHORT, 0);
+IS(QAL_DATE_LONG, 1);
+IS(QAL_MAX_TIMERS, 1024);
+
+IS(QAL_SYSINFO_PAGE_BYTES, 0);
+IS(QAL_SYSINFO_MEMORY, 1);
+IS(QAL_SYSINFO_PROCESSORS, 5);
+IS(QAL_SYSINFO_THREAD_LIMIT, 6);
+IS(QAL_SYSINFO_RESIDENT_MEMORY, 7);
+IS(QAL_SYSINFO_PACKAGES, 8);
+IS(QAL_SYSINFO_PHYSICAL_CORES, 9);
+IS(QAL_SYSINFO_LOGICAL_PROCESSORS, 10);
+IS(QAL_SYSINFO_UNLIMITED, -1);
+IS(QAL_SYSINFO_NOT_KNOWN, -1);
+IS(QAL_SYSINFO_FAILED, -1);
+IS(QAL_SYSINFO_NOT_SUPPORTED, 0);
+IS(QAL_SYSINFO_ANSWERED, 1);
+IS(QAL_LITTLE_ENDIAN, 0);
+IS(QAL_BIG_ENDIAN, 1);
+IS(QAL_PID_EXISTS, 0);
+IS(QAL_PID_GONE, 1);
+IS(QAL_OSX_VER_FOUND, 0);
+IS(QAL_OSX_VER_NOT_KNOWN, -1);
+
+IS(QAL_THREAD_OK, 0);
+IS(QAL_THREAD_FAILED, -1);
+IS(QAL_THREAD_MAIN_INDEX, 0);
+IS(QAL_THREAD_NO_RESULT, -1);
+IS(QAL_THREAD_BUSY, 1);
+IS(QAL_THREAD_TIMED_OUT, 99);
+
+IS(QAL_THREAD_BARRIER_FAILED, -1);
+IS(QAL_THREAD_BARRIER_OK, 0);
+IS(QAL_THREAD_BARRIER_LAST, 1);
+
+IS(QAL_MPOOL_FAILED, -1);
+IS(QAL_MPOOL_OK, 0);
+
+IS(QAL_HASH_REMOVE, 0);
+IS(QAL_HASH_KEEP, 1);
+IS(QAL_HASH_REPLACE, 2);
+IS(QAL_HASH_NOT_FOUND, 0);
+IS(QAL_HASH_FOUND, 1);
+
+IS(QAL_PIPE_NO_PROCESS, -1);
+IS(QAL_PIPE_IN_CHILD, 0);
+
+IS(QAL_CODE_PAGE_UTF8, 65001);
+
+IS(QAL_STATUS_OK, 0);
+IS(QAL_STATUS_NO_MEMORY, 2);
+IS(QAL_STATUS_NO_ID, 4);
+IS(QAL_STATUS_NO_THREADS, 5);
+IS(QAL_STATUS_INVALID, 6);
+IS(QAL_STATUS_FAILED, 7);
+IS(QAL_STATUS_NOT_FOUND, 8);
+IS(QAL_STATUS_EXISTS, 10);
+IS(QAL_STATUS_NO_SOURCE, 11);
 
 static int version_is_that_of_its_numbers(void) {
   char text[sizeof QAL_VERSION] = "";
@@ -333,5 +423,5 @@ int main(void) {
   streams();
   characters();
   printf("%d functions and variables found\n", named);
-  return constants_hold() && version_is_that_of_its_numbers() ? 0 : 1;
+  return version_is_that_of_its_numbers() ? 0 : 1;
 }
