@@ -1,17 +1,15 @@
 #!/usr/bin/env python3
 """How many small mistakes in the sources the tests notice.
 
-usage: mutation.py quick|full|release
-       mutation.py UNIT...|critical|all [COUNT [SEED]]
-       mutation.py survivors       those of the last run once more
-
 A mutant is a unit with one line changed. It is compiled alone and linked with the test programs of
 its unit in the place of the original, which the build tree of the release keeps. Killed is a mutant
 with which a test fails, or does not end. The programs run in a sandbox (bwrap) where they can write
 nothing but their scratch directory and see no process but their own: a mutant may delete or signal
 anything. Survivors that no test can tell from the original are explained in
-equivalent_mutants.txt; all others are listed in mutation.json of the build tree.
+equivalent_mutants.txt; all others of a form are listed in mutation.json of the build tree, those of
+chosen units on standard output alone.
 """
+import argparse
 import concurrent.futures
 import json
 import operator
@@ -36,7 +34,6 @@ CRITICAL_GOAL, ALL_GOAL = 95, 85
 KEY = ("unit", "was", "is")  # the parts of key(), as the results name them
 key_in = operator.itemgetter(*KEY)
 COUNTS = {"full": (400, 200), "release": (None, None)}  # of the critical units, of the others
-WORKERS = 2
 
 
 def compile_commands():
@@ -103,7 +100,7 @@ def prepare(units):
     for part in ("tests", "fuzz"):
         (TREE / part / "scratch").mkdir(exist_ok=True)
     programs = sorted({program for unit in units for program in all_units()[unit]})
-    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+    with concurrent.futures.ThreadPoolExecutor(figures.JOBS) as pool:
         plans = dict(zip(programs, pool.map(baseline, programs)))
     links = {program: link_command(program) for program in programs}
     return compile_commands(), links, plans
@@ -174,20 +171,22 @@ def run(mutants):
     """{mutant: outcome}, of those that are programs."""
     units = sorted({mutant[0] for mutant in mutants})
     prepared = prepare(units)
-    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+    with concurrent.futures.ThreadPoolExecutor(figures.JOBS) as pool:
         for unit, survived in zip(units, pool.map(lambda unit: survives(unit, prepared), units)):
             if not survived:
                 raise SystemExit(f"{unit}: its tests fail without a change")
         outcomes = dict(zip(mutants, pool.map(lambda one: examine(one, *prepared), mutants)))
-    survivors = [{"line": mutant[1] + 1, **dict(zip(KEY, key(mutant)))}
-                 for mutant, outcome in sorted(outcomes.items()) if outcome == "survived"]
-    programs = {mutant: outcome for mutant, outcome in outcomes.items() if outcome}
-    RESULTS.write_text(json.dumps({"mutants": len(programs), "survivors": survivors}, indent=1))
-    return programs
+    return {mutant: outcome for mutant, outcome in outcomes.items() if outcome}
+
+
+def report(outcomes):
+    survivors_left = [{"line": mutant[1] + 1, **dict(zip(KEY, key(mutant)))}
+                      for mutant, outcome in sorted(outcomes.items()) if outcome == "survived"]
+    return json.dumps({"mutants": len(outcomes), "survivors": survivors_left}, indent=1)
 
 
 def survivors():
-    """What the last run has left and nobody has explained since, for a reader."""
+    """What the last form has left and nobody has explained since, for a reader."""
     left = json.loads(RESULTS.read_text())["survivors"] if RESULTS.exists() else []
     known = explanations.explained(explanations.MUTANTS)
     return [one for one in left if key_in(one) not in known]
@@ -225,6 +224,7 @@ def measure(form):
         return
     outcomes = run([mutant for units, count in zip((critical(), others()), COUNTS[form])
                     for mutant in choose(units, count, 1)])
+    RESULTS.write_text(report(outcomes))
     of_critical, of_all = scores(outcomes)
     yield figures.Figure(NAME, GOAL, f"{of_critical:.1f} % / {of_all:.1f} % of {len(outcomes)}",
                          of_critical >= CRITICAL_GOAL and of_all >= ALL_GOAL)
@@ -232,17 +232,24 @@ def measure(form):
 
 def main():
     groups = {"critical": critical(), "all": list(all_units())}
-    if sys.argv[1:] == ["survivors"]:
-        run(left_over())
-        print(RESULTS.read_text())
-        return
-    names = [name for name in sys.argv[1:] if name in all_units() or name in groups]
-    if not names:
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("what", nargs="+", choices=[*figures.FORMS, "survivors", *groups, *all_units()],
+                        metavar="FORM|survivors|critical|all|UNIT",
+                        help="a form; the survivors of the last one once more; or units")
+    parser.add_argument("--count", type=int, help="so many mutants of the units, not all")
+    parser.add_argument("--seed", type=int, default=1, help="which ones")
+    given = parser.parse_args()
+    if len(given.what) > 1 and {*figures.FORMS, "survivors"} & {*given.what}:
+        parser.error("a form, or survivors, stands alone")
+    if given.what[0] in figures.FORMS:
         figures.main(measure)
-    count, seed = ([int(text) for text in sys.argv[1:] if text.isdigit()] + [None, 1])[:2]
-    units = [unit for name in names for unit in groups.get(name, [name])]
-    outcomes = run(choose(units, count, seed or 1))
-    print(RESULTS.read_text())
+    if given.what == ["survivors"]:
+        mutants = left_over()
+    else:
+        units = [unit for name in given.what for unit in groups.get(name, [name])]
+        mutants = choose(units, given.count, given.seed)
+    outcomes = run(mutants)
+    print(report(outcomes))
     print(f"{score(outcomes.values()):.1f} % of {len(outcomes)} mutants killed")
 
 
