@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Ends well if there is a last commit and the files are its, and tells else what is in the way.
+# Fails, and says why, unless the working tree equals the last commit.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 export LC_ALL=C
@@ -22,3 +22,5 @@ esac
 [[ -z $answer ]] || refuse "this folder is no git repository of its own but a part of one"
 git rev-parse --quiet --verify HEAD >/dev/null || refuse "there is none"
 git diff --quiet HEAD || refuse "there are changes to it"
+untracked=$(git ls-files --others --exclude-standard)
+[[ -z $untracked ]] || refuse "there are files that it does not have:"$'\n'"$untracked"

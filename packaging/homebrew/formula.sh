@@ -4,7 +4,8 @@
 set -euo pipefail
 archive=${1:?the archive of the sources} url=${2:?where the archive can be fetched}
 here=$(dirname "${BASH_SOURCE[0]}")
-value_of=$here/../project.sh
+description=$("$here/../project.sh" DESCRIPTION)
+version=$("$here/../project.sh" VERSION)
 
-sed -e "s|@DESCRIPTION@|$("$value_of" DESCRIPTION)|" -e "s|@VERSION@|$("$value_of" VERSION)|" \
+sed -e "s|@DESCRIPTION@|$description|" -e "s|@VERSION@|$version|" \
   -e "s|@URL@|$url|" -e "s|@SHA256@|$(sha256sum "$archive" | cut -d ' ' -f 1)|" "$here/qal.rb.in"

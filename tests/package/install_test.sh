@@ -222,6 +222,9 @@ packages_a_commit() {
   "${git[@]}" commit --quiet --message first
   refusal "git refuses a repository of another owner" env GIT_TEST_ASSUME_DIFFERENT_OWNER=1
   "$folder/packaging/last_commit.sh"
+  touch "$folder/new"
+  refusal "there are files that it does not have"
+  rm "$folder/new"
   echo >>"$folder/packaging/last_commit.sh"
   refusal "there are changes to it"
 }
