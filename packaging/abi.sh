@@ -6,7 +6,8 @@ library=$(realpath "${1:?the shared library, with its debug information}")
 action=${2:-check}
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
-baseline=abi/libqal.so.1.abi
+version=$(./project.sh VERSION)
+baseline=abi/libqal.so.${version%%.*}.abi
 
 # Only what the public headers define, and nothing of where or with what it was built.
 describe() {

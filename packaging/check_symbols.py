@@ -10,18 +10,19 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-LIST = ROOT / "packaging/debian/libqal1.symbols"
-NODE = "@QAL_1"
+[LIST] = ROOT.glob("packaging/debian/libqal*.symbols")
 
 
 def listed():
-    return set(re.findall(rf"^ (\S+){NODE} ", LIST.read_text(), re.MULTILINE))
+    return set(re.findall(r"^ (\S+) ", LIST.read_text(), re.MULTILINE))
 
 
 def exported(library):
+    """Each name with its version. A version itself has none, and is listed under its own."""
     shown = subprocess.run(["nm", "-D", "--defined-only", library], check=True, text=True,
                            stdout=subprocess.PIPE).stdout
-    return {re.sub(rf"@?{NODE}$", "", line.split()[-1]) for line in shown.splitlines()}
+    names = (line.split()[-1].replace("@@", "@") for line in shown.splitlines())
+    return {name if "@" in name else f"{name}@{name}" for name in names}
 
 
 def missing(names, place):

@@ -12,6 +12,7 @@ if [[ $EUID -ne 0 ]]; then
 fi
 
 root=build/package/root
+version=$(packaging/project.sh VERSION)
 
 in_root() {
   chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
@@ -63,7 +64,7 @@ expect "man shows the library's page" qal "$(newcomer 'man 7 qal' | grep -o -m 1
 expect "man shows a function's page" qal_file_copy \
   "$(newcomer 'man qal_file_copy' | grep -o -m 1 -w qal_file_copy)"
 
-logged "$root.log" in_root apt-get purge -y kalmora-sweep libqal1 libqal-dev qal-doc
+logged "$root.log" in_root apt-get purge -y kalmora-sweep "libqal${version%%.*}" libqal-dev qal-doc
 logged "$root.log" in_root apt-get autoremove --purge -y
 expect "nothing is left" "" "$(diff <(echo "$before") <(files))"
 rm -rf "$root"
