@@ -12,19 +12,19 @@ import tempfile
 import figures
 
 PROGRAMS = figures.BUILD / "release" / "tests" / "schedules"
-AREAS = ("sema", "barrier", "reduce", "mpool", "thread", "uid", "logger")
+NAMES = sorted(file.stem for file in figures.ROOT.glob("tests/schedules/*_schedules.cpp"))
 FIGURES = {
     "every": ("schedules of 2 and 3 threads, to 3 preemptions, failed", "0 of all"),
     "random": ("random schedules of 4 to 8 threads failed", "0 of 10^6"),
 }
 
 
-def run(area):
+def run(name):
     """What the framework reports of each case, and whether all passed. A case that hangs ends the
     program."""
     with tempfile.TemporaryDirectory() as scratch:
         report = pathlib.Path(scratch) / "report.json"
-        done = subprocess.run([PROGRAMS / f"{area}_schedules", f"--gtest_output=json:{report}"],
+        done = subprocess.run([PROGRAMS / name, f"--gtest_output=json:{report}"],
                               env={**os.environ, "QAL_STRESS": "full"}, check=False,
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         suites = json.loads(report.read_text())["testsuites"] if report.exists() else []
@@ -45,7 +45,7 @@ def measure(form):
     if form == "quick":
         yield from (figures.not_run(*named) for named in FIGURES.values())
         return
-    runs = [run(area) for area in AREAS]
+    runs = [run(name) for name in NAMES]
     yield from (figure(kind, runs) for kind in FIGURES)
 
 
