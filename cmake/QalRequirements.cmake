@@ -4,31 +4,31 @@ endif()
 
 # What must be there for what was asked for. All that is missing is told at once.
 set(qal_missing "")
-function(require target what debian_packages)
+function(qal_require target what debian_packages)
   if(NOT TARGET ${target})
     set(qal_missing "${qal_missing}\n  ${what} (Debian: ${debian_packages})" PARENT_SCOPE)
   endif()
 endfunction()
 
 find_package(Threads)
-require(Threads::Threads "POSIX threads" libc6-dev)
+qal_require(Threads::Threads "POSIX threads" libc6-dev)
 find_package(ZLIB)
-require(ZLIB::ZLIB zlib zlib1g-dev)
+qal_require(ZLIB::ZLIB zlib zlib1g-dev)
 if(QAL_BUILD_KALMORA)
   find_package(CURL 7.87)  # the first that knows CURLOPT_QUICK_EXIT
-  require(CURL::libcurl "libcurl's headers, 7.87 or newer; not with QAL_BUILD_KALMORA=OFF"
-          libcurl4-openssl-dev)
+  qal_require(CURL::libcurl "libcurl's headers, 7.87 or newer; not with QAL_BUILD_KALMORA=OFF"
+              libcurl4-openssl-dev)
 endif()
 if(QAL_BUILD_TESTS OR QAL_BUILD_DEMO)
   find_package(GTest)
-  require(GTest::gtest "GoogleTest; not with QAL_BUILD_TESTS=OFF" libgtest-dev)
-  require(GTest::gmock "GoogleTest's mocks; not with QAL_BUILD_TESTS=OFF" libgmock-dev)
+  qal_require(GTest::gtest "GoogleTest; not with QAL_BUILD_TESTS=OFF" libgtest-dev)
+  qal_require(GTest::gmock "GoogleTest's mocks; not with QAL_BUILD_TESTS=OFF" libgmock-dev)
   find_package(PkgConfig)
   if(PKG_CONFIG_FOUND)
     pkg_check_modules(httplib IMPORTED_TARGET cpp-httplib)
   endif()
-  require(PkgConfig::httplib "cpp-httplib, through pkg-config; not with QAL_BUILD_TESTS=OFF"
-          "libcpp-httplib-dev pkg-config")
+  qal_require(PkgConfig::httplib "cpp-httplib, through pkg-config; not with QAL_BUILD_TESTS=OFF"
+              "libcpp-httplib-dev pkg-config")
 endif()
 if(qal_missing)
   message(FATAL_ERROR "Missing:${qal_missing}")
