@@ -9,7 +9,7 @@ import time
 
 import figures
 import sweep_world
-from figures import Figure, not_run
+from figures import Figure, if_enough
 
 NAME = "runs under a broken clock that crashed, printed or waited beyond 10.5 s"
 BOUND_SECONDS = 10.5
@@ -42,21 +42,21 @@ def jumping(world, start, target):
             "FAKETIME_NO_CACHE": "1", "FAKETIME_DONT_FAKE_MONOTONIC": "1"}
 
 
-def cases():
-    return [
-        ("in 2038", lambda world: at("@2038-01-19 03:14:05")),
-        ("after 2038", lambda world: at("@2040-02-29 12:00:00")),
-        ("in 1969", lambda world: at("@1969-12-31 23:59:58")),
-        ("a clock ten times as fast", lambda world: at("+0 x10")),
-        ("hour that summer time skips",
-         lambda world: at("@2024-03-31 01:59:58") | {"TZ": "Europe/Berlin"}),
-        ("jump back by a day", lambda world: jumping(world, "+0", "-1d")),
-        ("jump back by years", lambda world: jumping(world, "+0", "-20y")),
-        ("jump ahead by a day", lambda world: jumping(world, "+0", "+1d")),
-        ("jump across 2038", lambda world: jumping(world, "+0", "+20y")),
-        ("no zone data", lambda world: without_zones(world, "Europe/Berlin")),
-        ("no zone file", lambda world: without_zones(world, ":/nonexistent")),
-        ("zone that is none", lambda world: without_zones(world, "%s\xff:" * 100))]
+FAKED = (
+    ("in 2038", lambda world: at("@2038-01-19 03:14:05")),
+    ("after 2038", lambda world: at("@2040-02-29 12:00:00")),
+    ("in 1969", lambda world: at("@1969-12-31 23:59:58")),
+    ("a clock ten times as fast", lambda world: at("+0 x10")),
+    ("hour that summer time skips",
+     lambda world: at("@2024-03-31 01:59:58") | {"TZ": "Europe/Berlin"}),
+    ("jump back by a day", lambda world: jumping(world, "+0", "-1d")),
+    ("jump back by years", lambda world: jumping(world, "+0", "-20y")),
+    ("jump ahead by a day", lambda world: jumping(world, "+0", "+1d")),
+    ("jump across 2038", lambda world: jumping(world, "+0", "+20y")))
+WITHOUT_ZONES = (
+    ("no zone data", lambda world: without_zones(world, "Europe/Berlin")),
+    ("no zone file", lambda world: without_zones(world, ":/nonexistent")),
+    ("zone that is none", lambda world: without_zones(world, "%s\xff:" * 100)))
 
 
 def run_case(name, environment_of):
@@ -77,14 +77,14 @@ def run_case(name, environment_of):
 
 
 def measure(_):
-    if not fake_clock():
-        yield not_run(NAME, "0")
-        return
+    """Without a clock to fake, the other cases can only show a miss."""
+    can_fake = fake_clock() is not None
+    cases = [*WITHOUT_ZONES, *(FAKED if can_fake else ())]
     sweep_world.tool()
-    with concurrent.futures.ThreadPoolExecutor(len(cases())) as pool:
-        outcomes = list(pool.map(lambda case: run_case(*case), cases()))
+    with concurrent.futures.ThreadPoolExecutor(len(cases)) as pool:
+        outcomes = list(pool.map(lambda case: run_case(*case), cases))
     wrong = sum(bool(found) for found in outcomes)
-    yield Figure(NAME, "0", f"{wrong} of {len(outcomes)}", wrong == 0)
+    yield Figure(NAME, "0", f"{wrong} of {len(outcomes)}", if_enough(wrong == 0, can_fake))
 
 
 if __name__ == "__main__":
