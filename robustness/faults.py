@@ -5,7 +5,7 @@ import re
 import subprocess
 
 import figures
-from figures import BUILD, Figure, if_enough
+from figures import BUILD, Figure, if_enough, percent
 
 POINTS = re.compile(r"^\w+: (\d+) of (\d+) allocation points survived$", re.MULTILINE)
 COUNTS = re.compile(r"^\[  (PASSED|SKIPPED|FAILED) \s*\] (\d+) tests?[.,]", re.MULTILINE)
@@ -32,10 +32,6 @@ def allocation_points():
     measured = f"{'100 %' if passed else 'not all'} / {percent(survived, failed)} of {failed}"
     return Figure("library allocation points failed / surviving", "100 % / 100 %", measured,
                   reached)
-
-
-def percent(part, whole):
-    return f"{100 * part // whole} %" if whole else "nothing"
 
 
 def case_counts(outputs):

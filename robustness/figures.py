@@ -41,6 +41,11 @@ def if_enough(good, enough):
     return False if not good else (True if enough else None)
 
 
+def percent(part, whole):
+    """Rounded down: 100 % are all."""
+    return f"{100 * part // whole} %" if whole else "nothing"
+
+
 def verdict(figure):
     return {None: "-", True: "reached", False: "NOT REACHED"}[figure.reached]
 

@@ -14,6 +14,7 @@ import figures
 
 SOAK_SECONDS = 8 * 3600
 WARM_UP_SECONDS = 3600
+SOAK_NAME, SOAK_GOAL = "soak: descriptors, threads and resident size", "constant, constant, within 1 %"
 MOST_GROWTH = 0.01
 
 # The first have descriptors of their own and are quick; the others open none and take minutes.
@@ -119,17 +120,15 @@ def soak(seconds, warm_up):
 
 
 def soak_figure(seconds, warm_up):
-    name = "soak: descriptors, threads and resident size"
-    goal = "constant, constant, within 1 %"
     samples = soak(seconds, warm_up)
     if not samples:
-        return figures.Figure(name, goal, "failed", False)
+        return figures.Figure(SOAK_NAME, SOAK_GOAL, "failed", False)
     descriptors, threads, resident = (sorted(set(column)) for column in zip(*samples))
     growth = (resident[-1] - resident[0]) / resident[0]
     steady = len(descriptors) == len(threads) == 1
     shown = (f"{descriptors} descriptors, {threads} threads, {growth:.2%} "
              f"after the first {warm_up / seconds:.0%} of {seconds / 3600:.1f} h")
-    return figures.Figure(name, goal, shown, steady and growth <= MOST_GROWTH)
+    return figures.Figure(SOAK_NAME, SOAK_GOAL, shown, steady and growth <= MOST_GROWTH)
 
 
 def measure(form):
@@ -140,8 +139,7 @@ def measure(form):
     if form == "release":
         yield soak_figure(SOAK_SECONDS, WARM_UP_SECONDS)
     else:
-        yield figures.not_run("soak: descriptors, threads and resident size",
-                              "constant, constant, within 1 %")
+        yield figures.not_run(SOAK_NAME, SOAK_GOAL)
 
 
 if __name__ == "__main__":
