@@ -49,13 +49,10 @@ logged "$root.log" newcomer 'apt-get install -y --no-install-recommends ./*.deb'
 echo "ok: apt installs $(cd "$root/newcomer" && echo *.deb)"
 
 echo incomplete >"$root/newcomer/halix_server1.dat"
-# shellcheck disable=SC2016  # for the shell in there
 expect "the tool says nothing and ends well" 0 "$(newcomer 'TMPDIR=/newcomer kalmora-sweep 2>&1; echo $?')"
 expect "the tool settles a record" "" "$(find "$root/newcomer" -name '*.dat')"
-# shellcheck disable=SC2016  # for the shell in there
 expect "the README's program runs" scenes/engine/parts \
   "$(newcomer 'cc mine.c $(pkg-config --cflags --libs qal) && ./a.out')"
-# shellcheck disable=SC2016
 expect "a packaged example runs" "$(cat examples/pooled_records.txt)" "$(newcomer \
   'cc /usr/share/doc/libqal-dev/examples/pooled_records.c $(pkg-config --cflags --libs qal) && ./a.out')"
 expect "man shows the tool's page" kalmora-sweep \

@@ -1,4 +1,3 @@
-# shellcheck shell=bash
 # Sourced. Runs a command and shows the end of what it wrote only if it fails: logged LOG COMMAND...
 logged() {
   "${@:2}" >"$1" 2>&1 || {

@@ -9,7 +9,7 @@ import xml.etree.ElementTree as xml
 import figures
 
 sys.path.insert(0, str(figures.ROOT / "tests" / "models"))
-import check  # noqa: E402  found by the line above
+import check  # found by the line above
 
 
 def passed_as_tests():
