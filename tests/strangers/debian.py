@@ -67,9 +67,9 @@ class Root:
     def __exit__(self, *problem):
         self.directory.__exit__(*problem)
 
-    def keep_packages(self):
-        """For the next who comes to this system with packages."""
-        self.admin("rm -rf /home/* /root/* /tmp/* /var/tmp/*; apt-get clean; ! id newcomer 2>&1 || userdel newcomer")
+    def keep_packages(self, user):
+        """For the next who comes to this system with packages, and may be this user."""
+        self.admin(f"rm -rf /home/* /root/* /tmp/* /var/tmp/*; apt-get clean; ! id {user} 2>&1 || userdel {user}")
         pack(self.path, archive(self.system, True))
 
     def command(self, script, user, home):

@@ -31,8 +31,8 @@ PLAIN, ODD = "qal", "Büro im Gartenhaus/qal 1"
 
 
 class Way(typing.NamedTuple):
-    """Who comes, with what, and what is done. `packages` are there already or not; "sudo" is what
-    lets a user install them."""
+    """Who comes, with what, and what is done. `packages`: whether what ./run needs is already installed.
+    `sudo`: whether the user may install it."""
     title: str
     system: str
     user: str
@@ -191,8 +191,8 @@ def go(name, way):
             result = {"seconds": newcomer.seconds, "notes": newcomer.notes}
             result["tests"] = way.do(newcomer)
             if newcomer.notes:
-                root.keep_packages()
-    except Exception as problem:  # pylint: disable=broad-except  # the others are tried all the same
+                root.keep_packages(USER)
+    except Exception as problem:  # the others are tried all the same
         traceback.print_exc()
         result["problem"] = str(problem)[:200]
     result |= {"way": name, "system": debian.TITLES[way.system], "title": way.title,
@@ -210,9 +210,12 @@ def verdict(result):
     return f"{tests['passed']} passed" + (f", {len(tests['skipped'])} skipped" if tests["skipped"] else "")
 
 
+def skipped_in(results):
+    return sorted({name for result in results for name in (result.get("tests") or {}).get("skipped", [])})
+
+
 def summary(results):
-    skipped = sorted({name for result in results for name in (result.get("tests") or {}).get("skipped", [])})
-    for name in skipped:
+    for name in skipped_in(results):
         print(f"skipped: {name}")
     failed = [result["way"] for result in results if verdict(result) == "FAILED"]
     print(f"{len(results) - len(failed)} of {len(results)} ways are green" +
@@ -235,7 +238,6 @@ def write_page():
     results = [json.loads((RESULTS / f"{name}.json").read_text()) for name in WAYS]
     rows = [f"| {one['system']} | {one['title']} | {verdict(one)} | {times(one)} | {one['date']} |"
             for one in results]
-    skipped = sorted({name for one in results for name in (one.get("tests") or {}).get("skipped", [])})
     PAGE.write_text("\n".join((
         "# Strangers",
         "",
@@ -250,7 +252,7 @@ def write_page():
         "| --- | --- | --- | --- | --- |",
         *rows,
         "",
-        "Skipped, because the system refuses what they need: " + (", ".join(skipped) or "none") + ".",
+        "Skipped, because the system refuses what they need: " + (", ".join(skipped_in(results)) or "none") + ".",
         "",
         f"The steps of the gate, `.ci/run`, took in a clean clone on such a machine {gate()}.",
         "")))
