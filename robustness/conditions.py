@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
-"""Which conditions of the product the tests show to matter: for each condition of a decision there
-are two runs in which it alone differs, and with it the decision (modified condition/decision
-coverage). Those that cannot be shown stand in inconclusive_conditions.txt, each with its reason.
+"""For each condition: do two test runs exist that differ in it alone and in the decision (MC/DC)?
+Those that cannot be shown stand in inconclusive_conditions.txt, each with its reason.
 
 A process that is killed loses its counters, and so do those of a function that is never called.
 """

@@ -1,6 +1,6 @@
 """Which test programs answer for which unit: "area" is tests/area_test, "area.corpus" the replay of a fuzz
-corpus. A source has those of its area, what others include those of their areas too, as the release was
-built.
+corpus. A source has those of its area. A header also has the tests of every area that includes it, as
+recorded by the release build.
 """
 import collections
 import functools

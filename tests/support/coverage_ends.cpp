@@ -1,5 +1,5 @@
-// Stand in for the ends of a process that would lose its counters. Only part of a coverage build;
-// the linker finds these before those of the C library.
+// Replaces _exit, abort and execv in coverage builds, so that counters are written first. The
+// linker finds these before those of the C library.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
