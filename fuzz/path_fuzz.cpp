@@ -28,10 +28,10 @@ using qal::test::absolute_model;
 using qal::test::basename_model;
 using qal::test::convert_model;
 using qal::test::dirname_model;
+using qal::test::extension_dot;
 using qal::test::extension_model;
 using qal::test::GuardedRoom;
 using qal::test::join_model;
-using qal::test::later_search;
 using qal::test::normalise_model;
 using qal::test::Normalised;
 using qal::test::Part;
@@ -174,10 +174,10 @@ void check_list(const string &base, const string &one, const string &two) {
 }
 
 void check_extension(const string &path) {
-  const std::size_t dot = later_search(path, '/', '\\');
+  const std::size_t dot = extension_dot(path, '/', '\\');
   const char *const found = qal_find_dot_in_filename(path.c_str());
   require(found == (dot == string::npos ? nullptr : path.c_str() + dot), "the dot is found");
-  const std::size_t cut = later_search(path, '\\', '/');
+  const std::size_t cut = extension_dot(path, '\\', '/');
   GuardedRoom room{path};
   require(qal_remove_ext(room.data()) == (cut == string::npos ? 0 : 1), "an extension is told");
   require(room.text() == path.substr(0, cut), "an extension is cut off");

@@ -151,8 +151,9 @@ inline bool absolute_model(const std::string &path) {
   return byte_at(path, 1) == ':' && letters.find(path[0]) != std::string::npos;
 }
 
-// Where the dot lies that begins the extension.
-inline std::size_t later_search(const std::string &path, char first, char second) {
+// The dot that begins the extension: behind the last `first`, and from there behind the last
+// `second`.
+inline std::size_t extension_dot(const std::string &path, char first, char second) {
   std::size_t start = path.rfind(first);
   if (start == std::string::npos) start = 0;
   const std::size_t further = path.substr(start).rfind(second);

@@ -17,9 +17,9 @@ using qal::test::absolute_model;
 using qal::test::basename_model;
 using qal::test::convert_model;
 using qal::test::dirname_model;
+using qal::test::extension_dot;
 using qal::test::GuardedRoom;
 using qal::test::join_model;
-using qal::test::later_search;
 using qal::test::normalise_model;
 using qal::test::Normalised;
 using qal::test::Part;
@@ -60,6 +60,14 @@ void check_normalise(const string &path, const string &already, int out_size) {
     ASSERT_EQ(expected.text, out.text()) << where;
   }
   ASSERT_TRUE(out.guards_are_intact()) << where;
+}
+
+void check_cut(const string &path, Part (*model)(const string &), const char *(*function)(char *)) {
+  GuardedRoom cut{path};
+  const Part expected = model(path);
+  ASSERT_EQ(expected.answer, function(cut.data())) << path;
+  ASSERT_EQ(expected.path, cut.data()) << path;
+  ASSERT_TRUE(cut.guards_are_intact()) << path;
 }
 
 TEST(PathConvertModel, AgreesOnEveryShortPathAndSetting) {
@@ -104,23 +112,13 @@ TEST(PathNormaliseModel, AgreesOnTextInTheBuffer) {
 }
 
 TEST(PathDirnameModel, AgreesOnEveryShortPath) {
-  for_all_texts("a /\\.", 7, [](const string &path) {
-    GuardedRoom cut{path};
-    const Part expected = dirname_model(path);
-    ASSERT_EQ(expected.answer, qal_dirname(cut.data())) << path;
-    ASSERT_EQ(expected.path, cut.data()) << path;
-    ASSERT_TRUE(cut.guards_are_intact()) << path;
-  });
+  for_all_texts("a /\\.", 7,
+                [](const string &path) { check_cut(path, dirname_model, qal_dirname); });
 }
 
 TEST(PathBasenameModel, AgreesOnEveryShortPath) {
-  for_all_texts("a /\\.", 7, [](const string &path) {
-    GuardedRoom stripped{path};
-    const Part expected = basename_model(path);
-    ASSERT_EQ(expected.answer, qal_basename(stripped.data())) << path;
-    ASSERT_EQ(expected.path, stripped.data()) << path;
-    ASSERT_TRUE(stripped.guards_are_intact()) << path;
-  });
+  for_all_texts("a /\\.", 7,
+                [](const string &path) { check_cut(path, basename_model, qal_basename); });
 }
 
 TEST(PathAbsoluteModel, AgreesOnEveryPairOfBytes) {
@@ -154,7 +152,7 @@ TEST(PathFullModel, AgreesAtEverySize) {
 
 TEST(PathFindDotModel, AgreesOnEveryShortPath) {
   for_all_texts("a./\\:", 7, [](const string &path) {
-    const std::size_t dot = later_search(path, '/', '\\');
+    const std::size_t dot = extension_dot(path, '/', '\\');
     const char *expected = dot == string::npos ? nullptr : path.c_str() + dot;
     ASSERT_EQ(expected, qal_find_dot_in_filename(path.c_str())) << path;
   });
@@ -163,7 +161,7 @@ TEST(PathFindDotModel, AgreesOnEveryShortPath) {
 TEST(PathRemoveExtensionModel, AgreesOnEveryShortPath) {
   for_all_texts("a./\\:", 7, [](const string &path) {
     GuardedRoom cut{path};
-    const std::size_t dot = later_search(path, '\\', '/');
+    const std::size_t dot = extension_dot(path, '\\', '/');
     ASSERT_EQ(dot == string::npos ? 0 : 1, qal_remove_ext(cut.data())) << path;
     ASSERT_EQ(path.substr(0, dot), cut.data()) << path;
     ASSERT_TRUE(cut.guards_are_intact()) << path;
