@@ -17,7 +17,6 @@ import pathlib
 import random
 import shlex
 import subprocess
-import sys
 import tempfile
 import time
 
