@@ -15,10 +15,9 @@ OWN_SAMPLES, SAMPLES = 30, 60  # before the request and after, alone and with al
 
 @dataclasses.dataclass(frozen=True)
 class Baseline:
-    """How many allocations an undisturbed run had made when it came to its first record, when it had
-    loaded libcurl, and when it ended."""
+    """How many allocations an undisturbed run had made when it came to its first record and when it
+    ended."""
     first_probe: int
-    loaded: int
     end: int
 
 
@@ -33,8 +32,9 @@ class Outcome:
 def run_counted(world, settings):
     report = world.root / "report"
     report.unlink(missing_ok=True)
-    environment = {"LD_PRELOAD": sweep_world.shim("allocations"), "ALLOCATION_REPORT": str(report)}
-    ended = sweep_world.run(world, environment | settings, limit=HANG_SECONDS)
+    environment = sweep_world.watch_requests(world) | {"ALLOCATION_REPORT": str(report)} | settings
+    environment["LD_PRELOAD"] = f"{sweep_world.shim('allocations')}:{environment['LD_PRELOAD']}"
+    ended = sweep_world.run(world, environment, limit=HANG_SECONDS)
     lines = report.read_text().splitlines() if report.exists() else []
     return ended, [(line.split()[0], int(line.split()[1])) for line in lines]
 
@@ -43,29 +43,20 @@ def measure_baseline():
     world = sweep_world.world_of_thread()
     sweep_world.lay_out(world)
     _, report = run_counted(world, {})
-    events = dict(report)
-    return Baseline(report[0][1], events["loaded"], events["end"])
+    return Baseline(report[0][1], dict(report)["end"])
 
 
-def request_may_fail(baseline, point, events):
-    """Whether an allocation failed after libcurl had been loaded. The tool may delete the record
-    without a request then."""
-    number, from_on = point
-    return "loaded" in events and (from_on or number > baseline.loaded)
-
-
-def fail_at(baseline, point):
+def fail_at(point):
     number, from_on = point
     world = sweep_world.world_of_thread()
     path = sweep_world.lay_out(world)
     settings = {"FAILING_ALLOCATION": str(number)} | ({"FAILING_FROM_ON": "1"} if from_on else {})
     ended, report = run_counted(world, settings)
     found = sweep_world.complaints(ended)
-    events = dict(report)
-    found += sweep_world.losses(world, path, request_may_fail(baseline, point, events))
+    found += sweep_world.losses(world, path, sweep_world.has_tried(world))
     for problem in found:
         sweep_world.tell(f"allocation {number}{' and all that follow' * from_on}: {problem}")
-    return Outcome(events.get("failed", 0), found, ended.status)
+    return Outcome(dict(report).get("failed", 0), found, ended.status)
 
 
 def sample(baseline):
@@ -83,14 +74,15 @@ def measure(form):
     baseline = measure_baseline()
     points = both_ways(range(1, baseline.end + 1))
     tried = both_ways(sample(baseline)) if form == "quick" else points
-    outcomes = sweep_world.in_parallel(lambda point: fail_at(baseline, point), tried)
+    outcomes = sweep_world.in_parallel(fail_at, tried)
     failed = sum(outcome.failed > 0 or outcome.status != 0 for outcome in outcomes)
     surviving = sum(not outcome.complaints for outcome in outcomes)
     measured = (f"{percent(failed, len(points))} / {percent(surviving, len(outcomes))}"
                 f" ({baseline.end:,} allocations, {len(tried):,} runs)")
     reached = surviving == len(outcomes) and (failed == len(points) or None)
     yield Figure("allocation points failed / surviving", "100 % / 100 %", measured, reached)
-    yield sweep_world.gone_unasked("an allocation", [outcome.complaints for outcome in outcomes])
+    yield sweep_world.gone_unasked("failing allocations",
+                                   [outcome.complaints for outcome in outcomes])
 
 
 if __name__ == "__main__":

@@ -21,7 +21,7 @@ GROWTH_NAME, GROWTH_GOAL = "system calls for one more record, few / many there",
 
 
 def share(tools, records):
-    """The figure on so many tools that start over the same records at once."""
+    """The figures on so many tools that start over the same records at once."""
     world = sweep_world.make_world()
     paths = [sweep_world.lay_out_record(world, number) for number in range(records)]
     with concurrent.futures.ThreadPoolExecutor(tools) as pool:
@@ -30,9 +30,11 @@ def share(tools, records):
     asked = [sweep_world.servers().asked(path) for path in paths]
     left = len(os.listdir(world.temporary))
     reached = not problems and not left and 1 <= min(asked) and max(asked) <= tools
-    return Figure(f"{tools} tools on the same records: failed / records left / requests for one",
-                  f"0 / 0 / 1-{tools}", f"{problems} / {left} / {min(asked)}-{max(asked)}"
-                  f" ({records:,} records)", if_enough(reached, records >= ENOUGH_SHARED))
+    yield Figure(f"{tools} tools on the same records: failed / records left / requests for one",
+                 f"0 / 0 / 1-{tools}", f"{problems} / {left} / {min(asked)}-{max(asked)}"
+                 f" ({records:,} records)", if_enough(reached, records >= ENOUGH_SHARED))
+    yield sweep_world.gone_unasked(f"{tools} tools at once",
+                                   [[] if times else [sweep_world.UNASKED] for times in asked])
 
 
 def memory_backed():
@@ -111,7 +113,7 @@ def growth(parent, records):
 
 def measure(form):
     for tools in (2, 8):
-        yield share(tools, SHARED_RECORDS[form])
+        yield from share(tools, SHARED_RECORDS[form])
     parent = memory_backed()
     yield from sweep_many(parent, MANY_RECORDS[form])
     if tracing.is_available():

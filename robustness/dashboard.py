@@ -37,6 +37,7 @@ MEASUREMENTS = (
     "servers",
     "clock",
     "crowd",
+    "unasked",
     "hostile_names",
     "confinement",
     "silence",
@@ -69,15 +70,15 @@ def measured(form, name):
 
 def take(form, name):
     print(f"-- {name}", flush=True)
-    started, printed = time.monotonic(), sweep_world.bytes_printed()
+    started, before = time.monotonic(), sweep_world.totals()
     figures = measured(form, name)
     result = {
         "form": form,
         "commit": commit(),
         "date": datetime.date.today().isoformat(),
         "seconds": round(time.monotonic() - started),
-        "printed": sweep_world.bytes_printed() - printed,
         "figures": [vars(figure) for figure in figures],
+        **{name: count - before[name] for name, count in sweep_world.totals().items()},
     }
     file = result_file(form, name)
     file.parent.mkdir(parents=True, exist_ok=True)

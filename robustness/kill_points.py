@@ -10,6 +10,7 @@ import tracing
 from figures import Figure, not_run
 
 NAME = "kill points with a record lost"
+CAUSE = "killed tools"
 SAMPLES = 120
 
 
@@ -33,8 +34,7 @@ def kill_at(point):
     path = sweep_world.lay_out(world)
     ended, _ = tracing.run_traced(world, "-e", f"inject={name}:signal=KILL:when={number}")
     found = sweep_world.losses(world, path)
-    if not sweep_world.settles_the_rest(world):
-        found.append("the next run did not settle the rest")
+    found += sweep_world.left_by_next_run(world, path)
     for problem in found:
         sweep_world.tell(f"killed at {name} {number}: {problem}")
     return found if found or ended.status == -signal.SIGKILL else None
@@ -43,6 +43,7 @@ def kill_at(point):
 def measure(form):
     if not tracing.is_available():
         yield not_run(NAME, "0")
+        yield not_run(sweep_world.unasked_name(CAUSE), "0")
         return
     points = list(kill_points())
     tried = sweep_world.spread(points, SAMPLES) if form == "quick" else points
@@ -50,6 +51,7 @@ def measure(form):
     wrong = len(outcomes) - outcomes.count([])
     measured = f"{wrong} (killed at {len(outcomes)} of {len(points)} calls)"
     yield Figure(NAME, "0", measured, wrong == 0 < len(outcomes))
+    yield sweep_world.gone_unasked(CAUSE, outcomes)
 
 
 if __name__ == "__main__":

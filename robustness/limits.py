@@ -38,20 +38,19 @@ def address_space_cases(steps):
 
 
 def run_case(case):
-    """What is wrong with a run, and whether it could make the request. That a request fails is not
-    wrong; that libcurl cannot be loaded must leave the record where it is."""
+    """What is wrong with a run and the next one, which nothing limits, and whether the first could
+    make the request. One that could not even try to must leave the record where it is."""
     name, under, extra = case
     world = sweep_world.world_of_thread()
     path = sweep_world.lay_out(world)
-    settings = sweep_world.watch_loading(world)
+    settings = sweep_world.watch_requests(world)
     if extra is not None:
         settings["LD_PRELOAD"] += ":" + sweep_world.shim("address_space")
         settings["EXTRA_ADDRESS_SPACE"] = str(extra)
     found = sweep_world.complaints(sweep_world.run(world, settings, under))
     was_asked = bool(sweep_world.servers().asked(path))
-    found += sweep_world.losses(world, path, sweep_world.has_loaded(world))
-    if not sweep_world.settles_the_rest(world):
-        found.append("the next run did not settle the rest")
+    found += sweep_world.losses(world, path, sweep_world.has_tried(world))
+    found += sweep_world.left_by_next_run(world, path)
     for problem in found:
         sweep_world.tell(f"{name}: {problem}")
     return found, was_asked
@@ -64,6 +63,7 @@ def measure(form):
     asked = sum(was_asked for _, was_asked in outcomes)
     measured = f"{wrong} of {len(cases)} ({asked} could still make the request)"
     yield Figure(NAME, "0", measured, wrong == 0)
+    yield sweep_world.gone_unasked("tight limits", [found for found, _ in outcomes])
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@ The tool runs as an ordinary user, even when the measurement is root's: faults o
 real then. All that is made here lies below one scratch directory that goes when Python ends.
 """
 import atexit
+import collections
 import concurrent.futures
 import dataclasses
 import functools
@@ -25,11 +26,12 @@ ORDINARY_USER = 65534
 GONE_OWNER = 2147483647  # no process ever has this id
 RESOURCES = "Library/Application Support/kalmora102"
 LIVE, KEPT, OTHER = "halix_server1.dat", "halix_server2.dat", "other.dat"
+UNASKED = "lost the live record without a request"
 
 os.umask(0o022)  # whatever the user's is, the tool's user reads what is made here
 
-_printed = 0
-_printed_lock = threading.Lock()
+_totals = collections.Counter(printed=0, judged=0, unasked=0)
+_totals_lock = threading.Lock()
 _numbers = itertools.count(1)
 _of_thread = threading.local()
 
@@ -62,9 +64,16 @@ def made_once(make):
     return made
 
 
-def bytes_printed():
-    """What all runs of this process wrote on standard output and standard error together."""
-    return _printed
+def totals():
+    """What all runs of this process together came to, by name: the bytes that the tool `printed`,
+    the live records that were `judged`, and how many of these went `unasked`."""
+    with _totals_lock:
+        return _totals.copy()
+
+
+def add(name, amount):
+    with _totals_lock:
+        _totals[name] += amount
 
 
 def tell(problem):
@@ -171,14 +180,8 @@ def run(world, environment=(), under=(), limit=60):
     except subprocess.TimeoutExpired:
         os.killpg(process.pid, signal.SIGKILL)
         printed, status = process.communicate()[0], None
-    count_printed(printed)
+    add("printed", len(printed))
     return Run(status, time.monotonic() - start, printed)
-
-
-def count_printed(printed):
-    global _printed
-    with _printed_lock:
-        _printed += len(printed)
 
 
 def complaints(result):
@@ -236,48 +239,56 @@ def lay_out(world):
     return path
 
 
-def watch_loading(world):
-    """Settings under which a run leaves a mark once it has loaded libcurl."""
-    mark = loading_mark(world)
+def watch_requests(world):
+    """Settings under which a run leaves a mark when it tries a request in vain."""
+    mark = request_mark(world)
     mark.unlink(missing_ok=True)
-    make_file(mark, "")
-    return {"LD_PRELOAD": shim("loading"), "LIBCURL_LOADED": str(mark)}
+    make_file(mark)
+    return {"LD_PRELOAD": shim("requests"), "REQUEST_TRIED": str(mark)}
 
 
-def has_loaded(world):
-    return loading_mark(world).stat().st_mode & 0o777 == 0
+def has_tried(world):
+    return request_mark(world).stat().st_mode & 0o777 == 0
 
 
-def loading_mark(world):
-    return world.root / "loaded"
+def request_mark(world):
+    return world.root / "tried"
 
 
-def losses(world, path, request_may_fail=False):
-    """What is gone from the scene of `lay_out` without having been settled."""
-    left = set(os.listdir(world.temporary))
-    gone = {LIVE, KEPT, OTHER} - left
-    if request_may_fail or servers().asked(path):
-        gone.discard(LIVE)
+def losses(world, path, tried=False):
+    """What is gone from the scene of `lay_out` without having been settled. A request that was
+    tried in vain settles a record as well as one that arrived."""
+    gone = {LIVE, KEPT, OTHER} - set(os.listdir(world.temporary))
+    found = [f"lost {name}" for name in sorted(gone - {LIVE})]
+    if LIVE in gone and not tried and not servers().asked(path):
+        found.append(UNASKED)
     if servers().asked("/never"):
-        gone.add("the peace of a server whose record's owner is gone")
-    return [f"lost {name}" for name in sorted(gone)]
+        found.append("asked for a record whose owner is gone")
+    return found
+
+
+def left_by_next_run(world, path):
+    """What is wrong after an undisturbed run over what another run has left of the scene."""
+    waits, asked = LIVE in os.listdir(world.temporary), servers().asked(path)
+    found = complaints(run(world))
+    if sorted(os.listdir(world.temporary)) != [KEPT, OTHER]:
+        found.append("the next run did not settle the rest")
+    if waits and servers().asked(path) == asked:
+        found.append(UNASKED)
+    return found
 
 
 def gone_unasked(cause, outcomes):
-    """The figure of the live records that were lost; an outcome is the list of what was wrong."""
-    gone = sum(f"lost {LIVE}" in found for found in outcomes)
-    return Figure(unasked_name(cause), "0", f"{gone} of {len(outcomes)}", gone == 0 < len(outcomes))
+    """The figure of one cause; an outcome is the list of what was wrong around one live record."""
+    gone = sum(UNASKED in found for found in outcomes)
+    add("judged", len(outcomes))
+    add("unasked", gone)
+    return Figure(unasked_name(cause), "0", f"{gone} of {len(outcomes):,}",
+                  gone == 0 < len(outcomes))
 
 
 def unasked_name(cause):
-    return f"live records gone unasked because {cause} outside the transfer failed"
-
-
-def settles_the_rest(world):
-    """Whether an undisturbed run leaves what a run has to leave."""
-    ended = run(world)
-    left = sorted(os.listdir(world.temporary))
-    return ended.status == 0 and left == [KEPT, OTHER]
+    return f"live records gone unasked: {cause}"
 
 
 def in_parallel(function, items):

@@ -33,6 +33,10 @@ def name_of(call):
     return call.split("(", 1)[0]
 
 
+def result_of(call):
+    return call.rsplit(" = ", 1)[1]
+
+
 def start_of_main(trace):
     return index_of(trace, lambda call: FIRST_CALL_OF_MAIN in call)
 

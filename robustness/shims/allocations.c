@@ -3,8 +3,8 @@
 
    FAILING_ALLOCATION  the number of the one that fails; none without it
    FAILING_FROM_ON     set when all that follow it fail too
-   ALLOCATION_REPORT   a file that gets how many had been made when the program probed a process,
-                       had loaded libcurl, deleted a file and ended, and how many failed */
+   ALLOCATION_REPORT   a file that gets how many had been made when the program probed a process and
+                       when it ended, and how many failed */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -13,7 +13,6 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
 extern void *__libc_malloc(size_t size);
@@ -80,20 +79,6 @@ int kill(pid_t pid, int number) {
   int (*real)(pid_t, int) = (int (*)(pid_t, int))(uintptr_t)dlsym(RTLD_NEXT, "kill");
   write_report("probe", made);
   return real(pid, number);
-}
-
-void *dlopen(const char *name, int mode) {
-  void *(*real)(const char *, int) =
-      (void *(*)(const char *, int))(uintptr_t)dlsym(RTLD_NEXT, "dlopen");
-  void *const library = real(name, mode);
-  if (library && name && strstr(name, "libcurl")) write_report("loaded", made);
-  return library;
-}
-
-int unlink(const char *path) {
-  int (*real)(const char *) = (int (*)(const char *))(uintptr_t)dlsym(RTLD_NEXT, "unlink");
-  write_report("unlink", made);
-  return real(path);
 }
 
 static void write_end(void) {
