@@ -52,6 +52,14 @@ void sweep() {
   }
 }
 
+bool swept = false;
+
+// What libcurl has loaded must not end before the tool: without memory, one of these libraries ends
+// the process with a status of its own. Exit handlers have run by now.
+[[gnu::destructor]] void end_process() {
+  if (swept) _exit(EXIT_SUCCESS);
+}
+
 }  // namespace
 
 int main(int, char **argv) {
@@ -63,6 +71,7 @@ int main(int, char **argv) {
   if (qal_utils_init() != QAL_STATUS_OK) return 1;
   query_env_vars("kalmora");
   sweep();
+  swept = true;
   // Deliberate: the library is not shut down; the end of the process releases everything.
   return 0;
 }

@@ -56,6 +56,7 @@ using qal::test::model_of;
 using qal::test::names_in;
 using qal::test::read_file;
 using qal::test::record_text;
+using qal::test::run_in_child;
 using qal::test::SweepWorld;
 using qal::test::vanished_pid;
 using testing::AllOf;
@@ -1036,6 +1037,23 @@ void expect_sweeps(const Settings &settings, const Wildcards &expected) {
     EXPECT_EQ(enter_tool(settings, name, keep), 0);
     EXPECT_EQ(listed, expected);
   });
+}
+
+// A library that libcurl has loaded may end the process in its own way, for lack of memory. This
+// stands for one: it runs after what a program ends without a number, as libraries do.
+bool library_lacks_memory = false;
+
+[[gnu::destructor(101)]] void end_library() {
+  if (library_lacks_memory) _exit(127);
+}
+
+TEST(ToolEntry, EndsBeforeTheLibrariesThatItHasLoaded) {
+  const auto result = run_in_child([] {
+    library_lacks_memory = true;
+    char name[] = "kalmora-sweep";
+    std::exit(enter_tool({}, name, nullptr));
+  });
+  EXPECT_TRUE(result.exited_with(0));
 }
 
 std::string resources_of(const std::string &home) {
