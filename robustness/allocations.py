@@ -3,6 +3,7 @@ tool, of the libraries behind its request and of the loader that fetches them. T
 record after one request and keeps another.
 """
 import dataclasses
+import struct
 
 import figures
 import sweep_world
@@ -10,15 +11,17 @@ from figures import Figure
 from sweep_world import percent
 
 HANG_SECONDS = 5
+REPORT = struct.Struct("3L")
 OWN_SAMPLES, SAMPLES = 30, 60  # before the request and after, alone and with all that follow
 
 
 @dataclasses.dataclass(frozen=True)
-class Baseline:
-    """How many allocations an undisturbed run had made when it came to its first record and when it
-    ended."""
-    first_probe: int
-    end: int
+class Counts:
+    """How many allocations a run made, how many of these failed, and how many it had made when it
+    came to its first record."""
+    made: int
+    failed: int
+    at_first_record: int
 
 
 @dataclasses.dataclass(frozen=True)
@@ -26,24 +29,21 @@ class Outcome:
     """What one failing allocation did."""
     failed: int
     complaints: list
-    status: int | None
 
 
 def run_counted(world, settings):
     report = world.root / "report"
-    report.unlink(missing_ok=True)
+    sweep_world.make_file(report, bytes(REPORT.size))
     environment = sweep_world.watch_requests(world) | {"ALLOCATION_REPORT": str(report)} | settings
     environment["LD_PRELOAD"] = f"{sweep_world.shim('allocations')}:{environment['LD_PRELOAD']}"
     ended = sweep_world.run(world, environment, limit=HANG_SECONDS)
-    lines = report.read_text().splitlines() if report.exists() else []
-    return ended, [(line.split()[0], int(line.split()[1])) for line in lines]
+    return ended, Counts(*REPORT.unpack(report.read_bytes()))
 
 
-def measure_baseline():
+def count_undisturbed():
     world = sweep_world.world_of_thread()
     sweep_world.lay_out(world)
-    _, report = run_counted(world, {})
-    return Baseline(report[0][1], dict(report)["end"])
+    return run_counted(world, {})[1]
 
 
 def fail_at(point):
@@ -51,18 +51,18 @@ def fail_at(point):
     world = sweep_world.world_of_thread()
     path = sweep_world.lay_out(world)
     settings = {"FAILING_ALLOCATION": str(number)} | ({"FAILING_FROM_ON": "1"} if from_on else {})
-    ended, report = run_counted(world, settings)
+    ended, counts = run_counted(world, settings)
     found = sweep_world.complaints(ended)
     found += sweep_world.losses(world, path, sweep_world.has_tried(world))
     for problem in found:
         sweep_world.tell(f"allocation {number}{' and all that follow' * from_on}: {problem}")
-    return Outcome(dict(report).get("failed", 0), found, ended.status)
+    return Outcome(counts.failed, found)
 
 
-def sample(baseline):
+def sample(counts):
     """Numbers of allocations, more of them where the tool is still on its own."""
-    early = range(1, baseline.first_probe + 1)
-    late = range(baseline.first_probe + 1, baseline.end + 1)
+    early = range(1, counts.at_first_record + 1)
+    late = range(counts.at_first_record + 1, counts.made + 1)
     return sweep_world.spread(early, OWN_SAMPLES) + sweep_world.spread(late, SAMPLES)
 
 
@@ -71,14 +71,14 @@ def both_ways(numbers):
 
 
 def measure(form):
-    baseline = measure_baseline()
-    points = both_ways(range(1, baseline.end + 1))
-    tried = both_ways(sample(baseline)) if form == "quick" else points
+    counts = count_undisturbed()
+    points = both_ways(range(1, counts.made + 1))
+    tried = both_ways(sample(counts)) if form == "quick" else points
     outcomes = sweep_world.in_parallel(fail_at, tried)
-    failed = sum(outcome.failed > 0 or outcome.status != 0 for outcome in outcomes)
+    failed = sum(outcome.failed > 0 for outcome in outcomes)
     surviving = sum(not outcome.complaints for outcome in outcomes)
     measured = (f"{percent(failed, len(points))} / {percent(surviving, len(outcomes))}"
-                f" ({baseline.end:,} allocations, {len(tried):,} runs)")
+                f" ({counts.made:,} allocations, {len(tried):,} runs)")
     reached = surviving == len(outcomes) and (failed == len(points) or None)
     yield Figure("allocation points failed / surviving", "100 % / 100 %", measured, reached)
     yield sweep_world.gone_unasked("failing allocations",

@@ -3,16 +3,16 @@
 
    FAILING_ALLOCATION  the number of the one that fails; none without it
    FAILING_FROM_ON     set when all that follow it fail too
-   ALLOCATION_REPORT   a file that gets how many had been made when the program probed a process and
-                       when it ended, and how many failed */
+   ALLOCATION_REPORT   a file whose three numbers become how many were made, how many failed and how
+                       many had been made when the program first probed a process */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 extern void *__libc_malloc(size_t size);
@@ -22,18 +22,23 @@ extern void *__libc_memalign(size_t alignment, size_t size);
 
 typedef int Main(int argc, char **argv, char **envp);
 
+typedef struct {
+  unsigned long made;
+  unsigned long failed;
+  unsigned long at_first_probe;
+} Report;
+
+static Report without_file;
+static Report *report = &without_file;
 static int counting;
-static int report = -1;
 static int all_that_follow;
-static unsigned long made;
-static unsigned long failed;
 static unsigned long failing;
 
 static int fails(void) {
   if (!counting) return 0;
-  const unsigned long number = __atomic_add_fetch(&made, 1, __ATOMIC_RELAXED);
+  const unsigned long number = __atomic_add_fetch(&report->made, 1, __ATOMIC_RELAXED);
   if (failing == 0 || number < failing || (number > failing && !all_that_follow)) return 0;
-  __atomic_add_fetch(&failed, 1, __ATOMIC_RELAXED);
+  __atomic_add_fetch(&report->failed, 1, __ATOMIC_RELAXED);
   errno = ENOMEM;
   return 1;
 }
@@ -68,23 +73,10 @@ int posix_memalign(void **block, size_t alignment, size_t size) {
   return 0;
 }
 
-static void write_report(const char *event, unsigned long number) {
-  char line[64];
-  if (report < 0) return;
-  const int length = snprintf(line, sizeof line, "%s %lu\n", event, number);
-  if (write(report, line, (size_t)length) != length) abort();
-}
-
 int kill(pid_t pid, int number) {
   int (*real)(pid_t, int) = (int (*)(pid_t, int))(uintptr_t)dlsym(RTLD_NEXT, "kill");
-  write_report("probe", made);
+  if (report->at_first_probe == 0) report->at_first_probe = report->made;
   return real(pid, number);
-}
-
-static void write_end(void) {
-  counting = 0;
-  write_report("end", made);
-  write_report("failed", failed);
 }
 
 static Main *real_main;
@@ -94,13 +86,20 @@ static int counted_main(int argc, char **argv, char **envp) {
   return real_main(argc, argv, envp);
 }
 
+/* Numbers that another process reads: what ends this one, and how, does not matter. */
+static void share_report(const char *path) {
+  const int file = open(path, O_RDWR | O_CLOEXEC);
+  report = mmap(NULL, sizeof *report, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  if (report == MAP_FAILED) abort();
+  close(file);
+}
+
 static void configure(void) {
   const char *const number = getenv("FAILING_ALLOCATION");
   const char *const path = getenv("ALLOCATION_REPORT");
   if (number) failing = strtoul(number, NULL, 10);
   all_that_follow = getenv("FAILING_FROM_ON") != NULL;
-  if (path) report = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (path && atexit(write_end) != 0) abort();
+  if (path) share_report(path);
 }
 
 int __libc_start_main(Main *main, int argc, char **argv, void (*init)(void), void (*fini)(void),
