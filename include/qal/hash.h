@@ -12,12 +12,17 @@
  *  Keys and data are copied byte by byte and need no alignment. A record's data follows its key
  *  directly, so a callback reads what it is given with memcpy.
  *
+ *  qal_utils_init() (startup.h) comes first, because it gives threads the indices that the pools of
+ *  tables go by: without it only one thread may use tables.
+ *
  *  Errors: when there was no memory for a chunk, the lock of the table's pool stays held (mpool.h):
  *  removing a record, another add that needs a chunk, and destroying the table wait for ever.
  *
  *  Threads: the main thread and those of qal_thread_create() (thread.h) may use different tables at
- *  once; threads that share a table need a lock of their own. Other threads share index 0 and must
- *  not use tables.
+ *  once; threads that share a table need a lock of their own. A std::thread, a pthread or a thread
+ *  of another library must not use tables: it shares index 0 with the main thread, and two threads
+ *  of one index corrupt a table's pool, often without an immediate crash. thread.h says what to do
+ *  instead.
  *
  *  Source: utils/libsrc/qal_hash.cpp, qal_hash_pairs.cpp. */
 #ifndef QAL_HASH_H

@@ -1,5 +1,5 @@
 /** @file
- *  Doubly linked lists whose elements hold the caller's data inline.
+ *  Pooled lists, doubly linked, whose elements hold the caller's data inline.
  *
  *  An element is a payload of fixed size with two hidden links in front of it; every function takes
  *  and returns payload addresses. Elements come from a list pool, which any number of lists can
@@ -9,13 +9,18 @@
  *  Linking, unlinking and sorting cannot fail. They do nothing when an argument is null. An
  *  element is in one list at most: what is linked in must be fresh, popped or removed.
  *
+ *  qal_utils_init() (startup.h) comes first, because it gives threads the indices by which they
+ *  share a pool: without it only one thread may use lists.
+ *
  *  Errors: when there was no memory for a chunk, the lock of the pool stays held (mpool.h): every
  *  thread that gives an element back or needs a new chunk afterwards waits for ever, so destroying
  *  a list that holds elements hangs as well.
  *
  *  Threads: a list is used by one thread at a time; the main thread and those of
- *  qal_thread_create() (thread.h) may use lists of one pool at once. Other threads share index 0
- *  and must not use lists.
+ *  qal_thread_create() (thread.h) may use lists of one pool at once. A std::thread, a pthread or a
+ *  thread of another library must not use lists: it shares index 0 with the main thread, and two
+ *  threads of one index corrupt the pool, often without an immediate crash. thread.h says what to
+ *  do instead.
  *
  *  Source: utils/libsrc/qal_list.cpp, qal_list_inline.c. */
 #ifndef QAL_LIST_H
@@ -47,7 +52,8 @@ typedef struct QalList {
   void *last;        /**< the last payload */
 } QalList;
 
-/** Compares two payloads of a list. It may neither change nor walk the list.
+/** Compares two payloads of a list. It may neither change nor walk the list, and gets no context:
+ *  what else decides the order is in the payloads or in a variable that it can reach.
  *
  *  @param earlier  the payload that stands earlier; borrowed.
  *  @param later    the payload that stands later; borrowed.
@@ -196,8 +202,8 @@ QAL_API void qal_list_concat(QalList *dst, QalList *src);
  *  @return how many there are; 0 for a null list. */
 QAL_API uint32_t qal_list_length(const QalList *list);
 
-/** Sorts in place with a stable merge sort, in at most n log n comparisons: payloads that compare
- *  as equal keep their order.
+/** Sorts a pooled list in place with a stable merge sort, in at most n log n comparisons: payloads
+ *  that compare as equal keep their order.
  *
  *  @param list     the list.
  *  @param compare  the order; null leaves the list as it is. */

@@ -6,10 +6,16 @@
  *  elements go to one shared list, from which the thread lists are refilled a chunk's worth at a
  *  time. Elements are aligned to 8 bytes and not cleared.
  *
- *  Threads: a thread that was not started through thread.h shares index 0 with the main thread and
- *  must not use pools. All other threads may use one pool at once.
+ *  qal_utils_init() (startup.h) comes first, because it gives threads their indices: without it
+ *  every thread has index 0, and only one may use pools.
  *
- *  Source: utils/libsrc/qal_mpool.cpp. */
+ *  Threads: the main thread and those of qal_thread_create() may use one pool at once. A
+ *  std::thread, a pthread or a thread of another library must not use pools: it shares index 0 with
+ *  the main thread, and two threads of one index corrupt a pool, often without an immediate crash.
+ *  thread.h says what to do instead.
+ *
+ *  Source: utils/libsrc/qal_mpool.cpp, and utils/libsrc/internal/pool_fast_path.hpp, where an
+ *  element usually comes from. */
 #ifndef QAL_MPOOL_H
 #define QAL_MPOOL_H
 

@@ -1,8 +1,9 @@
 /** @file
- *  Doubly linked lists of pointers whose headers and nodes come from two process-wide pools.
+ *  Pooled lists of pointers, doubly linked; headers and nodes come from two process-wide pools.
  *
- *  A list never owns what its nodes point to. qal_utils_init() (startup.h) makes the pools and
- *  qal_utils_done() ends them; before and after that no list or node can be made.
+ *  A list never owns what its nodes point to. qal_utils_init() (startup.h) comes first, because it
+ *  makes the pools and gives threads the indices by which they share them; qal_utils_done() ends
+ *  the pools. Before and after that no list or node can be made.
  *
  *  Linking cannot fail. It does nothing when an argument is null. A node is in one list at most:
  *  what is linked in must come from qal_plist_alloc(), qal_plist_pop() or qal_plist_remove().
@@ -12,8 +13,10 @@
  *  list hangs as well.
  *
  *  Threads: a list is used by one thread at a time; the main thread and those of
- *  qal_thread_create() (thread.h) may use lists of their own at once. Other threads share index 0
- *  and must not use lists. The pools are made and ended while no thread uses lists.
+ *  qal_thread_create() (thread.h) may use lists of their own at once. A std::thread, a pthread or a
+ *  thread of another library must not use lists: it shares index 0 with the main thread, and two
+ *  threads of one index corrupt the pools, often without an immediate crash. thread.h says what to
+ *  do instead. The pools are made and ended while no thread uses lists.
  *
  *  Source: utils/libsrc/qal_plist.cpp, and qal_list_inline.c for the accessors. */
 #ifndef QAL_PLIST_H
@@ -41,7 +44,8 @@ typedef struct QalPlist {
   QalPlistNode *last;  /**< the last node */
 } QalPlist;
 
-/** Compares the `data` of two nodes. It may neither change nor walk the list.
+/** Compares the `data` of two nodes. It may neither change nor walk the list, and gets no context:
+ *  what else decides the order is in the data or in a variable that it can reach.
  *
  *  @param earlier  that of the node that stands earlier.
  *  @param later    that of the other.
@@ -170,8 +174,8 @@ QAL_API void qal_plist_concat(QalPlist *dst, QalPlist *src);
  *  @return their number; 0 for null. */
 QAL_API uint32_t qal_plist_length(const QalPlist *list);
 
-/** Sorts in place with a stable merge sort, in at most n log n comparisons: nodes that compare as
- *  equal keep their order.
+/** Sorts a pooled list of pointers in place with a stable merge sort, in at most n log n
+ *  comparisons: nodes that compare as equal keep their order.
  *
  *  @param list     the list.
  *  @param compare  orders two nodes by their `data`. */

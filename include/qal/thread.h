@@ -4,8 +4,15 @@
  *  A thin layer over POSIX threads. Every thread that qal_thread_create() starts gets an index from
  *  1 to 2047, its slot in a fixed table; the main thread is index 0. Indices are handed out in
  *  rising order and wrap around; a joined thread's index comes back only when the search reaches it
- *  again. Every thread that is started must be joined: nothing else frees its slot. Threads that
- *  something else started have index 0 too, so they must not use pools, lists, tables or ids.
+ *  again. Every thread that is started must be joined: nothing else frees its slot.
+ *
+ *  A thread that something else started, such as a std::thread, a pthread or a thread of another
+ *  library, has index 0 too. Two threads of one index that use a pool at the same time corrupt it,
+ *  directly or through lists and tables: both take the same elements. Often nothing crashes at
+ *  first, and the program seems to work. So start the thread with qal_thread_create(), or hand what
+ *  it would do with lists to a thread that was started so or to the main thread. Where neither can
+ *  be done, one lock around every use of pools, lists and tables by any thread is enough: no two
+ *  threads are in a pool at once then. All else is as thread-safe for such a thread as for others.
  *
  *  Errors: a null pointer gives QAL_THREAD_FAILED and changes nothing, where it is not allowed.
  *  When the platform fails a lock, unlock, wait, signal, broadcast or semaphore operation,
@@ -13,7 +20,9 @@
  *  there.
  *
  *  Threads: qal_utils_init() (startup.h) sets the layer up. Mutexes, conditions and semaphores may
- *  be used before that; everything else may be called by any thread afterwards.
+ *  be used before that. Afterwards any thread may call any function, with these exceptions:
+ *  qal_thread_init() is for the start-up; an index or a handle is joined by one thread, once, and
+ *  not cancelled afterwards; and what one thread makes, ends or resets no other uses meanwhile.
  *
  *  Source: utils/libsrc/qal_thread.cpp, qal_thread_init_sys.cpp, qal_thread_sync.cpp,
  *  qal_thread_sema.cpp. */
@@ -87,7 +96,7 @@ enum {
  *
  *  @return 1 to 2047 in a thread of qal_thread_create(), in any other QAL_THREAD_MAIN_INDEX.
  *          Threads that have it without being the main thread must not use what is kept for each
- *          index, above all the memory pools. */
+ *          index, above all the memory pools: they corrupt it. */
 QAL_API int qal_thread_self(void);
 
 /** Returns the calling thread's index: the same as qal_thread_self().

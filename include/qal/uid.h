@@ -2,14 +2,14 @@
  *  Ids that are unique in the process, each standing for two values.
  *
  *  Ids count up from 1 and are never used again. The registry remembers two 64-bit values for every
- *  id until it is retired; their meaning is the caller's. qal_utils_init() (startup.h) sets it up;
- *  without it ids are handed out but none is found.
+ *  id until it is retired; their meaning is the caller's. qal_utils_init() (startup.h) comes first,
+ *  because it makes the registry: without one ids are handed out but none is found.
  *
  *  Errors: when there was no memory for a chunk of records, the lock of their pool stays held
  *  (mpool.h) and with it the registry's: every later call of any thread waits for ever.
  *
- *  Threads: once the registry is made, the main thread and those of qal_thread_create() (thread.h)
- *  may call any function. Other threads share index 0 and must not.
+ *  Threads: once the registry is made, any thread may call any function, also a std::thread or a
+ *  pthread: the registry's lock guards the pool of its records as well.
  *
  *  Source: utils/libsrc/qal_uid.cpp. */
 #ifndef QAL_UID_H

@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <random>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,7 @@
 
 namespace {
 
+using qal::test::Gate;
 using qal::test::in_new_process;
 using qal::test::LogCapture;
 using qal::test::repetitions;
@@ -228,6 +230,25 @@ TEST(UidIndex, HoldsIdsBelow256ToTheSeventh) {
   EXPECT_EQ(index.find(first_beyond - 1), &record);
   EXPECT_EQ(index.find(first_beyond), nullptr);
   EXPECT_EQ(index.find(~uint64_t{0}), nullptr);
+}
+
+// Unlike other pools, that of the registry serves threads which share an index.
+TEST_F(UidThreads, NeedNotBeOfTheLibrary) {
+  const Watchdog watchdog;
+  Gate gate;
+  std::array<std::thread, 4> threads;
+  for (auto &thread : threads) {
+    thread = std::thread([&gate] {
+      gate.wait();
+      for (uint64_t i = 0; i < repetitions(100'000); ++i) {
+        const uint64_t id = qal_uid_new(i, ~i);
+        ASSERT_EQ(found(id), Values(i, ~i));
+        ASSERT_EQ(qal_uid_destroy(id), 0);
+      }
+    });
+  }
+  gate.open();
+  for (auto &thread : threads) thread.join();
 }
 
 TEST_F(UidThreads, NeverShareAnId) {
