@@ -5,7 +5,8 @@
  *  where a function does not say otherwise, because the same paths travel between systems. All
  *  functions work on the text alone, except those that say that they ask the system. A function
  *  that works in place never makes its text longer. Sizes are in bytes, the NUL included; a path
- *  that does not fit is a failure and never cut.
+ *  that does not fit is a failure and never cut. The two exceptions: qal_get_norm_path() of an
+ *  empty path cuts its "." to one byte, and qal_addpath() does not know the size of its text.
  *
  *  Errors: nothing is reported to the logger, except that qal_get_norm_path() and
  *  qal_expand_pathname() allocate through qal_malloc(), which reports its own failures.
