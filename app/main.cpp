@@ -1,4 +1,4 @@
-// kalmora-sweep: settles the server records of the user's resource directory and of the temporary
+// kalmora-sweep: sweeps the server records of the user's resource directory and of the temporary
 // directory. Takes no arguments and never prints.
 #include <fcntl.h>
 #include <qal/startup.h>

@@ -1,4 +1,4 @@
-// The sweep: settles the server records of a directory.
+// The sweep: settles or keeps each server record of a directory.
 #include <qal/dir_list.h>
 #include <qal/files.h>
 #include <qal/path.h>

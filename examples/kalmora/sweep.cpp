@@ -1,4 +1,4 @@
-// Settles the records of a directory: a damaged one, which goes, and one of a vanished process,
+// Sweeps the records of a directory: a malformed one, which goes, and one of a vanished process,
 // which stays.
 #include <qal/files.h>
 #include <qal/startup.h>

@@ -1,6 +1,6 @@
 /* Leaves a record of this process, as a server does. A record that is only half written is
- * malformed, and the sweep deletes it. So it is written under a name that no sweep looks at, and
- * renamed once it is complete. */
+ * malformed, and the sweep deletes it. So it is written under a name that no sweep takes for a
+ * record, new.PID, and renamed once it is complete. */
 #include <fcntl.h>
 #include <qal/files.h>
 #include <qal/system.h>
@@ -20,10 +20,11 @@ static int write_new_file(const char *path, const char *text) {
   return close(file) == 0 && is_whole;
 }
 
-static int write_record(const char *path, const char *url, const char *user, const char *password) {
+static int write_record(const char *directory, const char *path, const char *url, const char *user,
+                        const char *password) {
   char text[ROOM], unfinished[ROOM];
   if (qal_snprintf(text, ROOM, "%s %s %s %d\n", url, user, password, qal_getpid()) != 0 ||
-      qal_snprintf(unfinished, ROOM, "%s.new", path) != 0)
+      qal_snprintf(unfinished, ROOM, "%s/new.%d", directory, qal_getpid()) != 0)
     return 0;
   if (write_new_file(unfinished, text) && rename(unfinished, path) == 0) return 1;
   qal_file_unlink(unfinished);
@@ -45,7 +46,7 @@ int main(void) {
   mkdir(directory, 0700);
   char path[ROOM];
   if (qal_snprintf(path, ROOM, "%s/halix_server%d.dat", directory, qal_getpid()) != 0) return 1;
-  if (!write_record(path, "http://localhost:8080/", "ada", "secret")) return 1;
+  if (!write_record(directory, path, "http://localhost:8080/", "ada", "secret")) return 1;
   print_record(path);
   return qal_file_rmdir(directory, QAL_RMDIR_RECURSIVE);
 }

@@ -1,12 +1,15 @@
 /** @file
- *  The sweep of server records: notifies the servers that left a record in a directory and deletes
- *  the records that are settled.
+ *  The sweep of server records: settles those whose owner exists and keeps those whose owner is
+ *  gone.
  *
  *  A record is a file "halix_server*.dat" that holds a URL, a user name, a password and the id of
  *  the process that owns it, separated by white space. Each text has at most 255 bytes, the id is
- *  an `int`, and all four must be complete within the first MiB; any other file of such a name
- *  counts as malformed. What becomes of a record depends on what qal_is_pid_running()
- *  (qal/system.h) returns for its owner:
+ *  an `int`, and all four must be complete within the first MiB. Any other regular file of such a
+ *  name is malformed, and so is a FIFO or a character device. Directories, sockets and block
+ *  devices are passed over, links to them as well, and so are links that lead nowhere.
+ *
+ *  To settle a record is to delete it, after its server was notified if need be. What becomes of a
+ *  record depends on what qal_is_pid_running() (qal/system.h) returns for its owner:
  *
  *  | record                        | owner          | request                          | file    |
  *  |-------------------------------|----------------|----------------------------------|---------|
@@ -30,20 +33,24 @@
 #include <string>
 #include <vector>
 
-/** Lists the plain files of a directory whose names match a wildcard pattern.
+/** Lists the files of a directory whose names match a wildcard pattern, and behind them one more
+ *  entry, "dir/".
+ *
+ *  A file is what qal_dir_list() (qal/dir_list.h) counts as one: a regular file, a FIFO, a
+ * character device, or a link to one of these.
  *
  *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
  *                  a leading "~" for a home, but the paths begin with `dir` as it is.
  *  @param pattern  as zul_fnmatch() takes it (qal/wildcard.h), matched against names without `dir`;
  *                  a null pointer gives an empty list.
  *  @return the paths "dir/name" with every backslash turned into a slash, in the order in which the
- *          system lists them, and behind them one more entry, "dir/". A name that holds a newline
- *          comes as several entries, and a path that does not fit is left out. Empty when the
- *          directory cannot be listed or when "dir/pattern" does not fit.
+ *          system lists them, and the last entry. A name that holds a newline comes as several
+ *          entries, and a path that does not fit is left out. Empty when the directory cannot be
+ *          listed or when "dir/pattern" does not fit.
  *  @throws std::bad_alloc  when memory is short; nothing leaks. */
 std::vector<std::string> find_files(const char *dir, const char *pattern);
 
-/** Settles every record of one directory, as the table above says.
+/** Goes through the records of one directory, and settles or keeps each as the table above says.
  *
  *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
  *  are passed over. A record stays if its name means another file when it is to be deleted. A link
