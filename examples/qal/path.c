@@ -21,6 +21,6 @@ int main(void) {
 
   char small[8] = "";
   const int needed = qal_get_norm_path("/scenes/engine", small, sizeof small);
-  printf("refused, it needs %d bytes\n", needed);
+  printf("does not fit, but %d bytes are enough\n", needed);
   return 0;
 }
