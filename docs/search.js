@@ -1,15 +1,51 @@
-// Stands in for Doxygen's search, which knows names only: this one finds what has all words in its name or in its
-// sentence. The pages make the box and call a SearchBox; search/searchdata.js has the entries [name, page, sentence].
+// Stands in for Doxygen's search, which knows names only: this one finds what has all words in its name, then what has
+// them in its sentence, or in its text if it is a part of a document, then what has them in its text or in its page's
+// sentence. The pages make the box and call a SearchBox; search/searchdata.js has the entries [name, page, sentence,
+// text], documents first, and the everyday words.
 "use strict";
 
-const MOST_SHOWN = 40;
+const MOST_SHOWN = 100;
+const MOST_OF_A_TEXT = 200;
+
+const sentenceOfPage = new Map(searchEntries.map(([, page, sentence]) => [page, sentence]));
+
+// A word without its ending, and what the pages say in its place.
+function formsOf(word) {
+  return [word.replace(/^(\w{4,}?)(?:ed|ing|es|e|s)$/, "$1"), ...(searchWords[word] ?? [])];
+}
+
+function placeOf(forms, text) {
+  const places = forms.map((form) => text.toLowerCase().indexOf(form)).filter((place) => place >= 0);
+  return Math.min(...places);
+}
+
+// From the sentence with the word that comes last, which is often the rarest.
+function excerpt(text, words) {
+  const place = Math.max(...words.map((forms) => placeOf(forms, text)));
+  const start = place === Infinity ? 0 : text.lastIndexOf(". ", place) + 1;
+  const found = text.slice(start).trim();
+  return found.length > MOST_OF_A_TEXT ? found.slice(0, MOST_OF_A_TEXT).replace(/\S*$/, "…") : found;
+}
+
+// What the words may stand in, the best first, each with what is shown then.
+function placesIn([name, page, sentence, text], words) {
+  const inName = [name, sentence];
+  const inSentence = [`${name} ${sentence}`, sentence];
+  const inText = [`${name} ${sentence} ${text}`, excerpt(text, words)];
+  const onPage = [`${name} ${sentence} ${sentenceOfPage.get(page.split("#")[0])}`, sentence];
+  return page.startsWith("md_") ? [inName, inText] : [inName, inSentence, inText, onPage];
+}
 
 function matches(query) {
-  const words = query.toLowerCase().split(/\W+/).filter(Boolean);
-  const holds = (text) => words.every((word) => text.toLowerCase().includes(word));
-  const byName = searchEntries.filter(([name]) => holds(name));
-  const bySentence = searchEntries.filter(([name, , sentence]) => !holds(name) && holds(`${name} ${sentence}`));
-  return words.length ? [...byName, ...bySentence] : [];
+  const words = query.toLowerCase().split(/\W+/).filter(Boolean).map(formsOf);
+  const holds = (text) => words.every((forms) => placeOf(forms, text) < Infinity);
+  const ranked = [[], [], [], []];
+  for (const entry of words.length ? searchEntries : []) {
+    const places = placesIn(entry, words);
+    const best = places.findIndex(([place]) => holds(place));
+    ranked[best]?.push([entry[0], entry[1], places[best][1]]);
+  }
+  return ranked.flat();
 }
 
 function resultOf([name, page, sentence]) {

@@ -68,6 +68,7 @@ class Header:
         self.groups += [self.methods(node) for node in self.classes if node.get("kind") == "class"]
         self.groups = [group for group in self.groups if group[2]]
         self.functions = [function for group in self.groups for function in group[2]]
+        self.macros = [member.findtext("name") for member, _ in self.members("define")]
 
     @staticmethod
     def group(section):
@@ -136,14 +137,15 @@ class Header:
         return lines
 
     def see_also(self, pages):
-        named = re.findall(r"[<(/\s](\w+)\.hp*", (ROOT / "include" / self.include).read_text())
+        source = next((ROOT / "include").glob(f"{self.include}*"))  # the one with the version ends in ".in"
+        named = re.findall(r"[<(/\s](\w+)\.hp*", source.read_text())
         product = str(self.include.parent)
         found = {f"{other}_{name}" for name in named for other in (product, "qal")}
         others = sorted(page for page in pages if page in found and page != self.page)
         return separated("Xr", [*(f"{page} 3" for page in others), "qal 7"], "")
 
     def names(self):
-        names = separated("Nm", [function.name for function in self.functions], "")
+        names = separated("Nm", [function.name for function in self.functions] or [self.page], "")
         return [*names, f".Nd {decapitalised(self.brief)}"]
 
     def synopsis(self):
@@ -213,11 +215,12 @@ def page_text(head, sections):
 
 
 def areas(headers):
-    """Each header's page with its purpose and its functions."""
+    """Each header's page with its purpose and its functions or, without any, its macros."""
     items = []
     for header in headers:
-        functions = separated("Fn", [function.name for function in header.functions], ".")
-        items.append((f"Xr {header.page} 3", prose(header.brief + ":") + functions))
+        functions = [function.name for function in header.functions]
+        names = separated("Fn", functions, ".") if functions else separated("Dv", header.macros, ".")
+        items.append((f"Xr {header.page} 3", prose(header.brief + ":") + names))
     return tagged(items)
 
 
@@ -249,13 +252,14 @@ def main(xml, manual):
     by_name = {compound.findtext("compoundname"): compound for compound in compounds}
     headers = [Header(xml, compound) for compound in compounds
                if compound.find("location").get("file").endswith((".h", ".hpp"))]
-    headers = sorted((header for header in headers if header.functions), key=library_first)
+    headers = sorted((header for header in headers if header.functions or header.macros), key=library_first)
     template = (manual / "qal.7.in").read_text()
     date = re.search(r"^\.Dd (.*)$", template, re.M).group(1)
+    pages = [header.page for header in headers if header.functions]
     for old in manual.glob("*.3"):
         old.unlink()
     for header in headers:
-        (manual / f"{header.page}.3").write_text(header.write([h.page for h in headers], date))
+        (manual / f"{header.page}.3").write_text(header.write(pages, date))
     (manual / "qal.7").write_text(overview(template, headers, by_name))
 
 

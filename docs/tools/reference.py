@@ -1,49 +1,25 @@
 #!/usr/bin/env python3
 """Finishes Doxygen's pages: what to include and to link on each header's page, a link wherever the
-text names a function and none to files that are not there, and the entries of docs/search.js.
+text names a function and none to files that are not there, and what docs/search.js searches. Ends
+with 1 and the words when a document's code or headings are not on its page as they were written.
 
 usage: reference.py XML_DIRECTORY HTML_DIRECTORY
 """
 import html
-import json
 import pathlib
 import re
 import sys
 import xml.etree.ElementTree as ET
 
-from mdoc import plain
+import search_index
+from mdoc import plain, squeeze
+from search_index import address
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 TOKEN = re.compile(r"<!--.*?-->|<[^>]+>|[^<]+", re.S)
 UNLINKED = re.compile(r'<(a|head|script|h\d)\b|<(td) class="(?:memname|memItem\w+)"|<(div) class="title"')
 LINK = re.compile(r'<a href="([^"#:]+)">(.*?)</a>')
 WORD = re.compile(r"(?<![\w/.])[A-Za-z_]\w+(?:\(\))?(?!\.\w)")
-
-
-def address(node):
-    """Where Doxygen puts it: a page, or a member within a page."""
-    page, member = re.fullmatch(r"(.*?)(?:_1(a[0-9a-f]{32,}))?", node.get("refid") or node.get("id")).groups()
-    return page.replace("indexpage", "index") + ".html" + (f"#{member}" if member else "")
-
-
-def sentence(node):
-    return plain(node.find("briefdescription"))
-
-
-def entries(compound):
-    """(kind, name, page, sentence) of what a page describes, and of the page itself."""
-    name = compound.findtext("title") or compound.find("location").get("file", "")
-    if compound.get("kind") in ("struct", "class"):
-        name = compound.findtext("compoundname")
-    yield compound.get("kind"), name, address(compound), sentence(compound)
-    for member in compound.iter("memberdef"):
-        if member.get("prot") != "private" and "@" not in member.findtext("name"):
-            yield member.get("kind"), member.findtext("name"), address(member), sentence(member)
-        for value in member.iter("enumvalue"):
-            yield "value", value.findtext("name"), address(value), sentence(value)
-
-
-def is_public(kind, name):
-    return kind != "dir" and not (kind == "file" and name.endswith((".md", ".dox")))
 
 
 def linked(text, pages):
@@ -90,18 +66,31 @@ def begin_page(compound, pages):
     page.write_text(titled.replace(contents, contents + use(header), 1))
 
 
+def lost(document, pages):
+    """The headings of the document, and what stands between backticks, that are not on its page."""
+    source = ROOT / document.find("location").get("file")
+    prose = re.sub(r"^```.*?^```", "", source.read_text(), flags=re.S | re.M)
+    shown = squeeze(html.unescape(re.sub("<[^>]+>", "", (pages / address(document)).read_text())))
+    code = [code for code in re.findall("`([^`]+)`", prose) if squeeze(code) not in shown]
+    titles = [plain(title) for title in document.iter("title")]
+    headings = [heading for heading in re.findall("^##+ (.*)$", prose, re.M) if heading not in titles]
+    return [f"{source.name}: {text}" for text in code + headings]
+
+
 def main(xml, pages):
     files = [entry.get("refid") for entry in ET.parse(xml / "index.xml").iter("compound")]
     compounds = [ET.parse(xml / f"{refid}.xml").find("compounddef") for refid in files]
-    found = [entry for compound in compounds for entry in entries(compound) if is_public(*entry[:2])]
-    listed = json.dumps([entry[1:] for entry in found], separators=(",", ":"))
-    (pages / "search" / "searchdata.js").write_text(f"const searchEntries = {listed};\n")
+    found = search_index.entries(compounds)
+    search_index.write(pages / "search" / "searchdata.js", found)
     for compound in compounds:
         if compound.get("kind") == "file" and compound.find("location").get("file").endswith((".h", ".hpp")):
             begin_page(compound, pages)
-    functions = {name: html.escape(page) for kind, name, page, _ in found if kind == "function"}
+    functions = {name: html.escape(page) for kind, name, page, *_ in found if kind == "function"}
     for page in pages.glob("*.html"):
         page.write_text(with_links(without_dead_links(page.read_text(), pages), functions))
+    documents = [compound for compound in compounds if compound.get("kind") == "page"]
+    if missing := [text for document in documents for text in lost(document, pages)]:
+        sys.exit("\n".join(["Doxygen has changed:", *missing]))
 
 
 if __name__ == "__main__":
