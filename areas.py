@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
 """The areas of this project, as areas.json has them: each with its headers, sources and tests, named
-once. The build, the measurements and the table in the documents read them from there.
+once. The build, the measurements and the table of headers in the documents read them from there.
 
 usage: areas.py check      whether every file named there exists, and every file is named there; and
                            whether all that headers export is in the list of exports and in the test
                            of the surface, and each enumerator in the latter
        areas.py names KEY  what the entries have under the key, a line each
-       areas.py table      writes the table of areas into docs/index.md
+       areas.py table      writes the table of headers into docs/index.md
 
 An entry holds
-  holds       what the area is about, as the table says it
+  holds       what the area is about
   headers     the public headers, below include/
   sources     the files that are compiled into the product
   critical    those of them, or headers beside them, of which every branch is to be tested
@@ -123,20 +123,21 @@ def check():
     return not wrong
 
 
-def row(*cells):
-    return f"| {' | '.join(cells)} |"
+def sentence_of(header):
+    """The first sentence of the header's comment."""
+    comment = re.match(r"/\*\* @file\n(.*?)\*/", (ROOT / "include" / header).read_text(), re.S).group(1)
+    return re.match(r".*?\.(?= |$)", " ".join(re.sub(r"^ \*", "", comment, flags=re.M).split())).group()
 
 
 def table():
-    yield row("area", "header")
-    yield row("---", "---")
-    for area in AREAS.values():
-        if area["headers"]:
-            yield row(area["holds"], ", ".join(area["headers"]))
+    yield "| header | what it is for |"
+    yield "| --- | --- |"
+    for header in all_of("headers"):
+        yield f"| {header} | {sentence_of(header)} |"
 
 
 def write_table():
-    begins, ends = "<!-- areas, by ./run docs -->\n", "<!-- end of areas -->\n"
+    begins, ends = "<!-- headers, by ./run docs -->\n", "<!-- end of headers -->\n"
     file = ROOT / "docs" / "index.md"
     before, _, rest = file.read_text().partition(begins)
     _, _, after = rest.partition(ends)
