@@ -37,7 +37,7 @@
  *  entry, "dir/".
  *
  *  A file is what qal_dir_list() (qal/dir_list.h) counts as one: a regular file, a FIFO, a
- * character device, or a link to one of these.
+ *  character device, or a link to one of these.
  *
  *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
  *                  a leading "~" for a home, but the paths begin with `dir` as it is.
