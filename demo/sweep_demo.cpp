@@ -47,7 +47,7 @@ class Demo {
     for (const auto &row : rows_) all = print(row) && all;
     std::printf("\nkalmora-sweep ended with exit status %d and printed %zu bytes.\n",
                 WEXITSTATUS(result.status), result.out.size() + result.err.size());
-    std::printf(all && silent ? "Every record was settled as it should be.\n"
+    std::printf(all && silent ? "Every record is as it should be.\n"
                               : "SOMETHING IS NOT AS IT SHOULD BE.\n");
     return all && silent ? 0 : 1;
   }

@@ -37,7 +37,8 @@ function placesIn([name, page, sentence, text], words) {
 }
 
 function matches(query) {
-  const words = query.toLowerCase().split(/\W+/).filter(Boolean).map(formsOf);
+  const asked = query.toLowerCase().split(/\W+/).filter((word) => word && !searchWords[""].includes(word));
+  const words = asked.map(formsOf);
   const holds = (text) => words.every((forms) => placeOf(forms, text) < Infinity);
   const ranked = [[], [], [], []];
   for (const entry of words.length ? searchEntries : []) {

@@ -139,24 +139,28 @@ enum {
 /** Removes a directory, on request with everything in it.
  *
  *  The recursive removal takes each backslash in `path` for a slash. In each directory the files,
- *  hidden ones too, go before the subdirectories. It stops at the first failure; what is gone by
- *  then stays gone. It never reaches outside the directory. It fails when it meets
- *    - a link to a directory, or one that leads nowhere;
- *    - a socket or a block device;
- *    - a name that holds a backslash or is longer than 255 bytes;
- *    - an entry whose path, counted from the start of `path`, needs more than 1023 bytes;
- *    - a directory that is moved elsewhere meanwhile.
+ *  hidden ones too, go before the subdirectories, each in the system's order. Of a link to a
+ *  regular file, a FIFO or a character device the link goes and the other stays. It never reaches
+ *  outside the directory. It stops at the first failure, and what is gone by then stays gone. It
+ *  fails
+ *    - at a name that holds a backslash;
+ *    - at a socket, a block device, or a link to one of these or to a directory; they come among
+ *      the subdirectories;
+ *    - at the end of a directory in which something is passed over: a link that leads nowhere, a
+ *      name longer than 255 bytes, an entry whose path, counted from the start of `path`, needs
+ *      more than 1023 bytes;
+ *    - when a directory is moved elsewhere meanwhile.
  *
- *  Links: when `path` itself is a link of any kind, the call fails, recursive or not, and the link
- *  stays, as does what it leads to. (Not recursive and with a slash behind the link, the platform's
+ *  When `path` itself is a link of any kind, the call fails, recursive or not, and the link stays,
+ *  as does what it leads to. (Not recursive and with a slash behind the link, the platform's
  *  `rmdir` decides; on Linux it fails.) Links before the last component are followed: they are part
- *  of the name. In the tree, a link to a file is removed and the file stays; a link to a directory,
- *  or one that leads nowhere, stays and makes the call fail, after what came before it is gone.
+ *  of the name. A directory that holds a link is not empty, so only the recursive removal can
+ *  remove it.
  *
  *  The call fails, with nothing removed, when the last component of `path` is "." or ".." (a
- *  directory "foo." can be removed), when `path` is "/" or empty and, if recursive, when it has more
- *  than 1022 bytes with its trailing slashes. The recursive removal opens two directories at a time,
- *  however deep the tree is.
+ *  directory "foo." can be removed), when `path` is "/" or empty and, if recursive, when it has
+ *  more than 1022 bytes with its trailing slashes. The recursive removal opens two directories at a
+ *  time, however deep the tree is.
  *
  *  @param path       the directory; trailing slashes are allowed.
  *  @param recursive  QAL_RMDIR_RECURSIVE; with any other value the directory must be empty.

@@ -22,7 +22,7 @@
  *  once; threads that share a table need a lock of their own. A std::thread, a pthread or a thread
  *  of another library must not use tables: it shares index 0 with the main thread, and two threads
  *  of one index corrupt a table's pool, often without an immediate crash. thread.h says what to do
- *  instead.
+ *  instead, and how one lock lets them.
  *
  *  Source: utils/libsrc/qal_hash.cpp, qal_hash_pairs.cpp. */
 #ifndef QAL_HASH_H

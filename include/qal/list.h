@@ -20,7 +20,7 @@
  *  qal_thread_create() (thread.h) may use lists of one pool at once. A std::thread, a pthread or a
  *  thread of another library must not use lists: it shares index 0 with the main thread, and two
  *  threads of one index corrupt the pool, often without an immediate crash. thread.h says what to
- *  do instead.
+ *  do instead, and how one lock lets them.
  *
  *  Source: utils/libsrc/qal_list.cpp, qal_list_inline.c. */
 #ifndef QAL_LIST_H

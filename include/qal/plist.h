@@ -16,7 +16,7 @@
  *  qal_thread_create() (thread.h) may use lists of their own at once. A std::thread, a pthread or a
  *  thread of another library must not use lists: it shares index 0 with the main thread, and two
  *  threads of one index corrupt the pools, often without an immediate crash. thread.h says what to
- *  do instead. The pools are made and ended while no thread uses lists.
+ *  do instead, and how one lock lets them. The pools are made and ended while no thread uses lists.
  *
  *  Source: utils/libsrc/qal_plist.cpp, and qal_list_inline.c for the accessors. */
 #ifndef QAL_PLIST_H

@@ -99,7 +99,7 @@ def tests_in(output):
 def demo_and_test(newcomer):
     newcomer.bring_sources()
     shown = newcomer.run("./run demo")
-    if "Every record was settled as it should be." not in shown:
+    if "Every record is as it should be." not in shown:
         raise RuntimeError(shown)
     return tests_in(newcomer.run("./run test"))
 
