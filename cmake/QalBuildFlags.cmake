@@ -38,7 +38,7 @@ target_compile_options(
             -Wshadow
             -Wconversion
             -Wformat=2
-            $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
+            "$<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety;-Wthread-safety-negative>"
             $<$<BOOL:${QAL_WERROR}>:-Werror>
             # Nothing may rest on what memory held before: some presets choose it.
             $<$<BOOL:${QAL_AUTO_VAR_INIT}>:-ftrivial-auto-var-init=${QAL_AUTO_VAR_INIT}>

@@ -35,7 +35,7 @@ class Reduction {
   constexpr Reduction(const char *operation, const char *mutex_name) noexcept
       : operation_(operation), mutex_name_(mutex_name) {}
 
-  Number reduce(Number x, int nthreads) {
+  Number reduce(Number x, int nthreads) QAL_EXCLUDES(mutex_) {
     if (!contribute(&x, &value_, 1)) return 0;
     meet_after_contributing(nthreads);
     const Number result = value_;
@@ -44,7 +44,7 @@ class Reduction {
   }
 
   // The callers read the result in `out`, which all threads share.
-  void reduce_arrays(const Number *in, Number *out, int count, int nthreads) {
+  void reduce_arrays(const Number *in, Number *out, int count, int nthreads) QAL_EXCLUDES(mutex_) {
     if (!contribute(in, out, count)) return;
     meet_after_contributing(nthreads);
     meet_after_reading(nthreads);
@@ -53,7 +53,7 @@ class Reduction {
  private:
   // Returns false when the mutex cannot be locked: the thread has contributed nothing then, and
   // does not meet the others.
-  bool contribute(const Number *in, Number *out, int count) {
+  bool contribute(const Number *in, Number *out, int count) QAL_EXCLUDES(mutex_) {
     if (const int error = mutex_.lock(); error != 0) {
       qal_error("%s: error from locking %s %d\n", operation_, mutex_name_, error);
       return false;

@@ -75,14 +75,14 @@ int next_free_slot() QAL_REQUIRES(QalThreadsInternalMutex) {
   return no_free_slot;
 }
 
-void set_own_index(void *index) {
+void set_own_index(void *index) QAL_EXCLUDES(QalThreadsInternalMutex) {
   // The creator holds the mutex until it has filled the slot and stored the index: no routine
   // begins before that.
   const Lock lock(QalThreadsInternalMutex);
   if (self_key_made) pthread_setspecific(_qal_thread_self_key, index);
 }
 
-void *start(void *index) {
+void *start(void *index) QAL_EXCLUDES(QalThreadsInternalMutex) {
   set_own_index(index);
   const auto number = reinterpret_cast<std::intptr_t>(index);
   if (!in_table(number)) return nullptr;
@@ -95,7 +95,7 @@ void *start(void *index) {
 
 }  // namespace
 
-int qal_thread_init() {
+int qal_thread_init() QAL_EXCLUDES(QalThreadsInternalMutex) {
   {
     const Lock lock(QalThreadsInternalMutex);
     clear_table();
@@ -114,7 +114,8 @@ int qal_thread_index() { return qal::internal::thread_index(); }
 
 int qal_thread_self() { return qal::internal::thread_index(); }
 
-int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument) {
+int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument)
+    QAL_EXCLUDES(QalThreadsInternalMutex) {
   if (!index_out) return QAL_THREAD_FAILED;
   const Lock lock(QalThreadsInternalMutex);
   const int index = next_free_slot();
@@ -129,7 +130,7 @@ int qal_thread_create(int *index_out, QalThreadRoutine routine, void *argument) 
   return status;
 }
 
-int qal_thread_join(const int *index, int *result_out) {
+int qal_thread_join(const int *index, int *result_out) QAL_EXCLUDES(QalThreadsInternalMutex) {
   if (!index || !in_table(*index)) return QAL_THREAD_FAILED;
   const auto at = static_cast<std::size_t>(*index);
   ThreadSlot &slot = _qal_threads[at];
@@ -147,6 +148,10 @@ int qal_thread_cancel(const int *index) {
   return joinable[at] ? qal_thread_cancel_sys(_qal_threads[at].handle) : QAL_THREAD_FAILED;
 }
 
-void *qal_thread_start_void(void *index) { return start(index); }
+void *qal_thread_start_void(void *index) QAL_EXCLUDES(QalThreadsInternalMutex) {
+  return start(index);
+}
 
-void *qal_thread_start_int(void *index) { return start(index); }
+void *qal_thread_start_int(void *index) QAL_EXCLUDES(QalThreadsInternalMutex) {
+  return start(index);
+}

@@ -66,7 +66,7 @@ Record *find_record(std::uint64_t id) QAL_REQUIRES(mutex) {
 }
 
 // False if there is a registry already.
-bool make_registry() {
+bool make_registry() QAL_EXCLUDES(mutex) {
   const LockIfNeeded lock(mutex);
   if (uidhash) return false;
   uidhash = qal_hash_create(slot_count, records_per_chunk, sizeof(std::uint64_t), sizeof(Values),
@@ -76,11 +76,11 @@ bool make_registry() {
 
 }  // namespace
 
-int qal_uid_init() {
+int qal_uid_init() QAL_EXCLUDES(mutex) {
   return make_registry() ? qal_thread_mutex_init(&mutex.platform()) : QAL_STATUS_OK;
 }
 
-uint64_t qal_uid_new(uint64_t first, uint64_t second) {
+uint64_t qal_uid_new(uint64_t first, uint64_t second) QAL_EXCLUDES(mutex) {
   const LockIfNeeded lock(mutex);
   const std::uint64_t id = curId++;
   const Values values{first, second};
@@ -90,12 +90,12 @@ uint64_t qal_uid_new(uint64_t first, uint64_t second) {
   return id;
 }
 
-uint64_t qal_uid_next() {
+uint64_t qal_uid_next() QAL_EXCLUDES(mutex) {
   const LockIfNeeded lock(mutex);
   return curId;
 }
 
-int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
+int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) QAL_EXCLUDES(mutex) {
   const std::uint64_t key = key_of(id);
   Values values{};
   {
@@ -109,7 +109,7 @@ int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out) {
   return QAL_STATUS_OK;
 }
 
-int qal_uid_destroy(uint64_t id) {
+int qal_uid_destroy(uint64_t id) QAL_EXCLUDES(mutex) {
   const std::uint64_t key = key_of(id);
   const LockIfNeeded lock(mutex);
   if (!uidhash) return QAL_STATUS_OK;

@@ -13,6 +13,9 @@
 #endif
 #define QAL_GUARDED_BY(mutex) QAL_THREAD_ANNOTATION(guarded_by(mutex))
 #define QAL_REQUIRES(mutex) QAL_THREAD_ANNOTATION(requires_capability(mutex))
+// For what locks a mutex, and for what calls that in turn. Public functions have it where they are
+// defined, because their headers are C; calls further up in the file are not checked.
+#define QAL_EXCLUDES(mutex) QAL_REQUIRES(!mutex)
 
 namespace qal::internal {
 
@@ -26,6 +29,7 @@ class QAL_THREAD_ANNOTATION(capability("mutex")) Mutex {
   }
   int unlock() QAL_THREAD_ANNOTATION(release_capability()) { return pthread_mutex_unlock(&mutex_); }
   QalThreadMutex &platform() { return mutex_; }
+  const Mutex &operator!() const;  // for annotations alone
 
  private:
   QalThreadMutex mutex_ = PTHREAD_MUTEX_INITIALIZER;
