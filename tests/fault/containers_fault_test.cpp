@@ -999,6 +999,20 @@ TEST_F(UidFault, FindsAndRetiresIdsWhateverPartOfTheirIndexIsMissing) {
   }
 }
 
+// A node leads to 256 of them.
+TEST_F(UidFault, MakesNoMoreNodesOfTheIndexForIdsThatComeAndGo) {
+  in_new_process([] {
+    constexpr int many = 20'000;
+    qal_utils_init();
+    calls = Calls{};
+    for (int i = 0; i < many; ++i) EXPECT_EQ(qal_uid_destroy(qal_uid_new(1, 2)), 0);
+    EXPECT_LE(calls.index_node.calls, 2);
+    qal_uid_new(1, 2);  // stays
+    for (int i = 0; i < many; ++i) EXPECT_EQ(qal_uid_destroy(qal_uid_new(1, 2)), 0);
+    EXPECT_LE(calls.index_node.calls, 3);
+  });
+}
+
 TEST(UidLockFault, IsNotTakenInAProcessOfOneThread) {
   in_new_process([] {
     qal_utils_init();

@@ -10,15 +10,16 @@
 namespace qal::internal {
 
 // A tree over the digits of ids to base 256. Ids are handed out in order, so its nodes are filled
-// one after the other; one that is empty goes. It lasts as long as the process.
+// one after the other; one that is empty is kept for other ids. It lasts as long as the process.
 template <typename Record>
 class IdIndex {
  public:
   // The record of an id, or null if none is set.
   Record *find(std::uint64_t id) const {
     void *at = reaches(id) ? root_ : nullptr;
-    for (unsigned level = levels_; at && level-- > 0;) {
-      at = static_cast<Node *>(at)->below[digit(id, level)];
+    for (unsigned shift = digit_bits * levels_; at && shift > 0;) {
+      shift -= digit_bits;
+      at = static_cast<Node *>(at)->below[(id >> shift) % fan_out];
     }
     return static_cast<Record *>(at);
   }
@@ -47,12 +48,15 @@ class IdIndex {
 
   bool reaches(std::uint64_t id) const { return id >> digit_bits * levels_ == 0; }
 
-  // An empty node holds nothing but nulls, so the next one can be made of it: the newest id may
-  // come and go.
+  // An empty node holds nothing but nulls. Those that are kept hang below each other.
   Node *new_node() {
-    Node *const spare = std::exchange(spare_, nullptr);
-    return spare ? spare : static_cast<Node *>(std::calloc(1, sizeof(Node)));
+    Node *const node = spare_;
+    if (!node) return static_cast<Node *>(std::calloc(1, sizeof(Node)));
+    spare_ = static_cast<Node *>(std::exchange(node->below[0], nullptr));
+    return node;
   }
+
+  void keep(Node *node) { node->below[0] = std::exchange(spare_, node); }
 
   // Adds a level on top.
   bool grow() {
@@ -77,9 +81,9 @@ class IdIndex {
     void *&below = node->below[digit(id, levels - 1)];
     const bool was_used = below != nullptr;
     const bool is_set = set_below(below, levels - 1, id, record);
-    node->used += (below ? 1U : 0U) - (was_used ? 1U : 0U);
+    node->used = node->used + (below ? 1U : 0U) - (was_used ? 1U : 0U);
     if (node->used == 0) {
-      std::free(std::exchange(spare_, node));
+      keep(node);
       place = nullptr;
     }
     return is_set;
