@@ -80,8 +80,8 @@ Chunk *new_chunk(QalMpool &pool) {
 void *carve(const QalMpool &pool, Chunk *chunk) {
   auto *const elements = reinterpret_cast<std::byte *>(chunk + 1);
   void *next = nullptr;
-  for (std::size_t i = pool.chunk_count; i-- > 0;) {
-    next = link_free(elements + i * pool.element_size, next);
+  for (std::size_t count = pool.chunk_count; count > 0; --count) {
+    next = link_free(elements + (count - 1) * pool.element_size, next);
   }
   return next;
 }

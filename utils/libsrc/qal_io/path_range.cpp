@@ -93,8 +93,8 @@ class NumberedPath {
   }
 
   void write(std::int32_t number) {
-    for (std::size_t digit = width_; digit-- > 0; number /= 10) {
-      text_[field_ + digit] = static_cast<char>('0' + number % 10);
+    for (std::size_t digits = width_; digits > 0; --digits, number /= 10) {
+      text_[field_ + digits - 1] = static_cast<char>('0' + number % 10);
     }
   }
 
