@@ -1025,6 +1025,7 @@ TEST(UidLockFault, IsNotTakenInAProcessOfOneThread) {
     EXPECT_EQ(qal_uid_destroy(id), 0);
     EXPECT_EQ(qal_uid_next(), 3U);
     EXPECT_EQ(locks, 0);
+    calls.on_lock = nullptr;
   });
 }
 
