@@ -46,9 +46,7 @@ target_compile_options(
             -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
             -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 if(QAL_SANITIZE)
-  target_compile_options(
-    qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE} -fno-sanitize-recover=all
-                               -fno-omit-frame-pointer)
+  target_compile_options(qal_common_flags INTERFACE -fno-omit-frame-pointer)
   target_link_options(qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE})
 endif()
 if(QAL_COVERAGE)
@@ -70,6 +68,11 @@ if(NOT QAL_SANITIZE AND NOT QAL_COVERAGE AND NOT QAL_CONDITIONS)
                               $<$<NOT:$<PLATFORM_ID:Darwin>>:-fstack-clash-protection>
                               $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
 endif()
+if(QAL_SANITIZE)
+  # What is defined, but suspicious, is only reported.
+  target_compile_options(qal_build_flags INTERFACE -fsanitize=${QAL_SANITIZE}
+                                                   -fno-sanitize-recover=undefined)
+endif()
 if(QAL_CONDITIONS)
   target_compile_options(qal_build_flags INTERFACE -fprofile-instr-generate -fcoverage-mapping
                                                    -fcoverage-mcdc)
@@ -87,15 +90,13 @@ target_link_libraries(qal_test_flags INTERFACE qal_common_flags)
 # that they share. Visible, because the linker takes calls from shared libraries for wrapped ones too and
 # wants to export the wrap.
 target_compile_options(qal_test_flags INTERFACE -O0 -g1 -fPIC -fvisibility=default)
-if(QAL_SANITIZE MATCHES undefined)
-  # It is the product that must not rest on undefined behaviour; this saves a third of the time.
-  target_compile_options(qal_test_flags INTERFACE -fno-sanitize=undefined)
-endif()
-if(QAL_SANITIZE MATCHES fuzzer-no-link)
-  # The fuzzers are to be guided by the product's branches alone.
-  target_compile_options(qal_test_flags INTERFACE -fno-sanitize=fuzzer-no-link)
-endif()
-if(QAL_SANITIZE MATCHES address AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
+# It is the product that must not rest on undefined behaviour, which saves a third of the time, and whose
+# branches are to guide the fuzzers.
+string(REPLACE "," ";" test_sanitizers "${QAL_SANITIZE}")
+list(REMOVE_ITEM test_sanitizers undefined integer fuzzer-no-link)
+list(TRANSFORM test_sanitizers PREPEND -fsanitize=)
+target_compile_options(qal_test_flags INTERFACE ${test_sanitizers})
+if(QAL_SANITIZE MATCHES "address|integer" AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
   # Linked into a program, clang's runtime would call what a test puts in the place of malloc.
   execute_process(
     COMMAND ${CMAKE_CXX_COMPILER} -print-resource-dir
