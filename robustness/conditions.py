@@ -7,12 +7,11 @@ A process that is killed loses its counters, and so do those of a function that 
 import collections
 import json
 import os
-import shutil
 import subprocess
 
 import explanations
 import figures
-import unconfined
+import suite
 
 TREE = figures.BUILD / "conditions"
 COUNTERS = TREE / "counters"
@@ -20,23 +19,10 @@ LEFT_OUT = rf"{figures.REPETITIVE}|\.corpus|^examples\."  # some of them are not
 OURS = ("app/", "utils/", "cxxutils/")
 
 
-def built():
-    subprocess.run(["cmake", "--preset", "conditions", "-B", TREE], cwd=figures.ROOT, check=True,
-                   stdout=subprocess.DEVNULL)
-    return subprocess.run(["ninja", "-C", TREE, "--quiet", "tests/all", "tests/contract/all"],
-                          check=False, stdout=subprocess.DEVNULL).returncode == 0
-
-
 def run_tests():
-    """Whether all passed. Each process leaves a file of its own, whoever it belongs to."""
-    shutil.rmtree(COUNTERS, ignore_errors=True)
-    COUNTERS.mkdir(parents=True)
-    COUNTERS.chmod(0o1777)
-    done = subprocess.run(
-        ["ctest", "--test-dir", TREE, f"-j{figures.JOBS}", "--timeout", "300", "-E", LEFT_OUT, "-Q",
-         "-O", TREE / "ctest.log"], check=False, preexec_fn=unconfined.give_up_confinement,
-        env=os.environ | {"LLVM_PROFILE_FILE": str(COUNTERS / "%p-%m.profraw")})
-    return done.returncode == 0
+    """Whether all passed. Each process leaves a file of its own."""
+    counters = suite.empty_folder(COUNTERS)
+    return suite.passes("conditions", LEFT_OUT, {"LLVM_PROFILE_FILE": str(counters / "%p-%m.profraw")})
 
 
 def programs():
@@ -90,7 +76,7 @@ def measure(form):
     if form == "quick":  # the build alone takes minutes
         yield figures.not_run(name, goal)
         return
-    if not built():
+    if not suite.built("conditions", "tests/all", "tests/contract/all"):
         raise SystemExit("the build for conditions failed")
     passed = run_tests()
     taken = decisions()
@@ -101,9 +87,8 @@ def measure(form):
     for unit, decision, number in sorted(missing ^ expected):
         kind = "not shown" if (unit, decision, number) in missing else "listed, but shown or gone"
         print(f"{kind}: {unit}: condition {number} of {decision}")
-    note = "" if passed else f", tests failed, see {TREE / 'ctest.log'}"
-    yield figures.Figure(name, goal, f"{total - len(missing)} of {total}, {len(expected)} listed{note}",
-                         passed and missing == expected)
+    yield figures.Figure(name, goal, f"{total - len(missing)} of {total}, {len(expected)} listed"
+                         f"{suite.note('conditions', passed)}", passed and missing == expected)
 
 
 if __name__ == "__main__":

@@ -14,7 +14,7 @@ import tempfile
 
 import corpora
 import figures
-import unconfined
+import suite
 from figures import areas
 
 TREE = figures.BUILD / "coverage"
@@ -22,13 +22,6 @@ LINES_GOAL, BRANCHES_GOAL, CORPUS_GOAL = 99, 95, 95
 # The first fails every allocation in turn, those of the counters too.
 LEFT_OUT = rf"^every_allocation\.|{figures.REPETITIVE}"
 OURS = ("app/", "utils/", "cxxutils/")
-
-
-def built():
-    subprocess.run(["cmake", "--preset", "coverage", "-B", TREE], cwd=figures.ROOT, check=True,
-                   stdout=subprocess.DEVNULL)
-    return subprocess.run(["ninja", "-C", TREE, "--quiet"], check=False,
-                          stdout=subprocess.DEVNULL).returncode == 0
 
 
 def forget_counts():
@@ -45,12 +38,7 @@ def run_tests():
     complaints = TREE / "complaints.log"
     complaints.write_bytes(b"")
     complaints.chmod(0o666)
-    done = subprocess.run(
-        ["ctest", "--test-dir", TREE, f"-j{figures.JOBS}", "--timeout", "300", "-E", LEFT_OUT, "-Q",
-         "-O", TREE / "ctest.log"], check=False,
-        preexec_fn=unconfined.give_up_confinement,
-        env=os.environ | {"GCOV_ERROR_FILE": str(complaints)})
-    return done.returncode == 0
+    return suite.passes("coverage", LEFT_OUT, {"GCOV_ERROR_FILE": str(complaints)})
 
 
 def summary():
@@ -70,8 +58,7 @@ def test_figures():
     counted = summary()
     lines, branches = (100 * counted[f"{kind}_covered"] / counted[f"{kind}_total"]
                        for kind in ("line", "branch"))
-    note = "" if passed else f", tests failed, see {TREE / 'ctest.log'}"
-    yield figures.Figure(name, goal, f"{lines:.1f} % / {branches:.1f} %{note}",
+    yield figures.Figure(name, goal, f"{lines:.1f} % / {branches:.1f} %{suite.note('coverage', passed)}",
                          passed and lines >= LINES_GOAL and branches >= BRANCHES_GOAL)
     critical_files = areas.all_of("critical")
     critical = [file for file in counted["files"] if file["filename"] in critical_files]
@@ -136,7 +123,7 @@ def measure(form):
         yield figures.not_run("branch coverage of critical units", "100 %")
         yield figures.not_run(*corpus)
         return
-    if not built():
+    if not suite.built("coverage"):
         raise SystemExit("the coverage build failed")
     forget_counts()
     yield from test_figures()
