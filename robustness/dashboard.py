@@ -23,6 +23,7 @@ MEASUREMENTS = (
     "sanitizers",
     "valgrind",
     "memory_sanitizer",
+    "integer",
     "models",
     "schedules",
     "fuzzing",

@@ -10,7 +10,8 @@ import mutants
 HERE = figures.ROOT / "robustness"
 MUTANTS = HERE / "equivalent_mutants.txt"
 CONDITIONS = HERE / "inconclusive_conditions.txt"
-KEY_LINES = 3  # unit, line, changed line; or unit, decision, number of the condition
+WRAP_AROUNDS = HERE / "meant_wrap_arounds.txt"
+KEY_LINES = 3  # unit, line, changed line; unit, decision, number of the condition; unit, line, what happens
 
 
 def explained(file):
@@ -26,9 +27,9 @@ def outdated():
     """The explanations of what is gone."""
     made = {key: set(map(mutants.key, mutants.mutants_of(key[0]))) for key in explained(MUTANTS)}
     yield from (key for key, found in made.items() if key not in found)
-    for unit, decision, number in explained(CONDITIONS):
-        if decision not in " ".join((figures.ROOT / unit).read_text().split()):
-            yield unit, decision, number
+    for unit, text, detail in explained(CONDITIONS) | explained(WRAP_AROUNDS):
+        if " ".join(text.split()) not in " ".join((figures.ROOT / unit).read_text().split()):
+            yield unit, text, detail
 
 
 def main():
