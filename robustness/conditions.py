@@ -15,7 +15,7 @@ import suite
 
 TREE = figures.BUILD / "conditions"
 COUNTERS = TREE / "counters"
-LEFT_OUT = rf"{figures.REPETITIVE}|\.corpus|^examples\."  # some of them are not built here
+LEFT_OUT = rf"{figures.REPETITIVE}|\.corpus|^(examples|demo)\."  # some of them are not built here
 OURS = ("app/", "utils/", "cxxutils/")
 
 

@@ -42,8 +42,8 @@ static void print_record(const char *path) {
 }
 
 int main(void) {
-  const char directory[] =
-      "write_record.example"; /* a server takes the user's resource directory */
+  /* A server takes the user's resource directory. */
+  const char directory[] = "write_record.example";
   mkdir(directory, 0700);
   char path[ROOM];
   if (qal_snprintf(path, ROOM, "%s/halix_server%d.dat", directory, qal_getpid()) != 0) return 1;
