@@ -15,7 +15,7 @@
 #define QAL_REQUIRES(mutex) QAL_THREAD_ANNOTATION(requires_capability(mutex))
 // For what locks a mutex, and for what calls that in turn. Public functions have it where they are
 // defined, because their headers are C; calls further up in the file are not checked.
-#define QAL_EXCLUDES(mutex) QAL_REQUIRES(!mutex)
+#define QAL_EXCLUDES(mutex) QAL_REQUIRES(!(mutex))
 
 namespace qal::internal {
 
