@@ -38,7 +38,10 @@ def result_of(call):
 
 
 def start_of_main(trace):
-    return index_of(trace, lambda call: FIRST_CALL_OF_MAIN in call)
+    start = index_of(trace, lambda call: FIRST_CALL_OF_MAIN in call)
+    if start == len(trace):
+        raise SystemExit(f"no call of main is in the trace: none has {FIRST_CALL_OF_MAIN}")
+    return start
 
 
 def index_of(trace, accepts):
