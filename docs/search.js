@@ -7,11 +7,12 @@
 const MOST_SHOWN = 100;
 const MOST_OF_A_TEXT = 200;
 
+const everydayWords = new Map(Object.entries(searchWords));
 const sentenceOfPage = new Map(searchEntries.map(([, page, sentence]) => [page, sentence]));
 
 // A word without its ending, and what the pages say in its place.
 function formsOf(word) {
-  return [word.replace(/^(\w{4,}?)(?:ed|ing|es|e|s)$/, "$1"), ...(searchWords[word] ?? [])];
+  return [word.replace(/^(\w{4,}?)(?:ed|ing|es|e|s)$/, "$1"), ...(everydayWords.get(word) ?? [])];
 }
 
 function placeOf(forms, text) {
@@ -37,7 +38,7 @@ function placesIn([name, page, sentence, text], words) {
 }
 
 function matches(query) {
-  const asked = query.toLowerCase().split(/\W+/).filter((word) => word && !searchWords[""].includes(word));
+  const asked = query.toLowerCase().split(/\W+/).filter((word) => word && !everydayWords.get("-").includes(word));
   const words = asked.map(formsOf);
   const holds = (text) => words.every((forms) => placeOf(forms, text) < Infinity);
   const ranked = [[], [], [], []];

@@ -139,10 +139,10 @@ enum {
 /** Removes a directory, on request with everything in it.
  *
  *  The recursive removal takes each backslash in `path` for a slash. In each directory the files,
- *  hidden ones too, go before the subdirectories, each in the system's order. Of a link to a
- *  regular file, a FIFO or a character device the link goes and the other stays. It never reaches
- *  outside the directory. It stops at the first failure, and what is gone by then stays gone. It
- *  fails
+ *  hidden ones too, go before the subdirectories, each in the system's order. A link to a regular
+ *  file, a FIFO or a character device goes like a file, and what it leads to stays; what counts is
+ *  where it leads when its directory's turn comes. The removal never reaches outside the
+ *  directory. It stops at the first failure, and what is gone by then stays gone. It fails
  *    - at a name that holds a backslash;
  *    - at a socket, a block device, or a link to one of these or to a directory; they come among
  *      the subdirectories;
@@ -154,8 +154,7 @@ enum {
  *  When `path` itself is a link of any kind, the call fails, recursive or not, and the link stays,
  *  as does what it leads to. (Not recursive and with a slash behind the link, the platform's
  *  `rmdir` decides; on Linux it fails.) Links before the last component are followed: they are part
- *  of the name. A directory that holds a link is not empty, so only the recursive removal can
- *  remove it.
+ *  of the name. A directory that holds a link is not empty: not recursive, its removal fails.
  *
  *  The call fails, with nothing removed, when the last component of `path` is "." or ".." (a
  *  directory "foo." can be removed), when `path` is "/" or empty and, if recursive, when it has
