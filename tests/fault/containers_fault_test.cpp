@@ -999,6 +999,19 @@ TEST_F(UidFault, FindsAndRetiresIdsWhateverPartOfTheirIndexIsMissing) {
   }
 }
 
+TEST_F(UidFault, TakesNoOtherIdOfASlotForOneThatIsGone) {
+  in_new_process([] {
+    constexpr uint64_t slots = 1000;
+    qal_utils_init();
+    calls = Calls{};
+    calls.index_node = fail_all(ENOMEM);
+    while (qal_uid_new(0, 0) != slots + 1) continue;
+    EXPECT_EQ(qal_uid_destroy(slots + 1), 0);
+    EXPECT_EQ(qal_uid_find(slots + 1, nullptr, nullptr), 4);
+    EXPECT_EQ(qal_uid_find(1, nullptr, nullptr), 0);
+  });
+}
+
 // A node leads to 256 of them.
 TEST_F(UidFault, MakesNoMoreNodesOfTheIndexForIdsThatComeAndGo) {
   in_new_process([] {
