@@ -7,8 +7,7 @@ import struct
 
 import figures
 import sweep_world
-from figures import Figure
-from sweep_world import percent
+from figures import Figure, percent
 
 HANG_SECONDS = 5
 REPORT = struct.Struct("3L")

@@ -60,11 +60,17 @@ def result_file(form, name):
     return RESULTS / form / f"{name}.json"
 
 
+def results_of_this_commit(form, names=MEASUREMENTS):
+    files = [file for file in (result_file(form, name) for name in names) if file.exists()]
+    here = commit()
+    return [result for result in (json.loads(file.read_text()) for file in files) if result["commit"] == here]
+
+
 def measured(form, name):
     """The figures, or the reason why there are none: the others are taken all the same."""
     try:
         return list(importlib.import_module(name).measure(form))
-    except (Exception, SystemExit) as problem:  # pylint: disable=broad-except
+    except (Exception, SystemExit) as problem:
         traceback.print_exc()
         return [Figure(name, "-", f"failed: {problem}", False)]
 

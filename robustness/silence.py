@@ -2,8 +2,6 @@
 """What the tool has printed in all runs that other measurements of the same form made at this commit.
 Theirs are in the dashboard's results, so this one stands behind all that run the tool.
 """
-import json
-
 import dashboard
 import figures
 
@@ -11,9 +9,7 @@ NAME, GOAL = "bytes that the tool printed in all runs measured", "0"
 
 
 def measure(form):
-    commit = dashboard.commit()
-    results = [json.loads(file.read_text()) for file in (figures.RESULTS / form).glob("*.json")]
-    printed = [result["printed"] for result in results if result["commit"] == commit]
+    printed = [result["printed"] for result in dashboard.results_of_this_commit(form)]
     if not printed:
         yield figures.not_run(NAME, GOAL)
         return

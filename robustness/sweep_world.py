@@ -303,8 +303,3 @@ def spread(items, wanted):
     if len(items) <= wanted:
         return items
     return [items[index * (len(items) - 1) // (wanted - 1)] for index in range(wanted)]
-
-
-def percent(part, whole):
-    """Rounded down: 100 % are all."""
-    return f"{100 * part // whole} %" if whole else "nothing"

@@ -5,8 +5,7 @@ another. The live one may go without a request only when the request itself was 
 import figures
 import sweep_world
 import tracing
-from figures import Figure, not_run
-from sweep_world import percent
+from figures import Figure, not_run, percent
 
 NAME = "system-call faults (call × N × error) surviving"
 CAUSE = "failing system calls"
