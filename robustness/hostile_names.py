@@ -106,7 +106,7 @@ def sweep(entries_for, traced):
         sweep_world.run(world), [])
     after = surroundings(world)
     changed = [path for path in sorted(before | after) if before.get(path) != after.get(path)]
-    inside, stray = wrongly_treated(world, made), strays(world, trace)
+    inside, stray = wrongly_treated(world, made), strays(world, trace) if traced else []
     for problem in (*sweep_world.complaints(ended), *changed, *inside, *stray):
         sweep_world.tell(f"hostile names: {problem!r}")
     shutil.rmtree(world.root)
