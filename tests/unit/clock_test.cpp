@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 #include <qal/clock.h>
 
+#include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <type_traits>
@@ -15,8 +17,12 @@ namespace {
 
 using qal::test::in_child;
 using qal::test::LogCapture;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::Ge;
 using ::testing::IsEmpty;
+using ::testing::Le;
+using ::testing::Lt;
 
 constexpr auto stop_message = "ERROR: stop_timer: error, invalid timer number\n";
 constexpr auto print_message = "ERROR: print_timer: error, invalid timer number\n";
@@ -37,19 +43,22 @@ void hand_out(int count) {
 // Timers are never taken back, so that only a child finds the table as a process begins with it.
 void with_new_table(const std::function<void()> &body) { in_child(body); }
 
+// Not time(), which may lag behind the time of day by a tick of the clock.
+std::int64_t microseconds_now() {
+  using std::chrono::floor, std::chrono::microseconds;
+  return floor<microseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 TEST(ClockTime, LiesBetweenTwoReadingsOfThePlatform) {
-  const std::time_t before = std::time(nullptr);
+  const std::int64_t before = microseconds_now();
   QalTime now{-1, -1};
   qal_time_get(&now);
   const double seconds = qal_time_get_s();
-  // time() may lag behind the time of day by a tick of the clock.
-  const std::time_t after = std::time(nullptr) + 1;
-  EXPECT_GE(now.seconds, before);
-  EXPECT_LE(now.seconds, after);
-  EXPECT_GE(now.microseconds, 0);
-  EXPECT_LE(now.microseconds, 999999);
-  EXPECT_GE(seconds, static_cast<double>(before));
-  EXPECT_LE(seconds, static_cast<double>(after));
+  const std::int64_t after = microseconds_now();
+  EXPECT_THAT(now.microseconds, AllOf(Ge(0), Lt(1'000'000)));
+  EXPECT_THAT(now.seconds * std::int64_t{1'000'000} + now.microseconds,
+              AllOf(Ge(before), Le(after)));
+  EXPECT_THAT(std::llround(seconds * 1e6), AllOf(Ge(before), Le(after)));
 }
 
 TEST(ClockTime, HoldsTwoSigned32BitFields) {
