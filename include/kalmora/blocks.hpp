@@ -23,7 +23,8 @@
  *  @param stream  open for writing, seekable and not in append mode; null fails.
  *  @return the uncompressed size in bytes; 0 with nothing written for a size of 4 GiB or more and
  *          for null arguments; 0 with a header left in the stream when zlib does not know the level
- *          or cannot start, or when its output reaches 4 GiB.
+ *          or cannot start; 0 with a header and all that zlib gave left there when that reaches
+ *          4 GiB.
  *  @note   Write errors of the stream are not noticed: check it with ferror() or on closing. */
 std::size_t fwrite_zlib(const void *data, std::size_t size, std::size_t count, std::FILE *stream);
 

@@ -4,8 +4,8 @@
  *  The places of the installation, the user's resources and the search paths are taken from the
  *  environment once, into texts for the whole process. C++ only.
  *
- *  query_env_vars() reads these variables. One that is set to nothing counts as set, but adds
- *  nothing to a search path. TMPDIR is only checked.
+ *  query_env_vars() reads these variables. One that is set to nothing counts as set, except
+ *  TRANSPORT_DIR and LAUNCH_CONFIG_DIR. TMPDIR is only checked.
  *
  *  | variable          | goes to                           | when it is not set            |
  *  |-------------------|-----------------------------------|-------------------------------|
@@ -23,7 +23,8 @@
  *  or not at all. Only Zul_home_directory and the texts of 64 bytes are cut.
  *
  *  Errors: query_env_vars() reports the root through qal_info() (logger.h), and a TMPDIR that does
- *  not exist or is no directory. Nothing else is reported.
+ *  not exist or is no directory. When memory for the user's password entry is short the allocator
+ *  reports it (alloc.h). Nothing else is reported.
  *
  *  Threads: query_env_vars() and the first qal_zul_home() are called while the process has one
  *  thread. Afterwards every thread may read the texts, and none may write them.

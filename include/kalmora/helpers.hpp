@@ -39,12 +39,13 @@ enum {
  *  copied. This is for names that users give to programs; qal_expand_pathname() (qal/path.h) leaves
  *  backslashes alone, puts a "/" behind every home and returns a status.
  *
- *  @param name      the name; null or empty is a failure.
+ *  @param name      the name; null or empty is a failure, if there is a capacity.
  *  @param length    how many of its bytes count; more than it has means all, below 0 means 0.
  *  @param out       receives the result; null counts as no capacity. Must not overlap `name`.
  *  @param capacity  size of `out` in bytes; the result is shorter than this. Below 1 nothing is
  *                   written.
- *  @return the result's length; KALMORA_NAME_UNKNOWN for a null or empty name or an unknown user;
+ *  @return the result's length; KALMORA_NAME_UNKNOWN for a null or empty name or an unknown user
+ *          (the password database may be unreadable, or memory short);
  *          KALMORA_NAME_TOO_LONG when the result does not fit `capacity`, or home and rest together
  *          exceed 1023 bytes. On failure `out` is empty. */
 int expfnam(const char *name, int length, char *out, int capacity);
@@ -149,8 +150,9 @@ void sub_string_in_string(const char *text, const char *part, int *first, int *l
  *  multiplier 69621.
  *
  *  @param seed  the state, not null; updated. 0 is a good start, as is any other number from 0 to
- *               2^31 - 2 but two: 123495867 and 2023987780 give 0 for ever.
- *  @return a number from 0 to 1. The 64 largest of the 2^31 states round up to 1. */
+ *               2^31 - 1 but two: 123495867 and 2023987780 give 0 for ever. With any other seed the
+ *               first numbers lie anywhere.
+ *  @return a number from 0 to 1, which the 64 largest states round up to. */
 float erand0(int64_t *seed);
 
 /** Returns how far apart values that count as equal may lie: the size of the last mantissa bits.

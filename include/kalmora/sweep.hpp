@@ -40,7 +40,7 @@
  *  character device, or a link to one of these.
  *
  *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
- *                  a leading "~" for a home, but the paths begin with `dir` as it is.
+ *                  a leading "~" for a home, but the paths keep it.
  *  @param pattern  as zul_fnmatch() takes it (qal/wildcard.h), matched against names without `dir`;
  *                  a null pointer gives an empty list.
  *  @return the paths "dir/name" with every backslash turned into a slash, in the order in which the
@@ -62,7 +62,7 @@ std::vector<std::string> find_files(const char *dir, const char *pattern);
  *  may hang up while it is written to.
  *
  *  Nothing is printed or thrown. The only failures reported are those of the listing, about entries
- *  that it cannot examine (see qal/dir_list.h).
+ *  that it cannot examine and memory that is short (see qal/dir_list.h).
  *
  *  @param dir  directory, NUL-terminated; "" means "/", and null does nothing. */
 void process_directory(const char *dir);

@@ -53,7 +53,7 @@ QAL_API void qal_thread_barrier_reinit(QalThreadBarrier *b);
 /** Ends a barrier that no thread is at.
  *
  *  @param b  the barrier, whose memory stays the caller's.
- *  @return QAL_THREAD_BARRIER_OK, after which every other call on it fails until
+ *  @return QAL_THREAD_BARRIER_OK, after which arriving at it and ending it fail until
  *          qal_thread_barrier_init() makes it again; QAL_THREAD_BARRIER_FAILED when it is null or
  *          not valid, with nothing changed. */
 QAL_API int qal_thread_barrier_destroy(QalThreadBarrier *b);

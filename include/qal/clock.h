@@ -2,15 +2,15 @@
  *  The wall clock, the local date and time, and a table of stopwatches.
  *
  *  The clock is the platform's time of day: when it is set, even backwards, the times here jump
- *  with it. Dates are local time: a change of TZ takes effect with the next call, a change of the
- *  time zone's file within a second. No pointer may be null.
+ *  with it. Dates are local time: a change of TZ takes effect with the next call; when TZ is not
+ *  set, so does another time zone of the system, within a second. No pointer may be null.
  *
  *  The stopwatches ("timers") add up the running time of a phase of work. There is one table of
  *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else. A
  *  timer's number is passed by address.
  *
- *  Errors: the clock functions cannot fail. Mistakes with timers are reported through qal_error()
- *  and in no other way.
+ *  Errors: the clock functions cannot fail. Of the mistakes with timers those that a function below
+ *  says it reports go to qal_error(); the others do nothing.
  *
  *  Threads: any thread may read the clock, provided no other thread changes the environment. All
  *  threads share the timers without a lock: only one thread may ask for new ones, and no two

@@ -43,12 +43,13 @@ extern "C" {
  *  @param dir_names_out   their names, each followed by a newline, in one text.
  *  @param file_count_out  the number of files; written on success only.
  *  @param file_names_out  their names, in the same form.
- *  @param verbose         not 0: also report a directory without any entry.
+ *  @param verbose         not 0: also report a directory of which no entry can be read.
  *  @return QAL_STATUS_OK; QAL_STATUS_INVALID (a null argument, or an expanded pattern over the
- *          limit); QAL_STATUS_NOT_FOUND (no such user or directory, a directory that may not be
- *          read, or no working directory); QAL_STATUS_NO_MEMORY (an allocation failed, or reading
- *          the directory did). After a failure a text is null, or it holds what had been found
- *          and still needs `free`. When an argument for a result is null, nothing is written. */
+ *          limit); QAL_STATUS_NOT_FOUND (no such user or directory, a directory that cannot be
+ *          opened, or no working directory, whatever the reason); QAL_STATUS_NO_MEMORY (an
+ *          allocation for a result failed, or reading the directory did). After a failure a text is
+ * null, or it holds what had been found and still needs `free`. When an argument for a result is
+ * null, nothing is written. */
 QAL_API int qal_dir_list(const char *pattern, char **full_path_out, int *dir_count_out,
                          char **dir_names_out, int *file_count_out, char **file_names_out,
                          int verbose);

@@ -3,7 +3,7 @@
  *
  *  Paths are NUL-terminated text, borrowed for the call. They are handed to the operating system as
  *  they are, with no "~" expanded and, except in the recursive removal, no "\" turned into "/". A
- *  null path counts as empty and fails.
+ *  null path counts as empty and fails, where its function does not say otherwise.
  *
  *  Errors: only qal_io_chkfil() reports through the logger; the other functions are silent.
  *
@@ -58,7 +58,8 @@ enum {
  *  To find out whether a missing file can be created, it is created and removed again. It is
  *  removed only while its name means the file that was created; if that cannot be told, it stays.
  *
- *  @param path     the file; links are followed.
+ *  @param path     the file; links are followed, but nothing is created through one that leads
+ *                  nowhere: the result is then 0.
  *  @param mode     the checks. The bits other than 8 to 15 are one number: 0 is QAL_CHECK_READ, and
  *                  any other counts as QAL_CHECK_WRITE.
  *  @param verbose  QAL_CHECK_VERBOSE reports the finding through qal_error(): why the result is 0,
@@ -172,8 +173,8 @@ QAL_API int qal_file_rmdir(const char *path, int recursive);
  *  @param to     its new name.
  *  @param flags  0: the platform's `rename`, which replaces an existing `to`. QAL_RENAME_BY_COPY:
  *                `from` is copied, with QAL_COPY_KEEP_EXISTING, and removed afterwards, which also
- *                works between file systems. The copy and its name are on the disk before the
- *                source goes. Other bits are ignored.
+ *                works between file systems. Before the source goes, the copy and its name are
+ *                put on the disk, as far as the file system has that. Other bits are ignored.
  *  @return QAL_STATUS_OK; QAL_STATUS_FAILED when the platform's `rename` fails. With
  *          QAL_RENAME_BY_COPY the other results of qal_file_copy(), and QAL_STATUS_FAILED also when
  *          the copy does not reach the disk or `from` cannot be removed: the copy then stays.

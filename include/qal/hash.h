@@ -6,7 +6,7 @@
  *  to every call. A slot keeps its records in the order in which they were added, and the key is
  *  compared with one after the other, so a large table needs many slots. Keys are not unique: a
  *  record is added beside one with an equal key. All records of a table come from one list pool
- *  (list.h), so once the pool has chunks, adding and removing allocate nothing from the system.
+ *  (list.h), so adding and removing allocate from the system only when the pool needs a new chunk.
  *  QalHashPairs picks its slots itself.
  *
  *  Keys and data are copied byte by byte and need no alignment. A record's data follows its key
@@ -15,8 +15,11 @@
  *  qal_utils_init() (startup.h) comes first, because it gives threads the indices that the pools of
  *  tables go by: without it only one thread may use tables.
  *
- *  Errors: when there was no memory for a chunk, the lock of the table's pool stays held (mpool.h):
- *  removing a record, another add that needs a chunk, and destroying the table wait for ever.
+ *  Errors: when there was no memory for a chunk, the lock of its pool stays held (list.h). If it
+ * was a chunk of records, removing a record, an add that needs a chunk, and reinitialising or
+ *  destroying a table that has records wait for ever. A slot that gets its first record takes a
+ * list header; if a chunk of headers was missing, the next such slot that needs one waits for ever,
+ * and so does reinitialising or destroying a table in which any slot was used.
  *
  *  Threads: the main thread and those of qal_thread_create() (thread.h) may use different tables at
  *  once; threads that share a table need a lock of their own. A std::thread, a pthread or a thread
@@ -73,8 +76,8 @@ typedef int (*QalHashMergeFunc)(const void *dst_key, void *dst_data, void *src_d
  *  @param data_size       bytes of data per record, 0 allowed.
  *  @param remove_on_find  not 0: qal_hash_find() removes what it finds.
  *  @return the table, which qal_hash_destroy() takes back; null for an argument out of range, when
- *          the size of a record with its links does not fit 32 bits, and without memory. Nothing is
- *          then left behind. */
+ *          a record is too large for qal_list_pool_create(), and without memory. Nothing is then
+ *          left behind. */
 QAL_API QalHash *qal_hash_create(int32_t num_slots, int32_t chunk_count, int32_t key_size,
                                  int32_t data_size, uint32_t remove_on_find);
 
@@ -132,8 +135,8 @@ QAL_API int qal_hash_remove(QalHash *table, int32_t slot, const void *key, void 
  *  A slot of `dst` that has no list takes all records as they are, equal keys included. Any other
  *  slot, even one whose list is empty, takes a record if it does not hold the key yet; what this
  *  merge has put there counts too. `callback` decides about the other records, and without one they
- *  are dropped. A record for which there is no memory is lost. If it lacked a chunk, the merge
- *  waits for ever at the next record that needs one, or that `callback` removes (see Errors).
+ *  are dropped. A record for which there is no memory is lost, and the merge may wait for ever at
+ *  a later one (see Errors).
  *
  *  @param dst       the table that receives the records.
  *  @param src       the table that gives them, empty afterwards.

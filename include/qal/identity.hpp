@@ -6,8 +6,8 @@
  *
  *  A program builds one object at start, makes it current and then starts the library, which reads
  *  it from there. Names are at most 1023 bytes, the version text at most 255; longer ones are cut.
- *  A text that a function returns is the object's, not to be freed, and valid until the same
- *  function is called again or the object ends.
+ *  A text that a function returns is not to be freed. It is valid until a function is called that
+ *  makes a text, because one is made of others, or until the object ends.
  *
  *  Errors: product and component codes come from the program itself, so one that is not assigned is
  *  a programming error: asking for its name prints an assertion on standard error and ends the

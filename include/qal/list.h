@@ -12,9 +12,10 @@
  *  qal_utils_init() (startup.h) comes first, because it gives threads the indices by which they
  *  share a pool: without it only one thread may use lists.
  *
- *  Errors: when there was no memory for a chunk, the lock of the pool stays held (mpool.h): every
- *  thread that gives an element back or needs a new chunk afterwards waits for ever, so destroying
- *  a list that holds elements hangs as well.
+ *  Errors: when there was no memory for a chunk, the lock of its pool stays held (mpool.h). If it
+ *  was a chunk of elements, whoever gives one back or has used up its own waits for ever, and so
+ *  does destroying a list that has elements; if it was one of headers, destroying any list whose
+ *  header is pooled.
  *
  *  Threads: a list is used by one thread at a time; the main thread and those of
  *  qal_thread_create() (thread.h) may use lists of one pool at once. A std::thread, a pthread or a
@@ -62,8 +63,10 @@ typedef int (*QalListCompare)(const void *earlier, const void *later);
 
 /** Makes a list pool.
  *
- *  @param element_size     payload bytes, 0 allowed; with the links it must fit 32 bits.
- *  @param chunk_count      elements to carve at a time; with 0 no element can be made.
+ *  @param element_size     payload bytes, 0 allowed; with the links, and raised to a multiple of 8,
+ *                          it must fit 32 bits.
+ *  @param chunk_count      elements to carve at a time; with 0, or when they would need 4 GiB or
+ *                          more, no element can be made.
  *  @param use_header_pool  not 0: list headers are pooled as well, 20 at a time.
  *  @return the pool, which qal_list_pool_destroy() takes back; null without memory or when the size
  *          does not fit: nothing is then left behind. */
@@ -80,8 +83,8 @@ QAL_API void qal_list_pool_destroy(QalListPool **pool_address);
 /** Makes an empty list.
  *
  *  @param pool  where the list and its elements come from; it must outlive the list.
- *  @return the list, which qal_list_destroy() takes back; null for a null pool and without memory.
- */
+ *  @return the list, which qal_list_destroy() takes back; null for a null pool, without memory, and
+ * for a pooled header where qal_mpool_alloc() gives null. */
 QAL_API QalList *qal_list_create(QalListPool *pool);
 
 /** Gives a list and its elements back.

@@ -3,10 +3,12 @@
  *
  *  The logger owns no stream. Lines go to the callbacks that a host passes to qal_logger_init();
  *  until it does, every level is silent and a call costs one comparison. A line has at most 8191
- *  bytes, a longer one is cut; it is composed on the caller's stack. The logger allocates nothing,
- *  but a time stamp may have the C library read a time zone. A level adds its marker but no line
- *  end: that is part of the format. Formats must not be null. When the arguments cannot be
- *  converted, the line is its marker alone. Logging leaves `errno` as it was.
+ *  bytes, a longer one is cut; it is composed on the caller's stack. The logger itself allocates
+ *  nothing, but the platform may: for an unusual conversion, a stream's buffer or a time zone. A
+ *  level adds its marker but no line end: that is part of the format. Formats must not be null and
+ *  must not hold "%n", at which a C library that checks may end the process. When the arguments
+ *  cannot be converted, the line is its time stamp and marker alone. Logging leaves `errno` as it
+ *  was.
  *
  *  Threads: any thread may log. The settings (qal_logger_init(), qal_logger_done(),
  *  qal_logger_time_stamp(), _qal_logger_set_file(), Verbose_level) are made while no other thread
@@ -97,7 +99,7 @@ QAL_API void qal_log(const char *format, ...) QAL_PRINTF(1, 2);
  *  @param format  as for qal_info(), but not read. */
 QAL_API void qal_debug(const char *format, ...) QAL_PRINTF(1, 2);
 
-/** Does nothing. A breakpoint here stops at failures of the thread layer. */
+/** Does nothing. A breakpoint here stops where thread.h says so. */
 QAL_API void qal_stop_here(void);
 
 /** Writes a text to a standard stream and to the copy file: the ready-made callback.
@@ -138,7 +140,7 @@ QAL_API void update_windows_console(int state);
  *
  *  @param out        receives the text and its terminator; caller-owned. There is no bound: the
  *                    caller provides the room. It is the empty text when the arguments cannot be
- *                    converted.
+ *                    converted, or give 2 GiB or more.
  *  @param format     as printf takes it; on macOS the object placeholder "%@" too; borrowed.
  *  @param arguments  the format's arguments; indeterminate afterwards, as after vprintf. */
 QAL_API void nsstring_vsprintf(char *out, const char *format, va_list arguments) QAL_PRINTF(2, 0);

@@ -44,10 +44,10 @@ enum {
  *
  *  The bytes : * ? " < > | are illegal in names; a ":" in second place ends a drive and stays.
  *  Compacting removes "." pieces, a ".." piece together with the piece before it, and repeated
- *  separators. Only pieces that a separator follows are removed, so a last "." or ".." stays; so
- *  does a ".." without a separator before it ("a/../b"). Two leading separators stay, three and
- *  more become two. It is a single pass, so compacting twice can give more than once: "a/x//../b"
- *  becomes "a/x/../b".
+ *  separators. Only pieces between two separators are removed, so a first or a last "." or ".."
+ *  stays, and so does a ".." behind a first piece ("a/../b"). Two leading separators stay, three
+ *  and more become two. It is a single pass, so compacting twice can give more than once:
+ *  "a/x//../b" becomes "a/x/../b".
  *
  *  @param path   converted in place, never made longer; null is allowed and left alone.
  *  @param flags  the settings above. The bits other than 8 to 15 are one number: 2 is
@@ -81,8 +81,8 @@ QAL_API int qal_get_norm_path(const char *path, char *out, int out_size);
  *
  *  The separator is the backslash if the path holds one, else the slash.
  *
- *  @param path  changed in place: trailing separators are removed and the text is cut at the last
- *               separator left. Null is allowed.
+ *  @param path  changed in place: trailing separators are removed, and where the result is `path`
+ *               the text is cut at the last separator left. Null is allowed.
  *  @return `path`, or a text that the library owns: "." for a null, empty or blank (" ") path and
  *          where no separator is left; the separator alone where only the first byte is one; two
  *          backslashes where the last backslash is the second byte, whatever the first one is. A
@@ -174,16 +174,16 @@ enum {
  *  @param template_path  at most 1023 bytes; borrowed.
  *  @param first  in: the number to begin with, or QAL_RANGE_OPEN for the smallest that has a file.
  *                Out: the number begun with.
- *  @param last   in: the last number to open, or QAL_RANGE_OPEN to go on to the first missing
- *                file. Out: the last number before the first missing file, which is `*first` - 1
- *                when that has no file. When no file is missing: the number that was passed in, or
- *                10 to the power of the field's width for QAL_RANGE_OPEN.
+ *  @param last   in: the last number to open after `*first`, or QAL_RANGE_OPEN to go on to the
+ *                first missing file. Out: the last number before the first missing file, which is
+ * `*first` - 1 when that has no file. When no file is missing: the number that was passed in, or 10
+ * to the power of the field's width for QAL_RANGE_OPEN.
  *  @return QAL_STATUS_OK; or QAL_STATUS_INVALID for a null argument, for a template that is too
  *          long or has no "#" or too wide a field, when QAL_RANGE_OPEN finds no file to begin with,
  *          and when `*first` is INT32_MIN. On failure both numbers are untouched.
  *  @note   Opens each file of the run. The smallest number is looked for in the directory when the
- *          field is in the template's last component, else by opening one number after the other.
- */
+ *          field is in the template's last component, so that a file which the directory does not
+ *          list under this very name is not found; else by opening one number after the other. */
 QAL_API int qal_valid_pathname_range(const char *template_path, int32_t *first, int32_t *last);
 
 /** Replaces a leading "~" or "~name" by the home directory of the current or the named user.

@@ -2,9 +2,8 @@
  *  Shell commands whose input or output the caller holds as a stream.
  *
  *  The streams are the caller's. Other programs do not inherit their descriptors: a command has the
- *  pipe that it is started with and none of the others of this library. Where the system's popen
- *  cannot open a stream so (macOS), a command that another thread starts during qal_pipe_popen()
- *  may inherit it.
+ *  pipe that it is started with and none of the others of this library. Where the system cannot
+ *  open a pipe so (macOS), a command that another thread starts in the same moment may inherit it.
  *
  *  Threads: any thread may start commands. A stream is used by one thread at a time.
  *

@@ -3,14 +3,14 @@
  *
  *  A list never owns what its nodes point to. qal_utils_init() (startup.h) comes first, because it
  *  makes the pools and gives threads the indices by which they share them; qal_utils_done() ends
- *  the pools. Before and after that no list or node can be made.
+ *  the pools. Without pools no list or node can be made.
  *
  *  Linking cannot fail. It does nothing when an argument is null. A node is in one list at most:
  *  what is linked in must come from qal_plist_alloc(), qal_plist_pop() or qal_plist_remove().
  *
- *  Errors: when there was no memory for a chunk, the lock of the pool stays held (mpool.h): every
- *  thread that gives a node back or needs a new chunk afterwards waits for ever, so destroying a
- *  list hangs as well.
+ *  Errors: when there was no memory for a chunk, the lock of its pool stays held (mpool.h). If it
+ *  was a chunk of nodes, whoever gives a node back or has used up its own waits for ever, and so
+ *  does destroying a list that has nodes; if it was one of headers, destroying any list.
  *
  *  Threads: a list is used by one thread at a time; the main thread and those of
  *  qal_thread_create() (thread.h) may use lists of their own at once. A std::thread, a pthread or a
@@ -68,8 +68,8 @@ QAL_API int qal_plist_pool_destroy(void);
 
 /** Makes an empty list.
  *
- *  @return the list, to be given back with qal_plist_destroy(); null without pools and when memory
- *          is short. */
+ *  @return the list, to be given back with qal_plist_destroy(); null where qal_mpool_alloc()
+ *          gives null, and without pools. */
 QAL_API QalPlist *qal_plist_create(void);
 
 /** Gives a list and its nodes back. What the nodes point to is not touched.
@@ -81,7 +81,7 @@ QAL_API void qal_plist_destroy(QalPlist **list_address);
 /** Makes a node.
  *
  *  @return the node, its fields null, to be linked into a list or given back with
- *          qal_plist_free(); null without pools and when memory is short. */
+ *          qal_plist_free(); null where qal_mpool_alloc() gives null, and without pools. */
 QAL_API QalPlistNode *qal_plist_alloc(void);
 
 /** Gives a node that is in no list back.

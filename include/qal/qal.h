@@ -8,8 +8,9 @@
  *  2. Text is NUL-terminated bytes in buffers that the caller owns. A size is in bytes and counts
  *     the terminator. Each function says what happens to a text that does not fit: some cut it,
  *     most leave it out. A path is never cut, except where its function or variable says so:
- *     qal_get_norm_path() (path.h) in a single byte, Zul_home_directory
- *     (kalmora/directories.hpp) and the two directories of 64 bytes beside it.
+ *     qal_get_norm_path() (path.h) in a single byte, the program's path of an identity
+ *     (identity.hpp), Zul_home_directory (kalmora/directories.hpp) and the two directories of 64
+ *     bytes beside it.
  *  3. A null result means that there is nothing. An argument may be null only where its function
  *     says so.
  *  4. Memory that a function hands over is released with the C library's free(), unless a

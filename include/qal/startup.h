@@ -44,8 +44,8 @@ QAL_API int qal_utils_set_cachedir(const char *path);
 
 /** Returns the cache directory.
  *
- *  @return the stored text, valid until the directory is set again or the library is shut down;
- *          borrowed, not to be freed. Null when no directory is set. */
+ *  @return the stored text, valid until the directory is set again or the library is started or
+ *          shut down; borrowed, not to be freed. Null when no directory is set. */
 QAL_API const char *qal_utils_get_cachedir(void);
 
 #ifdef __cplusplus

@@ -71,8 +71,8 @@ QAL_API int qal_endian(void);
 
 /** Copies the login name of the real user.
  *
- *  @param dst   receives the name, or "notfound" for a user without a password entry; always
- *               terminated, and a longer name is cut.
+ *  @param dst   receives the name, or "notfound" when no password entry can be had, which the
+ *               allocator reports if memory is short; always terminated, and a longer name is cut.
  *  @param size  bytes of `dst`; below 1 nothing is written.
  *  @return QAL_STATUS_OK, always. */
 QAL_API int qal_username(char *dst, int size);
@@ -121,7 +121,7 @@ enum {
 
 /** Probes for a process. The result is the opposite of what the name suggests.
  *
- *  @param pid  a process id; 0 and negative ids mean process groups, as they do to kill().
+ *  @param pid  a process id; 0 and negative ids mean what they mean to kill().
  *  @return QAL_PID_GONE when no such process exists; QAL_PID_EXISTS when it exists, a zombie
  *          included, and when the probe fails for another reason, such as a process of another
  *          user. */
@@ -140,7 +140,7 @@ enum {
  *  @param minor  receives the second number, or QAL_OSX_VER_NOT_KNOWN; both numbers are found or
  *                neither is. A number that an `int` cannot hold becomes the nearest that it can.
  *  @return QAL_OSX_VER_FOUND; or QAL_OSX_VER_NOT_KNOWN when the tool cannot be started or its
- *          output holds no version: one line on standard error then says which. */
+ *          output holds no version: standard error then says which, and quotes the output. */
 QAL_API int qal_get_osx_ver(char *name, int *major, int *minor);
 
 #ifdef __cplusplus

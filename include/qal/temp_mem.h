@@ -2,10 +2,10 @@
  *  Scratch memory that is kept after use: for code that needs a large work buffer again and again.
  *
  *  A block is handed out by qal_temp_mem_alloc() and given back with qal_temp_mem_release(), which
- *  keeps it; only the three free functions return memory to the system. A new block has at least
- *  100 bytes. An idle one is handed out whole, however small the request, unless it is larger than
- *  1,000,000 bytes and more than four times the request. Blocks are aligned for every standard
- *  type, as those of malloc() are: to 16 bytes on 64-bit systems.
+ *  keeps it for the next request; the three free functions return it to the system. A new block has
+ * at least 100 bytes. An idle one is handed out whole, however small the request, unless it is
+ * larger than 1,000,000 bytes and more than four times the request. Blocks are aligned for every
+ * standard type, as those of malloc() are: to 16 bytes on 64-bit systems.
  *
  *  Every call walks a list, so the cost grows with the number of blocks: keep them few and large.
  *
@@ -43,7 +43,8 @@ extern QAL_API QalTempSegment *Tmem_Avail;
  *
  *  @param size  bytes; less than 100, also zero and below, counts as 100.
  *  @return the block, its content indeterminate; not to be freed with free(). Null when memory is
- *          short: both lists are as before, and a record made for the block is lost. */
+ *          short: both lists are as before, and a record made for the block is lost. Null also when
+ *          it takes a record without a block, see qal_temp_mem_resize(). */
 QAL_API void *qal_temp_mem_alloc(int64_t size);
 
 /** Results of qal_temp_mem_release() and of the functions that free. */
@@ -65,9 +66,9 @@ QAL_API int qal_temp_mem_release(void *ptr);
  *  @param size  bytes; a block that grows gets exactly this size, any other stays as it is.
  *  @return the block, which may have moved, with its content. Null when no block that is handed out
  *          has this address: nothing changes then. Null also when memory is short: the old block is
- *          lost then, and its record stays in Tmem_InUse, with a null block, until
- *          qal_temp_mem_free() is called with null. Do not release such a record: it would be
- *          handed out again, still without a block. */
+ *          lost then, and its record stays in Tmem_InUse with a null block. Free such a record with
+ *          qal_temp_mem_free(), given null, and do not release it: it would be handed out again,
+ *          still without a block. */
 QAL_API void *qal_temp_mem_resize(void *ptr, int64_t size);
 
 /** Frees a block, handed out or released.

@@ -4,7 +4,7 @@
  *
  *  Every text is a string of bytes that ends with a NUL and belongs to the caller. A pointer may be
  *  null only where its function says so. Sizes count bytes and include the terminator. Nothing here
- *  allocates.
+ *  allocates, but the C library may for an unusual conversion of qal_snprintf().
  *
  *  The platform's classes, upper case and lower case are those of the locale that the program has
  *  set; the library itself never sets one.

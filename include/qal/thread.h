@@ -15,9 +15,9 @@
  *  threads are in a pool at once then. All else is as thread-safe for such a thread as for others.
  *
  *  Errors: a null pointer gives QAL_THREAD_FAILED and changes nothing, where it is not allowed.
- *  When the platform fails a lock, unlock, wait, signal, broadcast or semaphore operation,
- *  qal_stop_here() (logger.h) is called before QAL_THREAD_FAILED is returned: set a breakpoint
- *  there.
+ *  When the platform fails a lock, unlock, wait, signal or broadcast, also one of a semaphore's
+ *  wait or release, qal_stop_here() (logger.h) is called before QAL_THREAD_FAILED is returned: set
+ *  a breakpoint there.
  *
  *  Threads: qal_utils_init() (startup.h) sets the layer up. Mutexes, conditions and semaphores may
  *  be used before that. Afterwards any thread may call any function, with these exceptions:
@@ -56,7 +56,7 @@ typedef int (*QalThreadRoutine)(void *argument);
 
 /** A counting semaphore. The fields are for debuggers; use the functions. */
 typedef struct QalThreadSema {
-  int32_t count;           /**< permits left; below zero, how many threads are owed one */
+  int32_t count;           /**< permits left; below zero, how many releases are missing */
   int32_t waiters;         /**< threads blocked in qal_thread_sema_wait() */
   QalThreadMutex mutex;    /**< guards the counts */
   QalThreadCond condition; /**< wakes the waiters */
@@ -68,11 +68,13 @@ typedef struct QalThreadSema {
 /** Sets the thread table up and makes the calling thread the main thread, index 0.
  *
  *  For the start-up of a process, while no other thread runs. Threads that were started before lose
- *  their index; they can still be joined as long as it is not handed out again.
+ *  their index; they can still be joined, with 0 for a result, as long as it is not handed out
+ *  again.
  *
- *  @return QAL_THREAD_OK, also when the platform has no key left for the indices: every thread then
- *          has index 0. What qal_thread_init_sys() returned, when that is not QAL_THREAD_OK: the
- *          key is then not made and no thread should be created. */
+ *  @return QAL_THREAD_OK, also when the platform has no key left for the indices: after a first
+ *          start every thread then has index 0, after a further one the old key stays. What
+ * qal_thread_init_sys() returned, when that is not QAL_THREAD_OK: the key is then not made and no
+ * thread should be created. */
 QAL_API int qal_thread_init(void);
 
 /** Does the platform's part of qal_thread_init(): on the platforms of today nothing. A program may
@@ -94,9 +96,10 @@ enum {
 
 /** Returns the calling thread's index.
  *
- *  @return 1 to 2047 in a thread of qal_thread_create(), in any other QAL_THREAD_MAIN_INDEX.
- *          Threads that have it without being the main thread must not use what is kept for each
- *          index, above all the memory pools: they corrupt it. */
+ *  @return 1 to 2047 in a thread of qal_thread_create(), the number that it was started with in one
+ *          of qal_thread_create_sys(), in any other QAL_THREAD_MAIN_INDEX. Threads that have this
+ * without being the main thread must not use what is kept for each index, above all the memory
+ * pools: they corrupt it. */
 QAL_API int qal_thread_self(void);
 
 /** Returns the calling thread's index: the same as qal_thread_self().
@@ -134,7 +137,8 @@ QAL_API int qal_thread_create(int *index_out, QalThreadRoutine routine, void *ar
  *                     index; 0 when the index was never handed out.
  *  @return QAL_THREAD_OK; or QAL_THREAD_FAILED for a null `index` or one outside the table, with
  *          nothing stored, and for a slot without a thread to wait for: the result is still stored
- *          and the slot freed, except slot 0, the main thread's.
+ *          and the slot freed, except slot 0, the main thread's. The same holds when the platform
+ *          fails.
  *  @note One thread joins an index, once. What the thread wrote before its end is visible to the
  *        caller afterwards. */
 QAL_API int qal_thread_join(const int *index, int *result_out);
@@ -144,7 +148,8 @@ QAL_API int qal_thread_join(const int *index, int *result_out);
  *
  *  @param index  the thread's index, by address; borrowed.
  *  @return QAL_THREAD_OK, which does not say that the thread has ended; or QAL_THREAD_FAILED for a
- *          null `index` or one outside the table, and for a slot without a thread. */
+ *          null `index` or one outside the table, for a slot without a thread, and when the
+ *          platform fails. */
 QAL_API int qal_thread_cancel(const int *index);
 
 /** Starts a platform thread for qal_thread_create(): one with a stack of 2 MiB that runs

@@ -6,7 +6,8 @@
  *  because it makes the registry: without one ids are handed out but none is found.
  *
  *  Errors: when there was no memory for a chunk of records, the lock of their pool stays held
- *  (mpool.h) and with it the registry's: every later call of any thread waits for ever.
+ *  (mpool.h). The next id that needs a chunk, and the next registered one that is retired, wait for
+ *  it for ever and hold the registry's lock, so that every later call of any thread waits too.
  *
  *  Threads: once the registry is made, any thread may call any function, also a std::thread or a
  *  pthread: the registry's lock guards the pool of its records as well.

@@ -32,9 +32,9 @@ QAL_API uint32_t qal_kalmora_symbol_to_unicode(int32_t code);
  *  @param bytes  text of at least one byte; borrowed. A further byte is read only if those before
  *                it call for it, so nothing is read past a terminating NUL.
  *  @param out    receives the decoded value. For more than one byte that is not the character's
- *                code point: only the upper payload bits of the sequence and the top two bits of
- *                its last byte count, so C3 A9 gives U+00C0. A byte that begins no whole sequence
- *                gives itself.
+ *                code point: of each byte only some upper bits count, markers among them, so C3 A9
+ *                gives 0xC0 and E0 A0 80 gives 0x2080. A byte that begins no whole sequence gives
+ *                itself.
  *  @return the bytes consumed, 1 to 4; 1 for a byte that begins no whole sequence. */
 QAL_API int qal_char_utf8_to_unicode(const unsigned char *bytes, uint32_t *out);
 

@@ -52,9 +52,10 @@ QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name)
 
 /** Matches a string, such as a path, against a pattern.
  *
- *  Apart from the flags it differs from zul_fnmatch() in three ways: a `]` right after the opening
- *  bracket or its negation closes the set at once (an empty set matches nothing, a negated one
- *  everything); ranges compare unsigned bytes; a backslash at the end of the pattern is literal.
+ *  Apart from the flags it differs from zul_fnmatch() in four ways: a string may have any length; a
+ *  `]` right after the opening bracket or its negation closes the set at once (an empty set matches
+ *  nothing, a negated one everything); ranges compare unsigned bytes; a backslash at the end of the
+ *  pattern is literal.
  *
  *  Under QAL_FNM_PERIOD a leading `.` is one at the start of the string and, together with
  *  QAL_FNM_PATHNAME, one after a `/`. The flag holds up to the first `*` that has to search for the
@@ -62,7 +63,7 @@ QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name)
  *  ASCII letters in sets, and what the locale calls letters elsewhere. Under QAL_FNM_TRAILING_SLASH
  *  a non-empty string matches if it ends where the pattern has a literal `/`, and the string "/" if
  *  it ends where the pattern has any literal; what the pattern has after that does not count. For
- *  what follows a `*` in the pattern, the string is what follows the part that the star took.
+ *  what follows a `*` that has to search, the string is what follows the part that the star took.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param string   the string, of any length; borrowed.
