@@ -59,6 +59,12 @@ using testing::IsEmpty;
 int delivered_lines = 0;
 void count_line(void *, const char *, ...) { ++delivered_lines; }
 
+// Counts as well. Its stream is the caller's variable, which must be null by then.
+void expect_null(void *variable, const char *, ...) {
+  ++delivered_lines;
+  EXPECT_EQ(*static_cast<void **>(variable), nullptr);
+}
+
 TEST(AllocMallocFault, ReportsFourLinesAndLeavesNull) {
   const LogCapture log;
   int unrelated = 0;
@@ -67,6 +73,17 @@ TEST(AllocMallocFault, ReportsFourLinesAndLeavesNull) {
   qal_malloc("my label", static_cast<void *>(&block), 4096, 77, "some/file");
   EXPECT_EQ(block, nullptr);
   EXPECT_EQ(log.lines(), allocation_report("QAL_MALLOC", 4096, 77, "some/file", "my label"));
+}
+
+TEST(AllocMallocFault, ClearsThePointerBeforeItReports) {
+  int unrelated = 0;
+  void *block = &unrelated;
+  delivered_lines = 0;
+  qal_logger_init(&block, &expect_null, nullptr, nullptr);
+  allocations = fail_nth(1, ENOMEM);
+  QAL_MALLOC("label", block, 1);
+  qal_logger_done();
+  EXPECT_EQ(delivered_lines, 4);
 }
 
 TEST(AllocMallocFault, KeepsErrno) {
@@ -184,6 +201,19 @@ TEST(AllocReallocFault, LosesTheOldBlock) {
   EXPECT_EQ(block, nullptr);
   EXPECT_STREQ(kept, "hello");
   EXPECT_EQ(log.lines(), allocation_report("QAL_REALLOC", 24, 9, "f", "my label"));
+  QAL_FREE(kept);
+}
+
+TEST(AllocReallocFault, ClearsThePointerBeforeItReports) {
+  void *block = nullptr;
+  QAL_MALLOC("label", block, 6);
+  void *const kept = block;
+  delivered_lines = 0;
+  qal_logger_init(&block, &expect_null, nullptr, nullptr);
+  allocations = fail_nth(1, ENOMEM);
+  QAL_REALLOC("label", block, 24);
+  qal_logger_done();
+  EXPECT_EQ(delivered_lines, 4);
   QAL_FREE(kept);
 }
 

@@ -210,6 +210,7 @@ TEST(UidStartFault, KeepsAnIdInTheSlotThatIsTheIdModulo1000) {
       EXPECT_EQ(std::memcmp(key, &id, 8), 0) << id;
       ASSERT_EQ(table.data_size, 16);
       EXPECT_EQ(std::memcmp(data, values, 16), 0) << id;
+      EXPECT_EQ(table.remove_on_find, 0U);
     };
     for (uint64_t id = 1; id <= 2001; ++id) EXPECT_EQ(qal_uid_new(id + 5, ~id), id);
     calls.on_add = nullptr;
@@ -744,6 +745,16 @@ TEST_F(HashFault, LeavesNothingBehindWhicheverAllocationOfTheTableFails) {
   expect_undone([] { return qal_hash_create(6, 3, 8, 4, 0); }, reports, undone);
 }
 
+TEST_F(HashFault, ChecksItsArgumentsBeforeItAllocates) {
+  const LogCapture log;
+  EXPECT_EQ(qal_hash_create(0, 3, 8, 4, 0), nullptr);
+  EXPECT_EQ(qal_hash_create(6, 0, 8, 4, 0), nullptr);
+  EXPECT_EQ(qal_hash_create(6, 3, -1, 4, 0), nullptr);
+  EXPECT_EQ(qal_hash_create(6, 3, 8, -1, 0), nullptr);
+  EXPECT_THAT(made_since(), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(HashFault, AsksForTheSlotsIn64Bits) {
   fail_at(2);
   EXPECT_EQ(qal_hash_create(INT_MAX, 1, 8, 8, 0), nullptr);
@@ -1052,6 +1063,10 @@ TEST(UidLockFault, IsTakenOnceThereIsAnotherThread) {
     EXPECT_EQ(qal_uid_next(), 2U);
     EXPECT_EQ(qal_uid_find(1, nullptr, nullptr), 0);
     EXPECT_EQ(locks, 2);
+    EXPECT_EQ(qal_uid_new(3, 4), 2U);
+    EXPECT_EQ(locks, 3);
+    EXPECT_EQ(qal_uid_destroy(1), 0);
+    EXPECT_EQ(locks, 5);  // that of the records' pool, too
     calls.on_lock = nullptr;
   });
 }

@@ -237,6 +237,44 @@ TYPED_TEST_P(Links, RemoveKeepsTheElementAndItsContentTheCallers) {
   EXPECT_THAT(elements_of(list), testing::ElementsAre(element));
 }
 
+// Deliberate: an end may have an outward link, and the element that takes its place gets it.
+TYPED_TEST_P(Links, RemoveAndInsertHandOnTheOutwardLinkOfTheStart) {
+  auto *const list = this->list_of(1);
+  auto *const other = TypeParam::first(list);
+  auto *const stale = this->kind.alloc();
+  auto *const element = this->kind.alloc();
+  TypeParam::set_links(element, stale, nullptr);
+  TypeParam::prepend(list, element);
+  TypeParam::remove(list, element);
+  EXPECT_TRUE(unlinked(element));
+  EXPECT_EQ(list->first, other);
+  EXPECT_EQ(TypeParam::prev(other), stale);
+  EXPECT_EQ(TypeParam::next(stale), other);
+  TypeParam::insert_before(list, other, element);
+  EXPECT_EQ(list->first, element);
+  EXPECT_EQ(TypeParam::prev(element), stale);
+  EXPECT_EQ(TypeParam::next(stale), element);
+}
+
+// Deliberate: an end may have an outward link, and the element that takes its place gets it.
+TYPED_TEST_P(Links, RemoveAndInsertHandOnTheOutwardLinkOfTheEnd) {
+  auto *const list = this->list_of(1);
+  auto *const other = TypeParam::last(list);
+  auto *const stale = this->kind.alloc();
+  auto *const element = this->kind.alloc();
+  TypeParam::set_links(element, nullptr, stale);
+  TypeParam::append(list, element);
+  TypeParam::remove(list, element);
+  EXPECT_TRUE(unlinked(element));
+  EXPECT_EQ(list->last, other);
+  EXPECT_EQ(TypeParam::next(other), stale);
+  EXPECT_EQ(TypeParam::prev(stale), other);
+  TypeParam::insert_after(list, other, element);
+  EXPECT_EQ(list->last, element);
+  EXPECT_EQ(TypeParam::next(element), stale);
+  EXPECT_EQ(TypeParam::prev(stale), element);
+}
+
 TYPED_TEST_P(Links, PopHandsTheFirstElementOver) {
   auto *const list = this->list_of(3);
   const auto elements = elements_of(list);
@@ -386,6 +424,7 @@ REGISTER_TYPED_TEST_SUITE_P(
     AppendLeavesBothLinksOfTheOnlyElement, InsertGoesBehindAnElementAndMovesTheEnd,
     InsertGoesBeforeAnElementAndMovesTheStart, InsertOverwritesBothLinksOfTheElement,
     RemoveMovesTheEndsAndClearsTheLinks, RemoveKeepsTheElementAndItsContentTheCallers,
+    RemoveAndInsertHandOnTheOutwardLinkOfTheStart, RemoveAndInsertHandOnTheOutwardLinkOfTheEnd,
     PopHandsTheFirstElementOver, PopEmptiesTheListWithItsOnlyElement, ConcatJoinsTwoLists,
     ConcatMovesBothEndsIntoAnEmptyList, ConcatChangesNothingForAnEmptySource,
     ConcatChangesNothingWhenAListIsJoinedToItself, LengthCountsElements, StayAsTheyAreForNull,

@@ -129,7 +129,9 @@ TEST_F(HashPairsDestroy, TakesARecordWithoutATable) {
   QalHashPairs *pairs = new_pairs().release();
   qal_hash_destroy(&pairs->table);
   qal_hash_pairs_reinit(pairs);
+  EXPECT_EQ(qal_hash_pairs_add(pairs, 1, 2, nullptr), 0);
   EXPECT_EQ(qal_hash_pairs_find(pairs, 1, 2, nullptr), 0);
+  EXPECT_EQ(qal_hash_pairs_remove(pairs, 1, 2, nullptr), 0);
   qal_hash_pairs_destroy(&pairs);
   EXPECT_EQ(pairs, nullptr);
 }

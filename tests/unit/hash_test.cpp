@@ -259,6 +259,16 @@ TEST_F(HashAdd, NeedsNoBytesOfSizeZero) {
   EXPECT_EQ(found(table, 0, nullptr), "");
 }
 
+TEST_F(HashAdd, FindsNoMemoryForChunksThatLeave32Bits) {
+  const LogCapture log;
+  Table table = new_table(1, 8, 8, 0, INT_MAX);
+  ASSERT_NE(table, nullptr);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(add(table, 0, "the key.", "the data"), 2);
+  EXPECT_NE(table->slots[0], nullptr);
+  table.reset();
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 // Deliberate: adding to no table is a success.
 TEST_F(HashAdd, SucceedsWithoutATable) {
   EXPECT_EQ(qal_hash_add(nullptr, 0, "abc", "hello"), 0);
@@ -619,16 +629,19 @@ TEST_F(HashMerge, KeepsTheDestinationsRecordForOtherVerdicts) {
 }
 
 TEST_F(HashMerge, LetsTheCallbackChangeTheData) {
-  const Table dst = new_table();
-  const Table src = new_table();
-  add(dst, 0, "abc", "dst_1");
-  add(src, 0, "abc", "src_1");
-  Verdicts verdicts{{}, [](const Arguments &arguments) {
-                      std::memcpy(arguments.dst_data, "both!", 5);
-                      return 1;
-                    }};
-  qal_hash_merge(dst.get(), src.get(), &decide, &verdicts);
-  EXPECT_THAT(records_in(dst, 0), ElementsAre(Pair("abc", "both!")));
+  for (const int verdict : {1, 2}) {
+    const Table dst = new_table();
+    const Table src = new_table();
+    add(dst, 0, "abc", "dst_1");
+    add(src, 0, "abc", "src_1");
+    Verdicts verdicts{{}, [verdict](const Arguments &arguments) {
+                        std::memcpy(arguments.dst_data, "dst_2", 5);
+                        std::memcpy(arguments.src_data, "src_2", 5);
+                        return verdict;
+                      }};
+    qal_hash_merge(dst.get(), src.get(), &decide, &verdicts);
+    EXPECT_THAT(records_in(dst, 0), ElementsAre(Pair("abc", verdict == 2 ? "src_2" : "dst_2")));
+  }
 }
 
 TEST_F(HashMerge, RemovesTheKeyForVerdict0AndHandsItsDataToTheSource) {

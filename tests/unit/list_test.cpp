@@ -131,7 +131,7 @@ TEST_F(ListPoolDestroy, TakesListsWithPooledHeadersAlong) {
 }
 
 TEST_F(ListCreate, MakesAnEmptyListOfThePool) {
-  for (const int32_t use_header_pool : {0, 1}) {
+  for (const int32_t use_header_pool : {0, 1, -3}) {
     const Pool pool = new_pool(8, 4, use_header_pool);
     QalList *list = qal_list_create(pool.get());
     ASSERT_NE(list, nullptr);
@@ -176,14 +176,18 @@ TEST_F(ListDestroy, ClearsTheHandleOfAListWithItsOwnHeader) {
 
 // Deliberate: with pooled headers the caller's variable keeps the old address.
 TEST_F(ListDestroy, KeepsTheHandleOfAListWithAPooledHeader) {
-  QalList *list = list_of(5);
-  QalList *const address = list;
-  EXPECT_EQ(in_use(pool()->element_pool), 5U);
-  EXPECT_EQ(in_use(pool()->header_pool), 1U);
-  qal_list_destroy(&list);
-  EXPECT_EQ(list, address);
-  EXPECT_EQ(in_use(pool()->element_pool), 0U);
-  EXPECT_EQ(in_use(pool()->header_pool), 0U);
+  for (const int32_t use_header_pool : {1, -3}) {
+    const Pool pool = new_pool(8, 4, use_header_pool);
+    QalList *list = qal_list_create(pool.get());
+    QalList *const address = list;
+    for (int i = 0; i < 5; ++i) qal_list_append(list, qal_list_alloc(list));
+    EXPECT_EQ(in_use(pool->element_pool), 5U);
+    EXPECT_EQ(in_use(pool->header_pool), 1U);
+    qal_list_destroy(&list);
+    EXPECT_EQ(list, address);
+    EXPECT_EQ(in_use(pool->element_pool), 0U);
+    EXPECT_EQ(in_use(pool->header_pool), 0U);
+  }
 }
 
 TEST_F(ListDestroy, ClearsTheLinksOfItsElements) {
