@@ -127,6 +127,15 @@ TEST_F(SweepConfinementByTheKernel, TakesTheTemporaryDirectoryAsTheSweepDoes) {
   EXPECT_EQ(world_.contents(), expected);
 }
 
+TEST_F(SweepConfinementByTheKernel, TakesATemporaryDirectoryBelowTheWorkingDirectory) {
+  const auto expected = contents_without({record_, swept_ + "/deleted"});
+  const auto working_directory = fs::current_path();
+  fs::current_path(world_.root());
+  run({{"TMPDIR", "tmp"}});
+  fs::current_path(working_directory);
+  EXPECT_EQ(world_.contents(), expected);
+}
+
 // Deliberate: an empty name stands for the root, so files may be deleted everywhere then.
 TEST_F(SweepConfinementByTheKernel, TakesAnEmptyNameForTheRoot) {
   const auto resources = world_.resources() + "/halix_server1.dat";

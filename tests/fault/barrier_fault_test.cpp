@@ -191,10 +191,14 @@ TEST_F(BarrierFault, ForgetsItsSizeWithoutALockAndWhateverTheMagic) {
 TEST_F(BarrierFault, IgnoresWhatItsEndMeets) {
   ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
   calls.cond_destroy.refuse(EBUSY);
+  uint32_t magic = 0;
+  calls.before_destroy = [&] { magic = barrier_.magic; };
   EXPECT_EQ(
       refused(calls.mutex_destroy, EBUSY, [&] { return qal_thread_barrier_destroy(&barrier_); }),
       0);
+  calls.before_destroy = nullptr;
   calls.cond_destroy.allow();
+  EXPECT_EQ(magic, 0xFFFFFFFFU);
   EXPECT_EQ(barrier_.magic, 0xFFFFFFFFU);
 }
 
@@ -247,14 +251,20 @@ TEST_F(BarrierFault, EndsAWaitThatCannotLockAgain) {
   EXPECT_EQ(qal_thread_mutex_unlock(&barrier_.mutex), 0);
 }
 
-TEST_F(BarrierFault, CannotBeCancelledWhileItIsAwakeEither) {
+TEST_F(BarrierFault, CannotBeCancelledAwakeOrAsleep) {
   ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
-  int state = -2;
+  int awake = -2;
+  int asleep = -2;
   calls.behind_unlock = [&, first = true](QalThreadMutex *) mutable {
-    if (std::exchange(first, false)) pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    if (std::exchange(first, false)) awake = cancel_state();
   };
-  EXPECT_EQ(refused(calls.cond_wait, EINVAL, [&] { return qal_thread_barrier(&barrier_, 2); }), -1);
-  EXPECT_EQ(state, PTHREAD_CANCEL_DISABLE);
+  calls.instead_of_wait = [&asleep](QalThreadCond *, QalThreadMutex *) {
+    asleep = cancel_state();
+    return EINVAL;
+  };
+  EXPECT_EQ(qal_thread_barrier(&barrier_, 2), -1);
+  EXPECT_EQ(awake, PTHREAD_CANCEL_DISABLE);
+  EXPECT_EQ(asleep, PTHREAD_CANCEL_DISABLE);
   EXPECT_EQ(cancel_state(), PTHREAD_CANCEL_ENABLE);
 }
 

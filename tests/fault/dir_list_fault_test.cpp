@@ -373,6 +373,14 @@ TEST_F(DirListFault, ExaminesEntriesUntilOneCouldBeExamined) {
   EXPECT_THAT(log_.lines(), ElementsAre(couldnt_get_info(".")));
 }
 
+TEST_F(DirListFault, NamesEntriesOfTheRootWithOneSlash) {
+  deliver({"name"}, DT_UNKNOWN);
+  world.stats = fail_nth(1, EACCES);
+  world.fake_modes["/name"] = S_IFDIR;
+  EXPECT_THAT(Listing("/*").directories(), ElementsAre("name"));
+  EXPECT_THAT(log_.lines(), ElementsAre("ERROR: qal_dir_list: couldn't get info on '/.'"));
+}
+
 TEST_F(DirListFault, TellsDirectoriesByOneBit) {
   const std::map<std::string, mode_t> modes{
       {"block", S_IFBLK}, {"socket", S_IFSOCK},      {"dir", S_IFDIR}, {"char", S_IFCHR},

@@ -66,6 +66,8 @@ std::function<void()> after_fstat;  // where there is something to do then
 
 std::map<std::string, mode_t> played_kinds;  // by file name, in place of the real ones
 
+bool owners_are_played = false;  // every file belongs to user 1 and group 2 then
+
 // How much copy_file_range copies, and in pieces of how many bytes.
 std::size_t kernel_copies_bytes = 0;
 constexpr std::size_t kernel_piece = 10'000;
@@ -102,6 +104,7 @@ ssize_t __real_read(int, void *, size_t);
 ssize_t __real_write(int, const void *, size_t);
 ssize_t __real_copy_file_range(int, off_t *, int, off_t *, size_t, unsigned);
 int __real_close(int);
+int __real_stat(const char *, struct stat *);
 int __real_fstat(int, struct stat *);
 int __real_fstatat(int, const char *, struct stat *, int);
 int __real_ftruncate(int, off_t);
@@ -147,6 +150,14 @@ ssize_t __wrap_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, s
 int __wrap_close(int file) {
   const int result = __real_close(file);
   return fails("close") ? -1 : result;
+}
+int __wrap_stat(const char *path, struct stat *info) {
+  const int result = __real_stat(path, info);
+  if (owners_are_played) {
+    info->st_uid = 1;
+    info->st_gid = 2;
+  }
+  return result;
 }
 int __wrap_fstat(int file, struct stat *info) {
   if (fails("fstat")) return -1;
@@ -385,6 +396,16 @@ TEST(UnlinkFault, ARefusalFails) {
   const auto file = scratch.file("a");
   const Faults guard(Plan{{"unlink", fail_all(EIO)}});
   EXPECT_EQ(qal_file_unlink(file.c_str()), QAL_STATUS_FAILED);
+}
+
+// The real numbers are often equal.
+TEST(StatFault, TheUserAndTheGroupAreNotMixedUp) {
+  owners_are_played = true;
+  QalStat record;
+  EXPECT_EQ(qal_stat("/", &record), 0);
+  owners_are_played = false;
+  EXPECT_EQ(record.user_id, 1U);
+  EXPECT_EQ(record.group_id, 2U);
 }
 
 // Deliberate: the question is whether the file can be created, and it was.

@@ -42,9 +42,10 @@ struct PthreadCalls {
   // The initialisations, creations and destructions of the process so far, such as "+mutex -cond ".
   std::string order;
 
-  // Each is called if it is set: before a creation, instead of a wait, after a wait, after an
-  // unlocking. To be set while the threads concerned do not run.
+  // Each is called if it is set: before a creation, before a mutex is destroyed, instead of a wait,
+  // after a wait, after an unlocking. To be set while the threads concerned do not run.
   std::function<void(QalThreadHandle *, const pthread_attr_t *)> before_create;
+  std::function<void()> before_destroy;
   std::function<int(QalThreadCond *, QalThreadMutex *)> instead_of_wait;
   std::function<void(QalThreadCond *, QalThreadMutex *)> behind_wait;
   std::function<void(QalThreadMutex *)> behind_unlock;
@@ -126,6 +127,7 @@ int __wrap_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t 
 
 int __real_pthread_mutex_destroy(pthread_mutex_t *mutex);
 int __wrap_pthread_mutex_destroy(pthread_mutex_t *mutex) {
+  if (calls.before_destroy) calls.before_destroy();
   calls.order += "-mutex ";
   if (const int error = calls.mutex_destroy.enter()) return error;
   return __real_pthread_mutex_destroy(mutex);

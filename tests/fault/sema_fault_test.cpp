@@ -3,7 +3,9 @@
 #include <qal/thread.h>
 
 #include <cerrno>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include "fault/pthread_calls.hpp"
 #include "support/silence.hpp"
@@ -15,6 +17,8 @@ using qal::test::await;
 using qal::test::calls;
 using qal::test::refused;
 using qal::test::Silence;
+using qal::test::Team;
+using qal::test::team_of;
 using qal::test::Threads;
 using qal::test::Worker;
 
@@ -35,6 +39,12 @@ class SemaFault : public Threads {
   int release() { return qal_thread_sema_release(&sema_); }
   int stops() const { return calls.stop_here.count() - stops_before_; }
   int signals() const { return calls.cond_signal.count() - signals_before_; }
+  int waiters() {
+    qal_thread_mutex_lock(&sema_.mutex);
+    const int count = sema_.waiters;
+    qal_thread_mutex_unlock(&sema_.mutex);
+    return count;
+  }
 
   // What other threads do while the caller would wait; they find the mutex free.
   template <typename Step>
@@ -74,17 +84,23 @@ TEST_F(SemaInit, SetsPermitsAndWaitersWhateverWasThere) {
 }
 
 TEST_F(SemaInit, FailsWithoutAMutex) {
+  sema_.count = sema_.waiters = untouched;
   EXPECT_EQ(refused(calls.mutex_init, ENOMEM, [this] { return qal_thread_sema_init(&sema_, 3); }),
             -1);
   EXPECT_EQ(calls.order, "");
   EXPECT_EQ(stops(), 0);
+  EXPECT_EQ(sema_.count, untouched);
+  EXPECT_EQ(sema_.waiters, untouched);
 }
 
 TEST_F(SemaInit, GivesTheMutexBackWhenThereIsNoCondition) {
+  sema_.count = sema_.waiters = untouched;
   EXPECT_EQ(refused(calls.cond_init, ENOMEM, [this] { return qal_thread_sema_init(&sema_, 3); }),
             -1);
   EXPECT_EQ(calls.order, "+mutex -mutex ");
   EXPECT_EQ(stops(), 0);
+  EXPECT_EQ(sema_.count, untouched);
+  EXPECT_EQ(sema_.waiters, untouched);
 }
 
 TEST_F(SemaDestroy, EndsTheMutexAndThenTheCondition) {
@@ -241,6 +257,25 @@ TEST_F(SemaWait, JoinsTheGroupThatHasNotPassedYet) {
   EXPECT_EQ(newcomer->join(), 0);
   EXPECT_EQ(sema_.count, 0);
   EXPECT_EQ(sema_.waiters, 0);
+}
+
+// One signal wakes the first of those who stay, and each but the last of them passes it on.
+TEST_F(SemaWait, ThatIsCancelledSignalsOnlyWhenOthersMayPassThen) {
+  for (const auto &[team_size, released] : {std::pair{1, 0}, std::pair{3, 0}, std::pair{3, 2}}) {
+    begin_with(0);
+    const int before = signals();
+    const std::function<void(int)> one_wait = [this](int) { wait(); };
+    Team team = team_of(team_size, one_wait);
+    await([this, all = team_size] { return waiters() == all; });
+    for (int i = 0; i < released; ++i) EXPECT_EQ(release(), 0);
+    EXPECT_EQ(team.front()->cancel(), 0);
+    EXPECT_EQ(team.front()->join(), -1);
+    EXPECT_TRUE(released > 0 || signals() == before);
+    for (int i = released; i < team_size - 1; ++i) EXPECT_EQ(release(), 0);
+    team.clear();
+    EXPECT_EQ(signals(), before + team_size - 1);
+    EXPECT_EQ(qal_thread_sema_destroy(&sema_), 0);
+  }
 }
 
 TEST_F(SemaRelease, SignalsOnceAndOnlyWhenTheCountReachesZero) {

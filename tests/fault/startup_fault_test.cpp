@@ -87,6 +87,7 @@ void *__wrap_malloc(size_t size) { return memory.strikes() ? nullptr : __real_ma
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 
 constexpr int threads_failed = 5;
@@ -199,8 +200,10 @@ int set_cachedir_without_memory(const char *path) {
 
 TEST(CacheDirectory, IsNoneAfterMemoryRanOut) {
   ASSERT_EQ(qal_utils_set_cachedir("/cache"), QAL_STATUS_OK);
+  const LogCapture log;
   EXPECT_EQ(set_cachedir_without_memory("/other"), QAL_STATUS_NO_MEMORY);
   EXPECT_EQ(qal_utils_get_cachedir(), nullptr);
+  EXPECT_THAT(log.text(), EndsWith("ERROR: qal_utils_set_cachedir: Memory allocation failed.\n"));
 }
 
 TEST(CacheDirectory, IsNoneAfterMemoryRanOutForItsOwnText) {

@@ -30,6 +30,7 @@ struct VersionTool {
   std::string mode;
   int opened = 0;
   int closed = 0;
+  const char *last_words = "";  // on standard error, as it is closed
 } version_tool;
 
 struct Users {
@@ -87,6 +88,7 @@ FILE *__wrap_popen(const char *command, const char *mode) {
 
 int __wrap_pclose(FILE *stream) {
   ++version_tool.closed;
+  std::fputs(version_tool.last_words, stderr);
   return std::fclose(stream);
 }
 
@@ -265,9 +267,10 @@ TEST_F(SystemVersion, ReportsPastTheLogger) {
   EXPECT_EQ(log.text(), "");
 }
 
-TEST_F(SystemVersion, ClosesThePipeOnce) {
-  ask_version("ProductVersion:10.15");
-  ask_version("nothing");
+TEST_F(SystemVersion, ClosesThePipeOnceAndBeforeItReports) {
+  version_tool.last_words = "closed\n";
+  EXPECT_EQ(ask_version("ProductVersion:10.15").err, "closed\n");
+  EXPECT_EQ(ask_version("nothing").err, "closed\n" + not_parsed("nothing").err);
   EXPECT_EQ(version_tool.opened, 2);
   EXPECT_EQ(version_tool.closed, 2);
 }
@@ -314,12 +317,14 @@ TEST_F(UserName, IsNotfoundWithoutAPasswordEntry) {
 
 TEST_F(UserName, IsNotfoundWithoutMemory) {
   char name[64] = "untouched";
+  const LogCapture log;
   memory = fail_all(ENOMEM);
   const int result = qal_username(name, sizeof name);
   memory = {};
   EXPECT_EQ(result, 0);
   EXPECT_STREQ(name, "notfound");
   EXPECT_TRUE(users.rooms.empty());
+  EXPECT_TRUE(log.text().ends_with("ERROR: PasswordEntry: Memory allocation failed.\n"));
 }
 
 TEST_F(UserName, IsNotLookedUpWithoutRoomForIt) {

@@ -987,6 +987,15 @@ TEST_F(FilesRename, ByCopyingANewFileTakesThePlace) {
   EXPECT_FALSE(fs::equivalent(scratch / "to", scratch / "witness"));
 }
 
+TEST_F(FilesRename, ByCopyingALinkBecomesAFileAndItsTargetStays) {
+  ASSERT_EQ(symlink(scratch.file("target", "x").c_str(), (scratch / "from").c_str()), 0);
+  const auto to = scratch / "to";
+  EXPECT_EQ(qal_file_rename((scratch / "from").c_str(), to.c_str(), by_copying), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), (Lines{"target", "to"}));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(to)));
+  EXPECT_EQ(read_file(to), "x");
+}
+
 TEST_F(FilesRename, OtherFlagsChangeNothing) {
   const auto from = scratch.file("from", "new");
   const auto to = scratch.file("to", "old");

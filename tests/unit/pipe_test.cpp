@@ -326,29 +326,44 @@ std::string exec_message(const std::string &command) {
 
 constexpr int refused_shell = 42;
 
+void fill_buffers() {
+  std::setvbuf(stderr, nullptr, _IOFBF, 4096);
+  std::fputs("buffered", stdout);
+  std::fputs("buffered trouble", stderr);
+}
+
+// Writes what the child still has in its buffers.
+void end_if_child(const Command &command) {
+  if (command.pid != 0) return;
+  std::fflush(nullptr);
+  _exit(command.stream ? 1 : refused_shell);
+}
+
 // Deliberate: the call returns twice then, and the child is the caller's to end.
 TEST_F(PipeOpenChild, ReturnsNoneWhenTheShellDoesNotStart) {
   const std::string text = too_long();
-  Command command(text, "r");
-  if (command.pid == 0) _exit(command.stream ? 1 : refused_shell);
-  ASSERT_TRUE(command.stream);
-  EXPECT_TRUE(rest_of(command.stream.get()) == exec_message(text));
-  EXPECT_EQ(exit_code(command.pid), refused_shell);
+  const auto child = in_child([&] {
+    fill_buffers();
+    const Command command(text, "r");
+    end_if_child(command);
+    ASSERT_TRUE(command.stream);
+    EXPECT_TRUE(rest_of(command.stream.get()) == exec_message(text));
+    EXPECT_EQ(exit_code(command.pid), refused_shell);
+  });
+  EXPECT_EQ(child.out, "buffered");
+  EXPECT_EQ(child.err, "buffered trouble");
 }
 
 TEST_F(PipeOpenChild, TellsOnStandardErrorThatTheShellDidNotStart) {
   const std::string text = too_long();
   const auto child = in_child([&] {
-    std::fputs("buffered", stdout);
-    Command command(text, "w");
-    if (command.pid == 0) {
-      std::fflush(nullptr);
-      _exit(command.stream ? 1 : refused_shell);
-    }
+    fill_buffers();
+    const Command command(text, "w");
+    end_if_child(command);
     EXPECT_EQ(exit_code(command.pid), refused_shell);
   });
   EXPECT_EQ(child.out, "buffered");
-  EXPECT_TRUE(child.err == exec_message(text));
+  EXPECT_TRUE(child.err == "buffered trouble" + exec_message(text));
 }
 
 TEST_F(PipeStreams, AreThePlatforms) {

@@ -349,6 +349,15 @@ TEST_F(SweepRecords, SettlesADirectoryGivenWithBackslashes) {
   EXPECT_EQ(names_in(world_.temporary()), std::vector<std::string>{});
 }
 
+TEST_F(SweepRecords, SettlesADirectoryBelowTheWorkingDirectory) {
+  const auto path = record(malformed);
+  in_child([this] {
+    ASSERT_EQ(chdir(world_.root().c_str()), 0);
+    process_directory("tmp");
+  });
+  EXPECT_FALSE(exists(path));
+}
+
 TEST_F(SweepRecords, CannotOpenRecordsOfADirectoryThatTheListingAloneExpands) {
   const auto path = world_.file(world_.home() + "/halix_server1.dat", malformed);
   in_child([this] {

@@ -287,6 +287,10 @@ TEST_F(FullThreadTable, FindsTheOneSlotThatIsFree) {
   EXPECT_EQ(start(&own_index), 5);  // the search comes all the way round to where it stood
   int index = untouched;
   EXPECT_EQ(qal_thread_create(&index, &own_index, nullptr), -1);
+  EXPECT_EQ(join(3), 3);
+  EXPECT_EQ(join(7), 7);
+  EXPECT_EQ(start(&own_index), 7);  // behind 5, where the search in vain ended
+  EXPECT_EQ(start(&own_index), 3);
 }
 
 TEST_F(FullThreadTable, FillsAndEmptiesOverAndOver) {
