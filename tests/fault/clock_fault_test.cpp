@@ -141,6 +141,11 @@ TEST(ClockFixedTime, KeepsTheLow32BitsOfTheSeconds) {
   EXPECT_EQ(now.microseconds, 5);
 }
 
+TEST(ClockFixedTime, DividesTheMicrosecondsByAMillion) {
+  const FixedClock clock{0, 5};
+  EXPECT_EQ(qal_time_get_s(), 5 / 1e6);
+}
+
 TEST(ClockFixedTime, AsDoubleGoesOnPast32Bits) {
   const FixedClock clock{std::time_t{INT32_MAX} + 1, 500'000};
   EXPECT_EQ(qal_time_get_s(), 2'147'483'648.5);

@@ -44,6 +44,7 @@ struct Faults {
   bool record_opens = false;
   std::vector<std::string> opened;
   int last_open_flags = 0;
+  std::string last_directory;
 };
 Faults faults;
 
@@ -86,6 +87,7 @@ int __wrap_open(const char *path, int flags, ...) {
 }
 
 DIR *__wrap_opendir(const char *path) {
+  faults.last_directory = path;
   return faults.opendir.strikes() ? nullptr : __real_opendir(path);
 }
 
@@ -197,6 +199,15 @@ TEST_F(PathNormaliseFault, NeedsNoMemoryForAnEmptyPath) {
   faults.smallest_refused_block = 64;
   EXPECT_EQ(0, qal_get_norm_path("", out.data(), 4));
   EXPECT_STREQ(".", out.data());
+}
+
+TEST_F(PathNormaliseFault, NeedsNoMemoryToRefuseAPathThatBeginsWithTwoDots) {
+  std::array<char, 4> out{};
+  const LogCapture log;
+  faults.smallest_refused_block = 64;
+  EXPECT_EQ(-1, qal_get_norm_path("..x", out.data(), 4));
+  faults.smallest_refused_block = SIZE_MAX;
+  EXPECT_EQ(log.text(), "");
 }
 
 TEST_F(PathFullFault, RefusesWithoutAWorkingDirectory) {
@@ -311,6 +322,12 @@ TEST_F(PathRangeFault, OpensNothingWhereTheDirectoryCannotBe) {
     EXPECT_EQ((Range{6, -1, -1}), find_range("/f##")) << error;
   }
   EXPECT_TRUE(faults.opened.empty());
+}
+
+TEST_F(PathRangeFault, ReadsTheRootForATemplateRightBelowIt) {
+  faults.opendir = fail_all(ENOENT);
+  EXPECT_EQ((Range{6, -1, -1}), find_range("/f##"));
+  EXPECT_EQ("/", faults.last_directory);
 }
 
 TEST_F(PathRangeFault, ConfirmsTheListedNumbersInAscendingOrder) {

@@ -481,6 +481,17 @@ TEST_F(DirectoryScan, ClosesTheDirectory) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
+TEST_F(DirectoryScan, ClosesTheDirectoryBeforeItSorts) {
+  static std::vector<int> while_sorting;
+  while_sorting.clear();
+  const auto before = open_descriptors();
+  const Scan scan{scratch.path(), nullptr, [](const dirent **, const dirent **) {
+                    while_sorting = open_descriptors();
+                    return 0;
+                  }};
+  EXPECT_EQ(while_sorting, before);
+}
+
 TEST(NameListFree, TakesNullAndListsOfAnyTexts) {
   our_freenamelist(nullptr);
   auto **const texts = static_cast<char **>(std::calloc(3, sizeof(char *)));
@@ -648,6 +659,8 @@ TEST_F(FileAccess, FailsWhereThePositionCannotBeReached) {
   EXPECT_EQ(access_file(data, mode_read, SEEK_END, -11, 0, piece), (Access{-3, 0}));
   EXPECT_EQ(write_text(data, mode_write | keep_file, SEEK_CUR, -1, "x"), (Access{-3, 0}));
   EXPECT_EQ(read_file(data), "0123456789");
+  EXPECT_EQ(write_text(data, mode_write, SEEK_SET, -1, "x"), (Access{-3, 0}));
+  EXPECT_EQ(read_file(data), "");  // emptied before the position is tried
 }
 
 TEST_F(FileAccess, FailsToTellTheSizeOfAStreamWithoutPositions) {

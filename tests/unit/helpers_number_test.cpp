@@ -17,6 +17,10 @@ constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 // The generator without Schrage's detour.
 std::int64_t next_state(std::int64_t state) { return state * 69621 % modulus; }
 
+float number_of(std::int64_t state) {
+  return static_cast<float>(static_cast<double>(state) * 4.656612875245797e-10);
+}
+
 float with_low_bits(float value, std::uint32_t mask, bool set) {
   const auto bits = std::bit_cast<std::uint32_t>(value);
   return std::bit_cast<float>(set ? bits | mask : bits & ~mask);
@@ -27,8 +31,7 @@ TEST(RandomDraw, FollowsTheMultiplicativeSequence) {
   std::int64_t state = seed_mask;
   for (int i = 0; i < 100000; ++i) {
     state = next_state(state);
-    const float expected = static_cast<float>(static_cast<double>(state) * 4.656612875245797e-10);
-    ASSERT_EQ(erand0(&seed), expected) << i;
+    ASSERT_EQ(erand0(&seed), number_of(state)) << i;
     ASSERT_EQ(seed, state ^ seed_mask) << i;
   }
 }
@@ -60,7 +63,7 @@ TEST(RandomDraw, RoundsTheLargestStatesUpToOne) {
 TEST(RandomDraw, RoundsExactlySixtyFourStatesUpToOne) {
   int rounded = 0;
   for (std::int64_t state = modulus - 1000; state < modulus; ++state) {
-    rounded += static_cast<float>(static_cast<double>(state) * 4.656612875245797e-10) == 1.0f;
+    rounded += number_of(state) == 1.0f;
   }
   EXPECT_EQ(rounded, 64);
 }
@@ -73,7 +76,7 @@ TEST(RandomDraw, TakesSeedsOfTheWholeSixtyFourBits) {
     const std::int64_t k = state / 30845;
     std::int64_t expected = 69621 * (state - k * 30845) - 23902 * k;
     if (expected < 0) expected += modulus;
-    erand0(&seed);
+    EXPECT_EQ(erand0(&seed), number_of(expected));
     EXPECT_EQ(seed, expected ^ seed_mask);
   }
 }

@@ -323,6 +323,7 @@ TEST(VersionParse, SetsANumberOnlyWhenItsEndIsThere) {
 TEST(VersionParse, LooksForThePatchBehindTheSecondDot) {
   EXPECT_EQ(parsed("7.8(b)"), (Version{7, 0, 0, 'b'}));
   EXPECT_EQ(parsed("7(b).8.9"), (Version{7, 8, 0, 'b'}));
+  EXPECT_EQ(parsed("7(b).8.9(c)"), (Version{7, 8, 9, 'b'}));
 }
 
 TEST(VersionParse, KeepsTheStartValueWhereNoNumberStands) {

@@ -549,7 +549,7 @@ TEST(IdentityIsProduct, AnswersForTheUndefinedProductWithoutEndingTheProcess) {
   EXPECT_FALSE(identity.isProduct(1));
 }
 
-TEST(IdentityTexts, AreOverwrittenByTheSameOperationOnly) {
+TEST(IdentityTexts, OfFlavorAndVersionOutliveANewBaseName) {
   auto identity = product(3, 512);
   identity.setVersion(1, 2, 3, 'a');
   const char *base = identity.getBaseProductName(false);

@@ -237,6 +237,16 @@ TEST(TextCaseInLocales, FollowsTheMappingOfTheLocale) {
   EXPECT_STREQ(text, "fili");
 }
 
+TEST(Utf8StringsInLocales, AreCopiedAsTheyAre) {
+  const TestLocale locale{"de_DE", "ISO-8859-1"};
+  for (const auto convert : {qal_string_native_to_utf8, qal_string_utf8_to_native}) {
+    for (const char *const text : {"\xe4", "\xc3\xa4"}) {
+      EXPECT_STREQ(OwnedText{convert(text)}.get(), text);
+    }
+  }
+  EXPECT_EQ(qal_get_current_code_page(), 65001);
+}
+
 TEST(LowerCaseInLocales, FollowsTheLocaleBelow128Alone) {
   const auto lowered = [](const char *text) {
     const OwnedText copy{lower_case(text)};

@@ -18,6 +18,7 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
 namespace {
@@ -26,6 +27,7 @@ using qal::internal::OwnedText;
 using qal::test::in_child;
 using qal::test::in_unprivileged_child;
 using qal::test::InScratch;
+using qal::test::LogCapture;
 using qal::test::ScratchDir;
 using ::testing::IsNull;
 
@@ -844,6 +846,7 @@ TEST_F(PathRange, HasNoFilesForNumbersWiderThanTheField) {
 TEST_F(PathRange, ProbesTheFirstFileEvenBeyondTheLimit) {
   make_numbered(scratch, {"f5", "f6"});
   EXPECT_EQ((Range{0, 5, 3}), find_range(scratch / "f#", 5, 3));
+  EXPECT_EQ((Range{0, 5, -2}), find_range(scratch / "f#", 5, -2));
   EXPECT_EQ((Range{0, 7, 6}), find_range(scratch / "f#", 7, 3));
 }
 
@@ -995,6 +998,16 @@ TEST(PathExpand, RefusesNullAndNoRoom) {
   EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname("a", nullptr, 10));
   EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname(nullptr, out.data(), 10));
   EXPECT_EQ("", out.text());
+}
+
+TEST(PathFailures, AreNotReported) {
+  const LogCapture log;
+  Buffer out;
+  EXPECT_EQ(QAL_STATUS_NOT_FOUND, qal_expand_pathname("~no-such-user", out.data(), 100));
+  EXPECT_EQ(-1, qal_get_norm_path("a/../..", out.data(), 100));
+  EXPECT_EQ(-1, qal_get_full_path("", out.data(), 100));
+  EXPECT_EQ(no_range, find_range("x"));
+  EXPECT_EQ(log.text(), "");
 }
 
 TEST(PathFileExtension, AnswersTheSuffixOfEachKindAndFamily) {

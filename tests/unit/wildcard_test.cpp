@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qal/wildcard.h>
 
+#include <cstddef>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -520,6 +522,23 @@ TEST(FullMatcher, IgnoresOtherFlags) {
 TEST(FullMatcher, TakesStringsOfAnyLength) {
   EXPECT_TRUE(full("*b", std::string(100000, 'a') + "b"));
   EXPECT_TRUE(full(std::string(100000, '*'), "abc"));
+}
+
+// On a stack that a call for each star would overflow many times over.
+TEST(FullMatcher, DoesNotRecurseForStars) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, std::size_t{256} << 10), 0);
+  pthread_t thread;
+  const auto match = [](void *) -> void * {
+    std::string pattern;
+    for (int star = 0; star < 300'000; ++star) pattern += "*a";
+    EXPECT_TRUE(full(pattern, std::string(300'000, 'a')));
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, match, nullptr), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
 }
 
 TEST(BothMatchers, NeverReadBeyondAnEnd) {
