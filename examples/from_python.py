@@ -22,7 +22,7 @@ def ascending(earlier, later):
 
 
 def sort(values):
-    """Through a list whose elements hold the numbers."""
+    """Sorts through a list whose elements hold the numbers."""
     pool = ctypes.c_void_p(qal.qal_list_pool_create(ctypes.sizeof(ctypes.c_double), 64, 1))
     numbers = ctypes.c_void_p(qal.qal_list_create(pool))
     for value in values:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes what puts each header's examples, and what they print, on its page of the reference.
+"""Writes the comments by which Doxygen puts each header's examples and their output on its page.
 
 usage: examples.py INCLUDE_DIRECTORY EXAMPLES_DIRECTORY PAGES
 """

@@ -89,7 +89,7 @@ class Header:
         for para in self.compound.find("detaileddescription"):
             if para.find("simplesect[@kind='par']") is not None:
                 continue  # the example, which has a section of its own
-            found = re.match(r"\s*(Threads|Errors|Source|Sources):\s*", para.text or "")
+            found = re.match(r"\s*(Threads|Errors|Source):\s*", para.text or "")
             if (found.group(1) if found else None) == label:
                 para = ET.fromstring(ET.tostring(para))
                 para.tail = None

@@ -9,7 +9,7 @@ trap 'rm -rf "$copy"' EXIT
 cp -r docs examples include ./*.md "$copy"
 # The README's title is the first page's too, and the pictures lie beside the pages.
 sed -i '1s/.*/# README/; s,(docs/pictures/,(,g' "$copy/README.md"
-# Doxygen takes a percent sign before a word for an order of its own.
+# To Doxygen a percent sign before a word is a command.
 sed -i '/^```/,/^```/!s/%\([[:alpha:]]\)/%%\1/g' "$copy"/*.md "$copy"/docs/*.md
 version=$(packaging/project.sh VERSION)
 IFS=. read -r major minor patch <<<"$version"

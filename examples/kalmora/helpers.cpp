@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
 int main() {
   char name[] = "Gear Box (v2).dat";

@@ -22,7 +22,7 @@ static int sum_of_sizes(const char *directory, char *names) {
     *end = '\0';
     char path[1024];
     QalStat record;
-    if (qal_snprintf(path, sizeof path, "%s/%s", directory, name) == 0 &&
+    if (qal_snprintf(path, sizeof path, "%s/%s", directory, name) == QAL_SNPRINTF_WHOLE &&
         qal_stat(path, &record) == 0)
       sum += (int)record.size;
   }

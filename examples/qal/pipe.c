@@ -8,7 +8,7 @@ int main(void) {
   int pid;
   FILE *output = qal_pipe_popen_id("echo engine; echo gear >&2; exit 3", "r", &pid);
   if (!output) {
-    if (pid == 0) _exit(127); /* the child, which could not start the shell */
+    if (pid == QAL_PIPE_IN_CHILD) _exit(127); /* the shell could not be started */
     return 1;
   }
   char line[64];

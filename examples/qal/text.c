@@ -13,13 +13,13 @@ int main(void) {
   *separator = '\0';
   const char *amount = separator + 1;
   qal_changecase(line, QAL_CASE_LOWER);
-  qal_strrepl(line, " ", "_", 0); /* in place: the result must fit the room */
+  qal_strrepl(line, " ", "_", QAL_REPLACE_ALL); /* in place: the result must fit the room */
   printf("name: %s, amount: %s\n", line, amount);
 
   if (qal_strcasestr(amount, "PIECES")) puts("counted in pieces");
 
   char label[12];
-  if (qal_snprintf(label, sizeof label, "%s/%s", line, amount) != 0)
+  if (qal_snprintf(label, sizeof label, "%s/%s", line, amount) != QAL_SNPRINTF_WHOLE)
     printf("no room for the whole label: %s\n", label);
   return 0;
 }

@@ -21,10 +21,10 @@
  *  @param size    bytes in an item.
  *  @param count   items; only the product of both numbers counts, which must be below 4 GiB.
  *  @param stream  open for writing, seekable and not in append mode; null fails.
- *  @return the uncompressed size in bytes; 0 with nothing written for a size of 4 GiB or more and
- *          for null arguments; 0 with a header left in the stream when zlib does not know the level
- *          or cannot start; 0 with a header and all that zlib gave left there when that reaches
- *          4 GiB.
+ *  @return the uncompressed size in bytes. On failure 0: with nothing written for a size of 4 GiB
+ *          or more and for null arguments; with a header in the stream when zlib does not know the
+ *          level or cannot start; with a header and all compressed bytes in the stream when these
+ *          reach 4 GiB.
  *  @note   Write errors of the stream are not noticed: check it with ferror() or on closing. */
 std::size_t fwrite_zlib(const void *data, std::size_t size, std::size_t count, std::FILE *stream);
 
@@ -37,7 +37,7 @@ std::size_t fwrite_zlib(const void *data, std::size_t size, std::size_t count, s
  *  @param count   items; only the product of both numbers counts, which must be the block's size.
  *  @param stream  open for reading; null fails.
  *  @return the bytes produced. They are fewer than asked for when the zlib stream is short, so
- *          compare. 0 when the block has another size, with the stream left behind the block's
+ *          compare. 0 when the block has another size, with the stream standing after the block's
  *          first 8 bytes. 0 for corrupt data and for a stream that ends early: `data` then holds
  *          what was produced so far. */
 std::size_t fread_zlib(void *data, std::size_t size, std::size_t count, std::FILE *stream);

@@ -39,15 +39,15 @@ enum {
  *  copied. This is for names that users give to programs; qal_expand_pathname() (qal/path.h) leaves
  *  backslashes alone, puts a "/" behind every home and returns a status.
  *
- *  @param name      the name; null or empty is a failure, if there is a capacity.
+ *  @param name      the name; null or empty is a failure.
  *  @param length    how many of its bytes count; more than it has means all, below 0 means 0.
  *  @param out       receives the result; null counts as no capacity. Must not overlap `name`.
  *  @param capacity  size of `out` in bytes; the result is shorter than this. Below 1 nothing is
- *                   written.
+ *                   written, and the result is KALMORA_NAME_TOO_LONG whatever the name is.
  *  @return the result's length; KALMORA_NAME_UNKNOWN for a null or empty name or an unknown user
- *          (the password database may be unreadable, or memory short);
- *          KALMORA_NAME_TOO_LONG when the result does not fit `capacity`, or home and rest together
- *          exceed 1023 bytes. On failure `out` is empty. */
+ *          (the password database may be unreadable, or memory short); KALMORA_NAME_TOO_LONG when
+ *          the result does not fit `capacity`, or home and rest together exceed 1023 bytes. On
+ *          failure `out` is empty. */
 int expfnam(const char *name, int length, char *out, int capacity);
 
 /** Names the directory for temporary files: TMPDIR when it is set (even to nothing), else the
@@ -149,19 +149,19 @@ void sub_string_in_string(const char *text, const char *part, int *first, int *l
 /** Draws the next number of a repeatable sequence: minimal standard generator, modulus 2^31 - 1,
  *  multiplier 69621.
  *
- *  @param seed  the state, not null; updated. 0 is a good start, as is any other number from 0 to
- *               2^31 - 1 but two: 123495867 and 2023987780 give 0 for ever. With any other seed the
- *               first numbers lie anywhere.
+ *  @param seed  the state, not null; updated. Start with any number from 0 to 2^31 - 1 except
+ *               123495867 and 2023987780, which give 0 for ever. With a seed outside that range the
+ *               first numbers may lie outside 0 to 1.
  *  @return a number from 0 to 1, which the 64 largest states round up to. */
 float erand0(int64_t *seed);
 
 /** Returns how far apart values that count as equal may lie: the size of the last mantissa bits.
  *
- *  With 2^e the largest power of 2 that is not above |value|, e being -126 at least, the
- *  tolerance is (2^digits - 1) * 2^(e - 23): for 1 and 1 digit 2^-23, which is about 1.2e-7. A
- *  factor above 1 then replaces the tolerance's own power of 2, 2^k, by 2^(k / factor), the
- *  quotient cut to an integer: with a factor of 2 the same tolerance becomes 2^-11. One below
- *  2^-126 becomes about 2^(-127 / factor).
+ *  Let 2^e be the largest power of 2 that does not exceed |value|, with e at least -126. Then the
+ *  tolerance is (2^digits - 1) * 2^(e - 23): for 1 and 1 digit 2^-23, which is about 1.2e-7. With a
+ *  factor above 1, the largest power of 2 in the tolerance, 2^k, is replaced by 2^(k / factor), the
+ *  quotient truncated: a factor of 2 turns 2^-23 into 2^-11. A tolerance below 2^-126 becomes about
+ *  2^(-127 / factor).
  *
  *  @param value   where on the number line; its sign is the result's sign.
  *  @param digits  how many low mantissa bits count, clamped to 1 to 8.

@@ -23,8 +23,8 @@
  *  first request is made. While it is missing, each record that needs a request is kept, and
  *  loading is tried again for the next one.
  *
- *  Threads: one sweep at a time, as nothing here is guarded against a second thread. A host that
- *  calls libcurl itself initialises it before the first sweep, because loading it does so, too.
+ *  Threads: one sweep at a time, because nothing here is locked. A host that uses libcurl itself
+ *  initialises it before the first sweep, because the sweep does so too when it loads libcurl.
  *
  *  Source: app/sweep.cpp, app/record.cpp, app/notify.cpp. */
 #ifndef KALMORA_SWEEP_HPP
@@ -52,14 +52,14 @@ std::vector<std::string> find_files(const char *dir, const char *pattern);
 
 /** Goes through the records of one directory, and settles or keeps each as the table above says.
  *
- *  Entries that are not a record of this very directory (a name with a backslash leads elsewhere)
- *  are passed over. A record stays if its name means another file when it is to be deleted. A link
- *  is followed and deleted itself. In a sticky directory that everybody may write to it is left
- *  alone unless it belongs to the effective user or to the directory's owner. A request follows no
- *  redirect, uses no proxy, speaks http and https only and takes at most 10 seconds. What each
- *  request takes beyond its first second is added up; from 60 seconds in one sweep on, each further
- *  request has 1 second. How a request ends changes nothing. The host must ignore SIGPIPE: a server
- *  may hang up while it is written to.
+ *  Entries that are not records of this very directory are passed over, such as a name with a
+ *  backslash, which leads elsewhere. A record is kept if its name has come to mean another file. A
+ *  link is followed, and the link itself is deleted; in a sticky directory that everybody may write
+ *  to, a link is left alone unless it belongs to the effective user or to the directory's owner. A
+ *  request follows no redirect, uses no proxy, speaks http and https only and takes at most 10
+ *  seconds. The time that each request takes beyond its first second is added up; once the sum
+ *  reaches 60 seconds in a sweep, each further request has 1 second. How a request ends changes
+ *  nothing. The host must ignore SIGPIPE, because a server may hang up while it is written to.
  *
  *  Nothing is printed or thrown. The only failures reported are those of the listing, about entries
  *  that it cannot examine and memory that is short (see qal/dir_list.h).

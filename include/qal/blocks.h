@@ -37,10 +37,10 @@ QAL_API extern uint64_t zlib_io_out_bytes;
  *  @param size    bytes in an item.
  *  @param count   items, 0 allowed.
  *  @param stream  open for writing; stays the caller's.
- *  @return the uncompressed size in bytes, which is 0 for an empty block; 0 with nothing written
- *          for 4 GiB or more, for a null `stream` and for a null `data` that should hold bytes; 0
- *          with the header left in the stream when the compressor cannot start, and with the whole
- *          block left there, its compressed size unset, when its output reaches 4 GiB.
+ *  @return the uncompressed size in bytes, which is 0 for an empty block. On failure 0: with
+ *          nothing written for 4 GiB or more, for a null `stream` and for a null `data` that should
+ *          hold bytes; with the header in the stream when the compressor cannot start; with the
+ *          whole block in the stream, its compressed size unset, when that size reaches 4 GiB.
  *  @note Write errors of the stream are not noticed: check it with `ferror` or when it is closed.
  *        In a stream that cannot seek, the header keeps a compressed size of 0. */
 QAL_API size_t qal_fwrite_zlib(const void *data, size_t size, size_t count, FILE *stream);
@@ -51,13 +51,13 @@ QAL_API size_t qal_fwrite_zlib(const void *data, size_t size, size_t count, FILE
  *                 stream holds. Null is allowed when there are none.
  *  @param size    bytes in an item.
  *  @param count   items, 0 allowed; the block must have exactly as many.
- *  @param stream  open for reading; stays the caller's. After a whole block it stands behind it.
+ *  @param stream  open for reading; stays the caller's. A whole block is read to its end.
  *  @return the bytes produced. They are fewer than asked for when the zlib stream is short, so
  *          compare. 0 when the block has another size than the one asked for: this is reported on
- *          standard error, and the stream is left behind the block's first 8 bytes. 0 for corrupt
+ *          standard error, and the stream stands after the block's first 8 bytes. 0 for corrupt
  *          data and for a stream that ends early: `data` then holds what was produced so far, and
- *          the stream stands somewhere in the block. 0 with the stream left behind the 9 bytes of
- *          the header when memory is short or `data` is null though it needs room. 0 for a null
+ *          the stream stands somewhere in the block. 0 with the stream after the 9 bytes of the
+ *          header when memory is short or `data` is null though it needs room. 0 for a null
  *          `stream`. */
 QAL_API size_t qal_fread_zlib(void *data, size_t size, size_t count, FILE *stream);
 

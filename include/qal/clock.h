@@ -9,8 +9,8 @@
  *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else. A
  *  timer's number is passed by address.
  *
- *  Errors: the clock functions cannot fail. Of the mistakes with timers those that a function below
- *  says it reports go to qal_error(); the others do nothing.
+ *  Errors: the clock functions cannot fail. A timer function reports a mistake through qal_error()
+ *  where its comment says so; any other mistake is ignored.
  *
  *  Threads: any thread may read the clock, provided no other thread changes the environment. All
  *  threads share the timers without a lock: only one thread may ask for new ones, and no two
@@ -50,7 +50,7 @@ QAL_API double qal_time_get_s(void);
  *
  *  @param out  receives six numbers, caller-owned: the year in full, the month from 1, the day of
  *              the month, the hour from 0 to 23, the minute and the second.
- *  @return the second, as stored last. */
+ *  @return the second, the last of the six numbers. */
 QAL_API int qal_date_get(int out[6]);
 
 /** Forms of qal_date_get_string(). Every number but 0 stands for the long one. */

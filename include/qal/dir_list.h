@@ -47,9 +47,9 @@ extern "C" {
  *  @return QAL_STATUS_OK; QAL_STATUS_INVALID (a null argument, or an expanded pattern over the
  *          limit); QAL_STATUS_NOT_FOUND (no such user or directory, a directory that cannot be
  *          opened, or no working directory, whatever the reason); QAL_STATUS_NO_MEMORY (an
- *          allocation for a result failed, or reading the directory did). After a failure a text is
- * null, or it holds what had been found and still needs `free`. When an argument for a result is
- * null, nothing is written. */
+ *          allocation for a result failed, or reading the directory did). After a failure each text
+ *          is null, or it holds what had been found and still needs `free`. When an argument for a
+ *          result is null, nothing is written. */
 QAL_API int qal_dir_list(const char *pattern, char **full_path_out, int *dir_count_out,
                          char **dir_names_out, int *file_count_out, char **file_names_out,
                          int verbose);

@@ -10,8 +10,7 @@
  *  Threads: no function keeps state or leaves a file open, so any thread may call any of them. A
  *  stream or record is used by one thread at a time.
  *
- *  Source: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp, file_tempnam.cpp and file_remove.cpp.
- */
+ *  Source: utils/libsrc/qal_io/file_check.cpp, file_ops.cpp, file_tempnam.cpp, file_remove.cpp. */
 #ifndef QAL_FILES_H
 #define QAL_FILES_H
 
@@ -139,11 +138,11 @@ enum {
 
 /** Removes a directory, on request with everything in it.
  *
- *  The recursive removal takes each backslash in `path` for a slash. In each directory the files,
- *  hidden ones too, go before the subdirectories, each in the system's order. A link to a regular
- *  file, a FIFO or a character device goes like a file, and what it leads to stays; what counts is
- *  where it leads when its directory's turn comes. The removal never reaches outside the
- *  directory. It stops at the first failure, and what is gone by then stays gone. It fails
+ *  The recursive removal takes each backslash in `path` for a slash. In each directory it removes
+ *  the files, hidden ones too, before the subdirectories, each in the system's order. A link to a
+ *  regular file, a FIFO or a character device is removed as a file is, and its target stays; the
+ *  kind of the target is that at the time its directory is read. The removal never reaches outside
+ *  the directory. It stops at the first failure and restores nothing. It fails
  *    - at a name that holds a backslash;
  *    - at a socket, a block device, or a link to one of these or to a directory; they come among
  *      the subdirectories;
@@ -152,10 +151,9 @@ enum {
  *      more than 1023 bytes;
  *    - when a directory is moved elsewhere meanwhile.
  *
- *  When `path` itself is a link of any kind, the call fails, recursive or not, and the link stays,
- *  as does what it leads to. (Not recursive and with a slash behind the link, the platform's
- *  `rmdir` decides; on Linux it fails.) Links before the last component are followed: they are part
- *  of the name. A directory that holds a link is not empty: not recursive, its removal fails.
+ *  When `path` itself is a link of any kind, the call fails, recursive or not, and the link and its
+ *  target stay. (If not recursive and with a slash after the link, that is up to the platform's
+ *  `rmdir`; on Linux it fails.) Links before the last component are followed.
  *
  *  The call fails, with nothing removed, when the last component of `path` is "." or ".." (a
  *  directory "foo." can be removed), when `path` is "/" or empty and, if recursive, when it has
@@ -173,8 +171,8 @@ QAL_API int qal_file_rmdir(const char *path, int recursive);
  *  @param to     its new name.
  *  @param flags  0: the platform's `rename`, which replaces an existing `to`. QAL_RENAME_BY_COPY:
  *                `from` is copied, with QAL_COPY_KEEP_EXISTING, and removed afterwards, which also
- *                works between file systems. Before the source goes, the copy and its name are
- *                put on the disk, as far as the file system has that. Other bits are ignored.
+ *                works between file systems. Before the source is removed, the copy and its name
+ *                are synchronised to the disk, if the file system can. Other bits are ignored.
  *  @return QAL_STATUS_OK; QAL_STATUS_FAILED when the platform's `rename` fails. With
  *          QAL_RENAME_BY_COPY the other results of qal_file_copy(), and QAL_STATUS_FAILED also when
  *          the copy does not reach the disk or `from` cannot be removed: the copy then stays.

@@ -15,17 +15,16 @@
  *  qal_utils_init() (startup.h) comes first, because it gives threads the indices that the pools of
  *  tables go by: without it only one thread may use tables.
  *
- *  Errors: when there was no memory for a chunk, the lock of its pool stays held (list.h). If it
- * was a chunk of records, removing a record, an add that needs a chunk, and reinitialising or
- *  destroying a table that has records wait for ever. A slot that gets its first record takes a
- * list header; if a chunk of headers was missing, the next such slot that needs one waits for ever,
- * and so does reinitialising or destroying a table in which any slot was used.
+ *  Errors: when there was no memory for a chunk, the lock of its pool stays held (list.h). A call
+ *  that gives a record or a list header back to that pool then waits for ever, and so does one that
+ *  needs a new one when its thread has none left. A slot takes a header with its first record;
+ *  reinitialising or destroying a table gives back all headers and records.
  *
  *  Threads: the main thread and those of qal_thread_create() (thread.h) may use different tables at
  *  once; threads that share a table need a lock of their own. A std::thread, a pthread or a thread
  *  of another library must not use tables: it shares index 0 with the main thread, and two threads
  *  of one index corrupt a table's pool, often without an immediate crash. thread.h says what to do
- *  instead, and how one lock lets them.
+ *  instead.
  *
  *  Source: utils/libsrc/qal_hash.cpp, qal_hash_pairs.cpp. */
 #ifndef QAL_HASH_H
@@ -59,7 +58,7 @@ enum {
 };
 
 /** Decides what becomes of a key that both tables of a merge have. The source's record goes in
- *  every case. It may use neither table.
+ *  every case. The callback may use neither table.
  *
  *  @param dst_key   the key, borrowed.
  *  @param dst_data  the data in `dst`, borrowed; may be changed in place.

@@ -6,8 +6,8 @@
  *
  *  A program builds one object at start, makes it current and then starts the library, which reads
  *  it from there. Names are at most 1023 bytes, the version text at most 255; longer ones are cut.
- *  A text that a function returns is not to be freed. It is valid until a function is called that
- *  makes a text, because one is made of others, or until the object ends.
+ *  A text that a function returns belongs to the object: do not free it. It is valid until the next
+ *  call of a function that returns a text, and no longer than the object.
  *
  *  Errors: product and component codes come from the program itself, so one that is not assigned is
  *  a programming error: asking for its name prints an assertion on standard error and ends the
@@ -79,8 +79,8 @@ class QAL_API QalIdentity {
    *                       as empty. */
   explicit QalIdentity(const char *program_path);
 
-  /** Stores the product code and then calls the change callback, if one is set, even if the code is
-   *  the one before.
+  /** Stores the product code and then calls the change callback, if one is set, even if the code
+   *  has not changed.
    *
    *  @param code  a QAL_PRODUCT code without a flavor. Any number is stored; getBaseProductName()
    *               checks it. */
@@ -107,7 +107,7 @@ class QAL_API QalIdentity {
    *                 checked. */
   void setVersion(uint16_t major, uint16_t minor, uint16_t patch, char letter);
 
-  /** Sets what is called after each setting of the product code.
+  /** Sets the function that setProduct() calls once it has stored the code.
    *
    *  @param callback  called with this object; null for nothing. It must stay valid. */
   void setChangeCallback(ChangeCallback callback);

@@ -12,16 +12,15 @@
  *  qal_utils_init() (startup.h) comes first, because it gives threads the indices by which they
  *  share a pool: without it only one thread may use lists.
  *
- *  Errors: when there was no memory for a chunk, the lock of its pool stays held (mpool.h). If it
- *  was a chunk of elements, whoever gives one back or has used up its own waits for ever, and so
- *  does destroying a list that has elements; if it was one of headers, destroying any list whose
- *  header is pooled.
+ *  Errors: when there was no memory for a chunk, the lock of its pool stays held (mpool.h). A call
+ *  that gives an element or a pooled header back to that pool then waits for ever, and so does one
+ *  that needs a new one when its thread has none left. Destroying a list gives both back.
  *
  *  Threads: a list is used by one thread at a time; the main thread and those of
  *  qal_thread_create() (thread.h) may use lists of one pool at once. A std::thread, a pthread or a
  *  thread of another library must not use lists: it shares index 0 with the main thread, and two
  *  threads of one index corrupt the pool, often without an immediate crash. thread.h says what to
- *  do instead, and how one lock lets them.
+ *  do instead.
  *
  *  Source: utils/libsrc/qal_list.cpp, qal_list_inline.c. */
 #ifndef QAL_LIST_H
@@ -84,7 +83,7 @@ QAL_API void qal_list_pool_destroy(QalListPool **pool_address);
  *
  *  @param pool  where the list and its elements come from; it must outlive the list.
  *  @return the list, which qal_list_destroy() takes back; null for a null pool, without memory, and
- * for a pooled header where qal_mpool_alloc() gives null. */
+ *          where qal_mpool_alloc() gives null for a pooled header. */
 QAL_API QalList *qal_list_create(QalListPool *pool);
 
 /** Gives a list and its elements back.
@@ -183,8 +182,7 @@ QAL_API void qal_list_insert_before(QalList *list, void *at, void *payload);
 /** Unlinks an element.
  *
  *  @param list     the list.
- *  @param payload  an element of the list, which is not checked; it is the caller's from then on.
- */
+ *  @param payload  an element of the list (not checked); it is the caller's from then on. */
 QAL_API void qal_list_remove(QalList *list, void *payload);
 
 /** Unlinks the first element.

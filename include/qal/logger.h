@@ -30,9 +30,9 @@ extern "C" {
 /** Receives a finished line.
  *
  *  It is called by the thread that logs, before the logging function returns. The logger holds no
- *  lock, so several threads that log are in it at once. A pool that reports missing memory does
- *  hold its own: use no pools, lists, tables or ids here. A callback that logs is called again
- *  from within itself, and has to end that. What it does to `errno` is undone.
+ *  lock, so several threads may be in the callback at once. But a pool that reports missing memory
+ *  holds its own lock: use no pools, lists, tables or ids here. A callback that logs is called
+ *  recursively and must end the recursion itself. Its changes to `errno` are undone.
  *
  *  @param stream  the handle that was installed with the callback.
  *  @param format  the line, marker and line end included, with no further arguments; borrowed for
@@ -99,7 +99,7 @@ QAL_API void qal_log(const char *format, ...) QAL_PRINTF(1, 2);
  *  @param format  as for qal_info(), but not read. */
 QAL_API void qal_debug(const char *format, ...) QAL_PRINTF(1, 2);
 
-/** Does nothing. A breakpoint here stops where thread.h says so. */
+/** Does nothing: a place for a breakpoint. thread.h says when it is called. */
 QAL_API void qal_stop_here(void);
 
 /** Writes a text to a standard stream and to the copy file: the ready-made callback.

@@ -12,7 +12,7 @@
  *  Threads: the main thread and those of qal_thread_create() may use one pool at once. A
  *  std::thread, a pthread or a thread of another library must not use pools: it shares index 0 with
  *  the main thread, and two threads of one index corrupt a pool, often without an immediate crash.
- *  thread.h says what to do instead, and how one lock lets them.
+ *  thread.h says what to do instead.
  *
  *  Source: utils/libsrc/qal_mpool.cpp, and utils/libsrc/internal/pool_fast_path.hpp, where an
  *  element usually comes from. */

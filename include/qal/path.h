@@ -65,16 +65,17 @@ QAL_API int qal_convert_pathname(char *path, uint32_t flags);
  *
  *  @param path      borrowed; must not overlap `out`.
  *  @param out       the result; caller-owned. Null is allowed with an `out_size` below 1. Must hold
- *                   a text, usually "": the result of a relative path is appended to it.
+ *                   a text, usually "": a relative result is added to it, and its backslashes
+ *                   become slashes.
  *  @param out_size  size of `out`; nothing fits when it is below 1.
  *  @return QAL_STATUS_OK; QAL_PATH_FAILED when `path` is null, begins with "..", leads above its
  *          first segment or has more than 1024 segments, when memory is short, when `out` is null
- *          with an `out_size` of 1 or more, and when the result's size is beyond an `int`; else,
- *          always above 0, the size that `out` needs. That counts a slash for every segment kept,
- *          so it can be one more than the result takes; for a result of "." it is 2, or 1 when
- *          `out_size` is below 1. `out` is untouched unless QAL_STATUS_OK is returned. An empty
- *          path gives QAL_STATUS_OK and a "." that is cut to `out_size`: "" in one byte, nothing
- *          when it is below 1. */
+ *          with an `out_size` of 1 or more, and when the result's size is beyond an `int`; else the
+ *          size that `out` needs, which is above 0. It counts a slash for every segment kept, so it
+ *          can be one more than the result takes; for a result of "." it is 2, or 1 when `out_size`
+ *          is below 1. `out` is untouched unless QAL_STATUS_OK is returned. An empty path gives
+ *          QAL_STATUS_OK and a "." that is cut to `out_size`: "" in one byte, nothing when it is
+ *          below 1. */
 QAL_API int qal_get_norm_path(const char *path, char *out, int out_size);
 
 /** Returns the directory part of a path.
@@ -113,8 +114,8 @@ QAL_API int qal_path_is_absolute(const char *path);
  *  @param out_size  size of `out`; nothing fits when it is below 1.
  *  @return QAL_STATUS_OK; QAL_PATH_FAILED when `path` is null or empty, when there is no working
  *          directory or it has more than 1023 bytes, and when the result's size is beyond an `int`;
- *          else, always above 0, the size that `out` needs. `out` is untouched unless QAL_STATUS_OK
- *          is returned. */
+ *          else the size that `out` needs, which is above 0. `out` is untouched unless
+ *          QAL_STATUS_OK is returned. */
 QAL_API int qal_get_full_path(const char *path, char *out, int out_size);
 
 /** Returns the working directory, exactly as the platform's getcwd() does.
@@ -176,14 +177,14 @@ enum {
  *                Out: the number begun with.
  *  @param last   in: the last number to open after `*first`, or QAL_RANGE_OPEN to go on to the
  *                first missing file. Out: the last number before the first missing file, which is
- * `*first` - 1 when that has no file. When no file is missing: the number that was passed in, or 10
- * to the power of the field's width for QAL_RANGE_OPEN.
+ *                `*first` - 1 if that has no file. If no file is missing, the number passed in, or
+ *                for QAL_RANGE_OPEN 10 to the power of the field's width.
  *  @return QAL_STATUS_OK; or QAL_STATUS_INVALID for a null argument, for a template that is too
  *          long or has no "#" or too wide a field, when QAL_RANGE_OPEN finds no file to begin with,
  *          and when `*first` is INT32_MIN. On failure both numbers are untouched.
- *  @note   Opens each file of the run. The smallest number is looked for in the directory when the
- *          field is in the template's last component, so that a file which the directory does not
- *          list under this very name is not found; else by opening one number after the other. */
+ *  @note   Opens each file of the run. If the field is in the template's last component, the
+ *          smallest number is looked for in the directory, and a file that the directory does not
+ *          list under its name is not found; otherwise the numbers are tried one after another. */
 QAL_API int qal_valid_pathname_range(const char *template_path, int32_t *first, int32_t *last);
 
 /** Replaces a leading "~" or "~name" by the home directory of the current or the named user.

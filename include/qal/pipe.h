@@ -1,9 +1,9 @@
 /** @file
  *  Shell commands whose input or output the caller holds as a stream.
  *
- *  The streams are the caller's. Other programs do not inherit their descriptors: a command has the
- *  pipe that it is started with and none of the others of this library. Where the system cannot
- *  open a pipe so (macOS), a command that another thread starts in the same moment may inherit it.
+ *  The streams are the caller's. Other programs do not inherit their descriptors: of the pipes of
+ *  this library, a command has only its own. Where the system cannot open a pipe in this way
+ *  (macOS), a command that another thread starts at the same moment may inherit it.
  *
  *  Threads: any thread may start commands. A stream is used by one thread at a time.
  *

@@ -8,15 +8,15 @@
  *  Linking cannot fail. It does nothing when an argument is null. A node is in one list at most:
  *  what is linked in must come from qal_plist_alloc(), qal_plist_pop() or qal_plist_remove().
  *
- *  Errors: when there was no memory for a chunk, the lock of its pool stays held (mpool.h). If it
- *  was a chunk of nodes, whoever gives a node back or has used up its own waits for ever, and so
- *  does destroying a list that has nodes; if it was one of headers, destroying any list.
+ *  Errors: when there was no memory for a chunk, the lock of its pool stays held (mpool.h). A call
+ *  that gives a node or a list header back to that pool then waits for ever, and so does one that
+ *  needs a new one when its thread has none left. Destroying a list gives both back.
  *
  *  Threads: a list is used by one thread at a time; the main thread and those of
  *  qal_thread_create() (thread.h) may use lists of their own at once. A std::thread, a pthread or a
  *  thread of another library must not use lists: it shares index 0 with the main thread, and two
  *  threads of one index corrupt the pools, often without an immediate crash. thread.h says what to
- *  do instead, and how one lock lets them. The pools are made and ended while no thread uses lists.
+ *  do instead. The pools are made and ended while no thread uses lists.
  *
  *  Source: utils/libsrc/qal_plist.cpp, and qal_list_inline.c for the accessors. */
 #ifndef QAL_PLIST_H
@@ -47,8 +47,8 @@ typedef struct QalPlist {
 /** Compares the `data` of two nodes. It may neither change nor walk the list, and gets no context:
  *  what else decides the order is in the data or in a variable that it can reach.
  *
- *  @param earlier  that of the node that stands earlier.
- *  @param later    that of the other.
+ *  @param earlier  the `data` of the node that stands earlier.
+ *  @param later    the `data` of the node that stands later.
  *  @return above 0 when `earlier` belongs after `later`; any other number leaves their order. */
 typedef int (*QalPlistCompare)(const void *earlier, const void *later);
 

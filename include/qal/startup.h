@@ -37,9 +37,8 @@ QAL_API int qal_utils_done(void);
  *
  *  @param path  the directory's name, copied as it is; borrowed. It may be the stored text itself
  *               or a part of it. Null: no directory is set afterwards.
- *  @return QAL_STATUS_OK; or QAL_STATUS_NO_MEMORY, when no directory is set afterwards and the
- *          allocator has reported it (see qal/alloc.h). The old directory is gone in either case.
- *          */
+ *  @return QAL_STATUS_OK; or QAL_STATUS_NO_MEMORY: no directory is set then, and the allocator has
+ *          reported it (see qal/alloc.h). The old directory is gone in either case. */
 QAL_API int qal_utils_set_cachedir(const char *path);
 
 /** Returns the cache directory.

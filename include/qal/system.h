@@ -85,7 +85,7 @@ QAL_API int qal_sleep(unsigned seconds);
 
 /** Sleeps for a number of microseconds; a signal that is handled ends the sleep early.
  *
- *  @param microseconds  below 1,000,000: whether the platform's usleep() takes more differs.
+ *  @param microseconds  below 1,000,000: not every platform's usleep() takes more.
  *  @return QAL_STATUS_OK, also when the sleep ended early or did not begin. */
 QAL_API int qal_usleep(unsigned microseconds);
 
@@ -105,7 +105,7 @@ QAL_API int qal_sched_yield(void);
  *  @param handler        SIG_IGN, SIG_DFL, or a function that stays valid and may call only what is
  *                        safe in signal handlers. It gets the number of the signal, on whichever
  *                        thread the system chooses.
- *  @return QAL_STATUS_OK, always: a failure does not show. */
+ *  @return QAL_STATUS_OK, always, even when the platform's signal() fails. */
 QAL_API int qal_signal(int signal_number, void (*handler)(int));
 
 /** Returns the process id of the caller.

@@ -3,9 +3,9 @@
  *
  *  A block is handed out by qal_temp_mem_alloc() and given back with qal_temp_mem_release(), which
  *  keeps it for the next request; the three free functions return it to the system. A new block has
- * at least 100 bytes. An idle one is handed out whole, however small the request, unless it is
- * larger than 1,000,000 bytes and more than four times the request. Blocks are aligned for every
- * standard type, as those of malloc() are: to 16 bytes on 64-bit systems.
+ *  at least 100 bytes. An idle one is handed out whole, however small the request, unless it is
+ *  larger than 1,000,000 bytes and more than four times the request. Blocks are aligned for every
+ *  standard type, as those of malloc() are: to 16 bytes on 64-bit systems.
  *
  *  Every call walks a list, so the cost grows with the number of blocks: keep them few and large.
  *
@@ -44,7 +44,7 @@ extern QAL_API QalTempSegment *Tmem_Avail;
  *  @param size  bytes; less than 100, also zero and below, counts as 100.
  *  @return the block, its content indeterminate; not to be freed with free(). Null when memory is
  *          short: both lists are as before, and a record made for the block is lost. Null also when
- *          it takes a record without a block, see qal_temp_mem_resize(). */
+ *          the idle record chosen has lost its block, see qal_temp_mem_resize(). */
 QAL_API void *qal_temp_mem_alloc(int64_t size);
 
 /** Results of qal_temp_mem_release() and of the functions that free. */

@@ -201,7 +201,7 @@ QAL_API int qal_strrepl(char *string, const char *find, const char *replacement,
  *  @return the length that is left. */
 QAL_API int qal_strip_at_the_chars(char *string, const char *set);
 
-/** Copies a text without the run of one byte at its beginning and at its end.
+/** Copies a text without the leading and trailing occurrences of one byte.
  *
  *  @param src        text to copy.
  *  @param dst        receives the copy; strlen(src) + 1 bytes. May be `src` or overlap it.
@@ -209,7 +209,7 @@ QAL_API int qal_strip_at_the_chars(char *string, const char *set);
  *  @return the length written; 0, with `dst` empty, when nothing else was in `src`. */
 QAL_API int qal_strip_pre_post_chars(const char *src, char *dst, int character);
 
-/** Copies a text without the run of the platform's space class at its beginning and at its end.
+/** Copies a text without its leading and trailing bytes of the platform's space class.
  *
  *  @param src  text to copy.
  *  @param dst  receives the copy; strlen(src) + 1 bytes. May be `src` or overlap it.

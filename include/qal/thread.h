@@ -9,20 +9,20 @@
  *  A thread that something else started, such as a std::thread, a pthread or a thread of another
  *  library, has index 0 too. Two threads of one index that use a pool at the same time corrupt it,
  *  directly or through lists and tables: both take the same elements. Often nothing crashes at
- *  first, and the program seems to work. So start the thread with qal_thread_create(), or hand what
- *  it would do with lists to a thread that was started so or to the main thread. Where neither can
- *  be done, one lock around every use of pools, lists and tables by any thread is enough: no two
- *  threads are in a pool at once then. All else is as thread-safe for such a thread as for others.
+ *  first, and the program seems to work. So start the thread with qal_thread_create(), or have a
+ *  thread started so, or the main thread, do its work with pools, lists and tables. Where neither
+ *  is possible, one lock around every use of them by any thread is enough: no two threads are then
+ *  in a pool at once. Everything else is as thread-safe for such a thread as for any other.
  *
- *  Errors: a null pointer gives QAL_THREAD_FAILED and changes nothing, where it is not allowed.
- *  When the platform fails a lock, unlock, wait, signal or broadcast, also one of a semaphore's
+ *  Errors: a null pointer gives QAL_THREAD_FAILED and changes nothing, unless its function allows
+ *  it. When the platform's lock, unlock, wait, signal or broadcast fails, also inside a semaphore's
  *  wait or release, qal_stop_here() (logger.h) is called before QAL_THREAD_FAILED is returned: set
  *  a breakpoint there.
  *
  *  Threads: qal_utils_init() (startup.h) sets the layer up. Mutexes, conditions and semaphores may
  *  be used before that. Afterwards any thread may call any function, with these exceptions:
  *  qal_thread_init() is for the start-up; an index or a handle is joined by one thread, once, and
- *  not cancelled afterwards; and what one thread makes, ends or resets no other uses meanwhile.
+ *  not cancelled afterwards; no thread may use an object that another makes, ends or resets.
  *
  *  Source: utils/libsrc/qal_thread.cpp, qal_thread_init_sys.cpp, qal_thread_sync.cpp,
  *  qal_thread_sema.cpp. */
@@ -72,9 +72,9 @@ typedef struct QalThreadSema {
  *  again.
  *
  *  @return QAL_THREAD_OK, also when the platform has no key left for the indices: after a first
- *          start every thread then has index 0, after a further one the old key stays. What
- * qal_thread_init_sys() returned, when that is not QAL_THREAD_OK: the key is then not made and no
- * thread should be created. */
+ *          start every thread then has index 0, after a further one the old key stays. A status of
+ *          qal_thread_init_sys() other than QAL_THREAD_OK is passed on: no key is made then, and no
+ *          thread should be created. */
 QAL_API int qal_thread_init(void);
 
 /** Does the platform's part of qal_thread_init(): on the platforms of today nothing. A program may
@@ -96,10 +96,9 @@ enum {
 
 /** Returns the calling thread's index.
  *
- *  @return 1 to 2047 in a thread of qal_thread_create(), the number that it was started with in one
- *          of qal_thread_create_sys(), in any other QAL_THREAD_MAIN_INDEX. Threads that have this
- * without being the main thread must not use what is kept for each index, above all the memory
- * pools: they corrupt it. */
+ *  @return 1 to 2047 in a thread of qal_thread_create(); in one of qal_thread_create_sys() the
+ *          number that it was started with; in any other QAL_THREAD_MAIN_INDEX. A thread that has
+ *          this index without being the main thread must not use pools: it corrupts them. */
 QAL_API int qal_thread_self(void);
 
 /** Returns the calling thread's index: the same as qal_thread_self().

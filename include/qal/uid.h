@@ -54,8 +54,7 @@ QAL_API int qal_uid_find(uint64_t id, uint64_t *first_out, uint64_t *second_out)
 /** Retires an id: it is no longer found and never handed out again.
  *
  *  @param id  the id, of which only the low 48 bits count.
- *  @return QAL_STATUS_OK, also without a registry; or QAL_STATUS_INVALID if it is not registered.
- *          */
+ *  @return QAL_STATUS_OK, also without a registry; or QAL_STATUS_INVALID if the id is unknown. */
 QAL_API int qal_uid_destroy(uint64_t id);
 
 #ifdef __cplusplus

@@ -57,13 +57,13 @@ QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name)
  *  nothing, a negated one everything); ranges compare unsigned bytes; a backslash at the end of the
  *  pattern is literal.
  *
- *  Under QAL_FNM_PERIOD a leading `.` is one at the start of the string and, together with
- *  QAL_FNM_PATHNAME, one after a `/`. The flag holds up to the first `*` that has to search for the
- *  rest of the pattern, and it does not keep sets from matching such a dot. QAL_FNM_CASEFOLD folds
- *  ASCII letters in sets, and what the locale calls letters elsewhere. Under QAL_FNM_TRAILING_SLASH
- *  a non-empty string matches if it ends where the pattern has a literal `/`, and the string "/" if
- *  it ends where the pattern has any literal; what the pattern has after that does not count. For
- *  what follows a `*` that has to search, the string is what follows the part that the star took.
+ *  A `*` searches unless the pattern ends with it or, with QAL_FNM_PATHNAME, a `/` follows it.
+ *  QAL_FNM_PERIOD protects a `.` at the start of the string and, with QAL_FNM_PATHNAME, after a
+ *  `/`, but not from sets, and not behind the first `*` that searches. QAL_FNM_CASEFOLD folds ASCII
+ *  letters in sets, and what the locale calls letters elsewhere. With QAL_FNM_TRAILING_SLASH a
+ *  non-empty string matches if it ends where the pattern has a literal `/`, and the string "/" if
+ *  it ends where the pattern has any literal; the rest of the pattern is ignored. Behind a `*` that
+ *  searches, this holds for the rest of the string after the part that the `*` matched.
  *
  *  @param pattern  the pattern; borrowed.
  *  @param string   the string, of any length; borrowed.
