@@ -16,7 +16,7 @@ namespace {
 // The path under which the sweep opens a directory. False when there is none that fits.
 bool make_path(const char *directory, char (&path)[path_room]) {
   if (!directory || !BoundedText{path}.append({directory, "/"})) return false;
-  qal_convert_pathname(path, 0);
+  qal_convert_pathname(path, QAL_PATH_TO_SLASH);
   return true;
 }
 
@@ -28,8 +28,8 @@ void confine_to(const Directories &directories) {
   std::size_t count = 0;
   for (const char *const directory : directories) {
     if (!make_path(directory, rooms[count])) continue;
-    // The first is swept at once, so one that is missing is left out. A later one may be made while
-    // the sweep waits for a server: then nothing is given up, for the sweep must delete there.
+    // The first is swept at once, so it is left out if it is missing. A later one may be made while
+    // the sweep waits for a server: it stays in the list, and then no right is given up.
     if (directory == directories.front() && access(rooms[count], F_OK) != 0) continue;
     paths[count] = rooms[count];
     ++count;

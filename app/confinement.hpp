@@ -5,12 +5,11 @@
 
 namespace qal::internal {
 
-// Those that the tool sweeps. Null stands for one that it does not.
+// The directories that the tool sweeps; null stands for one that it does not sweep.
 using Directories = std::array<const char *, 2>;
 
-// Should a record ever lead the sweep astray, the system still lets this process delete files in
-// these directories only, and write nowhere. Not every system can do that; the sweep goes on
-// without.
+// Lets this process write nowhere and delete files only in these directories, in case a record ever
+// leads the sweep astray. Where the system cannot do that, the sweep goes on without it.
 void confine_to(const Directories &directories);
 
 }  // namespace qal::internal

@@ -285,7 +285,7 @@ int remote_fileio(const char *path, int flags, int origin, int64_t offset, int64
   if (!path || mode > KALMORA_FILE_SIZE) return KALMORA_FILE_INVALID;
   const Piece piece{origin, offset, count, buffer};
   if (mode != KALMORA_FILE_SIZE && !piece.is_sound())
-    return KALMORA_FILE_CANNOT_TRANSFER;  // before it empties a file
+    return KALMORA_FILE_CANNOT_TRANSFER;  // before opening empties the file
   File file = open_file(path, open_mode(mode, keep_file));
   if (!file) return KALMORA_FILE_CANNOT_OPEN;
   const std::int64_t reached = transfer_and_close(mode, piece, std::move(file));

@@ -39,7 +39,7 @@ void harden_process() {
 }
 
 qal::internal::Directories directories_to_sweep() {
-  // Empty only when it did not fit; as a directory the empty text would mean "/".
+  // The text is empty only when it did not fit; an empty directory would mean "/".
   const bool has_resources = *User_resource_directory != '\0';
   return {has_resources ? User_resource_directory : nullptr, std::getenv("TMPDIR")};
 }
@@ -54,8 +54,8 @@ void sweep() {
 
 bool swept = false;
 
-// What libcurl has loaded must not end before the tool: without memory, one of these libraries ends
-// the process with a status of its own. Exit handlers have run by now.
+// Ends the process before the libraries that libcurl has loaded clean up: without memory, one of
+// them would end the process with a status of its own. Exit handlers have run by now.
 [[gnu::destructor]] void end_process() {
   if (swept) _exit(EXIT_SUCCESS);
 }

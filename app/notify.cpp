@@ -99,8 +99,8 @@ void use_our_memory(void *library) {
   }
 }
 
-// Once complete it stays loaded: libcurl keeps state, and perhaps a resolver thread, until the
-// process ends.
+// A complete libcurl stays loaded: it keeps state, and perhaps a resolver thread, until the process
+// ends.
 Curl load_curl() {
   void *const library = dlopen(platform::curl_library_name(), RTLD_NOW | RTLD_LOCAL);
   if (!library) return {};
@@ -127,7 +127,7 @@ class Request {
 
   explicit operator bool() const { return handle_ != nullptr; }
 
-  // Failures do not count here, as those of the request do not.
+  // Failures are ignored here, like that of the request itself.
   void address(const Record &record) {
     set(CURLOPT_URL, record.url);
     set(CURLOPT_HTTPGET, 1L);

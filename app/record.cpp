@@ -124,7 +124,7 @@ bool scan(int descriptor, std::size_t file_size, Scanner &scanner) {
     scanner.take({block.bytes, static_cast<std::size_t>(got)});
     done += static_cast<std::size_t>(got);
   }
-  // A number that the limit cuts off may be another one.
+  // At the limit a number may be cut off, and its remaining digits would make it another number.
   if (at_end || done == file_size) scanner.end();
   return true;
 }

@@ -11,7 +11,6 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstring>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -67,8 +66,8 @@ bool is_own_record(std::string_view dir, const std::string &path) {
                      reinterpret_cast<const unsigned char *>(name.data())) == QAL_FNM_MATCH;
 }
 
-// Where everybody may leave a link, another's could lead to a file that only this user may read.
-// Some kernels follow this rule by themselves, but not all and not everywhere.
+// In a directory where everybody may put a link, another user's link could lead to a file that only
+// this user may read. Some kernels refuse to follow such a link, but not all and not everywhere.
 bool may_follow(const std::string &path, const struct stat &link) {
   constexpr mode_t shared = S_ISVTX | S_IWOTH;
   struct stat dir;
@@ -76,7 +75,7 @@ bool may_follow(const std::string &path, const struct stat &link) {
   return (dir.st_mode & shared) != shared || link.st_uid == geteuid() || link.st_uid == dir.st_uid;
 }
 
-// A link that has taken the place of the one that was looked at may be another's.
+// Fails when the link is no longer the one that was checked: the new one may be another user's.
 Descriptor open_link(const std::string &path) {
   struct stat link;
   struct stat now;
@@ -94,8 +93,8 @@ Descriptor open_record(const std::string &path) {
 }
 
 // Deliberate: the record of a process that exists is settled and that of a vanished one is kept.
-// The sweep follows the result of the probe.
-bool is_settled(const Record &record, Notifier &notifier) {
+// Returns whether the record may be deleted.
+bool notify_if_owned(const Record &record, Notifier &notifier) {
   if (qal_is_pid_running(record.pid) != QAL_PID_EXISTS) return false;
   return !record.has_all_texts() || notifier.notify(record);
 }
@@ -107,7 +106,7 @@ void settle(const std::string &path, Notifier &notifier) {
   Record record;
   const RecordStatus status = read_record(file.get(), info, record);
   if (status == RecordStatus::unreadable) return;
-  if (status == RecordStatus::whole && !is_settled(record, notifier)) return;
+  if (status == RecordStatus::whole && !notify_if_owned(record, notifier)) return;
   // Compared while the file is open, so that no new file can have got its inode.
   const bool unchanged = qal::internal::still_means(path.c_str(), info);
   file.close();
@@ -139,7 +138,7 @@ void process_directory(const char *dir) {
     for (const std::string &path : find_files(dir, record_pattern)) {
       if (is_own_record(dir, path)) settle(path, notifier);
     }
-  } catch (const std::bad_alloc &) {  // GCOV_EXCL_BR_LINE: what passes by it is not written here
-    // Without memory for the list the listing has failed: the records wait for the next run.
+  } catch (const std::bad_alloc &) {  // GCOV_EXCL_BR_LINE: nothing throws another type
+    // Memory is short: the records that are left wait for the next run.
   }
 }

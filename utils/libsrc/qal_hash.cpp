@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <span>
 
 #include "internal/hash_search.hpp"
@@ -62,7 +61,7 @@ struct Merge {
   QalHashMergeFunc callback;
   void *user;
 
-  void slot(std::int32_t slot) const {
+  void merge_slot(std::int32_t slot) const {
     QalList *const from = list_at(src, slot);
     // Deliberate: a slot without a list takes every record, equal keys included; one with an empty
     // list follows the rule for duplicates.
@@ -183,7 +182,7 @@ int qal_hash_merge(QalHash *dst, QalHash *src, QalHashMergeFunc callback, void *
   if (!dst || !src || !alike(*dst, *src)) return QAL_STATUS_INVALID;
   if (dst == src) return QAL_STATUS_OK;
   const Merge merge{*dst, *src, callback, user};
-  for (std::int32_t slot = 0; slot < dst->num_slots; ++slot) merge.slot(slot);
+  for (std::int32_t slot = 0; slot < dst->num_slots; ++slot) merge.merge_slot(slot);
   empty_slots(*src);
   return QAL_STATUS_OK;
 }

@@ -135,7 +135,7 @@ uint32_t qal_list_length(const QalList *list) {
 
 void qal_list_sort(QalList *list, QalListCompare compare) {
   if (!list || !compare) return;
-  // Not a guard: it would have to store the ends if a comparison threw, which costs registers.
+  // Not Links, whose destructor would also run when a comparison throws, which costs registers.
   ElementChain chain = qal::internal::chain_of(*list);
   qal::internal::merge_sort(
       chain, [=](const Element *p, const Element *q) { return compare(p + 1, q + 1) > 0; });

@@ -86,7 +86,7 @@ void *carve(const QalMpool &pool, Chunk *chunk) {
   return next;
 }
 
-// The pool's mutex, locked even where no lock is needed, because it may stay so.
+// Locks the pool's mutex even where no lock is needed: a refill that fails leaves it locked.
 class RefillLock {
  public:
   explicit RefillLock(QalMpool &pool) : mutex_(pool.lock) {

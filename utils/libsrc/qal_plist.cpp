@@ -142,7 +142,7 @@ uint32_t qal_plist_length(const QalPlist *list) { return list ? chain_of(*list).
 
 void qal_plist_sort(QalPlist *list, QalPlistCompare compare) {
   if (!list || !compare) return;
-  // Not a guard: it would have to store the ends if a comparison threw, which costs registers.
+  // Not Links, whose destructor would also run when a comparison throws, which costs registers.
   NodeChain chain = chain_of(*list);
   qal::internal::merge_sort(chain, [=](const QalPlistNode *p, const QalPlistNode *q) {
     return compare(p->data, q->data) > 0;

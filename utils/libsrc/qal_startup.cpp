@@ -6,7 +6,6 @@
 #include <qal/uid.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 namespace {

@@ -25,7 +25,7 @@ namespace {
 using qal::internal::PasswordEntry;
 namespace platform = qal::internal::platform;
 
-// Everywhere the message names the call that has these figures on macOS.
+// On every system the message names the macOS call that has these figures.
 int stored_or_reported(bool success) {
   if (success) return QAL_SYSINFO_ANSWERED;
   std::perror("sysctl");
@@ -71,7 +71,7 @@ constexpr char version_label[] = "ProductVersion:";
 using VersionOutput = std::array<char, 1025>;
 
 bool read_version_output(VersionOutput &output) {
-  const Pipe pipe{qal::internal::platform::open_command(version_command, "r")};
+  const Pipe pipe{platform::open_command(version_command, "r")};
   if (!pipe) return false;
   output[qal::internal::read_uninterrupted(output.data(), output.size() - 1, pipe.get())] = '\0';
   return true;

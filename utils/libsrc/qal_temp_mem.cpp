@@ -4,7 +4,6 @@
 #include <qal/alloc.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 

@@ -57,7 +57,7 @@ struct Replacing {
   bool grows() const { return replacement.size() > find.size(); }
 };
 
-// What is searched for is seldom longer than a word: a loop over its bytes is faster than the call.
+// A search text is seldom longer than a word: a loop over its bytes is faster than memcmp.
 inline bool begins(std::string_view text, std::size_t at, std::string_view prefix) {
   if (text.size() - at < prefix.size()) return false;
   std::size_t same = 0;
@@ -73,7 +73,7 @@ std::size_t position_from(std::size_t at, std::string_view text, std::string_vie
   return static_cast<std::size_t>(static_cast<const char *>(match) - text.data());
 }
 
-// Where the first byte occurs there is a match more often than not, and no search is needed.
+// Mostly the first occurrence of the first byte is a match already, which saves the search.
 inline std::size_t position_in(std::string_view text, std::string_view find) {
   const std::size_t first = text.find(find.front());
   if (first == std::string_view::npos || begins(text, first, find)) return first;
@@ -124,10 +124,10 @@ int strip_both_ends(const char *src, char *dst, Unwanted unwanted) {
   return static_cast<int>(length);
 }
 
-// The last byte of the buffer may hold anything when the output is shorter. If it is not NUL, it
-// becomes NUL, and another NUL behind the first byte must show that the text ends earlier.
-// Deliberate: an empty output has its NUL in the first byte, where it is not searched for.
-bool is_terminated(std::span<char> buffer) {
+// Sets the last byte to NUL. Returns whether it was NUL already or a NUL behind the first byte ends
+// the text earlier: when the output is shorter, the last byte may hold anything. Deliberate: the
+// first byte is not searched, so the NUL of an empty output is not found.
+bool ensure_terminated(std::span<char> buffer) {
   if (buffer.back() == '\0') return true;
   buffer.back() = '\0';
   const auto inner = buffer.subspan(1, buffer.size() - 2);
@@ -224,5 +224,5 @@ int qal_snprintf(char *buffer, size_t size, const char *format, ...) {
     buffer[size - 1] = '\0';
     return QAL_SNPRINTF_NOT_WHOLE;
   }
-  return is_terminated({buffer, size}) ? QAL_SNPRINTF_WHOLE : QAL_SNPRINTF_NOT_WHOLE;
+  return ensure_terminated({buffer, size}) ? QAL_SNPRINTF_WHOLE : QAL_SNPRINTF_NOT_WHOLE;
 }

@@ -25,7 +25,7 @@ void pass_on(QalThreadSema &sema, int &result) {
     note(result, status_with_breakpoint(pthread_cond_signal(&sema.condition)));
 }
 
-// Runs when a waiter is cancelled, which holds the mutex again then: it withdraws its claim, and
+// Runs when a waiter is cancelled, with the mutex held again: withdraws the waiter's claim, and
 // wakes the next waiter if that one may pass now.
 void give_back(void *address) {
   auto &sema = *static_cast<QalThreadSema *>(address);

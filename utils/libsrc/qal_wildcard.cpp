@@ -1,6 +1,6 @@
-// Two wildcard matchers that never recurse. What follows a star is searched for from left to right.
-// Once the next star is reached, only that one is ever revisited: whatever it could try after a
-// later match of what stands before it, it can try after the first one as well.
+// Two wildcard matchers that never recurse. The tokens between two stars are matched at the first
+// place where they fit and stay there: from there the second star can reach every place that it
+// could reach from a later match.
 #include <qal/wildcard.h>
 
 #include <array>
@@ -78,7 +78,7 @@ const Byte *match_token(const Byte *pattern, Byte byte) {
   return is_literal(*pattern) ? match_literal(pattern, byte) : match_special(pattern, byte);
 }
 
-// Looked up: each name begins with measuring the suffix, which mostly consists of such bytes.
+// A table, because the rest of the pattern is measured at every star and is mostly such bytes.
 constexpr auto is_one_byte_wide = [] {
   std::array<bool, UCHAR_MAX + 1> is{};
   is.fill(true);
@@ -114,7 +114,7 @@ __attribute__((noinline)) std::ptrdiff_t width_of_tokens(const Byte *pattern) {
   return pattern ? width : open_width;
 }
 
-// The same. Patterns without sets and escapes are the fast path.
+// As width_of_tokens; a pattern without sets and escapes takes the fast path.
 std::ptrdiff_t width_of(const Byte *pattern) {
   const Byte *at = pattern;
   while (is_one_byte_wide[*at]) ++at;
@@ -195,8 +195,8 @@ class NameMatcher {
   const Byte *pattern_;
   const Byte *name_;
   const Byte *end_ = nullptr;
-  const Byte *behind_star_ = nullptr;  // what the pattern has behind the last star
-  const Byte *tried_ = nullptr;        // where in the name the last attempt at that began
+  const Byte *behind_star_ = nullptr;  // the pattern behind the last star
+  const Byte *tried_ = nullptr;        // the place in the name where it was tried last
 };
 
 Byte ascii_upper(Byte byte) {
@@ -346,8 +346,8 @@ class PathMatcher {
     return Outcome::passed;
   }
 
-  // `begin` is where the current attempt began. An attempt behind a star takes what is there for
-  // the whole string.
+  // `begin` is where the current attempt began: behind a star, the rest of the string counts as the
+  // whole.
   bool tolerates(Byte literal, const Byte *begin, const Byte *string) const {
     if (!has(QAL_FNM_TRAILING_SLASH) || *string || string == begin) return false;
     // Deliberate: the slash need not be the pattern's last byte, and a lone "/" tolerates any

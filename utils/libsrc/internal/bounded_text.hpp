@@ -27,11 +27,6 @@ class BoundedText {
   }
   bool append(std::string_view piece) { return append({piece}); }
 
-  void clear() {
-    length_ = 0;
-    room_.front() = '\0';
-  }
-
   std::size_t length() const { return length_; }
   std::string_view view() const { return {room_.data(), length_}; }
   const char *c_str() const { return room_.data(); }

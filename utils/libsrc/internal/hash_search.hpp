@@ -71,7 +71,7 @@ template <typename Size>
   if (data_out) copy_bytes(data_out, data, data_bytes(table));
 }
 
-// Copies the data of a record out and gives the record back.
+// Copies the data of a record out, unlinks the record and returns it to its pool.
 [[gnu::noinline]] void take_record(const QalHash &table, QalList *list, void *record,
                                    void *data_out);
 

@@ -11,8 +11,8 @@ namespace qal::internal {
 
 // A tree over the digits of ids to base 256. Ids are handed out in order, so its nodes are filled
 // one after the other; one that is empty is kept for other ids. It lasts as long as the process.
-// Its nodes are not of the checked allocator, which would report that memory is short: ids are
-// found without it too, and nothing has failed.
+// Its nodes are not allocated with qal_malloc, which reports a failure: without the index ids are
+// found more slowly, and nothing has failed.
 template <typename Record>
 class IdIndex {
  public:

@@ -7,9 +7,9 @@
 
 namespace qal::internal {
 
-// Set before any of these mutexes is locked. It stays so once there is a second thread, because a
-// mutex may be held by a thread that ended with it, or in a forked child by a thread that is not
-// there; and once a refill failed, which leaves the pool locked.
+// Set before any of these mutexes is locked. It stays set once there is a second thread, because
+// the thread that holds a mutex may have ended or be missing in a forked child; and once a refill
+// has failed, which leaves the pool locked.
 extern std::atomic<bool> locks_in_use;
 
 inline void start_locking() {

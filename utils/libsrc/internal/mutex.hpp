@@ -13,8 +13,8 @@
 #endif
 #define QAL_GUARDED_BY(mutex) QAL_THREAD_ANNOTATION(guarded_by(mutex))
 #define QAL_REQUIRES(mutex) QAL_THREAD_ANNOTATION(requires_capability(mutex))
-// For what locks a mutex, and for what calls that in turn. Public functions have it where they are
-// defined, because their headers are C; calls further up in the file are not checked.
+// For functions that lock the mutex, directly or through a call. Public functions have it on their
+// definition, because their headers are C; calls above the definition are not checked.
 #define QAL_EXCLUDES(mutex) QAL_REQUIRES(!(mutex))
 
 namespace qal::internal {
@@ -50,7 +50,7 @@ class QAL_THREAD_ANNOTATION(scoped_lockable) Lock {
   Mutex &mutex_;
 };
 
-// The same where no lock is needed in a process of one thread.
+// Locks only where a lock is needed; see locks_needed().
 class QAL_THREAD_ANNOTATION(scoped_lockable) LockIfNeeded {
  public:
   explicit LockIfNeeded(Mutex &mutex) QAL_THREAD_ANNOTATION(acquire_capability(mutex))

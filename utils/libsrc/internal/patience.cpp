@@ -18,7 +18,7 @@ using Clock = Patience::Clock;
 
 constexpr std::chrono::microseconds spin_time{2};
 
-// What was in vain in one wait of a thread is left out of its next eight.
+// An effort that failed in one wait of a thread is skipped in the thread's next eight waits.
 class Effort {
  public:
   bool is_due() {
@@ -34,15 +34,15 @@ class Effort {
 thread_local Effort spinning;
 thread_local Effort staying_awake;
 
-// What this thread's sleeps have taken of late. While two threads wake each other, both learn what
-// waking takes, and the one that is awake for so long meets the other before it sleeps too.
+// How long this thread's recent sleeps took. Two threads that keep waking each other both learn how
+// long waking takes, and a thread that stays awake for that long meets the other without sleeping.
 constexpr std::chrono::microseconds least_sleep{1};
 constexpr Clock::duration longest_sleep = std::chrono::microseconds{100};
 thread_local Clock::duration sleep_cost = longest_sleep;
 
 // Yielding helps while the processor goes to the threads that are waited for. A yield longer than
-// this has let other work run, which would take the processor at every meeting: then yielding
-// pauses, in all threads, for as long as it took.
+// this has let other work run, which would take the processor at every meeting: no thread then
+// yields again for as long as that yield took.
 constexpr std::chrono::microseconds long_yield{100};
 std::atomic<Clock::rep> yielding_resumes{0};
 

@@ -6,9 +6,8 @@
 namespace qal::internal {
 
 // A waiting thread spins for a moment if every thread that meets can have a processor, and then
-// yields for about as long as it would take to be put to sleep and woken, which it learns from its
-// own sleeps. What was in vain is left out of its next waits, except for eight yields, so a thread
-// that always has long to wait soon sleeps.
+// yields for about as long as its own sleeps have taken. Spinning or yielding that failed is left
+// out of its next waits, except for eight yields, so a thread whose waits are long soon sleeps.
 class Patience {
  public:
   using Clock = std::chrono::steady_clock;

@@ -39,7 +39,7 @@ inline void add_shared(QalMpool &pool, void *element) {
   ++pool.shared_count;
 }
 
-// As pool_free, where a lock is needed. Inlined, it would have the fast path save registers.
+// Like pool_free where a lock is needed. Not inline: the fast path would have to save registers.
 [[gnu::noinline]] int pool_free_locked(QalMpool &pool, void *element);
 
 inline int pool_free(QalMpool *pool, void *element) {

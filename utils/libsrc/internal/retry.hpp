@@ -1,4 +1,4 @@
-// Makes calls again that a signal has interrupted.
+// Repeats calls that a signal has interrupted.
 #pragma once
 
 #include <cerrno>
@@ -20,7 +20,7 @@ auto retry_interrupted(Call call) {
   }
 }
 
-// Like fread of single bytes, which gives up when a signal interrupts it.
+// Like fread of single bytes, but goes on when a signal interrupts it.
 inline std::size_t read_uninterrupted(void *to, std::size_t size, std::FILE *stream) {
   std::size_t got = 0;
   for (;;) {

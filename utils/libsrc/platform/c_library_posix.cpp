@@ -1,4 +1,4 @@
-// The same for other C libraries on Linux, from what the standards have.
+// Error texts and the upper-case table for other C libraries on Linux, from standard functions.
 #include <ctype.h>
 #include <string.h>
 
@@ -8,8 +8,8 @@
 
 namespace qal::internal::platform {
 
-// Unlike that of the GNU C library, theirs takes the text from a table: threads may call it, and a
-// forked child. Each has words of its own for a number without a text.
+// Unlike the GNU C library's strerror, theirs only reads a table, so threads and a forked child may
+// call it. Each library words the text for an unknown number differently.
 const char *error_text(int error) {
   const char *const text = strerror(error);
   return std::string_view{text} == strerror(-1) ? "Unknown error" : text;

@@ -16,7 +16,7 @@
 namespace qal::internal::platform {
 namespace {
 
-// Which the oldest headers that we build with do not have.
+// LANDLOCK_ACCESS_FS_TRUNCATE, which the oldest headers that we build with lack.
 constexpr std::uint64_t truncate_right = 1U << 14U;
 
 constexpr std::uint64_t rights_of_every_version =

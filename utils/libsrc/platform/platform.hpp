@@ -35,7 +35,7 @@ int format_text(char *out, std::size_t room, const char *format, std::va_list ar
 bool open_pipe(int (&ends)[2]);
 
 // Starts a shell command as popen does, with a stream that commands started later do not inherit.
-// Where the system cannot open it so, a command that another thread starts at this very moment may.
+// Where popen itself cannot do this, a command that another thread starts just then may inherit it.
 std::FILE *open_command(const char *command, const char *mode);
 
 // The text of an error number. A forked child may call this before exec.
@@ -57,8 +57,8 @@ extern const char &single_threaded;
 // Overwrites a secret, even where the optimiser would leave that out.
 void clear_secret(void *secret, std::size_t size);
 
-// Gives up for good, for this thread and those that it starts, what the system lets it give up of:
-// new privileges, and writing, creating, renaming and deleting, except for deleting files below the
+// Gives up for good, for this thread and those that it starts, as far as the system allows: new
+// privileges, and writing, creating, renaming and deleting, except for deleting files below the
 // directories. False when nothing but new privileges was given up: the system cannot do it, one of
 // the directories cannot be opened, or a call failed.
 bool keep_only_deleting_in(const char *const *directories, std::size_t count);

@@ -18,7 +18,7 @@ bool open_pipe(int (&ends)[2]) {
   return true;
 }
 
-// Its popen has no mode letter for that.
+// popen has no mode letter for closing on exec.
 std::FILE *open_command(const char *command, const char *mode) {
   std::FILE *const stream = popen(command, mode);
   if (stream) fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
@@ -37,13 +37,13 @@ const int *upper_case_of_ascii(int (&room)[ascii_count]) {
 // Does nothing: the system's call does not say how much it has copied when it fails.
 void copy_in_kernel(int /*from*/, int /*to*/) {}
 
-// Its C library does not say.
+// The C library does not say whether there is one thread.
 constexpr char unknown = 0;
 constinit const char &single_threaded = unknown;
 
 void clear_secret(void *secret, std::size_t size) { memset_s(secret, size, 0, size); }
 
-// The system has nothing for it that a program may rely on.
+// macOS has no supported interface for giving up rights.
 bool keep_only_deleting_in(const char *const * /*directories*/, std::size_t /*count*/) {
   return false;
 }

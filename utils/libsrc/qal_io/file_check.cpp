@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
+#include <cstdio>
 
 #include "internal/file_system.hpp"
 #include "internal/handles.hpp"
@@ -24,25 +24,17 @@ struct Verdict {
   const char *finding;  // reported after the file's name; null when there is nothing to report
 };
 
-constexpr uint32_t type_mask = 0170000;
-constexpr uint32_t type_directory = 0040000;
-constexpr uint32_t type_regular = 0100000;
-
-uint32_t file_type(const QalStat &record) { return record.mode & type_mask; }
-
 const char *wrong_kind(const char *path, unsigned mode) {
   QalStat record;
   if (!(mode & (QAL_CHECK_NOT_DIRECTORY | QAL_CHECK_REGULAR))) return nullptr;
   if (qal_stat(path, &record) != 0) return nullptr;
-  if ((mode & QAL_CHECK_NOT_DIRECTORY) && file_type(record) == type_directory)
-    return "is a directory.";
-  if ((mode & QAL_CHECK_REGULAR) && file_type(record) != type_regular)
-    return "is not a regular file.";
+  if ((mode & QAL_CHECK_NOT_DIRECTORY) && S_ISDIR(record.mode)) return "is a directory.";
+  if ((mode & QAL_CHECK_REGULAR) && !S_ISREG(record.mode)) return "is not a regular file.";
   return nullptr;
 }
 
-// Exclusive, and removed only while the name means it, so that a file of somebody else's is never
-// removed.
+// Creates the file exclusively and removes it only while the name still means it, so that nobody
+// else's file is ever removed.
 bool can_be_created(const char *path) {
   const Descriptor file{retry_interrupted(
       [path] { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); })};
@@ -129,5 +121,5 @@ int qal_stat(const char *path, QalStat *record) {
 
 int qal_is_dir(const char *path) {
   QalStat record;
-  return qal_stat(path, &record) == 0 && file_type(record) == type_directory;
+  return qal_stat(path, &record) == 0 && S_ISDIR(record.mode);
 }

@@ -36,14 +36,14 @@ Descriptor open_source(const char *path) {
   return Descriptor{retry_interrupted([path] { return open(path, O_RDONLY | O_CLOEXEC); })};
 }
 
-// Some file systems write a file to the disk at its close when it has been truncated, so this is
-// left out where there is nothing to truncate: in a new file, a device or a pipe.
+// Some file systems write a truncated file to the disk as soon as it is closed, so nothing is
+// truncated where there is nothing to cut off: in a new file, a device or a pipe.
 bool emptied(int file, const struct stat &info) {
   if (!S_ISREG(info.st_mode) || info.st_size == 0) return true;
   return retry_interrupted([file] { return ftruncate(file, 0); }) == 0;
 }
 
-// Opened without truncating: only once it is open is it known not to be the source itself.
+// Opens without truncating, because only the open file shows whether it is the source itself.
 Descriptor open_destination(const char *path, const struct stat &source) {
   const auto permissions = static_cast<mode_t>(source.st_mode & 0777);
   Descriptor file{

@@ -139,8 +139,8 @@ bool remove_directories(Directory &here, const NameList &names, std::size_t path
 }
 
 // Closes `parent` meanwhile, so that two open directories are enough for any depth. The way back is
-// ".." of `here`, which leads elsewhere when `here` has been moved. Without names it is not taken:
-// an empty directory need not be one that may be searched.
+// ".." of `here`, which leads elsewhere when `here` has been moved. Without names `parent` stays
+// open: the way back needs the permission to search `here`, which an empty directory may lack.
 bool remove_directories_below(Directory &parent, Directory &here, const NameList &names,
                               std::size_t path_length) {
   if (names.empty()) return true;

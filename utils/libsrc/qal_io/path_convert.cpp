@@ -11,8 +11,8 @@ namespace {
 constexpr std::uint32_t mode_mask = 0xffff00ffU;  // bits 8 to 15 hold the further settings
 constexpr const char *illegal_in_names = ":*?\"<>|";
 
-// Most paths are clean: the search finds nothing. In the others the places to change are too close
-// together for searching from one to the next.
+// Most paths hold nothing to replace, which one search shows. In the others the places to change
+// are so close together that a loop is faster than a search for each.
 void replace_all(char *path, char from, char to) {
   char *const hit = std::strchr(path, from);
   if (!hit) return;
@@ -64,8 +64,8 @@ class Compaction {
     } while (c != separator_ && c != '\0');
   }
 
-  // Takes back the last written separator and what follows it. The separators are counted so that
-  // nothing is searched where there is none: each ".." would search a long first piece again.
+  // Removes the last written separator and what follows it. The separators are counted because a
+  // search for one that is not there would read a long first piece again for every "..".
   void drop_written_piece() {
     do {
       --write_;

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
-#include <cstring>
 #include <initializer_list>
 #include <span>
 #include <string_view>

@@ -26,8 +26,8 @@ void strip_trailing(char *path, char separator) {
   path[length] = '\0';
 }
 
-// The text that stands for the root. Every call writes its own separator into it, whatever it
-// returns.
+// The text that stands for the root. Every call of qal_dirname with a path writes its separator
+// here, whatever it returns.
 const char *root_text(char separator) {
   thread_local std::array<char, 2> text;
   text = {separator, '\0'};

@@ -109,8 +109,8 @@ class NumberedPath {
   std::size_t width_ = 0;
 };
 
-// Numbers in a growing block. Not of the checked allocator, which would report that memory is
-// short: the numbers are probed then, and nothing has failed.
+// Numbers in a growing block, not allocated with qal_malloc, which reports a failure: when memory
+// is short the numbers are probed instead, and nothing has failed.
 class NumberList {
  public:
   bool add(std::int32_t number) {
@@ -136,8 +136,8 @@ class NumberList {
   std::size_t capacity_ = 0;
 };
 
-// Whether no file of the directory, which cannot be opened for this reason, can be opened either.
-// One that can be searched but not read is worth probing.
+// Whether opening a directory failed for a reason that keeps its files from being opened as well. A
+// directory that can be searched but not read is no such case.
 bool nothing_can_be_opened(const char *directory, int error) {
   switch (error) {
     case ENOENT:
@@ -155,7 +155,7 @@ bool nothing_can_be_opened(const char *directory, int error) {
   }
 }
 
-// Collects the numbers that the directory has entries for. False when it cannot be read whole.
+// Collects the numbers that the directory has entries for. False when some may be missing.
 bool list_numbers(const NumberedPath &path, NumberList &numbers) {
   const auto place = path.directory();
   const Directory directory = qal::internal::open_directory(place.data());
