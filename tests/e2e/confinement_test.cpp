@@ -75,8 +75,8 @@ class SweepConfinement : public testing::Test {
     world_.directory(fs::relative(directory, world_.root()).string() + "/empty");
   }
 
-  // A copy for the tool's user, who may not be able to walk to the build. The loader takes a blank
-  // in a path for its end, so it gets the name and looks for it.
+  // A copy, because the tool's user may not be able to walk to the build. LD_PRELOAD ends a path at
+  // a blank, so it gets the bare name, which LD_LIBRARY_PATH leads to.
   std::string copied_attempts() const {
     const std::string name = "attempts.so";
     const auto copy = world_.root() + "/" + name;
@@ -107,7 +107,7 @@ TEST_F(SweepConfinement, IsDoneWithoutWhereTheKernelHasNone) {
   run({{"UNCONFINED", "yes"}});
   for (const auto &directory : {foreign_, swept_}) {
     for (const auto name : {"created", "new", "pointing", "made"}) {
-      EXPECT_TRUE(fs::exists(fs::symlink_status(directory + "/" + name))) << name;
+      EXPECT_TRUE(exists(directory + "/" + name)) << name;
     }
     for (const auto name : {"old", "empty", "deleted"}) {
       EXPECT_FALSE(exists(directory + "/" + name)) << name;

@@ -6,11 +6,7 @@
 #include <unistd.h>
 #include <kalmora/sweep.hpp>
 
-#include <algorithm>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
 #include <string_view>
@@ -21,8 +17,6 @@
 #include "platform/platform.hpp"
 #include "support/bad_servers.hpp"
 #include "support/sweep_world.hpp"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -190,15 +184,6 @@ TEST_F(SweepOrder, AsksAServerOncePerRecord) {
   world_.record("halix_server2.dat", live_record());
   run();
   EXPECT_THAT(server_.paths(), ElementsAre("/settle", "/settle"));
-}
-
-TEST_F(SweepOrder, DeletesTheRecordAfterItsRequest) {
-  const auto path = world_.record("halix_server1.dat", live_record());
-  bool existed = false;
-  server_.before_answer([&] { existed = exists(path); });
-  run();
-  EXPECT_TRUE(existed);
-  EXPECT_FALSE(exists(path));
 }
 
 TEST_F(SweepOrder, SweepsOneDirectoryTwiceWhenBothNamesMeanIt) {
@@ -477,21 +462,6 @@ TEST_F(SweepStart, WithNothingToDoSucceeds) {
   run({.unset = {"TMPDIR", "ZUL_HOME", "ZUL_USER_HOMEDIR"}});
 }
 
-TEST_F(SweepStart, WithoutATemporaryDirectoryMakesOneSweep) {
-  world_.file(world_.resources() + "/halix_server1.dat", live_record("/resources"));
-  const auto path = world_.record("halix_server1.dat", live_record("/temporary"));
-  run({.unset = {"TMPDIR"}});
-  EXPECT_THAT(server_.paths(), ElementsAre("/resources"));
-  EXPECT_TRUE(exists(path));
-}
-
-TEST_F(SweepStart, WithAnEmptyTemporaryDirectorySweepsTheRootInstead) {
-  const auto path = world_.record("halix_server1.dat", live_record());
-  run({.environment = {{"TMPDIR", ""}}});
-  EXPECT_THAT(server_.requests(), IsEmpty());
-  EXPECT_TRUE(exists(path));
-}
-
 TEST_F(SweepStart, WithAUselessTemporaryDirectorySweepsTheOtherOne) {
   for (const auto &useless : {world_.root() + "/missing", world_.file(world_.home() + "/file", ""),
                               std::string(3000, 'x'), "~nobody-of-this-name"s}) {
@@ -537,7 +507,7 @@ TEST_F(SweepStart, WithClosedStreamsSettlesRecords) {
   EXPECT_THAT(server_.requests(), SizeIs(6));
 }
 
-// A file that is no library stands in for libcurl: a tool that were linked with it could not start.
+// A file that is no library stands in for libcurl: a tool linked with libcurl could not start.
 TEST_F(SweepStart, WithoutLibcurlKeepsWhatNeedsARequest) {
   const std::string library = qal::internal::platform::curl_library_name();
   world_.directory("lib");

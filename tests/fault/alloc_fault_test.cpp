@@ -86,14 +86,6 @@ TEST(AllocMallocFault, ClearsThePointerBeforeItReports) {
   EXPECT_EQ(delivered_lines, 4);
 }
 
-TEST(AllocMallocFault, KeepsErrno) {
-  const LogCapture log;
-  char *block = nullptr;
-  allocations = fail_nth(1, ENOMEM);
-  QAL_MALLOC("label", block, 1);
-  EXPECT_EQ(errno, ENOMEM);
-}
-
 TEST(AllocMallocFault, ShowsTheReasonThatTheSystemGives) {
   const LogCapture log;
   char *block = nullptr;

@@ -409,23 +409,6 @@ TEST(BlocksReadFault, AnswersZeroForEveryErrorOfZlib) {
   }
 }
 
-TEST(BlocksReadFault, GoesOnAfterShortReads) {
-  const std::string bytes = noise(40'000);
-  const std::string content = block(bytes);
-  for (const auto read : readers) {
-    start_over();
-    Deliveries pieces;
-    for (std::size_t at = 0; at < content.size(); at += pieces.back().bytes.size()) {
-      pieces.push_back({content.substr(at, 1 + at % 3)});
-    }
-    FlakySource source(pieces);
-    const File stream(source.open());
-    std::string room(bytes.size(), '\0');
-    EXPECT_EQ(read(room.data(), 1, room.size(), stream.get()), bytes.size());
-    EXPECT_TRUE(room == bytes);
-  }
-}
-
 TEST(BlocksReadFault, AnswersZeroWhenTheStreamFails) {
   const std::string bytes = noise(40'000);
   const std::string content = block(bytes);

@@ -16,14 +16,12 @@
 
 #include "internal/file_system.hpp"
 #include "platform/platform.hpp"
-#include "support/descriptors.hpp"
 #include "support/fault.hpp"
 #include "support/scratch.hpp"
 
 using qal::internal::still_means;
 using qal::test::fail_nth;
 using qal::test::Fault;
-using qal::test::open_descriptors;
 using qal::test::ScratchDir;
 using testing::IsEmpty;
 namespace platform = qal::internal::platform;
@@ -121,7 +119,6 @@ class Confinement : public testing::Test {
     scratch_.directory("one");
     scratch_.directory("two");
   }
-  ~Confinement() override { EXPECT_EQ(open_descriptors(), descriptors_); }
 
   bool confine(const char *two = "two") const {
     const std::string paths[] = {scratch_ / "one/", scratch_ / two};
@@ -129,7 +126,6 @@ class Confinement : public testing::Test {
     return platform::keep_only_deleting_in(directories, std::size(directories));
   }
 
-  std::vector<int> descriptors_ = open_descriptors();
   ScratchDir scratch_;
 };
 

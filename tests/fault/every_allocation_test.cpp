@@ -533,7 +533,7 @@ void search_and_change_texts() {
 
 int by_address(const void *a, const void *b) { return (a > b) - (a < b); }
 
-// Each list is in the order opposite to that of its sort.
+// Each list begins in the reverse of its sorted order.
 void sort_lists() {
   constexpr int length = 1000;
   qal_plist_pool_create(1, length);
@@ -608,8 +608,8 @@ constexpr Area areas[] = {
     {"threads", &run_threads, Life::once_per_process},
 };
 
-// What the C library sets up at its first use and keeps is no concern of these tests. Nobody's home
-// is looked for in every database there is.
+// What the C library sets up at its first use and keeps is no concern of these tests. To look for
+// an unknown user, it opens every user database.
 void warm_up(const Area &area, const ScratchDir &scratch) {
   char path[1024];
   qal_expand_pathname("~nobody at all", path, sizeof path);

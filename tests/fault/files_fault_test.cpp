@@ -574,13 +574,6 @@ class Stream {
 const Delivery failure{.bytes = "", .error = EIO};
 const Delivery interruption{.bytes = "", .error = EINTR};
 
-TEST(ReadFault, ShortReadsChangeNothing) {
-  const Stream stream(byte_by_byte("abcdefghijkl"));
-  char buffer[13] = {};
-  EXPECT_EQ(qal_fread(buffer, 3, 4, stream.get()), 4U);
-  EXPECT_STREQ(buffer, "abcdefghijkl");
-}
-
 TEST(ReadFault, AfterAnErrorTheRestIsReadInHalfTheChunk) {
   const Stream stream({{"abcd"}, failure, {"efgh"}});
   char buffer[9] = {};
@@ -621,15 +614,6 @@ TEST(ReadFault, AnEndInsideAnItemLeavesItOut) {
   const Stream stream(byte_by_byte("abcdef"));
   char buffer[9] = {};
   EXPECT_EQ(qal_fread(buffer, 4, 2, stream.get()), 1U);
-}
-
-TEST(LineFault, ALineArrivesByteByByte) {
-  const Stream stream(byte_by_byte("ab\r\ncd"));
-  char buffer[9];
-  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
-  EXPECT_STREQ(buffer, "ab");
-  EXPECT_EQ(qal_io_get_aline(stream.get(), 8, buffer), 2);
-  EXPECT_STREQ(buffer, "cd");
 }
 
 TEST(LineFault, AnInterruptedReadIsTakenUpAgain) {

@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "support/child.hpp"
-#include "support/descriptors.hpp"
 #include "support/fault.hpp"
 #include "support/scratch.hpp"
 
@@ -28,7 +27,6 @@ using qal::test::fail_nth;
 using qal::test::Fault;
 using qal::test::in_child;
 using qal::test::InScratch;
-using qal::test::open_descriptors;
 using qal::test::ScratchDir;
 
 using LineCount = InScratch;
@@ -269,11 +267,9 @@ int scan(const ScratchDir &scratch, dirent ***list) {
 }
 
 void expect_failed_scan(const ScratchDir &scratch) {
-  const auto before = open_descriptors();
   auto *list = reinterpret_cast<dirent **>(8);
   EXPECT_EQ(scan(scratch, &list), -1);
   EXPECT_EQ(list, nullptr);
-  EXPECT_EQ(open_descriptors(), before);
 }
 
 int is_visible(const dirent *entry) { return entry->d_name[0] != '.'; }
@@ -350,12 +346,10 @@ TEST_F(FileAccess, OpensAgainAfterASignal) {
 
 TEST_F(FileAccess, FailsWhenThePositionCannotBeAsked) {
   const auto path = scratch.file("data", "0123456789");
-  const auto before = open_descriptors();
   std::int64_t position = 99;
   faults.ftello = fail_nth(1, EIO);
   EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), -3);
   EXPECT_EQ(position, 0);
-  EXPECT_EQ(open_descriptors(), before);
 }
 
 }  // namespace

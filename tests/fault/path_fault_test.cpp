@@ -18,7 +18,6 @@
 
 #include "internal/password.hpp"
 #include "support/child.hpp"
-#include "support/descriptors.hpp"
 #include "support/fault.hpp"
 #include "support/listing.hpp"
 #include "support/log_capture.hpp"
@@ -32,13 +31,12 @@ using qal::test::fail_times;
 using qal::test::Fault;
 using qal::test::in_unprivileged_child;
 using qal::test::LogCapture;
-using qal::test::open_descriptors;
 using qal::test::ScratchDir;
 
 // What the replaced calls do; a test sets it before it calls the library.
 struct Faults {
   std::size_t smallest_refused_block = SIZE_MAX;
-  Fault open, opendir, readdir, getcwd, lookup;
+  Fault open, opendir, readdir, lookup;
   bool no_home = false;
   std::vector<std::size_t> lookup_sizes;
   bool record_opens = false;
@@ -57,7 +55,6 @@ void *__real_realloc(void *block, std::size_t size);
 int __real_open(const char *path, int flags, ...);
 DIR *__real_opendir(const char *path);
 dirent *__real_readdir(DIR *directory);
-char *__real_getcwd(char *buffer, std::size_t size);
 int __real_getpwuid_r(uid_t user, passwd *entry, char *store, std::size_t size, passwd **found);
 int __real_getpwnam_r(const char *user, passwd *entry, char *store, std::size_t size,
                       passwd **found);
@@ -93,10 +90,6 @@ DIR *__wrap_opendir(const char *path) {
 
 dirent *__wrap_readdir(DIR *directory) {
   return faults.readdir.strikes() ? nullptr : __real_readdir(directory);
-}
-
-char *__wrap_getcwd(char *buffer, std::size_t size) {
-  return faults.getcwd.strikes() ? nullptr : __real_getcwd(buffer, size);
 }
 
 // The error of this look-up, or 0.
@@ -140,7 +133,6 @@ class PathFault : public testing::Test {
 };
 
 using PathNormaliseFault = PathFault;
-using PathFullFault = PathFault;
 using PathExpandFault = PathFault;
 class PathRangeFault : public PathFault {
  protected:
@@ -208,20 +200,6 @@ TEST_F(PathNormaliseFault, NeedsNoMemoryToRefuseAPathThatBeginsWithTwoDots) {
   EXPECT_EQ(-1, qal_get_norm_path("..x", out.data(), 4));
   faults.smallest_refused_block = SIZE_MAX;
   EXPECT_EQ(log.text(), "");
-}
-
-TEST_F(PathFullFault, RefusesWithoutAWorkingDirectory) {
-  std::array<char, 64> out{"kept"};
-  faults.getcwd = fail_all(ENOENT);
-  EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 64));
-  EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 0));
-  EXPECT_STREQ("kept", out.data());
-}
-
-TEST_F(PathFullFault, NeedsNoWorkingDirectoryForAnAbsolutePath) {
-  std::array<char, 64> out{};
-  faults.getcwd = fail_all(ENOENT);
-  EXPECT_EQ(0, qal_get_full_path("/name", out.data(), 64));
 }
 
 TEST_F(PathExpandFault, DoesNotFindAnyoneWhenTheDatabaseFails) {
@@ -380,15 +358,6 @@ TEST_F(PathRangeFault, OpensNothingInADirectoryThatMayNotBeSearched) {
     EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "closed/f#########"));
     EXPECT_TRUE(faults.opened.empty());
   });
-}
-
-TEST_F(PathRangeFault, LeavesNoDescriptorOpen) {
-  for (const char *name : {"f1", "f2"}) scratch.file(name);
-  const auto before = open_descriptors();
-  find_range(scratch / "f#");
-  faults.readdir = fail_from(2, EIO);
-  find_range(scratch / "f#");
-  EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(PathRangeFault, ProbesWhenTheDirectoryCannotBeOpened) {

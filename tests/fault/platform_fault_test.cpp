@@ -110,19 +110,16 @@ class Topology {
   ScratchDir scratch_;
 };
 
-int packages() {
-  int count = untouched;
-  const bool known = platform::processor_packages(count);
-  EXPECT_EQ(known, count != untouched);
-  return count;
+// What a count is set to; `untouched` where it is unknown.
+int counted(bool (*count)(int &)) {
+  int value = untouched;
+  const bool known = count(value);
+  EXPECT_EQ(known, value != untouched);
+  return value;
 }
 
-int cores() {
-  int count = untouched;
-  const bool known = platform::physical_cores(count);
-  EXPECT_EQ(known, count != untouched);
-  return count;
-}
+int packages() { return counted(&platform::processor_packages); }
+int cores() { return counted(&platform::physical_cores); }
 
 TEST_F(LinuxTopology, CountsDistinctPackagesAndPairsOfPackageAndCore) {
   Topology machine;

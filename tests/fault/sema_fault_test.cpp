@@ -232,12 +232,7 @@ TEST_F(SemaWait, JoinsTheGroupThatHasNotPassedYet) {
   const auto begin_second_wait = [&] {
     calls.instead_of_wait = nullptr;
     newcomer = std::make_unique<Worker>([this] { return wait(); });
-    await([this] {
-      qal_thread_mutex_lock(&sema_.mutex);
-      const bool both_wait = sema_.waiters == 2;
-      qal_thread_mutex_unlock(&sema_.mutex);
-      return both_wait;
-    });
+    await([this] { return waiters() == 2; });
   };
   while_waiting([&] {
     if (++rounds == 1) {

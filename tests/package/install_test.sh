@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the project to empty prefixes, static and shared, and builds strangers' programs against
-# each through find_package and through pkg-config, and does with it what else packagers do.
+# Installs the project to empty prefixes, static and shared, builds strangers' programs against each
+# through find_package and through pkg-config, and tries what else packagers do.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
@@ -13,7 +13,7 @@ passed=0
 example=$work/project
 cp -r examples/project "$example"
 
-# The check runs outside of any condition, where it ends at the first command that fails.
+# Bash ignores `set -e` within a condition, so the check runs outside of any.
 check() {
   local what=$1 status
   shift

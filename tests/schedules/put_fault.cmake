@@ -1,5 +1,5 @@
-# Copies `source` and `file`, which it includes or is, from one directory to another, and puts a fault
-# into `file`. Fails when what the fault takes the place of is not there once.
+# Copies `source` and the `file` that it includes (or that it is) from one directory to another, and
+# puts a fault into `file`. Fails unless the text that the fault replaces occurs there exactly once.
 # usage: cmake -D fault=NAME -D source=NAME -D file=NAME -D from=DIRECTORY -D to=DIRECTORY -P put_fault.cmake
 if(fault STREQUAL count_lowered_outside_mutex)
   set(right "  s->count = plus(s->count, -1);\n")

@@ -20,8 +20,8 @@ struct Group {
   int sum = 0;
 };
 
-// The threads reduce in groups that shrink one by one. Each follows the one before at once: those
-// that come out of that first.
+// The threads reduce in groups, each smaller by one than the last. Those that leave a group first
+// form the next one at once.
 void shrink(int threads, int smallest) {
   std::vector<Group> groups(static_cast<std::size_t>(threads) + 1);
   together(threads, [&](int i) {

@@ -36,7 +36,7 @@ class Schedules : public Stress {
            line ? replay(line, threads, body) : every_schedule(preemptions, threads, body));
   }
 
-  // For more threads. In the full size the seven areas have a million of them.
+  // For more threads. In the full size the seven areas together try a million schedules.
   static void expect_random_good(const Body &body) {
     constexpr int preemptions = 5;
     const char *const line = std::getenv("QAL_SCHEDULE");
@@ -45,7 +45,7 @@ class Schedules : public Stress {
   }
 
  private:
-  // How many there were, for readers of the results, and the one that fails.
+  // Records how many schedules were run, and reports the one that failed.
   static void report(const std::string &kind, const Search &search) {
     RecordProperty(kind, std::to_string(search.schedules));
     if (search.failure.empty()) return;

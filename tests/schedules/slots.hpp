@@ -8,8 +8,8 @@
 
 namespace qal::test {
 
-// Claims all slots of the table but `count`, so that these are used in every run. A run has threads
-// for a few alone; the slot of a thread that could not be started stays claimed.
+// Claims all slots of the table but `count`, so that every run uses the same ones. A run can start
+// few threads, but the slot of a thread that could not be started stays claimed.
 inline void leave_slots(int count) {
   constexpr int slots = 2047;
   ASSERT_EQ(qal_thread_init(), 0);

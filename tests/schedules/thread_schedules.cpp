@@ -25,7 +25,7 @@ void start_and_join(int number) {
   EXPECT_EQ(result, number);
 }
 
-// The slots are as many as the threads and one more, which all of them want.
+// There is one slot more than there are threads, and all threads want it.
 void want_one_slot(int threads) {
   together(threads, [](int i) { start_and_join(10 + i); });
 }

@@ -8,9 +8,9 @@ import tempfile
 TITLES = {"bookworm": "Debian 12", "trixie": "Debian 13"}
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "qal"
 
-# The directory becomes the root itself, since the kernel allows less where a root was only changed. The
-# shared memory is the system's own. All mounts and processes end with the first process, which is root's
-# as on every machine.
+# pivot_root, because the kernel refuses user namespaces to a process in a chroot. The shared memory
+# is the system's own. All mounts and processes end with the first process, which is root's as on
+# every machine.
 ENTER = """
 mount --bind "$1" "$1" && mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" &&
   mount -t tmpfs -o mode=1777 shm "$1/dev/shm" && cd "$1" && pivot_root . . && umount --lazy . && cd / || exit

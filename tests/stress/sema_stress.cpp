@@ -46,7 +46,7 @@ class SemaStress : public Stress {
     }
   }
 
-  // Nobody comes while the permits are given, as many as there are waiters.
+  // Gives a permit for each waiter, one by one, while nobody new can come.
   void release_in_rounds(int rounds) {
     for (int i = 0; i < rounds; ++i) {
       passed = granted = 0;

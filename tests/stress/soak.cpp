@@ -1,6 +1,6 @@
-// A little of everything, over and over, for so many seconds, as in a process that lives long. Once
-// a second a line on standard output reports the descriptors, the threads and the resident KiB;
-// none of them may grow. Ends at once when anything has a wrong result.
+// Uses most of the library over and over for the given number of seconds, as a process that lives
+// long would. Once a second a line on standard output reports the descriptors, the threads and the
+// resident KiB; none of them may grow. Ends at once when anything has a wrong result.
 //
 // usage: soak SECONDS
 #include <arpa/inet.h>

@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "support/threads.hpp"
-
 namespace qal::test {
 
 inline int sized(int quick, int full) {

@@ -95,7 +95,7 @@ int open_socket() {
   return made;
 }
 
-// A socket on a free port that the system accepts so many connections for.
+// A socket that listens on a free port and holds at most `backlog` connections not yet accepted.
 int listening(int backlog = SOMAXCONN) {
   const int listener = open_socket();
   const auto address = loopback();

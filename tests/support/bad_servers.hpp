@@ -40,7 +40,7 @@ class RawServer {
 // Where nothing listens.
 std::string authority_of_nobody();
 
-// Of a server that takes no connection any more. Its sockets are the process's own to its end.
+// Of a server that accepts no more connections. Its sockets stay open until the process ends.
 std::string authority_of_busy_server();
 
 }  // namespace qal::test

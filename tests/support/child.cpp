@@ -27,7 +27,7 @@ std::filesystem::path current_directory() {
   return std::filesystem::current_path(error);
 }
 
-// As the program was started, whatever cases have done since.
+// As they were when the program started, before any case changed them.
 const std::map<std::string, std::string> first_environment = current_environment();
 const std::filesystem::path first_directory = current_directory();
 
@@ -99,7 +99,7 @@ int exec_program(std::vector<std::string> arguments,
   return 127;
 }
 
-// Of what runs now, those that it inherited from its parent included.
+// Of the running case so far, including those of the parent before the fork.
 int failed_expectations() {
   const auto &unit = *testing::UnitTest::GetInstance();
   const auto *const test = unit.current_test_info();

@@ -27,7 +27,7 @@ ChildResult in_child(const std::function<void()> &body);
 // several cases the program starts again for this one alone.
 void in_new_process(const std::function<void()> &body);
 
-// The same as an ordinary user: both give up root first. Run as anybody else they change nothing.
+// Like run_in_child and in_child, but as an ordinary user: a process of root gives up root first.
 ChildResult run_unprivileged(const std::function<void()> &body);
 ChildResult in_unprivileged_child(const std::function<void()> &body);
 

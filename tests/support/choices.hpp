@@ -38,7 +38,7 @@ class Choices {
     return fit_ ? choice.taken : 0;
   }
 
-  // Whether there was always the same to choose from.
+  // Whether every choice had the same ways as the earlier run or the given line.
   bool fit() const { return fit_; }
   std::size_t size() const { return made_.size(); }
   void forget() { made_.clear(); }

@@ -1,4 +1,4 @@
-// Commands started through pipes, and their ends.
+// Commands that are started through pipes, and how they end.
 #pragma once
 
 #include <gtest/gtest.h>

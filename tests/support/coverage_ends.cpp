@@ -11,8 +11,8 @@ extern "C" int QAL_WRITE_COUNTERS();  // of the compiler that built this
 
 namespace {
 
-// By system calls of its own: a test may have replaced the functions. Where counters cannot be
-// written for that reason, nothing of it reaches the output that the test compares.
+// Makes system calls directly, because a test may have replaced the functions. If the counters
+// cannot be written for that reason, the messages about it must not reach the output under test.
 void write_counters() {
   const auto own = syscall(SYS_fcntl, STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const auto nowhere = syscall(SYS_openat, AT_FDCWD, "/dev/null", O_WRONLY | O_CLOEXEC);

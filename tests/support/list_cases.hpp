@@ -38,7 +38,7 @@ inline bool unlinked(const void *payload) {
 }
 inline bool unlinked(const QalPlistNode *node) { return !node->prev && !node->next; }
 
-// A kind as sort_cases.hpp wants it.
+// The `sorted` that sort_cases.hpp needs, for either kind of list.
 template <typename Kind>
 struct Sorted {
   Items sorted(Items items) {

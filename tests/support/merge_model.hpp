@@ -94,7 +94,7 @@ inline Items random_items(std::size_t length, int key_count, unsigned seed) {
   return items_of(keys);
 }
 
-// What a merge sort may take at most: n for each level.
+// The most comparisons that the sort may make: n for each level.
 inline std::size_t comparison_limit(std::size_t length) {
   std::size_t levels = 0;
   while ((std::size_t{1} << levels) < length) ++levels;

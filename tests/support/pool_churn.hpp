@@ -16,7 +16,7 @@ namespace qal::test {
 // Where threads leave elements for each other.
 class Exchange {
  public:
-  // What another thread left, for what this one leaves; or null.
+  // Leaves an element and returns one that was left before, or null while there are few.
   std::uint64_t *swap(std::uint64_t *element, std::size_t at) {
     const std::lock_guard lock(mutex_);
     if (elements_.size() < 64) {

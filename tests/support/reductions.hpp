@@ -34,7 +34,7 @@ inline void contribute_to_integer_sum(int i, int threads, int round) {
 template <typename Number>
 using ArraySum = void (*)(const Number *, Number *, int, int);
 
-// The threads meet once more before the array is reused, as they have all read it then.
+// The second operation lets no thread reuse the array before all have read it.
 template <typename Number, ArraySum<Number> operation>
 void contribute_to_array(int i, int threads, int round) {
   static std::array<Number, 2> sums;

@@ -48,8 +48,8 @@ fs::path scratch_base() {
   return runs_programs(memory) ? memory : fs::path("/var/tmp");
 }
 
-// What a test has closed cannot be emptied even by the ordinary user whom it belongs to. Each is
-// opened before it is entered.
+// Even its owner cannot empty a directory that a test has closed. Each directory is opened before
+// it is entered.
 void open_for_owner(const fs::path &root) {
   std::error_code error;
   const auto open = [&error](const fs::path &directory) {

@@ -1,5 +1,5 @@
-// The cases of sorting that hold for both list kinds. A kind says how a list of items comes about:
-// its `sorted` makes one, sorts it, checks it from both sides and answers the items in their order.
+// The cases of sorting that hold for both list kinds. A kind has a function `sorted`, which makes a
+// list of items, sorts it, checks it in both directions and returns the items in their order.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 
 namespace qal::test {
 
-// The comparison has no context of its own, so what it decides by and what it saw stand here.
+// A comparison has no context argument, so its order and the record of its calls are global.
 inline ItemOrder item_order;
 inline Comparisons seen_comparisons;
 

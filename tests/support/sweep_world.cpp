@@ -22,7 +22,7 @@ namespace qal::test {
 namespace {
 
 constexpr uid_t unprivileged_id = 65534;
-constexpr unsigned owner_seconds = 300;  // nothing of a test that was killed stays for long
+constexpr unsigned owner_seconds = 300;  // an owner ends soon even if its test was killed
 
 int collect(pid_t pid) {
   int status = 0;
@@ -37,7 +37,7 @@ void give_to_tool_user(const std::string &path) {
   }
 }
 
-// Of a build under any mask.
+// Gives the copy permissions of its own, because the build's depend on its mask.
 std::string copy_for_everybody(const fs::path &file, const ScratchDir &directory) {
   const std::string copy = directory / file.filename().native();
   fs::copy_file(file, copy);
@@ -77,7 +77,7 @@ ServedRequest as_served(const httplib::Request &request) {
   return served;
 }
 
-// What a sanitizer or a coverage build needs to know, too.
+// Whether a variable sets up a sanitizer or a coverage build, which the tool needs too.
 bool belongs_to_the_build(std::string_view name) {
   for (const auto prefix : {"ASAN_", "LSAN_", "UBSAN_", "TSAN_", "GCOV_", "LLVM_PROFILE_"}) {
     if (name.rfind(prefix, 0) == 0) return true;

@@ -24,7 +24,7 @@ constexpr bool under_thread_sanitizer = true;
 constexpr bool under_thread_sanitizer = false;
 #endif
 
-// How often to repeat what only repetition finds. ThreadSanitizer sees a race without luck.
+// How often to repeat a case that finds a race only by luck. ThreadSanitizer needs no luck.
 constexpr int repetitions(int wanted) {
   return under_thread_sanitizer && wanted > 1000 ? wanted / 10 : wanted;
 }

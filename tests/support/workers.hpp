@@ -12,9 +12,9 @@
 
 namespace qal::test {
 
-// Stands in routines that are cancelled and counts how often one was unwound. That also spares
-// AddressSanitizer a false alarm: it takes the stack back from a cancelled thread only where
-// something is unwound.
+// A local variable of routines that are cancelled; counts how often one was unwound. It also
+// prevents a false alarm of AddressSanitizer, which takes the stack of a cancelled thread back only
+// if something on it is unwound.
 struct Unwinding {
   Unwinding() = default;
   ~Unwinding() { ++count; }

@@ -71,15 +71,4 @@ TEST(BoundedTextAppend, WritesNothingBehindTheTerminator) {
   EXPECT_EQ(std::string(room.data(), room.size()), std::string("abc\0####", 8));
 }
 
-TEST(BoundedTextClear, MakesTheWholeRoomUsableAgain) {
-  std::array<char, 5> room;
-  BoundedText text{room};
-  EXPECT_TRUE(text.append("abcd"));
-  text.clear();
-  EXPECT_EQ(text.length(), 0U);
-  EXPECT_STREQ(text.c_str(), "");
-  EXPECT_TRUE(text.append("wxyz"));
-  EXPECT_STREQ(text.c_str(), "wxyz");
-}
-
 }  // namespace

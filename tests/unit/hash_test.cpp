@@ -287,16 +287,6 @@ TEST_F(HashFind, ComparesAllBytesOfTheKey) {
   EXPECT_EQ(found(table, 0, "A\0c"), std::nullopt);
 }
 
-TEST_F(HashFind, ComparesAllBytesOfKeysOfEight) {
-  const Table table = new_table(1, 8, 5);
-  add(table, 0, "12345678", "first");
-  for (const char *const other : {"x2345678", "1234x678", "1234567x"}) {
-    EXPECT_EQ(found(table, 0, other), std::nullopt);
-  }
-  EXPECT_EQ(found(table, 0, "12345678"), "first");
-  EXPECT_EQ(qal_hash_find(table.get(), 0, nullptr, nullptr), 0);
-}
-
 TEST_F(HashFind, TellsKeysOfEverySizeApartByEachByte) {
   for_each_size([](int32_t key_size, int32_t data_size) {
     const Table table = new_table(1, key_size, data_size);
@@ -310,6 +300,7 @@ TEST_F(HashFind, TellsKeysOfEverySizeApartByEachByte) {
       EXPECT_EQ(removed(table, 0, other.c_str()), std::nullopt) << key << " at " << place;
     }
     EXPECT_EQ(found(table, 0, key.c_str()), data);
+    EXPECT_EQ(qal_hash_find(table.get(), 0, nullptr, nullptr), key_size == 0 ? 1 : 0) << key_size;
   });
 }
 
@@ -348,21 +339,6 @@ TEST_F(HashFind, WritesNothingUnlessItFinds) {
   removed(table, 0, "abc");
   EXPECT_EQ(qal_hash_find(table.get(), 0, "abc", data), 0);  // an empty list
   EXPECT_STREQ(data, "?????");
-}
-
-TEST_F(HashFind, WritesNoMoreThanTheData) {
-  const Table table = new_table();
-  add(table, 0, "abc", "hello");
-  char data[] = "????????";
-  EXPECT_EQ(qal_hash_find(table.get(), 0, "abc", data), 1);
-  EXPECT_STREQ(data, "hello???");
-}
-
-TEST_F(HashFind, LeavesTheRecord) {
-  const Table table = new_table();
-  add(table, 0, "abc", "hello");
-  EXPECT_EQ(found(table, 0, "abc"), "hello");
-  EXPECT_EQ(found(table, 0, "abc"), "hello");
 }
 
 TEST_F(HashFind, RemovesTheRecordOfATableThatIsSoMade) {
@@ -420,13 +396,6 @@ TEST_F(HashFind, TakesUnalignedBytes) {
   alignas(8) char data[16] = {};
   EXPECT_EQ(qal_hash_find(table.get(), 0, bytes + 1, data + 3), 1);
   EXPECT_EQ(std::string_view(data + 3), "the data");
-}
-
-TEST_F(HashRemove, GivesTheDataAndTheElementBack) {
-  const Table table = new_table();
-  add(table, 0, "abc", "hello");
-  EXPECT_EQ(removed(table, 0, "abc"), "hello");
-  EXPECT_EQ(in_use(table->pool->element_pool), 0U);
 }
 
 TEST_F(HashRemove, KeepsTheEmptyList) {

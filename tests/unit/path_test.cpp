@@ -577,6 +577,7 @@ TEST_F(PathFull, RefusesWhenThereIsNoWorkingDirectory) {
   ASSERT_EQ(0, rmdir(gone.c_str()));
   Buffer out;
   EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 1024));
+  EXPECT_EQ(-1, qal_get_full_path("name", out.data(), 0));
   EXPECT_TRUE(out.untouched_from(0));
   EXPECT_EQ(0, qal_get_full_path("/name", out.data(), 1024));
 }

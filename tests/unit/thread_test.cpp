@@ -74,7 +74,7 @@ void go_round_to(int last) {
   }
 }
 
-// The free one that comes first from the start of the table.
+// The first free index of the table.
 int lowest_index() {
   go_round_to(last_index);
   return next_index();
@@ -236,8 +236,8 @@ TEST_F(ThreadCreate, PassesOverFinishedThreadsUntilTheyAreJoined) {
   join(first);
 }
 
-// Every slot has a thread that waits. The layer promises as many: a limit below that is to be
-// raised where the tests run.
+// Every slot has a waiting thread, as the layer promises. Where the system allows fewer, its limit
+// must be raised for these tests.
 class FullThreadTable : public Threads {
  protected:
   void SetUp() override {
@@ -393,12 +393,6 @@ TEST_F(ThreadJoin, WithoutAnIndexFailsAndWritesNothing) {
   int result = untouched;
   EXPECT_EQ(qal_thread_join(nullptr, &result), -1);
   EXPECT_EQ(result, untouched);
-}
-
-TEST_F(ThreadCancel, EndsTheThreadWithoutAResult) {
-  const int index = start(&wait_for_cancellation);
-  EXPECT_EQ(qal_thread_cancel(&index), 0);
-  EXPECT_EQ(join(index), -1);
 }
 
 TEST_F(ThreadCancel, LeavesTheResultToARoutineThatReturnsFirst) {
@@ -848,36 +842,6 @@ TEST_F(ThreadSema, LetsTheOthersPassWhenACancelledWaiterWasTheLastOneOwed) {
     sema.join_all_but(cancelled);
     sema.expect(0, 0);
   }
-}
-
-constexpr int waiters = 64;
-constexpr int rounds = 300;
-
-TEST_F(ThreadSema, LetsNobodyPassWithoutAPermit) {
-  Sema sema(0);
-  std::atomic<int> released{0};
-  std::atomic<int> passed{0};
-  Worker releaser([&] {
-    // Each group is released only once it is complete, so no newcomer joins it on its way out.
-    for (int round = 1; round <= rounds; ++round) {
-      await([&sema] { return sema.waiters() == waiters; });
-      for (int i = 0; i < waiters; ++i) {
-        ++released;
-        sema.release(1);
-      }
-      await([&passed, round] { return passed == waiters * round; });
-    }
-    return 0;
-  });
-  run_together(waiters, [&](int) {
-    for (int round = 0; round < rounds; ++round) {
-      await([&passed, round] { return passed >= waiters * round; });
-      EXPECT_EQ(qal_thread_sema_wait(&sema.platform), 0);
-      EXPECT_LE(++passed, released);
-    }
-  });
-  releaser.join();
-  EXPECT_EQ(sema.count(), 0);
 }
 
 TEST_F(ThreadSema, StartsOverWithoutLocking) {
