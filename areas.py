@@ -49,7 +49,7 @@ def threaded():
 
 
 def tests_of(source):
-    """The areas that a source belongs to, by their test programs and fuzz targets."""
+    """The test programs of the areas that a source belongs to, and the replays of its fuzz targets."""
     areas = [area for area in AREAS.values() if source in area["sources"]]
     return list(dict.fromkeys(name for area in areas for name in [
         *area["tests"], *(f"{target}.corpus" for target in area.get("fuzz", ()))]))

@@ -1,7 +1,7 @@
 // Runs the hottest calls for valgrind's callgrind to count their instructions, and prints their
-// names in the order in which they run. Each call is repeated 1024 times, which makes what it
-// needs; then as often once more, and then twice as often. A mark ends each repetition. The third
-// takes 1024 rounds more than the second, and nothing else.
+// names in the order in which they run. Each call runs 1024 times to make what it needs, then 1024
+// times and 2048 times more. A mark ends each repetition, and the last two differ by 1024 calls
+// alone.
 #include <qal/hash.h>
 #include <qal/list.h>
 #include <qal/logger.h>

@@ -234,20 +234,18 @@ class PairTable {
 };
 
 // Pairs without an order, as the key of a general map.
-struct Unordered {
-  static Key word(const Pair &pair) {
-    const auto [smaller, larger] = std::minmax(pair.first, pair.second);
-    return Key{static_cast<std::uint32_t>(smaller)} << 32U | static_cast<std::uint32_t>(larger);
-  }
-};
+Key word_of(const Pair &pair) {
+  const auto [smaller, larger] = std::minmax(pair.first, pair.second);
+  return Key{static_cast<std::uint32_t>(smaller)} << 32U | static_cast<std::uint32_t>(larger);
+}
 
 template <typename Map>
 class PairPeer : Peer<Map> {
  public:
   using Peer<Map>::Peer;
-  void add(const Pair &pair) { Peer<Map>::add(Unordered::word(pair)); }
-  bool find(const Pair &pair) { return Peer<Map>::find(Unordered::word(pair)); }
-  void remove(const Pair &pair) { Peer<Map>::remove(Unordered::word(pair)); }
+  void add(const Pair &pair) { Peer<Map>::add(word_of(pair)); }
+  bool find(const Pair &pair) { return Peer<Map>::find(word_of(pair)); }
+  void remove(const Pair &pair) { Peer<Map>::remove(word_of(pair)); }
 };
 
 struct Mix {
@@ -255,6 +253,7 @@ struct Mix {
 };
 using StandardPairs = PairPeer<std::unordered_map<Key, Key, Mix>>;
 using BoostPairs = PairPeer<boost::unordered_map<Key, Key, Mix>>;
+using AbseilPairs = PairPeer<absl::node_hash_map<Key, Key>>;
 
 class DirectPairs : Direct {
  public:
@@ -264,9 +263,8 @@ class DirectPairs : Direct {
   void remove(const Pair &pair) { Direct::remove(key_of(pair)); }
 
  private:
-  static Key key_of(const Pair &pair) { return Mix{}(Unordered::word(pair)); }
+  static Key key_of(const Pair &pair) { return Mix{}(word_of(pair)); }
 };
-using AbseilPairs = PairPeer<absl::node_hash_map<Key, Key>>;
 
 // The edges of a mesh: each joins two of its points.
 Pairs random_pairs() {

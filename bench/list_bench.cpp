@@ -179,7 +179,7 @@ void steady(State &state) {
 }
 
 template <typename List>
-void filled(List &list, const Numbers &numbers) {
+void fill(List &list, const Numbers &numbers) {
   for (const Number number : numbers) list.append(number);
 }
 
@@ -198,7 +198,7 @@ Numbers shuffled(std::int64_t count) {
 template <typename Next>
 void walk(State &state, Next next) {
   Pooled pooled;
-  filled(pooled, rising(filled_count));
+  fill(pooled, rising(filled_count));
   for (auto _ : state) {
     Number sum = 0;
     for (const void *at = qal_list_first(pooled.list()); at; at = next(at)) {
@@ -221,7 +221,7 @@ void walk_by_calls(State &state) {
 
 void walk_standard(State &state) {
   Standard standard;
-  filled(standard, rising(filled_count));
+  fill(standard, rising(filled_count));
   for (auto _ : state) {
     Number sum = 0;
     for (const Number number : standard.list()) sum += number;
@@ -235,7 +235,7 @@ void sort_numbers(State &state, const Numbers &numbers) {
   positions.resize(numbers.size());
   for (std::size_t i = 0; i < numbers.size(); ++i) positions[numbers[i]] = i;
   List list;
-  filled(list, numbers);
+  fill(list, numbers);
   bool is_sorted = false;
   for (auto _ : state) {
     state.PauseTiming();

@@ -20,12 +20,14 @@ constexpr char longer[] = "a value";
 constexpr char as_long[] = "xy";
 
 // One match in each eight bytes.
+std::string text_of(std::size_t size) {
+  std::string text;
+  while (text.size() < size) text += "name=%s;";
+  return text;
+}
+
 const std::string &text_with_matches() {
-  static const std::string text = [] {
-    std::string made;
-    while (made.size() < text_size) made += "name=%s;";
-    return made;
-  }();
+  static const std::string text = text_of(text_size);
   return text;
 }
 
@@ -110,15 +112,8 @@ void copy_text(benchmark::State &state) {
   }
 }
 
-// With a match in each eight bytes, too.
-std::string text_of(std::int64_t size) {
-  std::string text;
-  while (text.size() < static_cast<std::size_t>(size)) text += "name=%s;";
-  return text;
-}
-
 void replace_growing(benchmark::State &state) {
-  const std::string text = text_of(state.range(0));
+  const std::string text = text_of(static_cast<std::size_t>(state.range(0)));
   std::vector<char> buffer(2 * text.size() + 1);
   for (auto _ : state) {
     std::memcpy(buffer.data(), text.c_str(), text.size() + 1);
@@ -127,7 +122,7 @@ void replace_growing(benchmark::State &state) {
 }
 
 void replace_growing_by_abseil(benchmark::State &state) {
-  const std::string text = text_of(state.range(0));
+  const std::string text = text_of(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
     benchmark::DoNotOptimize(absl::StrReplaceAll(text, {{wanted, longer}}));
   }

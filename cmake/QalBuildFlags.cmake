@@ -11,8 +11,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)  # as the tree's place is not to be in the binaries
 
-# Names in an anonymous namespace are their unit's own here and repeat from unit to unit, and the tests
-# put calls between units to the proof: units are not to be compiled as one, whoever asks for it.
+# Units are not to be compiled as one, whoever asks for it: names in anonymous namespaces repeat from
+# unit to unit, and tests replace calls between units.
 set(CMAKE_UNITY_BUILD OFF)
 
 if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE)
@@ -69,7 +69,7 @@ if(NOT QAL_SANITIZE AND NOT QAL_COVERAGE AND NOT QAL_CONDITIONS)
                               $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
 endif()
 if(QAL_SANITIZE)
-  # What is defined, but suspicious, is only reported.
+  # Undefined behaviour ends the program; what is defined but suspicious is only reported.
   target_compile_options(qal_build_flags INTERFACE -fsanitize=${QAL_SANITIZE}
                                                    -fno-sanitize-recover=undefined)
 endif()
@@ -86,12 +86,12 @@ endif()
 # build's time, and only those that compare with a model exhaustively gain by the first.
 add_library(qal_test_flags INTERFACE)
 target_link_libraries(qal_test_flags INTERFACE qal_common_flags)
-# Precompiled headers serve only what is compiled alike: programs as position-independent as the library
-# that they share. Visible, because the linker takes calls from shared libraries for wrapped ones too and
-# wants to export the wrap.
+# -fPIC, because programs share a precompiled header with a library and must be compiled alike.
+# Visible, because the linker also wraps calls from shared libraries and must then export the
+# replacement.
 target_compile_options(qal_test_flags INTERFACE -O0 -g1 -fPIC -fvisibility=default)
-# It is the product that must not rest on undefined behaviour, which saves a third of the time, and whose
-# branches are to guide the fuzzers.
+# Undefined behaviour is sought in the product alone, which saves a third of the time, and only the
+# product's branches guide the fuzzers.
 string(REPLACE "," ";" test_sanitizers "${QAL_SANITIZE}")
 list(REMOVE_ITEM test_sanitizers undefined integer fuzzer-no-link)
 list(TRANSFORM test_sanitizers PREPEND -fsanitize=)

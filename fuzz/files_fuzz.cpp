@@ -105,7 +105,7 @@ void read_lines(Input &input) {
   for (std::size_t ends = 0; ends <= deliveries.size();) {
     const Room room(static_cast<std::size_t>(std::max(most, 0)) + 1);
     const auto expected = model_of_line(model, most);
-    errno = EINTR;  // what went before is nothing to the reader
+    errno = EINTR;  // an old error, which the reader must ignore
     check_line(expected, qal_io_get_aline(stream.get(), most, room.data()), most, room);
     if (expected.result == -1) ++ends;
   }

@@ -22,7 +22,7 @@ using qal::fuzz::Input;
 using qal::fuzz::printed_by;
 using qal::fuzz::require;
 
-// Either may be none, as an argument.
+// Either may be a null pointer.
 struct Argument {
   std::optional<std::string> key, data;
 };
@@ -49,7 +49,7 @@ struct Verdicts {
   }
 };
 
-// A table and what it has to hold. There may be no table: that is an argument, too.
+// A table and its model. A null table is an argument, too.
 class Tested {
  public:
   Tested() = default;
@@ -253,7 +253,7 @@ class Tested {
   Slots model_;
 };
 
-// Among them those for which copying and comparing are made apart.
+// Among them the sizes whose copies and comparisons the library compiles inline.
 constexpr std::array<int32_t, 12> key_sizes = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17};
 constexpr std::array<int32_t, 6> data_sizes = {0, 1, 3, 4, 8, 16};
 

@@ -46,7 +46,7 @@ class PoolPlay {
  private:
   static constexpr std::array<int, 4> indices{0, 1, 5, 2047};
 
-  // Two bytes stand for indices beyond both ends of the table.
+  // Two more choices stand for indices beyond both ends of the table.
   void alloc(std::size_t who) {
     const bool valid = who < indices.size();
     const int index = valid ? indices[who] : who == indices.size() ? -1 : 2048;

@@ -121,7 +121,7 @@ bool is_refused(CURLoption option) {
          option == guards[transport.refuses_guard];
 }
 
-// Uses all that the tool gives to allocate with.
+// As libcurl does: duplicates a text and lets the block grow.
 void compose_header(Handle &handle) {
   const string user = handle.options->at(CURLOPT_USERNAME);
   const string header = user + ":" + handle.options->at(CURLOPT_PASSWORD);
@@ -145,7 +145,7 @@ Status status_of(const string &path) {
   return status;
 }
 
-// Holds what it was given until the end of the run: the descriptor keeps it from being lost.
+// The open descriptor keeps what the FIFO holds until the run has ended.
 Descriptor make_fifo(const string &path, const string &content) {
   require(mkfifo(path.c_str(), 0600) == 0, "a FIFO can be made");
   Descriptor fifo{open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)};

@@ -20,7 +20,7 @@ trap 'rm -rf "$room"' EXIT
 git archive --prefix="qal-$version/" HEAD | tar -x -C "$room"
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
-export CCACHE_BASEDIR=$room  # for who has a compiler cache
+export CCACHE_BASEDIR=$room  # for those who have a compiler cache
 cd "$room/qal-$version"
 cp -r packaging/debian debian
 logged "$directory/build.log" dpkg-buildpackage --unsigned-source --unsigned-changes -j2

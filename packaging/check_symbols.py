@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Compares the list of exported names with the shared library. What the headers declare, areas.py
-compares with the list.
+"""Compares the list of exported names with the shared library. areas.py compares the list with what
+the headers declare.
 
 usage: check_symbols.py LIBRARY
 """

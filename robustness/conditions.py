@@ -52,7 +52,7 @@ def source_of(exported_name):
 def decisions():
     """For each decision, by unit and place, what was shown of its conditions. A template has a record
     for each instance, and what one instance shows is shown."""
-    shown = collections.defaultdict(lambda: [])
+    shown = collections.defaultdict(list)
     for file in exported():
         name = source_of(file["filename"])
         for *place, _, _, conditions in file["mcdc_records"] if name else ():

@@ -46,7 +46,7 @@ def tool_without_checks():
     source.write_text(text.replace(CHECK, NO_CHECK))
     compile_line = next(line for line in commands() if line.endswith("/app/sweep.cpp"))
     options = shlex.split(compile_line.split(" -o ")[0])
-    subprocess.run([*options, "-Wno-error", "-w", f"-I{figures.ROOT}/app", "-o", compiled, "-c", source],
+    subprocess.run([*options, "-w", f"-I{figures.ROOT}/app", "-o", compiled, "-c", source],
                    cwd=RELEASE, check=True)
     link_line = next(line for line in commands() if " -o kalmora-sweep " in line)
     link = re.sub(r"^: && | && :$", "", link_line).replace(

@@ -19,6 +19,9 @@ from figures import areas
 
 TREE = figures.BUILD / "coverage"
 LINES_GOAL, BRANCHES_GOAL, CORPUS_GOAL = 99, 95, 95
+COVERAGE = ("line / branch coverage", f"{LINES_GOAL} % / {BRANCHES_GOAL} %")
+CRITICAL = ("branch coverage of critical units", "100 %")
+CORPUS = ("fuzz corpus, lines of the target's unit", f">= {CORPUS_GOAL} %")
 # The first fails every allocation in turn, those of the counters too.
 LEFT_OUT = rf"^every_allocation\.|{figures.REPETITIVE}"
 OURS = ("app/", "utils/", "cxxutils/")
@@ -52,29 +55,27 @@ def summary():
 
 
 def test_figures():
-    name, goal = "line / branch coverage", f"{LINES_GOAL} % / {BRANCHES_GOAL} %"
-    critical_name, critical_goal = "branch coverage of critical units", "100 %"
     passed = run_tests()
     counted = summary()
     lines, branches = (100 * counted[f"{kind}_covered"] / counted[f"{kind}_total"]
                        for kind in ("line", "branch"))
-    yield figures.Figure(name, goal, f"{lines:.1f} % / {branches:.1f} %{suite.note('coverage', passed)}",
+    yield figures.Figure(*COVERAGE, f"{lines:.1f} % / {branches:.1f} %{suite.note('coverage', passed)}",
                          passed and lines >= LINES_GOAL and branches >= BRANCHES_GOAL)
     critical_files = areas.all_of("critical")
     critical = [file for file in counted["files"] if file["filename"] in critical_files]
     total, covered = (sum(file[f"branch_{kind}"] for file in critical)
                       for kind in ("total", "covered"))
-    yield figures.Figure(critical_name, critical_goal, f"{covered} of {total}",
+    yield figures.Figure(*CRITICAL, f"{covered} of {total}",
                          covered == total and len(critical) == len(critical_files))
 
 
-def run_apart(area, folder):
+def run_apart(target, folder):
     """Runs the corpus with counters of its own in `folder`, beside them the objects' notes."""
     environment = os.environ | {"GCOV_PREFIX": str(folder), "GCOV_PREFIX_STRIP": "99"}
-    subprocess.run([TREE / "fuzz" / f"{area}_replay", corpora.bundle(area)], check=True,
+    subprocess.run([TREE / "fuzz" / f"{target}_replay", corpora.bundle(target)], check=True,
                    env=environment, stdout=subprocess.DEVNULL)
-    objects = TREE / "CMakeFiles", *(TREE / "fuzz" / "CMakeFiles" / f"{target}.dir"
-                                     for target in (f"{area}_replay", "qal_replay"))
+    objects = TREE / "CMakeFiles", *(TREE / "fuzz" / "CMakeFiles" / f"{program}.dir"
+                                     for program in (f"{target}_replay", "qal_replay"))
     for notes in (notes for place in objects for notes in place.rglob("*.gcno")):
         if notes.with_suffix(".gcda").name in os.listdir(folder):
             shutil.copy(notes, folder)
@@ -109,25 +110,22 @@ def corpus_share(target):
     return 100 * sum(times > 0 for times in lines.values()) / max(1, len(lines))
 
 
-def corpus_figure(name, goal):
+def corpus_figure():
     shares = {target: corpus_share(target) for target in areas.all_of("fuzz")}
     least = min(shares, key=shares.get)
-    return figures.Figure(name, goal, f"{shares[least]:.1f} % at least ({least})",
+    return figures.Figure(*CORPUS, f"{shares[least]:.1f} % at least ({least})",
                           shares[least] >= CORPUS_GOAL)
 
 
 def measure(form):
-    corpus = ("fuzz corpus, lines of the target's unit", f">= {CORPUS_GOAL} %")
     if form == "quick":  # the build alone takes minutes
-        yield figures.not_run("line / branch coverage", f"{LINES_GOAL} % / {BRANCHES_GOAL} %")
-        yield figures.not_run("branch coverage of critical units", "100 %")
-        yield figures.not_run(*corpus)
+        yield from (figures.not_run(*named) for named in (COVERAGE, CRITICAL, CORPUS))
         return
     if not suite.built("coverage"):
         raise SystemExit("the coverage build failed")
     forget_counts()
     yield from test_figures()
-    yield corpus_figure(*corpus)
+    yield corpus_figure()
 
 
 if __name__ == "__main__":

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Where a whole number of the product loses what does not fit, as clang's integer sanitizer reports
-it while the tests run and the corpora are replayed: unsigned results that wrap around, bits that are
-shifted out, conversions that nobody wrote and that change a value. Those that are meant stand in
-meant_wrap_arounds.txt, each with its reason.
+"""Integer operations of the product that lose something, as clang's integer sanitizer reports them
+while the tests run and the corpora are replayed: unsigned overflow, bits that are shifted out,
+implicit conversions that change a value. Those that are meant are listed in meant_wrap_arounds.txt,
+each with its reason.
 """
 import re
 

@@ -15,8 +15,8 @@ SAMPLES = 120
 
 
 def kill_points():
-    """Each call of an undisturbed run as its name and the how manieth of that name it is. The first
-    one is what makes the process the tool."""
+    """Each call of an undisturbed run: its name, and its number among the calls of that name. The
+    first call, which makes the process the tool, is left out."""
     world = sweep_world.world_of_thread()
     sweep_world.lay_out(world)
     _, trace = tracing.run_traced(world)
@@ -27,8 +27,8 @@ def kill_points():
 
 
 def kill_at(point):
-    """What is wrong after the tool was killed when it was about to make that call; none when the
-    run got by without it: how often it waits for the server is not the same each time."""
+    """What is wrong after the tool was killed when it was about to make that call. None if the run
+    did not make it: how often the tool waits for the server varies."""
     name, number = point
     world = sweep_world.world_of_thread()
     path = sweep_world.lay_out(world)

@@ -38,8 +38,8 @@ def address_space_cases(steps):
 
 
 def run_case(case):
-    """What is wrong with a run and the next one, which nothing limits, and whether the first could
-    make the request. One that could not even try to must leave the record where it is."""
+    """What is wrong with a run under a limit and with an unlimited one after it, and whether the
+    first made its request. If it could not even try, the record must still be there."""
     name, under, extra = case
     world = sweep_world.world_of_thread()
     path = sweep_world.lay_out(world)

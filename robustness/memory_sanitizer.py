@@ -10,40 +10,36 @@ import tempfile
 
 import corpora
 import figures
+from figures import areas
 
 TREE = figures.BUILD / "msan"
-FUZZ = figures.ROOT / "fuzz"
 IGNORED = figures.ROOT / "robustness" / "memory_sanitizer.ignore"
 
-# zlib, and the parts of the standard library that handle files and that copy texts.
+# These spend their time in zlib, or in the standard library's handling of files and copying of texts.
 LEFT_OUT = ("blocks", "directories", "sweep")
+TARGETS = [target for target in areas.all_of("fuzz") if target not in LEFT_OUT]
 SECONDS = {"full": 0, "release": 60}
 
 # Texts are then built in our own programs, where they are seen.
 CXX_FLAGS = f"-D_GLIBCXX_EXTERN_TEMPLATE=0 -fsanitize-ignorelist={IGNORED}"
 
 
-def targets():
-    areas = sorted(file.name.removesuffix("_fuzz.cpp") for file in FUZZ.glob("*_fuzz.cpp"))
-    return [area for area in areas if area not in LEFT_OUT]
-
-
-def build(areas):
+def build():
     subprocess.run(["cmake", "--preset", "asan", "-B", TREE, f"-DCMAKE_CXX_FLAGS={CXX_FLAGS}",
                     "-DQAL_SANITIZE=memory,fuzzer-no-link", "-DQAL_AUTO_VAR_INIT=", "-DQAL_BUILD_TESTS=OFF"],
                    cwd=figures.ROOT, check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", TREE, "--target", *(f"{area}_fuzz" for area in areas)],
+    subprocess.run(["cmake", "--build", TREE, "--target", *(f"{target}_fuzz" for target in TARGETS)],
                    check=True, stdout=subprocess.DEVNULL)
 
 
-def is_clean(area, seconds):
+def is_clean(target, seconds):
     with tempfile.TemporaryDirectory() as scratch:
         found = pathlib.Path(scratch) / "found"
         found.mkdir()
         search = [f"-max_total_time={seconds}"] if seconds else ["-runs=0"]
-        with open(TREE / f"{area}.log", "w", encoding="utf-8") as log:
+        with open(TREE / f"{target}.log", "w", encoding="utf-8") as log:
             ended = subprocess.run(
-                [TREE / "fuzz" / f"{area}_fuzz", *search, found, corpora.unpacked(area)],
+                [TREE / "fuzz" / f"{target}_fuzz", *search, found, corpora.unpacked(target)],
                 cwd=scratch, env={**os.environ, "HOME": scratch, "TMPDIR": scratch},
                 stdout=log, stderr=log)
     return ended.returncode == 0
@@ -54,10 +50,9 @@ def measure(form):
     if form == "quick":
         yield figures.not_run(name, "0")
         return
-    areas = targets()
-    build(areas)
-    guilty = [area for area in areas if not is_clean(area, SECONDS[form])]
-    shown = " ".join([str(len(guilty)), f"in {len(areas)} areas", *guilty])
+    build()
+    guilty = [target for target in TARGETS if not is_clean(target, SECONDS[form])]
+    shown = " ".join([str(len(guilty)), f"in {len(TARGETS)} areas", *guilty])
     yield figures.Figure(name, "0", shown, not guilty)
 
 

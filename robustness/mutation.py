@@ -115,7 +115,7 @@ def compiled(unit, text, folder, commands):
         copy.write_text(text if source == unit else (figures.ROOT / source).read_text())
     objects = []
     for source in sources:
-        command = [part for part in shlex.split(commands[source]) if part not in ("-Werror", "-g")]
+        command = [part for part in shlex.split(commands[source]) if part != "-g"]
         command = command[:command.index("-o")]
         own = ["-iquote", folder / "utils/libsrc", "-iquote", (figures.ROOT / source).parent]
         objects.append(folder / f"{source.replace('/', '_')}.o")

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""What the tool has printed in all runs that other measurements of the same form made at this commit.
-Theirs are in the dashboard's results, so this one stands behind all that run the tool.
+"""Adds up what the tool printed in the other measurements of the same form at this commit. It reads
+the dashboard's results and therefore comes after all measurements that run the tool.
 """
 import dashboard
 import figures

@@ -109,25 +109,26 @@ def leaked_descriptors(form):
     return figures.Figure(name, goal, shown, reached)
 
 
-def soak(seconds, warm_up):
+def soak():
     """Runs the soak program; (descriptors, threads, KiB) of every second after the warm-up."""
-    done = subprocess.run([figures.BUILD / "release" / "tests" / "stress" / "soak", str(seconds)],
+    done = subprocess.run([figures.BUILD / "release" / "tests" / "stress" / "soak",
+                           str(SOAK_SECONDS)],
                           capture_output=True, text=True, check=False)
     lines = re.findall(r"(\d+) s: \d+ rounds, (\d+) descriptors, (\d+) threads, (\d+) KiB",
                        done.stdout)
-    samples = [tuple(map(int, line[1:])) for line in lines if int(line[0]) >= warm_up]
+    samples = [tuple(map(int, line[1:])) for line in lines if int(line[0]) >= WARM_UP_SECONDS]
     return samples if done.returncode == 0 else []
 
 
-def soak_figure(seconds, warm_up):
-    samples = soak(seconds, warm_up)
+def soak_figure():
+    samples = soak()
     if not samples:
         return figures.Figure(SOAK_NAME, SOAK_GOAL, "failed", False)
     descriptors, threads, resident = (sorted(set(column)) for column in zip(*samples))
     growth = (resident[-1] - resident[0]) / resident[0]
     steady = len(descriptors) == len(threads) == 1
     shown = (f"{descriptors} descriptors, {threads} threads, {growth:.2%} "
-             f"after the first {warm_up / seconds:.0%} of {seconds / 3600:.1f} h")
+             f"after the first {WARM_UP_SECONDS / SOAK_SECONDS:.0%} of {SOAK_SECONDS / 3600:.1f} h")
     return figures.Figure(SOAK_NAME, SOAK_GOAL, shown, steady and growth <= MOST_GROWTH)
 
 
@@ -137,7 +138,7 @@ def measure(form):
         yield figure_of(case, form)
     yield leaked_descriptors(form)
     if form == "release":
-        yield soak_figure(SOAK_SECONDS, WARM_UP_SECONDS)
+        yield soak_figure()
     else:
         yield figures.not_run(SOAK_NAME, SOAK_GOAL)
 

@@ -71,8 +71,8 @@ def fault_points():
 
 
 def fail_at(point):
-    """What the fault did that it must not do; none when the run got by without that call: how often
-    it waits for the server is not the same each time."""
+    """What the fault did that it must not do. None if the run did not make that call: how often the
+    tool waits for the server varies."""
     call, number, fault = point
     world = sweep_world.world_of_thread()
     path = sweep_world.lay_out(world)

@@ -38,15 +38,10 @@ def result_of(call):
 
 
 def start_of_main(trace):
-    start = index_of(trace, lambda call: FIRST_CALL_OF_MAIN in call)
-    if start == len(trace):
+    start = next((i for i, call in enumerate(trace) if FIRST_CALL_OF_MAIN in call), None)
+    if start is None:
         raise SystemExit(f"no call of main is in the trace: none has {FIRST_CALL_OF_MAIN}")
     return start
-
-
-def index_of(trace, accepts):
-    """Where the first accepted call is; the length of the trace when none is."""
-    return next((index for index, call in enumerate(trace) if accepts(call)), len(trace))
 
 
 def names_before_and_after(trace):

@@ -1,6 +1,6 @@
-"""The live records that went without a request in all runs that the other measurements of the same
-form made at this commit while calls, memory or the tool itself failed. Theirs are in the
-dashboard's results, so this one stands behind them.
+"""Adds up the live records that went without a request while calls, memory or the tool itself
+failed, in the other measurements of the same form at this commit. It reads the dashboard's results
+and therefore comes after them.
 """
 import dashboard
 import figures

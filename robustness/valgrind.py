@@ -33,11 +33,11 @@ ONE_BY_ONE = ("thread_test",)
 # and valgrind's own allocator takes the place of the one that fails every request in turn.
 LEFT_OUT_PROGRAMS = [f"{test}_test" for test in (*areas.all_of("exhaustive"), "every_allocation")]
 
-# As long take thousands of threads and sizes up to 4 GiB.
+# Thousands of threads and sizes up to 4 GiB take as long.
 TOO_LONG = ("*OverAndOver", "*FourGiB", "ThreadCancel.MayBeRepeatedWithNewThreads")
 
-# Valgrind shows in these: it has descriptors of its own in each child, lets nobody limit them as
-# low, and ends a child whose exec the system refuses.
+# These notice valgrind: it holds descriptors of its own in each child, does not let them be limited
+# as low, and ends a child whose exec the system refuses.
 SEEN_THROUGH = (
     "FewDescriptors.*",
     "PipeOpen.ShowsNoOtherPipeToACommand",
@@ -50,7 +50,7 @@ SEEN_THROUGH = (
     "PipeFaultChild.GivesUpOnAMessageThatCannotBeWritten",
 )
 
-# It refuses memory by an operator new of its own, whose place valgrind's takes.
+# It refuses memory through an operator new of its own, which valgrind replaces.
 WITHOUT_SHORTAGE = ("SweepMemory.ShortageEndsTheSweepWithoutHarm",)
 
 # For the thread sanitizer alone: helgrind takes an hour over 2047 threads at once, and does not see that

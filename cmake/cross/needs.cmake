@@ -1,4 +1,4 @@
-# What every cross build is given of the machine that builds: headers, and nothing else.
+# A cross build may find headers on the machine that builds, and nothing else.
 cmake_path(SET cross_tools NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../../build/tools)
 set(CMAKE_FIND_ROOT_PATH ${cross_tools}/headers)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -1,4 +1,4 @@
-# What a toolchain file is too early for; read when the languages are known.
+# Settings for which a toolchain file is read too early: here the languages are known.
 
 if(APPLE)
   # CMake asks the machine that it runs on whether libraries are found along paths.

@@ -7,9 +7,9 @@
 
 static rlim_t pages_in_use(void) {
   char text[32] = "";
-  const int status = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
-  if (status < 0 || read(status, text, sizeof text - 1) <= 0) abort();
-  close(status);
+  const int statm = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+  if (statm < 0 || read(statm, text, sizeof text - 1) <= 0) abort();
+  close(statm);
   return strtoul(text, NULL, 10);
 }
 

@@ -86,7 +86,7 @@ static int counted_main(int argc, char **argv, char **envp) {
   return real_main(argc, argv, envp);
 }
 
-/* Numbers that another process reads: what ends this one, and how, does not matter. */
+/* Shared with the process that measures, which can read the numbers however this one ends. */
 static void share_report(const char *path) {
   const int file = open(path, O_RDWR | O_CLOEXEC);
   report = mmap(NULL, sizeof *report, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);

@@ -1,7 +1,7 @@
-/* Takes the file REQUEST_TRIED its permissions as soon as the program has tried a request in vain:
-   the transfer failed, or libcurl gave no handle for it, or refused an option without which the
-   credentials could go elsewhere. That takes no descriptor, and no right that the tool has given
-   up. The program looks the functions of libcurl up by name; it gets some of these instead. */
+/* Removes all permissions of the file REQUEST_TRIED as soon as the program has tried a request in
+   vain: the transfer failed, or libcurl gave no handle for it, or refused an option without which
+   the credentials could go elsewhere. This needs no descriptor and no right that the tool has given
+   up. The program looks libcurl's functions up by name and gets some of those below instead. */
 #define _GNU_SOURCE
 #include <curl/curl.h>
 #include <dlfcn.h>
