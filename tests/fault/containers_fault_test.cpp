@@ -350,14 +350,18 @@ TEST_F(MpoolFault, StaysLockedAfterAChunkThatCouldNotBeHad) {
   qal_mpool_destroy(&pool);
 }
 
-// A pool with an element in use, one free element on the list of thread 1, and a chunk whose
+// An index that no thread of this program ever has: where one had it, becoming that index
+// would run its routine again.
+constexpr std::intptr_t other_index = 2047;
+
+// A pool with an element in use, one free element on the list of the other index, and a chunk whose
 // allocation failed.
 struct LockedPool {
   QalMpool *pool = qal_mpool_create(16, 2);
   void *element = nullptr;
 
   LockedPool() {
-    become_index(1);
+    become_index(other_index);
     element = qal_mpool_alloc(pool);
     become_index(0);
     calls.allocation = fail_nth(1, ENOMEM);
@@ -392,7 +396,7 @@ TEST_F(MpoolFault, StillServesThreadsFromTheirOwnListsAfterThat) {
   in_child([] {
     const LockedPool locked;
     alarm(60);
-    become_index(1);
+    become_index(other_index);
     EXPECT_NE(qal_mpool_alloc(locked.pool), nullptr);
     EXPECT_EQ(qal_mpool_verify_ptr(locked.pool, locked.element), 1);
     EXPECT_EQ(qal_mpool_status(locked.pool, nullptr, nullptr), 0U);
