@@ -27,8 +27,8 @@ TOOLS = ("spin", "cc")
 
 
 class Check(typing.NamedTuple):
-    """A model, what is defined and changed in it, and how it fails if it is to. A change is a text
-    of the model and what stands in its place."""
+    """A model, its definitions, the changes made to it as pairs of old and new text, and the error
+    with which it fails, if it is meant to."""
     model: str
     defined: tuple = ()
     changes: tuple = ()
@@ -39,7 +39,7 @@ class Check(typing.NamedTuple):
 THREE = ("MEMBERS=3", "CYCLES=3", "FIRST=1")
 TWO_CYCLES = ("MEMBERS=3", "CYCLES=2", "FIRST=3")
 FOUR = ("MEMBERS=4", "CYCLES=2", "FIRST=4")
-WITHOUT_IDLE_WAKES = ("NO_IDLE_WAKES=1",)  # which three threads have
+WITHOUT_IDLE_WAKES = ("NO_IDLE_WAKES=1",)  # the check of three threads has them
 
 PROPERTIES = {
     "reduce_three_threads_in_any_groups": Check("reduce_groups", THREE),
@@ -105,7 +105,7 @@ WITHOUT_A_STEP = {
 
 CHECKS = PROPERTIES | LIMITS | WITHOUT_A_STEP
 
-# Half a minute each and more than a gigabyte: not among the tests.
+# Each takes half a minute and more than a gigabyte, so they are not among the tests.
 LONG = {
     "reduce_four_threads_and_idle_wakes": Check("reduce_groups", FOUR),
 }
@@ -123,7 +123,7 @@ def make(command, directory):
 
 
 def change(directory, old, new):
-    """Puts `new` in the place of `old`, which one model holds, once."""
+    """Replaces `old`, which must occur once in one model, by `new`."""
     holders = [file for file in directory.glob("*.pml") if old in file.read_text()]
     if len(holders) != 1 or holders[0].read_text().count(old) != 1:
         raise RuntimeError(f"not in one place alone: {old!r}")
@@ -140,12 +140,12 @@ def wanted(directory, model):
 
 
 def write_program(check, directory):
-    """Writes the program of the search and answers the commands that compile and run it."""
+    """Writes the program of the search and returns the commands that compile and run it."""
     wanted(directory, check.model)
     for old, new in check.changes:
         change(directory, old, new)
     make(["spin", *(f"-D{name}" for name in check.defined), "-a", f"{check.model}.pml"], directory)
-    level = "-O0" if check.fails_by else "-O1"  # what fails does so soon
+    level = "-O0" if check.fails_by else "-O1"  # a search that fails ends soon
     ends = ["-E"] if check.may_wait_for_ever else []
     return (["cc", level, "-w", "-DSAFETY", f"-DMEMLIM={MEMORY}", "-o", "pan", "pan.c"],
             ["./pan", f"-m{DEEPEST}", *ends])
@@ -157,7 +157,7 @@ def digest(directory, commands):
 
 
 def search(check, directory, remembered=None):
-    """What the search through all states reports. It is the same whenever its program is."""
+    """The report of the search through all states; the same program always gives the same one."""
     compile_it, run_it = commands = write_program(check, directory)
     file = remembered / digest(directory, commands) if remembered else None
     if file and file.exists() and as_expected(check, file.read_text()):

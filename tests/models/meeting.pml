@@ -16,8 +16,7 @@ typedef Barrier {
 Barrier barriers[BARRIERS];
 
 /*
- * A waiter first stays awake for a while, without the mutex; what it glances at then changes nothing
- * but the moment at which it comes back.
+ * A waiter first spins without the mutex. What it reads meanwhile only decides when it locks again.
  */
 inline wait_for_change(b, me) {
   cancellable[me] = false;
@@ -31,8 +30,8 @@ inline wait_for_change(b, me) {
 }
 
 /*
- * Uses `entered` and `last` of the process, which says whether this arrival was the last. What only
- * the holder of the barrier's mutex touches is one step together.
+ * Sets `last` of the process if this arrival was the last, and uses its `entered`. What only the
+ * mutex's holder touches is done in one step.
  */
 inline arrive(b, n, me) {
   assert(barriers[b].valid);

@@ -65,10 +65,7 @@ inline wait(m, me) {
   fi
 }
 
-/*
- * Wakes sleepers without cause until it has had enough, which may be at once: what only an idle
- * wake-up would bring about is never counted on.
- */
+/* Wakes sleepers without cause, any number of times or never: nothing may depend on it. */
 inline wake_without_cause(m) {
   do
   :: monitors[m].asleep[0] -> monitors[m].asleep[0] = false

@@ -1,9 +1,9 @@
 /*
  * CYCLES cycles of one reduction, as in utils/libsrc/qal_reduce.cpp, the first by a group of FIRST
- * to MEMBERS threads, the others by one to MEMBERS. Who takes part again goes on without a pause;
- * who joins later waits until somebody has left the cycle before. Everybody gets the value of its
- * own cycle, complete, and nobody is left behind. The threads are alike: it is always the first
- * ones that take part.
+ * to MEMBERS threads, the others by one to MEMBERS. A thread that takes part again goes on without
+ * a pause; one that joins later waits until somebody has left the cycle before. Each gets the
+ * complete value of its own cycle, and nobody is left behind. The threads are alike, so the first
+ * ones always take part.
  */
 #define MONITORS 3
 #define BARRIERS 2

@@ -51,7 +51,7 @@ class Barrier {
 
 class BarrierMeet : public Threads {
  protected:
-  // All threads meet `cycles` times; each time the barrier returns to one that it was the last.
+  // All threads meet `cycles` times; each time exactly one of them is told that it came last.
   void meet_over_and_over(int threads, int cycles) {
     std::vector<int> lasts(static_cast<std::size_t>(threads));
     run_together(threads, [&, this](int i) {

@@ -40,7 +40,7 @@ void hand_out(int count) {
   for (int i = 0; i < count; ++i) new_timer();
 }
 
-// Timers are never taken back, so that only a child finds the table as a process begins with it.
+// Timers are never taken back, so a case that needs an empty table runs in a child.
 void with_new_table(const std::function<void()> &body) { in_child(body); }
 
 // Not time(), which may lag behind the time of day by a tick of the clock.

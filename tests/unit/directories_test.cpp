@@ -78,7 +78,7 @@ std::string root_for(const char *value) {
 
 std::string root_for(const std::string &value) { return root_for(value.c_str()); }
 
-// Compares every text with what a second, plainer writing of the rules gives.
+// Compares every text with that of the model.
 void expect_model(const Settings &settings) {
   DirectoryWorld world;
   world.settings = settings;

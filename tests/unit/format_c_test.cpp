@@ -1,4 +1,4 @@
-// What formatting through the C library has of its own.
+// What holds only where the C library does the formatting.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/logger.h>
@@ -29,8 +29,7 @@ QAL_PRINTF(1, 2) std::string formatted(const char *format, ...) {
   return out;
 }
 
-// What a room of this size holds after `format` was written to it, and the length that is returned;
-// first by us, then by the C library.
+// Compares what we and the C library write into a room of this size, and the lengths returned.
 QAL_PRINTF(2, 3) void expect_equal(std::size_t room, const char *format, ...) {
   std::string ours(room + 1, '#');
   std::string theirs = ours;

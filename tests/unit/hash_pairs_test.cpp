@@ -246,7 +246,7 @@ TEST_F(HashPairsSlot, ComesFromASumThatWraps) {
   EXPECT_EQ(slot_of(INT_MIN, 0, 1000), 824);
 }
 
-// The slot by way of 64 bits.
+// The slot, computed in 64 bits.
 int32_t described_slot(int32_t a, int32_t b, int32_t num_slots) {
   int64_t sum = int64_t{a} + b;
   if (sum > INT_MAX) sum -= int64_t{1} << 32;
@@ -272,7 +272,7 @@ TEST_F(HashPairsSlot, IsTheSameForAllCallsAndAlwaysInTheTable) {
   }
 }
 
-// Pairs in the order of their adding; the first of a key is the one that counts.
+// The pairs in the order in which they were added; calls find the first one of a key.
 class PairsModel {
  public:
   explicit PairsModel(unsigned seed)
@@ -295,7 +295,7 @@ class PairsModel {
     }
   }
 
-  // Every slot holds its own pairs, in the order of their adding.
+  // Every slot holds its own pairs, in the order in which they were added.
   void expect_equal() const {
     const QalHash &table = *pairs_->table;
     for (int32_t slot = 0; slot < table.num_slots; ++slot) {

@@ -57,7 +57,7 @@ void show_stream_as_text(void *stream, const char *, ...) {
   std::fputs(static_cast<const char *>(stream), stderr);
 }
 
-// Number of a virtual member in the table, from the two layouts that member pointers have.
+// The index of a virtual member in the table. The lowest bit of its pointer may be a mark.
 template <typename Member>
 std::size_t slot_of(Member member) {
   std::uintptr_t word;

@@ -1,5 +1,5 @@
-// The library sets no locale; a host may. What it makes of ASCII text is the same in every locale,
-// but for conversion to upper and lower case and search without case, which are the platform's.
+// The library sets no locale, but a host may. ASCII text gives the same results in every locale,
+// except for case conversion and search without case, which follow the platform.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/qal.h>
@@ -30,7 +30,7 @@ constexpr int ascii_end = 128;
 
 using Observations = std::vector<std::string>;
 
-// All ASCII characters but NUL and those that the case mapping of a locale may lead out of ASCII.
+// All ASCII characters but NUL, 'i' and 'I', whose other case may lie outside ASCII.
 std::string ascii_text() {
   std::string text;
   for (int c = 1; c < ascii_end; ++c) {
@@ -117,7 +117,7 @@ Observations observations() {
   return seen;
 }
 
-// By way of volatile pointers: the optimiser takes for granted that ASCII maps to ASCII.
+// volatile, because the optimiser assumes that ASCII maps to ASCII.
 int (*volatile const platform_toupper)(int) = std::toupper;
 int (*volatile const platform_tolower)(int) = std::tolower;
 

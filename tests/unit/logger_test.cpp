@@ -334,7 +334,7 @@ std::string time_of_day() {
   return text;
 }
 
-// Also over midnight.
+// Holds for an interval over midnight too.
 bool is_between(const std::string &from, const std::string &to, const std::string &time) {
   return from <= to ? from <= time && time <= to : from <= time || time <= to;
 }

@@ -272,8 +272,8 @@ TEST_F(PipeOpenChild, SendsNoTextOfTheParentDownThePipe) {
   EXPECT_EQ(child.out, "buffered");
 }
 
-// Each of the three standard descriptors open or closed in the parent, so that the pipe's own ends
-// get their numbers.
+// The standard descriptors are open or closed in every combination; the ends of the pipe get the
+// numbers of those that are closed.
 TEST_F(PipeOpenChild, IsConnectedWhateverTheParentHasClosed) {
   const std::string tell_input =
       "if [ -e /dev/fd/0 ]; then echo open; else echo closed; fi; echo trouble >&2";
@@ -332,7 +332,7 @@ void fill_buffers() {
   std::fputs("buffered trouble", stderr);
 }
 
-// Writes what the child still has in its buffers.
+// Ends the child, which first writes what is still in its buffers.
 void end_if_child(const Command &command) {
   if (command.pid != 0) return;
   std::fflush(nullptr);

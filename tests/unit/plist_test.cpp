@@ -223,7 +223,7 @@ TEST(PlistPool, GetsNodesBackFromTheHeadOfAList) {
   qal_plist_pool_destroy();
 }
 
-// Deliberate: a second set-up abandons the first pools. In a child, whose leak nobody misses.
+// Deliberate: a second set-up abandons the first pools. In a child, because it leaks them.
 TEST(PlistPool, IsAbandonedByASecondSetUp) {
   in_child([] {
     EXPECT_EQ(qal_plist_pool_create(4, 4), 0);

@@ -31,7 +31,7 @@ constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 using Reduce = Threads;
 using ReduceRepeated = Threads;
 
-// What each of the threads got for its value.
+// The result that each thread got.
 template <typename Value>
 std::vector<Value> all_got(Value (*operation)(Value, int), const std::vector<Value> &values) {
   const int threads = static_cast<int>(values.size());
@@ -127,7 +127,7 @@ TEST_F(Reduce, GivesNotANumberWhenThereIsNothingElse) {
   }
 }
 
-// Thread i brings i + 1, 10 (i + 1), 100 (i + 1), and the sums are asked for the first two.
+// Thread i contributes i + 1, 10 (i + 1) and 100 (i + 1); only the first two are summed.
 template <typename Number>
 void sum_two_of_three(ArraySum<Number> operation) {
   for (int threads = 1; threads <= 16; ++threads) {
@@ -166,7 +166,7 @@ TEST_F(Reduce, LeavesTheSumsThereAfterTheCall) {
   EXPECT_EQ(sums[0], 2.0);
 }
 
-// Every thread passes only after all have arrived.
+// Expects that no thread passes before all have arrived.
 void expect_meeting(const std::function<void(int)> &operation) {
   for (const int threads : {2, 5}) {
     std::atomic<int> arrived{0};
@@ -199,7 +199,7 @@ TEST_F(Reduce, OfNoElementsChangesNothingAndMakesTheThreadsMeet) {
   }
 }
 
-// A group of two threads for each.
+// Two threads take part in each operation.
 TEST_F(Reduce, LetsAllOperationsRunAtOnce) {
   constexpr int rounds = repetitions(2'000);
   run_together(2 * static_cast<int>(std::size(contributions)), [](int i) {

@@ -244,7 +244,7 @@ TEST_F(SweepRecords, LoadsCurlOnlyWhenSomebodyIsToBeNotified) {
 }
 
 TEST_F(SweepRecords, GivesIdsThatNameNoSingleProcessToTheProbeAsTheyAre) {
-  // 0 is the sweeping process's own group, which exists; the text that is empty avoids a request.
+  // 0 means the sweeping process's own group, which exists; the empty text prevents a request.
   EXPECT_FALSE(is_kept("\0 halix secret 0"s));
   EXPECT_FALSE(is_kept("\0 halix secret -0"s));
   EXPECT_FALSE(is_kept("\0 halix secret 0x10"s));

@@ -184,8 +184,8 @@ TEST(ProcessProbe, AnswersZeroForAZombie) {
   reap(pid);
 }
 
-// In a container of an ordinary user process 1 may be that user's own; system_fault_test has the
-// refused signal there too.
+// In a container of an ordinary user, process 1 may be the user's own and can be signalled;
+// system_fault_test checks a refused signal everywhere.
 TEST(ProcessProbe, AnswersZeroForAProcessOfAnotherUser) {
   const bool root = geteuid() == 0;
   const pid_t foreign = root ? getpid() : 1;

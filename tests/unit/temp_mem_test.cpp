@@ -24,7 +24,7 @@ std::vector<void *> blocks(const QalTempSegment *segment) {
   return all;
 }
 
-// Every case gives back what it took, so the leak checker watches all of them.
+// Frees everything after each case, so that the leak checker finds what the library itself lost.
 class TempMem : public testing::Test {
  protected:
   ~TempMem() override { qal_temp_mem_free_all(); }

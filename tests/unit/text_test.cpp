@@ -372,7 +372,7 @@ TEST(TextStrcasestr, AgreesWithTryingEveryPlaceOfLongTexts) {
   }
 }
 
-// No place of the text but one has a letter that is not the needle's before or behind it.
+// The letter stands twice in a row at one place; everywhere else a dot follows it.
 TEST(TextStrcasestr, FindsTwoOfALetterAmongSingleOnes) {
   for (const std::string single : {"k.", "K."}) {
     std::string text;

@@ -201,7 +201,7 @@ TEST_F(UidFind, FindsEachOfManyIds) {
   }
 }
 
-// An id of random length, near a few others, among those that the index can hold.
+// A random id that the index can hold: ids of every length, some of them close to each other.
 uint64_t any_id(std::mt19937_64 &random) { return (random() % 3 << random() % 54) + random() % 4; }
 
 TEST(UidIndex, LeadsToWhatAMapHoldsOverRandomSequences) {

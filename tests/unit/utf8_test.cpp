@@ -30,7 +30,7 @@ void PrintTo(const Decoded &decoded, std::ostream *out) {
   *out << decoded.consumed << " bytes, " << decoded.value;
 }
 
-// Takes string literals with the NUL that ends them.
+// For string literals, whose terminator may be read.
 Decoded decode(const char *text) {
   Decoded decoded;
   decoded.consumed =
@@ -46,7 +46,7 @@ Decoded decode(const Bytes &bytes) {
   return decoded;
 }
 
-// Which bits of each byte count, and where: one line for each bit of the decoded value.
+// Which bits of each byte count, and where: one entry for each bit of the decoded value.
 struct KeptBit {
   int from_byte;
   int from_bit;

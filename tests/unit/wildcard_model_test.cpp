@@ -188,7 +188,7 @@ TEST(FullMatcherModel, AgreesOnPatternsThatNearlyFit) {
   }
 }
 
-// With a star that took its choices back these would not end within the life of the machine.
+// A matcher that tried every place of every star again would not finish these.
 TEST(BothMatchers, EndOnManyStars) {
   const std::string name(1023, 'a');
   std::string pattern;
@@ -216,7 +216,7 @@ TEST(BothMatchers, EndOnStarsBetweenSeparators) {
   }
 }
 
-// Were each place of the star to look for the separator anew, these would take minutes.
+// A matcher that looked for the separator again from each place would take minutes.
 TEST(FullMatcherModel, EndsOnLongStringsBeforeASeparator) {
   const std::string name = std::string(8 << 20, 'a') + "/c";
   EXPECT_EQ(qal_fnmatch(bytes("*[a]*/b"), name.c_str(), QAL_FNM_PATHNAME), 1);

@@ -524,7 +524,7 @@ TEST(FullMatcher, TakesStringsOfAnyLength) {
   EXPECT_TRUE(full(std::string(100000, '*'), "abc"));
 }
 
-// On a stack that a call for each star would overflow many times over.
+// The stack is far too small for a call for each star.
 TEST(FullMatcher, DoesNotRecurseForStars) {
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
