@@ -119,8 +119,8 @@ def compiled(unit, text, folder, commands):
         command = command[:command.index("-o")]
         own = ["-iquote", folder / "utils/libsrc", "-iquote", (figures.ROOT / source).parent]
         objects.append(folder / f"{source.replace('/', '_')}.o")
-        done = subprocess.run([command[0], *own, *command[1:], "-O0", "-w", "-c", folder / source,
-                               "-o", objects[-1]], cwd=TREE, capture_output=True, check=False)
+        done = subprocess.run([*command, *own, "-O0", "-w", "-c", folder / source, "-o", objects[-1]],
+                              cwd=TREE, capture_output=True, check=False)
         if done.returncode != 0:
             return []
     return objects

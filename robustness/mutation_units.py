@@ -4,6 +4,7 @@ recorded by the release build.
 """
 import collections
 import functools
+import os
 import pathlib
 import subprocess
 
@@ -17,11 +18,13 @@ LEFT_OUT = ("app/main.cpp", "utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_
 @functools.cache
 def files_of():
     """The product's own files that each of its compiled sources was made from."""
-    shown = subprocess.run(["ninja", "-C", figures.BUILD / "release", "-t", "deps"], check=True,
-                           capture_output=True, text=True).stdout
+    tree = figures.BUILD / "release"
+    shown = subprocess.run(["ninja", "-C", tree, "-t", "deps"], check=True, capture_output=True,
+                           text=True).stdout
     found = {}
     for entry in shown.split("\n\n"):
-        read = [line.strip().removeprefix(f"{figures.ROOT}/") for line in entry.splitlines()[1:]]
+        # A compiler cache makes the paths relative to the tree.
+        read = [os.path.relpath(tree / line.strip(), figures.ROOT) for line in entry.splitlines()[1:]]
         own = [file for file in read if file.startswith(tuple(f"{folder}/" for folder in areas.SOURCES))]
         if own and own[0] in areas.all_of("sources") and own[0] not in LEFT_OUT:
             found[own[0]] = own
