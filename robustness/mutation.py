@@ -16,6 +16,7 @@ import operator
 import pathlib
 import random
 import shlex
+import shutil
 import subprocess
 import tempfile
 import time
@@ -23,6 +24,7 @@ import time
 import corpora
 import explanations
 import figures
+from figures import areas
 from mutants import key, mutants_of
 from mutation_units import critical, included_by, units as all_units
 
@@ -106,18 +108,16 @@ def prepare(units):
 
 
 def compiled(unit, text, folder, commands):
-    """The objects that the mutant changes, compiled in a copy of their places; none if it is no
+    """The objects that the mutant changes, compiled in a copy of all sources; none if it is no
     program."""
-    sources = included_by().get(unit, [unit])
-    for source in {unit, *sources}:
-        copy = folder / source
-        copy.parent.mkdir(parents=True, exist_ok=True)
-        copy.write_text(text if source == unit else (figures.ROOT / source).read_text())
+    for part in areas.SOURCES:
+        shutil.copytree(figures.ROOT / part, folder / part)
+    (folder / unit).write_text(text)
     objects = []
-    for source in sources:
+    for source in included_by().get(unit, [unit]):
         command = [part for part in shlex.split(commands[source]) if part != "-g"]
         command = command[:command.index("-o")]
-        own = ["-iquote", folder / "utils/libsrc", "-iquote", (figures.ROOT / source).parent]
+        own = ["-iquote", folder / "utils/libsrc"]
         objects.append(folder / f"{source.replace('/', '_')}.o")
         done = subprocess.run([*command, *own, "-O0", "-w", "-c", folder / source, "-o", objects[-1]],
                               cwd=TREE, capture_output=True, check=False)
