@@ -15,7 +15,7 @@ from figures import areas
 TREE = figures.BUILD / "msan"
 IGNORED = figures.ROOT / "robustness" / "memory_sanitizer.ignore"
 
-# These spend their time in zlib, or in the standard library's handling of files and copying of texts.
+# They run zlib, or the standard library's handling of files and copying of texts.
 LEFT_OUT = ("blocks", "directories", "sweep")
 TARGETS = [target for target in areas.all_of("fuzz") if target not in LEFT_OUT]
 SECONDS = {"full": 0, "release": 60}
