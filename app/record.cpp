@@ -69,7 +69,7 @@ class Scanner {
 
   // The record starts zeroed, so every text is terminated at any time.
   void append(char byte) {
-    if (length_ == record_field_room - 1) {
+    if (length_ == record_field_bytes) {
       state_ = State::malformed;
     } else {
       texts_[field_][length_++] = byte;
@@ -83,6 +83,7 @@ class Scanner {
       finish();
     } else if (!sign_ && (byte == '+' || byte == '-')) {
       sign_ = byte;
+      ++length_;
     } else if (sign_ || !is_space(byte)) {
       state_ = State::malformed;
     }
@@ -92,7 +93,9 @@ class Scanner {
     constexpr std::int64_t greatest = std::numeric_limits<int>::max();
     has_digits_ = true;
     magnitude_ = 10 * magnitude_ + (digit - '0');
-    if (magnitude_ > greatest + (sign_ == '-' ? 1 : 0)) state_ = State::malformed;
+    const bool fits = magnitude_ <= greatest + (sign_ == '-' ? 1 : 0);
+    if (!fits || length_ == record_field_bytes) state_ = State::malformed;
+    ++length_;
   }
 
   void finish() {
@@ -104,7 +107,7 @@ class Scanner {
   char *const texts_[text_count];
   State state_ = State::open;
   int field_ = 0;
-  std::size_t length_ = 0;  // of the text that is being taken
+  std::size_t length_ = 0;  // of the field that is being taken
   char sign_ = '\0';
   bool has_digits_ = false;
   std::int64_t magnitude_ = 0;

@@ -9,7 +9,7 @@
 
 namespace qal::internal {
 
-inline constexpr std::size_t record_field_room = 256;  // a text with its terminator
+inline constexpr std::size_t record_field_bytes = 255;  // at most
 inline constexpr std::size_t record_scan_bytes =
     std::size_t{1024} * 1024;  // four fields are complete by then
 
@@ -23,9 +23,9 @@ struct Record {
   // A text that begins with a NUL byte is complete and yet empty.
   bool has_all_texts() const { return *url && *user && *password; }
 
-  char url[record_field_room] = {};
-  char user[record_field_room] = {};
-  char password[record_field_room] = {};
+  char url[record_field_bytes + 1] = {};
+  char user[record_field_bytes + 1] = {};
+  char password[record_field_bytes + 1] = {};
   int pid = 0;
 };
 

@@ -3,7 +3,7 @@
  *  gone.
  *
  *  A record is a file "halix_server*.dat" that holds a URL, a user name, a password and the id of
- *  the process that owns it, separated by white space. Each text has at most 255 bytes, the id is
+ *  the process that owns it, separated by white space. Each field has at most 255 bytes, the id is
  *  an `int`, and all four must be complete within the first MiB. Any other regular file of such a
  *  name is malformed, and so is a FIFO or a character device. Directories, sockets and block
  *  devices are passed over, links to them as well, and so are links that lead nowhere.

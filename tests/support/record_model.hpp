@@ -52,7 +52,7 @@ inline std::optional<ModelRecord> model_of(std::string_view whole) {
   for (int i = 0; i < 4; ++i) {
     const auto start = static_cast<std::size_t>(at.start[i]);
     texts[i] = bytes.substr(start, static_cast<std::size_t>(at.end[i]) - start);
-    if (i < 3 && texts[i].size() > model_field_bytes) return {};
+    if (texts[i].size() > model_field_bytes) return {};
   }
   errno = 0;
   const long long pid = std::strtoll(texts[3].c_str(), nullptr, 10);
