@@ -49,8 +49,10 @@ logged "$root.log" newcomer 'apt-get install -y --no-install-recommends ./*.deb'
 echo "ok: apt installs $(cd "$root/newcomer" && echo *.deb)"
 
 echo incomplete >"$root/newcomer/halix_server1.dat"
+# Kept while libcurl is missing, so that the packages have to name it.
+echo 'http://127.0.0.1:1/ ada secret 1' >"$root/newcomer/halix_server2.dat"
 expect "the tool says nothing and ends well" 0 "$(newcomer 'TMPDIR=/newcomer kalmora-sweep 2>&1; echo $?')"
-expect "the tool settles a record" "" "$(find "$root/newcomer" -name '*.dat')"
+expect "the tool settles both records" "" "$(find "$root/newcomer" -name '*.dat')"
 expect "the README's program runs" scenes/engine/parts \
   "$(newcomer 'cc mine.c $(pkg-config --cflags --libs qal) && ./a.out')"
 expect "a packaged example runs" "$(cat examples/pooled_records.txt)" "$(newcomer \

@@ -64,6 +64,7 @@ struct Calls {
   std::vector<QalThreadMutex *> mutexes_made;
   std::vector<QalThreadMutex *> mutexes_ended;
   bool unlock_fails = false;
+  int stops = 0;  // calls of qal_stop_here
   bool init_fails = false;
   // Called before a record is added to a table.
   std::function<void(const QalHash &, int32_t slot, const void *key, const void *data)> on_add;
@@ -145,6 +146,8 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
   const int status = __real_pthread_mutex_unlock(mutex);
   return calls.unlock_fails ? EPERM : status;
 }
+
+void __wrap_qal_stop_here() { ++calls.stops; }
 }
 
 namespace {
@@ -423,6 +426,7 @@ TEST_F(MpoolFault, AnswersWhatUnlockingAnswered) {
   void *const element = qal_mpool_alloc(pool);
   calls.unlock_fails = true;
   EXPECT_EQ(qal_mpool_free(pool, element), -1);
+  EXPECT_EQ(calls.stops, 1);
   EXPECT_EQ(pool->shared_count, 1);
   qal_mpool_destroy(&pool);
 }

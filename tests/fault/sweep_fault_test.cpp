@@ -28,6 +28,7 @@
 
 #include "internal/handles.hpp"
 #include "notify.hpp"
+#include "platform/platform.hpp"
 #include "record.hpp"
 #include "support/child.hpp"
 #include "support/fault.hpp"
@@ -100,6 +101,8 @@ struct Stage {
   std::size_t read_at_most = SIZE_MAX;
   Fault open, read, fstat, stat, lstat;
   bool stat_tells_another_device = false;
+  std::optional<uid_t> effective_user;
+  std::function<void(struct stat &record)> on_record;
   std::function<void(struct stat &directory)> on_directory;
   std::function<void(struct stat &link)> on_link;
   std::size_t bytes_read = 0;
@@ -228,6 +231,7 @@ int __real_open(const char *path, int flags, ...);
 ssize_t __real_read(int descriptor, void *room, size_t size);
 int __real_close(int descriptor);
 int __real_fstat(int descriptor, struct stat *info);
+uid_t __real_geteuid();
 int __real_stat(const char *path, struct stat *info);
 int __real_lstat(const char *path, struct stat *info);
 int __real_clock_gettime(clockid_t clock, timespec *now);
@@ -239,7 +243,8 @@ int __real_qal_is_pid_running(int pid);
 int __real_qal_file_unlink(const char *path);
 void __real__ZN3qal8internal8platform12clear_secretEPvm(void *secret, size_t size);
 
-void *__wrap_dlopen(const char *, int) {
+void *__wrap_dlopen(const char *name, int) {
+  EXPECT_STREQ(name, qal::internal::platform::curl_library_name());
   ++stage.loads;
   if (stage.library_missing) return nullptr;
   ++stage.libraries_open;
@@ -295,8 +300,12 @@ int __wrap_close(int descriptor) {
 
 int __wrap_fstat(int descriptor, struct stat *info) {
   note("fstat");
-  return stage.fstat.strikes() ? -1 : __real_fstat(descriptor, info);
+  const int status = stage.fstat.strikes() ? -1 : __real_fstat(descriptor, info);
+  if (stage.on_record) stage.on_record(*info);
+  return status;
 }
+
+uid_t __wrap_geteuid() { return stage.effective_user.value_or(__real_geteuid()); }
 
 int __wrap_stat(const char *path, struct stat *info) {
   if (stage.listing_runs) return __real_stat(path, info);
@@ -807,6 +816,14 @@ TEST_F(SweepCalls, AreContentWhenTheRecordVanishesMeanwhile) {
 constexpr uid_t stranger = 54321;
 constexpr uid_t keeper = 54322;  // whom the directory belongs to
 
+TEST_F(SweepCalls, SettleARecordWhoeverOwnsIt) {
+  const auto path = notified_record();
+  stage.on_record = [](struct stat &record) { record.st_uid = stranger; };
+  sweep();
+  EXPECT_EQ(stage.performs, 1);
+  EXPECT_FALSE(exists(path));
+}
+
 // A link to a record in a directory as the test describes it.
 class SweepLinks : public SweepStage {
  protected:
@@ -844,6 +861,12 @@ TEST_F(SweepLinks, AreFollowedInASharedDirectoryWhenTheyAreTheUsersOrTheDirector
   EXPECT_TRUE(is_followed(01777, keeper));
   EXPECT_FALSE(is_followed(01777, stranger));
   EXPECT_FALSE(is_followed(01703, stranger));
+}
+
+TEST_F(SweepLinks, AreTheUsersWhenTheyAreTheEffectiveUsers) {
+  stage.effective_user = getuid() + 1;
+  EXPECT_TRUE(is_followed(01777, getuid() + 1));
+  EXPECT_FALSE(is_followed(01777, getuid()));
 }
 
 TEST_F(SweepLinks, AreFollowedInEveryOtherDirectory) {
