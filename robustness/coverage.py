@@ -20,7 +20,6 @@ from figures import areas
 TREE = figures.BUILD / "coverage"
 LINES_GOAL, BRANCHES_GOAL, CORPUS_GOAL = 99, 95, 95
 COVERAGE = ("line / branch coverage", f"{LINES_GOAL} % / {BRANCHES_GOAL} %")
-CRITICAL = ("branch coverage of critical units", "100 %")
 CORPUS = ("fuzz corpus, lines of the target's unit", f">= {CORPUS_GOAL} %")
 # The first fails every allocation in turn, those of the counters too.
 LEFT_OUT = rf"^every_allocation\.|{figures.REPETITIVE}"
@@ -54,19 +53,13 @@ def summary():
     return json.loads(file.read_text())
 
 
-def test_figures():
+def test_figure():
     passed = run_tests()
     counted = summary()
     lines, branches = (100 * counted[f"{kind}_covered"] / counted[f"{kind}_total"]
                        for kind in ("line", "branch"))
-    yield figures.Figure(*COVERAGE, f"{lines:.1f} % / {branches:.1f} %{suite.note('coverage', passed)}",
-                         passed and lines >= LINES_GOAL and branches >= BRANCHES_GOAL)
-    critical_files = areas.all_of("critical")
-    critical = [file for file in counted["files"] if file["filename"] in critical_files]
-    total, covered = (sum(file[f"branch_{kind}"] for file in critical)
-                      for kind in ("total", "covered"))
-    yield figures.Figure(*CRITICAL, f"{covered} of {total}",
-                         covered == total and len(critical) == len(critical_files))
+    return figures.Figure(*COVERAGE, f"{lines:.1f} % / {branches:.1f} %{suite.note('coverage', passed)}",
+                          passed and lines >= LINES_GOAL and branches >= BRANCHES_GOAL)
 
 
 def run_apart(target, folder):
@@ -119,12 +112,12 @@ def corpus_figure():
 
 def measure(form):
     if form == "quick":  # the build alone takes minutes
-        yield from (figures.not_run(*named) for named in (COVERAGE, CRITICAL, CORPUS))
+        yield from (figures.not_run(*named) for named in (COVERAGE, CORPUS))
         return
     if not suite.built("coverage"):
         raise SystemExit("the coverage build failed")
     forget_counts()
-    yield from test_figures()
+    yield test_figure()
     yield corpus_figure()
 
 

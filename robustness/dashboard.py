@@ -5,7 +5,8 @@ usage: dashboard.py quick|full|release [MEASUREMENT...]
        dashboard.py page
 
 The results are kept below build/robustness, one file for each measurement, so that a long form can
-be taken in parts. `page` writes the last full or release results into docs/robustness-figures.md.
+be taken in parts. `page` writes the last results into docs/robustness-figures.md, those of the quick form
+only where nothing longer was measured.
 """
 import datetime
 import importlib
@@ -17,7 +18,7 @@ import time
 import traceback
 
 import sweep_world
-from figures import FORMS, RESULTS, ROOT, Figure, table
+from figures import FORMS, RESULTS, ROOT, Figure, aligned, table, verdict
 
 MEASUREMENTS = (
     "sanitizers",
@@ -45,6 +46,7 @@ MEASUREMENTS = (
     "matching",
     "instructions",
     "stress",
+    "soak",
     "repeats",
 )
 PAGE = ROOT / "docs" / "robustness-figures.md"
@@ -119,22 +121,21 @@ def survivors():
 
 
 def write_page():
-    results = [last_result(name) for name in MEASUREMENTS]
-    figures = [Figure(**figure) for result in results for figure in result["figures"]]
-    runs = "\n".join(
-        f"| {name} | {result['form']} | {result['seconds']} s | {result['commit']} | {result['date']} |"
-        for name, result in zip(MEASUREMENTS, results))
+    results = {name: last_result(name) for name in MEASUREMENTS}
+    figures = ((name, Figure(**figure)) for name, result in results.items() for figure in result["figures"])
+    runs = ((name, result["form"], f"{result['seconds']} s", result["commit"], result["date"])
+            for name, result in results.items())
     PAGE.write_text("\n".join((
         "# Robustness, as measured",
         "",
         f"Written by `./run robustness page` from the last runs on a machine with {os.cpu_count()} processors.",
-        "What each figure means and how it is taken is told in [guarantees.md](guarantees.md).",
+        "[guarantees.md](guarantees.md) says what each figure means. `./run robustness full MEASUREMENT` takes",
+        "those of a measurement again; what is not run in that form needs `release`.",
         "",
-        *table(figures),
+        *aligned(("figure", "goal", "measured", "", "measurement"),
+                 *((f.name, f.goal, f.measured, verdict(f), name) for name, f in figures)),
         "",
-        "| measurement | form | took | of commit | on |",
-        "| --- | --- | --- | --- | --- |",
-        runs,
+        *aligned(("measurement", "form", "took", "of commit", "on"), *runs),
         "",
         "## Mutants that no test notices",
         "",

@@ -50,14 +50,17 @@ def verdict(figure):
     return {None: "-", True: "reached", False: "NOT REACHED"}[figure.reached]
 
 
-def table(figures):
+def aligned(head, *rows):
     """The lines of a table in Markdown whose columns are aligned for a terminal as well."""
-    rows = [("figure", "goal", "measured", "")]
-    rows += [(f.name, f.goal, f.measured, verdict(f)) for f in figures]
-    widths = [max(len(row[column]) for row in rows) for column in range(4)]
-    rows.insert(1, tuple("-" * width for width in widths))
+    widths = [max(map(len, column)) for column in zip(head, *rows)]
+    ruler = ["-" * width for width in widths]
     return ["| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |"
-            for row in rows]
+            for row in (head, ruler, *rows)]
+
+
+def table(figures):
+    return aligned(("figure", "goal", "measured", ""),
+                   *((f.name, f.goal, f.measured, verdict(f)) for f in figures))
 
 
 def test_names(program, chosen="*"):

@@ -12,11 +12,6 @@ import tempfile
 
 import figures
 
-SOAK_SECONDS = 8 * 3600
-WARM_UP_SECONDS = 3600
-SOAK_NAME, SOAK_GOAL = "soak: descriptors, threads and resident size", "constant, constant, within 1 %"
-MOST_GROWTH = 0.01
-
 # The first have descriptors of their own and are quick; the others open none and take minutes.
 WITH_DESCRIPTORS = r"^(blocks|dir_list|pipe|record)\."
 WITHOUT_DESCRIPTORS = rf"\.corpus$|{figures.EXHAUSTIVE}"
@@ -109,38 +104,11 @@ def leaked_descriptors(form):
     return figures.Figure(name, goal, shown, reached)
 
 
-def soak():
-    """Runs the soak program; (descriptors, threads, KiB) of every second after the warm-up."""
-    done = subprocess.run([figures.BUILD / "release" / "tests" / "stress" / "soak",
-                           str(SOAK_SECONDS)],
-                          capture_output=True, text=True, check=False)
-    lines = re.findall(r"(\d+) s: \d+ rounds, (\d+) descriptors, (\d+) threads, (\d+) KiB",
-                       done.stdout)
-    samples = [tuple(map(int, line[1:])) for line in lines if int(line[0]) >= WARM_UP_SECONDS]
-    return samples if done.returncode == 0 else []
-
-
-def soak_figure():
-    samples = soak()
-    if not samples:
-        return figures.Figure(SOAK_NAME, SOAK_GOAL, "failed", False)
-    descriptors, threads, resident = (sorted(set(column)) for column in zip(*samples))
-    growth = (resident[-1] - resident[0]) / resident[0]
-    steady = len(descriptors) == len(threads) == 1
-    shown = (f"{descriptors} descriptors, {threads} threads, {growth:.2%} "
-             f"after the first {WARM_UP_SECONDS / SOAK_SECONDS:.0%} of {SOAK_SECONDS / 3600:.1f} h")
-    return figures.Figure(SOAK_NAME, SOAK_GOAL, shown, steady and growth <= MOST_GROWTH)
-
-
 def measure(form):
     yield threads_under_sanitizer(form)
     for case in CASES:
         yield figure_of(case, form)
     yield leaked_descriptors(form)
-    if form == "release":
-        yield soak_figure()
-    else:
-        yield figures.not_run(SOAK_NAME, SOAK_GOAL)
 
 
 if __name__ == "__main__":
