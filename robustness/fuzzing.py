@@ -16,7 +16,8 @@ TARGETS = areas.all_of("fuzz")
 # Targets that share the time of one area.
 SHARING = (("hash", "hash_pairs", "list", "mpool", "plist", "temp_mem", "uid"),
            ("barrier", "reduce", "sema"))
-# Those whose input is text: they run 100 million times before a release.
+# Those whose input is text: before a release they run 100 million times, or for an hour where an input
+# is taken through many properties.
 OF_TEXT = ("directories", "files", "logger", "path", "record", "text", "wildcard")
 RUNS_OF_TEXT = 10**8
 
@@ -31,9 +32,8 @@ def seconds(target, form):
 
 
 def limits(target, form):
-    if form == "release" and target in OF_TEXT:
-        return [f"-runs={RUNS_OF_TEXT}"]
-    return [f"-max_total_time={seconds(target, form)}"]
+    longest = f"-max_total_time={seconds(target, form)}"
+    return [f"-runs={RUNS_OF_TEXT}", longest] if form == "release" and target in OF_TEXT else [longest]
 
 
 def run(target, form):
@@ -62,13 +62,13 @@ def measure(form):
     yield figures.Figure("open fuzz findings", "0",
                          f"{len(failed)} in {total / 1e6:.1f} million runs {' '.join(failed)}".strip(),
                          not failed)
-    goal = "10^8 each for text"
+    name, goal = "fuzz runs before release", "10^8 or an hour each for text"
     if form != "release":
-        yield figures.not_run("fuzz runs before release", goal)
+        yield figures.not_run(name, goal)
         return
-    least = min(runs for target, (runs, _) in results.items() if target in OF_TEXT)
-    yield figures.Figure("fuzz runs before release", goal, f"{least / 1e8:.2f} x 10^8 at least",
-                         least >= RUNS_OF_TEXT)
+    of_text = {target: results[target] for target in built if target in OF_TEXT}
+    shown = ", ".join(f"{target} {runs / 1e6:.0f}" for target, (runs, _) in of_text.items())
+    yield figures.Figure(name, goal, f"{shown} million", all(held for _, held in of_text.values()))
 
 
 if __name__ == "__main__":
