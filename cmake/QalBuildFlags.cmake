@@ -74,8 +74,9 @@ if(QAL_SANITIZE)
                                                    -fno-sanitize-recover=undefined)
 endif()
 if(QAL_CONDITIONS)
-  target_compile_options(qal_build_flags INTERFACE -fprofile-instr-generate -fcoverage-mapping
-                                                   -fcoverage-mcdc)
+  # Some counts are the difference of others, so threads must not lose any.
+  target_compile_options(qal_build_flags INTERFACE -fprofile-instr-generate -fprofile-update=atomic
+                                                   -fcoverage-mapping -fcoverage-mcdc)
   target_link_options(qal_common_flags INTERFACE -fprofile-instr-generate)
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86" AND NOT APPLE)
