@@ -117,6 +117,8 @@ class SemaPlay {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const Watchdog watchdog;
+  require(qal_thread_sema_wait(nullptr) == -1, "null has nothing to wait for");
+  require(qal_thread_sema_release(nullptr) == -1, "null has no permit to give");
   Input input(data, size);
   SemaPlay semaphore(static_cast<int>(input.below(9)) - 3);
   for (int rounds = 0; input.left() && rounds < 16; ++rounds) semaphore.play(Round(input));
