@@ -3,9 +3,10 @@
 
 #include <qal/dir_list.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qal::test {
@@ -16,8 +17,12 @@ constexpr int unset_count = -77;
 
 inline Names lines_of(const char *text) {
   Names lines;
-  std::istringstream in(text ? text : "");
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  std::string_view rest{text ? text : ""};
+  while (!rest.empty()) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    lines.emplace_back(line);
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+  }
   return lines;
 }
 
