@@ -34,13 +34,6 @@ def forget_counts():
         counts.chmod(0o666)
 
 
-def forget_unused():
-    """Counters that are still empty look broken to gcovr."""
-    for counts in TREE.rglob("*.gcda"):
-        if counts.stat().st_size == 0:
-            counts.unlink()
-
-
 def run_tests():
     """Whether all passed. What the counters complain about goes to a file, not among the output
     that tests compare."""
@@ -51,18 +44,19 @@ def run_tests():
 
 
 def summary():
-    """What gcovr counted in all; the details lie in coverage.json of the build tree."""
+    """What gcovr counted in all, but for the schedules, whose sources are copies with faults; the
+    details lie in coverage.json of the build tree."""
     file = TREE / "summary.json"
     filters = [option for folder in OURS for option in ("--filter", folder)]
     subprocess.run(["gcovr", "--root", figures.ROOT, *filters, f"-j{figures.JOBS}", "--exclude-throw-branches",
-                    "--exclude-unreachable-branches", "--json-summary", file,
+                    "--exclude-unreachable-branches", "--exclude-directories", ".*/schedules(/.*)?",
+                    "--json-summary", file,
                     "--json", TREE / "coverage.json", TREE], cwd=figures.ROOT, check=True)
     return json.loads(file.read_text())
 
 
 def test_figure():
     passed = run_tests()
-    forget_unused()
     counted = summary()
     lines, branches = (100 * counted[f"{kind}_covered"] / counted[f"{kind}_total"]
                        for kind in ("line", "branch"))
