@@ -24,9 +24,9 @@ def failed_tests():
     tree = figures.BUILD / "release"
     failed = tree / "Testing" / "Temporary" / "LastTestsFailed.log"
     failed.unlink(missing_ok=True)  # a run in which all pass leaves that of another
-    done = subprocess.run(["ctest", "--test-dir", tree, f"-j{AT_ONCE}", "--schedule-random", "--timeout", "300", "-E",
-                           the_same_each_time(), "--quiet", "--output-log", tree / "repeats.log"],
-                          check=False)
+    done = subprocess.run(["ctest", "--test-dir", tree, f"-j{AT_ONCE}", "--schedule-random",
+                           "--timeout", "300", "-E", the_same_each_time(), "--quiet",
+                           "--output-log", tree / "repeats.log"], check=False)
     if failed.exists():
         return failed.read_text().splitlines()
     return [] if done.returncode == 0 else ["ctest"]
