@@ -26,9 +26,8 @@ import explanations
 import figures
 from figures import areas
 from mutants import key, mutants_of
-from mutation_units import critical, included_by, units as all_units
+from mutation_units import TREE, critical, executable, included_by, units as all_units
 
-TREE = figures.BUILD / "release"
 RESULTS = figures.BUILD / "mutation.json"
 NAME, GOAL = "mutation score critical / all", "95 % / 85 %"
 CRITICAL_GOAL, ALL_GOAL = 95, 85
@@ -43,11 +42,6 @@ def compile_commands():
     for entry in entries:  # the first is the library's, others are of tests
         found.setdefault(entry["file"].removeprefix(f"{figures.ROOT}/"), entry["command"])
     return found
-
-
-def executable(program):
-    area, _, kind = program.partition(".")
-    return f"fuzz/{area}_replay" if kind else f"tests/{area}_test"
 
 
 def arguments(program):

@@ -11,6 +11,8 @@ import subprocess
 import figures
 from figures import areas
 
+TREE = figures.BUILD / "release"
+
 # Their tests start other programs, or there is no function in them.
 LEFT_OUT = ("app/main.cpp", "utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_thread_init_sys.cpp")
 
@@ -18,13 +20,12 @@ LEFT_OUT = ("app/main.cpp", "utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_
 @functools.cache
 def files_of():
     """The product's own files that each of its compiled sources was made from."""
-    tree = figures.BUILD / "release"
-    shown = subprocess.run(["ninja", "-C", tree, "-t", "deps"], check=True, capture_output=True,
+    shown = subprocess.run(["ninja", "-C", TREE, "-t", "deps"], check=True, capture_output=True,
                            text=True).stdout
     found = {}
     for entry in shown.split("\n\n"):
         # A compiler cache makes the paths relative to the tree.
-        read = [os.path.relpath(tree / line.strip(), figures.ROOT) for line in entry.splitlines()[1:]]
+        read = [os.path.relpath(TREE / line.strip(), figures.ROOT) for line in entry.splitlines()[1:]]
         own = [file for file in read if file.startswith(tuple(f"{folder}/" for folder in areas.SOURCES))]
         if own and own[0] in areas.all_of("sources") and own[0] not in LEFT_OUT:
             found[own[0]] = own
@@ -42,11 +43,18 @@ def included_by():
     return found
 
 
+def executable(program):
+    area, _, kind = program.partition(".")
+    return f"fuzz/{area}_replay" if kind else f"tests/{area}_test"
+
+
 def tests_of(unit):
-    """Those of its area first, then those of the areas that include it or its header."""
+    """Those of its area first, then those of the areas that include it or its header; not those for
+    another system."""
     header = str(pathlib.Path(unit).with_suffix(".hpp"))
     sources = [unit, *included_by().get(header, ())]
-    return list(dict.fromkeys(test for source in sources for test in areas.tests_of(source)))
+    tests = dict.fromkeys(test for source in sources for test in areas.tests_of(source))
+    return [test for test in tests if (TREE / executable(test)).exists()]
 
 
 @functools.cache
