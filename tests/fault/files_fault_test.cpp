@@ -521,6 +521,13 @@ TEST_F(TreeFault, ADirectoryThatCannotBeReadToItsEndLosesNothing) {
   }
 }
 
+TEST_F(TreeFault, ADirectoryWhoseNamesFindNoMemoryLosesNothing) {
+  for (const int nth : {1, 2}) {
+    EXPECT_EQ(remove({{"realloc", fail_nth(nth, ENOMEM)}}), QAL_STATUS_FAILED);
+    EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
+  }
+}
+
 // Deliberate: a stream that yields not even "." is taken for an unreadable one.
 TEST_F(TreeFault, ADirectoryWithoutAnyEntryFails) {
   const auto empty = scratch.directory("empty");
