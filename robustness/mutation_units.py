@@ -18,18 +18,25 @@ LEFT_OUT = ("app/main.cpp", "utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_
 
 
 @functools.cache
-def files_of():
-    """The product's own files that each of its compiled sources was made from."""
+def files_of_objects():
+    """For each object of the release build, the product's own files that it was made from."""
     shown = subprocess.run(["ninja", "-C", TREE, "-t", "deps"], check=True, capture_output=True,
                            text=True).stdout
     found = {}
-    for entry in shown.split("\n\n"):
+    for entry in filter(None, shown.split("\n\n")):
+        head, *lines = entry.splitlines()
         # A compiler cache makes the paths relative to the tree.
-        read = [os.path.relpath(TREE / line.strip(), figures.ROOT) for line in entry.splitlines()[1:]]
-        own = [file for file in read if file.startswith(tuple(f"{folder}/" for folder in areas.SOURCES))]
-        if own and own[0] in areas.all_of("sources") and own[0] not in LEFT_OUT:
-            found[own[0]] = own
+        read = [os.path.relpath(TREE / line.strip(), figures.ROOT) for line in lines]
+        found[head.partition(":")[0]] = [
+            file for file in read if file.startswith(tuple(f"{folder}/" for folder in areas.SOURCES))]
     return found
+
+
+@functools.cache
+def files_of():
+    """For each of the product's sources, itself and its own headers."""
+    return {own[0]: own for own in files_of_objects().values()
+            if own and own[0] in areas.all_of("sources") and own[0] not in LEFT_OUT}
 
 
 @functools.cache
@@ -48,13 +55,22 @@ def executable(program):
     return f"fuzz/{area}_replay" if kind else f"tests/{area}_test"
 
 
+def includes_source(program, sources):
+    """Whether a test includes one of them itself: no other can be linked with it."""
+    folder, name = executable(program).split("/")
+    return any(source in files for file, files in files_of_objects().items()
+               if file.startswith(f"{folder}/CMakeFiles/{name}.dir/") for source in sources)
+
+
 def tests_of(unit):
     """Those of its area first, then those of the areas that include it or its header; not those for
-    another system."""
+    another system, nor those that the unit cannot be linked with."""
     header = str(pathlib.Path(unit).with_suffix(".hpp"))
     sources = [unit, *included_by().get(header, ())]
     tests = dict.fromkeys(test for source in sources for test in areas.tests_of(source))
-    return [test for test in tests if (TREE / executable(test)).exists()]
+    compiled = included_by().get(unit, [unit])
+    return [test for test in tests
+            if (TREE / executable(test)).exists() and not includes_source(test, compiled)]
 
 
 @functools.cache
