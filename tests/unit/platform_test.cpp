@@ -61,7 +61,7 @@ TEST(PlatformSecret, IsOverwrittenAndNothingElse) {
 
 TEST(PlatformCurl, IsFoundUnderItsName) {
   const std::string name = platform::curl_library_name();
-  EXPECT_NE(name.find(".4"), std::string::npos);  // the other name is for compiling alone
+  EXPECT_NE(name.find(".4"), std::string::npos);  // that without it is the developers'
   void *library = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();
   EXPECT_NE(dlsym(library, "curl_easy_init"), nullptr);
