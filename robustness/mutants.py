@@ -14,7 +14,7 @@ NO_STATEMENT = re.compile(
     r"(return|const|constexpr|auto|static|using|struct|enum|class|template|extern|explicit|public|"
     r"private|friend|case|default|typedef|namespace|thread_local|static_assert)\b|[}#[]")
 LEFT_OUT = "(left out)"
-DECLARATION = re.compile(r"(std::)?\w[\w:<>, ]*[\w>][ *&]+\w+(\[.*\])?( = .*|\{.*\}|\(.*\))?;")
+DECLARATION = re.compile(r"(std::)?\w[\w:<>, ]*[\w>][ *&]+[\w:]+(\[.*\])?( = .*|\{.*\}|\(.*\))?;")
 
 
 def without_text(line):
