@@ -65,6 +65,7 @@ using qal::test::LogCapture;
 using qal::test::refused;
 using qal::test::Silence;
 using qal::test::Threads;
+using qal::test::Unwinding;
 using qal::test::Watchdog;
 using qal::test::Worker;
 
@@ -266,6 +267,22 @@ TEST_F(BarrierFault, CannotBeCancelledAwakeOrAsleep) {
   EXPECT_EQ(awake, PTHREAD_CANCEL_DISABLE);
   EXPECT_EQ(asleep, PTHREAD_CANCEL_DISABLE);
   EXPECT_EQ(cancel_state(), PTHREAD_CANCEL_ENABLE);
+}
+
+TEST_F(BarrierFault, UnwindsAThreadThatWasCancelledInItsWait) {
+  ASSERT_EQ(qal_thread_barrier_init(&barrier_), 0);
+  calls.instead_of_wait = [](QalThreadCond *, QalThreadMutex *) {
+    pthread_cancel(pthread_self());
+    return EINVAL;
+  };
+  const int unwound = Unwinding::count;
+  Worker waiter([this] {
+    const Unwinding unwinding;
+    pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
+    return qal_thread_barrier(&barrier_, 2);
+  });
+  EXPECT_EQ(waiter.join(), -1);
+  EXPECT_EQ(Unwinding::count, unwound + 1);
 }
 
 TEST_F(BarrierFault, DoesNotSleepWhenTheOthersHaveComeMeanwhile) {

@@ -318,6 +318,13 @@ TEST_F(DirectoryScan, FailsWithoutRoomToSort) {
   expect_failed_scan(scratch);
 }
 
+TEST_F(DirectoryScan, FailsWithoutRoomToGrow) {
+  constexpr int at_first = 256;
+  for (int i = 0; i <= at_first; ++i) scratch.file(std::to_string(i));
+  faults.calloc = fail_nth(at_first + 2, ENOMEM);  // behind the list and its first entries
+  expect_failed_scan(scratch);
+}
+
 TEST_F(DirectoryScan, OpensAgainAfterASignal) {
   faults.opendir = fail_nth(1, EINTR);
   dirent **list = nullptr;
