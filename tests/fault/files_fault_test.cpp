@@ -62,6 +62,8 @@ bool all_opened_close_on_exec = true;
 
 std::deque<FakeEntry> more_entries;  // of the directory that is read next, behind its own
 
+std::vector<ino_t> synchronised;  // the files that fsync was called for
+
 std::function<void()> after_fstat;  // where there is something to do then
 
 std::map<std::string, mode_t> played_kinds;  // by file name, in place of the real ones
@@ -175,7 +177,12 @@ int __wrap_fstatat(int parent, const char *path, struct stat *info, int flags) {
 int __wrap_ftruncate(int file, off_t size) {
   return fails("ftruncate") ? -1 : __real_ftruncate(file, size);
 }
-int __wrap_fsync(int file) { return fails("fsync") ? -1 : __real_fsync(file); }
+int __wrap_fsync(int file) {
+  struct stat info = {};
+  __real_fstat(file, &info);
+  synchronised.push_back(info.st_ino);
+  return fails("fsync") ? -1 : __real_fsync(file);
+}
 int __wrap_unlink(const char *path) { return fails("unlink") ? -1 : __real_unlink(path); }
 int __wrap_unlinkat(int parent, const char *path, int flags) {
   return fails(flags & AT_REMOVEDIR ? "rmdirat" : "unlinkat")
@@ -348,6 +355,18 @@ TEST_F(CopyFault, AMoveIsOnTheDiskAndClosedBeforeTheSourceGoes) {
   EXPECT_EQ(move({{"fsync", never}, {"unlink", never}, {"close", never}}), QAL_STATUS_OK);
   EXPECT_EQ(made_calls, (Lines{"fsync", "close", "close", "fsync", "close", "unlink"}));
   EXPECT_EQ(names_in(scratch.path()), Lines{"to"});
+}
+
+TEST_F(CopyFault, AMovePutsTheFileAndItsDirectoryOnTheDisk) {
+  synchronised.clear();
+  EXPECT_EQ(move({}), QAL_STATUS_OK);
+  std::vector<ino_t> expected;
+  for (const auto &path : {to, scratch.path()}) {
+    struct stat info = {};
+    EXPECT_EQ(stat(path.c_str(), &info), 0);
+    expected.push_back(info.st_ino);
+  }
+  EXPECT_EQ(synchronised, expected);
 }
 
 TEST_F(CopyFault, AMoveKeepsTheSourceWhenTheDiskDoesNotAnswer) {

@@ -100,11 +100,13 @@ class Topology {
   void processor(const std::string &name, const std::string &package, const std::string &core) {
     scratch_.directory(name);
     scratch_.directory(name + "/topology");
-    if (!package.empty()) scratch_.file(name + "/topology/physical_package_id", package + "\n");
-    if (!core.empty()) scratch_.file(name + "/topology/core_id", core + "\n");
+    if (!package.empty()) scratch_.file(name + "/topology/physical_package_id", package + line_end);
+    if (!core.empty()) scratch_.file(name + "/topology/core_id", core + line_end);
   }
   void offline(const std::string &name) { scratch_.directory(name); }
   std::string operator/(const std::string &name) const { return scratch_ / name; }
+
+  std::string line_end = "\n";  // behind each id
 
  private:
   ScratchDir scratch_;
@@ -139,6 +141,24 @@ TEST_F(LinuxTopology, TakesIdsAsTheyAre) {
   machine.processor("cpu2", "-1", "-1");
   EXPECT_EQ(packages(), 3);
   EXPECT_EQ(cores(), 3);
+}
+
+TEST_F(LinuxTopology, EndsAnIdWhereItsFileEnds) {
+  Topology machine;
+  machine.line_end.clear();
+  machine.processor("cpu0", "1", "1000");
+  machine.processor("cpu1", "1", "1");
+  machine.processor("cpu2", "1", "1");
+  EXPECT_EQ(packages(), 1);
+  EXPECT_EQ(cores(), 2);
+}
+
+TEST_F(LinuxTopology, TakesNoMoreOfAnIdThanItHasRoomFor) {
+  Topology machine;
+  const std::string zeros(31, '0');
+  machine.processor("cpu0", "0", zeros + "1");
+  machine.processor("cpu1", "0", zeros + "2");
+  EXPECT_EQ(cores(), 1);
 }
 
 TEST_F(LinuxTopology, LooksAtProcessorsOnly) {

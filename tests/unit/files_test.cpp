@@ -240,7 +240,10 @@ class LineReader {
       : stream_(std::fopen(scratch_.file("lines", content).c_str(), "rbe")) {
     std::fill(std::begin(buffer), std::end(buffer), '#');
   }
-  int next(int max_chars) { return qal_io_get_aline(stream_.get(), max_chars, buffer); }
+  int next(int max_chars) { return next_into(buffer, max_chars); }
+  int next_into(char *out, int max_chars) {
+    return qal_io_get_aline(stream_.get(), max_chars, out);
+  }
   // The next line, which is as long as the call returns.
   std::string line(int max_chars) {
     const int length = next(max_chars);
@@ -345,6 +348,13 @@ TEST(FilesGetLine, ANegativeMaximumWritesNothing) {
   EXPECT_EQ(lines.next(-1), -2);
   EXPECT_EQ(lines.next(-1), -1);
   EXPECT_EQ(lines.written(3), "###");
+}
+
+TEST(FilesGetLine, ACarriageReturnBeforeTheBufferIsNoneOfTheLine) {
+  LineReader lines("\n");
+  lines.buffer[0] = '\r';
+  EXPECT_EQ(lines.next_into(lines.buffer + 1, 4), 0);
+  EXPECT_EQ(lines.written(3), std::string("\r\0#", 3));
 }
 
 TEST(FilesGetLine, WithoutStreamOrBufferThereIsNoLine) {

@@ -168,6 +168,11 @@ TEST(TildeExpand, RefusesAnEmptyOrNullName) {
   EXPECT_STREQ(out, "");
 }
 
+TEST(TildeExpand, FitsTheEmptyTextIntoOneByte) {
+  expect_expansion(expanded_part("/opt", 0, 1), "");
+  expect_failure(expanded("", 1), -1);
+}
+
 TEST(TildeExpand, WritesNothingWithoutRoom) {
   char out[8] = "before";
   EXPECT_EQ(expfnam("/opt", 4, out, 0), -2);

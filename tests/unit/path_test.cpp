@@ -432,6 +432,12 @@ TEST(PathDirname, StripsThePathEvenWhenItAnswersAnotherText) {
   EXPECT_STREQ("/usr", path.c_str());
 }
 
+TEST(PathDirname, StripsNothingBeforeThePath) {
+  std::string text = "////";
+  EXPECT_STREQ(".", qal_dirname(text.data() + 1));
+  EXPECT_EQ("/", text.substr(0, 1));
+}
+
 TEST(PathDirname, AnswersADotForNull) { EXPECT_STREQ(".", qal_dirname(nullptr)); }
 
 TEST(PathDirname, RewritesTheTextOfTheCallBefore) {
