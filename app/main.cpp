@@ -17,11 +17,11 @@ namespace {
 
 // The tool prints nothing, so the messages of the libraries that libcurl uses go to the null device
 // (one of them reports on standard error, while it is loaded, that memory is short). The device
-// also takes the place of a standard stream that is closed: a record or a connection must not get
-// its number. The first call is how robustness/tracing.py knows that the tool has begun.
+// also takes the place of a standard stream that is closed, that of standard input as it is opened:
+// a record or a connection must not get such a number. The first call is how robustness/tracing.py
+// knows that the tool has begun.
 void silence_streams() {
   const int null_device = open("/dev/null", O_RDWR | O_CLOEXEC);
-  if (fcntl(STDIN_FILENO, F_GETFD) < 0) dup2(null_device, STDIN_FILENO);
   for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) dup2(null_device, stream);
   if (null_device > STDERR_FILENO) close(null_device);
 }

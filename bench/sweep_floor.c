@@ -22,7 +22,6 @@
 static void harden_process(void) {
   const struct rlimit none = {0, 0};
   const int null_device = open("/dev/null", O_RDWR | O_CLOEXEC);
-  fcntl(STDIN_FILENO, F_GETFD);
   dup2(null_device, STDOUT_FILENO);
   dup2(null_device, STDERR_FILENO);
   close(null_device);

@@ -2,8 +2,8 @@
 """How many small mistakes in the sources the tests notice.
 
 A mutant is a unit with one line changed. It is compiled alone and linked with the test programs of
-its unit in the place of the original, which the build tree of the release keeps. Killed is a mutant
-with which a test fails, or does not end. The programs run in a sandbox (bwrap) where they can write
+its unit, or with the tool that they start, in the place of the original, which the build tree of the
+release keeps. Killed is a mutant with which a test fails, or does not end. The programs run in a sandbox (bwrap) where they can write
 nothing but their scratch directory and see no process but their own: a mutant may delete or signal
 anything. Survivors that no test can tell from the original are explained in
 equivalent_mutants.txt; all others of a form are listed in mutation.json of the build tree, those of
@@ -26,13 +26,14 @@ import explanations
 import figures
 from figures import areas
 from mutants import key, mutants_of
-from mutation_units import TREE, critical, executable, included_by, units as all_units
+from mutation_units import TREE, critical, executable, included_by, of_the_tool, units as all_units
 
 RESULTS = figures.BUILD / "mutation.json"
 NAME, GOAL = "mutation score critical / all", "95 % / 85 %"
 CRITICAL_GOAL, ALL_GOAL = 95, 85
 KEY = ("unit", "was", "is")  # the parts of key(), as the results name them
 key_in = operator.itemgetter(*KEY)
+TOOLS = ("kalmora-sweep", "tests/kalmora-sweep-without-threads")  # what tests start
 COUNTS = {"full": (400, 200), "release": (None, None)}  # of the critical units, of the others
 
 
@@ -49,23 +50,25 @@ def arguments(program):
     return [corpora.bundle(area)] if kind else ["--gtest_fail_fast"]
 
 
-def link_command(program):
-    shown = subprocess.run(["ninja", "-C", TREE, "-t", "commands", "-s", executable(program)],
+def link_command(target):
+    shown = subprocess.run(["ninja", "-C", TREE, "-t", "commands", "-s", target],
                            check=True, capture_output=True, text=True).stdout
     return shlex.split(shown.splitlines()[-1].split(" && ")[1])
 
 
-def sandboxed(command, folder, seconds):
-    """The exit status of the command; a time-out is a failure. `folder` may be read. What is printed
-    the test framework catches below /tmp, where the sources and the build tree may lie as well."""
+def sandboxed(command, folder, seconds, tools=()):
+    """The exit status of the command; a time-out is a failure. `folder` may be read, and `tools` are what
+    tests start in place of TOOLS. What is printed the test framework catches below /tmp, where the
+    sources and the build tree may lie as well."""
     readable = [option for place in (figures.ROOT, TREE) for option in ("--ro-bind", place, place)]
+    started = [option for target, tool in zip(TOOLS, tools) for option in ("--ro-bind", tool, TREE / target)]
     scratches = [option for part in ("tests", "fuzz")
                  for option in ("--size", str(256 << 20), "--tmpfs", TREE / part / "scratch")]
     try:
         return subprocess.run(
-            ["bwrap", "--cap-add", "ALL", "--ro-bind", "/", "/", "--tmpfs", "/tmp", *readable,
+            ["bwrap", "--cap-add", "ALL", "--ro-bind", "/", "/", "--tmpfs", "/tmp", *readable, *started,
              "--dev", "/dev", "--proc", "/proc", *scratches, "--unshare-pid", "--die-with-parent",
-             "--chdir", TREE / "tests", "prlimit", f"--as={8 << 30}", "--core=0",
+             "--chdir", TREE / "tests", "prlimit", f"--as={8 << 30}", "--core=1",
              f"--cpu={2 + round(seconds / 8)}", *command],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             timeout=seconds, cwd=folder, check=False).returncode
@@ -97,7 +100,8 @@ def prepare(units):
     programs = sorted({program for unit in units for program in all_units()[unit]})
     with concurrent.futures.ThreadPoolExecutor(figures.JOBS) as pool:
         plans = dict(zip(programs, pool.map(baseline, programs)))
-    links = {program: link_command(program) for program in programs}
+    links = {program: link_command(executable(program)) for program in programs}
+    links.update((target, link_command(target)) for target in TOOLS)
     return compile_commands(), links, plans
 
 
@@ -120,14 +124,28 @@ def compiled(unit, text, folder, commands):
     return objects
 
 
-def is_killed_by(objects, folder, link, plan):
-    """Linked first, the objects take the places of those in the libraries."""
-    output = folder / "program"
+def linked(unit, objects, link, output):
+    """Linked first, the objects take the places of those in the libraries. One that the command names
+    itself is left out."""
     target = link.index("-o")
     first = next(i for i, part in enumerate(link) if part.endswith(".o"))
     command = [*link[:first], *objects, *link[first:target], *link[target + 2:]]
+    command = [part for part in command if not str(part).endswith(f"/{unit}.o")]
     subprocess.run([*command, "-o", output], cwd=TREE, capture_output=True, check=True)
-    return any(sandboxed([output, *run], folder, 20 * seconds + 10) != 0 for run, seconds in plan)
+    return output
+
+
+def fails(program, folder, plan, tools=()):
+    return any(sandboxed([program, *run], folder, 20 * seconds + 10, tools) != 0 for run, seconds in plan)
+
+
+def is_killed(unit, objects, folder, links, plans):
+    programs = all_units()[unit]
+    if unit in of_the_tool():
+        tools = [linked(unit, objects, links[target], folder / f"tool{i}") for i, target in enumerate(TOOLS)]
+        return any(fails(TREE / executable(one), folder, plans[one], tools) for one in programs)
+    return any(fails(linked(unit, objects, links[one], folder / "program"), folder, plans[one])
+               for one in programs)
 
 
 def examine(mutant, commands, links, plans):
@@ -140,9 +158,7 @@ def examine(mutant, commands, links, plans):
         objects = compiled(unit, "\n".join(lines) + "\n", folder, commands)
         if not objects:
             return ""
-        killed = any(is_killed_by(objects, folder, links[program], plans[program])
-                     for program in all_units()[unit])
-    return "killed" if killed else "survived"
+        return "killed" if is_killed(unit, objects, folder, links, plans) else "survived"
 
 
 def survives(unit, prepared):

@@ -13,8 +13,8 @@ from figures import areas
 
 TREE = figures.BUILD / "release"
 
-# Their tests start other programs, or there is no function in them.
-LEFT_OUT = ("app/main.cpp", "utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_thread_init_sys.cpp")
+# There is no function in the one, and the tests of the other start a program that is without it.
+LEFT_OUT = ("utils/libsrc/qal_list_inline.c", "utils/libsrc/qal_thread_init_sys.cpp")
 
 
 @functools.cache
@@ -39,11 +39,18 @@ def files_of():
             if own and own[0] in areas.all_of("sources") and own[0] not in LEFT_OUT}
 
 
+def of_the_tool():
+    """What the tests do not call but start."""
+    return areas.AREAS["tool"]["sources"]
+
+
 @functools.cache
 def included_by():
-    """For each of the product's headers, the sources that are compiled with it."""
+    """For each of the product's headers, the library's sources that are compiled with it."""
     found = collections.defaultdict(list)
     for source, files in files_of().items():
+        if source in of_the_tool():
+            continue
         for header in files[1:]:
             if source not in found[header]:
                 found[header].append(source)

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/landlock.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -42,15 +41,18 @@ class SweepConfinement : public testing::Test {
   }
 
   // Runs the tool, which tries everything while it makes its request.
-  void run(const std::map<std::string, std::string> &settings = {}) {
-    ToolStart start{.environment = settings};
-    start.environment.insert({{"LD_PRELOAD", attempts_},
-                              {"LD_LIBRARY_PATH", world_.root()},
-                              {"FOREIGN", foreign_},
-                              {"SWEPT", swept_}});
+  void run(ToolStart start = {}) {
+    start.preloaded = ATTEMPTS_PATH;
+    start.environment.insert({{"FOREIGN", foreign_}, {"SWEPT", swept_}});
     EXPECT_TRUE(succeeded_in_silence(world_.run_tool(start)));
     EXPECT_EQ(server_.requests().size(), 1U);
     EXPECT_FALSE(exists(record_));
+  }
+
+  void move_record_to_resources() {
+    const auto resources = world_.resources() + "/halix_server1.dat";
+    fs::rename(record_, resources);
+    record_ = resources;
   }
 
   // The contents of the world without these files.
@@ -74,18 +76,6 @@ class SweepConfinement : public testing::Test {
     }
     world_.directory(fs::relative(directory, world_.root()).string() + "/empty");
   }
-
-  // A copy, because the tool's user may not be able to walk to the build. LD_PRELOAD ends a path at
-  // a blank, so it gets the bare name, which LD_LIBRARY_PATH leads to.
-  std::string copied_attempts() const {
-    const std::string name = "attempts.so";
-    const auto copy = world_.root() + "/" + name;
-    fs::copy_file(ATTEMPTS_PATH, copy);
-    chmod(copy.c_str(), 0755);
-    return name;
-  }
-
-  std::string attempts_ = copied_attempts();
 };
 
 // What only the kernel can show: its third version of Landlock has all the rights that are tried.
@@ -104,7 +94,7 @@ TEST_F(SweepConfinementByTheKernel, LeavesNothingButDeletingFilesInTheSweptDirec
 
 // Shows that each attempt is one, and that a kernel without confinement does no harm.
 TEST_F(SweepConfinement, IsDoneWithoutWhereTheKernelHasNone) {
-  run({{"UNCONFINED", "yes"}});
+  run({.environment = {{"UNCONFINED", "yes"}}});
   for (const auto &directory : {foreign_, swept_}) {
     for (const auto name : {"created", "new", "pointing", "made"}) {
       EXPECT_TRUE(exists(directory + "/" + name)) << name;
@@ -123,7 +113,7 @@ TEST_F(SweepConfinementByTheKernel, TakesTheTemporaryDirectoryAsTheSweepDoes) {
   std::string turned = swept_;
   std::replace(turned.begin() + 1, turned.end(), '/', '\\');
   const auto expected = contents_without({record_, swept_ + "/deleted"});
-  run({{"TMPDIR", turned}});
+  run({.environment = {{"TMPDIR", turned}}});
   EXPECT_EQ(world_.contents(), expected);
 }
 
@@ -131,18 +121,23 @@ TEST_F(SweepConfinementByTheKernel, TakesATemporaryDirectoryBelowTheWorkingDirec
   const auto expected = contents_without({record_, swept_ + "/deleted"});
   const auto working_directory = fs::current_path();
   fs::current_path(world_.root());
-  run({{"TMPDIR", "tmp"}});
+  run({.environment = {{"TMPDIR", "tmp"}}});
   fs::current_path(working_directory);
   EXPECT_EQ(world_.contents(), expected);
 }
 
 // Deliberate: an empty name stands for the root, so files may be deleted everywhere then.
 TEST_F(SweepConfinementByTheKernel, TakesAnEmptyNameForTheRoot) {
-  const auto resources = world_.resources() + "/halix_server1.dat";
-  fs::rename(record_, resources);
-  record_ = resources;
+  move_record_to_resources();
   const auto expected = contents_without({record_, swept_ + "/deleted", foreign_ + "/deleted"});
-  run({{"TMPDIR", ""}});
+  run({.environment = {{"TMPDIR", ""}}});
+  EXPECT_EQ(world_.contents(), expected);
+}
+
+TEST_F(SweepConfinementByTheKernel, HoldsWithoutATemporaryDirectory) {
+  move_record_to_resources();
+  const auto expected = contents_without({record_});
+  run({.unset = {"TMPDIR"}});
   EXPECT_EQ(world_.contents(), expected);
 }
 

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -26,8 +28,6 @@ using qal::test::RecordServer;
 using qal::test::succeeded_in_silence;
 using qal::test::SweepWorld;
 using qal::test::ToolStart;
-using testing::ElementsAre;
-using testing::EndsWith;
 using testing::SizeIs;
 
 std::string proc_text(int pid, const std::string &name) {
@@ -54,40 +54,45 @@ class SweepProcess : public testing::Test {
       look(world_.tool_pid());
     });
     EXPECT_TRUE(succeeded_in_silence(world_.run_tool(start)));
-    EXPECT_THAT(server_.requests(), SizeIs(1));
+    EXPECT_THAT(server_.requests(), SizeIs(++watched_));
   }
 
   SweepWorld world_{KALMORA_SWEEP_PATH};
   LiveOwner owner_;
   RecordServer server_;
+
+ private:
+  std::size_t watched_ = 0;
 };
 
-// Where the three streams of a process lead.
-std::vector<std::string> streams_of(int pid) {
-  std::vector<std::string> streams;
-  for (const auto number : {"0", "1", "2"}) {
-    std::error_code ignored;
-    streams.push_back(fs::read_symlink("/proc/" + std::to_string(pid) + "/fd/" + number, ignored));
+// The descriptors of a process that lead to the null device.
+std::set<int> null_devices_of(int pid) {
+  std::set<int> numbers;
+  std::error_code ignored;
+  for (const auto &entry :
+       fs::directory_iterator{"/proc/" + std::to_string(pid) + "/fd", ignored}) {
+    if (fs::read_symlink(entry, ignored) != "/dev/null") continue;
+    numbers.insert(std::stoi(entry.path().filename()));
   }
-  return streams;
+  return numbers;
 }
 
-TEST_F(SweepProcess, WritesToTheNullDeviceOnly) {
-  std::vector<std::string> streams;
-  watch([&](int pid) { streams = streams_of(pid); });
-  EXPECT_THAT(streams, ElementsAre(EndsWith("/in"), "/dev/null", "/dev/null"));
+TEST_F(SweepProcess, HasTheNullDeviceForItsOutputAndForAMissingInputAlone) {
+  std::set<int> inherited = null_devices_of(getpid());
+  inherited.erase(inherited.begin(), inherited.upper_bound(STDERR_FILENO));
+  for (const auto &closed :
+       {std::vector<int>{}, {0}, {1}, {2}, {0, 1}, {0, 2}, {1, 2}, {0, 1, 2}}) {
+    std::set<int> found;
+    watch([&](int pid) { found = null_devices_of(pid); }, {.closed_streams = closed});
+    for (const int number : inherited) found.erase(number);
+    const bool input_is_missing = !closed.empty() && closed.front() == STDIN_FILENO;
+    EXPECT_EQ(found, input_is_missing ? std::set({0, 1, 2}) : std::set({1, 2})) << closed.size();
+  }
 }
 
-TEST_F(SweepProcess, HasTheNullDeviceWhereAStreamWasMissing) {
-  std::vector<std::string> streams;
-  watch([&](int pid) { streams = streams_of(pid); }, {.closed_streams = {0, 1, 2}});
-  EXPECT_THAT(streams, ElementsAre("/dev/null", "/dev/null", "/dev/null"));
-}
-
-TEST_F(SweepProcess, HasTheNullDeviceForTheOneStreamThatWasMissing) {
-  std::vector<std::string> streams;
-  watch([&](int pid) { streams = streams_of(pid); }, {.closed_streams = {1}});
-  EXPECT_THAT(streams, ElementsAre(EndsWith("/in"), "/dev/null", "/dev/null"));
+// Without memory, a library of libcurl's ends the process with a status of its own.
+TEST_F(SweepProcess, EndsBeforeItsLibrariesCleanUp) {
+  EXPECT_TRUE(succeeded_in_silence(world_.run_tool({.preloaded = FAILING_END_PATH})));
 }
 
 TEST_F(SweepProcess, IgnoresBrokenConnections) {

@@ -37,10 +37,11 @@ void give_to_tool_user(const std::string &path) {
   }
 }
 
-// Gives the copy permissions of its own, because the build's depend on its mask.
+// The ordinary user may not be able to walk to the build. The copy has permissions of its own,
+// because those of the build depend on its mask.
 std::string copy_for_everybody(const fs::path &file, const ScratchDir &directory) {
   const std::string copy = directory / file.filename().native();
-  fs::copy_file(file, copy);
+  fs::copy_file(file, copy, fs::copy_options::overwrite_existing);
   fs::permissions(copy, fs::perms(0755));
   return copy;
 }
@@ -239,7 +240,6 @@ SweepWorld::SweepWorld(std::string tool)
       resources_(directory("home/Library/Application Support/kalmora102")),
       temporary_(directory("tmp")) {
   if (tool_.empty() || geteuid() != 0) return;
-  // The ordinary user may not be able to walk to the build.
   tool_ = copy_for_everybody(tool_, installed_);
   const std::string library = QAL_TEST_LIBRARY;  // which a shared build finds beside the tool
   if (!library.empty()) copy_for_everybody(library, installed_);
@@ -275,6 +275,12 @@ std::map<std::string, std::string> SweepWorld::environment(const ToolStart &star
   environment.insert({{"ZUL_HOME", root()}, {"ZUL_USER_HOMEDIR", home_}, {"TMPDIR", temporary_}});
   environment.merge(build_environment());
   for (const auto &name : start.unset) environment.erase(name);
+  if (!start.preloaded.empty()) {
+    // LD_PRELOAD ends a path at a blank, so it gets the bare name, which LD_LIBRARY_PATH leads to.
+    const fs::path copy = copy_for_everybody(start.preloaded, installed_);
+    environment["LD_PRELOAD"] = copy.filename();
+    environment["LD_LIBRARY_PATH"] = copy.parent_path();
+  }
   return environment;
 }
 

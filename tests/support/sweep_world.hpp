@@ -89,6 +89,7 @@ struct ToolStart {
   std::vector<int> closed_streams = {};                    // of the descriptors 0 to 2
   unsigned most_descriptors = 0;                           // at once; 0: as many as the test may
   std::vector<std::string> arguments = {"kalmora-sweep"};  // from the invocation name on
+  std::string preloaded = "";                              // the path of a library, or none
 };
 
 // A home with a resource directory, a temporary directory, and a place for what must stay whole.
