@@ -63,9 +63,10 @@ def executable(program):
 
 
 def includes_source(program, sources):
-    """Whether a test includes one of them itself: no other can be linked with it."""
+    """Whether a test of its own includes one of them: no other can be linked with it."""
     folder, name = executable(program).split("/")
-    return any(source in files for file, files in files_of_objects().items()
+    return any(source in files and not file.endswith(f"/{source}.o")
+               for file, files in files_of_objects().items()
                if file.startswith(f"{folder}/CMakeFiles/{name}.dir/") for source in sources)
 
 
