@@ -608,6 +608,13 @@ TEST(ReadFault, AfterAnErrorTheRestIsReadInHalfTheChunk) {
   EXPECT_EQ(std::ferror(stream.get()), 0);
 }
 
+TEST(ReadFault, AfterAnErrorNoMoreIsReadThanWasAskedFor) {
+  const Stream stream({{"abcdef"}, failure, {"ghijkl"}});
+  char buffer[13] = {};
+  EXPECT_EQ(qal_fread(buffer, 1, 8, stream.get()), 8U);
+  EXPECT_STREQ(buffer, "abcdefgh");
+}
+
 TEST(ReadFault, EachErrorHalvesTheChunkUntilNothingIsLeft) {
   for (const std::size_t errors : {3U, 4U}) {  // chunks of 8, 4, 2 and 1
     Deliveries deliveries(errors, failure);

@@ -134,7 +134,6 @@ int qal_endian() {
 }
 
 int qal_username(char *dst, int size) {
-  if (size < 1) return QAL_STATUS_OK;
   const PasswordEntry user;
   qal_strncpy(dst, user ? user.name().data() : "notfound", size);
   return QAL_STATUS_OK;

@@ -88,7 +88,6 @@ const char *qal_dirname(char *path) {
   const char separator = separator_of(path);
   const char *const root = root_text(separator);
   if (is_bare_root(path, separator)) return path;
-  if (is_blank(path)) return here;
   strip_trailing(path, separator);
   return cut_at_last(path, root);
 }
