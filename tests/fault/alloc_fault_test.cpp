@@ -316,6 +316,15 @@ TEST(TempMemResizeFault, KeepsTheSegmentWithoutABlock) {
   std::free(block);
 }
 
+TEST(TempMemResizeFault, AsksForNothingWhenTheBlockIsLargeEnough) {
+  void *const block = qal_temp_mem_alloc(200);
+  const int before = allocations.calls;
+  EXPECT_EQ(qal_temp_mem_resize(block, 200), block);
+  EXPECT_EQ(qal_temp_mem_resize(block, 199), block);
+  EXPECT_EQ(allocations.calls, before);
+  qal_temp_mem_free_all();
+}
+
 // Such a segment that is still in use joins the released ones first, whose smallest goes.
 TEST(TempMemResizeFault, LetsTheSmallestSegmentWithoutABlockBeFreedFirst) {
   for (const bool smaller_is_released : {true, false}) {

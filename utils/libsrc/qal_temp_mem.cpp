@@ -33,7 +33,6 @@ QalTempSegment **find_size(QalTempSegment **link, std::int64_t size) {
 QalTempSegment *unlink_segment(QalTempSegment **link) {
   QalTempSegment *segment = *link;
   *link = segment->next;
-  segment->next = nullptr;
   return segment;
 }
 
