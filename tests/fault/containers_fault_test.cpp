@@ -457,8 +457,7 @@ TEST_F(MpoolFault, SwitchesCancellationOffAroundTheMakingOfChunksAlone) {
 }
 
 // How often mutexes are locked while an element is given back.
-int locks_of_a_free(QalMpool *pool) {
-  void *const element = qal_mpool_alloc(pool);
+int locks_of_a_free(QalMpool *pool, void *element) {
   int locks = 0;
   calls.on_lock = [&locks] { ++locks; };
   EXPECT_EQ(qal_mpool_free(pool, element), 0);
@@ -483,9 +482,9 @@ TEST(MpoolLockFault, IsNotTakenInAProcessOfOneThread) {
     qal_utils_init();
     const Claim claim(true);
     QalMpool *pool = qal_mpool_create(16, 2);
-    EXPECT_EQ(locks_of_a_free(pool), 0);
+    EXPECT_EQ(locks_of_a_free(pool, qal_mpool_alloc(pool)), 0);
     EXPECT_EQ(pool->shared_count, 1);
-    EXPECT_EQ(locks_of_a_free(pool), 0);
+    EXPECT_EQ(locks_of_a_free(pool, qal_mpool_alloc(pool)), 0);
     EXPECT_FALSE(is_locked(pool));
     qal_mpool_destroy(&pool);
   });
@@ -496,7 +495,7 @@ TEST(MpoolLockFault, IsTakenOnceThereIsAnotherThread) {
     qal_utils_init();
     QalMpool *pool = qal_mpool_create(16, 2);
     const SecondThread thread;
-    EXPECT_EQ(locks_of_a_free(pool), 1);
+    EXPECT_EQ(locks_of_a_free(pool, qal_mpool_alloc(pool)), 1);
     qal_mpool_destroy(&pool);
   });
 }
@@ -508,10 +507,27 @@ TEST(MpoolLockFault, IsTakenForGoodFromThenOn) {
     QalMpool *pool = qal_mpool_create(16, 2);
     {
       const Claim claim(false);
-      EXPECT_EQ(locks_of_a_free(pool), 1);
+      EXPECT_EQ(locks_of_a_free(pool, qal_mpool_alloc(pool)), 1);
     }
     const Claim claim(true);
-    EXPECT_EQ(locks_of_a_free(pool), 1);
+    EXPECT_EQ(locks_of_a_free(pool, qal_mpool_alloc(pool)), 1);
+    qal_mpool_destroy(&pool);
+  });
+}
+
+// A refill in between would note by itself that locks are needed.
+TEST(MpoolLockFault, IsTakenForGoodFromAFreeOn) {
+  in_new_process([] {
+    qal_utils_init();
+    QalMpool *pool = qal_mpool_create(16, 2);
+    void *const first = qal_mpool_alloc(pool);
+    void *const second = qal_mpool_alloc(pool);
+    {
+      const Claim claim(false);
+      EXPECT_EQ(locks_of_a_free(pool, first), 1);
+    }
+    const Claim claim(true);
+    EXPECT_EQ(locks_of_a_free(pool, second), 1);
     qal_mpool_destroy(&pool);
   });
 }
@@ -1009,13 +1025,14 @@ TEST_F(UidFault, FindsAndRetiresIdsWhateverPartOfTheirIndexIsMissing) {
   }
 }
 
-TEST_F(UidFault, TakesNoOtherIdOfASlotForOneThatIsGone) {
+TEST_F(UidFault, TellsTheIdsOfASlotApartWithoutTheirIndex) {
   in_new_process([] {
     constexpr uint64_t slots = 1000;
     qal_utils_init();
     calls = Calls{};
     calls.index_node = fail_all(ENOMEM);
     while (qal_uid_new(0, 0) != slots + 1) continue;
+    EXPECT_EQ(qal_uid_find(1, nullptr, nullptr), 0);
     EXPECT_EQ(qal_uid_destroy(slots + 1), 0);
     EXPECT_EQ(qal_uid_find(slots + 1, nullptr, nullptr), 4);
     EXPECT_EQ(qal_uid_find(1, nullptr, nullptr), 0);
@@ -1066,6 +1083,20 @@ TEST(UidLockFault, IsTakenOnceThereIsAnotherThread) {
     EXPECT_EQ(locks, 3);
     EXPECT_EQ(qal_uid_destroy(1), 0);
     EXPECT_EQ(locks, 5);  // that of the records' pool, too
+    calls.on_lock = nullptr;
+  });
+}
+
+TEST(UidLockFault, IsTakenForGoodFromThenOn) {
+  in_new_process([] {
+    qal_utils_init();
+    int locks = 0;
+    calls.on_lock = [&locks] { ++locks; };
+    for (const bool single_threaded : {false, true}) {
+      const Claim claim(single_threaded);
+      EXPECT_EQ(qal_uid_next(), 1U);
+    }
+    EXPECT_EQ(locks, 2);
     calls.on_lock = nullptr;
   });
 }
