@@ -181,6 +181,18 @@ TEST_F(ThreadCreateFault, LeavesNoThreadToJoinOrCancel) {
   EXPECT_EQ(calls.cancel.count(), cancels);
 }
 
+// No routine begins before its thread's index is stored.
+TEST_F(ThreadCreateFault, HoldsTheLockWhileThePlatformStartsTheThread) {
+  const auto held = [] { return calls.mutex_lock.count() - calls.mutex_unlock.count(); };
+  const int before = held();
+  int meanwhile = untouched;
+  calls.before_create = [&](QalThreadHandle *, const pthread_attr_t *) { meanwhile = held(); };
+  refused(calls.create, EAGAIN, [] { return create(); });
+  calls.before_create = nullptr;
+  EXPECT_EQ(meanwhile, before + 1);
+  EXPECT_EQ(held(), before);
+}
+
 TEST_F(ThreadCreateFault, GivesUpTheLockWhenItFails) {
   refused(calls.create, EAGAIN, [] { return create(); });
   EXPECT_EQ(create().status, 0);

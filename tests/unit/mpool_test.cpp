@@ -224,6 +224,20 @@ TEST_F(MpoolAlloc, ReportsAThreadIndexOutsideTheTable) {
   EXPECT_FALSE(is_locked(pool.get()));
 }
 
+// The mutex stands behind the lists in the pool.
+TEST_F(MpoolAlloc, ReportsTheIndexBehindTheLastWhileThePoolIsLocked) {
+  in_child([] {
+    const Watchdog watchdog;
+    const Pool pool = new_pool(16, 4);
+    const LogCapture log;
+    become_index(2048);
+    qal_thread_mutex_lock(&pool->lock);
+    EXPECT_EQ(qal_mpool_alloc(pool.get()), nullptr);
+    qal_thread_mutex_unlock(&pool->lock);
+    EXPECT_EQ(log.text(), "ERROR: Bad thread index in qal_mpool_alloc\n");
+  });
+}
+
 TEST_F(MpoolAlloc, ServesTheLastThreadIndex) {
   const Pool pool = new_pool(16, 4);
   const LogCapture log;
