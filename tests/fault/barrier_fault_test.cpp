@@ -19,6 +19,7 @@
 
 #include "fault/pthread_calls.hpp"
 #include "internal/barrier.hpp"
+#include "platform/platform.hpp"
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
 #include "support/silence.hpp"
@@ -120,7 +121,6 @@ class BarrierPatience : public BarrierFault {
     return most;
   }
 
- private:
   // Waits at a barrier until its sleep is over.
   static void sleep_in_a_crowd(microseconds length) {
     QalThreadBarrier barrier;
@@ -336,6 +336,15 @@ TEST_F(BarrierPatience, LastsForAHundredMicrosecondsAtFirst) {
   });
 }
 
+TEST_F(BarrierPatience, ComesBeforeTheSleepAtABarrier) {
+  in_new_process([] {
+    still_clock.turn = microseconds{10};
+    const int before = turns;
+    sleep_in_a_crowd(microseconds{0});
+    EXPECT_EQ(turns, before + 10);
+  });
+}
+
 TEST_F(BarrierPatience, GivesEightTurnsThatAreNotLong) {
   in_new_process([] {
     still_clock.turn = microseconds{100};
@@ -416,6 +425,19 @@ TEST_F(BarrierPatience, SpinsForTwoMicrosecondsWhenEverybodyHasAProcessor) {
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(patience.lasts());
     EXPECT_FALSE(patience.lasts());
     EXPECT_EQ(turns, before + 8);
+  });
+}
+
+TEST_F(BarrierPatience, SpinsForUpToAsManyThreadsAsThereAreProcessors) {
+  in_new_process([] {
+    int processors = 0;
+    ASSERT_TRUE(qal::internal::platform::processor_count(processors));
+    const auto most = static_cast<unsigned>(processors);
+    const int before = turns;
+    EXPECT_TRUE(Patience(most).lasts());
+    EXPECT_EQ(turns, before);
+    EXPECT_TRUE(Patience(most + 1).lasts());
+    EXPECT_EQ(turns, before + 1);
   });
 }
 
