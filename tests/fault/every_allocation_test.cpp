@@ -80,6 +80,9 @@ void allocate(const ScratchDir &) {
   expect_made(block);
   if (failed()) std::free(before);  // Deliberate: growth that fails loses the old block.
   QAL_FREE(block);
+  call([&] { QAL_MALLOC("block", block, 10); });
+  expect_made(block);
+  QAL_REALLOC("block", block, 0);
 }
 
 void use_temporary_memory(const ScratchDir &) {
