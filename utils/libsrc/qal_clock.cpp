@@ -12,7 +12,7 @@ namespace {
 
 // Without a lock: one thread makes the timers, and each is used by one thread at a time.
 struct TimerTable {
-  double TimerSum[QAL_MAX_TIMERS];    // seconds
+  double TimerSum[QAL_MAX_TIMERS];    // seconds; 0 at first
   double TimerStart[QAL_MAX_TIMERS];  // seconds since the epoch
   int32_t NTimers;                    // made so far
 } timers;
@@ -138,9 +138,7 @@ void qal_timer_new(int *id) {
     qal_error("qal_timer_start: error, exceeded QAL_MAX_TIMERS\n");
     return;
   }
-  *id = timers.NTimers;
-  timers.TimerSum[*id] = 0;
-  ++timers.NTimers;
+  *id = timers.NTimers++;
 }
 
 void qal_timer_start(const int *id) {
