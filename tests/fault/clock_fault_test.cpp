@@ -200,6 +200,16 @@ TEST(ClockFixedDate, IsConvertedOnceInASecond) {
   EXPECT_EQ(conversions, before + 2);
 }
 
+TEST(ClockFixedDate, IsConvertedOnceInTheFirstSecondOfAThread) {
+  unsetenv("TZ");
+  const FixedClock clock{0};  // equal to what a thread's memory begins with
+  std::thread([] {
+    const int before = conversions;
+    for (int i = 0; i < 2; ++i) date_text(0);
+    EXPECT_EQ(conversions, before + 1);
+  }).join();
+}
+
 // Both may mean the same here, but another machine has another time zone of its own.
 TEST(ClockFixedDate, TellsAnEmptyTimeZoneFromNone) {
   const FixedClock clock{some_day};
@@ -222,6 +232,8 @@ TEST(ClockFixedDate, FollowsTheEndOfTimeZonesOfAnyLength) {
   for (const std::size_t size : {8U, 62U, 63U, 64U, 65U, 66U, 200U}) {
     const std::string zone = "<" + std::string(size - 3, 'a') + ">";
     for (int i = 0; i < 2; ++i) {
+      setenv("TZ", "XXX7", 1);
+      EXPECT_EQ(date_text(0), "15:13:20") << size;
       setenv("TZ", (zone + "5").c_str(), 1);
       EXPECT_EQ(date_text(0), "17:13:20") << size;
       setenv("TZ", (zone + "6").c_str(), 1);
