@@ -59,6 +59,7 @@ int __wrap_openat(int directory, const char *path, int flags, ...) {
 
 ssize_t __real_read(int file, void *buffer, size_t size);
 ssize_t __wrap_read(int file, void *buffer, size_t size) {
+  std::memset(buffer, '9', size);  // what it held before is a number
   return read_fault.strikes() ? -1 : __real_read(file, buffer, size);
 }
 
@@ -215,12 +216,15 @@ TEST_F(LinuxTopology, IsUnknownWhereOneIdIsNoNumber) {
 TEST_F(LinuxTopology, IsUnknownWhereAFileCannotBeRead) {
   Topology machine;
   machine.processor("cpu0", "0", "0");
-  open_fault = fail_nth(1, EACCES);
-  EXPECT_EQ(packages(), untouched);
-  read_fault = fail_nth(1, EIO);
-  EXPECT_EQ(packages(), untouched);
-  readdir_fault = fail_nth(1, EIO);
-  EXPECT_EQ(packages(), untouched);
+  machine.processor("cpu1", "0", "0");
+  for (const int call : {1, 2}) {
+    open_fault = fail_nth(call, EACCES);
+    EXPECT_EQ(packages(), untouched);
+    read_fault = fail_nth(call, EIO);
+    EXPECT_EQ(packages(), untouched);
+    readdir_fault = fail_nth(call, EIO);
+    EXPECT_EQ(packages(), untouched);
+  }
   EXPECT_EQ(packages(), 1);
 }
 
@@ -236,11 +240,11 @@ TEST_F(LinuxTopology, IsReadOnAfterAnInterruption) {
 
 TEST_F(LinuxTopology, HoldsAsManyProcessorsAsKernelsDo) {
   Topology machine;
-  machine.processor("cpu0", "0", "0");
+  machine.processor("cpu0", "0", "1");
   repeats_of_cpu0 = 8191;
-  EXPECT_EQ(packages(), 1);
+  EXPECT_EQ(cores(), 1);
   repeats_of_cpu0 = 8192;
-  EXPECT_EQ(packages(), untouched);
+  EXPECT_EQ(cores(), untouched);
 }
 
 TEST_F(LinuxProcessors, AreThoseOnline) {
