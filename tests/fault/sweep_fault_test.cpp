@@ -110,6 +110,7 @@ struct Stage {
   int allocations_left = -1;  // below 0: any number
   bool mallocs_fail = false;
   std::vector<std::string> wiped;  // what each wipe found
+  int releases = 0;                // calls of free()
 };
 
 Stage stage;
@@ -354,6 +355,7 @@ int __wrap_qal_file_unlink(const char *path) {
 void *__wrap_malloc(std::size_t size) { return stage.mallocs_fail ? nullptr : __real_malloc(size); }
 
 void __wrap_free(void *block) {
+  ++stage.releases;
   stage.listing_outputs.erase(block);
   __real_free(block);
 }
@@ -1168,7 +1170,9 @@ TEST_F(SweepMemory, OfCurlIsWipedBeforeItIsReleased) {
   stage.wiped.clear();
   char *const copy = curl_memory.duplicate("copied password");
   EXPECT_STREQ(copy, "copied password");
+  const int releases = stage.releases;
   curl_memory.release(copy);
+  EXPECT_EQ(stage.releases, releases + 1);
   EXPECT_THAT(stage.wiped, ElementsAre("copied password"s + '\0'));
 
   stage.wiped.clear();
