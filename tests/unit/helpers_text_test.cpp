@@ -258,11 +258,13 @@ TEST(PartListSort, CutsALongerNameThatMovesToEightyBytes) {
 TEST(PartListSort, KeepsALongerNameThatStaysWhole) {
   std::string a(150, 'a');
   std::string b(150, 'b');
-  char *names[] = {a.data(), b.data()};
-  FILE_PART_LIST list{2, names};
+  std::string equal = b;
+  char *names[] = {a.data(), b.data(), equal.data()};
+  FILE_PART_LIST list{3, names};
   sort_master_part_list(&list);
   EXPECT_EQ(a.c_str(), std::string(150, 'a'));
   EXPECT_EQ(b.c_str(), std::string(150, 'b'));
+  EXPECT_EQ(equal.c_str(), std::string(150, 'b'));
 }
 
 TEST(PartListSort, LeavesListsOfFewerThanTwoAlone) {
