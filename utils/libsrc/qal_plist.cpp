@@ -70,6 +70,7 @@ int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk) {
 int qal_plist_pool_destroy() {
   qal_mpool_destroy(&PListPool.header_pool);
   qal_mpool_destroy(&PListPool.node_pool);
+  PListPool = ListPool{};
   return QAL_STATUS_OK;
 }
 
