@@ -221,6 +221,16 @@ TEST(TextCaseInLocales, KeepsCharactersFrom128On) {
   }
 }
 
+TEST(TextCaseInLocales, KeepsCharacter128EvenWhereItIsALetter) {
+  const ScratchDir scratch;
+  const TestLocale locale{
+      locale_source(scratch, "toupper (<U0452>,<U0402>)\ntolower (<U0452>,<U0402>)\n"), "IBM855"};
+  ASSERT_NE(std::toupper(128), 128);
+  ASSERT_NE(std::tolower(128), 128);
+  EXPECT_EQ(qal_toupper(128), 128U);
+  EXPECT_EQ(qal_tolower(128), 128U);
+}
+
 TEST(TextCaseInLocales, FollowsTheMappingOfTheLocale) {
   const TestLocale locale{"tr_TR", "ISO-8859-9"};
   constexpr unsigned capital_i_with_dot = 0xdd;

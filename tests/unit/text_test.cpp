@@ -437,6 +437,16 @@ TEST(TextStrrepl, WritesNothingBehindTheLongerOfBothTexts) {
   EXPECT_EQ(qal_strrepl(grown.data(), "-", "++", 0), 1);
   EXPECT_EQ(grown.all().substr(0, 5), std::string("a++b\0", 5));
   EXPECT_EQ(grown.all().substr(5), "#######");
+  Buffer grown_once(12, "a-b-");
+  EXPECT_EQ(qal_strrepl(grown_once.data(), "-", "++++", QAL_REPLACE_FIRST), 1);
+  EXPECT_EQ(grown_once.all().substr(0, 8), std::string("a++++b-\0", 8));
+  EXPECT_EQ(grown_once.all().substr(8), "####");
+}
+
+// A text that grows is moved to the end of its room first. What follows it there is no NUL, but
+// "#".
+TEST(TextStrrepl, FindsNoMatchThatReachesBehindTheText) {
+  EXPECT_EQ(replaced(6, "a#ba", "a#", "xyz"), Result("xyzba", 1));
 }
 
 TEST(TextStrrepl, AgreesWithReplacingOneAfterTheOther) {
