@@ -287,10 +287,17 @@ TEST_F(PathRangeFault, OpensNothingWhenTheDirectoryListsNothing) {
 }
 
 TEST_F(PathRangeFault, OpensOnlyWhatTheDirectoryListsInTheTemplatesForm) {
-  for (const char *name : {"f1.b", "g2.a", "fx.a", "f:.a", "f44.a", "f.a", "af5.a"}) {
+  for (const char *name : {"f1.b", "g2.a", "fx.a", "f:.a", "f44.a", "f.a", "af5.a", "f4.ab"}) {
     scratch.file(name);
   }
   EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f#.a"));
+  EXPECT_TRUE(faults.opened.empty());
+}
+
+// Counted as digits, ":" and "." would make 20 and 18 of these.
+TEST_F(PathRangeFault, OpensNothingForAFieldThatHoldsMoreThanDigits) {
+  for (const char *name : {"f1:", "f2."}) scratch.file(name);
+  EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f##"));
   EXPECT_TRUE(faults.opened.empty());
 }
 
@@ -362,8 +369,10 @@ TEST_F(PathRangeFault, OpensNothingInADirectoryThatMayNotBeSearched) {
 
 TEST_F(PathRangeFault, ProbesWhenTheDirectoryCannotBeOpened) {
   scratch.file("f42");
-  faults.opendir = fail_all(EACCES);
-  EXPECT_EQ((Range{0, 42, 42}), find_range(scratch / "f##"));
+  for (const int error : {EACCES, EIO}) {
+    faults.opendir = fail_all(error);
+    EXPECT_EQ((Range{0, 42, 42}), find_range(scratch / "f##")) << error;
+  }
   EXPECT_EQ(scratch / "f00", faults.opened.front());
 }
 

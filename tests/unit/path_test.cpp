@@ -219,6 +219,14 @@ TEST(PathNormalise, DropsDotSegmentsAndRepeatedSlashes) {
 
 TEST(PathNormalise, TurnsBackslashesIntoSlashes) { EXPECT_EQ("a/c", normalise("a\\b\\..\\c")); }
 
+TEST(PathNormalise, KeepsEveryOtherByte) {
+  std::string path;
+  for (int byte = 1; byte <= UCHAR_MAX; ++byte) {
+    if (byte != '.' && byte != '/' && byte != '\\') path += static_cast<char>(byte);
+  }
+  EXPECT_EQ(path, normalise(path));
+}
+
 TEST(PathNormalise, KeepsOneOrExactlyTwoLeadingSlashes) {
   EXPECT_EQ("/a", normalise("/a"));
   EXPECT_EQ("//a/b", normalise("//a//b"));
