@@ -133,8 +133,10 @@ int __wrap_openat(int parent, const char *path, int flags, ...) {
 ssize_t __wrap_read(int file, void *to, size_t size) {
   return fails("read") ? -1 : __real_read(file, to, size);
 }
+// Where no error is set, a write that fails takes no byte.
 ssize_t __wrap_write(int file, const void *from, size_t size) {
-  return fails("write") ? -1 : __real_write(file, from, size);
+  if (fails("write")) return errno == 0 ? 0 : -1;
+  return __real_write(file, from, size);
 }
 ssize_t __wrap_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, size_t size,
                                unsigned flags) {
@@ -249,6 +251,16 @@ TEST_F(CopyFault, AReadErrorFailsAndThePartStays) {
 TEST_F(CopyFault, AWriteErrorFailsAndThePartStays) {
   EXPECT_EQ(copy({{"write", fail_from(3, ENOSPC)}}), QAL_STATUS_FAILED);
   EXPECT_EQ(read_file(to), content.substr(0, 32768));
+}
+
+TEST_F(CopyFault, AWriteThatTakesNothingIsAnError) {
+  EXPECT_EQ(copy({{"write", fail_nth(2, 0)}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(read_file(to), content.substr(0, 16384));
+}
+
+TEST_F(CopyFault, NothingIsReadWithoutADestination) {
+  EXPECT_EQ(copy({{"open", fail_nth(2, EACCES)}, {"read", never}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(made_calls, (Lines{"open", "open"}));
 }
 
 class KernelCopy : public CopyFault {
@@ -545,6 +557,17 @@ TEST_F(TreeFault, ADirectoryWhoseNamesFindNoMemoryLosesNothing) {
     EXPECT_EQ(remove({{"realloc", fail_nth(nth, ENOMEM)}}), QAL_STATUS_FAILED);
     EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
   }
+}
+
+TEST_F(TreeFault, ADirectoryThatCannotBeOpenedIsNotRead) {
+  EXPECT_EQ(remove({{"openat", fail_all(EIO)}, {"fdopendir", never}}), QAL_STATUS_FAILED);
+  EXPECT_EQ(made_calls, Lines{"openat"});
+}
+
+TEST_F(TreeFault, TheRoomForNamesIsDoubled) {
+  for (int number = 0; number < 100; ++number) scratch.file("tree/" + std::to_string(number));
+  EXPECT_EQ(remove({{"realloc", never}}), QAL_STATUS_OK);
+  EXPECT_LT(made_calls.size(), 20U);
 }
 
 // Deliberate: a stream that yields not even "." is taken for an unreadable one.

@@ -587,6 +587,16 @@ TEST_F(FilesCopy, DevicesServeOnBothSides) {
   EXPECT_EQ(qal_file_copy(scratch.file("from", "x").c_str(), "/dev/null", 0), QAL_STATUS_OK);
 }
 
+TEST_F(FilesCopy, TheNumberOfAClosedStandardInputServesAsAnyOther) {
+  const auto from = scratch.file("from", "x");
+  in_child([&] {
+    close(STDIN_FILENO);
+    EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_OK);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+  });
+  EXPECT_EQ(read_file(scratch / "to"), "x");
+}
+
 TEST_F(FilesUnlink, AFileGoes) {
   EXPECT_EQ(qal_file_unlink(scratch.file("a").c_str()), QAL_STATUS_OK);
   EXPECT_EQ(names_in(scratch.path()), Lines{});
