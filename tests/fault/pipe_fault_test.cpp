@@ -35,6 +35,7 @@ using qal::test::exit_code;
 using qal::test::expect_no_children;
 using qal::test::fail_all;
 using qal::test::fail_nth;
+using qal::test::fail_times;
 using qal::test::Fault;
 using qal::test::in_child;
 using qal::test::open_descriptors;
@@ -92,8 +93,9 @@ int __wrap_fcntl(int descriptor, int command, ...) {
   return __real_fcntl(descriptor, command, argument);
 }
 
+// Where no error is set, a write that fails takes no byte.
 ssize_t __wrap_write(int descriptor, const void *bytes, std::size_t size) {
-  if (refused("write")) return -1;
+  if (refused("write")) return errno == 0 ? 0 : -1;
   return __real_write(descriptor, bytes, std::min(size, most_bytes));
 }
 
@@ -238,6 +240,14 @@ TEST(PipeFault, GivesNoneWhenAnEndCannotBeMovedOutOfTheWay) {
   }
 }
 
+TEST(PipeFault, MovesNoEndThatIsOutOfTheWay) {
+  run([] {
+    faults["fcntl"] = fail_all(EMFILE);
+    EXPECT_EQ(output_of("echo started"), "started\n");
+    EXPECT_EQ(faults["fcntl"].calls, 0);
+  });
+}
+
 TEST(PipeFaultChild, TellsThatItsOutputCannotBeConnectedAndRunsAllTheSame) {
   const auto child = run([] {
     faults["dup"] = fail_nth(1, EMFILE);
@@ -353,18 +363,21 @@ TEST(PipeFaultChild, WritesItsMessageWholeThroughShortAndInterruptedWrites) {
   EXPECT_EQ(child.err, "qal_pipe_popen_id() exec() failed for <command>\n");
 }
 
+// The message has three parts.
 TEST(PipeFaultChild, GivesUpOnAMessageThatCannotBeWritten) {
-  const auto child = run([] {
-    const auto before = open_descriptors();
-    faults["execlp"] = fail_all(ENOENT);
-    faults["write"] = fail_all(EPIPE);
-    int pid = -2;
-    const File stream(qal_pipe_popen_id("command", "w", &pid));
-    end_if_child(pid, stream, before);
-    faults.clear();
-    EXPECT_EQ(exit_code(pid), refused_shell);
-  });
-  EXPECT_EQ(child.err, "");
+  for (const Fault &fault : {fail_all(EPIPE), fail_times(3, 0)}) {
+    const auto child = run([&fault] {
+      const auto before = open_descriptors();
+      faults["execlp"] = fail_all(ENOENT);
+      faults["write"] = fault;
+      int pid = -2;
+      const File stream(qal_pipe_popen_id("command", "w", &pid));
+      end_if_child(pid, stream, before);
+      faults.clear();
+      EXPECT_EQ(exit_code(pid), refused_shell);
+    });
+    EXPECT_EQ(child.err, "");
+  }
 }
 
 TEST(PipeFaultChild, IsMadeAGroupOfItsOwnByItselfAndByTheParent) {
