@@ -39,6 +39,7 @@ class Folding {
 // A vector type of the compiler. For a processor without vectors of this width it makes code that
 // does the same.
 using Lane = unsigned char __attribute__((vector_size(16)));
+using Halves = std::uint64_t __attribute__((vector_size(16)));
 
 // The bytes that fold to the same value as a given byte: both cases of a letter, or only the byte
 // itself. In some locales there are more.
@@ -84,7 +85,6 @@ class FoldedSearch {
       if (known < needle_.size()) return nullptr;
       const std::size_t places = known - needle_.size() + 1;
       if (const char *const match = among(text, places)) return match;
-      if (known < window) return nullptr;
       text += places;
     }
   }
@@ -107,8 +107,7 @@ class FoldedSearch {
   // Whether at one of the places of a lane both the first and the last byte of the needle fit.
   bool may_begin_in(const char *text) const {
     const Lane hits = first_.in(load(text)) & last_.in(load(text + needle_.size() - 1));
-    std::uint64_t halves[2];
-    std::memcpy(halves, &hits, sizeof halves);
+    const auto halves = reinterpret_cast<Halves>(hits);
     return (halves[0] | halves[1]) != 0;
   }
 
