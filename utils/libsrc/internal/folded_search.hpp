@@ -36,7 +36,7 @@ class Folding {
   const int *upper_;
 };
 
-// A vector type of the compiler. For a processor without vectors of this width it makes code that
+// Vector types of the compiler. For a processor without vectors of this width it makes code that
 // does the same.
 using Lane = unsigned char __attribute__((vector_size(16)));
 using Halves = std::uint64_t __attribute__((vector_size(16)));
