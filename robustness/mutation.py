@@ -130,8 +130,7 @@ def linked(unit, objects, link, output):
     target = link.index("-o")
     first = next(i for i, part in enumerate(link) if part.endswith(".o"))
     command = [*link[:first], *objects, *link[first:target], *link[target + 2:]]
-    own = tuple(f"/{source}.o" for source in included_by().get(unit, [unit]))
-    command = [part for part in command if not str(part).endswith(own)]
+    command = [part for part in command if not str(part).endswith(f"/{unit}.o")]
     subprocess.run([*command, "-o", output], cwd=TREE, capture_output=True, check=True)
     return output
 

@@ -62,10 +62,11 @@ def executable(program):
     return f"fuzz/{area}_replay" if kind else f"tests/{area}_test"
 
 
-def includes_source(program, sources):
-    """Whether a test of its own includes one of them: no other can be linked with it."""
+def includes_source(program, unit, sources):
+    """Whether the program has one of the sources in an object of its own: no other can be linked with
+    it. The object of the unit alone can be replaced."""
     folder, name = executable(program).split("/")
-    return any(source in files and not file.endswith(f"/{source}.o")
+    return any(source in files and not file.endswith(f"/{unit}.o")
                for file, files in files_of_objects().items()
                if file.startswith(f"{folder}/CMakeFiles/{name}.dir/") for source in sources)
 
@@ -78,7 +79,7 @@ def tests_of(unit):
     tests = dict.fromkeys(test for source in sources for test in areas.tests_of(source))
     compiled = included_by().get(unit, [unit])
     return [test for test in tests
-            if (TREE / executable(test)).exists() and not includes_source(test, compiled)]
+            if (TREE / executable(test)).exists() and not includes_source(test, unit, compiled)]
 
 
 @functools.cache
