@@ -229,6 +229,8 @@ TEST(TextCaseInLocales, KeepsCharacter128EvenWhereItIsALetter) {
   ASSERT_NE(std::tolower(128), 128);
   EXPECT_EQ(qal_toupper(128), 128U);
   EXPECT_EQ(qal_tolower(128), 128U);
+  const char other_case[] = {static_cast<char>(std::toupper(128)), '\0'};
+  EXPECT_EQ(qal_strcasestr("\x80", other_case), nullptr);
 }
 
 TEST(TextCaseInLocales, FollowsTheMappingOfTheLocale) {
