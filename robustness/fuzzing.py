@@ -76,7 +76,7 @@ def before_release(kind, so_far):
                 key=lambda target: so_far.get(target, 0))
     runs = so_far.get(least, 0)
     return figures.Figure(f"fuzz runs of {kind} targets, all forms", f"10^{power} each",
-                          f"{runs / 1e6:.1f} million at least ({least})",
+                          f"{runs:,} at least ({least})",
                           figures.if_enough(True, runs >= 10**power))
 
 
