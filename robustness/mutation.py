@@ -3,11 +3,11 @@
 
 A mutant is a unit with one line changed. It is compiled alone and linked with the test programs of
 its unit, or with the tool that they start, in the place of the original, which the build tree of the
-release keeps. Killed is a mutant with which a test fails, or does not end. The programs run in a sandbox (bwrap) where they can write
-nothing but their scratch directory and see no process but their own: a mutant may delete or signal
-anything. Survivors that no test can tell from the original are explained in
-equivalent_mutants.txt; all others of a form are listed in mutation.json of the build tree, those of
-chosen units on standard output alone.
+release keeps. Killed is a mutant with which a test fails, or does not end. The programs run in a
+sandbox (bwrap) where they can write nothing but their scratch directory and see no process but their
+own: a mutant may delete or signal anything. Survivors that no test can tell from the original are
+explained in equivalent_mutants.txt; all others of a form are listed in mutation.json of the build
+tree, those of chosen units on standard output alone.
 """
 import argparse
 import concurrent.futures
@@ -59,7 +59,8 @@ def link_command(target):
 def sandboxed(command, folder, seconds, tools=()):
     """The exit status of the command; a time-out is a failure. `folder` may be read, and `tools` are what
     tests start in place of TOOLS. What is printed the test framework catches below /tmp, where the
-    sources and the build tree may lie as well."""
+    sources and the build tree may lie as well. No core holds much in one byte, but the limit is not 0,
+    which the tool sets for itself."""
     readable = [option for place in (figures.ROOT, TREE) for option in ("--ro-bind", place, place)]
     started = [option for target, tool in zip(TOOLS, tools) for option in ("--ro-bind", tool, TREE / target)]
     scratches = [option for part in ("tests", "fuzz")
