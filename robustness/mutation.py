@@ -59,8 +59,8 @@ def link_command(target):
 def sandboxed(command, folder, seconds, tools=()):
     """The exit status of the command; a time-out is a failure. `folder` may be read, and `tools` are what
     tests start in place of TOOLS. What is printed the test framework catches below /tmp, where the
-    sources and the build tree may lie as well. No core holds much in one byte, but the limit is not 0,
-    which the tool sets for itself."""
+    sources and the build tree may lie as well. The limit for core files is not 0, because a test must
+    see that the tool sets it to 0."""
     readable = [option for place in (figures.ROOT, TREE) for option in ("--ro-bind", place, place)]
     started = [option for target, tool in zip(TOOLS, tools) for option in ("--ro-bind", tool, TREE / target)]
     scratches = [option for part in ("tests", "fuzz")
