@@ -72,12 +72,12 @@ def run(target, form, so_far):
 
 def before_release(kind, so_far):
     power = BEFORE_RELEASE[kind]
-    least = min((target for target in TARGETS if kind_of(target) == kind),
-                key=lambda target: so_far.get(target, 0))
-    runs = so_far.get(least, 0)
+    runs = {target: so_far.get(target, 0) for target in TARGETS if kind_of(target) == kind}
+    least = min(runs, key=runs.get)
+    enough = sum(count >= 10**power for count in runs.values())
     return figures.Figure(f"fuzz runs of {kind} targets, all forms", f"10^{power} each",
-                          f"{runs:,} at least ({least})",
-                          figures.if_enough(True, runs >= 10**power))
+                          f"{enough} of {len(runs)}, {runs[least]:,} at least ({least})",
+                          figures.if_enough(True, enough == len(runs)))
 
 
 def measure(form):
