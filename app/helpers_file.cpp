@@ -207,15 +207,16 @@ const char *open_mode(int mode, bool keep_file) {
 
 bool transfer(int mode, const Piece &piece, std::FILE *file) {
   if (mode == KALMORA_FILE_SIZE) return fseeko(file, 0, SEEK_END) == 0;
+  if (mode == KALMORA_FILE_WRITE) std::setvbuf(file, nullptr, _IONBF, 0);
   if (fseeko(file, static_cast<off_t>(piece.offset), piece.origin) != 0) return false;
   const auto wanted = static_cast<std::size_t>(piece.count);
   if (wanted == 0) return true;
   if (mode == KALMORA_FILE_READ) return qal_fread(piece.buffer, 1, wanted, file) == wanted;
-  return std::fwrite(piece.buffer, 1, wanted, file) == wanted;
+  return qal::internal::write_uninterrupted(piece.buffer, wanted, file) == wanted;
 }
 
-// Returns the position after the transfer, or a number below 0. Closing the file writes what is
-// still buffered, so its result counts.
+// Returns the position after the transfer, or a number below 0. A file on a network may report only
+// when it is closed that it could not be written.
 std::int64_t transfer_and_close(int mode, const Piece &piece, File file) {
   const std::int64_t position = transfer(mode, piece, file.get()) ? ftello(file.get()) : -1;
   return std::fclose(file.release()) == 0 ? position : -1;
@@ -228,7 +229,7 @@ int expfnam(const char *name, int length, char *out, int capacity) {
   if (out && capacity > 0) room = {out, static_cast<std::size_t>(capacity)};
   if (!room.empty()) room.front() = '\0';
   if (!name) return KALMORA_NAME_UNKNOWN;
-  if (capacity < 1) return KALMORA_NAME_TOO_LONG;
+  if (room.empty()) return KALMORA_NAME_TOO_LONG;
   if (!*name) return KALMORA_NAME_UNKNOWN;
   const std::string_view text{name, strnlen(name, static_cast<std::size_t>(std::max(length, 0)))};
   return text.starts_with('~') ? expand_home(text, room) : put_expanded({}, text, room);

@@ -43,7 +43,7 @@ enum {
  *  @param length    how many of its bytes count; more than it has means all, below 0 means 0.
  *  @param out       receives the result; null counts as no capacity. Must not overlap `name`.
  *  @param capacity  size of `out` in bytes; the result is shorter than this. Below 1 nothing is
- *                   written, and the result is KALMORA_NAME_TOO_LONG whatever the name is.
+ *                   written, and the result is KALMORA_NAME_TOO_LONG for every name but null.
  *  @return the result's length; KALMORA_NAME_UNKNOWN for a null or empty name or an unknown user
  *          (the password database may be unreadable, or memory short); KALMORA_NAME_TOO_LONG when
  *          the result does not fit `capacity`, or home and rest together exceed 1023 bytes. On

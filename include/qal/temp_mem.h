@@ -67,8 +67,8 @@ QAL_API int qal_temp_mem_release(void *ptr);
  *  @return the block, which may have moved, with its content. Null when no block that is handed out
  *          has this address: nothing changes then. Null also when memory is short: the old block is
  *          lost then, and its record stays in Tmem_InUse with a null block. Free such a record with
- *          qal_temp_mem_free(), given null, and do not release it: it would be handed out again,
- *          still without a block. */
+ *          qal_temp_mem_free(), given null, or give it a block by resizing null to more than its
+ *          size; do not release it: it would be handed out again, still without a block. */
 QAL_API void *qal_temp_mem_resize(void *ptr, int64_t size);
 
 /** Frees a block, handed out or released.

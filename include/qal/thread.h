@@ -68,8 +68,8 @@ typedef struct QalThreadSema {
 /** Sets the thread table up and makes the calling thread the main thread, index 0.
  *
  *  For the start-up of a process, while no other thread runs. Threads that were started before lose
- *  their index; they can still be joined, with 0 for a result, as long as it is not handed out
- *  again.
+ *  their index; they can still be joined as long as it is not handed out again, with 0 for a result
+ *  if they have already returned.
  *
  *  @return QAL_THREAD_OK, also when the platform has no key left for the indices: after a first
  *          start every thread then has index 0, after a further one the old key stays. A status of
@@ -139,7 +139,8 @@ QAL_API int qal_thread_create(int *index_out, QalThreadRoutine routine, void *ar
  *          and the slot freed, except slot 0, the main thread's. The same holds when the platform
  *          fails.
  *  @note One thread joins an index, once. What the thread wrote before its end is visible to the
- *        caller afterwards. */
+ *        caller afterwards. A thread that is cancelled while it waits here has freed nothing: the
+ *        index can still be joined. */
 QAL_API int qal_thread_join(const int *index, int *result_out);
 
 /** Asks for the cancellation of a thread, which takes effect as on the platform. The thread must

@@ -14,6 +14,7 @@
 #include <sys/single_threaded.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -456,13 +457,17 @@ TEST_F(MpoolFault, SwitchesCancellationOffAroundTheMakingOfChunksAlone) {
   }
 }
 
-// How often mutexes are locked while an element is given back.
-int locks_of_a_free(QalMpool *pool, void *element) {
+// How often mutexes are locked meanwhile.
+int locks_of(const std::function<void()> &use) {
   int locks = 0;
   calls.on_lock = [&locks] { ++locks; };
-  EXPECT_EQ(qal_mpool_free(pool, element), 0);
+  use();
   calls.on_lock = nullptr;
   return locks;
+}
+
+int locks_of_a_free(QalMpool *pool, void *element) {
+  return locks_of([=] { EXPECT_EQ(qal_mpool_free(pool, element), 0); });
 }
 
 // Says what the C library says of the process, which need not be so.
@@ -511,6 +516,24 @@ TEST(MpoolLockFault, IsTakenForGoodFromThenOn) {
     }
     const Claim claim(true);
     EXPECT_EQ(locks_of_a_free(pool, qal_mpool_alloc(pool)), 1);
+    qal_mpool_destroy(&pool);
+  });
+}
+
+// What waits for good must do so for every thread that comes later, and in every pool.
+TEST(MpoolLockFault, IsTakenForGoodOnceAnyChunkCouldNotBeHad) {
+  in_new_process([] {
+    qal_utils_init();
+    const Claim claim(true);
+    const LogCapture log;
+    QalMpool *pool = qal_mpool_create(16, 2);
+    void *const element = qal_mpool_alloc(pool);
+    QalMpool *failing = qal_mpool_create(16, 2);
+    calls.allocation = fail_nth(1, ENOMEM);
+    EXPECT_EQ(qal_mpool_alloc(failing), nullptr);
+    EXPECT_EQ(locks_of_a_free(pool, element), 1);
+    EXPECT_EQ(locks_of([] { qal_uid_next(); }), 1);
+    qal_mpool_destroy(&failing);
     qal_mpool_destroy(&pool);
   });
 }
@@ -659,6 +682,33 @@ TEST_F(PlistFault, GivesNoListAndNoNodeWithoutMemory) {
   EXPECT_EQ(qal_plist_alloc(), nullptr);
   EXPECT_EQ(log.lines().size(), 8U);
   qal_plist_pool_destroy();
+}
+
+TEST_F(PlistFault, LetsADestroyWaitForGoodAfterANodeThatCouldNotBeHad) {
+  const auto result = run_in_child([] {
+    qal_plist_pool_destroy();
+    qal_plist_pool_create(1, 1);
+    QalPlist *list = qal_plist_create();
+    qal_plist_append(list, qal_plist_alloc());
+    fail_at(1);
+    EXPECT_EQ(qal_plist_alloc(), nullptr);
+    alarm(patience_seconds);
+    qal_plist_destroy(&list);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
+}
+
+TEST_F(ListFault, LetsADestroyWaitForGoodAfterAnElementThatCouldNotBeHad) {
+  const auto result = run_in_child([] {
+    QalListPool *pool = qal_list_pool_create(8, 1, 0);
+    QalList *list = qal_list_create(pool);
+    qal_list_append(list, qal_list_alloc(list));
+    fail_at(1);
+    EXPECT_EQ(qal_list_alloc(list), nullptr);
+    alarm(patience_seconds);
+    qal_list_destroy(&list);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
 }
 
 TEST_F(ListFault, NamesThePlaceOfEachBlock) {
@@ -979,6 +1029,48 @@ TEST_F(UidFault, HandsOutAnIdThatItCouldNotRegister) {
       EXPECT_EQ(log.lines(), chunk_report(failing == 1 ? 488 : 40008));
     });
   }
+}
+
+// The registry's records come in chunks of 1000.
+void use_up_the_chunk_of_records() {
+  while (qal_uid_new(0, 0) != 1000) continue;
+  calls.allocation = fail_nth(1, ENOMEM);
+  EXPECT_EQ(qal_uid_new(0, 0), 1001U);
+}
+
+TEST_F(UidFault, LetsTheNextChunkWaitForGoodAfterOneThatCouldNotBeHad) {
+  const auto result = run_in_child([] {
+    fail_at(2);  // the first is that of list headers
+    qal_uid_new(1, 2);
+    alarm(patience_seconds);
+    qal_uid_new(3, 4);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
+}
+
+TEST_F(UidFault, LetsARetirementWaitForGoodAfterAChunkThatCouldNotBeHad) {
+  const auto result = run_in_child([] {
+    use_up_the_chunk_of_records();
+    alarm(patience_seconds);
+    qal_uid_destroy(1);
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
+}
+
+TEST_F(UidFault, LetsEveryThreadWaitForOneThatWaitsForGood) {
+  const auto result = run_in_child([] {
+    use_up_the_chunk_of_records();
+    std::atomic<bool> locked = false;
+    const Worker worker([&locked] {
+      calls.on_lock = [&locked] { locked = true; };
+      return qal_uid_destroy(1);
+    });
+    await([&locked] { return locked.load(); });
+    alarm(patience_seconds);
+    qal_uid_next();
+    _exit(0);  // without waiting for the other thread
+  });
+  EXPECT_TRUE(result.killed_by(SIGALRM));
 }
 
 // Beside a map, over growing and shrinking numbers of ids.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <kalmora/helpers.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -54,6 +55,35 @@ struct Database {
 };
 Database database;
 
+// A file that takes three bytes at a time, each time interrupted before.
+class InterruptedFile {
+ public:
+  FILE *open(const char *mode) {
+    return fopencookie(this, mode, {.read = nullptr, .write = &write, .seek = &seek, .close = nullptr});
+  }
+  const std::string &content() const { return content_; }
+
+ private:
+  static ssize_t write(void *cookie, const char *from, std::size_t size) {
+    auto &file = *static_cast<InterruptedFile *>(cookie);
+    file.is_ready_ = !file.is_ready_;
+    errno = EINTR;
+    if (file.is_ready_) return 0;
+    const std::size_t taken = std::min<std::size_t>(size, 3);
+    file.content_.append(from, taken);
+    return static_cast<ssize_t>(taken);
+  }
+  static int seek(void *cookie, off64_t *offset, int origin) {
+    const auto &file = *static_cast<const InterruptedFile *>(cookie);
+    if (origin == SEEK_CUR) *offset += static_cast<off64_t>(file.content_.size());
+    return 0;
+  }
+
+  std::string content_;
+  bool is_ready_ = false;
+};
+InterruptedFile *interrupted = nullptr;  // opened instead of any other
+
 std::map<std::string, bool> writable;  // results of access; for other paths it is called
 
 int answer(passwd *entry, char *store, std::size_t size, passwd **found) {
@@ -84,7 +114,9 @@ char *__wrap_strdup(const char *text) {
 
 FILE *__real_fopen(const char *path, const char *mode);
 FILE *__wrap_fopen(const char *path, const char *mode) {
-  return faults.fopen.strikes() ? nullptr : __real_fopen(path, mode);
+  EXPECT_NE(std::strchr(mode, 'e'), nullptr) << "a started program must not inherit the file";
+  if (faults.fopen.strikes()) return nullptr;
+  return interrupted ? interrupted->open(mode) : __real_fopen(path, mode);
 }
 
 DIR *__real_opendir(const char *path);
@@ -349,6 +381,17 @@ TEST_F(FileAccess, OpensAgainAfterASignal) {
   faults.fopen = fail_nth(1, EINTR);
   EXPECT_EQ(remote_fileio(path.c_str(), 2, SEEK_SET, 0, 0, nullptr, &position), 0);
   EXPECT_EQ(position, 10);
+}
+
+TEST_F(FileAccess, WritesOnAfterASignal) {
+  InterruptedFile file;
+  interrupted = &file;
+  char bytes[] = "0123456789";
+  std::int64_t position = 99;
+  EXPECT_EQ(remote_fileio("any", 1, SEEK_SET, 0, 10, bytes, &position), 0);
+  EXPECT_EQ(position, 10);
+  EXPECT_EQ(file.content(), "0123456789");
+  interrupted = nullptr;
 }
 
 TEST_F(FileAccess, FailsWhenThePositionCannotBeAsked) {

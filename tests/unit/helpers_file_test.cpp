@@ -182,7 +182,9 @@ TEST(TildeExpand, WritesNothingWithoutRoom) {
   EXPECT_EQ(expfnam("", 0, out, 0), -2);
   EXPECT_EQ(expfnam(nullptr, 0, out, 0), -1);
   EXPECT_STREQ(out, "before");
-  EXPECT_EQ(expfnam("/opt", 4, nullptr, 100), -2);
+  for (const char *const name : {"/opt", "", "~no-such-user-here"}) {
+    EXPECT_EQ(expfnam(name, 18, nullptr, 100), -2);
+  }
 }
 
 // Runs in a child whose only setting is TMPDIR, or none at all.

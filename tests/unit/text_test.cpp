@@ -425,6 +425,12 @@ TEST(TextStrrepl, LeavesATextWithoutAMatch) {
   EXPECT_EQ(replaced(1, "", "x", "yy"), Result("", 0));
 }
 
+TEST(TextStrrepl, WritesNothingWithoutAMatch) {
+  static const char constant[] = "abc";  // in memory that cannot be written
+  EXPECT_EQ(qal_strrepl(const_cast<char *>(constant), "x", "y", 0), 0);
+  EXPECT_EQ(qal_strrepl(const_cast<char *>(constant), "x", "yy", 0), 0);
+}
+
 TEST(TextStrrepl, ReplacesAnyBytes) {
   EXPECT_EQ(replaced(16, "\xff\x80%\xff\x80", "\xff\x80", "\x01%s"), Result("\x01%s%\x01%s", 2));
 }

@@ -432,6 +432,22 @@ TEST_F(ThreadCancel, UnwindsTheRoutine) {
   EXPECT_EQ(Unwinding::count, before + 1);
 }
 
+TEST_F(ThreadCancel, OfAThreadThatJoinsLeavesTheOtherToBeJoined) {
+  Gate gate;
+  Worker awaited([&gate] {
+    gate.wait();
+    return 7;
+  });
+  Worker joining([index = awaited.index()] {
+    const Unwinding unwinding;
+    return join(index);
+  });
+  EXPECT_EQ(joining.cancel(), 0);
+  EXPECT_EQ(joining.join(), -1);
+  gate.open();
+  EXPECT_EQ(awaited.join(), 7);
+}
+
 TEST_F(ThreadCancel, KeepsTheSlotUntilTheJoin) {
   const int index = start(&wait_for_cancellation);
   EXPECT_EQ(qal_thread_cancel(&index), 0);

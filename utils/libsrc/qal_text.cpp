@@ -109,7 +109,7 @@ std::size_t rewrite(char *out, std::string_view unread, const Replacing &job) {
     out = put(out, job.replacement);
     unread.remove_prefix(kept + job.find.size());
   }
-  *put(out, unread) = '\0';
+  if (count > 0) *put(out, unread) = '\0';
   return count;
 }
 

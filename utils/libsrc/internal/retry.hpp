@@ -30,4 +30,15 @@ inline std::size_t read_uninterrupted(void *to, std::size_t size, std::FILE *str
   }
 }
 
+// Like fwrite of single bytes, but goes on when a signal interrupts it. For a stream without a
+// buffer: one with a buffer loses what it holds then.
+inline std::size_t write_uninterrupted(const void *from, std::size_t size, std::FILE *stream) {
+  std::size_t put = 0;
+  for (;;) {
+    put += std::fwrite(static_cast<const char *>(from) + put, 1, size - put, stream);
+    if (put == size || errno != EINTR) return put;
+    std::clearerr(stream);
+  }
+}
+
 }  // namespace qal::internal
