@@ -59,7 +59,8 @@ Database database;
 class InterruptedFile {
  public:
   FILE *open(const char *mode) {
-    return fopencookie(this, mode, {.read = nullptr, .write = &write, .seek = &seek, .close = nullptr});
+    return fopencookie(this, mode,
+                       {.read = nullptr, .write = &write, .seek = &seek, .close = nullptr});
   }
   const std::string &content() const { return content_; }
 
