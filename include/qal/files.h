@@ -83,8 +83,8 @@ enum {
  *  @param max_chars  most characters that the line may have. When negative, nothing is written.
  *  @param buf        `max_chars` + 1 bytes, caller-owned.
  *  @return the length of the line in `buf`, which is terminated; QAL_LINE_END_OF_FILE for a null
- *          `stream` or `buf`, and when there is no line: `buf` is then empty if `max_chars` is
- *          above 0, and untouched otherwise; QAL_LINE_TOO_LONG when `buf` holds the first
+ *          `stream` or `buf`, with nothing written, and when there is no line: `buf` is then empty
+ *          if `max_chars` is above 0, else untouched; QAL_LINE_TOO_LONG when `buf` holds the first
  *          `max_chars` characters without a terminator, one more has been dropped, and the rest of
  *          the line is next in the stream. */
 QAL_API int qal_io_get_aline(FILE *stream, int max_chars, char *buf);

@@ -46,8 +46,8 @@ enum {
  *  Compacting removes "." pieces, a ".." piece together with the piece before it, and repeated
  *  separators. Only pieces between two separators are removed, so a first or a last "." or ".."
  *  stays, and so does a ".." behind a first piece ("a/../b"). Two leading separators stay, three
- *  and more become two. It is a single pass, so compacting twice can give more than once:
- *  "a/x//../b" becomes "a/x/../b".
+ *  and more become two; a ".." right behind them removes one of the two: "//../x" becomes "/x". It
+ *  is a single pass, so compacting twice can give more than once: "a/x//../b" becomes "a/x/../b".
  *
  *  @param path   converted in place, never made longer; null is allowed and left alone.
  *  @param flags  the settings above. The bits other than 8 to 15 are one number: 2 is

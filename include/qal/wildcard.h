@@ -54,8 +54,8 @@ QAL_API int zul_fnmatch(const unsigned char *pattern, const unsigned char *name)
  *
  *  Apart from the flags it differs from zul_fnmatch() in four ways: a string may have any length; a
  *  `]` right after the opening bracket or its negation closes the set at once (an empty set matches
- *  nothing, a negated one everything); ranges compare unsigned bytes; a backslash at the end of the
- *  pattern is literal.
+ *  nothing, a negated one every byte that sets can match); ranges compare unsigned bytes; a
+ *  backslash at the end of the pattern is literal.
  *
  *  A `*` searches unless the pattern ends with it or, with QAL_FNM_PATHNAME, a `/` follows it.
  *  QAL_FNM_PERIOD protects a `.` at the start of the string and, with QAL_FNM_PATHNAME, after a

@@ -327,7 +327,7 @@ TEST_F(UserName, IsNotfoundWithoutMemory) {
   EXPECT_TRUE(log.text().ends_with("ERROR: PasswordEntry: Memory allocation failed.\n"));
 }
 
-TEST_F(UserName, IsNotLookedUpWithoutRoomForIt) {
+TEST_F(UserName, IsNotWrittenWithoutRoomForIt) {
   char name[] = "#";
   EXPECT_EQ(qal_username(name, 0), 0);
   EXPECT_STREQ(name, "#");

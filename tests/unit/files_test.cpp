@@ -1028,6 +1028,16 @@ TEST_F(FilesRename, ByCopyingTheStatusOfTheCopyIsTheResult) {
   EXPECT_EQ(names_in(scratch.path()), Lines{"from"});
 }
 
+TEST_F(FilesRename, ByCopyingADirectoryFailsAndChangesNothing) {
+  const auto directory = scratch.directory("directory");
+  EXPECT_EQ(qal_file_rename(directory.c_str(), (scratch / "to").c_str(), by_copying),
+            QAL_STATUS_FAILED);
+  const auto file = scratch.file("file", "x");
+  EXPECT_EQ(qal_file_rename(directory.c_str(), file.c_str(), by_copying), QAL_STATUS_EXISTS);
+  EXPECT_EQ(names_in(scratch.path()), (Lines{"directory", "file"}));
+  EXPECT_EQ(read_file(file), "x");
+}
+
 TEST_F(FilesRename, ByCopyingASourceThatCannotBeRemovedFailsWithBothThere) {
   scratch.directory("locked");
   const auto from = scratch.file("locked/from", "x");
