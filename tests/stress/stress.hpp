@@ -18,9 +18,9 @@ inline int sized(int quick, int full) {
 
 class Stress : public testing::Test {
  protected:
-  // A case that hangs ends the program.
+  // A case that hangs ends the program, but not one that is slow under valgrind on a busy machine.
   Stress() {
-    alarm(static_cast<unsigned>(sized(120, 3600)));
+    alarm(3600);
     qal_utils_init();
   }
   ~Stress() override {
