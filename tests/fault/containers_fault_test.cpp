@@ -1150,14 +1150,13 @@ TEST(UidLockFault, IsNotTakenInAProcessOfOneThread) {
     qal_utils_init();
     const Claim claim(true);
     qal_uid_new(1, 2);  // makes the chunks
-    int locks = 0;
-    calls.on_lock = [&locks] { ++locks; };
-    const uint64_t id = qal_uid_new(3, 4);
-    EXPECT_EQ(qal_uid_find(id, nullptr, nullptr), 0);
-    EXPECT_EQ(qal_uid_destroy(id), 0);
-    EXPECT_EQ(qal_uid_next(), 3U);
-    EXPECT_EQ(locks, 0);
-    calls.on_lock = nullptr;
+    const auto use = [] {
+      const uint64_t id = qal_uid_new(3, 4);
+      EXPECT_EQ(qal_uid_find(id, nullptr, nullptr), 0);
+      EXPECT_EQ(qal_uid_destroy(id), 0);
+      EXPECT_EQ(qal_uid_next(), 3U);
+    };
+    EXPECT_EQ(locks_of(use), 0);
   });
 }
 
@@ -1182,14 +1181,10 @@ TEST(UidLockFault, IsTakenOnceThereIsAnotherThread) {
 TEST(UidLockFault, IsTakenForGoodFromThenOn) {
   in_new_process([] {
     qal_utils_init();
-    int locks = 0;
-    calls.on_lock = [&locks] { ++locks; };
     for (const bool single_threaded : {false, true}) {
       const Claim claim(single_threaded);
-      EXPECT_EQ(qal_uid_next(), 1U);
+      EXPECT_EQ(locks_of([] { EXPECT_EQ(qal_uid_next(), 1U); }), 1);
     }
-    EXPECT_EQ(locks, 2);
-    calls.on_lock = nullptr;
   });
 }
 
