@@ -7,8 +7,9 @@ usage: table.py RESULTS_DIRECTORY          the table on the terminal
 The directory holds the results of one run or, below it, of several. A benchmark is called
 "capability|who", and "capability|qal, variant" when ours runs in another way beside the same peers;
 "capability|floor: what it is" is the floor. Each run compares the medians of its repetitions; of
-the runs the table shows the median and the worst. The rows, their order and their targets stand in
-targets.tsv; what the curves count stands in curves.tsv.
+the runs the table shows the median and the worst. Runs beside a busy process, as their context says,
+have a column of their own on the page. The rows, their order and their targets stand in targets.tsv;
+what the curves count stands in curves.tsv.
 """
 import collections
 import itertools
@@ -40,6 +41,10 @@ def targets():
 
 def results(directory):
     return [json.loads(file.read_text()) for file in sorted(directory.rglob("*.json"))]
+
+
+def is_busy(program):
+    return "beside" in program["context"]
 
 
 def medians(program):
@@ -116,20 +121,26 @@ def floor_of(times):
     return f"{duration(times[floor])} ({floor.removeprefix(FLOOR + ': ')})" if floor else ""
 
 
-def line(target, runs):
+def ratios_of(runs, peer):
+    return [run[OURS] / run[peer] for run in runs if OURS in run and peer in run]
+
+
+def line(target, runs, busy_runs):
     times = over_runs(runs)
     peer = peer_of(times, target.peer)
-    ratios = [run[OURS] / run[peer] for run in runs if OURS in run and peer in run]
+    ratios, busy_ratios = ratios_of(runs, peer), ratios_of(busy_runs, peer)
     ratio = statistics.median(ratios)
+    busy = f"{statistics.median(busy_ratios):.2f}" if busy_ratios else ""
     verdict = ("reached", "") if ratio <= target.ratio else ("missed", target.remark)
     return (target.capability, duration(times[OURS]), f"{duration(times[peer])} ({FLOOR if is_floor(peer) else peer})",
             f"{ratio:.2f}", f"{max(ratios):.2f}", f"{100 * (max(ratios) - min(ratios)) / ratio:.0f} %", str(len(ratios)),
-            f"{target.ratio:g}", floor_of(times), *verdict)
+            busy, f"{target.ratio:g}", floor_of(times), *verdict)
 
 
-def table(rows):
-    head = ("capability", "ours", "peer", "ratio", "worst", "spread", "runs", "target", "floor", "verdict", "why")
-    body = [line(target, rows[target.capability]) for target in targets()
+def table(rows, busy_rows):
+    head = ("capability", "ours", "peer", "ratio", "worst", "spread", "runs", "busy",
+            "target", "floor", "verdict", "why")
+    body = [line(target, rows[target.capability], busy_rows.get(target.capability, [])) for target in targets()
             if any(OURS in run for run in rows.get(target.capability, []))]
     widths = [max(len(row[column]) for row in [head, *body]) for column in range(len(head))]
     body.insert(0, tuple("-" * max(1, width) for width in widths))
@@ -205,19 +216,21 @@ def setting(programs):
     def recorded(key):
         return joined(sorted({str(context.get(key, "not recorded")) for context in contexts}))
 
-    runs = sorted({f"{context.get('run', context['date'][:10])} (commit {context.get('commit', 'not recorded')})"
-                   for context in contexts})
+    runs = sorted({f"{context.get('run', context['date'][:10])} (commit {context.get('commit', 'not recorded')}"
+                   f"{', busy' * is_busy(program)})" for program, context in zip(programs, contexts)})
     return (f"The page rests on {len(runs)} run{'s' * (len(runs) > 1)}: {joined(runs)}, on {recorded('num_cpus')} "
             f"processors ({recorded('processor')}), compiled with {recorded('compiler')}.")
 
 
 HEAD = """# Speed, as measured
 
-Written by `./run bench page`. Each row puts a function beside what a user would reach for instead, on the same work, in
-one process, interleaved. Each run compares the medians of its repetitions.
+Written by `./run bench page` from the runs of `./run bench` and `./run bench busy` so far. Each row puts a function
+beside what a user would reach for instead, on the same work, in one process, interleaved. Each run compares the medians
+of its repetitions.
 
 - The *ratio* is our time divided by the peer's: below 1 is faster than the peer. It is the median over the runs; the
   *worst* is the greatest of them, and the *spread* is from the least to the greatest, as a part of the median.
+- *Busy* is the ratio while another process always wants one of the processors.
 - The *target* is the greatest ratio that we accept. A row above it is missed, and says why.
 - The *floor* is the time of the steps that no implementation of the same contract can leave out, and says which they are.
   A row whose peer is the floor compares with it.
@@ -225,26 +238,29 @@ one process, interleaved. Each run compares the medians of its repetitions.
 """
 
 
-def write_page(page, programs, rows, curves):
+def write_page(page, programs, lines, curves):
     counted, pictures = dict(fields_of("curves.tsv")), []
     for capability, curve in sorted(curves.items()):
         image = page.parent / "curves" / f"{capability.replace(' ', '-').replace(',', '')}.svg"
         image.parent.mkdir(exist_ok=True)
         plot(capability, counted[capability], curve, image)
         pictures += [f"![{capability}](curves/{image.name})", "", conclusion(counted[capability], curve), ""]
-    page.write_text("\n".join((HEAD, setting(programs), "", *table(rows), "", "## Growth", "", *pictures)))
+    page.write_text("\n".join((HEAD, setting(programs), "", *lines, "", "## Growth", "", *pictures)))
 
 
 def main(arguments):
     if len(arguments) not in (1, 2):
         sys.exit(__doc__)
     programs = results(pathlib.Path(arguments[0]))
-    rows, curves = rows_of(programs), curves_of(programs)
-    print("\n".join(table(rows)))
+    busy = [program for program in programs if is_busy(program)]
+    quiet = [program for program in programs if not is_busy(program)] or busy
+    rows, curves = rows_of(quiet), curves_of(quiet)
+    lines = table(rows, rows_of(busy))
+    print("\n".join(lines))
     for capability in unmatched(rows):
         print(f"not in the table, without a result or a target: {capability}")
     if len(arguments) == 2:
-        write_page(pathlib.Path(arguments[1]).resolve(), programs, rows, curves)
+        write_page(pathlib.Path(arguments[1]).resolve(), programs, lines, curves)
 
 
 if __name__ == "__main__":
