@@ -245,7 +245,8 @@ enum {
 
 /** Reads or writes a piece of a file, or finds out its size.
  *
- *  @param path      the file, used as it is; null is a failure.
+ *  @param path      the file, used as it is; null is a failure. A directory has no size that means
+ *                   anything.
  *  @param flags     one of the modes in the low 8 bits, and KALMORA_FILE_KEEP if wanted.
  *  @param origin    SEEK_SET, SEEK_CUR or SEEK_END; not used for the size.
  *  @param offset    where the piece begins, counted in bytes from `origin`.

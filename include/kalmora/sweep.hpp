@@ -42,7 +42,8 @@
  *  @param dir      directory, NUL-terminated; a null pointer gives an empty list. The listing takes
  *                  a leading "~" for a home, but the paths keep it.
  *  @param pattern  as zul_fnmatch() takes it (qal/wildcard.h), matched against names without `dir`;
- *                  a null pointer gives an empty list.
+ *                  a null pointer gives an empty list. Of a pattern with a "/" the part before it
+ *                  chooses a directory below `dir`, and is missing in the paths.
  *  @return the paths "dir/name" with every backslash turned into a slash, in the order in which the
  *          system lists them, and the last entry. A name that holds a newline comes as several
  *          entries, and a path that does not fit is left out. Empty when the directory cannot be
