@@ -230,7 +230,8 @@ enum {
  *
  *  @param buffer  receives the text; null gives QAL_SNPRINTF_NOT_WHOLE.
  *  @param size    size of `buffer`; 0 gives QAL_SNPRINTF_NOT_WHOLE and nothing is written.
- *  @param format  as for printf().
+ *  @param format  as for printf(), but without "%n", at which a C library that checks may end the
+ *                 process.
  *  @param ...     the arguments of `format`.
  *  @return QAL_SNPRINTF_WHOLE; or QAL_SNPRINTF_NOT_WHOLE when the output was cut, when formatting
  *          failed or in the case above: the last byte of `buffer` is then NUL. */
