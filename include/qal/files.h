@@ -80,7 +80,8 @@ enum {
  *  counts toward the limit.
  *
  *  @param stream     open for reading, caller-owned; a read that a signal interrupts is repeated.
- *  @param max_chars  most characters that the line may have. When negative, nothing is written.
+ *  @param max_chars  most characters that the line may have. When negative, nothing is written,
+ *                    not even a terminator.
  *  @param buf        `max_chars` + 1 bytes, caller-owned.
  *  @return the length of the line in `buf`, which is terminated; QAL_LINE_END_OF_FILE for a null
  *          `stream` or `buf`, with nothing written, and when there is no line: `buf` is then empty
@@ -110,7 +111,7 @@ enum {
 
 /** Copies the content of a file, following links.
  *
- *  A destination that does not exist is created with the source's permission bits, less the
+ *  A destination that does not exist is created with the source's nine permission bits, less the
  *  process's mask; one that exists keeps its own. Owner and times are not copied. The copy need not
  *  be on the disk yet when the function returns.
  *

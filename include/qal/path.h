@@ -184,7 +184,9 @@ enum {
  *          and when `*first` is INT32_MIN. On failure both numbers are untouched.
  *  @note   Opens each file of the run. If the field is in the template's last component, the
  *          smallest number is looked for in the directory, and a file that the directory does not
- *          list under its name is not found; otherwise the numbers are tried one after another. */
+ *          list under its name is not found. Otherwise the numbers are tried one after another,
+ *          unless the directory before the field cannot be opened for a reason that keeps all
+ *          files from being opened. */
 QAL_API int qal_valid_pathname_range(const char *template_path, int32_t *first, int32_t *last);
 
 /** Replaces a leading "~" or "~name" by the home directory of the current or the named user.

@@ -283,6 +283,7 @@ TEST_F(PathRangeFault, ReadsTheDirectoryOnceInsteadOfProbing) {
 TEST_F(PathRangeFault, OpensNothingWhenTheDirectoryListsNothing) {
   EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "f#########"));
   EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "absent/f#########"));
+  EXPECT_EQ((Range{6, -1, -1}), find_range(scratch / "absent/d#/f"));
   EXPECT_TRUE(faults.opened.empty());
 }
 
@@ -305,6 +306,7 @@ TEST_F(PathRangeFault, OpensNothingWhereTheDirectoryCannotBe) {
   for (const int error : {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG, EMFILE, ENFILE, ENOMEM}) {
     faults.opendir = fail_all(error);
     EXPECT_EQ((Range{6, -1, -1}), find_range("/f##")) << error;
+    EXPECT_EQ((Range{6, -1, -1}), find_range("/d##/f")) << error;
   }
   EXPECT_TRUE(faults.opened.empty());
 }

@@ -61,7 +61,7 @@ class NumberedPath {
 
   bool field_is_in_last_component() const { return suffix().find('/') == std::string_view::npos; }
 
-  // The directory of the numbered files, when their field is in the last component.
+  // The directory that holds the component with the field.
   std::array<char, path_room> directory() const {
     std::array<char, path_room> directory{"."};
     text().substr(0, name_position()).copy(directory.data(), path_room);
@@ -155,11 +155,13 @@ bool nothing_can_be_opened(const char *directory, int error) {
   }
 }
 
-// Collects the numbers that the directory has entries for. False when some may be missing.
+// Collects the numbers that the directory has entries for, none when nothing in it can be opened.
+// False when some may be missing, as for a field in an earlier component.
 bool list_numbers(const NumberedPath &path, NumberList &numbers) {
   const auto place = path.directory();
   const Directory directory = qal::internal::open_directory(place.data());
   if (!directory) return nothing_can_be_opened(place.data(), errno);
+  if (!path.field_is_in_last_component()) return false;
   while (const dirent *entry = qal::internal::next_entry(directory.get())) {
     const auto number = path.number_in(entry->d_name);
     if (number && !numbers.add(*number)) return false;
@@ -183,9 +185,7 @@ std::optional<std::int32_t> first_probed(NumberedPath &path) {
 // Reading the directory once saves opening up to 10^9 files.
 std::optional<std::int32_t> find_first(NumberedPath &path) {
   NumberList numbers;
-  if (path.field_is_in_last_component() && list_numbers(path, numbers)) {
-    return first_listed(path, numbers.all());
-  }
+  if (list_numbers(path, numbers)) return first_listed(path, numbers.all());
   return first_probed(path);
 }
 
