@@ -32,7 +32,8 @@ extern "C" {
  *  It is called by the thread that logs, before the logging function returns. The logger holds no
  *  lock, so several threads may be in the callback at once. But a pool that reports missing memory
  *  holds its own lock: use no pools, lists, tables or ids here. A callback that logs is called
- *  recursively and must end the recursion itself. Its changes to `errno` are undone.
+ *  recursively and must end the recursion itself. It must not leave by longjmp(). Its changes to
+ *  `errno` are undone.
  *
  *  @param stream  the handle that was installed with the callback.
  *  @param format  the line, marker and line end included, with no further arguments; borrowed for
@@ -139,8 +140,8 @@ QAL_API void update_windows_console(int state);
 /** Formats with the platform's own text formatting, whatever the length.
  *
  *  @param out        receives the text and its terminator; caller-owned. There is no bound: the
- *                    caller provides the room. It is the empty text when the arguments cannot be
- *                    converted, or give 2 GiB or more.
+ *                    caller provides the room. When the arguments cannot be converted, or give
+ *                    2 GiB or more, it is the empty text in the end, but was written to before.
  *  @param format     as printf takes it; on macOS the object placeholder "%@" too; borrowed.
  *  @param arguments  the format's arguments; indeterminate afterwards, as after vprintf. */
 QAL_API void nsstring_vsprintf(char *out, const char *format, va_list arguments) QAL_PRINTF(2, 0);

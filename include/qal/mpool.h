@@ -41,7 +41,7 @@ typedef struct QalMpool {
 /** Makes an empty pool.
  *
  *  @param element_size  bytes per element, raised to at least 16 and to a multiple of 8.
- *  @param chunk_count   elements to carve at a time. With 0, or when a chunk would need 4 GiB or
+ *  @param chunk_count   elements to carve at a time. With 0, or when they would need 4 GiB or
  *                       more, the pool is made but every allocation from it returns null.
  *  @return the pool, which qal_mpool_destroy() takes back; null without memory or when the raised
  *          size does not fit 32 bits. */

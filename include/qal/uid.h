@@ -5,9 +5,10 @@
  *  id until it is retired; their meaning is the caller's. qal_utils_init() (startup.h) comes first,
  *  because it makes the registry: without one ids are handed out but none is found.
  *
- *  Errors: when there was no memory for a chunk of records, the lock of their pool stays held
- *  (mpool.h). The next id that needs a chunk, and the next registered one that is retired, wait for
- *  it for ever and hold the registry's lock, so that every later call of any thread waits too.
+ *  Errors: when there was no memory for a chunk of records, or of the lists that hold them, the
+ *  lock of that pool stays held (mpool.h). The next call that needs this lock waits for ever, as a
+ *  new id may for both and the retiring of one for the records. It holds the registry's lock, so
+ *  that every later call of any thread waits too.
  *
  *  Threads: once the registry is made, any thread may call any function, also a std::thread or a
  *  pthread: the registry's lock guards the pool of its records as well.
@@ -34,7 +35,8 @@ QAL_API int qal_uid_init(void);
  *
  *  @param first   the first value, any number.
  *  @param second  the second value, any number.
- *  @return the id, also when there was no memory to register it: it is then never found. */
+ *  @return the id, also when it could not be registered, for lack of memory or of an index for the
+ *          thread: it is then never found. */
 QAL_API uint64_t qal_uid_new(uint64_t first, uint64_t second);
 
 /** Returns the id that the next qal_uid_new() will hand out.
