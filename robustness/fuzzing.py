@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Every fuzz target for a while, as many at once as there are processors. An input that fails, or takes
-longer than ten seconds, is left in the fuzz build and named; it belongs into the area's bundle, under
-a name, with the fix. The runs of all forms add up, for as long as a target is the same program: what is
-wanted before a release takes days, and need not be run at once.
+longer than a minute, is left in the fuzz build and named; it belongs into the area's bundle, under a
+name, with the fix. (On a busy machine any input may take ten seconds.) The runs of all forms add up, for
+as long as a target is the same program: what is wanted before a release takes days, and need not be run
+at once.
 """
 import concurrent.futures
 import hashlib
@@ -61,7 +62,7 @@ def run(target, form, so_far):
     for directory in (own, findings):
         directory.mkdir(parents=True, exist_ok=True)
     command = [program(target), *limits(target, form, so_far), "-print_final_stats=1",
-               "-rss_limit_mb=2048", "-timeout=10", f"-artifact_prefix={findings}/", own,
+               "-rss_limit_mb=2048", "-timeout=60", f"-artifact_prefix={findings}/", own,
                corpora.unpacked(target)]
     done = subprocess.run(command, capture_output=True, text=True, errors="replace", check=False)
     runs = re.search(r"number_of_executed_units: (\d+)", done.stderr)
