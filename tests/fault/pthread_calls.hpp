@@ -7,6 +7,7 @@
 #include <sys/time.h>
 
 #include <atomic>
+#include <cstddef>
 #include <ctime>
 #include <functional>
 #include <optional>
@@ -34,7 +35,7 @@ class Call {
 };
 
 struct PthreadCalls {
-  Call attr_init, create, join, cancel, key_create;
+  Call attr_init, attr_setstacksize, create, join, cancel, key_create;
   Call mutex_init, mutex_destroy, mutex_lock, mutex_trylock, mutex_unlock;
   Call cond_init, cond_destroy, cond_signal, cond_broadcast, cond_wait, cond_timedwait;
   Call stop_here;
@@ -79,6 +80,12 @@ int __wrap_pthread_attr_init(pthread_attr_t *attributes) {
   if (const int error = calls.attr_init.enter()) return error;
   calls.order += "+attr ";
   return __real_pthread_attr_init(attributes);
+}
+
+int __real_pthread_attr_setstacksize(pthread_attr_t *attributes, std::size_t size);
+int __wrap_pthread_attr_setstacksize(pthread_attr_t *attributes, std::size_t size) {
+  if (const int error = calls.attr_setstacksize.enter()) return error;
+  return __real_pthread_attr_setstacksize(attributes, size);
 }
 
 int __real_pthread_attr_destroy(pthread_attr_t *attributes);

@@ -160,6 +160,16 @@ TEST_F(ThreadCreateFault, FailsWithoutAttributes) {
   EXPECT_EQ(stops(), 0);
 }
 
+TEST_F(ThreadCreateFault, StartsNoThreadWithAnotherStack) {
+  const int creations = calls.create.count();
+  calls.order.clear();
+  const Created created = refused(calls.attr_setstacksize, EINVAL, [] { return create(); });
+  EXPECT_EQ(created.status, -1);
+  EXPECT_EQ(created.index, 1);
+  EXPECT_EQ(calls.create.count(), creations);
+  EXPECT_EQ(calls.order, "+attr -attr ");
+}
+
 TEST_F(ThreadCreateFault, KeepsTheSlotOfAFailedStartUntilItIsJoined) {
   EXPECT_EQ(refused(calls.create, EAGAIN, [] { return create(); }).index, 1);
   go_round_to(last_index);

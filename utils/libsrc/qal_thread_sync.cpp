@@ -59,12 +59,14 @@ timespec deadline_after(float seconds) {
 int qal_thread_create_sys(QalThreadHandle *handle_out, int index) {
   pthread_attr_t attributes;
   if (!handle_out || pthread_attr_init(&attributes) != 0) return QAL_THREAD_FAILED;
-  pthread_attr_setstacksize(&attributes, stack_size_bytes);
   void *const argument = reinterpret_cast<void *>(static_cast<std::intptr_t>(index));
   // A start that fails may overwrite the handle it is given, and the caller's may be that of a
   // thread still to be joined.
   QalThreadHandle handle;
-  const int status = pthread_create(&handle, &attributes, qal_thread_start_void, argument);
+  int status = pthread_attr_setstacksize(&attributes, stack_size_bytes);
+  if (status == 0) {
+    status = pthread_create(&handle, &attributes, qal_thread_start_void, argument);
+  }
   pthread_attr_destroy(&attributes);
   if (status == 0) *handle_out = handle;
   return status_of(status);
