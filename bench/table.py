@@ -230,7 +230,7 @@ of its repetitions.
 
 - The *ratio* is our time divided by the peer's: below 1 is faster than the peer. It is the median over the runs; the
   *worst* is the greatest of them, and the *spread* is from the least to the greatest, as a part of the median.
-- *Busy* is the ratio while another process always wants one of the processors.
+- *Busy* is the ratio while another process always wants a processor: two of them in rows that have one anyway.
 - The *target* is the greatest ratio that we accept. A row above it is missed, and says why.
 - The *floor* is the time of the steps that no implementation of the same contract can leave out, and says which they are.
   A row whose peer is the floor compares with it.
