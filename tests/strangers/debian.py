@@ -59,8 +59,8 @@ class Root:
 
     def __enter__(self):
         self.directory.__enter__()
-        self.path.chmod(0o755)
         run(["tar", "-xf", self.archive, "-C", self.path])
+        self.path.chmod(0o755)  # the archive has the mode of a temporary directory
         shutil.copy("/etc/resolv.conf", self.path / "etc/resolv.conf")
         return self
 
