@@ -6,9 +6,9 @@
  *  because it makes the registry: without one ids are handed out but none is found.
  *
  *  Errors: when there was no memory for a chunk of records, or of the lists that hold them, the
- *  lock of that pool stays held (mpool.h). The next call that needs this lock waits for ever, as a
- *  new id may for both and the retiring of one for the records. It holds the registry's lock, so
- *  that every later call of any thread waits too.
+ *  lock of that pool stays held (mpool.h). A new id may need either lock; retiring a registered id
+ *  needs that of the records. The next call that needs the held one waits for it for ever and holds
+ *  the registry's lock, so that every later call of any thread waits too.
  *
  *  Threads: once the registry is made, any thread may call any function, also a std::thread or a
  *  pthread: the registry's lock guards the pool of its records as well.
