@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Every fuzz target for a while, as many at once as there are processors. An input that fails, or takes
 longer than a minute, is left in the fuzz build and named; it belongs into the area's bundle, under a
-name, with the fix. (On a busy machine any input may take ten seconds.) The runs of all forms add up, for
-as long as a target is the same program: what is wanted before a release takes days, and need not be run
-at once.
+name, with the fix. On a busy machine any input may take ten seconds; the fuzzer leaves it there as a slow
+unit, which is no failure. The runs of all forms add up, for as long as a target is the same program: what
+is wanted before a release takes days, and need not be run at once.
 """
 import concurrent.futures
 import hashlib
