@@ -21,7 +21,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "input.hpp"
@@ -32,10 +31,10 @@
 #include "support/guarded_room.hpp"
 #include "support/log_capture.hpp"
 
-// The resolution happens once per process. Here its states belong to a thread, so that each new
-// thread resolves anew; and the platform's word is the scenario's. All headers that the two units
-// need stand above, where "static" still has its meaning.
-#define static thread_local
+// The resolution happens once per process. Here its states lie in a section of their own, so that
+// they can be put back; and the platform's word is the scenario's. All headers that the two units
+// need stand above, where "static" means no more than it says.
+#define static static __attribute__((section("resolution")))
 #define qal_zul_arch platform_word
 #include "installation.cpp"
 #undef qal_zul_arch
@@ -57,6 +56,14 @@ using qal::test::ModelDirectories;
 
 constexpr const char *variables[] = {"ZUL_HOME", "ZUL_USER_HOMEDIR", "TRANSPORT_DIR",
                                      "LAUNCH_CONFIG_DIR", "TMPDIR"};
+
+extern "C" char __start_resolution[];  // both named by the linker
+extern "C" char __stop_resolution[];
+
+void forget_resolution() {
+  static const std::string at_start{__start_resolution, __stop_resolution};
+  std::copy(at_start.begin(), at_start.end(), __start_resolution);
+}
 
 enum TemporaryPlace { missing, directory, file };
 
@@ -188,8 +195,8 @@ void check_resolution() {
     std::fill(text.begin(), text.end(), '#');
   }
   const LogCapture log;
-  const auto resolve = [] { query_env_vars(scenario->world.product.c_str()); };
-  std::thread{resolve}.join();
+  forget_resolution();
+  query_env_vars(scenario->world.product.c_str());
   require(log.text() == expected_log(), "the log tells what was found");
   check_texts(model_directories(scenario->world));
 }
