@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qal::test {
@@ -29,7 +30,7 @@ inline std::string compact_model(const std::string &in) {
       continue;
     }
     const std::size_t last = out.find_last_of("/\\");
-    if (in.substr(i + 1, 2) == ".." && is_separator(byte_at(in, i + 3)) &&
+    if (in.compare(i + 1, 2, "..") == 0 && is_separator(byte_at(in, i + 3)) &&
         last != std::string::npos) {
       out.erase(last);
       i += 3;
@@ -48,7 +49,7 @@ inline std::string convert_model(std::string path, std::uint32_t flags) {
     if (is_separator(byte)) byte = backslash ? '\\' : '/';
   }
   for (std::size_t i = 0; i < path.size() && (flags & 0x100U) != 0; ++i) {
-    const bool illegal = std::string(":*?\"<>|").find(path[i]) != std::string::npos;
+    const bool illegal = std::string_view(":*?\"<>|").find(path[i]) != std::string_view::npos;
     if (illegal && !(i == 1 && path[i] == ':')) path[i] = '_';
   }
   return (flags & 0x200U) != 0 ? compact_model(path) : path;
@@ -61,14 +62,11 @@ struct Normalised {
 
 inline std::vector<std::string> segments_of(const std::string &text) {
   std::vector<std::string> segments;
-  std::string segment;
-  for (const char byte : text + "/") {
-    if (byte != '/') {
-      segment += byte;
-    } else if (!segment.empty()) {
-      segments.push_back(segment);
-      segment.clear();
-    }
+  std::size_t start = text.find_first_not_of('/');
+  while (start != std::string::npos) {
+    const std::size_t end = std::min(text.find('/', start), text.size());
+    segments.push_back(text.substr(start, end - start));
+    start = text.find_first_not_of('/', end);
   }
   return segments;
 }
@@ -177,10 +175,10 @@ inline const char *extension_model(const std::string &arch, unsigned kind) {
                                                  {"", ".o", ".a", ".sl"},
                                                  {"", ".o", ".a", ".dylib"},
                                                  {".exe", ".obj", ".lib", ".dll"}};
-  const std::vector<std::string> words[4] = {
+  static const std::vector<std::string_view> words[4] = {
       {"linux", "sun", "sgi", "cpq", "ibm"}, {"hp"}, {"apple"}, {"win"}};
   for (int family = 0; family < 4 && kind < 4; ++family) {
-    for (const std::string &word : words[family]) {
+    for (const std::string_view word : words[family]) {
       if (arch.find(word) != std::string::npos) return suffixes[family][kind];
     }
   }
