@@ -14,6 +14,7 @@ import json
 import os
 import re
 import subprocess
+import threading
 
 import corpora
 import figures
@@ -21,16 +22,20 @@ from figures import areas
 
 SECONDS = {"quick": 5, "full": 600, "release": 7200}  # at most, for an area
 TARGETS = areas.all_of("fuzz")
+# Those that start up to a hundred threads for an input; tests/schedules follows the same code in order.
+OF_THREADS = ("barrier", "reduce", "sema")
 # Targets that share the time of one area, but before a release.
-SHARING = (("hash", "hash_pairs", "list", "mpool", "plist", "temp_mem", "uid"),
-           ("barrier", "reduce", "sema"))
+SHARING = (("hash", "hash_pairs", "list", "mpool", "plist", "temp_mem", "uid"), OF_THREADS)
 # Those whose input is text, of which there is more to tell apart.
 OF_TEXT = ("directories", "files", "logger", "path", "record", "text", "wildcard")
-BEFORE_RELEASE = {"text": 8, "other": 7}  # the runs of each target of a kind, as a power of 10
-LONGEST = {"text": 640, "other": 128}  # input before a release: twice the longest field of a record
+# Before a release: the runs of each target of a kind, as a power of 10, and its longest input. That of a
+# text is more than twice the longest field of a record.
+BEFORE_RELEASE = {"text": 8, "other": 7, "threaded": 5}
+LONGEST = {"text": 640, "other": 128, "threaded": 128}
 # What an input frees stays forbidden until the next ones, but does not push the rest out of the cache.
 ENVIRONMENT = {**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1"}
 COUNTS = figures.BUILD / "fuzz" / "runs.json"
+COUNTING = threading.Lock()
 
 
 def program(target):
@@ -47,44 +52,56 @@ def identity(target):
 
 
 def kind_of(target):
-    return "text" if target in OF_TEXT else "other"
+    return "text" if target in OF_TEXT else "threaded" if target in OF_THREADS else "other"
 
 
-def runs_so_far(targets):
-    """Of each as the program that it is now."""
-    kept = json.loads(COUNTS.read_text()) if COUNTS.exists() else {}
-    return {target: kept.get(identity(target), 0) for target in targets}
+def kept_counts():
+    """By what the program is, so that a target that changes begins anew."""
+    return json.loads(COUNTS.read_text()) if COUNTS.exists() else {}
 
 
-def limits(target, form, so_far):
+def runs_so_far(target):
+    return kept_counts().get(identity(target), 0) if program(target).exists() else 0
+
+
+def keep_count(target, runs):
+    """At once, as the measurement may be stopped before the other targets have ended."""
+    with COUNTING:
+        counts = {**kept_counts(), identity(target): runs_so_far(target) + runs}
+        COUNTS.write_text(json.dumps(counts, indent=1))
+
+
+def limits(target, form):
     longest = f"-max_total_time={seconds(target, form)}"
     if form != "release":
         return [longest]
     kind = kind_of(target)
-    left = 10**BEFORE_RELEASE[kind] - so_far
+    left = 10**BEFORE_RELEASE[kind] - runs_so_far(target)
     return [f"-runs={max(left, 1)}", f"-max_len={LONGEST[kind]}", longest]
 
 
-def run(target, form, so_far):
+def run(target, form):
     """(runs made, whether all properties held)."""
     own = figures.BUILD / "fuzz" / "corpus" / target
     findings = figures.BUILD / "fuzz" / "findings" / target
     for directory in (own, findings):
         directory.mkdir(parents=True, exist_ok=True)
-    command = [program(target), *limits(target, form, so_far), "-print_final_stats=1",
+    command = [program(target), *limits(target, form), "-print_final_stats=1",
                "-rss_limit_mb=2048", "-timeout=60", f"-artifact_prefix={findings}/", own,
                corpora.unpacked(target)]
     done = subprocess.run(command, capture_output=True, text=True, errors="replace", check=False,
                           env=ENVIRONMENT)
-    runs = re.search(r"number_of_executed_units: (\d+)", done.stderr)
+    made = re.search(r"number_of_executed_units: (\d+)", done.stderr)
+    runs = int(made[1]) if made else 0
+    keep_count(target, runs)
     if done.returncode != 0:
         print(f"{target} failed, its input is below {findings}\n{done.stderr[-2000:]}")
-    return int(runs[1]) if runs else 0, done.returncode == 0
+    return runs, done.returncode == 0
 
 
-def before_release(kind, so_far):
+def before_release(kind):
     power = BEFORE_RELEASE[kind]
-    runs = {target: so_far.get(target, 0) for target in TARGETS if kind_of(target) == kind}
+    runs = {target: runs_so_far(target) for target in TARGETS if kind_of(target) == kind}
     least = min(runs, key=runs.get)
     enough = sum(count >= 10**power for count in runs.values())
     return figures.Figure(f"fuzz runs of {kind} targets, all forms", f"10^{power} each",
@@ -95,19 +112,16 @@ def before_release(kind, so_far):
 def measure(form):
     built = [target for target in TARGETS if program(target).exists()]
     built.sort(key=lambda target: -seconds(target, form))  # no long one ends alone
-    so_far = runs_so_far(built)
     with concurrent.futures.ThreadPoolExecutor(figures.JOBS) as pool:
-        results = dict(zip(built, pool.map(lambda target: run(target, form, so_far[target]), built)))
+        results = dict(zip(built, pool.map(lambda target: run(target, form), built)))
     failed = [target for target, (_, held) in results.items() if not held]
     total = sum(runs for runs, _ in results.values())
     yield figures.Figure("fuzz targets", f"{len(TARGETS)}", f"{len(built)}", len(built) == len(TARGETS))
     yield figures.Figure("open fuzz findings", "0",
                          f"{len(failed)} in {total / 1e6:.1f} million runs {' '.join(failed)}".strip(),
                          not failed)
-    so_far = {target: so_far[target] + runs for target, (runs, _) in results.items()}
-    COUNTS.write_text(json.dumps({identity(target): runs for target, runs in so_far.items()}, indent=1))
     for kind in BEFORE_RELEASE:
-        yield before_release(kind, so_far)
+        yield before_release(kind)
 
 
 if __name__ == "__main__":
