@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <qal/thread.h>
 
+#include <functional>
+
 #include "schedules.hpp"
 
 namespace {
@@ -8,8 +10,11 @@ namespace {
 using qal::test::Are;
 using qal::test::every_schedule;
 using qal::test::most_preemptions;
+using qal::test::Points;
 using qal::test::replay;
 using qal::test::Search;
+using qal::test::Team;
+using qal::test::team_of;
 using qal::test::together;
 
 using SemaSchedules = qal::test::Schedules;
@@ -37,6 +42,35 @@ void take_permits(int takers, int permits) {
   EXPECT_EQ(qal_thread_sema_destroy(&semaphore), 0);
 }
 
+// Two threads take a permit each, but the first one is cancelled as it waits or has passed. Two
+// permits are enough for whoever is left, and one comes back from who did not pass.
+void take_permits_and_cancel(int releases_before) {
+  QalThreadSema semaphore;
+  EXPECT_EQ(qal_thread_sema_init(&semaphore, 0), 0);
+  int taken = 0;
+  Team team;
+  const std::function<void(int)> task = [&](int i) {
+    const Points points;
+    if (i < 2) {
+      EXPECT_EQ(qal_thread_sema_wait(&semaphore), 0);
+      ++taken;
+      return;
+    }
+    for (int made = 0; made < 2; ++made) {
+      if (made == releases_before) team.front()->cancel();
+      EXPECT_EQ(qal_thread_sema_release(&semaphore), 0);
+    }
+    if (releases_before == 2) team.front()->cancel();
+  };
+  team = team_of(3, task);
+  const bool was_cancelled = team[0]->join() == QAL_THREAD_NO_RESULT;
+  team.clear();
+  EXPECT_EQ(taken, was_cancelled ? 1 : 2);
+  EXPECT_EQ(semaphore.count, 2 - taken);
+  EXPECT_EQ(semaphore.waiters, 0);
+  EXPECT_EQ(qal_thread_sema_destroy(&semaphore), 0);
+}
+
 TEST_F(SemaSchedules, OneThreadIsReleased) {
   expect_every_good(most_preemptions, Are::different, [] { take_permits(1, 0); });
 }
@@ -47,6 +81,18 @@ TEST_F(SemaSchedules, TwoThreadsAreReleased) {
 
 TEST_F(SemaSchedules, TwoThreadsShareOnePermitUntilThereIsAnother) {
   expect_every_good(most_preemptions, Are::different, [] { take_permits(2, 1); });
+}
+
+TEST_F(SemaSchedules, AThreadIsCancelledBeforeItIsReleased) {
+  expect_every_good(most_preemptions, Are::different, [] { take_permits_and_cancel(0); });
+}
+
+TEST_F(SemaSchedules, AThreadIsCancelledBetweenTheReleases) {
+  expect_every_good(most_preemptions, Are::different, [] { take_permits_and_cancel(1); });
+}
+
+TEST_F(SemaSchedules, AThreadIsCancelledAfterTheReleases) {
+  expect_every_good(most_preemptions, Are::different, [] { take_permits_and_cancel(2); });
 }
 
 TEST_F(SemaSchedules, SevenThreadsAreReleased) {

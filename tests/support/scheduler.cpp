@@ -22,6 +22,7 @@ using qal::internal::Patience;
 extern "C" {
 int __real_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
 int __real_pthread_join(pthread_t, void **);
+int __real_pthread_cancel(pthread_t);
 int __real_pthread_mutex_lock(pthread_mutex_t *);
 int __real_pthread_mutex_trylock(pthread_mutex_t *);
 int __real_pthread_mutex_unlock(pthread_mutex_t *);
@@ -53,8 +54,14 @@ struct State {
   bool has_points = false;
   bool has_begun = false;
   bool has_ended = false;
+  bool can_be_cancelled = false;  // as it waits for a signal
+  bool is_cancelled = false;
+  bool is_to_unwind = false;
   int looks = 0;
 };
+
+// Unwinds a thread that was cancelled, in place of what would end the platform thread.
+struct Cancellation {};
 
 // A platform thread, which serves one run after the other as long as the process lives.
 struct Thread {
@@ -164,7 +171,10 @@ void *serve(void *thread) {
   for (;;) {
     await(self->turn);
     self->state.has_begun = true;
-    self->state.routine(self->state.argument);
+    try {
+      self->state.routine(self->state.argument);
+    } catch (const Cancellation &) {
+    }
     self->state.has_ended = true;
     run.steps.emplace_back(self->number, "ends");
     wake(next_thread(false));
@@ -189,6 +199,19 @@ Thread *start(void *(*routine)(void *), void *argument, bool has_points) {
 int take(pthread_mutex_t *mutex) {
   self->state.mutex = nullptr;
   return __real_pthread_mutex_lock(mutex);
+}
+
+bool may_be_cancelled() {
+  int state = PTHREAD_CANCEL_DISABLE;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+  pthread_setcancelstate(state, nullptr);
+  return state == PTHREAD_CANCEL_ENABLE;
+}
+
+Thread *served_by(pthread_t handle) {
+  return *std::ranges::find_if(run.threads, [handle](const Thread *thread) {
+    return pthread_equal(thread->handle, handle) != 0;
+  });
 }
 
 void *run_body(void *body) {
@@ -297,11 +320,20 @@ int __wrap_pthread_create(pthread_t *handle, const pthread_attr_t *attributes,
 
 int __wrap_pthread_join(pthread_t handle, void **value) {
   if (!self) return __real_pthread_join(handle, value);
-  self->state.joined = *std::ranges::find_if(run.threads, [handle](const Thread *thread) {
-    return pthread_equal(thread->handle, handle) != 0;
-  });
+  self->state.joined = served_by(handle);
   point("joins a thread");
   self->state.joined = nullptr;
+  return 0;
+}
+
+int __wrap_pthread_cancel(pthread_t handle) {
+  if (!self) return __real_pthread_cancel(handle);
+  point("cancels a thread");
+  State &state = served_by(handle)->state;
+  state.is_cancelled = true;
+  if (!state.condition || !state.can_be_cancelled) return 0;
+  state.condition = nullptr;
+  state.is_to_unwind = true;
   return 0;
 }
 
@@ -325,12 +357,17 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
 
 int __wrap_pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex) {
   if (!self) return __real_pthread_cond_wait(condition, mutex);
+  State &state = self->state;
   point("waits");
+  state.can_be_cancelled = may_be_cancelled();
+  if (state.is_cancelled && state.can_be_cancelled) throw Cancellation{};
   __real_pthread_mutex_unlock(mutex);
-  self->state.mutex = mutex;
-  self->state.condition = condition;
+  state.mutex = mutex;
+  state.condition = condition;
   point("sleeps");
-  return take(mutex);
+  const int status = take(mutex);
+  if (state.is_to_unwind) throw Cancellation{};
+  return status;
 }
 
 int __wrap_pthread_cond_signal(pthread_cond_t *condition) {
