@@ -11,6 +11,7 @@ namespace {
 using qal::test::Are;
 using qal::test::most_preemptions;
 using qal::test::quick_preemptions;
+using qal::test::Team;
 using qal::test::together;
 
 using BarrierSchedules = qal::test::Schedules;
@@ -32,6 +33,26 @@ void meet(int threads, int cycles) {
   });
   EXPECT_EQ(last_arrivals, cycles);
   EXPECT_EQ(qal_thread_barrier_destroy(&barrier), 0);
+}
+
+// Who waits at a barrier is needed there: cancelling it changes nothing.
+void meet_though_cancelled() {
+  QalThreadBarrier barrier;
+  EXPECT_EQ(qal_thread_barrier_init(&barrier), 0);
+  Team team;
+  const auto results = together(team, 3, [&](int i) {
+    if (i < 2) {
+      EXPECT_NE(qal_thread_barrier(&barrier, 2), QAL_THREAD_BARRIER_FAILED);
+    } else {
+      team.front()->cancel();
+    }
+  });
+  EXPECT_EQ(results, std::vector<int>(3, 0));
+  EXPECT_EQ(qal_thread_barrier_destroy(&barrier), 0);
+}
+
+TEST_F(BarrierSchedules, TwoThreadsMeetThoughOneIsCancelled) {
+  expect_every_good(most_preemptions, Are::different, meet_though_cancelled);
 }
 
 TEST_F(BarrierSchedules, TwoThreadsMeet) {

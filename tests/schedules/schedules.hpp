@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "stress/stress.hpp"
 #include "support/scheduler.hpp"
@@ -13,13 +14,23 @@
 
 namespace qal::test {
 
-// Runs `task(0)` to `task(count - 1)` at once. Their calls are points; those that start and join
-// them are not.
-inline void together(int count, const std::function<void(int)> &task) {
-  run_together(count, [&task](int i) {
+// Runs `task(0)` to `task(count - 1)` at once, and returns what each was joined with. Their calls
+// are points; those that start and join them are not, so that all of the team are there when one
+// begins.
+inline std::vector<int> together(Team &team, int count, const std::function<void(int)> &task) {
+  const std::function<void(int)> with_points = [&task](int i) {
     const Points points;
     task(i);
-  });
+  };
+  team = team_of(count, with_points);
+  std::vector<int> results;
+  for (const auto &member : team) results.push_back(member->join());
+  return results;
+}
+
+inline void together(int count, const std::function<void(int)> &task) {
+  Team team;
+  together(team, count, task);
 }
 
 constexpr int most_preemptions = 3;

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <qal/thread.h>
 
-#include <functional>
-
 #include "schedules.hpp"
 
 namespace {
@@ -10,11 +8,10 @@ namespace {
 using qal::test::Are;
 using qal::test::every_schedule;
 using qal::test::most_preemptions;
-using qal::test::Points;
+using qal::test::quick_preemptions;
 using qal::test::replay;
 using qal::test::Search;
 using qal::test::Team;
-using qal::test::team_of;
 using qal::test::together;
 
 using SemaSchedules = qal::test::Schedules;
@@ -49,8 +46,7 @@ void take_permits_and_cancel(int releases_before) {
   EXPECT_EQ(qal_thread_sema_init(&semaphore, 0), 0);
   int taken = 0;
   Team team;
-  const std::function<void(int)> task = [&](int i) {
-    const Points points;
+  const auto results = together(team, 3, [&](int i) {
     if (i < 2) {
       EXPECT_EQ(qal_thread_sema_wait(&semaphore), 0);
       ++taken;
@@ -61,11 +57,8 @@ void take_permits_and_cancel(int releases_before) {
       EXPECT_EQ(qal_thread_sema_release(&semaphore), 0);
     }
     if (releases_before == 2) team.front()->cancel();
-  };
-  team = team_of(3, task);
-  const bool was_cancelled = team[0]->join() == QAL_THREAD_NO_RESULT;
-  team.clear();
-  EXPECT_EQ(taken, was_cancelled ? 1 : 2);
+  });
+  EXPECT_EQ(taken, results.front() == QAL_THREAD_NO_RESULT ? 1 : 2);
   EXPECT_EQ(semaphore.count, 2 - taken);
   EXPECT_EQ(semaphore.waiters, 0);
   EXPECT_EQ(qal_thread_sema_destroy(&semaphore), 0);
@@ -84,15 +77,15 @@ TEST_F(SemaSchedules, TwoThreadsShareOnePermitUntilThereIsAnother) {
 }
 
 TEST_F(SemaSchedules, AThreadIsCancelledBeforeItIsReleased) {
-  expect_every_good(most_preemptions, Are::different, [] { take_permits_and_cancel(0); });
+  expect_every_good(quick_preemptions(), Are::different, [] { take_permits_and_cancel(0); });
 }
 
 TEST_F(SemaSchedules, AThreadIsCancelledBetweenTheReleases) {
-  expect_every_good(most_preemptions, Are::different, [] { take_permits_and_cancel(1); });
+  expect_every_good(quick_preemptions(), Are::different, [] { take_permits_and_cancel(1); });
 }
 
 TEST_F(SemaSchedules, AThreadIsCancelledAfterTheReleases) {
-  expect_every_good(most_preemptions, Are::different, [] { take_permits_and_cancel(2); });
+  expect_every_good(quick_preemptions(), Are::different, [] { take_permits_and_cancel(2); });
 }
 
 TEST_F(SemaSchedules, SevenThreadsAreReleased) {
