@@ -1,12 +1,12 @@
 // Runs the threads of a body one at a time and decides at each of their calls who goes on.
 //
 // The calls by which the library starts, joins and cancels threads, locks and unlocks, waits,
-// signals, yields and stays awake at a barrier are points. A schedule is what was chosen at the points of a
-// run; the same choices make the same run. A thread goes on at a point unless another one is
-// preferred, which is a preemption. When it waits or has ended, anybody goes on for nothing, and a
-// signal wakes any one sleeper. When it yields, the next in turn goes on; to choose otherwise is a
-// preemption, too, and so is a sleeper that wakes without cause. What lies between two points is
-// one step: loads and stores without a lock are not interrupted there, and nothing is said about
+// signals, yields and stays awake at a barrier are points. A schedule is what was chosen at the
+// points of a run; the same choices make the same run. A thread goes on at a point unless another
+// one is preferred, which is a preemption. When it waits or has ended, anybody goes on for nothing,
+// and a signal wakes any one sleeper. When it yields, the next in turn goes on; to choose otherwise
+// is a preemption, too, and so is a sleeper that wakes without cause. What lies between two points
+// is one step: loads and stores without a lock are not interrupted there, and nothing is said about
 // the order in which processors see them. A thread that was cancelled ends when it waits for a
 // signal.
 #pragma once
