@@ -48,6 +48,7 @@ bool keep_only_deleting_in(const char *const * /*directories*/, std::size_t /*co
   return false;
 }
 
-const char *curl_library_name() { return "libcurl.4.dylib"; }
+// Whole, because the loader would look for a bare name in the working directory first.
+const char *curl_library_name() { return "/usr/lib/libcurl.4.dylib"; }
 
 }  // namespace qal::internal::platform
