@@ -60,7 +60,7 @@ int expfnam(const char *name, int length, char *out, int capacity);
  *          directory. */
 int our_tempdir(char *out, int capacity);
 
-/** Counts the lines of a text file that are not blank.
+/** Counts the lines of a text file that are not empty.
  *
  *  @param path  the file, expanded as by expfnam() to fewer than 499 bytes.
  *  @return the number of non-empty lines, the last one with or without its line feed, at most

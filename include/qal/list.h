@@ -96,7 +96,7 @@ QAL_API void qal_list_destroy(QalList **list_address);
 /** Takes a fresh element from a list's pool, without linking it in.
  *
  *  @param list  the list.
- *  @return the payload, as of qal_list_alloc2(); null also for a null list. */
+ *  @return the payload, as from qal_list_alloc2(); null also for a null list. */
 QAL_API void *qal_list_alloc(QalList *list);
 
 /** Takes a fresh element from a pool.
