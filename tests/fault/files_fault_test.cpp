@@ -64,6 +64,8 @@ std::deque<FakeEntry> more_entries;  // of the directory that is read next, behi
 
 std::vector<ino_t> synchronised;  // the files that fsync was called for
 
+bool empty_files_are_one = false;  // they have the same inode then, as on some file systems
+
 std::function<void()> after_fstat;  // where there is something to do then
 
 std::map<std::string, mode_t> played_kinds;  // by file name, in place of the real ones
@@ -166,6 +168,7 @@ int __wrap_stat(const char *path, struct stat *info) {
 int __wrap_fstat(int file, struct stat *info) {
   if (fails("fstat")) return -1;
   const int result = __real_fstat(file, info);
+  if (empty_files_are_one && info->st_size == 0) info->st_ino = 1;
   if (after_fstat) after_fstat();
   return result;
 }
@@ -334,6 +337,13 @@ TEST_F(CopyFault, WhatCannotBeExaminedIsNotTouched) {
   }
 }
 
+TEST_F(CopyFault, ANewFileIsNeverTakenForItsSource) {
+  empty_files_are_one = true;
+  const int status = qal_file_copy(scratch.file("empty").c_str(), to.c_str(), 0);
+  empty_files_are_one = false;
+  EXPECT_EQ(status, QAL_STATUS_OK);
+}
+
 TEST_F(CopyFault, ADestinationThatCannotBeEmptiedFails) {
   scratch.file("to", "kept");
   EXPECT_EQ(copy({{"ftruncate", fail_all(EIO)}}), QAL_STATUS_FAILED);
@@ -500,12 +510,12 @@ TEST_F(TreeFault, EveryCallThatFailsEndsTheRemovalAndLeaksNothing) {
   }
 }
 
-// What is not passed over cannot be removed, as there is no such file.
+// What is not passed over cannot be removed, as there is no such directory.
 TEST_F(TreeFault, ANameOfMoreThan255BytesIsPassedOver) {
   for (const std::size_t length : {std::size_t{256}, std::size_t{255}}) {
     const std::string name(length, 'n');
-    more_entries.emplace_back(name, DT_REG);
-    played_kinds[name] = S_IFREG;
+    more_entries.emplace_back(name, DT_DIR);
+    played_kinds[name] = S_IFDIR;
     EXPECT_EQ(remove({}), length > 255 ? QAL_STATUS_OK : QAL_STATUS_FAILED);
     EXPECT_TRUE(more_entries.empty());
     scratch.directory("tree");
@@ -525,6 +535,15 @@ TEST_F(TreeFault, TheFirstFileThatStaysIsTheLastOneTried) {
   EXPECT_EQ(remove({{"unlinkat", fail_nth(1, EIO)}, {"rmdirat", never}}), QAL_STATUS_FAILED);
   EXPECT_EQ(made_calls, Lines{"unlinkat"});
   EXPECT_EQ(names_in(tree), (Lines{"a", "b", "d"}));
+}
+
+// Some file systems remove a file's companion together with it.
+TEST_F(TreeFault, AFileThatIsGoneAlreadyIsRemoved) {
+  more_entries.emplace_back("gone", DT_REG);
+  played_kinds["gone"] = S_IFREG;
+  EXPECT_EQ(remove({{"unlinkat", never}}), QAL_STATUS_OK);
+  EXPECT_EQ(made_calls, Lines(5, "unlinkat"));
+  EXPECT_FALSE(exists(tree));
 }
 
 TEST_F(TreeFault, FilesGoBeforeSubdirectoriesAndThoseBeforeTheirParent) {

@@ -50,6 +50,10 @@ const int *upper_case_of_ascii(int (&room)[ascii_count]);
 // that by itself. It may stop anywhere. The caller reads and writes the rest and sees any error.
 void copy_in_kernel(int from, int to);
 
+// Waits until a file's content is on the disk itself, as far as the system lets a program wait for
+// it. The result is fsync's.
+int sync_to_disk(int file);
+
 // Not 0 while the process has one thread, as far as the system knows: it changes this when a thread
 // is started. Always 0 where the system does not say.
 extern const char &single_threaded;

@@ -1,4 +1,5 @@
-// Linux: pipes, commands, copying in the kernel, whether there are threads, wiping of secrets.
+// Linux: pipes, commands, copying in the kernel, synchronising, whether there are threads, wiping
+// of secrets.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -31,6 +32,8 @@ void copy_in_kernel(int from, int to) {
              [&] { return copy_file_range(from, nullptr, to, nullptr, at_once, 0); }) > 0) {
   }
 }
+
+int sync_to_disk(int file) { return fsync(file); }
 
 #if __has_include(<sys/single_threaded.h>)
 constinit const char &single_threaded = __libc_single_threaded;

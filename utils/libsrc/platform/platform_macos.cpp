@@ -1,4 +1,4 @@
-// macOS: pipes, commands, error texts, the upper-case table, wiping of secrets.
+// macOS: pipes, commands, error texts, the upper-case table, synchronising, wiping of secrets.
 
 // memset_s is declared only on request.
 #define __STDC_WANT_LIB_EXT1__ 1
@@ -36,6 +36,9 @@ const int *upper_case_of_ascii(int (&room)[ascii_count]) {
 
 // Does nothing: the system's call does not say how much it has copied when it fails.
 void copy_in_kernel(int /*from*/, int /*to*/) {}
+
+// fsync leaves the content in the drive's cache. Not every file system has the command beyond it.
+int sync_to_disk(int file) { return fcntl(file, F_FULLFSYNC) == 0 ? 0 : fsync(file); }
 
 // The C library does not say whether there is one thread.
 constexpr char unknown = 0;

@@ -43,11 +43,17 @@ bool emptied(int file, const struct stat &info) {
   return retry_interrupted([file] { return ftruncate(file, 0); }) == 0;
 }
 
-// Opens without truncating, because only the open file shows whether it is the source itself.
+// A new file first, as some file systems give all empty files one inode. What exists is opened
+// without truncating, because only the open file shows whether it is the source itself.
 Descriptor open_destination(const char *path, const struct stat &source) {
   const auto permissions = static_cast<mode_t>(source.st_mode & 0777);
-  Descriptor file{
-      retry_interrupted([&] { return open(path, O_WRONLY | O_CREAT | O_CLOEXEC, permissions); })};
+  const auto opened = [path, permissions](int more_flags) {
+    return Descriptor{retry_interrupted(
+        [=] { return open(path, O_WRONLY | O_CREAT | O_CLOEXEC | more_flags, permissions); })};
+  };
+  Descriptor file = opened(O_EXCL);
+  if (file || errno != EEXIST) return file;
+  file = opened(0);
   struct stat info;
   if (!file || fstat(file.get(), &info) != 0) return Descriptor{};
   if (is_same_file(source, info) || !emptied(file.get(), info)) return Descriptor{};
@@ -80,7 +86,8 @@ bool has_no_disk(int error) {
 }
 
 bool reached_disk(int file) {
-  return retry_interrupted([file] { return fsync(file); }) == 0 || has_no_disk(errno);
+  return retry_interrupted([file] { return platform::sync_to_disk(file); }) == 0 ||
+         has_no_disk(errno);
 }
 
 // The name of a new file is on the disk once its directory is. A directory that may be written to

@@ -125,9 +125,13 @@ std::optional<Identity> identity_of(DIR *directory) {
   return Identity{info.st_dev, info.st_ino};
 }
 
+// Some file systems remove a file's companion together with it, so one may be gone already.
+bool remove_file(int here, const char *name) {
+  return !is_ambiguous(name) && (unlinkat(here, name, 0) == 0 || errno == ENOENT);
+}
+
 bool remove_files(int here, const NameList &names) {
-  return names.all_of(
-      [here](const char *name) { return !is_ambiguous(name) && unlinkat(here, name, 0) == 0; });
+  return names.all_of([here](const char *name) { return remove_file(here, name); });
 }
 
 bool remove_directory(Directory &parent, const char *name, std::size_t path_length);
