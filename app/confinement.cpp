@@ -1,33 +1,21 @@
 // Confines the tool to the directories that it sweeps.
 #include "confinement.hpp"
 
-#include <qal/path.h>
 #include <unistd.h>
 
 #include <cstddef>
 
-#include "internal/bounded_text.hpp"
 #include "internal/file_system.hpp"
 #include "platform/platform.hpp"
 
 namespace qal::internal {
-namespace {
-
-// The path under which the sweep opens a directory. False when there is none that fits.
-bool make_path(const char *directory, char (&path)[path_room]) {
-  if (!directory || !BoundedText{path}.append({directory, "/"})) return false;
-  qal_convert_pathname(path, QAL_PATH_TO_SLASH);
-  return true;
-}
-
-}  // namespace
 
 void confine_to(const Directories &directories) {
   char rooms[std::tuple_size_v<Directories>][path_room];
   Directories paths = {};
   std::size_t count = 0;
   for (const char *const directory : directories) {
-    if (!make_path(directory, rooms[count])) continue;
+    if (!directory || !join_path(directory, "", rooms[count])) continue;
     // The first is swept at once, so it is left out if it is missing. A later one may be made while
     // the sweep waits for a server: it stays in the list, and then no right is given up.
     if (directory == directories.front() && access(rooms[count], F_OK) != 0) continue;

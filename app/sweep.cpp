@@ -1,7 +1,6 @@
 // The sweep: settles or keeps each server record of a directory.
 #include <qal/dir_list.h>
 #include <qal/files.h>
-#include <qal/path.h>
 #include <qal/status.h>
 #include <qal/system.h>
 #include <qal/wildcard.h>
@@ -15,7 +14,6 @@
 #include <string_view>
 #include <utility>
 
-#include "internal/bounded_text.hpp"
 #include "internal/file_system.hpp"
 #include "internal/handles.hpp"
 #include "notify.hpp"
@@ -25,6 +23,7 @@ namespace {
 
 using qal::internal::Descriptor;
 using qal::internal::is_same_file;
+using qal::internal::join_path;
 using qal::internal::Notifier;
 using qal::internal::open_any_kind;
 using qal::internal::open_any_kind_but_link;
@@ -34,13 +33,6 @@ using qal::internal::Record;
 using qal::internal::RecordStatus;
 
 constexpr char record_pattern[] = "halix_server*.dat";
-
-// Makes "dir/name" with slashes only. False when it does not fit.
-bool join(std::string_view dir, std::string_view name, char (&path)[path_room]) {
-  if (!qal::internal::BoundedText{path}.append({dir, "/", name})) return false;
-  qal_convert_pathname(path, QAL_PATH_TO_SLASH);
-  return true;
-}
 
 // The names of the matching plain files, each followed by a newline. Null when the directory cannot
 // be listed; the texts that the listing has allocated by then are released too.
@@ -118,7 +110,7 @@ void settle(const std::string &path, Notifier &notifier) {
 std::vector<std::string> find_files(const char *dir, const char *pattern) {
   std::vector<std::string> paths;
   char path[path_room];
-  if (!dir || !pattern || !join(dir, pattern, path)) return paths;
+  if (!dir || !pattern || !join_path(dir, pattern, path)) return paths;
   int count = 0;
   const OwnedText names = matching_names(path, count);
   if (!names) return paths;
@@ -126,7 +118,7 @@ std::vector<std::string> find_files(const char *dir, const char *pattern) {
   // Deliberate: the empty piece behind the last newline is an entry too, "dir/".
   for (std::string_view rest = names.get();;) {
     const std::size_t end = rest.find('\n');
-    if (join(dir, rest.substr(0, end), path)) paths.emplace_back(path);
+    if (join_path(dir, rest.substr(0, end), path)) paths.emplace_back(path);
     if (end == std::string_view::npos) return paths;
     rest.remove_prefix(end + 1);
   }

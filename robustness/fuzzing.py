@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Every fuzz target for a while, as many at once as there are processors. An input that fails, or takes
-longer than a minute, is left in the fuzz build and named; it belongs into the area's bundle, under a
+longer than a minute, is left in the fuzz build and named; it belongs in the area's bundle, under a
 name, with the fix. On a busy machine any input may take ten seconds; the fuzzer leaves it there as a slow
 unit, which is no failure.
 
@@ -14,6 +14,7 @@ import json
 import os
 import re
 import subprocess
+import tempfile
 import threading
 
 import corpora
@@ -48,7 +49,11 @@ def seconds(target, form):
 
 
 def identity(target):
-    return hashlib.sha256(program(target).read_bytes()).hexdigest()
+    """Of what runs: without what a debugger reads, and the id made from it, which a comment may change."""
+    with tempfile.NamedTemporaryFile() as copy:
+        leaving = ("--strip-debug", "--remove-section=.note.gnu.build-id")
+        subprocess.run(["objcopy", *leaving, program(target), copy.name], check=True)
+        return hashlib.sha256(copy.read()).hexdigest()
 
 
 def kind_of(target):

@@ -1,10 +1,12 @@
-// Opens files and reads directories.
+// Joins paths, opens files and reads directories.
 #include "internal/file_system.hpp"
 
 #include <fcntl.h>
+#include <qal/path.h>
 
 #include <cerrno>
 
+#include "internal/bounded_text.hpp"
 #include "internal/retry.hpp"
 
 namespace qal::internal {
@@ -14,6 +16,12 @@ namespace {
 constexpr int any_kind = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 }  // namespace
+
+bool join_path(std::string_view directory, std::string_view name, char (&path)[path_room]) {
+  if (!BoundedText{path}.append({directory, "/", name})) return false;
+  qal_convert_pathname(path, QAL_PATH_TO_SLASH);
+  return true;
+}
 
 Descriptor open_any_kind(const char *path) {
   return Descriptor{retry_interrupted([path] { return open(path, any_kind); })};

@@ -1,10 +1,11 @@
-// Opening files and reading directories, with the limits that hold for both.
+// Joining paths, opening files and reading directories, with the limits that hold for both.
 #pragma once
 
 #include <dirent.h>
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <string_view>
 
 #include "internal/handles.hpp"
 
@@ -12,6 +13,9 @@ namespace qal::internal {
 
 constexpr std::size_t path_room = 1024;  // bytes of a path with its terminator
 constexpr std::size_t longest_name = 255;
+
+// Makes "directory/name" with slashes only. False when it does not fit.
+bool join_path(std::string_view directory, std::string_view name, char (&path)[path_room]);
 
 // Opens for reading what may be of any kind: neither waits for a FIFO's writer nor acquires a
 // terminal.
