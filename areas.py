@@ -4,7 +4,8 @@ once. The build, the measurements and the table of headers in the documents read
 
 usage: areas.py check      whether every file named there exists, and every file is named there; and
                            whether all that headers export is in the list of exports and in the test
-                           of the surface, and each enumerator in the latter
+                           of the surface, and each enumerator in the latter; and whether headers with
+                           functions say who may call them, and where their source is
        areas.py names KEY  what the entries have under the key, a line each
        areas.py table      writes the table of headers into docs/index.md
 
@@ -91,6 +92,13 @@ def enumerators(code):
     return {name for listed in ENUMERATORS.findall(code) for name in re.findall(r"(?:^|,)\s*(\w+)", listed)}
 
 
+def missing_words(header):
+    """What the comment of a header with functions lacks."""
+    text = (ROOT / "include" / header).read_text()
+    words = ("Threads:", "Source:") if "(" in NOT_CODE.sub("", text) else ()
+    return [word for word in words if f"\n *  {word} " not in text]
+
+
 def compare_exports():
     code = declarations()
     names = set(EXPORTED.findall(code))
@@ -115,6 +123,11 @@ def check():
         *(f"areas.json calls a file critical or fuzzed that is not there: {name}"
           for name in [*all_of("critical"), *(file for target in all_of("fuzz") for file in reach_of(target))]
           if not (ROOT / name).exists()),
+        *(f"areas.json names functions that {file} does not have: {part}"
+          for target in all_of("fuzz") for file, parts in reach_of(target).items()
+          for part in parts if part not in (ROOT / file).read_text()),
+        *(f"{header} does not say of its functions: {word}"
+          for header in all_of("headers") for word in missing_words(header)),
         *(f"areas.json does not name a test under tests, but elsewhere: {name}"
           for name in {*threaded(), *all_of("formats"), *all_of("exhaustive")} - set(all_of("tests"))),
         *compare_exports(),

@@ -39,6 +39,7 @@ check_shared() {
   llvm-objdump --macho --dylib-id "$prefix/lib/libqal.1.dylib" | expect 'name of the library' '^@rpath/libqal\.1\.dylib$'
   llvm-objdump --macho --dylibs-used "$prefix/bin/kalmora-sweep" | expect 'libraries of the tool' '@rpath/libqal\.1\.dylib '
   llvm-objdump --macho --rpaths "$prefix/bin/kalmora-sweep" | expect 'paths of the tool' '^@loader_path/\.\./lib$'
+  expect 'paths of programs that use it' '^Libs: .*-Wl,-rpath,\$\{libdir\}' <"$prefix/lib/pkgconfig/qal.pc"
 }
 
 rm -rf "$prefix"

@@ -72,7 +72,8 @@ QAL_API int qal_thread_barrier(QalThreadBarrier *b, unsigned n);
 /** @name Reductions
  *
  *  A thread that cannot lock an operation's mutex reports it with qal_error() and returns at once;
- *  the rest of its group then waits for ever. */
+ *  the rest of its group then waits for ever. A thread for which the platform cannot make or hold
+ *  the barriers goes on alone, unreported: its result may lack what others add later. */
 /**@{*/
 
 /** Finds the largest value of the group. A NaN counts only if it arrives first: it is the result

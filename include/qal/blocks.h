@@ -24,8 +24,8 @@ extern "C" {
 #endif
 
 /** Uncompressed bytes of the blocks that qal_fread_zlib() has read so far. Every block whose size
- *  was the one asked for counts, even a corrupt one; writing does not. A host may read and reset
- *  it. */
+ *  was the one asked for counts, even a corrupt one; writing does not. A host may read and
+ *  reset it while no thread reads a block. */
 QAL_API extern uint64_t zlib_io_in_bytes;
 /** The compressed bytes of the same blocks. */
 QAL_API extern uint64_t zlib_io_out_bytes;

@@ -2,8 +2,8 @@
  *  The wall clock, the local date and time, and a table of stopwatches.
  *
  *  The clock is the platform's time of day: when it is set, even backwards, the times here jump
- *  with it. Dates are local time: a change of TZ takes effect with the next call; when TZ is not
- *  set, so does another time zone of the system, within a second. No pointer may be null.
+ *  with it. Dates are local time. A change of TZ takes effect with the next call; where TZ is not
+ *  set, a change of the system's time zone does within a second. No pointer may be null.
  *
  *  The stopwatches ("timers") add up the running time of a phase of work. There is one table of
  *  QAL_MAX_TIMERS entries. Starting and stopping cost a reading of the clock and little else. A

@@ -8,6 +8,9 @@
  *  Limits: an expanded pattern and an entry's path have at most 1023 bytes, a name at most 255.
  *  The three texts are the caller's, released with `free`.
  *
+ *  Errors: an entry or a directory that is not as expected is reported through qal_error()
+ *  (logger.h), as said below; the status says what the caller has to know.
+ *
  *  Threads: any number may list at once; a relative pattern reads the process's working directory.
  *
  *  Source: utils/libsrc/qal_io/dir_list.cpp. */

@@ -180,7 +180,7 @@ QAL_API int qal_file_rmdir(const char *path, int recursive);
  *          `from` is still there after every failure. */
 QAL_API int qal_file_rename(const char *from, const char *to, unsigned flags);
 
-/** Reads items and goes on after errors, asking for half as many after each.
+/** Reads items and goes on after errors, asking for half as many after each until half is none.
  *
  *  When an error comes in the middle of an item, the bytes of that item are lost.
  *

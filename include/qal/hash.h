@@ -57,8 +57,8 @@ enum {
   QAL_HASH_REPLACE = 2 /**< gives the record in `dst` the source's data */
 };
 
-/** Decides what becomes of a key that both tables of a merge have. The source's record goes in
- *  every case. The callback may use neither table.
+/** Decides what becomes of a key that both tables of a merge have. The source's record is dropped
+ *  whatever the verdict. The callback may use neither table.
  *
  *  @param dst_key   the key, borrowed.
  *  @param dst_data  the data in `dst`, borrowed; may be changed in place.

@@ -4,8 +4,9 @@
  *  It says which product of the family a program is, in which flavor, as which component, in which
  *  version, and the path that it was started as.
  *
- *  A program builds one object at start, makes it current and then starts the library, which reads
- *  it from there. Names are at most 1023 bytes, the version text at most 255; longer ones are cut.
+ *  A program builds one object at start and makes it current: query_env_vars()
+ *  (kalmora/directories.hpp) takes the product's name from there. Names are at most 1023 bytes, the
+ *  version text at most 255; longer ones are cut.
  *  A text that a function returns belongs to the object: do not free it. It is valid until the next
  *  call of a function that returns a text, and no longer than the object.
  *

@@ -3,8 +3,8 @@
  *
  *  An element is a payload of fixed size with two hidden links in front of it; every function takes
  *  and returns payload addresses. Elements come from a list pool, which any number of lists can
- *  share: a record takes one allocation, and once the pool has chunks, none from the system.
- *  Payloads start on an 8-byte boundary and are not cleared.
+ *  share; while it has free ones, nothing is allocated from the system. Payloads start on an 8-byte
+ *  boundary and are not cleared.
  *
  *  Linking, unlinking and sorting cannot fail. They do nothing when an argument is null. An
  *  element is in one list at most: what is linked in must be fresh, popped or removed.

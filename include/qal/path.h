@@ -141,8 +141,8 @@ QAL_API int qal_setcwd(const char *path);
  *
  *  makes "/opt/a:/opt/b:home/lib".
  *
- *  @param dst   receives the list; caller-owned. Its size is not checked: it must be large enough.
- *               May be `base` itself; no component may lie in it. Null is allowed: nothing happens.
+ *  @param dst   receives the list; caller-owned and large enough, as nothing checks its size. May
+ *               be `base` itself; no component may lie in it. Null is allowed: nothing happens.
  *  @param base  the list so far; borrowed. Null: there is no list yet, and no ":" is written.
  *  @param ...   components, borrowed, ended by a null `char *`; without any, `dst` is `base`.
  *  @return QAL_STATUS_OK, always. */

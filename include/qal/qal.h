@@ -1,5 +1,5 @@
 /** @file
- *  The whole foundation library in one include, for C11 and for C++17 or later.
+ *  The whole C surface of the foundation library in one include, for C11 and for C++17 or later.
  *
  *  Conventions that hold in every header:
  *
@@ -9,8 +9,8 @@
  *     the terminator. Each function says what happens to a text that does not fit: some cut it,
  *     most leave it out. A path is never cut, except where its function or variable says so:
  *     qal_get_norm_path() (path.h) in a single byte, the program's path of an identity
- *     (identity.hpp), Zul_home_directory (kalmora/directories.hpp) and the two directories of 64
- *     bytes beside it.
+ *     (identity.hpp), qal_zul_home(), Zul_home_directory and the two directories of 64 bytes
+ *     beside it (kalmora/directories.hpp).
  *  3. A null result means that there is nothing. An argument may be null only where its function
  *     says so.
  *  4. Memory that a function hands over is released with the C library's free(), unless a

@@ -153,8 +153,8 @@ QAL_API unsigned qal_tolower(unsigned character);
 
 /** Finds a text in another without regard to case.
  *
- *  Bytes below 128 are compared in the platform's upper case, all others exactly; in some locales
- *  the upper case of a letter is one of the others. The work is at most the product of both
+ *  Bytes below 128 are compared in the platform's upper case, all others exactly. A locale may
+ *  give a letter an upper case of 128 or more. The work is at most the product of both
  *  lengths, and close to the length of `haystack` for ordinary text.
  *
  *  @param haystack  text to search.

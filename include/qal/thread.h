@@ -77,8 +77,8 @@ typedef struct QalThreadSema {
  *          thread should be created. */
 QAL_API int qal_thread_init(void);
 
-/** Does the platform's part of qal_thread_init(): on the platforms of today nothing. A program may
- *  link a function of its own in its place.
+/** Does the platform's part of qal_thread_init(): on the platforms of today nothing. A program that
+ *  links the static library may have a function of its own in its place.
  *
  *  @return QAL_THREAD_OK, always. */
 QAL_API int qal_thread_init_sys(void);
@@ -199,7 +199,8 @@ QAL_API void *qal_thread_start_int(void *index);
 /** Makes a key under which every thread keeps a value of its own, null at first.
  *
  *  The value stays the caller's: nothing is called for it when a thread ends. A key is for good, as
- *  no function here gives it back, and a process has few of them: 1024 on Linux, 512 on macOS.
+ *  no function here gives it back, and a process has few of them: 1024 with the GNU C library, 512
+ *  on macOS.
  *
  *  @param key_out  receives the key; meaningless after a failure.
  *  @return QAL_THREAD_OK; or QAL_THREAD_FAILED when `key_out` is null, when the platform has no key
@@ -311,18 +312,18 @@ QAL_API int qal_thread_cond_signal(QalThreadCond *c);
  *          fails. */
 QAL_API int qal_thread_cond_wait(QalThreadCond *c, QalThreadMutex *m);
 
-/** Waits until a signal, or until so many seconds of the wall clock (qal_time_get()) have passed.
- *  Cancellation point.
+/** Waits for a signal, but only so many seconds of the wall clock (qal_time_get()). From 2038 on,
+ *  when that clock's seconds no longer fit, every wait times out at once. Cancellation point.
  *
  *  @param c        the condition variable.
  *  @param m        a mutex that the caller holds: unlocked during the wait and held again
  *                  afterwards in any case.
- *  @param seconds  not a number counts as 0. A whole part beyond 32 bits is clamped to them. A
- *                  negative time lies in the past.
+ *  @param seconds  how long. Not a number counts as 0; a whole part that does not fit 32 bits is
+ *                  the nearest that does. A negative time lies in the past.
  *  @return QAL_THREAD_OK when woken; QAL_THREAD_TIMED_OUT; or QAL_THREAD_FAILED when `c` or `m` is
- *          null or the platform fails. It also fails when the deadline's nanoseconds come to
- *          exactly 10^9, which are not carried into the seconds, and when a negative time makes
- *          them negative. */
+ *          null or the platform fails. Linux also refuses a deadline whose nanoseconds come to
+ *          exactly 10^9, which are not carried into the seconds, or are negative because
+ *          `seconds` is. */
 QAL_API int qal_thread_cond_timedwait(QalThreadCond *c, QalThreadMutex *m, float seconds);
 /**@}*/
 

@@ -13,12 +13,12 @@ struct BlockCounters {
   std::uint64_t &compressed;
 };
 
-// Returns the bytes written before compression, or 0 on failure. `level` is one of zlib's.
+// Returns the size of the data before compression, or 0 on failure. `level` is one of zlib's.
 std::size_t write_block(const void *data, std::size_t size, std::size_t count, std::FILE *stream,
                         int level);
 
-// Returns the bytes read after decompression, or 0 on failure. A block of another size than `size`
-// times `count` is reported and not counted.
+// Returns the size of the data after decompression, or 0 on failure. A block of another size
+// than `size` times `count` is reported and not counted.
 std::size_t read_block(void *data, std::size_t size, std::size_t count, std::FILE *stream,
                        BlockCounters counters, void (*report)(const char *message));
 

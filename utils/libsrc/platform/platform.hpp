@@ -1,5 +1,6 @@
 // What the library needs from the system beyond POSIX. There is one file for each system: machine_*
-// holds the machine's figures and platform_* the rest, and machine_posix.cpp serves all systems.
+// holds the machine's figures and platform_* the rest; machine_posix.cpp serves all systems, and
+// confinement_linux.cpp is apart from Linux's rest for its length.
 // Where C libraries on Linux differ, c_library_* has one file for the GNU one and one for others.
 // Of format_*, the text formatting, there is one file with Foundation and one without. The build
 // chooses the files; code never asks which system it runs on.
