@@ -18,7 +18,7 @@ set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
 
 # Of the HTTP library there is the header alone: what starts a server is compiled but not linked.
 function(leave_out_servers)
-  foreach(program sweep_test sweep_e2e_test sweep_demo)
+  foreach(program sweep_test sweep_e2e_test sweep_demo sweep_servers)
     if(TARGET ${program})
       set_target_properties(${program} PROPERTIES EXCLUDE_FROM_ALL ON)
     endif()
