@@ -9,7 +9,7 @@
  *  The three texts are the caller's, released with `free`.
  *
  *  Errors: an entry or a directory that is not as expected is reported through qal_error()
- *  (logger.h), as said below; the status says what the caller has to know.
+ *  (logger.h); the status says what the caller has to know.
  *
  *  Threads: any number may list at once; a relative pattern reads the process's working directory.
  *
