@@ -571,6 +571,14 @@ TEST_F(FilesCopy, ADestinationThatCannotBeOpenedFails) {
   EXPECT_EQ(qal_file_copy(from.c_str(), nullptr, 1), QAL_STATUS_FAILED);
 }
 
+TEST_F(FilesCopy, ALinkThatLeadsNowhereGetsItsTarget) {
+  ASSERT_EQ(symlink("to", (scratch / "link").c_str()), 0);
+  const auto from = scratch.file("from", "x");
+  EXPECT_EQ(qal_file_copy(from.c_str(), (scratch / "link").c_str(), 0), QAL_STATUS_OK);
+  EXPECT_EQ(names_in(scratch.path()), (Lines{"from", "link", "to"}));
+  EXPECT_EQ(read_file(scratch / "to"), "x");
+}
+
 TEST_F(FilesCopy, ADirectoryIsNoSourceAndTheDestinationStaysAsItIs) {
   const auto directory = scratch.path();
   EXPECT_EQ(qal_file_copy(directory.c_str(), (scratch / "to").c_str(), 0), QAL_STATUS_FAILED);
