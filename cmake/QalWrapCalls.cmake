@@ -1,6 +1,9 @@
-# With optimisation across files the linker does not tell the compiler that the product calls a
-# replacement, which is then left out: what is built here goes without.
-set(CMAKE_INTERPROCEDURAL_OPTIMIZATION OFF)
+# Calls can be replaced in a static library that is not optimised across its files, and not by
+# Apple's linker.
+set(calls_can_be_replaced ON)
+if(BUILD_SHARED_LIBS OR APPLE OR CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+  set(calls_can_be_replaced OFF)
+endif()
 
 # Replaces the calls of NAME by __wrap_NAME, for each such function in the source and in the headers of
 # the tests that it includes.
