@@ -17,7 +17,7 @@
 
 namespace qal::fuzz {
 
-// Five seconds without a step of any thread end the program, so that the fuzzer keeps the input. A
+// Half a minute without a step of any thread end the program, so that the fuzzer keeps the input. A
 // busy machine may take longer for all of it.
 class Watchdog {
  public:
@@ -32,7 +32,7 @@ class Watchdog {
   static void step() { ++steps_; }
 
  private:
-  static constexpr unsigned seconds = 5;
+  static constexpr unsigned seconds = 30;
 
   static void look(int) {
     const unsigned steps = steps_;

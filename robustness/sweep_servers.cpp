@@ -54,7 +54,8 @@ int main() {
   show("silent instead of encrypting", "https://" + silent.authority() + "/");
   show("does not encrypt", "https://" + open.authority() + "/");
   show("too busy to take the connection", "http://" + qal::test::authority_of_busy_server() + "/");
-  show("refuses", "http://" + qal::test::authority_of_nobody() + "/");
+  const qal::test::RefusingPort refusing;
+  show("refuses", refusing.url());
   std::cout << std::endl;
   for (std::string path; std::getline(std::cin, path);) {
     std::cout << good.requests_for(path) << std::endl;

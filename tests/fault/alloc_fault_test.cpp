@@ -5,11 +5,11 @@
 #include <qal/logger.h>
 #include <qal/temp_mem.h>
 
+#include <barrier>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <latch>
 #include <string>
 #include <vector>
 
@@ -145,7 +145,7 @@ TEST(AllocMallocFault, NamesThePlaceOfTheMacroCall) {
 }
 
 constexpr int threads = 4;
-std::latch all_reporting(threads);
+std::barrier all_reporting(threads);
 thread_local std::vector<std::string> own_lines;
 
 // Holds each thread in its report until all of them have begun theirs.

@@ -623,7 +623,7 @@ void warm_up(const Area &area, const ScratchDir &scratch) {
 constexpr char undisturbed[] = "undisturbed";
 
 void use_with_shortage(const Area &area, const ScratchDir &scratch, int nth, Shortage shortage) {
-  alarm(5);
+  alarm(60);
   qal_logger_init(nullptr, &drop_line, nullptr, nullptr);
   warm_up(area, scratch);
   const auto before = open_descriptors();

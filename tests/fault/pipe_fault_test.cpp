@@ -160,6 +160,7 @@ int run_with_input(const char *text) {
 // Made so afterwards, a stream could be inherited by a command that another thread starts
 // meanwhile.
 TEST(PipeFault, OpensStreamsThatAreClosedOnExecFromTheStart) {
+  popen_modes.clear();
   for (const char *mode : {"r", "w", "re"}) {
     std::FILE *const stream = qal_pipe_popen("cat </dev/null", mode);
     ASSERT_NE(stream, nullptr);

@@ -11,6 +11,7 @@
 
 #include "platform/platform.hpp"
 #include "support/log_capture.hpp"
+#include "support/stderr_capture.hpp"
 
 namespace {
 
@@ -70,9 +71,9 @@ constexpr int untouched = -77;
 
 Outcome ask(int query) {
   int value = untouched;
-  testing::internal::CaptureStderr();
+  const qal::test::StderrCapture err;
   const int result = qal_sysinfo(query, &value);
-  return {result, value, testing::internal::GetCapturedStderr()};
+  return {result, value, err.text()};
 }
 
 void PrintTo(const Outcome &outcome, std::ostream *out) {

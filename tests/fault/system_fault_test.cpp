@@ -16,12 +16,14 @@
 
 #include "support/fault.hpp"
 #include "support/log_capture.hpp"
+#include "support/stderr_capture.hpp"
 
 namespace {
 
 using qal::test::fail_all;
 using qal::test::Fault;
 using qal::test::LogCapture;
+using qal::test::StderrCapture;
 
 struct VersionTool {
   bool starts = true;
@@ -163,9 +165,9 @@ Version ask_version() {
   char name[10];
   std::memset(name, '#', sizeof name);
   Version version{0, "", 77, 77, ""};
-  testing::internal::CaptureStderr();
+  const StderrCapture err;
   version.result = qal_get_osx_ver(name, &version.major, &version.minor);
-  version.err = testing::internal::GetCapturedStderr();
+  version.err = err.text();
   EXPECT_EQ(name[9], '#');
   version.name.assign(name, strnlen(name, sizeof name));
   return version;

@@ -95,13 +95,20 @@ int open_socket() {
   return made;
 }
 
-// A socket that listens on a free port and holds at most `backlog` connections not yet accepted.
-int listening(int backlog = SOMAXCONN) {
-  const int listener = open_socket();
+// A socket with a free port of its own.
+int bound() {
+  const int made = open_socket();
   const auto address = loopback();
-  if (bind(listener, as_address(address), sizeof address) != 0 || listen(listener, backlog) != 0) {
-    throw std::runtime_error("cannot listen on the loopback interface");
+  if (bind(made, as_address(address), sizeof address) != 0) {
+    throw std::runtime_error("no port on the loopback interface");
   }
+  return made;
+}
+
+// A socket that listens there and holds at most `backlog` connections not yet accepted.
+int listening(int backlog = SOMAXCONN) {
+  const int listener = bound();
+  if (listen(listener, backlog) != 0) throw std::runtime_error("cannot listen");
   return listener;
 }
 
@@ -204,12 +211,10 @@ std::string RawServer::authority() const { return authority_of(inside_->listener
 
 int RawServer::connections() const { return inside_->connections; }
 
-std::string authority_of_nobody() {
-  const int listener = listening();
-  const auto authority = authority_of(listener);
-  close(listener);
-  return authority;
-}
+RefusingPort::RefusingPort() : socket_(bound()) {}
+RefusingPort::~RefusingPort() { close(socket_); }
+
+std::string RefusingPort::url() const { return "http://" + authority_of(socket_) + "/"; }
 
 std::string authority_of_busy_server() {
   const int listener = listening(0);

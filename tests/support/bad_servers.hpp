@@ -37,8 +37,19 @@ class RawServer {
   std::unique_ptr<Inside> inside_;
 };
 
-// Where nothing listens.
-std::string authority_of_nobody();
+// A port that is taken, so that nobody else gets it, but refuses connections.
+class RefusingPort {
+ public:
+  RefusingPort();
+  ~RefusingPort();
+  RefusingPort(const RefusingPort &) = delete;
+  RefusingPort &operator=(const RefusingPort &) = delete;
+
+  std::string url() const;
+
+ private:
+  int socket_;
+};
 
 // Of a server that accepts no more connections. Its sockets stay open until the process ends.
 std::string authority_of_busy_server();

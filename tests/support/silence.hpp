@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "support/log_capture.hpp"
+#include "support/stderr_capture.hpp"
 
 namespace qal::test {
 
@@ -11,15 +12,16 @@ namespace qal::test {
 // that expects a message has a LogCapture of its own, after which nothing more is collected here.
 class Silence {
  public:
-  Silence() { testing::internal::CaptureStderr(); }
+  Silence() = default;
   ~Silence() {
     EXPECT_EQ(log_.text(), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(stderr_.text(), "");
   }
   Silence(const Silence &) = delete;
   Silence &operator=(const Silence &) = delete;
 
  private:
+  const StderrCapture stderr_;
   LogCapture log_;
 };
 

@@ -131,6 +131,8 @@ LiveOwner::LiveOwner() : pid_(fork()) {
   if (pid_ < 0) throw std::runtime_error("cannot fork");
   if (pid_ > 0) return;
   become_unprivileged();
+  // Held open, they would keep whoever reads what a killed test wrote.
+  for (int stream = 0; stream <= STDERR_FILENO; ++stream) close(stream);
   std::signal(SIGALRM, SIG_DFL);
   alarm(owner_seconds);
   for (;;) pause();

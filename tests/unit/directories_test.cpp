@@ -1,6 +1,5 @@
 // Directory resolution, each case in a child process with an environment of its own.
 #include <gtest/gtest.h>
-#include <pwd.h>
 #include <qal/logger.h>
 #include <unistd.h>
 #include <kalmora/directories.hpp>
@@ -15,6 +14,7 @@
 
 #include "support/child.hpp"
 #include "support/directories_model.hpp"
+#include "support/home.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
@@ -22,6 +22,7 @@ namespace {
 
 using qal::test::clear_environment;
 using qal::test::DirectoryWorld;
+using qal::test::home_of;
 using qal::test::in_child;
 using qal::test::InScratch;
 using qal::test::LogCapture;
@@ -34,14 +35,6 @@ constexpr std::size_t limits[] = {1000, 1008, 1022, 1023, 1024, 5000};
 
 // A path of exactly so many bytes that no step changes.
 std::string path_of(std::size_t length) { return "/" + std::string(length - 1, 'p'); }
-
-std::string real_home() {
-  char store[16384];
-  passwd entry;
-  passwd *found = nullptr;
-  EXPECT_EQ(getpwuid_r(getuid(), &entry, store, sizeof store, &found), 0);
-  return found->pw_dir;
-}
 
 void in_child(const Settings &settings, const std::function<void()> &body) {
   qal::test::in_child([&] {
@@ -82,7 +75,7 @@ std::string root_for(const std::string &value) { return root_for(value.c_str());
 void expect_model(const Settings &settings) {
   DirectoryWorld world;
   world.settings = settings;
-  world.home_of = [](const std::string &) { return real_home(); };
+  world.home_of = [](const std::string &) { return home_of(getuid()); };
   const auto expected = model_directories(world);
   EXPECT_EQ(App_resource_directory, expected.resource);
   EXPECT_EQ(Old_App_resource_directory, expected.old_resource);
@@ -178,7 +171,7 @@ TEST(DirectoryTexts, HaveTheirSizesAndFirstValues) {
 
 TEST(DirectoryResolve, UsesFixedPlacesWhenNothingIsSet) {
   resolved({}, [] {
-    const auto home = real_home();
+    const auto home = home_of(getuid()).value_or("");
     EXPECT_STREQ(App_resource_directory, "Library/Application Support/kalmora102");
     EXPECT_STREQ(Old_App_resource_directory, "Library/Application Support/kalmora101");
     EXPECT_STREQ(Zul_home_directory, "/usr/local/ZUL");
@@ -402,9 +395,9 @@ TEST(DirectoryResolve, ReportsTheRootBeforeItComposesTheTrees) {
 }
 
 TEST(DirectoryResolve, ConvertsAndExpandsTheTreesBelowARoot) {
-  resolved({{"ZUL_HOME", "~\\zul"}}, [] {
-    const auto home = real_home();
-    EXPECT_STREQ(Zul_home_directory, "~\\zul");
+  resolved({{"ZUL_HOME", "~root\\zul"}}, [] {
+    const auto home = home_of(0).value_or("nowhere");  // of the user that every system has
+    EXPECT_STREQ(Zul_home_directory, "~root\\zul");
     EXPECT_EQ(App_home_directory, home + "/zul/kalmora102");
     EXPECT_EQ(App_site_preferences_directory, home + "/zul/kalmora102/site_preferences");
     EXPECT_EQ(Vemo_home_directory, home + "/zul/vemo32");

@@ -1,8 +1,10 @@
 // The library sets no locale, but a host may. ASCII text gives the same results in every locale,
 // except for case conversion and search without case, which follow the platform.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/qal.h>
+#include <sys/stat.h>
 #include <kalmora/helpers.hpp>
 #include <qal/identity.hpp>
 
@@ -15,13 +17,18 @@
 #include <vector>
 
 #include "internal/handles.hpp"
+#include "record.hpp"
 #include "support/char_classes.hpp"
 #include "support/scratch.hpp"
 #include "support/test_locale.hpp"
 
 namespace {
 
+using qal::internal::Descriptor;
 using qal::internal::OwnedText;
+using qal::internal::read_record;
+using qal::internal::Record;
+using qal::internal::RecordStatus;
 using qal::test::expect_classes_of_the_locale;
 using qal::test::ScratchDir;
 using qal::test::TestLocale;
@@ -322,6 +329,19 @@ TEST(TextStrcasestrInLocales, FindsInLongTextsWhatALocaleFoldsIntoOne) {
   }
   expect_found("a.q", "b.q");
   expect_found("q.a", "q.b");
+}
+
+TEST(RecordReadInLocales, TakesTheSameWhiteSpace) {
+  const ScratchDir scratch;
+  const TestLocale locale{locale_source(scratch, "space <U0020>;<U00A0>\n"), "ISO-8859-10"};
+  ASSERT_TRUE(std::isspace(0xa0));
+  const Descriptor file{
+      open(scratch.file("record", "u\xa0x n p 42").c_str(), O_RDONLY | O_CLOEXEC)};
+  struct stat info;
+  ASSERT_EQ(fstat(file.get(), &info), 0);
+  Record record;
+  EXPECT_EQ(read_record(file.get(), info, record), RecordStatus::whole);
+  EXPECT_STREQ(record.url, "u\xa0x");
 }
 
 TEST(TextStripPrePostSpacesInLocales, FollowsTheLocaleAboveSevenBits) {

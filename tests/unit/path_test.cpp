@@ -18,6 +18,7 @@
 
 #include "internal/handles.hpp"
 #include "support/child.hpp"
+#include "support/home.hpp"
 #include "support/log_capture.hpp"
 #include "support/scratch.hpp"
 
@@ -31,6 +32,7 @@ using qal::test::LogCapture;
 using qal::test::ScratchDir;
 using ::testing::IsNull;
 
+using PathExpandOwnHome = qal::test::WithHome;
 using PathFull = InScratch;
 using PathWorkingDirectory = InScratch;
 using PathRange = InScratch;
@@ -76,8 +78,6 @@ std::string without_extension(std::string path, int expected) {
   EXPECT_EQ(expected, qal_remove_ext(path.data()));
   return path.c_str();
 }
-
-std::string home_of_current_user() { return getpwuid(getuid())->pw_dir; }
 
 std::string expand(const std::string &path) {
   Buffer out;
@@ -930,11 +930,11 @@ TEST(PathExpand, CopiesAPathWithoutTilde) {
   EXPECT_EQ("", expand(""));
 }
 
-TEST(PathExpand, PutsInTheHomeOfTheCurrentUser) {
-  EXPECT_EQ(home_of_current_user() + "/", expand("~"));
-  EXPECT_EQ(home_of_current_user() + "/", expand("~/"));
-  EXPECT_EQ(home_of_current_user() + "/a/~b", expand("~/a/~b"));
-  EXPECT_EQ(home_of_current_user() + "//a", expand("~//a"));
+TEST_F(PathExpandOwnHome, IsThatOfTheCurrentUser) {
+  EXPECT_EQ(home + "/", expand("~"));
+  EXPECT_EQ(home + "/", expand("~/"));
+  EXPECT_EQ(home + "/a/~b", expand("~/a/~b"));
+  EXPECT_EQ(home + "//a", expand("~//a"));
 }
 
 TEST(PathExpand, PutsInTheHomeOfANamedUser) {
@@ -944,17 +944,17 @@ TEST(PathExpand, PutsInTheHomeOfANamedUser) {
   EXPECT_EQ(home + "/a/b", expand("~daemon/a/b"));
 }
 
-TEST(PathExpand, AsksTheDatabaseNotTheEnvironment) {
+TEST_F(PathExpandOwnHome, IsThatOfTheDatabaseNotOfTheEnvironment) {
   ASSERT_EQ(0, setenv("HOME", "/elsewhere", 1));
-  EXPECT_EQ(home_of_current_user() + "/", expand("~"));
+  EXPECT_EQ(home + "/", expand("~"));
 }
 
-TEST(PathExpand, AsksForTheRealUser) {
-  in_child([] {
+TEST_F(PathExpandOwnHome, IsThatOfTheRealUser) {
+  in_child([this] {
     if (getuid() == 0) {
       ASSERT_EQ(0, seteuid(getpwnam("daemon")->pw_uid));
     }
-    EXPECT_EQ(home_of_current_user() + "/x", expand("~/x"));
+    EXPECT_EQ(home + "/x", expand("~/x"));
   });
 }
 
@@ -975,26 +975,25 @@ TEST(PathExpand, RefusesACopyThatDoesNotFit) {
   EXPECT_TRUE(out.untouched_from(4));
 }
 
-TEST(PathExpand, RefusesAHomeThatDoesNotFit) {
-  const int needed = static_cast<int>(home_of_current_user().size()) + 3 + 2;
+TEST_F(PathExpandOwnHome, IsRefusedWhenItDoesNotFit) {
+  const int needed = static_cast<int>(home.size()) + 3 + 2;
   Buffer out;
   EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname("~/abc", out.data(), needed - 1));
   EXPECT_TRUE(out.text().empty() && out.untouched_from(1));
   EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname("~/abc", out.data(), needed));
-  EXPECT_EQ(home_of_current_user() + "/abc", out.text());
+  EXPECT_EQ(home + "/abc", out.text());
   EXPECT_TRUE(out.untouched_from(static_cast<std::size_t>(needed)));
 }
 
-TEST(PathExpand, NeedsRoomForTheSlashBehindABareHome) {
+TEST_F(PathExpandOwnHome, NeedsRoomForTheSlashBehindItAsAnyDoes) {
   const std::string of_daemon = getpwnam("daemon")->pw_dir;
-  for (const auto &[path, home] :
-       {std::pair{"~", home_of_current_user()}, std::pair{"~daemon", of_daemon}}) {
-    const int needed = static_cast<int>(home.size()) + 2;
+  for (const auto &[path, expected] : {std::pair{"~", home}, std::pair{"~daemon", of_daemon}}) {
+    const int needed = static_cast<int>(expected.size()) + 2;
     Buffer out;
     EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname(path, out.data(), needed - 1));
     EXPECT_TRUE(out.text().empty() && out.untouched_from(1));
     EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname(path, out.data(), needed));
-    EXPECT_EQ(home + "/", out.text());
+    EXPECT_EQ(expected + "/", out.text());
     EXPECT_TRUE(out.untouched_from(static_cast<std::size_t>(needed)));
   }
 }

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <clocale>
 #include <cstring>
 #include <optional>
 #include <random>
@@ -111,14 +110,6 @@ TEST_F(RecordRead, TakesNoOtherByteForWhiteSpace) {
     const bool separates = " \t\n\v\f\r"sv.find(character) != std::string_view::npos;
     EXPECT_EQ(is_malformed(content), separates) << byte;  // five fields: "p" is no number
   }
-}
-
-TEST_F(RecordRead, TakesTheSameWhiteSpaceInEveryLocale) {
-  for (const char *const locale : {"C", "C.UTF-8", "en_US.ISO-8859-1", "tr_TR.UTF-8"}) {
-    if (!std::setlocale(LC_ALL, locale)) continue;
-    expect_record(read("u\xA0x n\x85y p 42"), "u\xA0x", "n\x85y", "p", 42);
-  }
-  std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(RecordRead, KeepsEveryByteOfAField) {

@@ -17,6 +17,7 @@
 
 #include "internal/handles.hpp"
 #include "platform/platform.hpp"
+#include "support/bad_servers.hpp"
 #include "support/child.hpp"
 #include "support/log_capture.hpp"
 #include "support/sweep_world.hpp"
@@ -186,6 +187,7 @@ class SweepRecords : public testing::Test {
   }
 
   SweepWorld world_;
+  const qal::test::RefusingPort nobody_;
   const int alive_ = getpid();
 };
 
@@ -212,22 +214,22 @@ TEST_F(SweepRecords, DeletesWhatDoesNotFitItsFields) {
 
 // Deliberate: the sweep follows the probe's answer, and that is 1 for a process that is gone.
 TEST_F(SweepRecords, KeepsTheRecordOfAVanishedProcess) {
-  EXPECT_TRUE(is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", vanished_pid())));
-  EXPECT_TRUE(is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", 2147483647)));
+  EXPECT_TRUE(is_kept(record_text(nobody_.url(), "halix", "secret", vanished_pid())));
+  EXPECT_TRUE(is_kept(record_text(nobody_.url(), "halix", "secret", 2147483647)));
 }
 
 TEST_F(SweepRecords, KeepsAVanishedProcesssRecordWithAnEmptyTextToo) {
   const auto pid = std::to_string(vanished_pid());
   EXPECT_TRUE(is_kept("\0 halix secret "s + pid));
-  EXPECT_TRUE(is_kept("http://127.0.0.1:1/ \0x secret "s + pid));
+  EXPECT_TRUE(is_kept(nobody_.url() + " \0x secret "s + pid));
 }
 
 TEST_F(SweepRecords, DeletesALiveProcesssRecordWithAnEmptyTextWithoutARequest) {
   in_new_process([this] {
     const auto pid = std::to_string(alive_);
-    EXPECT_FALSE(is_kept("\0http://127.0.0.1:1/ halix secret "s + pid));
-    EXPECT_FALSE(is_kept("http://127.0.0.1:1/ \0 secret "s + pid));
-    EXPECT_FALSE(is_kept("http://127.0.0.1:1/ halix \0 "s + pid));
+    EXPECT_FALSE(is_kept("\0"s + nobody_.url() + " halix secret "s + pid));
+    EXPECT_FALSE(is_kept(nobody_.url() + " \0 secret "s + pid));
+    EXPECT_FALSE(is_kept(nobody_.url() + " halix \0 "s + pid));
     EXPECT_FALSE(curl_is_loaded());
   });
 }
@@ -235,10 +237,9 @@ TEST_F(SweepRecords, DeletesALiveProcesssRecordWithAnEmptyTextWithoutARequest) {
 TEST_F(SweepRecords, LoadsCurlOnlyWhenSomebodyIsToBeNotified) {
   in_new_process([this] {
     is_kept(malformed);
-    is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", vanished_pid()));
+    is_kept(record_text(nobody_.url(), "halix", "secret", vanished_pid()));
     EXPECT_FALSE(curl_is_loaded());
-    // Port 1 of the loopback interface: nobody listens.
-    EXPECT_FALSE(is_kept(record_text("http://127.0.0.1:1/", "halix", "secret", alive_)));
+    EXPECT_FALSE(is_kept(record_text(nobody_.url(), "halix", "secret", alive_)));
     EXPECT_TRUE(curl_is_loaded());
   });
 }
@@ -376,9 +377,8 @@ TEST_F(SweepRecords, DoesNothingWithoutADirectory) {
 TEST_F(SweepRecords, ReportsNothing) {
   const LogCapture log;
   record(malformed);
-  world_.record("halix_server2.dat", record_text("http://127.0.0.1:1/", "halix", "secret", alive_));
-  world_.record("halix_server3.dat",
-                record_text("http://127.0.0.1:1/", "halix", "secret", vanished_pid()));
+  world_.record("halix_server2.dat", record_text(nobody_.url(), "halix", "secret", alive_));
+  world_.record("halix_server3.dat", record_text(nobody_.url(), "halix", "secret", vanished_pid()));
   sweep();
   process_directory((world_.root() + "/missing").c_str());
   EXPECT_EQ(log.text(), "");

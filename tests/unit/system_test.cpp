@@ -12,10 +12,12 @@
 #include <string>
 
 #include "support/child.hpp"
+#include "support/stderr_capture.hpp"
 
 using qal::test::in_child;
 using qal::test::in_unprivileged_child;
 using qal::test::run_in_child;
+using qal::test::StderrCapture;
 
 namespace {
 
@@ -34,10 +36,11 @@ TEST(SystemFigures, NameMoreMemoryThanThisProcessHolds) {
   EXPECT_GT(figure(1), figure(7));
 }
 
-TEST(SystemFigures, CountNoMorePackagesThanCoresThanProcessors) {
+// A container may see fewer processors than its machine's cores.
+TEST(SystemFigures, CountNoMorePackagesThanCores) {
   EXPECT_GE(figure(8), 1);
   EXPECT_GE(figure(9), figure(8));
-  EXPECT_GE(figure(10), figure(9));
+  EXPECT_GE(figure(10), 1);
   EXPECT_GE(figure(5), 1);
 }
 
@@ -201,7 +204,10 @@ TEST(ProcessProbe, TakesZeroAsTheCallersGroup) { EXPECT_EQ(qal_is_pid_running(0)
 TEST(ProcessProbe, TakesNegativeIdsAsGroups) {
   const pid_t pid = start_and_end_child();
   reap(pid);
-  EXPECT_EQ(qal_is_pid_running(-getpgrp()), 0);
+  in_child([] {
+    ASSERT_EQ(setpgid(0, 0), 0);  // in a container the group of the tests may be 1: -1 is everybody
+    EXPECT_EQ(qal_is_pid_running(-getpid()), 0);
+  });
   EXPECT_EQ(qal_is_pid_running(-pid), 1);
 }
 
@@ -210,13 +216,12 @@ TEST(SystemVersion, IsKnownWhereTheSystemHasAVersionTool) {
   char name[16];
   int major = 77;
   int minor = 77;
-  testing::internal::CaptureStderr();
+  const StderrCapture err;
   EXPECT_EQ(qal_get_osx_ver(name, &major, &minor), has_tool ? 0 : -1);
-  const std::string err = testing::internal::GetCapturedStderr();
   EXPECT_STREQ(name, "Mac OS X");
   EXPECT_EQ(major > 0, has_tool);
   EXPECT_EQ(minor >= 0, has_tool);
-  EXPECT_EQ(err.ends_with("error: qal_get_osx_ver() can't parse OS version string: <>\n"),
+  EXPECT_EQ(err.text().ends_with("error: qal_get_osx_ver() can't parse OS version string: <>\n"),
             !has_tool);
 }
 
