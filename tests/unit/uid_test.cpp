@@ -219,6 +219,8 @@ TEST(UidIndex, LeadsToWhatAMapHoldsOverRandomSequences) {
     EXPECT_EQ(index.find(other), known == model.end() ? nullptr : known->second);
   }
   for (const auto &[id, record] : model) EXPECT_EQ(index.find(id), record);
+  for (const auto &[id, record] : model) EXPECT_TRUE(index.set(id, nullptr));
+  for (const auto &[id, record] : model) EXPECT_EQ(index.find(id), nullptr);
 }
 
 TEST(UidIndex, HoldsIdsBelow256ToTheSeventh) {
