@@ -17,12 +17,10 @@ namespace {
 
 using qal::fuzz::Input;
 using qal::fuzz::require;
+using qal::test::become_index;
 
 // Without start-up every thread has index 0.
 bool start_threads() { return qal_thread_init() == 0; }
-
-// Makes the calling thread one with that index.
-void become_index(intptr_t index) { qal_thread_start_void(reinterpret_cast<void *>(index)); }
 
 class PoolPlay {
  public:
@@ -42,6 +40,9 @@ class PoolPlay {
   }
 
   void compare() const { require(model_.holds(), "the pool's lists are those of the model"); }
+
+  // Walks the free list of every thread that there may be: for the end, not for each step.
+  void count() const { require(model_.is_counted(), "the pool counts what the model has"); }
 
  private:
   static constexpr std::array<int, 4> indices{0, 1, 5, 2047};
@@ -107,6 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     play.perform(input);
     play.compare();
   }
+  play.count();
   qal_mpool_destroy(&pool);
   require(!pool, "the handle of a pool that ended is none");
   use_no_pool();

@@ -80,17 +80,20 @@ class PoolModel {
     return static_cast<std::uint32_t>(chunks_.size()) * pool_.chunk_count;
   }
 
-  // Whether the pool's lists are these, and no other thread's list has an element.
+  // Whether the pool's lists are these.
   bool holds() const {
     bool same = equal(pool_.chunks, chunks_) && equal(pool_.shared_free, shared_) &&
                 pool_.shared_count == static_cast<std::int32_t>(shared_.size());
+    for (const auto &[index, own] : own_) same = same && equal(pool_.thread_free[index], own);
+    return same;
+  }
+
+  // Whether the pool counts the same elements, and so has none in the list of another thread.
+  bool is_counted() const {
     std::size_t free_count = shared_.size();
-    for (const auto &[index, own] : own_) {
-      same = same && equal(pool_.thread_free[index], own);
-      free_count += own.size();
-    }
+    for (const auto &[index, own] : own_) free_count += own.size();
     std::uint32_t counted = 0;
-    return qal_mpool_status(&pool_, &counted, nullptr) == free_count && counted == total() && same;
+    return qal_mpool_status(&pool_, &counted, nullptr) == free_count && counted == total();
   }
 
  private:

@@ -468,6 +468,7 @@ void run_beside_model(uint32_t chunk_count, unsigned seed) {
       used.pop_back();
     }
     EXPECT_TRUE(model.holds());
+    EXPECT_TRUE(model.is_counted());
   }
 }
 
