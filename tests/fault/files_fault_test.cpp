@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
@@ -72,9 +73,11 @@ std::map<std::string, mode_t> played_kinds;  // by file name, in place of the re
 
 bool owners_are_played = false;  // every file belongs to user 1 and group 2 then
 
-// How much copy_file_range copies, and in pieces of how many bytes.
+// How much copy_file_range copies, and in pieces of how many bytes. It is played, as there are file
+// systems and sandboxes that refuse it.
 std::size_t kernel_copies_bytes = 0;
 constexpr std::size_t kernel_piece = 10'000;
+bool kernel_finds_nothing = false;  // as in a file whose size it does not know
 
 bool fails(const char *call) {
   const auto found = faults.find(call);
@@ -106,7 +109,6 @@ int __real_open(const char *, int, ...);
 int __real_openat(int, const char *, int, ...);
 ssize_t __real_read(int, void *, size_t);
 ssize_t __real_write(int, const void *, size_t);
-ssize_t __real_copy_file_range(int, off_t *, int, off_t *, size_t, unsigned);
 int __real_close(int);
 int __real_stat(const char *, struct stat *);
 int __real_fstat(int, struct stat *);
@@ -140,17 +142,19 @@ ssize_t __wrap_write(int file, const void *from, size_t size) {
   if (fails("write")) return errno == 0 ? 0 : -1;
   return __real_write(file, from, size);
 }
-ssize_t __wrap_copy_file_range(int from, off_t *from_at, int to, off_t *to_at, size_t size,
-                               unsigned flags) {
+ssize_t __wrap_copy_file_range(int from, off_t *, int to, off_t *, size_t size, unsigned) {
   if (fails("copy_file_range")) return -1;
+  if (kernel_finds_nothing) return 0;
   size = std::min({size, kernel_piece, kernel_copies_bytes});
   if (size == 0) {
     errno = EXDEV;
     return -1;
   }
-  const ssize_t copied = __real_copy_file_range(from, from_at, to, to_at, size, flags);
-  if (copied > 0) kernel_copies_bytes -= static_cast<size_t>(copied);
-  return copied;
+  std::array<char, kernel_piece> piece{};
+  const ssize_t taken = __real_read(from, piece.data(), size);
+  if (taken <= 0) return taken;
+  kernel_copies_bytes -= static_cast<size_t>(taken);
+  return __real_write(to, piece.data(), static_cast<size_t>(taken));
 }
 // A close that fails has closed the descriptor even so.
 int __wrap_close(int file) {
@@ -311,13 +315,11 @@ TEST_F(KernelCopy, LeavesItToReadingAndWritingWhetherAnErrorLasts) {
 }
 
 TEST_F(KernelCopy, ReadsAFileWhoseSizeTheKernelDoesNotKnow) {
-  kernel_copies_bytes = SIZE_MAX;
-  {
-    const Faults watched({{"copy_file_range", never}});
-    EXPECT_EQ(qal_file_copy("/proc/self/status", to.c_str(), 0), QAL_STATUS_OK);
-  }
-  EXPECT_FALSE(made_calls.empty());
-  EXPECT_TRUE(read_file(to).starts_with("Name:"));
+  kernel_finds_nothing = true;
+  EXPECT_EQ(copy({{"copy_file_range", never}}), QAL_STATUS_OK);
+  kernel_finds_nothing = false;
+  EXPECT_EQ(made_calls, Lines{"copy_file_range"});
+  EXPECT_EQ(read_file(to), content);
 }
 
 TEST_F(CopyFault, TheResultOfClosingTheDestinationCounts) {
