@@ -298,6 +298,12 @@ TEST(FilesGetLine, ALineOfExactlyTheMaximumFits) {
   EXPECT_EQ(lines.line(4), "abc");
 }
 
+TEST(FilesGetLine, TheCarriageReturnGoesFromATerminatedLine) {
+  LineReader lines("abc\r\n");
+  EXPECT_EQ(lines.next(4), 3);
+  EXPECT_EQ(lines.written(6), std::string("abc\0\0#", 6));
+}
+
 TEST(FilesGetLine, ALongerLineIsRefusedUnterminatedAndLosesOneCharacter) {
   LineReader lines("abcdefg\n");
   EXPECT_EQ(lines.next(4), -2);

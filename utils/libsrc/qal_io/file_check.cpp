@@ -72,8 +72,8 @@ int next_character(FILE *stream) {
 
 // Terminates a line of `length` characters. Returns its length without a carriage return.
 int end_line(char *buf, int length) {
-  if (length > 0 && buf[length - 1] == '\r') --length;
   buf[length] = '\0';
+  if (length > 0 && buf[length - 1] == '\r') buf[--length] = '\0';
   return length;
 }
 
