@@ -105,7 +105,10 @@ TEST_F(PlistDestroy, GivesTheNodesBackAndClearsTheHandle) {
   qal_plist_destroy(&list);
   EXPECT_EQ(list, nullptr);
   EXPECT_EQ(value, 42);
-  for (const QalPlistNode *const node : nodes) EXPECT_EQ(node->next, nullptr);
+  for (const QalPlistNode *const node : nodes) {
+    EXPECT_EQ(node->next, nullptr);
+    EXPECT_EQ(node->data, &value);
+  }
   qal_plist_destroy(&list);
   EXPECT_EQ(list, nullptr);
   qal_plist_destroy(nullptr);

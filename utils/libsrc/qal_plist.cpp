@@ -50,8 +50,6 @@ class Links : public NodeChain {
   QalPlist &list_;
 };
 
-void give_back(QalPlistNode *node) { pool_free(PListPool.node_pool, ::new (node) QalPlistNode{}); }
-
 }  // namespace
 
 int qal_plist_pool_create(uint32_t header_chunk, uint32_t node_chunk) {
@@ -84,7 +82,9 @@ void qal_plist_destroy(QalPlist **list_address) {
   if (!list_address || !*list_address) return;
   // Without the pools there is no list either: it went with them.
   if (PListPool.header_pool) {
-    while (QalPlistNode *const node = qal_plist_pop(*list_address)) give_back(node);
+    while (QalPlistNode *const node = qal_plist_pop(*list_address)) {
+      pool_free(PListPool.node_pool, node);
+    }
     pool_free(PListPool.header_pool, *list_address);
   }
   *list_address = nullptr;
@@ -98,7 +98,7 @@ QalPlistNode *qal_plist_alloc() {
 
 void qal_plist_free(QalPlistNode **node_address) {
   if (!node_address || !*node_address) return;
-  if (PListPool.node_pool) give_back(*node_address);
+  if (PListPool.node_pool) pool_free(PListPool.node_pool, ::new (*node_address) QalPlistNode{});
   *node_address = nullptr;
 }
 
