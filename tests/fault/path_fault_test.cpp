@@ -43,6 +43,7 @@ struct Faults {
   std::vector<std::string> opened;
   int last_open_flags = 0;
   std::string last_directory;
+  std::vector<void *> checked_blocks;  // allocated and not yet freed
 };
 Faults faults;
 
@@ -50,6 +51,8 @@ Faults faults;
 
 extern "C" {
 
+void __real_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file);
+void __real_qal_free(void *block, int line, const char *file);
 void *__real_malloc(std::size_t size);
 void *__real_realloc(void *block, std::size_t size);
 int __real_open(const char *path, int flags, ...);
@@ -69,6 +72,16 @@ void *__wrap_malloc(std::size_t size) { return refused(size) ? nullptr : __real_
 
 void *__wrap_realloc(void *block, std::size_t size) {
   return refused(size) ? nullptr : __real_realloc(block, size);
+}
+
+void __wrap_qal_malloc(const char *label, void *out, uint64_t size, int line, const char *file) {
+  __real_qal_malloc(label, out, size, line, file);
+  faults.checked_blocks.push_back(*static_cast<void **>(out));
+}
+
+void __wrap_qal_free(void *block, int line, const char *file) {
+  std::erase(faults.checked_blocks, block);
+  __real_qal_free(block, line, file);
 }
 
 int __wrap_open(const char *path, int flags, ...) {
@@ -124,6 +137,7 @@ using qal::test::Listing;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::IsEmpty;
 using testing::StartsWith;
 
 class PathFault : public testing::Test {
@@ -186,6 +200,13 @@ TEST_F(PathNormaliseFault, AllocatesThePathAnd64Bytes) {
   EXPECT_EQ(0, qal_get_norm_path(path.c_str(), out.data(), 256));
 }
 
+TEST_F(PathNormaliseFault, FreesItsCopyAsItWasAllocated) {
+  std::array<char, 256> out{};
+  EXPECT_EQ(0, qal_get_norm_path("a/../b", out.data(), 256));
+  EXPECT_EQ(-1, qal_get_norm_path("/..", out.data(), 256));
+  EXPECT_THAT(faults.checked_blocks, IsEmpty());
+}
+
 TEST_F(PathNormaliseFault, NeedsNoMemoryForAnEmptyPath) {
   std::array<char, 4> out{};
   faults.smallest_refused_block = 64;
@@ -235,6 +256,12 @@ TEST_F(PathExpandFault, DoesNotFindAnyoneWhenMemoryIsShort) {
   const std::string long_name = "~" + std::string(1023, 'n');
   EXPECT_EQ(QAL_STATUS_NOT_FOUND, expand(long_name.c_str()));
   EXPECT_TRUE(faults.lookup_sizes.empty());
+}
+
+TEST_F(PathExpandFault, FreesTheRoomOfALookUpAsItWasAllocated) {
+  expand("~");
+  expand("~no-such-user");
+  EXPECT_THAT(faults.checked_blocks, IsEmpty());
 }
 
 TEST_F(PathExpandFault, ReportsTheMissingMemoryOfALookUp) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <dirent.h>
+#include <qal/alloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,10 +21,14 @@ struct CloseDirectory {
 struct FreeMemory {
   void operator()(void *block) const { std::free(block); }
 };
+struct FreeCheckedMemory {
+  void operator()(void *block) const { QAL_FREE(block); }
+};
 
 using File = std::unique_ptr<std::FILE, CloseFile>;
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 using OwnedText = std::unique_ptr<char, FreeMemory>;
+using CheckedText = std::unique_ptr<char, FreeCheckedMemory>;  // of qal_malloc()
 
 class Descriptor {
  public:

@@ -12,14 +12,14 @@ namespace {
 constexpr std::size_t first_size_bytes = 1024;
 constexpr std::size_t largest_size_bytes = 1 << 20;  // far more than a real entry needs
 
-OwnedText block(std::size_t size) {
+CheckedText block(std::size_t size) {
   char *room = nullptr;
   QAL_MALLOC("PasswordEntry", room, size);
-  return OwnedText{room};
+  return CheckedText{room};
 }
 
-OwnedText terminated(std::string_view piece) {
-  OwnedText copy = block(piece.size() + 1);
+CheckedText terminated(std::string_view piece) {
+  CheckedText copy = block(piece.size() + 1);
   if (copy) copy.get()[piece.copy(copy.get(), piece.size())] = '\0';
   return copy;
 }
@@ -29,7 +29,7 @@ OwnedText terminated(std::string_view piece) {
 PasswordEntry::PasswordEntry(std::string_view user) {
   if (user.empty()) {
     look_up(&getpwuid_r, getuid());
-  } else if (const OwnedText name = terminated(user)) {
+  } else if (const CheckedText name = terminated(user)) {
     look_up(&getpwnam_r, name.get());
   }
 }

@@ -30,7 +30,7 @@ class PasswordEntry {
 
   static std::string_view text(const char *value) { return value ? value : ""; }
 
-  OwnedText store_;
+  CheckedText store_;
   passwd entry_{};
   bool found_ = false;
 };

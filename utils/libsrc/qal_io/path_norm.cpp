@@ -16,17 +16,17 @@
 
 namespace {
 
+using qal::internal::CheckedText;
 using qal::internal::move_bytes;
-using qal::internal::OwnedText;
 
 constexpr std::size_t most_segments = 1024;
 constexpr std::size_t spare_bytes = 64;
 constexpr std::size_t room_for_dot = sizeof ".";
 
-OwnedText room_as_long_as(const char *path) {
+CheckedText room_as_long_as(const char *path) {
   char *room = nullptr;
   QAL_MALLOC("qal_get_norm_path", room, std::strlen(path) + spare_bytes);
-  return OwnedText{room};
+  return CheckedText{room};
 }
 
 bool is_separator(char c) { return c == '/' || c == '\\'; }
@@ -128,7 +128,7 @@ std::string_view text_in(std::span<const char> out) {
 }
 
 int normalise(const char *path, std::span<char> out) {
-  const OwnedText room = room_as_long_as(path);
+  const CheckedText room = room_as_long_as(path);
   if (!room) return QAL_PATH_FAILED;
   const char *const first = behind_separators(path);
   const auto segments = Resolution{room.get()}.run(first);
