@@ -113,7 +113,9 @@ QAL_API int qal_thread_global_isum(int x, int nthreads);
  *                   `count` is below 1.
  *  @param out       the group's one array, shared by all its threads: the first `count` elements
  *                   receive the sums. It may not overlap any `in`. Null is allowed when `count` is
- *                   below 1. When the mutex cannot be locked it lacks this thread's elements.
+ *                   below 1. When the mutex cannot be locked it lacks this thread's elements. The
+ *                   first thread that adds into it again overwrites the sums: all must have read
+ *                   them by then, which a barrier between the two calls ensures.
  *  @param count     elements, the same in every thread; with 0 or less nothing is added, but the
  *                   threads still wait for one another.
  *  @param nthreads  threads in the group, the same in every thread; below 1 counts as 1. */

@@ -109,7 +109,8 @@ QAL_API void qal_stop_here(void);
  *  every other byte stays. Any other format is formatted as usual.
  *
  *  @param stream  a `FILE *`, for example stderr; borrowed and not flushed. Null: copy file only.
- *  @param format  as printf takes it; more than 8191 bytes of text are cut.
+ *  @param format  as printf takes it; more than 8191 bytes of text are cut. With an argument that
+ *                 cannot be converted nothing is written.
  *  @note  The copy file is flushed at once, so that it holds the last line before a crash. */
 QAL_API void _qal_logger_func(void *stream, const char *format, ...) QAL_PRINTF(2, 3);
 
