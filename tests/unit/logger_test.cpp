@@ -115,6 +115,13 @@ QAL_PRINTF(2, 3) std::string formatted(std::size_t room, const char *format, ...
   return out.data();
 }
 
+void format_into(std::string &room, const char *format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  nsstring_vsprintf(room.data(), format, arguments);
+  va_end(arguments);
+}
+
 // Leaves the logger as it is when a process begins.
 class LoggerStage : public testing::Test {
  protected:
@@ -662,8 +669,22 @@ TEST_F(LoggerVsprintf, FormatsAsPrintfDoes) {
 }
 
 TEST_F(LoggerVsprintf, HasNoBoundOfItsOwn) {
-  const std::string text(100'000, 't');
-  EXPECT_EQ(formatted(text.size() + 1, "%s", text.c_str()), text);
+  for (const std::size_t length : {8'190, 8'191, 8'192, 100'000}) {
+    const std::string text(length, 't');
+    EXPECT_EQ(formatted(length + 1, "%s", text.c_str()), text);
+  }
+}
+
+TEST_F(LoggerVsprintf, TakesItsOwnRoomAsAnArgument) {
+  std::string room(600, '#');
+  room.replace(0, 4, "abc", 4);
+  format_into(room, "%s-%s", room.c_str(), room.c_str());
+  EXPECT_STREQ(room.c_str(), "abc-abc");
+  format_into(room, "x%s", room.c_str());
+  EXPECT_STREQ(room.c_str(), "xabc-abc");
+  room.replace(0, 4, "%d|", 4);
+  format_into(room, room.c_str(), 7);
+  EXPECT_STREQ(room.c_str(), "7|");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <qal/clock.h>
 #include <qal/logger.h>
 
-#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -225,7 +224,19 @@ char *qal_scrub_format_string(const char *text) {
 void update_windows_console(int /*state*/) {}
 
 void nsstring_vsprintf(char *out, const char *format, va_list arguments) {
-  // The caller passes no size, so this one is larger than any text.
-  constexpr std::size_t any_length = INT_MAX;
-  if (platform::format_text(out, any_length, format, arguments) < 0) out[0] = '\0';
+  // Whole before any of it reaches `out`, which the caller may format into itself.
+  char text[line_size];
+  std::va_list again;
+  va_copy(again, arguments);
+  int length = platform::format_text(text, sizeof text, format, arguments);
+  const bool fits = length < static_cast<int>(sizeof text);
+  if (!fits) {
+    length = platform::format_text(out, static_cast<std::size_t>(length) + 1, format, again);
+  }
+  va_end(again);
+  if (length < 0) {
+    out[0] = '\0';
+  } else if (fits) {
+    std::memcpy(out, text, static_cast<std::size_t>(length) + 1);
+  }
 }
