@@ -2,10 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/alloc.h>
+#include <qal/barrier.h>
 #include <qal/logger.h>
 #include <qal/temp_mem.h>
 
-#include <barrier>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -145,13 +145,13 @@ TEST(AllocMallocFault, NamesThePlaceOfTheMacroCall) {
 }
 
 constexpr int threads = 4;
-std::barrier all_reporting(threads);
+QalThreadBarrier all_reporting;
 thread_local std::vector<std::string> own_lines;
 
 // Holds each thread in its report until all of them have begun theirs.
 void keep_own_line(void *, const char *line, ...) {
   own_lines.emplace_back(line);
-  if (own_lines.size() == 1) all_reporting.arrive_and_wait();
+  if (own_lines.size() == 1) qal_thread_barrier(&all_reporting, threads);
 }
 
 void fail_and_expect_own_report(int number) {
@@ -168,7 +168,9 @@ TEST(AllocMallocFault, IsReportedByEachOfSeveralThreadsInItsOwnWords) {
   const Watchdog watchdog;
   qal_logger_init(nullptr, &keep_own_line, nullptr, nullptr);
   ASSERT_EQ(qal_thread_init(), 0);
+  ASSERT_EQ(qal_thread_barrier_init(&all_reporting), 0);
   run_together(threads, &fail_and_expect_own_report);
+  EXPECT_EQ(qal_thread_barrier_destroy(&all_reporting), 0);
   qal_logger_done();
 }
 
