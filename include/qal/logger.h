@@ -142,8 +142,8 @@ QAL_API void update_windows_console(int state);
  *
  *  @param out        receives the text and its terminator; caller-owned. There is no bound: the
  *                    caller provides the room. When the arguments cannot be converted, or give
- *                    2 GiB or more, it is the empty text. It may be the format or an argument of a
- *                    text of up to 8191 bytes.
+ *                    2 GiB or more, it is the empty text. It may be an argument of a text of up to
+ *                    8191 bytes.
  *  @param format     as printf takes it; on macOS the object placeholder "%@" too; borrowed.
  *  @param arguments  the format's arguments; indeterminate afterwards, as after vprintf. */
 QAL_API void nsstring_vsprintf(char *out, const char *format, va_list arguments) QAL_PRINTF(2, 0);
