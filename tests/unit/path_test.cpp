@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <string>
 #include <thread>
 #include <utility>
@@ -25,6 +26,7 @@
 namespace {
 
 using qal::internal::OwnedText;
+using qal::test::below_own_home;
 using qal::test::in_child;
 using qal::test::in_unprivileged_child;
 using qal::test::InScratch;
@@ -32,7 +34,6 @@ using qal::test::LogCapture;
 using qal::test::ScratchDir;
 using ::testing::IsNull;
 
-using PathExpandOwnHome = qal::test::WithHome;
 using PathFull = InScratch;
 using PathWorkingDirectory = InScratch;
 using PathRange = InScratch;
@@ -83,6 +84,19 @@ std::string expand(const std::string &path) {
   Buffer out;
   const int status = qal_expand_pathname(path.c_str(), out.data(), 1024);
   return status == 0 ? out.text() : "status " + std::to_string(status);
+}
+
+// What expand() gives for "~" and the rest.
+std::string expanded_own_home(const std::string &rest) {
+  const std::string not_found = "status " + std::to_string(QAL_STATUS_NOT_FOUND);
+  return below_own_home(rest).value_or(not_found);
+}
+
+// The homes that there are for sure, by what leads to them.
+std::map<std::string, std::string> known_homes() {
+  std::map<std::string, std::string> homes{{"~daemon", getpwnam("daemon")->pw_dir}};
+  if (const auto own = below_own_home("")) homes["~"] = *own;
+  return homes;
 }
 
 struct Range {
@@ -930,11 +944,11 @@ TEST(PathExpand, CopiesAPathWithoutTilde) {
   EXPECT_EQ("", expand(""));
 }
 
-TEST_F(PathExpandOwnHome, IsThatOfTheCurrentUser) {
-  EXPECT_EQ(home + "/", expand("~"));
-  EXPECT_EQ(home + "/", expand("~/"));
-  EXPECT_EQ(home + "/a/~b", expand("~/a/~b"));
-  EXPECT_EQ(home + "//a", expand("~//a"));
+TEST(PathExpand, PutsInTheHomeOfTheCurrentUser) {
+  EXPECT_EQ(expanded_own_home("/"), expand("~"));
+  EXPECT_EQ(expanded_own_home("/"), expand("~/"));
+  EXPECT_EQ(expanded_own_home("/a/~b"), expand("~/a/~b"));
+  EXPECT_EQ(expanded_own_home("//a"), expand("~//a"));
 }
 
 TEST(PathExpand, PutsInTheHomeOfANamedUser) {
@@ -944,17 +958,17 @@ TEST(PathExpand, PutsInTheHomeOfANamedUser) {
   EXPECT_EQ(home + "/a/b", expand("~daemon/a/b"));
 }
 
-TEST_F(PathExpandOwnHome, IsThatOfTheDatabaseNotOfTheEnvironment) {
+TEST(PathExpand, AsksTheDatabaseNotTheEnvironment) {
   ASSERT_EQ(0, setenv("HOME", "/elsewhere", 1));
-  EXPECT_EQ(home + "/", expand("~"));
+  EXPECT_EQ(expanded_own_home("/"), expand("~"));
 }
 
-TEST_F(PathExpandOwnHome, IsThatOfTheRealUser) {
-  in_child([this] {
+TEST(PathExpand, TakesTheRealUserForTheCurrentOne) {
+  in_child([] {
     if (getuid() == 0) {
       ASSERT_EQ(0, seteuid(getpwnam("daemon")->pw_uid));
     }
-    EXPECT_EQ(home + "/x", expand("~/x"));
+    EXPECT_EQ(expanded_own_home("/x"), expand("~/x"));
   });
 }
 
@@ -975,27 +989,23 @@ TEST(PathExpand, RefusesACopyThatDoesNotFit) {
   EXPECT_TRUE(out.untouched_from(4));
 }
 
-TEST_F(PathExpandOwnHome, IsRefusedWhenItDoesNotFit) {
-  const int needed = static_cast<int>(home.size()) + 3 + 2;
+void expect_to_fit_exactly(const std::string &path, const std::string &expected) {
+  const int needed = static_cast<int>(expected.size()) + 1;
   Buffer out;
-  EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname("~/abc", out.data(), needed - 1));
+  EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname(path.c_str(), out.data(), needed - 1));
   EXPECT_TRUE(out.text().empty() && out.untouched_from(1));
-  EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname("~/abc", out.data(), needed));
-  EXPECT_EQ(home + "/abc", out.text());
+  EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname(path.c_str(), out.data(), needed));
+  EXPECT_EQ(expected, out.text());
   EXPECT_TRUE(out.untouched_from(static_cast<std::size_t>(needed)));
 }
 
-TEST_F(PathExpandOwnHome, NeedsRoomForTheSlashBehindItAsAnyDoes) {
-  const std::string of_daemon = getpwnam("daemon")->pw_dir;
-  for (const auto &[path, expected] : {std::pair{"~", home}, std::pair{"~daemon", of_daemon}}) {
-    const int needed = static_cast<int>(expected.size()) + 2;
-    Buffer out;
-    EXPECT_EQ(QAL_STATUS_INVALID, qal_expand_pathname(path, out.data(), needed - 1));
-    EXPECT_TRUE(out.text().empty() && out.untouched_from(1));
-    EXPECT_EQ(QAL_STATUS_OK, qal_expand_pathname(path, out.data(), needed));
-    EXPECT_EQ(expected + "/", out.text());
-    EXPECT_TRUE(out.untouched_from(static_cast<std::size_t>(needed)));
-  }
+TEST(PathExpand, RefusesAPathBelowAHomeThatDoesNotFit) {
+  for (const auto &[path, home] : known_homes())
+    expect_to_fit_exactly(path + "/abc", home + "/abc");
+}
+
+TEST(PathExpand, NeedsRoomForTheSlashBehindAHome) {
+  for (const auto &[path, home] : known_homes()) expect_to_fit_exactly(path, home + "/");
 }
 
 TEST(PathExpand, EmptiesTheBufferFirst) {
