@@ -96,6 +96,9 @@ if(QAL_BUILD_KALMORA)
 endif()
 # Each function has a page of its own, too, which leads to its area's.
 file(GLOB library_pages CONFIGURE_DEPENDS docs/man/*.3)
+if(NOT QAL_BUILD_KALMORA)
+  list(FILTER library_pages EXCLUDE REGEX "/kalmora_")
+endif()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${library_pages})
 foreach(page ${library_pages})
   cmake_path(GET page FILENAME area_page)
@@ -117,9 +120,13 @@ install(
   COMPONENT documentation)
 
 # Each component may travel alone, and the licence goes with it.
+set(licence_dir ${CMAKE_INSTALL_DOCDIR})
+if(NOT PROJECT_IS_TOP_LEVEL)  # as that is the directory of the project around this one
+  set(licence_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/qal)
+endif()
 foreach(component runtime development documentation)
   install(
     FILES LICENSE
-    DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    DESTINATION ${licence_dir}
     COMPONENT ${component})
 endforeach()

@@ -158,16 +158,32 @@ stops_at_32_bits() {
   grep -x '  qal needs 64 bits, and this compiler makes programs for another width.' "$work/32-bit"
 }
 
-# In a C project that compiles its units as one, that has no headers of libcurl and that installs
-# what is its own.
-within_a_c_project() {
-  local build=$work/c_parent
-  cmake -S tests/package/c_parent -B "$build" -G Ninja -DQAL_SOURCES="$PWD" -DCMAKE_UNITY_BUILD=ON \
-    -DQAL_BUILD_KALMORA=OFF -DCMAKE_DISABLE_FIND_PACKAGE_CURL=ON --install-prefix "$build/installed"
+# within_a_project LANGUAGE [OPTION...]: a project that compiles its units as one and has no headers of
+# libcurl.
+within_a_project() {
+  local build=$work/parent-$1
+  installed=$build/installed
+  cmake -S tests/package/parent -B "$build" -G Ninja -DLANGUAGE="$1" -DQAL_SOURCES="$PWD" \
+    -DCMAKE_UNITY_BUILD=ON -DQAL_BUILD_KALMORA=OFF -DCMAKE_DISABLE_FIND_PACKAGE_CURL=ON \
+    --install-prefix "$installed" "${@:2}"
   cmake --build "$build"
   cmake --install "$build"
-  diff <(echo bin bin/stranger) <(cd "$build/installed" && echo $(find * | sort))
-  "$build/installed/bin/stranger"
+  "$installed/bin/stranger"
+}
+
+installs_what_is_its_own() {
+  local installed
+  within_a_project C
+  diff <(echo bin bin/stranger) <(cd "$installed" && echo $(find * | sort))
+}
+
+# The licence must not pass for that of the project around it.
+installs_the_library_too() {
+  local installed
+  within_a_project CXX -DQAL_INSTALL=ON
+  diff <(echo qal) <(ls "$installed/share/doc")
+  diff /dev/null <(find "$installed" -name 'kalmora*')
+  ls "$installed/lib/libqal.a"
 }
 
 files_of() { (cd "$1" && find . ! -type d ! -name LICENSE | sort); }
@@ -236,7 +252,8 @@ if [[ $(uname -m) == x86_64 ]]; then  # whose compilers know the narrower proces
 fi
 check "BUILD_TESTING=OFF asks for nothing of the tests" \
   configure_alone -DBUILD_TESTING=OFF -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
-check "a part of a C project" within_a_c_project
+check "a part of a C project" installs_what_is_its_own
+check "a part of a C++ project" installs_the_library_too
 for shared in OFF ON; do
   prefix=$work/shared-$shared
   check "install with BUILD_SHARED_LIBS=$shared" install_project "$shared" "$prefix"
