@@ -29,6 +29,10 @@ set_property(CACHE QAL_AUTO_VAR_INIT PROPERTY STRINGS "" pattern zero)
 option(QAL_COVERAGE "Count the lines and branches that run (g++ only)" OFF)
 option(QAL_CONDITIONS "Record which conditions decided a branch (clang 18 or later)" OFF)
 
+# Build paths stay out of the binaries: two builds in different folders are equal.
+set(qal_build_paths -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+                    -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+
 # For everything that is built.
 add_library(qal_common_flags INTERFACE)
 target_compile_options(
@@ -42,9 +46,9 @@ target_compile_options(
             $<$<BOOL:${QAL_WERROR}>:-Werror>
             # Nothing may rest on what memory held before: some presets choose it.
             $<$<BOOL:${QAL_AUTO_VAR_INIT}>:-ftrivial-auto-var-init=${QAL_AUTO_VAR_INIT}>
-            # Build paths stay out of the binaries: two builds in different folders are equal.
-            -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
-            -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+            ${qal_build_paths})
+# Optimised across files, a program is compiled when it is linked.
+target_link_options(qal_common_flags INTERFACE "$<$<CXX_COMPILER_ID:GNU>:${qal_build_paths}>")
 if(QAL_SANITIZE)
   target_compile_options(qal_common_flags INTERFACE -fno-omit-frame-pointer)
   target_link_options(qal_common_flags INTERFACE -fsanitize=${QAL_SANITIZE})

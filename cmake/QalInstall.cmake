@@ -13,7 +13,8 @@ install(
   EXPORT qalTargets
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development
-  FILE_SET HEADERS DESTINATION "${header_dir}" COMPONENT development)
+  FILE_SET HEADERS DESTINATION "${header_dir}" COMPONENT development
+  INCLUDES DESTINATION "${header_dir}")  # for a CMake before 3.23, which knows no file sets
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/qal)
 install(
