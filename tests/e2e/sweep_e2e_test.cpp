@@ -460,13 +460,21 @@ TEST_F(SweepServers, AreAskedByNoOtherProtocol) {
   EXPECT_EQ(server.connections(), 0);
 }
 
+// As it stands in a record, whose fields end at blanks.
+std::string file_url(const std::string &path) {
+  std::string url = "file://";
+  for (const char c : path) url += c == ' ' ? "%20" : std::string{c};
+  EXPECT_LE(url.size(), 255U);
+  return url;
+}
+
 TEST_F(SweepServers, AreNoFiles) {
   const auto fifo = world_.root() + "/fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
   chmod(fifo.c_str(), 0666);
   const qal::internal::Descriptor held{open(fifo.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)};
   ASSERT_EQ(write(held.get(), "untouched", 9), 9);
-  EXPECT_FALSE(keeps(record_for("file://" + fifo)));
+  EXPECT_FALSE(keeps(record_for(file_url(fifo))));
   char bytes[16];
   EXPECT_EQ(read(held.get(), bytes, sizeof bytes), 9);
 }
@@ -474,7 +482,7 @@ TEST_F(SweepServers, AreNoFiles) {
 TEST_F(SweepStart, WithNothingToDoSucceeds) {
   run();
   run({.unset = {"TMPDIR"}});
-  run({.unset = {"TMPDIR", "ZUL_HOME", "ZUL_USER_HOMEDIR"}});
+  run({.unset = {"TMPDIR", "ZUL_HOME"}});
 }
 
 TEST_F(SweepStart, WithAUselessTemporaryDirectorySweepsTheOtherOne) {
