@@ -71,6 +71,15 @@ struct Calls {
   std::function<void(const QalHash &, int32_t slot, const void *key, const void *data)> on_add;
 } calls;
 
+// Called before a thread asks for a mutex that is locked; each thread has its own.
+thread_local std::function<void()> on_wait;
+
+// A child that ends in the place of waiting for good has this status.
+constexpr int waiting = 42;
+void end_in_place_of_waiting() {
+  on_wait = [] { _exit(waiting); };
+}
+
 // "malloc qal_hash_create 75 qal_hash", and the same for a free without the label.
 std::string told(const char *call, const char *label, int line, const char *file) {
   std::string place = file;
@@ -138,7 +147,11 @@ int __wrap_qal_thread_mutex_destroy(QalThreadMutex *mutex) {
 }
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
-  const int status = __real_pthread_mutex_lock(mutex);
+  int status = on_wait ? pthread_mutex_trylock(mutex) : EBUSY;
+  if (status == EBUSY) {
+    if (on_wait) on_wait();
+    status = __real_pthread_mutex_lock(mutex);
+  }
   if (calls.on_lock) calls.on_lock();
   return status;
 }
@@ -376,24 +389,22 @@ struct LockedPool {
   LockedPool &operator=(const LockedPool &) = delete;
 };
 
-constexpr unsigned patience_seconds = 2;
-
 TEST_F(MpoolFault, LetsAFreeWaitForGoodAfterThat) {
   const auto result = run_in_child([] {
     const LockedPool locked;
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_mpool_free(locked.pool, locked.element);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 TEST_F(MpoolFault, LetsARefillWaitForGoodAfterThat) {
   const auto result = run_in_child([] {
     const LockedPool locked;
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_mpool_alloc(locked.pool);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 TEST_F(MpoolFault, StillServesThreadsFromTheirOwnListsAfterThat) {
@@ -569,10 +580,10 @@ TEST(MpoolLockFault, HeldByAThreadIsNotSkippedInAForkedChild) {
     await([&] { return gate.arrived() == 1; });
     const auto result = run_in_child([&] {
       const Claim claim(true);
-      alarm(patience_seconds);
+      end_in_place_of_waiting();
       qal_mpool_free(pool, element);
     });
-    EXPECT_TRUE(result.killed_by(SIGALRM));
+    EXPECT_TRUE(result.exited_with(waiting));
     gate.open();
   });
 }
@@ -692,10 +703,10 @@ TEST_F(PlistFault, LetsADestroyWaitForGoodAfterANodeThatCouldNotBeHad) {
     qal_plist_append(list, qal_plist_alloc());
     fail_at(1);
     EXPECT_EQ(qal_plist_alloc(), nullptr);
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_plist_destroy(&list);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 TEST_F(ListFault, LetsADestroyWaitForGoodAfterAnElementThatCouldNotBeHad) {
@@ -705,10 +716,10 @@ TEST_F(ListFault, LetsADestroyWaitForGoodAfterAnElementThatCouldNotBeHad) {
     qal_list_append(list, qal_list_alloc(list));
     fail_at(1);
     EXPECT_EQ(qal_list_alloc(list), nullptr);
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_list_destroy(&list);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 TEST_F(ListFault, NamesThePlaceOfEachBlock) {
@@ -889,10 +900,10 @@ TEST_F(HashFault, LetsADestroyWaitForGoodAfterThat) {
     qal_hash_add(table, 2, "the key.", "data");
     fail_at(1);
     EXPECT_EQ(qal_hash_add(table, 2, "another.", "more"), 2);
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_hash_destroy(&table);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 TEST_F(HashFault, LetsAMergeWaitForGoodAtTheNextRecord) {
@@ -902,10 +913,10 @@ TEST_F(HashFault, LetsAMergeWaitForGoodAtTheNextRecord) {
     qal_hash_add(src, 2, "the key.", "data");
     qal_hash_add(src, 2, "another.", "more");
     calls.allocation = fail_from(1, ENOMEM);
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_hash_merge(dst, src, nullptr, nullptr);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 // The twins' records make the thread one without memory and then itself again.
@@ -1042,35 +1053,35 @@ TEST_F(UidFault, LetsTheNextChunkWaitForGoodAfterOneThatCouldNotBeHad) {
   const auto result = run_in_child([] {
     fail_at(2);  // the first is that of list headers
     qal_uid_new(1, 2);
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_uid_new(3, 4);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 TEST_F(UidFault, LetsARetirementWaitForGoodAfterAChunkThatCouldNotBeHad) {
   const auto result = run_in_child([] {
     use_up_the_chunk_of_records();
-    alarm(patience_seconds);
+    end_in_place_of_waiting();
     qal_uid_destroy(1);
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 TEST_F(UidFault, LetsEveryThreadWaitForOneThatWaitsForGood) {
   const auto result = run_in_child([] {
     use_up_the_chunk_of_records();
-    std::atomic<bool> locked = false;
-    const Worker worker([&locked] {
-      calls.on_lock = [&locked] { locked = true; };
+    std::atomic<bool> other_waits = false;
+    const Worker worker([&other_waits] {
+      on_wait = [&other_waits] { other_waits = true; };
       return qal_uid_destroy(1);
     });
-    await([&locked] { return locked.load(); });
-    alarm(patience_seconds);
+    await([&other_waits] { return other_waits.load(); });
+    end_in_place_of_waiting();
     qal_uid_next();
     _exit(0);  // without waiting for the other thread
   });
-  EXPECT_TRUE(result.killed_by(SIGALRM));
+  EXPECT_TRUE(result.exited_with(waiting));
 }
 
 // Beside a map, over growing and shrinking numbers of ids.
