@@ -25,7 +25,7 @@ static void try_everything_in(int directory) {
   const int written = openat(directory, "written", O_WRONLY | O_CLOEXEC);
   if (written >= 0 && write(written, "changed", 7) == 7) close(written);
   (void)renameat(directory, "old", directory, "new");
-  (void)linkat(directory, "old", directory, "linked", 0);
+  (void)linkat(directory, "written", directory, "linked", 0);
   (void)symlinkat("old", directory, "pointing");
   (void)mkdirat(directory, "made", 0755);
   (void)unlinkat(directory, "empty", AT_REMOVEDIR);

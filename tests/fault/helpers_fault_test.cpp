@@ -254,7 +254,11 @@ void without_tmpdir(bool tmp, bool usr_tmp, const std::function<void()> &body) {
 }
 
 TEST(TemporaryDirectory, PrefersTmp) {
-  without_tmpdir(true, true, [] { EXPECT_EQ(our_tempdir(nullptr, 0), 5); });
+  without_tmpdir(true, true, [] {
+    char out[64];
+    EXPECT_EQ(our_tempdir(out, sizeof out), 5);
+    EXPECT_STREQ(out, "/tmp/");
+  });
 }
 
 TEST(TemporaryDirectory, IsUsrTmpWhenTmpIsNotWritable) {
