@@ -3,6 +3,7 @@ clock that only counts on is left alone, as it is by everything that sets a syst
 """
 import concurrent.futures
 import glob
+import math
 import os
 import threading
 import time
@@ -59,7 +60,7 @@ WITHOUT_ZONES = (
     ("zone that is none", lambda world: without_zones(world, "%s\xff:" * 100)))
 
 
-def run_case(name, environment_of):
+def run_case(name, environment_of, most_seconds):
     """A run with one server that answers and one that does not; what is wrong with it."""
     world = sweep_world.make_world()
     path = sweep_world.lay_out(world)
@@ -69,20 +70,22 @@ def run_case(name, environment_of):
     found = sweep_world.complaints(ended) + sweep_world.losses(world, path)
     if sorted(os.listdir(world.temporary)) != [sweep_world.KEPT, sweep_world.OTHER]:
         found.append("did not settle the records")
-    if ended.seconds > BOUND_SECONDS:
+    if ended.seconds > most_seconds:
         found.append(f"took {ended.seconds:.1f} s")
     for problem in found:
         sweep_world.tell(f"{name}: {problem}")
     return found
 
 
-def measure(_):
-    """Without a clock to fake, the other cases can only show a miss."""
+def measure(form):
+    """Without a clock to fake, the other cases can only show a miss. In the quick form other programs use
+    the processors, too, so that a long run says nothing."""
+    most_seconds = math.inf if form == "quick" else BOUND_SECONDS
     can_fake = fake_clock() is not None
     cases = [*WITHOUT_ZONES, *(FAKED if can_fake else ())]
     sweep_world.tool()
     with concurrent.futures.ThreadPoolExecutor(len(cases)) as pool:
-        outcomes = list(pool.map(lambda case: run_case(*case), cases))
+        outcomes = list(pool.map(lambda case: run_case(*case, most_seconds), cases))
     wrong = sum(bool(found) for found in outcomes)
     yield Figure(NAME, "0", f"{wrong} of {len(outcomes)}", if_enough(wrong == 0, can_fake))
 

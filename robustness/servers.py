@@ -52,11 +52,13 @@ def run_with_silent_crowd():
 
 
 def measure(form):
+    """In the quick form other programs use the processors, too, so that a long run says nothing."""
     sweep_world.tool()
     outcomes = run_all()
     name, seconds, _ = max(outcomes, key=lambda outcome: outcome[1])
+    in_time = seconds <= RUN_BOUND_SECONDS or (None if form == "quick" else False)
     yield Figure("longest run with one silent server", f"<= {RUN_BOUND_SECONDS} s",
-                 f"{seconds:.1f} s ({name}; {len(outcomes)} ways)", seconds <= RUN_BOUND_SECONDS)
+                 f"{seconds:.1f} s ({name}; {len(outcomes)} ways)", in_time)
     wrong = sum(bool(found) for _, _, found in outcomes)
     yield Figure("runs with a bad server that left the record or failed", "0",
                  f"{wrong} of {len(outcomes)}", wrong == 0)
