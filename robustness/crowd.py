@@ -16,6 +16,7 @@ COUNTED_RECORDS = {"quick": 200, "full": 5_000, "release": 10_000}
 ENOUGH_SHARED, ENOUGH = SHARED_RECORDS["full"], MANY_RECORDS["full"]
 LIVE_RECORDS = 200  # of the many; the others cost no request
 MOST_MIB = 64
+PAGE = 4096  # bytes that a small file takes
 LARGEST = 8  # times as many records as in the first of the counted runs
 GROWTH_NAME, GROWTH_GOAL = "system calls for one more record, few / many there", "within 1 %"
 
@@ -37,10 +38,15 @@ def share(tools, records):
                                    [[] if times else [sweep_world.UNASKED] for times in asked])
 
 
-def memory_backed():
-    """Where a great many files cost no disk."""
+def memory_backed(files):
+    """Where that many small files cost no disk, if there is room for twice as many."""
     shared_memory = pathlib.Path("/dev/shm")
-    return sweep_world.open_scratch(shared_memory if os.access(shared_memory, os.W_OK) else None)
+    if os.access(shared_memory, os.W_OK):
+        room = os.statvfs(shared_memory)
+        inodes = room.f_favail if room.f_files else files * 2  # some file systems have no limit
+        if room.f_bavail * room.f_frsize >= files * 2 * PAGE and inodes >= files * 2:
+            return sweep_world.open_scratch(shared_memory)
+    return sweep_world.open_scratch()
 
 
 def fill(world, records):
@@ -114,7 +120,7 @@ def growth(parent, records):
 def measure(form):
     for tools in (2, 8):
         yield from share(tools, SHARED_RECORDS[form])
-    parent = memory_backed()
+    parent = memory_backed(max(2 * MANY_RECORDS[form], LARGEST * COUNTED_RECORDS[form]))
     yield from sweep_many(parent, MANY_RECORDS[form])
     if tracing.is_available():
         yield growth(parent, COUNTED_RECORDS[form])

@@ -2,6 +2,7 @@
 with standard streams missing. It must end well and in silence and lose no record.
 """
 import itertools
+import resource
 
 import figures
 import sweep_world
@@ -13,12 +14,18 @@ MOST_ADDRESS_SPACE = 32 * KIB * KIB  # more than all that a request loads
 STEPS = {"quick": 60, "full": 1024, "release": 8192}
 
 
+def largest_core():
+    """As large as an ordinary user may ask for."""
+    most = resource.getrlimit(resource.RLIMIT_CORE)[1]
+    return "unlimited" if most == resource.RLIM_INFINITY else most
+
+
 def resource_cases():
     """The least of each is what the loader needs to start the tool."""
     settings = [f"--nofile={number}" for number in (*range(4, 33), 64)]
     settings += [f"--fsize={size}" for size in (0, 1, 4096)]
     settings += [f"--stack={size * KIB}" for size in (128, 256, 1024)]
-    settings += ["--nproc=1", "--core=unlimited", "--memlock=0"]
+    settings += ["--nproc=1", f"--core={largest_core()}", "--memlock=0"]
     return [(setting, ["prlimit", setting, "--"], None) for setting in settings]
 
 

@@ -14,6 +14,7 @@ import os
 import pathlib
 import shutil
 import signal
+import stat
 import subprocess
 import sys
 import tempfile
@@ -104,9 +105,18 @@ def open_scratch(parent=None):
     return path
 
 
+def serves(directory):
+    """Whether the tool can be started there, by the ordinary user too."""
+    path = pathlib.Path(directory).resolve()
+    walkable = all(part.stat().st_mode & stat.S_IXOTH for part in (path, *path.parents))
+    return (os.access(path, os.W_OK | os.X_OK) and (walkable or os.geteuid() != 0)
+            and not os.statvfs(path).f_flag & os.ST_NOEXEC)
+
+
 @made_once
 def scratch():
-    return open_scratch()
+    places = (tempfile.gettempdir(), "/var/tmp", BUILD)
+    return open_scratch(next(filter(serves, places), None))
 
 
 def copied_for_everybody(program):

@@ -66,6 +66,8 @@ def fault_points():
     sweep_world.lay_out(world)
     _, trace = run_traced(world)
     before, after = tracing.names_before_and_after(trace)
+    if unknown := after.keys() - FAULTS.keys():
+        raise LookupError(f"PAGES does not say how these calls fail: {sorted(unknown)}")
     return [(call, before[call] + number, fault) for call in sorted(after)
             for number in range(1, after[call] + 1) for fault in FAULTS[call]]
 
