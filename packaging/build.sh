@@ -15,7 +15,7 @@ fi
 rm -rf "$directory"
 mkdir -p "$directory"
 # Debhelper fails below a directory with a space in its name.
-room=$(mktemp -d)
+room=$(mktemp -d /var/tmp/qal-build-XXXXXX)
 trap 'rm -rf "$room"' EXIT
 git archive --prefix="qal-$version/" HEAD | tar -x -C "$room"
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)

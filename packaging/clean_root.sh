@@ -39,6 +39,7 @@ newcomer() { in_root sh -c "cd /newcomer && $1"; }
 rm -rf "$root"
 mkdir "$root"
 tar -xf build/package/bookworm.tar -C "$root"
+cp /etc/resolv.conf "$root/etc/resolv.conf"
 mkdir "$root/newcomer"
 find "$packages" -maxdepth 1 -name '*.deb' ! -name '*-dbgsym_*' -exec cp -t "$root/newcomer" {} +
 awk '/^```/ { inside = $0 == "```c"; next } inside' README.md >"$root/newcomer/mine.c"

@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
-copy=$(mktemp -d)
+copy=$(mktemp -d /var/tmp/qal-reference-XXXXXX)
 trap 'rm -rf "$copy"' EXIT
 cp -r docs examples include ./*.md "$copy"
 # The README's title is the first page's too, and the pictures lie beside the pages.

@@ -7,5 +7,8 @@ here=$(dirname "${BASH_SOURCE[0]}")
 description=$("$here/../project.sh" DESCRIPTION)
 version=$("$here/../project.sh" VERSION)
 
-sed -e "s|@DESCRIPTION@|$description|" -e "s|@VERSION@|$version|" \
-  -e "s|@URL@|$url|" -e "s|@SHA256@|$(sha256sum "$archive" | cut -d ' ' -f 1)|" "$here/qal.rb.in"
+# What the URL has must mean nothing to sed.
+escaped() { sed 's/[&|\\]/\\&/g' <<<"$1"; }
+
+sed -e "s|@DESCRIPTION@|$(escaped "$description")|" -e "s|@VERSION@|$version|" \
+  -e "s|@URL@|$(escaped "$url")|" -e "s|@SHA256@|$(sha256sum "$archive" | cut -d ' ' -f 1)|" "$here/qal.rb.in"
