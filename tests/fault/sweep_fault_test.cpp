@@ -815,8 +815,8 @@ TEST_F(SweepCalls, AreContentWhenTheRecordVanishesMeanwhile) {
   EXPECT_EQ(stage.performs, 1);
 }
 
-constexpr uid_t stranger = 54321;
-constexpr uid_t keeper = 54322;  // whom the directory belongs to
+const uid_t stranger = geteuid() + 1;
+const uid_t keeper = geteuid() + 2;  // whom the directory belongs to
 
 TEST_F(SweepCalls, SettleARecordWhoeverOwnsIt) {
   const auto path = notified_record();
