@@ -74,8 +74,9 @@ class Root:
 
     def command(self, script, user, home):
         """Runs the script in a shell of the user, in an environment that holds nothing else."""
+        group = user if user.isdecimal() else ""  # one without a name has no group of its own either
         return ["unshare", "--mount", "--pid", "--ipc", "--uts", "--fork", "--kill-child", "sh", "-c", ENTER, "sh", self.path,
-                "chroot", f"--userspec={user}:", "/", "env", "-i", *SETTINGS, f"HOME={home}", f"USER={user}",
+                "chroot", f"--userspec={user}:{group}", "/", "env", "-i", *SETTINGS, f"HOME={home}", f"USER={user}",
                 "bash", "-c", script]
 
     def shell(self, script, user="root", home="/root", stdin=subprocess.DEVNULL):
@@ -93,6 +94,10 @@ class Root:
         self.admin("apt-get update -qq && apt-get install -y -qq --no-install-recommends " + " ".join(packages))
 
     def add_user(self, name, may_install):
+        """A number alone stands for one without an entry, as the users of containers may be."""
+        if name.isdecimal():
+            self.admin(f"mkdir /home/{name} && chown {name}:{name} /home/{name}")
+            return
         self.admin(f"useradd --create-home --shell /bin/bash {name}")
         if may_install:
             self.install("sudo")

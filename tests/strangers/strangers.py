@@ -26,7 +26,7 @@ RESULTS = TREE / "build" / "strangers" / "results"
 GATE = TREE / "build" / "gate.tsv"  # how long each step of the last .ci/run took, and all of it
 PAGE = TREE / "docs" / "strangers.md"
 
-USER = "newcomer"
+USER, UNKNOWN_USER = "newcomer", "54321"
 PLAIN, ODD = "qal", "Büro im Gartenhaus/qal 1"
 
 
@@ -48,11 +48,11 @@ class Newcomer:
 
     def __init__(self, way, root):
         self.way, self.root = way, root
-        self.home = "/root" if way.user == "root" else f"/home/{USER}"
+        self.home = "/root" if way.user == "root" else f"/home/{way.user}"
         self.folder = f"{self.home}/{way.folder}"
         self.notes, self.seconds = [], {}
         if way.user != "root":
-            self.root.add_user(USER, may_install=way.sudo)
+            self.root.add_user(way.user, may_install=way.sudo)
 
     def shell(self, script, folder=None):
         """Runs it as the newcomer would; what it printed, and whether it ended well."""
@@ -175,6 +175,8 @@ def ways():
                                   shared_and_unordered, mask="0")
     yield "trixie-root-open", Way("root, mask 0; any order, eight at a time, and whole programs", "trixie", "root",
                                   unordered_and_whole, mask="0")
+    yield "trixie-user-unknown", Way("user whom the password database does not know", "trixie", UNKNOWN_USER,
+                                     demo_and_test)
 
 
 WAYS = dict(ways())
