@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qal/startup.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <kalmora/directories.hpp>
@@ -102,6 +103,7 @@ struct Stage {
   Fault open, read, fstat, stat, lstat;
   bool stat_tells_another_device = false;
   std::optional<uid_t> effective_user;
+  std::optional<rlimit> core_limit;  // as it was set
   std::function<void(struct stat &record)> on_record;
   std::function<void(struct stat &directory)> on_directory;
   std::function<void(struct stat &link)> on_link;
@@ -307,6 +309,12 @@ int __wrap_fstat(int descriptor, struct stat *info) {
 }
 
 uid_t __wrap_geteuid() { return stage.effective_user.value_or(__real_geteuid()); }
+
+int __real_setrlimit(int resource, const rlimit *limit);
+int __wrap_setrlimit(int resource, const rlimit *limit) {
+  if (resource == static_cast<int>(RLIMIT_CORE)) stage.core_limit = *limit;
+  return __real_setrlimit(resource, limit);
+}
 
 int __wrap_stat(const char *path, struct stat *info) {
   if (stage.listing_runs) return __real_stat(path, info);
@@ -1024,6 +1032,19 @@ TEST(ToolEntry, EndsBeforeTheLibrariesThatItHasLoaded) {
     std::exit(enter_tool({}, name, nullptr));
   });
   EXPECT_TRUE(result.exited_with(0));
+}
+
+// Whatever limit the tool was started with.
+TEST(ToolEntry, ForbidsACoreBeforeItSweeps) {
+  in_child([] {
+    char name[] = "kalmora-sweep";
+    bool forbidden = false;
+    enter_tool({{"ZUL_USER_HOMEDIR", "/h"}}, name, [&forbidden](const char *) {
+      forbidden =
+          stage.core_limit && stage.core_limit->rlim_cur == 0 && stage.core_limit->rlim_max == 0;
+    });
+    EXPECT_TRUE(forbidden);
+  });
 }
 
 std::string resources_of(const std::string &home) {
